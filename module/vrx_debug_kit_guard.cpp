@@ -1,0 +1,47 @@
+#include "module/vrx_debug_kit_guard.h"
+
+#include <ace/Singleton.h>
+#include <ace/Thread_Mutex.h>
+
+#include <cstdarg>
+
+#include "platform/vrx_debug_kit.h"
+
+namespace {
+
+CVRXDebugKit* findLogger(int module) {
+    return ACE_Unmanaged_Singleton<CVRXDebugKitMgr, ACE_Thread_Mutex>::instance()->find(
+        static_cast<unsigned int>(module));
+}
+
+}  // namespace
+
+CVRXDebugKitGuard::CVRXDebugKitGuard(int module, const std::string& name) : m_logger(findLogger(module)), m_name(name) {
+    m_logger->trace("enter " + m_name + "...");
+}
+
+CVRXDebugKitGuard::~CVRXDebugKitGuard() { m_logger->trace("leave " + m_name + (m_result ? ": OK" : ": NOK")); }
+
+void CVRXDebugKitGuard::debug(unsigned long long code, const char* function, unsigned int line, const char* format,
+                              ...) {
+    va_list args;
+    va_start(args, format);
+    m_logger->debug(code, function, line, format, args);
+    va_end(args);
+}
+
+void CVRXDebugKitGuard::warn(unsigned long long code, const char* function, unsigned int line, const char* format,
+                             ...) {
+    va_list args;
+    va_start(args, format);
+    m_logger->warn(code, function, line, format, args);
+    va_end(args);
+}
+
+void CVRXDebugKitGuard::error(unsigned long long code, const char* function, unsigned int line, const char* format,
+                              ...) {
+    va_list args;
+    va_start(args, format);
+    m_logger->error(code, function, line, format, args);
+    va_end(args);
+}

@@ -1,0 +1,72 @@
+// One row of a backend message: an identifier and cells, in the order of their insertion and found by tag.
+//
+//     auto record = std::make_unique<CTLVRecordV3>(commandCode, CTLVRecordV3::DEFAULT_BUCKETS);
+//     auto cell = std::make_unique<CTLVCell>();
+//     cell->set(7, "SNMP_AGENT");
+//     record->append(cell.get());
+//     cell.release();  // the record owns it from here
+//
+// Threads: a record belongs to one request; no locks.
+#pragma once
+
+#include <ace/Containers_T.h>
+#include <ace/Functor.h>
+#include <ace/Hash_Map_Manager_T.h>
+#include <ace/Null_Mutex.h>
+
+#include <cstddef>
+#include <sstream>
+
+#include "vrxpub/vrx_tlv_cell.h"
+
+class CTLVRecordV3 {
+public:
+    using Position = ACE_DLList_Node*;  // its item_ is the CTLVCell*
+
+    static constexpr unsigned long long NO_IDENTIFIER = ~0ULL;  // of rows and scalars in responses
+    static constexpr unsigned long DEFAULT_BUCKETS = 32;
+    static constexpr unsigned int MIN_RECORD_SIZE = 8 + 2;  // identifier, length of the cells
+
+    // With 0 buckets, or more than memory holds, ACE logs "ACE_Hash_Map_Manager_Ex\n" and the record has no tag index:
+    // cells can be appended and walked, none is found.
+    CTLVRecordV3(unsigned long long identifier, unsigned long buckets);
+    ~CTLVRecordV3();
+    CTLVRecordV3(const CTLVRecordV3&) = delete;
+    CTLVRecordV3& operator=(const CTLVRecordV3&) = delete;
+
+    unsigned long long identifier() const { return m_identifier; }
+    void setIdentifier(unsigned long long identifier) { m_identifier = identifier; }
+
+    // Adds the cell at the end and takes it over; not on a throw (std::bad_alloc; CVRX_Exception for a null cell). A
+    // tag that the record already holds keeps its first cell in the index.
+    void append(const CTLVCell* cell);
+
+    std::size_t count() const;    // cells
+    unsigned long length() const;  // bytes that the cells take on the wire
+
+    // The cell with that tag; an absent tag raises a CVRX_Exception that names it.
+    CTLVCell& operator[](unsigned short tag) const;
+
+    // The position of the cell with that tag, or end() and errno ENOENT.
+    Position find(unsigned short tag) const;
+    bool has(unsigned short tag) const { return find(tag) != end(); }
+
+    // All cells: for (Position p = record.begin(); p != record.end(); p = p->next_) use(cellAt(p)).
+    Position begin() const;
+    Position end() const;
+    static CTLVCell& cellAt(Position position) { return *static_cast<CTLVCell*>(position->item_); }
+
+    void clear();  // destroys all cells
+    void dump(std::ostringstream& os) const;
+
+private:
+    struct CellList : ACE_DLList<CTLVCell> {  // head_, the sentinel, is protected
+        ACE_DLList_Node* sentinel() const { return head_; }
+    };
+    using TagIndex =
+        ACE_Hash_Map_Manager_Ex<int, ACE_DLList_Node*, ACE_Hash<int>, ACE_Equal_To<int>, ACE_Null_Mutex>;
+
+    unsigned long long m_identifier;
+    CellList m_cells;
+    TagIndex m_index;
+};
