@@ -1,0 +1,95 @@
+#include <iostream>  // first: the standard streams exist before any static object of this file
+
+#include "alarm/snmp_alarm_repository.h"
+
+#include <ace/Guard_T.h>
+
+#include <algorithm>
+
+#include "module/tamrel_log.h"
+#include "module/vrx_debug_kit_guard.h"
+
+// A lock that cannot be taken leaves the guard unlocked: the operation goes on and nothing is released. Lines are
+// written after the lock is free, so that it is never held while a logger takes its own.
+using Lock = ACE_Guard<ACE_Thread_Mutex>;
+
+std::atomic<CAlarmRepository_Singleton*> CAlarmRepository_Singleton::m_AlarmRep{nullptr};
+ACE_Thread_Mutex CAlarmRepository_Singleton::m_oMutex;
+
+CAlarmRepository_Singleton* CAlarmRepository_Singleton::getAlarmRepository() {
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
+                            "static CAlarmRepository_Singleton* CAlarmRepository_Singleton::getAlarmRepository()");
+    CAlarmRepository_Singleton* repository = m_AlarmRep.load(std::memory_order_acquire);
+    if (repository == nullptr) {
+        const Lock lock(m_oMutex);
+        repository = m_AlarmRep.load(std::memory_order_acquire);
+        if (repository == nullptr) {
+            repository = new CAlarmRepository_Singleton();  // for the life of the process
+            m_AlarmRep.store(repository, std::memory_order_release);
+        }
+    }
+    return repository;
+}
+
+u_int CAlarmRepository_Singleton::getAlarmRepositorySize() {
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "u_int CAlarmRepository_Singleton::getAlarmRepositorySize()");
+    return m_size.load(std::memory_order_relaxed);
+}
+
+int CAlarmRepository_Singleton::addAlarm(u_int serialNo) {
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmRepository_Singleton::addAlarm(u_int)");
+    if (serialNo == 0) {
+        guard.setResult(false);
+        return -1;
+    }
+    {
+        const Lock lock(m_oMutex);
+        if (std::find(m_serialNumbers.begin(), m_serialNumbers.end(), serialNo) == m_serialNumbers.end()) {
+            m_serialNumbers.push_back(serialNo);
+            m_size.fetch_add(1, std::memory_order_relaxed);
+            return 0;
+        }
+    }
+    guard.setResult(false);
+    guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "alarm with serial num %u has existed.", serialNo);
+    return -1;
+}
+
+int CAlarmRepository_Singleton::deleteAlarm(u_int serialNo) {
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmRepository_Singleton::deleteAlarm(u_int)");
+    {
+        const Lock lock(m_oMutex);
+        const auto found = std::find(m_serialNumbers.begin(), m_serialNumbers.end(), serialNo);
+        if (found != m_serialNumbers.end()) {
+            m_serialNumbers.erase(found);
+            m_size.fetch_sub(1, std::memory_order_relaxed);
+            return 0;
+        }
+    }
+    guard.setResult(false);
+    guard.error(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "alarm with serial num %u not existed.", serialNo);
+    return -1;
+}
+
+int CAlarmRepository_Singleton::clearAllAlarmItems() {
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmRepository_Singleton::clearAllAlarmItems()");
+    const Lock lock(m_oMutex);
+    m_serialNumbers.clear();
+    m_size.store(0, std::memory_order_relaxed);
+    return 0;
+}
+
+int CAlarmRepository_Singleton::getAllAlarmItems(SERIALNO_LIST& items) {
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmRepository_Singleton::getAllAlarmItems(SERIALNO_LIST&)");
+    {
+        const Lock lock(m_oMutex);
+        if (getAlarmRepositorySize() != 0) {
+            SERIALNO_LIST copy = m_serialNumbers;  // the caller's list stays as it is should memory run out
+            items.swap(copy);
+            return 0;
+        }
+    }
+    guard.setResult(false);
+    guard.error(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "alarm repository is empty.");
+    return -1;
+}
