@@ -1,0 +1,215 @@
+#include <iostream>  // first: the standard streams exist before any static object of this file
+
+#include "handlers/snmp_tamrel_alarm_handler.h"
+
+#include "alarm/snmp_alarm_iniparser.h"
+#include "handlers/tlv_columns.h"
+#include "module/tamrel_log.h"
+#include "module/vrx_debug_kit_guard.h"
+#include "module/vrx_exception.h"
+#include "platform/snmp_basic_impl.h"
+#include "platform/snmp_configuration.h"
+#include "platform/snmp_util.h"
+#include "platform/vrx_utility.h"
+
+namespace {
+
+constexpr unsigned int ROW_OID_LENGTH = 7;  // of a whole row's OID: 91.10.1.1.1.COLUMN.SERIAL
+constexpr unsigned int BULK_COUNT = 50;     // alarms in one batch
+
+constexpr unsigned int CLEAR_ALARM_TYPE = 8;
+
+// Alarm numbers that report no fault: they are never rows.
+constexpr unsigned int NO_FAULT_FIRST = 507010006;
+constexpr unsigned int NO_FAULT_LAST = 507010010;
+
+// Tags of a backend alarm record.
+constexpr unsigned short TAG_TYPE = 0;
+constexpr unsigned short TAG_ALARM_ID = 1;
+constexpr unsigned short TAG_SEVERITY = 2;
+constexpr unsigned short TAG_SERIAL = 3;
+constexpr unsigned short TAG_RAISED = 4;
+constexpr unsigned short TAG_PARAMETERS = 8;
+constexpr unsigned short TAG_NO_ALARM = 0xFFF;  // its presence marks a record that is not an alarm
+
+struct tAlarmRange {
+    unsigned int start;
+    unsigned int count;
+};
+
+constexpr tColumn<tAlarmRange> REQUEST_CELLS[] = {
+    {3, [](CTLVCell& cell, unsigned short tag, const tAlarmRange& range) { setUInt32(cell, tag, range.start); }},
+    {9, [](CTLVCell& cell, unsigned short tag, const tAlarmRange& range) { setUInt32(cell, tag, range.count); }},
+};
+
+struct tAlarmRow {
+    const CTLVRecordV3& in;
+    bool dateAndTime;
+    int level = 0;
+    unsigned int serial = 0;
+    unsigned int number = 0;
+    unsigned long long alarmId = 0;
+    std::string location;
+    std::string detail;
+    std::string title;
+    std::string suggestion;
+};
+
+template <std::string tAlarmRow::*TEXT>
+void fillText(CTLVCell& cell, unsigned short tag, const tAlarmRow& row) {
+    cell.set(tag, (row.*TEXT).c_str());
+}
+
+template <int NUMBER>
+void fillConst(CTLVCell& cell, unsigned short tag, const tAlarmRow&) {
+    setInt32(cell, tag, NUMBER);
+}
+
+void fillRaised(CTLVCell& cell, unsigned short tag, const tAlarmRow& row) {
+    const auto seconds = static_cast<long>(readUInt64(row.in, TAG_RAISED));
+    Snmp_pp::OctetStr time;
+    if (row.dateAndTime) {
+        CSnmpUtil::convertTime2DateTime(time, seconds);
+    } else {
+        CSnmpUtil::convertTime2DateTimeStr(time, seconds);
+    }
+    cell.set_i(CTLVCell::TLV_TYPE_OCTETS, tag, time.data(), time.len());
+}
+
+constexpr tColumn<tAlarmRow> ALARM_COLUMNS[] = {
+    {1, [](CTLVCell& cell, unsigned short tag, const tAlarmRow&) { cell.set(tag, CSNMPBasicImpl::getNodeCode()); }},
+    {2, fillText<&tAlarmRow::location>},
+    {3, fillText<&tAlarmRow::suggestion>},
+    {4, fillText<&tAlarmRow::title>},
+    {5, fillConst<2>},
+    {6, [](CTLVCell& cell, unsigned short tag, const tAlarmRow& row) { setInt32(cell, tag, row.level); }},
+    {7, [](CTLVCell& cell, unsigned short tag, const tAlarmRow& row) { setUInt32(cell, tag, row.number); }},
+    // Before column 8 on purpose: the record's order is not the order of the tags.
+    {12, [](CTLVCell& cell, unsigned short tag, const tAlarmRow& row) { setUInt64(cell, tag, row.alarmId); }},
+    {8, fillRaised},
+    {9, [](CTLVCell& cell, unsigned short tag, const tAlarmRow& row) { setUInt32(cell, tag, row.serial); }},
+    {10, fillText<&tAlarmRow::detail>},
+    {11, fillConst<1>},
+};
+
+struct tClearRequest {
+    unsigned int serial;
+};
+
+constexpr tColumn<tClearRequest> CLEAR_CELLS[] = {
+    {3, [](CTLVCell& cell, unsigned short tag, const tClearRequest& clear) { setUInt32(cell, tag, clear.serial); }},
+    {7, [](CTLVCell& cell, unsigned short tag, const tClearRequest&) { cell.set(tag, "SNMP_AGENT"); }},
+};
+
+}  // namespace
+
+CSnmpTamrelVrxAlarmHandler::CSnmpTamrelVrxAlarmHandler() {
+    m_commandCode = commandCode("GET_CURRENT_ALARM");
+}
+
+CSnmpTamrelVrxAlarmHandler::~CSnmpTamrelVrxAlarmHandler() = default;
+
+int CSnmpTamrelVrxAlarmHandler::preGetRspCell(const CTLVRecordV3&) {
+    return 0;
+}
+
+void CSnmpTamrelVrxAlarmHandler::postGetRspCell(const CTLVRecordV3&) {}
+
+bool CSnmpTamrelVrxAlarmHandler::useDateAndTime() {
+    return true;
+}
+
+void CSnmpTamrelVrxAlarmHandler::fillReqRecord(CTLVRecordV3* record) {
+    tAlarmRange range{0, 1};
+    if (m_currentKey != INVALID_KEY && m_currentKey != "0") range.start = StrToUint(m_currentKey);
+    if (m_requestType == REQUEST_GET && range.start != 0) {
+        --range.start;  // the backend starts behind the position
+    } else if (m_requestType == REQUEST_GETBULK) {
+        range.count = BULK_COUNT;
+    }
+    record->setIdentifier(static_cast<unsigned long long>(m_commandCode));
+    appendColumns(*record, REQUEST_CELLS, range);
+}
+
+void CSnmpTamrelVrxAlarmHandler::fillRspRecord(const CTLVRecordV3& in, CTLVRecordV3* out) {
+    CVRXDebugKitGuard guard(
+        TAMREL_LOG_MODULE,
+        "virtual void CSnmpTamrelVrxAlarmHandler::fillRspRecord(const CTLVRecordV3&, CTLVRecordV3*)");
+    if (in.has(TAG_NO_ALARM)) return;
+
+    tAlarmRow row{in, useDateAndTime()};
+    row.serial = readUInt32(in, TAG_SERIAL);
+    const unsigned int type = readUInt32(in, TAG_TYPE) & 0xFFFF;  // the type is 16 bits wide, whatever the cell is
+    row.alarmId = readUInt64(in, TAG_ALARM_ID);
+    if (type == CLEAR_ALARM_TYPE) {
+        guard.debug(LOGCODE_DEBUG, __FUNCTION__, __LINE__, "ignore clear type alarm %llu", row.alarmId);
+        return;
+    }
+
+    CAlarmConfigParser* parser = nullptr;
+    try {
+        parser = CAlarmConfigParser::instance();
+    } catch (const CVRX_Exception& fault) {
+        // One table without a row beats a request without an answer; the next alarm tries the load again.
+        guard.setResult(false);
+        guard.error(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "failed to render alarm %llu: %s", row.alarmId,
+                    fault.what());
+        return;
+    }
+    const std::string parameters = in[TAG_PARAMETERS].toString();
+    if (parser->getAlarmInfo(row.alarmId, parameters, row.location, row.detail, row.number, row.title,
+                             row.suggestion) != 0) {
+        guard.setResult(false);
+        return;  // the renderer has said why
+    }
+    if (row.number >= NO_FAULT_FIRST && row.number <= NO_FAULT_LAST) {
+        guard.debug(LOGCODE_DEBUG, __FUNCTION__, __LINE__, "ignore non-fault alarm %llu", row.alarmId);
+        return;
+    }
+
+    row.level = parser->converToQ7700AlarmLevel(static_cast<int>(readUInt32(in, TAG_SEVERITY)));
+    appendColumns(*out, ALARM_COLUMNS, row);
+}
+
+std::string CSnmpTamrelVrxAlarmHandler::getIndexOfRecord(const CTLVRecordV3& record) {
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
+                            "virtual std::string CSnmpTamrelVrxAlarmHandler::getIndexOfRecord(const CTLVRecordV3&)");
+    return record[TAG_SERIAL].toString();
+}
+
+std::string CSnmpTamrelVrxAlarmHandler::getMibKey(const Agentpp::Oidx& oid) {
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
+                            "virtual std::string CSnmpTamrelVrxAlarmHandler::getMibKey(const Agentpp::Oidx&)");
+    if (oid.len() != ROW_OID_LENGTH) return INVALID_KEY;
+    return UintToStr(static_cast<unsigned int>(oid[ROW_OID_LENGTH - 1]));
+}
+
+CSnmpTamrelVrxClearAlarmHandler::~CSnmpTamrelVrxClearAlarmHandler() = default;
+
+int CSnmpTamrelVrxClearAlarmHandler::OnSetLeaf(const CVRX_SnmpContext&, const CR8KPackageV3& req, CR8KPackageV3& rsp) {
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
+                            "virtual int CSnmpTamrelVrxClearAlarmHandler::OnSetLeaf(const CVRX_SnmpContext&, const "
+                            "CR8KPackageV3&, CR8KPackageV3&)");
+    CR8KPackageV3 request;
+    const auto code = static_cast<unsigned long long>(commandCode("CLEAR_ALARM"));
+    const tClearRequest clear{readUInt32(*req[0], 0)};
+    auto record = std::make_unique<CTLVRecordV3>(code, CTLVRecordV3::DEFAULT_BUCKETS);
+    appendColumns(*record, CLEAR_CELLS, clear);
+    request.append(std::move(record));
+
+    const int result = CSNMP_Configuration::instance()->configure(request, rsp, false);
+    guard.setResult(result == 0);
+    guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "clear alarm of serial number:%u, ret:%d.", clear.serial,
+               result);
+    return result;
+}
+
+int CSnmpTamrelVrxClearAlarmHandler::queryLeaf(const CVRX_SnmpContext&, CTLVCell*& cell) {
+    CVRXDebugKitGuard guard(
+        TAMREL_LOG_MODULE,
+        "virtual int CSnmpTamrelVrxClearAlarmHandler::queryLeaf(const CVRX_SnmpContext&, CTLVCell*&)");
+    auto zero = std::make_unique<CTLVCell>();
+    setUInt32(*zero, 0, 0);
+    cell = zero.release();  // the caller's
+    return 0;
+}

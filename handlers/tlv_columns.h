@@ -1,0 +1,50 @@
+// What the handlers have in common: command codes, reading cells by tag, and rows of cells as tables.
+//
+//     constexpr tColumn<tAlarmRow> ALARM_COLUMNS[] = {
+//         {1, [](CTLVCell& cell, unsigned short tag, const tAlarmRow& row) { cell.set(tag, row.title.c_str()); }},
+//     };
+//     appendColumns(*out, ALARM_COLUMNS, row);
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "vrxpub/vrx_tlv_record.h"
+
+// The code of a backend command: a key of the section "COMMAND", read from the device configuration now. 0 when the
+// key is missing or its text is no number.
+long long commandCode(const char* command);
+
+// The number in the cell with that tag. Throws CVRX_Exception when the cell is missing or not numerical.
+unsigned int readUInt32(const CTLVRecordV3& record, unsigned short tag);
+unsigned long long readUInt64(const CTLVRecordV3& record, unsigned short tag);
+
+// The text in the cell with that tag. Throws CVRX_Exception when the cell is missing or no string.
+std::string readString(const CTLVRecordV3& record, unsigned short tag);
+
+// Make a cell of that tag and value.
+void setUInt32(CTLVCell& cell, unsigned short tag, unsigned int number);
+void setUInt64(CTLVCell& cell, unsigned short tag, unsigned long long number);
+void setInt32(CTLVCell& cell, unsigned short tag, int number);
+
+// A new record without identifier.
+std::unique_ptr<CTLVRecordV3> makeRow();
+
+// One cell of a record: how its value comes from `Source`.
+template <typename Source>
+struct tColumn {
+    unsigned short tag;
+    void (*fill)(CTLVCell& cell, unsigned short tag, const Source& source);
+};
+
+// Appends one cell for each column, in the order of the table. When a column throws, the cells before it stay.
+template <typename Source, std::size_t N>
+void appendColumns(CTLVRecordV3& record, const tColumn<Source> (&columns)[N], const Source& source) {
+    for (const tColumn<Source>& column : columns) {
+        auto cell = std::make_unique<CTLVCell>();
+        column.fill(*cell, column.tag, source);
+        record.append(cell.get());
+        cell.release();  // the record owns it from here
+    }
+}
