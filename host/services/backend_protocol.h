@@ -1,0 +1,72 @@
+// Words of the backend protocol: command codes, cell tags, and the cells they are written with and read from.
+// docs/backend-protocol.md has the commands one by one.
+//
+// The backend, the agent's transport and the tools share this header; the command codes come from the device
+// configuration, so that an installation can match the numbers of its backend.
+#pragma once
+
+#include <string>
+
+#include "vrxpub/vrx_message_package.h"
+
+// Record identifiers of requests and answers.
+struct BackendCommands {
+    unsigned long long getSystemWwn = 0;
+    unsigned long long getBackendStatus = 0;
+    unsigned long long getCurrentAlarm = 0;
+    unsigned long long clearAlarm = 0;
+    unsigned long long raiseAlarm = 0;
+    unsigned long long subscribeAlarm = 0;
+
+    // From section COMMAND of the device configuration. Throws std::invalid_argument when a code is missing, is no
+    // number above 0 or stands for two commands.
+    static BackendCommands fromDevice();
+};
+
+// Tags of alarm records: active alarms in an answer, and events that are pushed.
+namespace alarm_tag {
+constexpr unsigned short TYPE = 0;            // UINT 4: an AlarmType
+constexpr unsigned short ID = 1;              // UINT 8: key of the alarm definition
+constexpr unsigned short LEVEL = 2;           // UINT 4: as the backend grades it
+constexpr unsigned short SERIAL = 3;          // UINT 4
+constexpr unsigned short RAISED = 4;          // UINT 8: seconds since 1970 UTC
+constexpr unsigned short ENDED = 5;           // UINT 8: seconds since 1970 UTC, 0 while active
+constexpr unsigned short SECOND_END = 6;      // UINT 8: 0 while unset; this backend never sets it
+constexpr unsigned short CLEARED_BY = 7;      // STRING: who asks for the clearing
+constexpr unsigned short PARAMETERS = 8;      // STRING
+constexpr unsigned short COUNT = 9;           // UINT 4: alarms wanted
+constexpr unsigned short SEQUENCE = 20;       // UINT 8: number of an event
+constexpr unsigned short HANDLED = 21;        // UINT 8: number of the last event that the subscriber has handled
+constexpr unsigned short LAST_SEQUENCE = 22;  // UINT 8: number of the last event in the store
+}  // namespace alarm_tag
+
+enum AlarmType : unsigned int { ALARM_TYPE_FAULT = 1, ALARM_TYPE_CLEAR = 8 };
+
+// Tags of the answer to GET_SYSTEM_WWN.
+namespace wwn_tag {
+constexpr unsigned short WWN = 1;  // STRING: 16 hexadecimal digits
+}
+
+// Tags of the answer to GET_BACKEND_STATUS, all UINT 8.
+namespace status_tag {
+constexpr unsigned short ACTIVE_ALARMS = 1;
+constexpr unsigned short LAST_SEQUENCE = 2;    // number of the last event, 0 before the first one
+constexpr unsigned short OLDEST_SEQUENCE = 3;  // number of the oldest event still kept, 0 when there is none
+constexpr unsigned short CLIENTS = 4;          // connections now, subscribers included
+constexpr unsigned short SUBSCRIBERS = 5;
+constexpr unsigned short REQUESTS = 6;  // since the backend's start
+constexpr unsigned short REFUSALS = 7;  // of these
+}  // namespace status_tag
+
+// The longest parameter text of an alarm in bytes: its record, with the other cells, fits the 16-bit record length.
+constexpr std::size_t LONGEST_ALARM_PARAMETERS = 60000;
+
+// Add a cell at the end of a record.
+void appendUint32(CTLVRecordV3& record, unsigned short tag, unsigned int value);
+void appendUint64(CTLVRecordV3& record, unsigned short tag, unsigned long long value);
+void appendText(CTLVRecordV3& record, unsigned short tag, const std::string& text);
+
+// The value of a record's cell. Throw CVRX_Exception when the cell is absent or of another type.
+unsigned int uint32Of(const CTLVRecordV3& record, unsigned short tag);
+unsigned long long uint64Of(const CTLVRecordV3& record, unsigned short tag);
+std::string textOf(const CTLVRecordV3& record, unsigned short tag);
