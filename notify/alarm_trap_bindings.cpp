@@ -1,0 +1,97 @@
+#include "notify/alarm_trap_bindings.h"
+
+#include <snmp_pp/vb.h>
+
+#include <cstddef>
+#include <iterator>
+
+#include "notify/alarm_trap_values.h"
+#include "platform/snmp_basic_impl.h"
+
+namespace {
+
+using Agentpp::Vbx;
+using Values = tAlarmTrapValues;
+
+constexpr unsigned int CATEGORY_3 = 3;  // never computed by the handlers; its fault type is its own
+constexpr int FAULT_TYPE = 2;
+constexpr int FAULT_TYPE_3 = 3;
+
+Snmp_pp::Counter64 counter64(unsigned long long number) {
+    return Snmp_pp::Counter64(static_cast<unsigned int>(number >> 32), static_cast<unsigned int>(number));
+}
+
+struct tBinding {
+    int number;
+    const char* suffix;  // of the OID
+    const char* label;   // in the log
+    void (*fill)(Vbx& vb, Values& values);
+};
+
+// clang-format off
+constexpr tBinding BINDINGS[] = {
+    { 1,  ".1.0", "ReportingAlarmNodeCode      --- ", [](Vbx& vb, Values&)   { vb.set_value(CSNMPBasicImpl::getNodeCode()); }},
+    { 2,  ".2.0", "ReportingAlarmLocationInfo  --- ", [](Vbx& vb, Values& v) { vb.set_value(v.location.c_str()); }},
+    { 3,  ".3.0", "ReportingAlarmRestoreAdvice --- ", [](Vbx& vb, Values& v) { vb.set_value(v.suggestion.c_str()); }},
+    { 4,  ".4.0", "ReportingAlarmFaultTitle    --- ", [](Vbx& vb, Values& v) { vb.set_value(v.name.c_str()); }},
+    { 5,  ".5.0", "ReportingAlarmFaultType     --- ", [](Vbx& vb, Values& v) { vb.set_value(Snmp_pp::SnmpInt32(v.category == CATEGORY_3 ? FAULT_TYPE_3 : FAULT_TYPE)); }},
+    { 6,  ".6.0", "ReportingAlarmFaultLevel    --- ", [](Vbx& vb, Values& v) { vb.set_value(Snmp_pp::SnmpInt32(v.faultLevel)); }},
+    { 7,  ".7.0", "ReportingAlarmAlarmID       --- ", [](Vbx& vb, Values& v) { vb.set_value(Snmp_pp::Gauge32(v.level)); }},
+    { 8,  ".8.0", "ReportingAlarmFaultTime     --- ", [](Vbx& vb, Values& v) { vb.set_value(v.time); }},
+    { 9,  ".9.0", "ReportingAlarmSerialNo      --- ", [](Vbx& vb, Values& v) { vb.set_value(Snmp_pp::Gauge32(v.serialNo)); }},
+    {10, ".10.0", "ReportingAlarmAdditionInfo  --- ", [](Vbx& vb, Values& v) { vb.set_value(v.detail.c_str()); }},
+    {11, ".11.0", "ReportingAlarmFaultCategory --- ", [](Vbx& vb, Values& v) { vb.set_value(Snmp_pp::SnmpInt32(static_cast<int>(v.category))); }},
+    {12, ".12.0", "ReportingAlarmLocationAlmID --- ", [](Vbx& vb, Values& v) { vb.set_value(counter64(v.alarmId)); }},
+    {13, ".13.0", "ReportingAlarmProductModel  --- ", [](Vbx& vb, Values&)   { vb.set_value(Snmp_pp::SnmpInt32(CSNMPBasicImpl::device_type)); }},
+    {14, ".14.0", "ReportingAlarmProductSN     --- ", [](Vbx& vb, Values&)   { vb.set_value(CSNMPBasicImpl::product_sn.c_str()); }},
+    {15, ".15.0", "ReportingAlarmProductSystemName     --- ", [](Vbx& vb, Values&) { vb.set_value(GetSystemName().c_str()); }},
+};
+// clang-format on
+
+// The host is asked for its part in this order.
+constexpr int FILL_ORDER[] = {1, 2, 3, 4, 6, 7, 8, 9, 10, 11, 5, 12, 13, 14, 15};
+
+constexpr int FAULT_TIME = 8;
+
+constexpr std::size_t lengthOf(const char* text) {
+    std::size_t length = 0;
+    while (text[length] != '\0') ++length;
+    return length;
+}
+
+// Row i stands at position i, all labels but the last end in the same column, and each row is filled once.
+constexpr bool isTableSound() {
+    int filled = 0;
+    for (int i = 0; i < ALARM_TRAP_BINDINGS; ++i) {
+        if (BINDINGS[i].number != i + 1) return false;
+        if (lengthOf(BINDINGS[i].label) != (i + 1 < ALARM_TRAP_BINDINGS ? 32 : 40)) return false;
+        filled |= 1 << FILL_ORDER[i];
+    }
+    return filled == (1 << (ALARM_TRAP_BINDINGS + 1)) - 2;
+}
+static_assert(std::size(BINDINGS) == ALARM_TRAP_BINDINGS && std::size(FILL_ORDER) == ALARM_TRAP_BINDINGS);
+static_assert(isTableSound());
+
+}  // namespace
+
+void fillAlarmTrapBindings(const Agentpp::Oidx& baseOid, tAlarmTrapValues& values, Agentpp::Vbx* bindings,
+                           const char** texts) {
+    for (const int number : FILL_ORDER) {
+        const tBinding& row = BINDINGS[number - 1];
+        Vbx& vb = bindings[number - 1];
+        vb.set_oid(baseOid + Snmp_pp::Oid(row.suffix));
+        row.fill(vb, values);
+        // The log shows the time as text, also where the trap carries octets.
+        texts[number - 1] = number == FAULT_TIME ? values.timeText.get_printable() : vb.get_printable_value();
+    }
+}
+
+std::string describeAlarmTrapBindings(const char** texts) {
+    std::string description = "the content of alarm is \n";
+    for (const tBinding& row : BINDINGS) {
+        const char*& text = texts[row.number - 1];
+        if (text == nullptr) text = "Unknown";
+        description.append(row.label).append(text).append("\n");
+    }
+    return description;
+}
