@@ -4,9 +4,11 @@
 //     record  = identifier length cell*                                                  10 bytes and the cells
 //     cell    = tag-type length value                                                     4 bytes and the value
 //
-// Threads: a package belongs to one request; no locks.
+// Threads: a package belongs to one request; no locks. Ownership: package owns records, record owns cells. Sizes are
+// bytes. Refused input gives a result, never an exception, and a line in the ACE log at error priority.
 #pragma once
 
+#include <cstddef>
 #include <list>
 #include <memory>
 #include <sstream>
@@ -47,6 +49,8 @@ public:
     // FAILURE: with a bad header the package is as before, with a bad record it holds no records at all.
     virtual unsigned int decode(unsigned char* buf, unsigned int size);
 
+    // Both forms set the header's uiDataLen. A record whose cells take more than 65535 bytes is written with the low 16
+    // bits of their length and all its cells; a package beyond 4 GiB is refused.
     // Allocates `out` (the caller's, delete[]) and returns its size.
     virtual unsigned int encode(unsigned char*& out);
 
@@ -60,10 +64,10 @@ public:
     CTLVRecordV3* operator[](std::size_t index) const;
 
     // Parses one record of at most `remain` bytes. `out`: a new record (the caller's), or null when it is malformed.
-    // Returns the record's size on the wire on success.
+    // Returns the record's size on the wire; for a malformed one 0, or its claimed size when that exceeds `remain`.
     unsigned int getRecord(unsigned char* buf, unsigned int remain, CTLVRecordV3*& out);
 
-    // Adds a record at the end.
+    // Adds a record at the end; CVRX_Exception for a null one.
     void append(std::unique_ptr<CTLVRecordV3> record);
 
     std::list<CTLVRecordV3*>& records() { return m_records; }  // owned by the package
@@ -72,6 +76,10 @@ public:
     const MSG_S_HEAD& head() const { return m_head; }
 
 private:
+    static bool verifyMsgHead(const unsigned char* buf, unsigned int size);
+    unsigned long long updateDataLen();
+    void write(unsigned char* buf) const;
+
     std::list<CTLVRecordV3*> m_records;
     MSG_S_HEAD m_head;
 };

@@ -1,4 +1,7 @@
 // One typed, tagged value of a backend message.
+//
+// Threads: a cell belongs to one request; no locks. Ownership: a cell owns a copy of its value and wipes it when the
+// value is replaced or the cell ends.
 #pragma once
 
 #include <string>
@@ -17,24 +20,26 @@ public:
     static constexpr unsigned int MIN_TLV_SIZE = 2 + 2;  // tag-type word, value length
 
     // A prepared cell: type 0, tag 4094, no value.
-    CTLVCell();
+    CTLVCell() = default;
     ~CTLVCell();  // the value's bytes are overwritten with zeros first
     CTLVCell(const CTLVCell&) = delete;
     CTLVCell& operator=(const CTLVCell&) = delete;
 
-    unsigned short tag() const;   // 0 to 4095
-    ETLVType type() const;        // 0 to 15
-    unsigned short length() const;  // bytes of the value
-    const unsigned char* data() const;  // null when the length is 0
-    unsigned short word() const;  // tag and type as on the wire
-    unsigned int size() const;    // bytes on the wire: header and value
+    unsigned short tag() const { return static_cast<unsigned short>(m_word >> TYPE_BITS); }  // 0 to 4095
+    ETLVType type() const { return static_cast<ETLVType>(m_word & TYPE_MASK); }              // 0 to 15
+    unsigned short length() const { return m_length; }                                       // bytes of the value
+    const unsigned char* data() const;                                                       // null without value
+    unsigned short word() const { return m_word; }                                           // as on the wire
+    unsigned int size() const { return MIN_TLV_SIZE + m_length; }                            // bytes on the wire
 
-    void setTag(unsigned short tag);  // keeps type and value
+    // Keeps type and value. A record that holds the cell may go on finding it under its former tag.
+    void setTag(unsigned short tag);
 
     // A string cell; a null text gives length 0.
     void set(unsigned short tag, const char* text);
-    // Replaces type, tag and value; `length` bytes are copied. A value longer than 65535 bytes keeps its first 65535, a
-    // string its final zero.
+    // Replaces type, tag and value; `length` bytes are copied, none from a null `data`. The data may be the cell's own
+    // value. A value longer than 65535 bytes keeps its first 65535, a string its final zero. On std::bad_alloc the cell
+    // is as before.
     void set_i(ETLVType type, unsigned short tag, const void* data, unsigned long length);
     // As set_i, with tag and type in one word as on the wire.
     void setCell(unsigned short word, const char* data, unsigned long length);
@@ -43,13 +48,41 @@ public:
     void checkNumerical() const;
     void checkString() const;
 
-    // A numeric type's value in decimal (signed for type 4), of any other its bytes up to the first zero byte or the
-    // end.
+    // A numeric type's value in decimal (signed for type 4; a value of more than 8 bytes shows its first 8), of any
+    // other its bytes up to the first zero byte or the end.
     std::string toString() const;
 
     // Number of a cell, whatever its type: ValueCast<unsigned int>()(cell), ValueCast<unsigned long long>()(cell).
+    // Two-byte values of type 4 are sign-extended, all others are not; bytes beyond the number's width are ignored.
     template <typename Number>
     struct ValueCast {
         Number operator()(const CTLVCell* cell) const;
     };
+
+private:
+    static constexpr unsigned int TYPE_BITS = 4;
+    static constexpr unsigned short TYPE_MASK = (1U << TYPE_BITS) - 1;
+    static constexpr unsigned short PREPARED_TAG = 4094;
+    // Numbers and short texts need no memory of their own; 16 bytes make a cell 24, what a small malloc block holds.
+    static constexpr unsigned int INSIDE_SIZE = 16;
+
+    static unsigned short wordOf(unsigned short tag, unsigned short type);
+    bool isOutside() const { return m_length > INSIDE_SIZE; }
+
+    unsigned short m_word = PREPARED_TAG << TYPE_BITS | TLV_TYPE_NONE;
+    unsigned short m_length = 0;
+    union {
+        unsigned char inside[INSIDE_SIZE];  // up to INSIDE_SIZE bytes
+        unsigned char* outside;             // longer values: own array
+    } m_value;
 };
+
+template <>
+unsigned int CTLVCell::ValueCast<unsigned int>::operator()(const CTLVCell* cell) const;
+template <>
+unsigned long long CTLVCell::ValueCast<unsigned long long>::operator()(const CTLVCell* cell) const;
+
+inline const unsigned char* CTLVCell::data() const {
+    if (isOutside()) return m_value.outside;
+    return m_length == 0 ? nullptr : m_value.inside;
+}

@@ -6,7 +6,8 @@
 //     record->append(cell.get());
 //     cell.release();  // the record owns it from here
 //
-// Threads: a record belongs to one request; no locks.
+// Threads: a record belongs to one request; no locks. find() enters cells into the tag index when they are first asked
+// for, so even two readers of one record must take turns.
 #pragma once
 
 #include <ace/Containers_T.h>
@@ -15,6 +16,7 @@
 #include <ace/Null_Mutex.h>
 
 #include <cstddef>
+#include <memory>
 #include <sstream>
 
 #include "vrxpub/vrx_tlv_cell.h"
@@ -41,19 +43,19 @@ public:
     // tag that the record already holds keeps its first cell in the index.
     void append(const CTLVCell* cell);
 
-    std::size_t count() const;    // cells
-    unsigned long length() const;  // bytes that the cells take on the wire
+    std::size_t count() const { return m_cells.size(); }  // cells
+    unsigned long length() const;                         // bytes that the cells take on the wire
 
     // The cell with that tag; an absent tag raises a CVRX_Exception that names it.
     CTLVCell& operator[](unsigned short tag) const;
 
-    // The position of the cell with that tag, or end() and errno ENOENT.
+    // The position of the cell with that tag, or end() and errno ENOENT. Throws only std::bad_alloc.
     Position find(unsigned short tag) const;
     bool has(unsigned short tag) const { return find(tag) != end(); }
 
     // All cells: for (Position p = record.begin(); p != record.end(); p = p->next_) use(cellAt(p)).
-    Position begin() const;
-    Position end() const;
+    Position begin() const { return m_cells.sentinel()->next_; }
+    Position end() const { return m_cells.sentinel(); }
     static CTLVCell& cellAt(Position position) { return *static_cast<CTLVCell*>(position->item_); }
 
     void clear();  // destroys all cells
@@ -63,10 +65,14 @@ private:
     struct CellList : ACE_DLList<CTLVCell> {  // head_, the sentinel, is protected
         ACE_DLList_Node* sentinel() const { return head_; }
     };
-    using TagIndex =
-        ACE_Hash_Map_Manager_Ex<int, ACE_DLList_Node*, ACE_Hash<int>, ACE_Equal_To<int>, ACE_Null_Mutex>;
+    using TagIndex = ACE_Hash_Map_Manager_Ex<int, ACE_DLList_Node*, ACE_Hash<int>, ACE_Equal_To<int>, ACE_Null_Mutex>;
+
+    void indexNewCells() const;
 
     unsigned long long m_identifier;
     CellList m_cells;
-    TagIndex m_index;
+    // Filled by find(): most records are only walked or passed on, and would pay for entries that nobody asks for. A
+    // table of DEFAULT_BUCKETS is made then too, so that a flood of empty records costs no kilobyte each.
+    mutable std::unique_ptr<TagIndex> m_index;
+    mutable Position m_lastIndexed;  // the cells up to here are in the index
 };

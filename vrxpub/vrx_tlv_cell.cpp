@@ -1,0 +1,121 @@
+#include "vrxpub/vrx_tlv_cell.h"
+
+#include <string.h>  // explicit_bzero
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+
+#include "module/vrx_exception.h"
+#include "vrxpub/vrx_little_endian.h"
+
+namespace {
+
+// A little-endian number of up to 8 bytes; missing upper bytes are 0, further ones are ignored.
+std::uint64_t lowBytes(const CTLVCell& cell, unsigned int width) {
+    std::uint64_t value = 0;
+    const unsigned int count = std::min<unsigned int>(cell.length(), width);
+    for (unsigned int i = 0; i < count; ++i) value |= std::uint64_t{cell.data()[i]} << (8 * i);
+    return value;
+}
+
+// The only width whose sign counts in a cast. The backend's other signed numbers are read as their bit pattern.
+bool isSignedShort(const CTLVCell& cell) {
+    return cell.length() == 2 && cell.type() == CTLVCell::TLV_TYPE_INT;
+}
+
+std::int16_t signedShort(const CTLVCell& cell) {
+    return static_cast<std::int16_t>(getLe16(cell.data()));
+}
+
+// The value as a signed number of its own width.
+std::int64_t signedNumber(const CTLVCell& cell) {
+    const unsigned int bits = 8 * std::min<unsigned int>(cell.length(), 8);
+    if (bits == 0) return 0;
+    const unsigned int unused = 64 - bits;
+    return static_cast<std::int64_t>(lowBytes(cell, 8) << unused) >> unused;
+}
+
+}  // namespace
+
+CTLVCell::~CTLVCell() {
+    if (isOutside()) {
+        explicit_bzero(m_value.outside, m_length);
+        delete[] m_value.outside;
+    } else if (m_length != 0) {
+        explicit_bzero(m_value.inside, m_length);
+    }
+}
+
+unsigned short CTLVCell::wordOf(unsigned short tag, unsigned short type) {
+    return static_cast<unsigned short>(tag << TYPE_BITS | (type & TYPE_MASK));
+}
+
+void CTLVCell::setTag(unsigned short tag) {
+    m_word = wordOf(tag, type());
+}
+
+void CTLVCell::set(unsigned short tag, const char* text) {
+    set_i(TLV_TYPE_STRING, tag, text, text == nullptr ? 0 : strlen(text) + 1);
+}
+
+void CTLVCell::set_i(ETLVType type, unsigned short tag, const void* data, unsigned long length) {
+    setCell(wordOf(tag, type), static_cast<const char*>(data), length);
+}
+
+void CTLVCell::setCell(unsigned short word, const char* data, unsigned long length) {
+    constexpr unsigned long MAX_LENGTH = std::numeric_limits<unsigned short>::max();
+    const unsigned long kept = data == nullptr ? 0 : std::min(length, MAX_LENGTH);
+    // `data` may point into the former value: that one is wiped only after the copy.
+    unsigned char* const formerArray = isOutside() ? m_value.outside : nullptr;
+    const unsigned short formerLength = m_length;
+
+    if (kept > INSIDE_SIZE) {
+        auto* const array = new unsigned char[kept];
+        memcpy(array, data, kept);
+        if (formerArray == nullptr) explicit_bzero(m_value.inside, formerLength);
+        m_value.outside = array;
+    } else {
+        if (kept != 0) memmove(m_value.inside, data, kept);
+        if (formerLength > kept) explicit_bzero(m_value.inside + kept, INSIDE_SIZE - kept);
+    }
+    m_word = word;
+    m_length = static_cast<unsigned short>(kept);
+    if (formerArray != nullptr) {
+        explicit_bzero(formerArray, formerLength);
+        delete[] formerArray;
+    }
+    if (kept < length && kept == MAX_LENGTH && type() == TLV_TYPE_STRING) m_value.outside[MAX_LENGTH - 1] = 0;
+}
+
+void CTLVCell::checkNumerical() const {
+    if (type() <= TLV_TYPE_STRING) {
+        throw CVRX_Exception("CTLVCell isn't numerical type! tag equal to " + std::to_string(tag()));
+    }
+}
+
+void CTLVCell::checkString() const {
+    if (type() != TLV_TYPE_STRING) {
+        throw CVRX_Exception("CTLVCell isn't string type! tag equal to " + std::to_string(tag()));
+    }
+}
+
+std::string CTLVCell::toString() const {
+    if (type() == TLV_TYPE_INT) return std::to_string(signedNumber(*this));
+    if (type() > TLV_TYPE_STRING) return std::to_string(lowBytes(*this, 8));
+    if (m_length == 0) return {};
+    const auto* const text = reinterpret_cast<const char*>(data());
+    return {text, strnlen(text, m_length)};
+}
+
+template <>
+unsigned int CTLVCell::ValueCast<unsigned int>::operator()(const CTLVCell* cell) const {
+    if (isSignedShort(*cell)) return static_cast<unsigned int>(signedShort(*cell));
+    return static_cast<unsigned int>(lowBytes(*cell, 4));
+}
+
+template <>
+unsigned long long CTLVCell::ValueCast<unsigned long long>::operator()(const CTLVCell* cell) const {
+    if (isSignedShort(*cell)) return static_cast<unsigned long long>(signedShort(*cell));
+    return lowBytes(*cell, 8);
+}

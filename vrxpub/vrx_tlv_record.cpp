@@ -1,0 +1,89 @@
+#include "vrxpub/vrx_tlv_record.h"
+
+#include <cerrno>
+#include <limits>
+#include <new>
+
+#include "module/vrx_exception.h"
+
+CTLVRecordV3::CTLVRecordV3(unsigned long long identifier, unsigned long buckets) : m_identifier(identifier) {
+    if (m_cells.sentinel() == nullptr) throw std::bad_alloc();
+    m_lastIndexed = end();
+    if (buckets == DEFAULT_BUCKETS) return;
+    // ACE multiplies without a look: a count whose table size wraps would give a table that is too small.
+    constexpr std::size_t MAX_BUCKETS = std::numeric_limits<std::size_t>::max() / sizeof(TagIndex::ENTRY);
+    const std::size_t usable = buckets > MAX_BUCKETS ? 0 : buckets;
+    m_index = std::make_unique<TagIndex>(usable);
+}
+
+CTLVRecordV3::~CTLVRecordV3() {
+    while (const CTLVCell* cell = m_cells.delete_head()) delete cell;
+}
+
+void CTLVRecordV3::append(const CTLVCell* cell) {
+    if (cell == nullptr) throw CVRX_Exception("record can't hold a null cell");
+    // The record owns the cell from here, and may change it.
+    if (m_cells.insert_tail(const_cast<CTLVCell*>(cell)) == nullptr) throw std::bad_alloc();
+}
+
+unsigned long CTLVRecordV3::length() const {
+    unsigned long bytes = 0;
+    for (Position p = begin(); p != end(); p = p->next_) bytes += cellAt(p).size();
+    return bytes;
+}
+
+CTLVCell& CTLVRecordV3::operator[](unsigned short tag) const {
+    const Position position = find(tag);
+    if (position == end()) throw CVRX_Exception("record has no cell, tag equal to " + std::to_string(tag));
+    return cellAt(position);
+}
+
+CTLVRecordV3::Position CTLVRecordV3::find(unsigned short tag) const {
+    if (m_lastIndexed->next_ != end()) indexNewCells();
+    Position position = nullptr;
+    if (m_index != nullptr && m_index->find(tag, position) == 0) return position;
+    errno = ENOENT;
+    return end();
+}
+
+void CTLVRecordV3::indexNewCells() const {
+    const int savedErrno = errno;  // bind() leaves ENOENT also when it enters a cell
+    if (m_index == nullptr) {
+        const std::size_t buckets = DEFAULT_BUCKETS;
+        m_index = std::make_unique<TagIndex>(buckets);
+    }
+    for (Position p = m_lastIndexed->next_; p != end(); p = p->next_) {
+        // bind() keeps the first cell of a tag, and must not be called on a table without buckets.
+        if (m_index->total_size() != 0 && m_index->bind(cellAt(p).tag(), p) == -1) throw std::bad_alloc();
+        m_lastIndexed = p;
+    }
+    errno = savedErrno;
+}
+
+void CTLVRecordV3::clear() {
+    while (const CTLVCell* cell = m_cells.delete_head()) delete cell;
+    if (m_index != nullptr) m_index->unbind_all();
+    m_lastIndexed = end();
+}
+
+void CTLVRecordV3::dump(std::ostringstream& os) const {
+    os << "record " << std::to_string(m_identifier) << ": " << std::to_string(count()) << " cells, "
+       << std::to_string(length()) << " bytes" << std::endl;
+    for (Position p = begin(); p != end(); p = p->next_) {
+        const CTLVCell& cell = cellAt(p);
+        os << "  tag " << std::to_string(cell.tag()) << " type " << std::to_string(cell.type()) << " length "
+           << std::to_string(cell.length()) << ": ";
+        if (cell.type() == CTLVCell::TLV_TYPE_STRING) {
+            os << '"' << cell.toString() << '"';
+        } else if (cell.type() > CTLVCell::TLV_TYPE_STRING && cell.length() <= 8) {
+            os << cell.toString();
+        } else {
+            constexpr char DIGITS[] = "0123456789ABCDEF";
+            for (unsigned int i = 0; i < cell.length(); ++i) {
+                const unsigned char byte = cell.data()[i];
+                os << (i == 0 ? "" : " ") << DIGITS[byte >> 4] << DIGITS[byte & 15];
+            }
+        }
+        os << std::endl;
+    }
+}
