@@ -19,10 +19,6 @@ unsigned int getLe32(const unsigned char* bytes) {
            static_cast<unsigned int>(bytes[2]) << 16 | static_cast<unsigned int>(bytes[3]) << 24;
 }
 
-bool wouldBlock(int error) {
-    return error == EAGAIN || error == EWOULDBLOCK;
-}
-
 }  // namespace
 
 BackendConnection::BackendConnection(FileDescriptor socket, std::size_t packageLimit, int cancel)
@@ -43,7 +39,7 @@ BackendConnection::Result BackendConnection::send(const std::vector<unsigned cha
             continue;
         }
         if (errno == EINTR) continue;
-        if (!wouldBlock(errno)) return fail(Result::Broken, "send: " + std::generic_category().message(errno));
+        if (errno != EAGAIN) return fail(Result::Broken, "send: " + std::generic_category().message(errno));
         const Wait wait = waitFor(m_socket.get(), POLLOUT, deadline, m_cancel);
         if (wait == Wait::Timeout) return fail(Result::Timeout, "the peer does not take a package in time");
         if (wait == Wait::Cancelled) return fail(Result::Cancelled, "cancelled");
@@ -78,7 +74,7 @@ BackendConnection::Result BackendConnection::readExactly(unsigned char* to, std:
                        : fail(Result::Broken, "the peer closed the connection in the middle of a package");
         }
         if (errno == EINTR) continue;
-        if (!wouldBlock(errno)) return fail(Result::Broken, "receive: " + std::generic_category().message(errno));
+        if (errno != EAGAIN) return fail(Result::Broken, "receive: " + std::generic_category().message(errno));
         const Result result = waitForPackage(deadline);
         if (result != Result::Ok) return result;
     }

@@ -41,6 +41,8 @@ public:
     // Whether the peer has neither closed nor sent anything: what an unused connection looks like.
     bool isQuiet() const;
 
+    void close() { m_socket = FileDescriptor(); }
+
     // What the last result that was not Ok was about, for a log line.
     const std::string& failure() const { return m_failure; }
 

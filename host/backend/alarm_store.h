@@ -1,0 +1,84 @@
+// The backend's alarms in SQLite: the active ones, and every raise and clear as a numbered event.
+//
+// A change is on the disk, event included, when the operation returns; several alarms in one call change together or
+// not at all. Serial numbers of alarms and sequence numbers of events grow and are never given twice, and event numbers
+// have no holes: who reads "1, 2, 4" has missed 3.
+//
+// Threads: any. Errors: SqliteError, and then nothing has changed. Times: seconds since 1970 UTC.
+#pragma once
+
+#include <cstddef>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "host/backend/sqlite_database.h"
+#include "host/services/backend_protocol.h"
+#include "host/services/backend_result.h"
+
+struct Alarm {
+    unsigned int serial = 0;  // to raise(): 0 lets the store choose
+    unsigned long long id = 0;
+    unsigned int level = 0;
+    unsigned long long raised = 0;
+    unsigned long long ended = 0;  // 0 while the alarm is active
+    std::string parameters;
+};
+
+struct AlarmEvent {
+    unsigned long long sequence = 0;
+    unsigned int type = ALARM_TYPE_FAULT;
+    Alarm alarm;
+};
+
+struct AlarmStoreStatus {
+    unsigned long long activeAlarms = 0;
+    unsigned long long lastSequence = 0;
+    unsigned long long oldestSequence = 0;  // 0 when no event is kept
+};
+
+class AlarmStore {
+public:
+    // Opens or creates the file with mode 0600. Of the events the last `eventLimit` are kept.
+    AlarmStore(const std::string& path, unsigned long long eventLimit);
+
+    // Adds the alarms and fills in the serial numbers that are 0. Another result than BACKEND_OK changes nothing.
+    BackendResult raise(std::vector<Alarm>& alarms);
+
+    // Ends the active alarms with these serial numbers, at `time`. Another result than BACKEND_OK changes nothing.
+    BackendResult clear(const std::vector<unsigned int>& serials, unsigned long long time);
+
+    // Active alarms with a serial number above `start`, ascending: up to `count`, and no further one once their
+    // parameter texts reach `bytes`.
+    std::vector<Alarm> activeAfter(unsigned int start, std::size_t count, std::size_t bytes);
+
+    // Events behind number `sequence`, ascending; limits as above.
+    std::vector<AlarmEvent> eventsAfter(unsigned long long sequence, std::size_t count, std::size_t bytes);
+
+    unsigned long long lastSequence();
+    AlarmStoreStatus status();
+
+    // World wide name of the system that this store stands for: made when the store is, constant then.
+    std::string worldWideName();
+
+private:
+    void addEvent(unsigned int type, const Alarm& alarm);
+    void dropOldEvents();
+
+    const unsigned long long m_eventLimit;
+
+    // guarded by m_mutex: database and statements
+    std::mutex m_mutex;
+    SqliteDatabase m_database;
+    SqliteStatement m_insertActive;
+    SqliteStatement m_findActive;
+    SqliteStatement m_deleteActive;
+    SqliteStatement m_listActive;
+    SqliteStatement m_countActive;
+    SqliteStatement m_insertEvent;
+    SqliteStatement m_listEvents;
+    SqliteStatement m_deleteEvents;
+    SqliteStatement m_lastSequence;
+    SqliteStatement m_oldestSequence;
+    SqliteStatement m_worldWideName;
+};

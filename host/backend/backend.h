@@ -1,0 +1,79 @@
+// The reference management backend: listens for clients, one thread for each, around one alarm store.
+//
+//     Backend backend(BackendSettings::fromDevice());
+//     backend.start();
+//     ...
+//     backend.stop();
+//
+// Runs in vrx-backendd, or inside an agent. State: backend.db (alarms and events) and backend.lock, which keeps a
+// second backend off the same store; both have mode 0600.
+//
+// Threads: start() and stop() from one thread. Errors: BackendStartError from start(), afterwards log lines.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "host/backend/alarm_store.h"
+#include "host/backend/client_session.h"
+#include "host/backend/request_handler.h"
+#include "host/services/backend_options.h"
+#include "host/services/backend_protocol.h"
+
+struct BackendSettings {
+    BackendOptions transport;  // of these the address and the package limit
+    BackendCommands commands;
+    std::string stateDirectory;
+    unsigned long long eventLimit = 1'000'000;
+    std::chrono::milliseconds delay{0};  // before each answer: for trying out slow backends
+
+    // From product root and device configuration. Throws std::invalid_argument.
+    static BackendSettings fromDevice();
+};
+
+struct BackendStartError : std::runtime_error {
+    BackendStartError(int code, const std::string& text) : std::runtime_error(text), exitCode(code) {}
+    const int exitCode;  // of sysexits.h
+};
+
+class Backend {
+public:
+    explicit Backend(const BackendSettings& settings);
+    ~Backend();
+    Backend(const Backend&) = delete;
+    Backend& operator=(const Backend&) = delete;
+
+    void start();
+    void stop();  // ends all sessions and removes a Unix socket's file
+
+private:
+    struct Client;
+
+    void acceptClients();
+    void acceptClient();
+    void noteRefusal(const std::string& reason);
+    void removeFinishedClients();
+    void wakeClients();
+
+    const BackendSettings m_settings;
+    BackendTraffic m_traffic;
+    WakeFlag m_stop;
+    FileDescriptor m_lock;
+    std::unique_ptr<AlarmStore> m_store;
+    std::unique_ptr<RequestHandler> m_handler;
+    FileDescriptor m_listener;
+    std::thread m_acceptor;
+
+    // of the acceptor's thread
+    unsigned long long m_lastClient = 0;
+    bool m_refusing = false;  // and a line about it was logged
+
+    std::mutex m_mutex;
+    std::list<Client> m_clients;  // guarded by m_mutex
+};

@@ -1,0 +1,227 @@
+#include "host/services/alarm_event_source.h"
+
+#include <spdlog/spdlog.h>
+
+#include <exception>
+#include <stdexcept>
+
+#include "host/services/backend_result.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Active alarms asked for at once.
+constexpr unsigned int SERIALS_PER_REQUEST = 1000;
+
+// The backend sends something every 2 s; after this much silence it is taken for dead.
+constexpr std::chrono::seconds LONGEST_SILENCE{6};
+
+// Why there is no subscription, or none any more.
+struct ConnectionLost : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// stop() was called.
+struct Stopped {};
+
+void check(BackendConnection::Result result, const BackendConnection& connection) {
+    if (result == BackendConnection::Result::Cancelled) throw Stopped();
+    if (result != BackendConnection::Result::Ok) throw ConnectionLost(connection.failure());
+}
+
+// Runs a call of the listener; what it throws must not end the subscription.
+template <typename Call>
+void guarded(const char* what, const Call& call) {
+    try {
+        call();
+    } catch (const std::exception& fault) {
+        spdlog::error("alarm events: {} failed: {}", what, fault.what());
+    }
+}
+
+}  // namespace
+
+AlarmEventSource::AlarmEventSource(Listener& listener)
+    : AlarmEventSource(BackendOptions::fromDevice(), BackendCommands::fromDevice(), listener) {}
+
+AlarmEventSource::AlarmEventSource(const BackendOptions& options, const BackendCommands& commands, Listener& listener)
+    : m_options(options), m_commands(commands), m_listener(listener) {}
+
+AlarmEventSource::~AlarmEventSource() {
+    stop();
+}
+
+void AlarmEventSource::start() {
+    if (m_thread.joinable()) return;
+    m_stop.lower();
+    m_thread = std::thread([this] { run(); });
+}
+
+void AlarmEventSource::stop() {
+    if (!m_thread.joinable()) return;
+    m_stop.raise();
+    m_thread.join();
+}
+
+AlarmEventSource::Counters AlarmEventSource::counters() const {
+    Counters counters;
+    counters.connections = m_connections;
+    counters.events = m_events;
+    counters.missing = m_missing;
+    counters.malformed = m_malformed;
+    return counters;
+}
+
+void AlarmEventSource::run() {
+    try {
+        for (;;) {
+            try {
+                runConnection();
+            } catch (const std::exception& fault) {
+                noteFailure(fault.what());
+            }
+            m_backoff.failed(Clock::now());
+            if (waitFor(-1, 0, m_backoff.nextTry(), m_stop.descriptor()) == Wait::Cancelled) return;
+        }
+    } catch (const Stopped&) {
+        return;
+    }
+}
+
+// One line when the subscription ends or does not come about, none for the attempts that follow.
+void AlarmEventSource::noteFailure(const std::string& reason) {
+    if (m_failureKnown) return;
+    m_failureKnown = true;
+    spdlog::warn("alarm events: no subscription at {}: {}", m_options.address.text(), reason);
+}
+
+// Ends only by an exception.
+void AlarmEventSource::runConnection() {
+    std::string failure;
+    FileDescriptor socket =
+        connectSocket(m_options.address, Clock::now() + m_options.callDeadline, m_stop.descriptor(), failure);
+    if (!socket) throw ConnectionLost(failure);
+    BackendConnection connection(std::move(socket), m_options.packageLimit, m_stop.descriptor());
+
+    // The store's last number first: an event that comes up from here on is among those subscribed to.
+    const unsigned long long lastSequence = askLastSequence(connection);
+    const std::vector<unsigned int> serials = askActiveSerials(connection);
+    const unsigned long long handled = chooseStart(lastSequence);
+    subscribe(connection, handled);
+
+    m_failureKnown = false;
+    m_backoff.succeeded();
+    ++m_connections;
+    spdlog::info("alarm events: subscribed at {} behind event {}, {} active alarms", m_options.address.text(), handled,
+                 serials.size());
+
+    // Tells the listener of the end, however it comes.
+    struct Connected {
+        explicit Connected(Listener& l) : listener(l) {}
+        ~Connected() {
+            guarded("the listener's onDisconnected", [this] { listener.onDisconnected(); });
+        }
+        Connected(const Connected&) = delete;
+        Connected& operator=(const Connected&) = delete;
+        Listener& listener;
+    };
+    const Connected connected(m_listener);
+    guarded("the listener's onConnected", [&] { m_listener.onConnected(lastSequence, serials); });
+    deliverEvents(connection, handled);
+}
+
+void AlarmEventSource::ask(BackendConnection& connection, std::unique_ptr<CTLVRecordV3> request,
+                           CR8KPackageV3& answer) {
+    CR8KPackageV3 package;
+    package.append(std::move(request));
+    const auto bytes = encodePackage(package, m_options.packageLimit);
+    if (!bytes) throw ConnectionLost("the package limit is too small for a request");
+    const Deadline deadline = Clock::now() + m_options.callDeadline;
+    check(connection.send(*bytes, deadline), connection);
+    check(connection.receive(answer, deadline), connection);
+    const int result = static_cast<int>(answer.head().uiHeadParam1);
+    if (result != BACKEND_OK) throw ConnectionLost(std::string("refused: ") + backendResultText(result));
+}
+
+unsigned long long AlarmEventSource::askLastSequence(BackendConnection& connection) {
+    CR8KPackageV3 answer;
+    ask(connection, std::make_unique<CTLVRecordV3>(m_commands.getBackendStatus, CTLVRecordV3::DEFAULT_BUCKETS), answer);
+    return uint64Of(*answer[0], status_tag::LAST_SEQUENCE);
+}
+
+// Until an answer is empty: one with fewer alarms than asked for may have been cut at the package limit.
+std::vector<unsigned int> AlarmEventSource::askActiveSerials(BackendConnection& connection) {
+    std::vector<unsigned int> serials;
+    unsigned int start = 0;
+    for (;;) {
+        auto request = std::make_unique<CTLVRecordV3>(m_commands.getCurrentAlarm, CTLVRecordV3::DEFAULT_BUCKETS);
+        appendUint32(*request, alarm_tag::SERIAL, start);
+        appendUint32(*request, alarm_tag::COUNT, SERIALS_PER_REQUEST);
+        CR8KPackageV3 answer;
+        ask(connection, std::move(request), answer);
+        if (answer.records().empty()) return serials;
+        for (const CTLVRecordV3* record : answer.records()) {
+            const unsigned int serial = uint32Of(*record, alarm_tag::SERIAL);
+            if (serial <= start) throw ConnectionLost("active alarms are not in the order of their serial numbers");
+            serials.push_back(serial);
+            start = serial;
+        }
+    }
+}
+
+unsigned long long AlarmEventSource::chooseStart(unsigned long long lastSequenceOfStore) {
+    const std::optional<unsigned long long> remembered = m_listener.lastHandledEvent();
+    if (!remembered) return lastSequenceOfStore;
+    if (*remembered <= lastSequenceOfStore) return *remembered;
+    spdlog::warn(
+        "alarm events: event {} was handled, but the backend's last one is {}: its store is a younger one, "
+        "going on with its first event",
+        *remembered, lastSequenceOfStore);
+    return 0;
+}
+
+void AlarmEventSource::subscribe(BackendConnection& connection, unsigned long long handled) {
+    auto request = std::make_unique<CTLVRecordV3>(m_commands.subscribeAlarm, CTLVRecordV3::DEFAULT_BUCKETS);
+    appendUint64(*request, alarm_tag::HANDLED, handled);
+    CR8KPackageV3 answer;
+    ask(connection, std::move(request), answer);
+}
+
+void AlarmEventSource::deliverEvents(BackendConnection& connection, unsigned long long handled) {
+    for (;;) {
+        CR8KPackageV3 events;
+        const Deadline deadline = Clock::now() + LONGEST_SILENCE;
+        const BackendConnection::Result result = connection.receive(events, deadline);
+        if (result == BackendConnection::Result::Timeout) throw ConnectionLost("the backend is silent");
+        check(result, connection);
+        for (const CTLVRecordV3* record : events.records()) {
+            deliver(*record, handled);
+            if (waitFor(-1, 0, Clock::now(), m_stop.descriptor()) == Wait::Cancelled) throw Stopped();
+        }
+    }
+}
+
+void AlarmEventSource::deliver(const CTLVRecordV3& record, unsigned long long& handled) {
+    unsigned long long sequence = 0;
+    try {
+        sequence = uint64Of(record, alarm_tag::SEQUENCE);
+    } catch (const std::exception& fault) {
+        ++m_malformed;
+        spdlog::error("alarm events: a record without a number is skipped: {}", fault.what());
+        return;
+    }
+    if (sequence <= handled) {
+        ++m_malformed;
+        spdlog::error("alarm events: event {} behind event {} is skipped", sequence, handled);
+        return;
+    }
+    if (sequence > handled + 1) {
+        m_missing += sequence - handled - 1;
+        spdlog::error("alarm events: events {} to {} are missing, the backend does not keep them any more", handled + 1,
+                      sequence - 1);
+    }
+    handled = sequence;
+    ++m_events;
+    guarded("the listener's onEvent", [&] { m_listener.onEvent(sequence, record); });
+}

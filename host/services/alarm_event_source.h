@@ -1,0 +1,101 @@
+// The agent's subscription to the backend's alarm events: one thread that stays connected, finds out which alarms are
+// active and delivers each event in the order of its number.
+//
+//     AlarmEventSource source(listener);
+//     source.start();
+//     ...
+//     source.stop();  // the listener is not called any more
+//
+// On each connection the listener is asked for the last event it handled, hears with onConnected() where the store
+// stands, then gets every later event once. Events that came up while either side was away are therefore delivered
+// after the reconnect. A listener that remembers an event durably after it has handled it sees every event at least
+// once.
+//
+// Threads: start() and stop() from one thread, the listener is called from the source's thread, counters() from any.
+// Errors: whatever the backend sends or fails to send ends in a log line and a new attempt, with pauses of 50 ms to 1
+// s.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/services/backend_backoff.h"
+#include "host/services/backend_connection.h"
+#include "host/services/backend_options.h"
+#include "host/services/backend_protocol.h"
+
+class AlarmEventSource {
+public:
+    // What a listener throws is logged, and the source goes on with the next event.
+    class Listener {
+    public:
+        virtual ~Listener() = default;
+
+        // Number of the last event handled, in this life of the process or an earlier one; nothing when none ever was.
+        // Asked before each subscription.
+        virtual std::optional<unsigned long long> lastHandledEvent() = 0;
+
+        // Connected: `lastSequenceOfStore` was the number of the store's last event just before `activeSerials`
+        // (ascending) was read. The events behind lastHandledEvent() follow, and where that was nothing those behind
+        // lastSequenceOfStore: a listener remembers that number then. Where it is below lastHandledEvent() the store is
+        // a younger one, and all its events follow, numbered from 1.
+        virtual void onConnected(unsigned long long lastSequenceOfStore,
+                                 const std::vector<unsigned int>& activeSerials) = 0;
+
+        // An alarm was raised or cleared. Apart from `sequence` nothing in the record is checked.
+        virtual void onEvent(unsigned long long sequence, const CTLVRecordV3& record) = 0;
+
+        // The connection that onConnected() told of is gone.
+        virtual void onDisconnected() = 0;
+    };
+
+    struct Counters {
+        unsigned long long connections = 0;  // subscriptions that began
+        unsigned long long events = 0;       // delivered
+        unsigned long long missing = 0;      // event numbers that were skipped: no longer kept by the backend
+        unsigned long long malformed = 0;    // records without a number, or with one that was delivered already
+    };
+
+    // `listener` outlives the source. The first form takes addresses and command codes from the device configuration
+    // and throws std::invalid_argument when they are faulty.
+    explicit AlarmEventSource(Listener& listener);
+    AlarmEventSource(const BackendOptions& options, const BackendCommands& commands, Listener& listener);
+    ~AlarmEventSource();
+    AlarmEventSource(const AlarmEventSource&) = delete;
+    AlarmEventSource& operator=(const AlarmEventSource&) = delete;
+
+    void start();
+    void stop();  // returns within moments, unless the listener is at work
+    Counters counters() const;
+
+private:
+    void run();
+    void runConnection();
+    unsigned long long askLastSequence(BackendConnection& connection);
+    std::vector<unsigned int> askActiveSerials(BackendConnection& connection);
+    unsigned long long chooseStart(unsigned long long lastSequenceOfStore);
+    void subscribe(BackendConnection& connection, unsigned long long handled);
+    void deliverEvents(BackendConnection& connection, unsigned long long handled);
+    void deliver(const CTLVRecordV3& record, unsigned long long& handled);
+    void ask(BackendConnection& connection, std::unique_ptr<CTLVRecordV3> request, CR8KPackageV3& answer);
+    void noteFailure(const std::string& reason);
+
+    const BackendOptions m_options;
+    const BackendCommands m_commands;
+    Listener& m_listener;
+    WakeFlag m_stop;
+    std::thread m_thread;
+
+    // of the source's thread
+    BackendBackoff m_backoff;
+    bool m_failureKnown = false;  // the reason for the lack of a subscription was logged
+
+    std::atomic<unsigned long long> m_connections{0};
+    std::atomic<unsigned long long> m_events{0};
+    std::atomic<unsigned long long> m_missing{0};
+    std::atomic<unsigned long long> m_malformed{0};
+};
