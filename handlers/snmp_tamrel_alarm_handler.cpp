@@ -43,6 +43,8 @@ constexpr tColumn<tAlarmRange> REQUEST_CELLS[] = {
 };
 
 struct tAlarmRow {
+    tAlarmRow(const CTLVRecordV3& record, bool useDateAndTime) : in(record), dateAndTime(useDateAndTime) {}
+
     const CTLVRecordV3& in;
     bool dateAndTime;
     int level = 0;
@@ -137,7 +139,7 @@ void CSnmpTamrelVrxAlarmHandler::fillRspRecord(const CTLVRecordV3& in, CTLVRecor
         "virtual void CSnmpTamrelVrxAlarmHandler::fillRspRecord(const CTLVRecordV3&, CTLVRecordV3*)");
     if (in.has(TAG_NO_ALARM)) return;
 
-    tAlarmRow row{in, useDateAndTime()};
+    tAlarmRow row(in, useDateAndTime());
     row.serial = readUInt32(in, TAG_SERIAL);
     const unsigned int type = readUInt32(in, TAG_TYPE) & 0xFFFF;  // the type is 16 bits wide, whatever the cell is
     row.alarmId = readUInt64(in, TAG_ALARM_ID);

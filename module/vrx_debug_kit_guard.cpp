@@ -20,7 +20,13 @@ CVRXDebugKitGuard::CVRXDebugKitGuard(int module, const std::string& name) : m_lo
     m_logger->trace("enter " + m_name + "...");
 }
 
-CVRXDebugKitGuard::~CVRXDebugKitGuard() { m_logger->trace("leave " + m_name + (m_result ? ": OK" : ": NOK")); }
+CVRXDebugKitGuard::~CVRXDebugKitGuard() {
+    try {
+        m_logger->trace("leave " + m_name + (m_result ? ": OK" : ": NOK"));
+    } catch (...) {
+        // No memory for the line: losing it is better than losing the process.
+    }
+}
 
 void CVRXDebugKitGuard::debug(unsigned long long code, const char* function, unsigned int line, const char* format,
                               ...) {

@@ -107,8 +107,8 @@ void appendRecords(CR8KPackageV3& package, const std::vector<TlvRecord>& records
     for (const TlvRecord& record : records) package.append(makeRecord(record));
 }
 
-bool RecordMatcher::MatchAndExplain(const TlvRecord& record, std::ostream* os) const {
+bool RecordMatcher::MatchAndExplain(const TlvRecord& record, testing::MatchResultListener* listener) const {
     if (record == m_expected) return true;
-    if (os != nullptr) *os << "which is " << record;
+    *listener << "which is " << record;
     return false;
 }

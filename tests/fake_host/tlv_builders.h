@@ -69,12 +69,12 @@ TestPackage requestWith(Cells... cells) {
 class RecordMatcher {
 public:
     explicit RecordMatcher(TlvRecord expected) : m_expected(std::move(expected)) {}
-    bool MatchAndExplain(const TlvRecord& record, std::ostream* os) const;
-    bool MatchAndExplain(const CTLVRecordV3& record, std::ostream* os) const {
-        return MatchAndExplain(copyOf(record), os);
+    bool MatchAndExplain(const TlvRecord& record, testing::MatchResultListener* listener) const;
+    bool MatchAndExplain(const CTLVRecordV3& record, testing::MatchResultListener* listener) const {
+        return MatchAndExplain(copyOf(record), listener);
     }
-    bool MatchAndExplain(const CTLVRecordV3* record, std::ostream* os) const {
-        return record != nullptr && MatchAndExplain(*record, os);
+    bool MatchAndExplain(const CTLVRecordV3* record, testing::MatchResultListener* listener) const {
+        return record != nullptr && MatchAndExplain(*record, listener);
     }
     void DescribeTo(std::ostream* os) const { *os << "is " << m_expected; }
     void DescribeNegationTo(std::ostream* os) const { *os << "is not " << m_expected; }

@@ -1,0 +1,469 @@
+#include "handlers/snmp_tamrel_trap_addr_handler.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "module/vrx_exception.h"
+#include "tests/fake_host/fake_host.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+constexpr int PARAM_ERROR = 0x3000003;
+
+constexpr const char* CREATE_REFUSED = "error 0x1002E failed to create trap, unknown parameter.";
+constexpr const char* MODIFY_REFUSED = "error 0x1002E failed to modify trap, unknown parameter.";
+
+tTrapDestInfo destination(const std::string& index, const std::string& address, unsigned int port,
+                          unsigned int version = 2, unsigned int trapType = 3, const std::string& user = "--") {
+    tTrapDestInfo info;
+    info.index = index;
+    info.address = address;
+    info.port = port;
+    info.version = version;
+    info.trapType = trapType;
+    info.user = user;
+    return info;
+}
+
+class TrapAddrHandlerTest : public testing::Test {
+protected:
+    int create(const CR8KPackageV3& req) { return handler.OnCreateTable(ctx, req, rsp); }
+    int modify(const CR8KPackageV3& req) { return handler.OnModifyTable(ctx, req, rsp); }
+    int erase(const CR8KPackageV3& req) { return handler.OnDeleteTable(ctx, req, rsp); }
+
+    // What the host was asked to change.
+    std::vector<tTrapDestInfo> changed(const std::string& operation) {
+        std::vector<tTrapDestInfo> found;
+        for (const FakeTrapApi::Call& call : host.trapApi().changes()) {
+            EXPECT_EQ(call.operation, operation);
+            found.push_back(call.destination);
+        }
+        return found;
+    }
+
+    void expectRefused(int result, const std::string& line) {
+        EXPECT_EQ(result, PARAM_ERROR);
+        EXPECT_THAT(host.log().linesWithoutTrace(), ElementsAre(line));
+        EXPECT_THAT(host.trapApi().changes(), IsEmpty());
+        EXPECT_THAT(recordsOf(rsp), IsEmpty());
+    }
+
+    FakeHost host;
+    CVRX_SnmpContext ctx;
+    CR8KPackageV3 rsp;
+    CTamrelTrapAddrHandler handler;
+};
+
+TEST(TrapDestInfo, DefaultsOfANewRecord) {
+    EXPECT_EQ(tTrapDestInfo(), destination("", "", 0, 2, 3, "--"));
+}
+
+// Create.
+
+TEST_F(TrapAddrHandlerTest, CreateWithReachableAddressOnlyGetsVersionTwoTypeOneAndNoUser) {
+    EXPECT_EQ(create(requestWith(text(1, "10.0.0.1"), u32(2, 162))), 0);
+    EXPECT_THAT(changed("create"), ElementsAre(destination("", "10.0.0.1", 162, 2, 1, "--")));
+    EXPECT_THAT(host.log().linesWithoutTrace(), IsEmpty());
+    EXPECT_THAT(recordsOf(rsp), IsEmpty());
+}
+
+TEST_F(TrapAddrHandlerTest, CreateChecksAddressPortVersionAndTypeInThatOrder) {
+    create(requestWith(text(1, "10.0.0.1"), u32(2, 162)));
+    EXPECT_THAT(host.trapApi().operations(),
+                ElementsAre("checkAddress", "checkPort", "checkVersion", "checkType", "create"));
+}
+
+TEST_F(TrapAddrHandlerTest, CreateDoesNotLookAtTheSecondAddressWhileCheckingARequestWithTheFirst) {
+    EXPECT_EQ(create(requestWith(text(1, "10.0.0.1"), u32(2, 162), text(6, "bad"))), 0);
+    EXPECT_THAT(changed("create"), ElementsAre(destination("", "10.0.0.1", 162, 2, 1)));
+}
+
+TEST_F(TrapAddrHandlerTest, CreateTakesTheSecondAddressWhenBothAreValid) {
+    EXPECT_EQ(create(requestWith(text(1, "10.0.0.1"), u32(2, 162), text(6, "10.0.0.2"))), 0);
+    EXPECT_THAT(changed("create"), ElementsAre(destination("", "10.0.0.2", 162, 2, 1)));
+}
+
+TEST_F(TrapAddrHandlerTest, CreateWithTheSecondAddressOnly) {
+    EXPECT_EQ(create(requestWith(u32(2, 162), text(6, "10.0.0.2"))), 0);
+    EXPECT_THAT(changed("create"), ElementsAre(destination("", "10.0.0.2", 162, 2, 1)));
+}
+
+TEST_F(TrapAddrHandlerTest, CreateWithAnInvalidSecondAddressOnlyIsRefused) {
+    expectRefused(create(requestWith(u32(2, 162), text(6, "bad"))), CREATE_REFUSED);
+}
+
+TEST_F(TrapAddrHandlerTest, CreateWithoutAddressIsRefused) {
+    expectRefused(create(requestWith(u32(2, 162))), CREATE_REFUSED);
+}
+
+TEST_F(TrapAddrHandlerTest, CreateWithAnInvalidFirstAddressIsRefused) {
+    expectRefused(create(requestWith(text(1, "bad"), u32(2, 162))), CREATE_REFUSED);
+}
+
+TEST_F(TrapAddrHandlerTest, CreateWithAnInvalidFirstAndAValidSecondAddressTakesTheSecond) {
+    EXPECT_EQ(create(requestWith(text(1, "bad"), u32(2, 162), text(6, "10.0.0.2"))), 0);
+    EXPECT_THAT(changed("create"), ElementsAre(destination("", "10.0.0.2", 162, 2, 1)));
+}
+
+TEST_F(TrapAddrHandlerTest, CreateWithAnInvalidPortIsRefused) {
+    expectRefused(create(requestWith(text(1, "10.0.0.1"), u32(2, 0))), CREATE_REFUSED);
+}
+
+TEST_F(TrapAddrHandlerTest, CreateWithAnInvalidVersionIsRefusedBeforeAnythingElseIsChecked) {
+    expectRefused(create(requestWith(text(1, "10.0.0.1"), u32(2, 162), u32(5, 4))), CREATE_REFUSED);
+    EXPECT_THAT(host.trapApi().operations(), ElementsAre("checkVersion"));
+}
+
+TEST_F(TrapAddrHandlerTest, CreateWithAnInvalidTypeIsRefused) {
+    expectRefused(create(requestWith(text(1, "10.0.0.1"), u32(2, 162), u32(7, 9))), CREATE_REFUSED);
+    EXPECT_THAT(host.trapApi().operations(), ElementsAre("checkType"));
+}
+
+TEST_F(TrapAddrHandlerTest, CreateWithAnInvalidUserSucceedsWithoutUser) {
+    EXPECT_EQ(create(requestWith(text(1, "10.0.0.1"), u32(2, 162), text(8, "bad"))), 0);
+    EXPECT_THAT(changed("create"), ElementsAre(destination("", "10.0.0.1", 162, 2, 1, "--")));
+    EXPECT_THAT(host.log().linesWithoutTrace(), IsEmpty());
+}
+
+TEST_F(TrapAddrHandlerTest, CreateTakesAllValidColumns) {
+    EXPECT_EQ(create(requestWith(u32(2, 10162), u32(5, 3), text(6, "manager.example"), u32(7, 4), text(8, "operator"))),
+              0);
+    EXPECT_THAT(changed("create"), ElementsAre(destination("", "manager.example", 10162, 3, 4, "operator")));
+}
+
+TEST_F(TrapAddrHandlerTest, CreateTakesTheUserInItsTextFormWhateverTheCellIs) {
+    EXPECT_EQ(create(requestWith(text(1, "10.0.0.1"), u32(2, 162), u32(8, 42))), 0);
+    EXPECT_EQ(create(requestWith(text(1, "10.0.0.1"), u32(2, 162), octets(8, "op"))), 0);
+    EXPECT_THAT(changed("create"), ElementsAre(destination("", "10.0.0.1", 162, 2, 1, "42"),
+                                               destination("", "10.0.0.1", 162, 2, 1, "op")));
+}
+
+TEST_F(TrapAddrHandlerTest, CheckOfAUserSeesTheVersionOfTheRequest) {
+    unsigned int version = 0;
+    host.trapApi().checkUser = [&version](tTrapDestInfo& looked) {
+        version = looked.version;
+        return true;
+    };
+    create(requestWith(text(1, "10.0.0.1"), u32(2, 162), u32(5, 3), text(8, "operator")));
+    EXPECT_EQ(version, 3u);
+}
+
+TEST_F(TrapAddrHandlerTest, CreateIgnoresStatusAndIndex) {
+    EXPECT_EQ(create(requestWith(text(1, "10.0.0.1"), u32(2, 162), i32(3, 4), text(4, "7"))), 0);
+    EXPECT_THAT(changed("create"), ElementsAre(destination("", "10.0.0.1", 162, 2, 1)));
+}
+
+TEST_F(TrapAddrHandlerTest, ColumnThatTheHostRejectsLaterKeepsItsEarlierValue) {
+    // The request passes the first check; the host changes its mind before the value is taken over.
+    int asked = 0;
+    host.trapApi().checkVersion = [&asked](tTrapDestInfo& looked) { return ++asked == 1 || looked.version == 2; };
+    EXPECT_EQ(create(requestWith(text(1, "10.0.0.1"), u32(2, 162), u32(5, 3))), 0);
+    EXPECT_THAT(changed("create"), ElementsAre(destination("", "10.0.0.1", 162, 2, 1)));
+}
+
+TEST_F(TrapAddrHandlerTest, CreateReturnsTheHostsResult) {
+    host.trapApi().onCreate = [](const tTrapDestInfo&) { return 0x1234; };
+    EXPECT_EQ(create(requestWith(text(1, "10.0.0.1"), u32(2, 162))), 0x1234);
+    EXPECT_THAT(host.log().linesWithoutTrace(), IsEmpty());
+}
+
+TEST_F(TrapAddrHandlerTest, CreateWithoutPortThrowsAndChangesNothing) {
+    EXPECT_THROW(create(requestWith(text(1, "10.0.0.1"))), CVRX_Exception);
+    EXPECT_THAT(host.trapApi().changes(), IsEmpty());
+}
+
+TEST_F(TrapAddrHandlerTest, CreateWithoutRecordThrows) {
+    try {
+        create(CR8KPackageV3());
+        FAIL() << "no exception";
+    } catch (const CVRX_Exception& fault) {
+        EXPECT_STREQ(fault.what(), "CVRX_Exception: record don't exist, index is 0");
+    }
+    EXPECT_THAT(host.trapApi().changes(), IsEmpty());
+    EXPECT_THAT(host.log().lines().back(),
+                StartsWith("trace leave virtual int CTamrelTrapAddrHandler::OnCreateTable("));
+}
+
+TEST_F(TrapAddrHandlerTest, CellsOfTheWrongKindThrowAndChangeNothing) {
+    const TlvCell address = text(1, "10.0.0.1");
+    EXPECT_THROW(create(requestWith(address, text(2, "162"))), CVRX_Exception);
+    EXPECT_THROW(create(requestWith(u32(1, 1), u32(2, 162))), CVRX_Exception);
+    EXPECT_THROW(create(requestWith(octets(1, "10.0.0.1"), u32(2, 162))), CVRX_Exception);
+    EXPECT_THROW(create(requestWith(address, u32(2, 162), text(5, "2"))), CVRX_Exception);
+    EXPECT_THROW(create(requestWith(address, u32(2, 162), u32(6, 2))), CVRX_Exception);
+    EXPECT_THROW(create(requestWith(address, u32(2, 162), text(7, "2"))), CVRX_Exception);
+    EXPECT_THROW(modify(requestWith(u32(4, 1), address, u32(2, 162))), CVRX_Exception);
+    EXPECT_THROW(erase(requestWith(u32(4, 1))), CVRX_Exception);
+    EXPECT_THROW(erase(requestWith(u32(1, 1), u32(2, 162))), CVRX_Exception);
+    EXPECT_THROW(erase(requestWith(address, text(2, "162"))), CVRX_Exception);
+    EXPECT_THAT(host.trapApi().changes(), IsEmpty());
+}
+
+TEST_F(TrapAddrHandlerTest, OnlyTheFirstRecordIsLookedAt) {
+    const TestPackage req({recordOf(NO_IDENTIFIER, text(1, "10.0.0.1"), u32(2, 162)),
+                           recordOf(NO_IDENTIFIER, text(1, "10.0.0.2"), u32(2, 163))});
+    EXPECT_EQ(create(req), 0);
+    EXPECT_THAT(changed("create"), ElementsAre(destination("", "10.0.0.1", 162, 2, 1)));
+}
+
+// Modify.
+
+TEST_F(TrapAddrHandlerTest, ModifyWithoutIndexIsRefused) {
+    expectRefused(modify(requestWith(text(1, "10.0.0.1"), u32(2, 162))),
+                  "error 0x1002E can't find trap index, old method is not supporttd.");
+    EXPECT_THAT(host.trapApi().calls(), IsEmpty());
+}
+
+TEST_F(TrapAddrHandlerTest, ModifyWithIndexAndPortOnlyHasNoAddressAndIsRefused) {
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162, 3, 4, "operator")};
+    expectRefused(modify(requestWith(text(4, "1"), u32(2, 163))), MODIFY_REFUSED);
+}
+
+TEST_F(TrapAddrHandlerTest, ModifyResetsVersionTypeAndUserThatItDoesNotCarry) {
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162, 3, 4, "operator")};
+    EXPECT_EQ(modify(requestWith(text(4, "1"), u32(2, 163), text(1, "10.0.0.1"))), 0);
+    EXPECT_THAT(changed("modify"), ElementsAre(destination("1", "10.0.0.1", 163, 2, 1, "--")));
+    EXPECT_THAT(recordsOf(rsp), IsEmpty());
+}
+
+TEST_F(TrapAddrHandlerTest, ModifyTakesAllValidColumns) {
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162)};
+    EXPECT_EQ(modify(requestWith(text(4, "1"), u32(2, 163), u32(5, 1), text(6, "fe80::1"), u32(7, 2), text(8, "op"))),
+              0);
+    EXPECT_THAT(changed("modify"), ElementsAre(destination("1", "fe80::1", 163, 1, 2, "op")));
+}
+
+TEST_F(TrapAddrHandlerTest, ModifyChecksIndexAddressPortVersionAndTypeInThatOrder) {
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162)};
+    modify(requestWith(text(4, "1"), u32(2, 163), text(1, "10.0.0.1")));
+    EXPECT_THAT(host.trapApi().operations(),
+                ElementsAre("checkIndex", "checkAddress", "checkPort", "checkVersion", "checkType", "modify"));
+}
+
+TEST_F(TrapAddrHandlerTest, ModifyOfAnUnknownIndexIsRefused) {
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162)};
+    expectRefused(modify(requestWith(text(4, "2"), u32(2, 163), text(1, "10.0.0.1"))), MODIFY_REFUSED);
+    EXPECT_THAT(host.trapApi().operations(), ElementsAre("checkIndex"));
+}
+
+TEST_F(TrapAddrHandlerTest, ModifyWithAnyInvalidColumnIsRefused) {
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162)};
+    const TlvCell index = text(4, "1");
+    const TlvCell address = text(1, "10.0.0.1");
+    const std::vector<TlvCell> rows[] = {
+        {index, text(1, "bad"), u32(2, 163)},     {index, text(6, "bad"), u32(2, 163)},
+        {index, address, u32(2, 65536)},          {index, address, u32(2, 163), u32(5, 0)},
+        {index, address, u32(2, 163), u32(7, 5)},
+    };
+    for (const std::vector<TlvCell>& cells : rows) {
+        host.log().clear();
+        expectRefused(modify(TestPackage({TlvRecord{NO_IDENTIFIER, cells}})), MODIFY_REFUSED);
+    }
+}
+
+TEST_F(TrapAddrHandlerTest, ModifyWithAnInvalidUserSucceedsWithoutUser) {
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162, 2, 1, "operator")};
+    EXPECT_EQ(modify(requestWith(text(4, "1"), text(1, "10.0.0.1"), u32(2, 162), text(8, "bad"))), 0);
+    EXPECT_THAT(changed("modify"), ElementsAre(destination("1", "10.0.0.1", 162, 2, 1, "--")));
+}
+
+TEST_F(TrapAddrHandlerTest, ModifyReturnsTheHostsResult) {
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162)};
+    host.trapApi().onModify = [](const tTrapDestInfo&) { return -5; };
+    EXPECT_EQ(modify(requestWith(text(4, "1"), text(1, "10.0.0.1"), u32(2, 162))), -5);
+}
+
+TEST_F(TrapAddrHandlerTest, ModifyWithoutPortThrowsAndChangesNothing) {
+    EXPECT_THROW(modify(requestWith(text(4, "1"), text(1, "10.0.0.1"))), CVRX_Exception);
+    EXPECT_THAT(host.trapApi().changes(), IsEmpty());
+}
+
+TEST_F(TrapAddrHandlerTest, ModifyWithoutRecordThrows) {
+    EXPECT_THROW(modify(CR8KPackageV3()), CVRX_Exception);
+}
+
+// Delete.
+
+TEST_F(TrapAddrHandlerTest, DeleteFindsTheRowByAddressAndPortAndIgnoresTheIndex) {
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162), destination("2", "10.0.0.1", 163),
+                                   destination("3", "10.0.0.1", 163)};
+    EXPECT_EQ(erase(requestWith(text(1, "10.0.0.1"), u32(2, 163), text(4, "1"))), 0);
+    EXPECT_THAT(changed("delete"), ElementsAre(destination("2", "10.0.0.1", 163)));
+    EXPECT_THAT(host.trapApi().calls("checkIndex"), IsEmpty());
+}
+
+TEST_F(TrapAddrHandlerTest, DeleteFindsARowWhoseIndexTextIsEmpty) {
+    host.trapApi().destinations = {destination("", "10.0.0.1", 162)};
+    EXPECT_EQ(erase(requestWith(text(1, "10.0.0.1"), u32(2, 162))), 0);
+    EXPECT_THAT(changed("delete"), ElementsAre(destination("", "10.0.0.1", 162)));
+}
+
+TEST_F(TrapAddrHandlerTest, DeleteComparesAddressesByteForByte) {
+    host.trapApi().destinations = {destination("1", "FE80::1", 162), destination("2", "fe80::10", 162)};
+    EXPECT_EQ(erase(requestWith(text(1, "fe80::1"), u32(2, 162))), PARAM_ERROR);
+    EXPECT_THAT(host.trapApi().changes(), IsEmpty());
+}
+
+TEST_F(TrapAddrHandlerTest, DeleteFallsBackToTheIndexWhenNothingMatches) {
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162), destination("2", "10.0.0.2", 162)};
+    EXPECT_EQ(erase(requestWith(text(1, "10.0.0.9"), u32(2, 162), text(4, "2"))), 0);
+    const std::vector<tTrapDestInfo> deleted = changed("delete");
+    ASSERT_EQ(deleted.size(), 1u);
+    EXPECT_EQ(deleted[0].index, "2");
+}
+
+TEST_F(TrapAddrHandlerTest, DeleteByIndexOnly) {
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162)};
+    EXPECT_EQ(erase(requestWith(text(4, "1"))), 0);
+    EXPECT_THAT(changed("delete"), ElementsAre(destination("1", "", 0)));
+    EXPECT_THAT(host.trapApi().operations(), ElementsAre("list", "checkIndex", "delete"));
+}
+
+TEST_F(TrapAddrHandlerTest, DeleteWithOneHalfOfAddressAndPortUsesTheIndex) {
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162), destination("2", "10.0.0.2", 163)};
+    EXPECT_EQ(erase(requestWith(text(1, "10.0.0.1"), text(4, "2"))), 0);
+    EXPECT_EQ(erase(requestWith(u32(2, 162), text(4, "2"))), 0);
+    for (const tTrapDestInfo& deleted : changed("delete")) EXPECT_EQ(deleted.index, "2");
+}
+
+TEST_F(TrapAddrHandlerTest, DeleteThatNamesNoRowIsRefusedUnderItsOwnCode) {
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162)};
+    expectRefused(erase(requestWith(text(1, "10.0.0.9"), u32(2, 162))),
+                  "error 0x10014 failed to delete trap, unresolvable argument.");
+}
+
+TEST_F(TrapAddrHandlerTest, DeleteOfAnUnknownIndexIsRefused) {
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162)};
+    expectRefused(erase(requestWith(text(4, "7%s"))), "error 0x1002E unknown trap index:7%s.");
+}
+
+TEST_F(TrapAddrHandlerTest, DeleteWithoutListFails) {
+    host.trapApi().onList = [] { return 5; };
+    EXPECT_EQ(erase(requestWith(text(4, "1"))), -1);
+    EXPECT_THAT(host.log().linesWithoutTrace(), ElementsAre("error 0x1002E failed to get all trap."));
+    EXPECT_THAT(host.trapApi().changes(), IsEmpty());
+}
+
+TEST_F(TrapAddrHandlerTest, DeleteReturnsTheHostsResult) {
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162)};
+    host.trapApi().onDelete = [](const tTrapDestInfo&) { return 77; };
+    EXPECT_EQ(erase(requestWith(text(1, "10.0.0.1"), u32(2, 162))), 77);
+    EXPECT_EQ(erase(requestWith(text(4, "1"))), 77);
+}
+
+TEST_F(TrapAddrHandlerTest, DeleteWithoutRecordThrows) {
+    EXPECT_THROW(erase(CR8KPackageV3()), CVRX_Exception);
+}
+
+// Query.
+
+TEST_F(TrapAddrHandlerTest, QueryGivesEightColumnsForEachDestinationInOrder) {
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162, 1, 2, "op"),
+                                   destination("2", "fe80::1%eth0", 65535, 3, 4, "--")};
+    EXPECT_EQ(handler.OnQueryTable(ctx, CR8KPackageV3(), rsp), 0);
+    EXPECT_THAT(recordsOf(rsp),
+                ElementsAre(RecordIs(NO_IDENTIFIER, text(1, "10.0.0.1"), u32(2, 162), i32(3, 1), text(4, "1"),
+                                     u32(5, 1), text(6, "10.0.0.1"), u32(7, 2), text(8, "op")),
+                            RecordIs(NO_IDENTIFIER, text(1, "fe80::1%eth0"), u32(2, 65535), i32(3, 1), text(4, "2"),
+                                     u32(5, 3), text(6, "fe80::1%eth0"), u32(7, 4), text(8, "--"))));
+    EXPECT_THAT(host.log().linesWithoutTrace(), IsEmpty());
+}
+
+TEST_F(TrapAddrHandlerTest, QueryShowsZeroAddressForADestinationThatCannotBeReached) {
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162)};
+    host.trapApi().isConnected = [](const std::string& address) { return address != "10.0.0.1"; };
+    EXPECT_EQ(handler.OnQueryTable(ctx, CR8KPackageV3(), rsp), 0);
+    EXPECT_THAT(recordsOf(rsp),
+                ElementsAre(RecordIs(NO_IDENTIFIER, text(1, "0.0.0.0"), u32(2, 162), i32(3, 1), text(4, "1"), u32(5, 2),
+                                     text(6, "10.0.0.1"), u32(7, 3), text(8, "--"))));
+}
+
+TEST_F(TrapAddrHandlerTest, QueryWithoutDestinationsIsEmptyAndSucceeds) {
+    EXPECT_EQ(handler.OnQueryTable(ctx, CR8KPackageV3(), rsp), 0);
+    EXPECT_THAT(recordsOf(rsp), IsEmpty());
+}
+
+TEST_F(TrapAddrHandlerTest, QueryWithoutListFails) {
+    host.trapApi().onList = [] { return -3; };
+    EXPECT_EQ(handler.OnQueryTable(ctx, CR8KPackageV3(), rsp), -1);
+    EXPECT_THAT(host.log().linesWithoutTrace(), ElementsAre("error 0x1002E failed to get all trap."));
+    EXPECT_THAT(recordsOf(rsp), IsEmpty());
+}
+
+TEST_F(TrapAddrHandlerTest, EmptyTextsAreCellsWithTheirFinalZeroOnly) {
+    CTLVRecordV3 record(NO_IDENTIFIER, CTLVRecordV3::DEFAULT_BUCKETS);
+    handler.makeIntTrapPackage(destination("", "", 0, 0, 0, ""), record);
+    EXPECT_THAT(record, RecordIs(NO_IDENTIFIER, text(1, ""), u32(2, 0), i32(3, 1), text(4, ""), u32(5, 0), text(6, ""),
+                                 u32(7, 0), text(8, "")));
+}
+
+TEST_F(TrapAddrHandlerTest, ExceptionOfTheHostPassesThroughEveryOperation) {
+    host.trapApi().onList = []() -> int { throw std::runtime_error("list"); };
+    host.trapApi().onCreate = [](const tTrapDestInfo&) -> int { throw std::runtime_error("create"); };
+    host.trapApi().checkIndex = [](tTrapDestInfo&) -> bool { throw std::runtime_error("index"); };
+    EXPECT_THROW(create(requestWith(text(1, "10.0.0.1"), u32(2, 162))), std::runtime_error);
+    EXPECT_THROW(modify(requestWith(text(4, "1"), text(1, "10.0.0.1"), u32(2, 162))), std::runtime_error);
+    EXPECT_THROW(erase(requestWith(text(4, "1"))), std::runtime_error);
+    EXPECT_THROW(handler.OnQueryTable(ctx, CR8KPackageV3(), rsp), std::runtime_error);
+}
+
+// The helpers by themselves.
+
+TEST_F(TrapAddrHandlerTest, CheckParamWantsAnAddressAndValidVersionAndType) {
+    struct Case {
+        const char* name;
+        std::vector<TlvCell> cells;
+        bool expected;
+    };
+    const Case cases[] = {
+        {"first address", {text(1, "10.0.0.1")}, true},
+        {"first address is not checked", {text(1, "bad")}, true},
+        {"second address beside the first is not checked", {text(1, "10.0.0.1"), text(6, "bad")}, true},
+        {"second address", {text(6, "10.0.0.1")}, true},
+        {"invalid second address", {text(6, "bad")}, false},
+        {"no address", {u32(2, 162)}, false},
+        {"version and type", {text(1, "10.0.0.1"), u32(5, 3), u32(7, 4)}, true},
+        {"invalid version", {text(1, "10.0.0.1"), u32(5, 4)}, false},
+        {"invalid type", {text(1, "10.0.0.1"), u32(7, 5)}, false},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(handler.CheckParam(TestPackage({TlvRecord{NO_IDENTIFIER, c.cells}})), c.expected) << c.name;
+    }
+}
+
+TEST_F(TrapAddrHandlerTest, CommonOperationDropsInvalidValuesSilently) {
+    tTrapDestInfo info = destination("1", "10.0.0.1", 162, 1, 2, "op");
+    handler.CommonOperation(requestWith(u32(5, 9), text(6, "bad"), u32(7, 9), text(8, "bad")), info);
+    EXPECT_EQ(info, destination("1", "10.0.0.1", 162, 1, 2, "op"));
+    EXPECT_THAT(host.log().lines(), IsEmpty());
+}
+
+TEST_F(TrapAddrHandlerTest, EveryTableOperationLogsItsSignature) {
+    const std::string head = "virtual int CTamrelTrapAddrHandler::";
+    const std::string tail = "(const CVRX_SnmpContext&, const CR8KPackageV3&, CR8KPackageV3&)";
+    create(requestWith(text(1, "10.0.0.1"), u32(2, 162)));
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162)};
+    modify(requestWith(text(4, "1"), text(1, "10.0.0.1"), u32(2, 162)));
+    erase(requestWith(text(4, "1")));
+    handler.OnQueryTable(ctx, CR8KPackageV3(), rsp);
+    std::vector<std::string> expected;
+    for (const char* name : {"OnCreateTable", "OnModifyTable", "OnDeleteTable", "OnQueryTable"}) {
+        expected.push_back("trace enter " + head + name + tail + "...");
+        expected.push_back("trace leave " + head + name + tail + ": OK");
+    }
+    EXPECT_EQ(host.log().lines(), expected);
+    EXPECT_EQ(host.log().entries()[0].module, 4u);
+}
+
+TEST_F(TrapAddrHandlerTest, LeafOperationsThrow) {
+    EXPECT_THROW(handler.OnQueryLeaf(ctx, CR8KPackageV3(), rsp), CVRX_Exception);
+    EXPECT_THROW(handler.OnSetLeaf(ctx, CR8KPackageV3(), rsp), CVRX_Exception);
+}
+
+}  // namespace
