@@ -1,0 +1,65 @@
+#include "tools/alarm_commands.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+namespace {
+
+TEST(JoinParameters, JoinsWithCommas) {
+    EXPECT_EQ(joinParameters({"7", "CTE0", ""}), "7,CTE0,");
+}
+
+TEST(JoinParameters, EscapesCommasAndAmpersandsInsideValues) {
+    EXPECT_EQ(joinParameters({"a,b", "R&D", "&#44;"}), "a&#44;b,R&#38;D,&#38;#44;");
+}
+
+TEST(JoinParameters, NoParametersAreAnEmptyText) {
+    EXPECT_EQ(joinParameters({}), "");
+}
+
+tListedAlarm listed() {
+    tListedAlarm alarm;
+    alarm.serial = 42;
+    alarm.alarmId = 4295229443ULL;
+    alarm.level = 6;
+    alarm.raisedAt = 1700000000;
+    alarm.parameters = "7";
+    alarm.name = "Disk fault";
+    alarm.location = "Enclosure 1";
+    alarm.detail = "Disk \xFF";  // no UTF-8
+    return alarm;
+}
+
+TEST(PrintAlarms, SaysThatThereAreNone) {
+    std::ostringstream out;
+    printAlarms(out, {});
+    EXPECT_EQ(out.str(), "no active alarms\n");
+}
+
+TEST(PrintAlarms, ShowsOneLineAnAlarm) {
+    std::ostringstream out;
+    printAlarms(out, {listed()});
+    EXPECT_NE(out.str().find("        42  "), std::string::npos);
+    EXPECT_NE(out.str().find("4295229443"), std::string::npos);
+    EXPECT_NE(out.str().find("Disk fault"), std::string::npos);
+    EXPECT_NE(out.str().find("Enclosure 1\n"), std::string::npos);
+}
+
+TEST(PrintAlarmsAsJson, KeepsEveryFieldAndReplacesBytesThatAreNoUtf8) {
+    std::ostringstream out;
+    printAlarmsAsJson(out, {listed()});
+    const nlohmann::json rows = nlohmann::json::parse(out.str());
+    ASSERT_EQ(rows.size(), 1U);
+    EXPECT_EQ(rows[0]["serial"], 42);
+    EXPECT_EQ(rows[0]["alarmId"], 4295229443ULL);
+    EXPECT_EQ(rows[0]["level"], 6);
+    EXPECT_EQ(rows[0]["raisedAt"], 1700000000);
+    EXPECT_EQ(rows[0]["parameters"], "7");
+    EXPECT_EQ(rows[0]["name"], "Disk fault");
+    EXPECT_EQ(rows[0]["location"], "Enclosure 1");
+    EXPECT_EQ(rows[0]["detail"], "Disk \xEF\xBF\xBD");
+}
+
+}  // namespace

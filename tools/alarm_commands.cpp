@@ -1,0 +1,136 @@
+#include "tools/alarm_commands.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+#include "alarm/snmp_alarm_iniparser.h"
+#include "host/services/backend_protocol.h"
+#include "platform/snmp_util.h"
+#include "tools/backend_call.h"
+
+namespace {
+
+constexpr std::uint32_t RAISE_BATCH = 500;  // alarms of one request, which the backend stores as a whole
+constexpr std::uint32_t LIST_BATCH = 500;
+
+std::unique_ptr<CTLVRecordV3> requestRecord(unsigned long long code) {
+    return std::make_unique<CTLVRecordV3>(code, CTLVRecordV3::DEFAULT_BUCKETS);
+}
+
+std::string timeText(std::uint64_t seconds) {
+    Snmp_pp::OctetStr text;
+    CSnmpUtil::convertTime2DateTimeStr(text, static_cast<long>(seconds));
+    return std::string(reinterpret_cast<const char*>(text.data()), text.len());
+}
+
+tListedAlarm listedAlarm(const CTLVRecordV3& record) {
+    tListedAlarm alarm;
+    alarm.serial = uint32Of(record, alarm_tag::SERIAL);
+    alarm.alarmId = uint64Of(record, alarm_tag::ID);
+    alarm.level = uint32Of(record, alarm_tag::LEVEL);
+    alarm.raisedAt = uint64Of(record, alarm_tag::RAISED);
+    alarm.parameters = textOf(record, alarm_tag::PARAMETERS);
+    unsigned int number = 0;
+    std::string suggestion;
+    CAlarmConfigParser::instance()->getAlarmInfo(alarm.alarmId, alarm.parameters, alarm.location, alarm.detail, number,
+                                                 alarm.name, suggestion);
+    return alarm;
+}
+
+}  // namespace
+
+std::string joinParameters(const std::vector<std::string>& parameters) {
+    std::string joined;
+    for (const std::string& parameter : parameters) {
+        if (&parameter != parameters.data()) joined += ",";
+        joined += relpacestr(relpacestr(parameter, CAlarmConfigParser::AMPERSAND, CAlarmConfigParser::ECS_AMPERSAND),
+                             CAlarmConfigParser::COMMA, CAlarmConfigParser::ESC_COMMA);
+    }
+    return joined;
+}
+
+std::vector<std::uint32_t> raiseAlarms(const tRaiseRequest& request) {
+    const std::string parameters = joinParameters(request.parameters);
+    const unsigned long long code = BackendCommands::fromDevice().raiseAlarm;
+    std::vector<std::uint32_t> serials;
+    for (std::uint32_t left = request.count; left > 0;) {
+        const std::uint32_t batch = std::min(left, RAISE_BATCH);
+        CR8KPackageV3 package;
+        for (std::uint32_t i = 0; i < batch; ++i) {
+            auto record = requestRecord(code);
+            appendUint64(*record, alarm_tag::ID, request.alarmId);
+            appendUint32(*record, alarm_tag::LEVEL, request.level);
+            appendText(*record, alarm_tag::PARAMETERS, parameters);
+            package.append(std::move(record));
+        }
+        CR8KPackageV3 answer;
+        callBackend(package, answer);
+        for (const CTLVRecordV3* record : answer.records()) serials.push_back(uint32Of(*record, alarm_tag::SERIAL));
+        left -= batch;
+    }
+    return serials;
+}
+
+void clearAlarm(std::uint32_t serial) {
+    CR8KPackageV3 package;
+    auto record = requestRecord(BackendCommands::fromDevice().clearAlarm);
+    appendUint32(*record, alarm_tag::SERIAL, serial);
+    appendText(*record, alarm_tag::CLEARED_BY, "vrxctl");
+    package.append(std::move(record));
+    CR8KPackageV3 answer;
+    callBackend(package, answer);
+}
+
+std::vector<tListedAlarm> listAlarms() {
+    const unsigned long long code = BackendCommands::fromDevice().getCurrentAlarm;
+    std::vector<tListedAlarm> alarms;
+    for (std::uint32_t start = 0;;) {
+        CR8KPackageV3 package;
+        auto record = requestRecord(code);
+        appendUint32(*record, alarm_tag::SERIAL, start);
+        appendUint32(*record, alarm_tag::COUNT, LIST_BATCH);
+        package.append(std::move(record));
+        CR8KPackageV3 answer;
+        callBackend(package, answer);
+        if (answer.records().empty()) return alarms;
+        for (const CTLVRecordV3* row : answer.records()) alarms.push_back(listedAlarm(*row));
+        if (alarms.back().serial <= start)
+            throw std::runtime_error("the backend's list of alarms does not go on behind serial number " +
+                                     std::to_string(start));
+        start = alarms.back().serial;
+    }
+}
+
+void printAlarms(std::ostream& out, const std::vector<tListedAlarm>& alarms) {
+    if (alarms.empty()) {
+        out << "no active alarms\n";
+        return;
+    }
+    out << fmt::format("{:>10}  {:<30}  {:>5}  {:<20}  {:<30}  {}\n", "SERIAL", "RAISED", "LEVEL", "ALARM ID", "NAME",
+                       "LOCATION");
+    for (const tListedAlarm& alarm : alarms) {
+        out << fmt::format("{:>10}  {:<30}  {:>5}  {:<20}  {:<30}  {}\n", alarm.serial, timeText(alarm.raisedAt),
+                           alarm.level, alarm.alarmId, alarm.name.empty() ? "(not defined)" : alarm.name,
+                           alarm.location);
+    }
+}
+
+void printAlarmsAsJson(std::ostream& out, const std::vector<tListedAlarm>& alarms) {
+    nlohmann::json rows = nlohmann::json::array();
+    for (const tListedAlarm& alarm : alarms) {
+        rows.push_back({{"serial", alarm.serial},
+                        {"alarmId", alarm.alarmId},
+                        {"level", alarm.level},
+                        {"raisedAt", alarm.raisedAt},
+                        {"raised", timeText(alarm.raisedAt)},
+                        {"parameters", alarm.parameters},
+                        {"name", alarm.name},
+                        {"location", alarm.location},
+                        {"detail", alarm.detail}});
+    }
+    // Texts come from files and backends of others: bytes that are no UTF-8 are replaced, not fatal.
+    out << rows.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
+}

@@ -1,0 +1,11 @@
+#include "tools/backend_call.h"
+
+#include "host/services/backend_result.h"
+#include "platform/snmp_configuration.h"
+
+BackendCallError::BackendCallError(int code) : std::runtime_error(std::string("backend: ") + backendResultText(code)) {}
+
+void callBackend(CR8KPackageV3& request, CR8KPackageV3& answer) {
+    const int result = CSNMP_Configuration::instance()->configure(request, answer, false);
+    if (result != BACKEND_OK) throw BackendCallError(result);
+}

@@ -1,0 +1,78 @@
+#include "tools/render_command.h"
+
+#include <fmt/format.h>
+
+#include <string>
+#include <vector>
+
+#include "alarm/snmp_alarm_iniparser.h"
+
+namespace {
+
+void printValues(std::ostream& out, const char* title, const std::vector<std::string>& values) {
+    out << title << "\n";
+    if (values.empty()) out << "  (none)\n";
+    for (std::size_t i = 0; i < values.size(); ++i) out << fmt::format("  {:02}  \"{}\"\n", i, values[i]);
+}
+
+void printPairs(std::ostream& out, const char* title, const POSITION_LIST& pairs) {
+    out << title << "\n";
+    if (pairs.empty()) out << "  (none)\n";
+    for (const auto& [index, value] : pairs) out << fmt::format("  ##{:02}  \"{}\"\n", index, value);
+}
+
+void explainSteps(std::ostream& out, CAlarmConfigParser& parser, const CAlarmConfigItem& item,
+                  const std::string& parameters) {
+    out << fmt::format("parameter text: \"{}\"\n", parameters);
+    std::vector<std::string> values;
+    parser.parseAlarmParamList(parameters, values);
+    for (std::string& value : values)
+        if (value.empty()) value = "--";
+    printValues(out, "parameter list:", values);
+
+    printPairs(out, "enumeration types by position (paramDesc):", item.paramEnumDescs);
+    if (!item.paramEnumDescs.empty()) {
+        parser.replaceAlarmParamEnumValueDesc(item.alarmId, values, item.paramEnumDescs);
+        printValues(out, "parameter list with enumeration descriptions:", values);
+    }
+
+    POSITION_LIST pairs;
+    parserParmeterByDetail(values, pairs, item.detail);
+    printPairs(out, "placeholders of the detail and their values:", pairs);
+
+    std::string detail = item.detail;
+    replaceBraceWithEmptyString(detail);
+    out << "templates:\n";
+    out << fmt::format("  location    \"{}\"\n", item.location);
+    out << fmt::format("  detail      \"{}\"\n", detail);
+    out << fmt::format("  suggestion  \"{}\"\n", item.suggestion);
+    out << "texts:\n";
+}
+
+}  // namespace
+
+int renderAlarm(std::ostream& out, std::uint64_t alarmId, const std::string& parameters, bool explain) {
+    CAlarmConfigParser& parser = *CAlarmConfigParser::instance();
+    const auto item = parser.alarmItems().find(alarmId);
+    if (explain && item != parser.alarmItems().end()) explainSteps(out, parser, *item->second, parameters);
+
+    std::string location;
+    std::string detail;
+    std::string name;
+    std::string suggestion;
+    unsigned int number = 0;
+    const int result = parser.getAlarmInfo(alarmId, parameters, location, detail, number, name, suggestion);
+    if (result != 0) {
+        out << (item == parser.alarmItems().end()
+                    ? fmt::format("alarm {} is not defined\n", alarmId)
+                    : fmt::format("alarm {} cannot be rendered: result {}\n", alarmId, result));
+        return result;
+    }
+    out << fmt::format("  name        \"{}\"\n", name);
+    out << fmt::format("  location    \"{}\"\n", location);
+    out << fmt::format("  detail      \"{}\"\n", detail);
+    out << fmt::format("  suggestion  \"{}\"\n", suggestion);
+    out << fmt::format("  number      {}\n", number);
+    out << fmt::format("  trap OID    1.3.6.1.4.1.99871.2.91.10.2.1.1.{}\n", item->second->alarmOid);
+    return 0;
+}

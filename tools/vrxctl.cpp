@@ -1,0 +1,153 @@
+// vrxctl: what an operator or integrator does by hand with alarms, definition files and packages.
+#include <sysexits.h>
+
+#include <CLI/CLI.hpp>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <sstream>
+
+#include "host/services/logging.h"
+#include "host/services/product_root.h"
+#include "module/vrx_exception.h"
+#include "platform/vrx_utility.h"
+#include "platform/vrx_xml_config.h"
+#include "tools/alarm_commands.h"
+#include "tools/backend_call.h"
+#include "tools/definition_lint.h"
+#include "tools/package_text.h"
+#include "tools/render_command.h"
+
+namespace {
+
+std::string configuredPath(const std::string& key) {
+    std::string value;
+    value = CVRXXmlConfig::instance()->getDeviceItem("SNMP_CONF", key, value);
+    return value.empty() ? value : VRX_Utility::getVRXRootEnv() + "/" + value;
+}
+
+std::string readAll(const std::string& path) {
+    std::ostringstream content;
+    if (path == "-") {
+        content << std::cin.rdbuf();
+        return content.str();
+    }
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw std::runtime_error("cannot read " + path);
+    content << file.rdbuf();
+    return content.str();
+}
+
+int raise(const tRaiseRequest& request) {
+    for (const std::uint32_t serial : raiseAlarms(request)) std::cout << serial << "\n";
+    return EX_OK;
+}
+
+int lint(std::string definitions, std::string enumerations, bool strict) {
+    if (definitions.empty() && enumerations.empty()) {
+        definitions = configuredPath("ALARM_INI_PATH");
+        enumerations = configuredPath("ALARM_PARAM_ENUM_PATH");
+    }
+    const std::vector<tLintFinding> findings = lintDefinitions(definitions, enumerations);
+    printFindings(std::cout, findings);
+    for (const tLintFinding& finding : findings)
+        if (strict || finding.severity == LintSeverity::Error) return EX_DATAERR;
+    return EX_OK;
+}
+
+int decode(const std::string& hex, const std::string& file, bool hexFile) {
+    std::vector<unsigned char> bytes;
+    if (!hex.empty()) {
+        bytes = bytesOfHex(hex);
+    } else {
+        const std::string content = readAll(file);
+        bytes = hexFile ? bytesOfHex(content) : std::vector<unsigned char>(content.begin(), content.end());
+    }
+    return printPackage(std::cout, std::move(bytes)) ? EX_OK : EX_DATAERR;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app("Alarms, definition files and packages of the SNMP alarm module");
+    app.set_version_flag("--version", VRXCTL_VERSION);
+    app.require_subcommand(1);
+    std::string root;
+    app.add_option("--root", root, "product root (default: VRX_ROOT, else the installed one)");
+
+    tRaiseRequest request;
+    CLI::App* raiseCommand = app.add_subcommand("raise", "raise an alarm at the backend; prints its serial number");
+    raiseCommand->add_option("ALARM-ID", request.alarmId, "identifier in the definition file")->required();
+    raiseCommand->add_option("PARAMETER", request.parameters, "parameter values, in order");
+    raiseCommand->add_option("--level", request.level, "level as the backend grades it (default 5)");
+    raiseCommand->add_option("--count", request.count, "raise that many (default 1)")->check(CLI::Range(1, 1000000));
+
+    std::uint32_t serial = 0;
+    CLI::App* clearCommand = app.add_subcommand("clear", "clear an alarm at the backend");
+    clearCommand->add_option("SERIAL", serial, "serial number of the alarm")->required();
+
+    bool json = false;
+    CLI::App* listCommand = app.add_subcommand("list", "list the active alarms");
+    listCommand->add_flag("--json", json, "as JSON");
+
+    std::uint64_t alarmId = 0;
+    std::vector<std::string> parameters;
+    bool explain = false;
+    bool raw = false;
+    CLI::App* renderCommand = app.add_subcommand("render", "show the texts of an alarm with parameters");
+    renderCommand->add_option("ALARM-ID", alarmId, "identifier in the definition file")->required();
+    renderCommand->add_option("PARAMETER", parameters, "parameter values, in order");
+    renderCommand->add_flag("--explain", explain, "show each step");
+    renderCommand->add_flag("--raw", raw, "the one PARAMETER is the raw text of a notification, commas escaped");
+
+    std::string definitions;
+    std::string enumerations;
+    bool strict = false;
+    CLI::App* lintCommand =
+        app.add_subcommand("lint", "find faults in definition files (default: the configured ones)");
+    lintCommand->add_option("DEFINITIONS", definitions, "alarm definition file");
+    lintCommand->add_option("ENUMERATIONS", enumerations, "parameter enumeration file");
+    lintCommand->add_flag("--strict", strict, "warnings count as faults, too");
+
+    std::string hex;
+    std::string file = "-";
+    bool hexFile = false;
+    CLI::App* decodeCommand = app.add_subcommand("decode", "show a TLV package as text");
+    decodeCommand->add_option("FILE", file, "file with the package's bytes (default: standard input)");
+    decodeCommand->add_option("--hex", hex, "the package as hex text");
+    decodeCommand->add_flag("--hex-file", hexFile, "FILE holds hex text");
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? EX_OK : EX_USAGE;
+    }
+
+    try {
+        if (!root.empty()) setProductRoot(root);
+        if (*raiseCommand) return raise(request);
+        if (*clearCommand) {
+            clearAlarm(serial);
+            return EX_OK;
+        }
+        if (*listCommand) {
+            const std::vector<tListedAlarm> alarms = listAlarms();
+            json ? printAlarmsAsJson(std::cout, alarms) : printAlarms(std::cout, alarms);
+            return EX_OK;
+        }
+        if (*renderCommand) {
+            if (raw && parameters.size() > 1) throw std::runtime_error("--raw takes one PARAMETER");
+            const std::string text = !raw ? joinParameters(parameters) : parameters.empty() ? "" : parameters[0];
+            return renderAlarm(std::cout, alarmId, text, explain) == 0 ? EX_OK : EX_DATAERR;
+        }
+        if (*lintCommand) return lint(definitions, enumerations, strict);
+        if (*decodeCommand) return decode(hex, file, hexFile);
+    } catch (const BackendCallError& error) {
+        std::cerr << "vrxctl: " << error.what() << "\n";
+        return EX_UNAVAILABLE;
+    } catch (const std::exception& error) {
+        std::cerr << "vrxctl: " << error.what() << "\n";
+        return EX_DATAERR;
+    }
+    return EX_SOFTWARE;
+}
