@@ -74,7 +74,7 @@ private:
     union {
         unsigned char inside[INSIDE_SIZE];  // up to INSIDE_SIZE bytes
         unsigned char* outside;             // longer values: own array
-    } m_value;
+    } m_value{};
 };
 
 template <>

@@ -1,0 +1,222 @@
+#include "vrxpub/vrx_tlv_record.h"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <type_traits>
+
+#include "ace_log_capture.h"
+#include "module/vrx_exception.h"
+#include "wire_bytes.h"
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+namespace {
+
+void appendNumber(CTLVRecordV3& record, unsigned short tag, unsigned char value) {
+    append(record, makeCell(CTLVCell::TLV_TYPE_UINT, tag, {value}));
+}
+
+unsigned char valueAt(CTLVRecordV3::Position position) {
+    return *CTLVRecordV3::cellAt(position).data();
+}
+
+std::vector<unsigned short> tagsOf(const CTLVRecordV3& record) {
+    std::vector<unsigned short> tags;
+    for (auto p = record.begin(); p != record.end(); p = p->next_) tags.push_back(CTLVRecordV3::cellAt(p).tag());
+    return tags;
+}
+
+}  // namespace
+
+TEST(TlvRecord, IsNotCopyable) {
+    EXPECT_FALSE(std::is_copy_constructible_v<CTLVRecordV3>);
+    EXPECT_FALSE(std::is_copy_assignable_v<CTLVRecordV3>);
+}
+
+TEST(TlvRecord, NewRecordHasItsIdentifierAndNoCells) {
+    const CTLVRecordV3 record(CTLVRecordV3::NO_IDENTIFIER, 32);
+    EXPECT_EQ(record.identifier(), 0xFFFFFFFFFFFFFFFF);
+    EXPECT_EQ(record.count(), 0U);
+    EXPECT_EQ(record.length(), 0U);
+    EXPECT_EQ(record.begin(), record.end());
+}
+
+TEST(TlvRecord, CellsKeepTheOrderOfInsertion) {
+    CTLVRecordV3 record(1, 32);
+    for (const unsigned short tag : std::vector<unsigned short>{12, 8, 4095, 0, 1}) appendNumber(record, tag, 1);
+    EXPECT_THAT(tagsOf(record), ElementsAre(12, 8, 4095, 0, 1));
+    EXPECT_EQ(record.count(), 5U);
+}
+
+TEST(TlvRecord, LengthIsFourBytesAndTheValueForEachCell) {
+    CTLVRecordV3 record(1, 32);
+    append(record, makeCell(CTLVCell::TLV_TYPE_UINT, 1, Bytes(4, 0)));
+    append(record, makeCell(CTLVCell::TLV_TYPE_STRING, 2, {}));
+    append(record, makeCell(CTLVCell::TLV_TYPE_OCTETS, 3, Bytes(100, 7)));
+    EXPECT_EQ(record.length(), (4U + 4) + (4 + 0) + (4 + 100));
+}
+
+TEST(TlvRecord, LengthBeyond65535IsNotCut) {
+    CTLVRecordV3 record(1, 32);
+    append(record, makeCell(CTLVCell::TLV_TYPE_OCTETS, 3, Bytes(65535, 7)));
+    append(record, makeCell(CTLVCell::TLV_TYPE_OCTETS, 3, Bytes(65535, 7)));
+    EXPECT_EQ(record.length(), 2U * (4 + 65535));
+}
+
+TEST(TlvRecord, AbsentTagIsEndAndENOENT) {
+    CTLVRecordV3 record(1, 32);
+    appendNumber(record, 5, 1);
+    for (const unsigned short tag : std::vector<unsigned short>{6, 37, 4101}) {
+        errno = 0;
+        EXPECT_EQ(record.find(tag), record.end()) << tag;
+        EXPECT_EQ(errno, ENOENT) << tag;
+    }
+}
+
+TEST(TlvRecord, EmptyRecordFindsNothing) {
+    const CTLVRecordV3 record(1, 32);
+    errno = 0;
+    EXPECT_EQ(record.find(5), record.end());
+    EXPECT_EQ(errno, ENOENT);
+}
+
+TEST(TlvRecord, TagsOfOneBucketAreEachFound) {
+    CTLVRecordV3 record(1, 32);
+    appendNumber(record, 5, 50);
+    appendNumber(record, 37, 51);
+    EXPECT_EQ(valueAt(record.find(5)), 50);
+    EXPECT_EQ(valueAt(record.find(37)), 51);
+}
+
+TEST(TlvRecord, FoundTagLeavesErrnoAlone) {
+    CTLVRecordV3 record(1, 32);
+    appendNumber(record, 5, 50);
+    errno = EINTR;
+    EXPECT_NE(record.find(5), record.end());
+    EXPECT_NE(record.find(5), record.end());
+    EXPECT_EQ(errno, EINTR);
+}
+
+TEST(TlvRecord, EveryTagIsFound) {
+    for (const unsigned long buckets : {1UL, 31UL, 32UL, 33UL, 4096UL}) {
+        CTLVRecordV3 record(1, buckets);
+        for (unsigned short tag = 0; tag < 4096; ++tag) appendNumber(record, tag, static_cast<unsigned char>(tag));
+        for (unsigned short tag = 0; tag < 4096; ++tag) {
+            ASSERT_EQ(CTLVRecordV3::cellAt(record.find(tag)).tag(), tag) << buckets;
+        }
+    }
+}
+
+TEST(TlvRecord, CellAppendedAfterASearchIsFound) {
+    CTLVRecordV3 record(1, 32);
+    EXPECT_FALSE(record.has(5));
+    appendNumber(record, 5, 50);
+    EXPECT_TRUE(record.has(5));
+    appendNumber(record, 37, 51);
+    EXPECT_EQ(valueAt(record.find(37)), 51);
+    EXPECT_EQ(valueAt(record.find(5)), 50);
+}
+
+TEST(TlvRecord, RepeatedTagFindsItsFirstCellAndKeepsBoth) {
+    CTLVRecordV3 record(1, 32);
+    appendNumber(record, 5, 1);
+    appendNumber(record, 5, 2);
+    EXPECT_EQ(valueAt(record.find(5)), 1);
+    appendNumber(record, 5, 3);
+    EXPECT_EQ(valueAt(record.find(5)), 1);
+    EXPECT_THAT(tagsOf(record), ElementsAre(5, 5, 5));
+}
+
+TEST(TlvRecord, SubscriptGivesTheCell) {
+    CTLVRecordV3 record(1, 32);
+    appendNumber(record, 5, 1);
+    CTLVRecordV3 other(1, 32);
+    auto adopted = makeCell(CTLVCell::TLV_TYPE_UINT, 6, {2});
+    const CTLVCell* const address = adopted.get();
+    append(other, std::move(adopted));
+    EXPECT_EQ(&other[6], address);
+    EXPECT_EQ(record[5].tag(), 5);
+}
+
+TEST(TlvRecord, SubscriptOfAbsentTagThrowsAndNamesIt) {
+    const CTLVRecordV3 record(1, 32);
+    try {
+        (void)record[4095];
+        FAIL() << "nothing thrown";
+    } catch (const CVRX_Exception& e) {
+        EXPECT_STREQ(e.what(), "CVRX_Exception: record has no cell, tag equal to 4095");
+    }
+}
+
+TEST(TlvRecord, NullCellIsRefused) {
+    CTLVRecordV3 record(1, 32);
+    EXPECT_THROW(record.append(nullptr), CVRX_Exception);
+    EXPECT_EQ(record.count(), 0U);
+}
+
+TEST(TlvRecord, ClearEmptiesListAndIndex) {
+    CTLVRecordV3 record(7, 32);
+    appendNumber(record, 5, 50);
+    EXPECT_TRUE(record.has(5));
+    record.clear();
+    EXPECT_EQ(record.count(), 0U);
+    EXPECT_EQ(record.length(), 0U);
+    EXPECT_FALSE(record.has(5));
+    EXPECT_EQ(record.identifier(), 7U);
+    appendNumber(record, 5, 60);
+    EXPECT_EQ(valueAt(record.find(5)), 60);
+}
+
+// 0 buckets, a count that no address space holds, and counts whose table size in bytes wraps to a small number.
+TEST(TlvRecord, WithoutUsableIndexLogsAndFindsNothing) {
+    const unsigned long tooMany = SIZE_MAX / 32 + 1;
+    for (const unsigned long buckets : {0UL, 1UL << 55, tooMany, tooMany + 1, ~0UL}) {
+        const AceLogCapture log;
+        CTLVRecordV3 record(1, buckets);
+        EXPECT_THAT(log.errors(), ElementsAre("ACE_Hash_Map_Manager_Ex\n")) << buckets;
+        appendNumber(record, 5, 50);
+        appendNumber(record, 37, 50);
+        EXPECT_THAT(tagsOf(record), ElementsAre(5, 37));
+        EXPECT_EQ(record.length(), 10U);
+        errno = 0;
+        EXPECT_EQ(record.find(5), record.end());
+        EXPECT_EQ(errno, ENOENT);
+        EXPECT_THROW((void)record[5], CVRX_Exception);
+        record.clear();
+        EXPECT_EQ(record.count(), 0U);
+    }
+}
+
+TEST(TlvRecord, UsableIndexLogsNothing) {
+    const AceLogCapture log;
+    for (const unsigned long buckets : {1UL, 32UL, 33UL}) {
+        CTLVRecordV3 record(1, buckets);
+        appendNumber(record, 5, 50);
+        EXPECT_TRUE(record.has(5));
+    }
+    EXPECT_THAT(log.errors(), IsEmpty());
+}
+
+TEST(TlvRecord, DumpShowsIdentifierAndCellsInOrder) {
+    CTLVRecordV3 record(CTLVRecordV3::NO_IDENTIFIER, 32);
+    append(record, makeCell(CTLVCell::TLV_TYPE_STRING, 7, {'S', 'N', 'M', 'P', 0}));
+    append(record, makeCell(CTLVCell::TLV_TYPE_UINT, 3, {42, 0, 0, 0}));
+    append(record, makeCell(CTLVCell::TLV_TYPE_INT, 4, {0xFE, 0xFF}));
+    append(record, makeCell(CTLVCell::TLV_TYPE_OCTETS, 5, {0x00, 0xAF}));
+    append(record, makeCell(CTLVCell::TLV_TYPE_NONE, 6, {}));
+    append(record, makeCell(static_cast<CTLVCell::ETLVType>(9), 8, Bytes(9, 0x10)));
+    std::ostringstream os;
+    os << std::hex;  // a caller's flags change nothing
+    record.dump(os);
+    EXPECT_EQ(os.str(),
+              "record 18446744073709551615: 6 cells, 46 bytes\n"
+              "  tag 7 type 2 length 5: \"SNMP\"\n"
+              "  tag 3 type 3 length 4: 42\n"
+              "  tag 4 type 4 length 2: -2\n"
+              "  tag 5 type 1 length 2: 00 AF\n"
+              "  tag 6 type 0 length 0: \n"
+              "  tag 8 type 9 length 9: 10 10 10 10 10 10 10 10 10\n");
+}
