@@ -1,0 +1,331 @@
+#include <gmock/gmock.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <new>
+#include <thread>
+#include <vector>
+
+#include <tinyxml.h>
+
+#include "tests/alarm/alarm_files.h"
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::IsEmpty;
+using testing::Pair;
+using testing::StartsWith;
+
+class AlarmDefinitionsTest : public AlarmFilesTest {
+protected:
+    const CAlarmConfigItem& only() {
+        const CAlarmConfigParser& parser = load();
+        EXPECT_EQ(parser.alarmItems().size(), 1U);
+        return *parser.alarmItems().begin()->second;
+    }
+};
+
+TEST_F(AlarmDefinitionsTest, DefinitionKeepsItsTexts) {
+    const CAlarmConfigItem& item = only();
+    EXPECT_EQ(item.alarmId, DISK_FAULT);
+    EXPECT_EQ(item.level, DISK_FAULT_LEVEL);
+    EXPECT_EQ(item.name, "Disk fault");
+    EXPECT_EQ(item.reason, "A disk failed.");
+    EXPECT_EQ(item.suggestion, "Replace disk ##00.");
+    EXPECT_EQ(item.detail, "Disk ##00 in enclosure ##01 is ##02{offline:not reachable;degraded:partly working}.");
+    EXPECT_EQ(item.location, "Enclosure ##01, slot ##00");
+    EXPECT_EQ(item.alarmOid, "5.7");
+    EXPECT_THAT(item.paramEnumDescs, ElementsAre(Pair(2U, "DiskState")));
+}
+
+TEST_F(AlarmDefinitionsTest, AbsentTextsAreNoneAndEmptyOnesStayEmpty) {
+    writeDefinitions("<param eventID='7' name='' detail=''/>");
+    const CAlarmConfigItem& item = only();
+    EXPECT_EQ(item.name, "");
+    EXPECT_EQ(item.detail, "");
+    EXPECT_EQ(item.reason, "None");
+    EXPECT_EQ(item.suggestion, "None");
+    EXPECT_EQ(item.location, "None");
+    EXPECT_EQ(item.alarmOid, "None");
+    EXPECT_THAT(item.paramEnumDescs, IsEmpty());
+}
+
+TEST_F(AlarmDefinitionsTest, ElementWithoutAttributesDefinesAlarmZero) {
+    writeDefinitions("<param/>");
+    const CAlarmConfigItem& item = only();
+    EXPECT_EQ(item.alarmId, 0U);
+    EXPECT_EQ(item.name, "None");
+    EXPECT_EQ(render(0, "").result, -1);
+}
+
+TEST_F(AlarmDefinitionsTest, FirstDefinitionOfAnIdentifierWins) {
+    writeDefinitions("<param eventID='7' name='first'/><param eventID='7' name='second'/>");
+    CAlarmConfigParser::instance();
+    EXPECT_THAT(host.log().lines("warn"), ElementsAre("warn 0x1002E repeated alarm 7, so ignore it."));
+    EXPECT_EQ(only().name, "first");
+}
+
+TEST_F(AlarmDefinitionsTest, IdentifierEndsAtTheFirstNonDigit) {
+    writeDefinitions("<param eventID='12abc'/>");
+    EXPECT_EQ(only().alarmId, 12U);
+}
+
+TEST_F(AlarmDefinitionsTest, AbsentIdentifierDefinesAlarmZero) {
+    writeDefinitions("<param name='a'/>");
+    EXPECT_EQ(only().alarmId, 0U);
+}
+
+TEST_F(AlarmDefinitionsTest, IdentifierWithoutDigitsDefinesAlarmZero) {
+    writeDefinitions("<param eventID='abc'/>");
+    EXPECT_EQ(only().alarmId, 0U);
+}
+
+TEST_F(AlarmDefinitionsTest, IdentifierMayHaveBlanksAndASign) {
+    writeDefinitions("<param eventID='  +9'/>");
+    EXPECT_EQ(only().alarmId, 9U);
+}
+
+TEST_F(AlarmDefinitionsTest, NegativeIdentifierKeepsItsBits) {
+    writeDefinitions("<param eventID='-1'/>");
+    const CAlarmConfigItem& item = only();
+    EXPECT_EQ(item.alarmId, 0xFFFFFFFFFFFFFFFFULL);
+    EXPECT_EQ(item.level, 0xFFFFFFFFU);
+}
+
+TEST_F(AlarmDefinitionsTest, OtherChildrenAttributesAndLaterEventDefinitionsAreIgnored) {
+    writeDefinitionFile(
+        "<!-- alarms --><root version='2'><other/><eventDefinition id='a'><!--param--><group><param "
+        "eventID='1'/></group>"
+        "param<param eventID='2' color='red'/></eventDefinition><eventDefinition><param eventID='3'/></eventDefinition>"
+        "</root>");
+    EXPECT_EQ(only().alarmId, 2U);
+}
+
+TEST_F(AlarmDefinitionsTest, NullAndNonElementNodesAreSkippedSilently) {
+    CAlarmConfigParser& parser = load();
+    TiXmlComment comment("param");
+    EXPECT_EQ(parser.parseAlarmItem(nullptr), -1);
+    EXPECT_EQ(parser.parseAlarmItem(&comment), -1);
+    EXPECT_THAT(host.log().linesWithoutTrace(), IsEmpty());
+    EXPECT_EQ(parser.alarmItems().size(), 1U);
+}
+
+TEST_F(AlarmDefinitionsTest, WrongRootElementFails) {
+    writeDefinitionFile("<alarms/>");
+    EXPECT_EQ(loadFailure(), "root element(alarms) is invalid, should be (root).");
+}
+
+TEST_F(AlarmDefinitionsTest, RootWithoutEventDefinitionFails) {
+    writeDefinitionFile("<root><params/></root>");
+    EXPECT_EQ(loadFailure(), "parse eventDefinition element failed!");
+}
+
+TEST_F(AlarmDefinitionsTest, DocumentWithoutElementFails) {
+    writeDefinitionFile("<!-- nothing -->");
+    EXPECT_EQ(loadFailure(), "parse root element failed!");
+}
+
+TEST_F(AlarmDefinitionsTest, MissingFileFails) {
+    host.setConfig("SNMP_CONF", "ALARM_INI_PATH", "conf/absent.xml");
+    EXPECT_EQ(loadFailure(), "open config file(" + host.root() +
+                                 "/conf/absent.xml) failed.\nFailed to open file. Location(row:0,col:0).");
+}
+
+TEST_F(AlarmDefinitionsTest, BrokenFileFailsWithItsPlace) {
+    const std::string path = writeDefinitionFile("<root>\n<eventDefinition></root>");
+    EXPECT_EQ(loadFailure(), "open config file(" + path + ") failed.\nError reading end tag.. Location(row:2,col:18).");
+}
+
+TEST_F(AlarmDefinitionsTest, EmptyFileFails) {
+    const std::string path = writeDefinitionFile("");
+    EXPECT_EQ(loadFailure(), "open config file(" + path + ") failed.\nError document empty.. Location(row:0,col:0).");
+}
+
+TEST_F(AlarmDefinitionsTest, UnsetPathNamesTheRootDirectoryAndFails) {
+    host.setConfig("SNMP_CONF", "ALARM_INI_PATH", "");
+    EXPECT_EQ(loadFailure(), "open config file(" + host.root() + "/) failed.\nIs a directory. Location(row:0,col:0).");
+    EXPECT_THAT(host.log().lines("debug"), IsEmpty());
+}
+
+TEST_F(AlarmDefinitionsTest, PipeIsRefusedWithoutWaitingForIt) {
+    const std::string path = host.root() + "/conf/pipe";
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    host.setConfig("SNMP_CONF", "ALARM_INI_PATH", "conf/pipe");
+    EXPECT_EQ(loadFailure(), "open config file(" + path + ") failed.\nNot a regular file. Location(row:0,col:0).");
+}
+
+TEST_F(AlarmDefinitionsTest, FileThatCannotBeReadFails) {
+    std::filesystem::create_symlink("/proc/self/mem", host.root() + "/conf/unreadable");
+    host.setConfig("SNMP_CONF", "ALARM_INI_PATH", "conf/unreadable");
+    EXPECT_EQ(loadFailure(), "open config file(" + host.root() +
+                                 "/conf/unreadable) failed.\nFailed to read file. Location(row:0,col:0).");
+}
+
+TEST_F(AlarmDefinitionsTest, FileBeyondTheConfiguredSizeFails) {
+    host.setConfig("SNMP_CONF", "ALARM_FILE_LIMIT_MIB", "1");
+    const std::string document = "<root><eventDefinition/></root>";
+    writeDefinitionFile(document + std::string(1024 * 1024 - document.size(), ' '));
+    EXPECT_EQ(loadFailure(), "");
+    CAlarmConfigParser::destroy();
+    const std::string path = writeDefinitionFile(document + std::string(1024 * 1024 + 1 - document.size(), ' '));
+    EXPECT_EQ(loadFailure(),
+              "open config file(" + path + ") failed.\nFile is larger than 1 MiB. Location(row:0,col:0).");
+}
+
+TEST_F(AlarmDefinitionsTest, FileBeyondTheDefaultSizeFails) {
+    const std::string path = writeDefinitionFile("<root/>");
+    std::filesystem::resize_file(path, 64ULL * 1024 * 1024 + 1);
+    EXPECT_EQ(loadFailure(),
+              "open config file(" + path + ") failed.\nFile is larger than 64 MiB. Location(row:0,col:0).");
+}
+
+std::string nested(std::size_t levels) {  // below root and eventDefinition
+    std::string text = "<root><eventDefinition>";
+    for (std::size_t i = 2; i < levels; ++i) text += "<a>";
+    for (std::size_t i = 2; i < levels; ++i) text += "</a>";
+    return text + "</eventDefinition></root>";
+}
+
+TEST_F(AlarmDefinitionsTest, SixtyFourLevelsLoad) {
+    writeDefinitionFile(nested(64));
+    EXPECT_EQ(loadFailure(), "");
+}
+
+TEST_F(AlarmDefinitionsTest, SixtyFiveLevelsFail) {
+    const std::string path = writeDefinitionFile(nested(65));
+    EXPECT_EQ(loadFailure(), "open config file(" + path +
+                                 ") failed.\nElements are nested more than 64 levels deep. Location(row:0,col:0).");
+}
+
+TEST_F(AlarmDefinitionsTest, HundredThousandLevelsFailOnASmallStack) {
+    const std::string path = writeDefinitionFile(nested(100000));
+    std::string message;
+    pthread_attr_t attributes;
+    ASSERT_EQ(pthread_attr_init(&attributes), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&attributes, 1024 * 1024), 0);
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(
+                  &thread, &attributes,
+                  [](void* out) -> void* {
+                      *static_cast<std::string*>(out) = loadFailure();
+                      return nullptr;
+                  },
+                  &message),
+              0);
+    ASSERT_EQ(pthread_join(thread, nullptr), 0);
+    pthread_attr_destroy(&attributes);
+    EXPECT_EQ(message, "open config file(" + path +
+                           ") failed.\nElements are nested more than 64 levels deep. Location(row:0,col:0).");
+}
+
+TEST_F(AlarmDefinitionsTest, FailedLoadIsTriedAgain) {
+    host.setConfig("SNMP_CONF", "ALARM_INI_PATH", "conf/later.xml");
+    EXPECT_THAT(loadFailure(), StartsWith("open config file("));
+    host.writeFile("conf/later.xml", "<root><eventDefinition><param eventID='8'/></eventDefinition></root>");
+    EXPECT_EQ(loadFailure(), "");
+    EXPECT_THAT(CAlarmConfigParser::instance()->alarmItems(), Contains(Pair(8U, testing::_)));
+}
+
+TEST_F(AlarmDefinitionsTest, FailingEnumerationFileFailsTheWholeLoad) {
+    std::filesystem::remove(host.root() + "/" + ENUMERATION_PATH);
+    EXPECT_THAT(loadFailure(), StartsWith("open alarm config file("));
+    EXPECT_THAT(loadFailure(), EndsWith(",col:0)."));
+    writeEnumerations(DISK_STATES);
+    EXPECT_EQ(loadFailure(), "");
+}
+
+TEST_F(AlarmDefinitionsTest, FilesAreReadOncePerInstance) {
+    load();
+    writeDefinitions("<param eventID='7'/>");
+    EXPECT_EQ(CAlarmConfigParser::instance()->alarmItems().count(7), 0U);
+    CAlarmConfigParser::destroy();
+    EXPECT_EQ(CAlarmConfigParser::instance()->alarmItems().count(7), 1U);
+}
+
+TEST_F(AlarmDefinitionsTest, DestroyWithoutAnInstanceDoesNothing) {
+    CAlarmConfigParser::destroy();
+    CAlarmConfigParser::destroy();
+    EXPECT_EQ(loadFailure(), "");
+}
+
+TEST_F(AlarmDefinitionsTest, LoadIsTracedInItsOrder) {
+    CAlarmConfigParser::instance();
+    std::vector<std::string> lines = host.log().lines();
+    ASSERT_GE(lines.size(), 8U);
+    EXPECT_EQ(lines.front(), "trace enter static CAlarmConfigParser* CAlarmConfigParser::instance()...");
+    EXPECT_EQ(lines.back(), "trace leave static CAlarmConfigParser* CAlarmConfigParser::instance(): OK");
+    EXPECT_THAT(
+        host.log().linesWithoutTrace(),
+        ElementsAre("debug 0xFFFF file path : conf/definitions.xml", "debug 0xFFFF file path : conf/enumerations.xml",
+                    "debug 0xFFFF EnumDescKey is (DiskState_1)", "debug 0xFFFF EnumDescKey is (DiskState_2)"));
+}
+
+TEST_F(AlarmDefinitionsTest, PathsAreRewrittenInPlace) {
+    CAlarmConfigParser& parser = load();
+    std::string path = "before";
+    parser.getAlarmFilePath(path);
+    EXPECT_EQ(path, DEFINITION_PATH);
+    parser.parse(path);
+    EXPECT_EQ(path, host.root() + "/" + DEFINITION_PATH);
+}
+
+TEST_F(AlarmDefinitionsTest, ShortIdIsTheLowSixteenBits) {
+    u_int shortId = 0;
+    load().resolveAlarmId(0x100040003ULL, shortId);
+    EXPECT_EQ(shortId, 3U);
+    load().resolveAlarmId(0xFFFFFFFFFFFFFFFFULL, shortId);
+    EXPECT_EQ(shortId, 0xFFFFU);
+}
+
+TEST_F(AlarmDefinitionsTest, LevelsBecomeLevelsOfTheManagementSystem) {
+    CAlarmConfigParser& parser = load();
+    std::vector<int> levels;
+    for (int level = -1; level <= 9; ++level) levels.push_back(parser.converToQ7700AlarmLevel(level));
+    EXPECT_THAT(levels, ElementsAre(4, 4, 4, 4, 4, 3, 2, 1, 1, 4, 4));
+}
+
+TEST_F(AlarmDefinitionsTest, ConstantsHaveTheirValues) {
+    EXPECT_EQ(CAlarmConfigParser::COMMA, ",");
+    EXPECT_EQ(CAlarmConfigParser::ESC_COMMA, "&#44;");
+    EXPECT_EQ(CAlarmConfigParser::AMPERSAND, "&");
+    EXPECT_EQ(CAlarmConfigParser::ECS_AMPERSAND, "&#38;");
+}
+
+TEST_F(AlarmDefinitionsTest, ManyThreadsGetTheSameInstance) {
+    std::vector<std::thread> threads;
+    std::vector<CAlarmConfigParser*> seen(8);
+    for (CAlarmConfigParser*& parser : seen) {
+        threads.emplace_back([&parser] { parser = CAlarmConfigParser::instance(); });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_THAT(seen, testing::Each(CAlarmConfigParser::instance()));
+    EXPECT_EQ(host.log().lines("debug").size(), 4U);  // loaded once
+}
+
+// Opens the mutex of the class, to make it unusable.
+struct OpenParser : CAlarmConfigParser {
+    using CAlarmConfigParser::_oSingletonMutex;
+};
+
+TEST_F(AlarmDefinitionsTest, CreationGoesOnWhenTheLockFails) {
+    ASSERT_EQ(OpenParser::_oSingletonMutex.remove(), 0);
+    EXPECT_EQ(loadFailure(), "");
+    CAlarmConfigParser::destroy();
+    EXPECT_EQ(loadFailure(), "");
+    OpenParser::_oSingletonMutex.~ACE_Thread_Mutex();
+    new (&OpenParser::_oSingletonMutex) ACE_Thread_Mutex();
+}
+
+TEST_F(AlarmDefinitionsTest, FailedLoadLeavesTheLockFree) {
+    writeDefinitionFile("<alarms/>");
+    loadFailure();
+    ASSERT_EQ(OpenParser::_oSingletonMutex.tryacquire(), 0);
+    OpenParser::_oSingletonMutex.release();
+}
+
+}  // namespace

@@ -1,0 +1,482 @@
+#include <gmock/gmock.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/alarm/alarm_files.h"
+
+namespace {
+
+using testing::AllOf;
+using testing::Each;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Pair;
+using testing::SizeIs;
+using testing::StartsWith;
+
+constexpr const char* GROWTH_WARNING =
+    "warn 0x1002E alarm text needs more than 10000 replacements or grows by more than 1048576 bytes, the rest stays as "
+    "it is.";
+
+class AlarmRenderingTest : public AlarmFilesTest {
+protected:
+    static constexpr unsigned long long ALARM = 70;
+
+    // Renders an alarm of these templates.
+    Rendered renderTemplates(const std::string& detail, const std::string& location, const std::string& suggestion,
+                             const std::string& params) {
+        writeDefinitions("<param eventID=\"70\" name=\"Name ##00\" detail=\"" + detail + "\" location=\"" + location +
+                         "\" suggestion=\"" + suggestion + "\"/>");
+        load();
+        return render(ALARM, params);
+    }
+
+    std::string renderDetail(const std::string& detail, const std::string& params) {
+        const Rendered r = renderTemplates(detail, "l", "s", params);
+        EXPECT_EQ(r.result, 0);
+        return r.detail;
+    }
+
+    std::vector<std::string> logged() { return host.log().linesWithoutTrace(); }
+};
+
+void expectUntouched(const Rendered& r) {
+    const Rendered before;
+    EXPECT_EQ(r.location, before.location);
+    EXPECT_EQ(r.detail, before.detail);
+    EXPECT_EQ(r.level, before.level);
+    EXPECT_EQ(r.name, before.name);
+    EXPECT_EQ(r.suggestion, before.suggestion);
+}
+
+// --- whole alarms
+
+TEST_F(AlarmRenderingTest, WorkedExample) {
+    load();
+    const Rendered r = render(DISK_FAULT, "7,CTE0&#44;A,1");
+    EXPECT_EQ(r.result, 0);
+    EXPECT_EQ(r.location, "Enclosure CTE0,A, slot 7");
+    EXPECT_EQ(r.detail, "Disk 7 in enclosure CTE0,A is not reachable.");
+    EXPECT_EQ(r.suggestion, "Replace disk 7.");
+    EXPECT_EQ(r.name, "Disk fault");
+    EXPECT_EQ(r.level, DISK_FAULT_LEVEL);
+    EXPECT_THAT(logged(), IsEmpty());
+}
+
+TEST_F(AlarmRenderingTest, WorkedExampleWithTooFewParameters) {
+    load();
+    const Rendered r = render(DISK_FAULT, "7");
+    EXPECT_EQ(r.result, 0);
+    EXPECT_EQ(r.location, "Enclosure --, slot 7");
+    EXPECT_EQ(r.detail, "Disk 7 in enclosure -- is --.");
+    EXPECT_EQ(r.suggestion, "Replace disk 7.");
+    EXPECT_THAT(logged(), ElementsAre("warn 0x1002E alarm 4295229443 parameter enume value 2 is out of rang[0, 1]"));
+}
+
+TEST_F(AlarmRenderingTest, IdentifierZeroIsRefused) {
+    load();
+    const Rendered r = render(0, "7");
+    EXPECT_EQ(r.result, -1);
+    expectUntouched(r);
+    EXPECT_THAT(logged(), ElementsAre("error 0x1002E invalid alarm id 0"));
+}
+
+TEST_F(AlarmRenderingTest, UnknownIdentifierLeavesEveryOutputUntouched) {
+    load();
+    const Rendered r = render(5, "7");
+    EXPECT_EQ(r.result, -1);
+    expectUntouched(r);
+    EXPECT_THAT(logged(), ElementsAre("warn 0x1002E alarm 5 desn't need to be parsed."));
+}
+
+TEST_F(AlarmRenderingTest, EmptyDefinitionsAreReportedBeforeTheIdentifier) {
+    writeDefinitions("");
+    load();
+    const Rendered r = render(0, "7");
+    EXPECT_EQ(r.result, -1);
+    expectUntouched(r);
+    EXPECT_THAT(logged(), ElementsAre("error 0x1002E alarm config info is empty."));
+}
+
+TEST_F(AlarmRenderingTest, DetailWithoutPlaceholderLeavesAllTemplatesAsWritten) {
+    const Rendered r = renderTemplates("Fault", "slot ##00", "replace ##01 ##", "7,8");
+    EXPECT_EQ(r.result, 0);
+    EXPECT_EQ(r.detail, "Fault");
+    EXPECT_EQ(r.location, "slot ##00");
+    EXPECT_EQ(r.suggestion, "replace ##01 ##");
+    EXPECT_THAT(logged(), IsEmpty());
+}
+
+TEST_F(AlarmRenderingTest, NameIsNotATemplate) {
+    EXPECT_EQ(renderTemplates("##00", "l", "s", "7").name, "Name ##00");
+}
+
+TEST_F(AlarmRenderingTest, EmptyParameterTextGivesHyphens) {
+    EXPECT_EQ(renderDetail("Disk ##00 in ##01 is ##02{a:b}.", ""), "Disk -- in -- is --.");
+}
+
+TEST_F(AlarmRenderingTest, EmptyParameterBecomesHyphens) {
+    EXPECT_EQ(renderDetail("##00|##01|##02", ",b,"), "--|b|--");
+}
+
+TEST_F(AlarmRenderingTest, EscapedTextsAreUnescapedOnce) {
+    EXPECT_EQ(renderDetail("##00|##01", "&#38;#44;,a&#44;b&#38;"), "&#44;|a,b&");
+}
+
+TEST_F(AlarmRenderingTest, IndexBeyondThePlaceholdersOfTheDetailIsNone) {
+    const Rendered r = renderTemplates("##00 ##01 ##02", "at ##05", "s", "a,b,c,d,e,f");
+    EXPECT_EQ(r.location, "at None");
+    EXPECT_THAT(logged(), ElementsAre("warn 0x1002E alarm parameter pos 5 is out of range[0, 3]"));
+}
+
+TEST_F(AlarmRenderingTest, IndexThatTheDetailLacksIsHyphens) {
+    const Rendered r = renderTemplates("##00 ##01 ##02 ##03 ##05", "l", "part ##04", "a,b,c,d,e,f");
+    EXPECT_EQ(r.suggestion, "part --");
+    EXPECT_THAT(logged(), ElementsAre("warn 0x1002E alarm parameter pos 5 is out of range[0, 5]",
+                                      "warn 0x1002E alarm parameter pos 4 is not in the parameters of the detail"));
+}
+
+TEST_F(AlarmRenderingTest, LocationEndingInAMarkFails) {
+    const Rendered r = renderTemplates("##00", "slot ##", "s ##00", "7");
+    EXPECT_EQ(r.result, 16793615);
+    Rendered expected;
+    expected.level = 70;
+    EXPECT_EQ(r.level, expected.level);
+    EXPECT_EQ(r.location, expected.location);
+    EXPECT_EQ(r.detail, expected.detail);
+    EXPECT_EQ(r.suggestion, expected.suggestion);
+    EXPECT_EQ(r.name, expected.name);
+    EXPECT_THAT(logged(), ElementsAre("error 0x1002E no alarm parameter pos",
+                                      "error 0x1002E parse alarm location slot ## using parameter 7 failed. parsed "
+                                      "location is location before."));
+}
+
+TEST_F(AlarmRenderingTest, DetailEndingInAMarkFails) {
+    const Rendered r = renderTemplates("##00 {x} ##", "slot ##00", "s", "7");
+    EXPECT_EQ(r.result, 16793615);
+    EXPECT_EQ(r.level, 70U);
+    EXPECT_EQ(r.location, "slot 7");
+    EXPECT_EQ(r.detail, "detail before");
+    EXPECT_EQ(r.suggestion, "suggestion before");
+    EXPECT_EQ(r.name, "name before");
+    EXPECT_THAT(logged(), ElementsAre("error 0x1002E no alarm parameter pos",
+                                      "error 0x1002E parse alarm detail ##00 {x} ## using parameter 7 failed, parsed "
+                                      "detail is detail before."));
+}
+
+TEST_F(AlarmRenderingTest, SuggestionEndingInAMarkFailsBehindLocationAndDetail) {
+    const Rendered r = renderTemplates("##00", "slot ##00", "replace ##", "7");
+    EXPECT_EQ(r.result, 16793615);
+    EXPECT_EQ(r.level, 70U);
+    EXPECT_EQ(r.location, "slot 7");
+    EXPECT_EQ(r.detail, "7");
+    EXPECT_EQ(r.suggestion, "suggestion before");
+    EXPECT_EQ(r.name, "name before");
+    EXPECT_THAT(logged(), ElementsAre("error 0x1002E no alarm parameter pos",
+                                      "error 0x1002E parse alarm suggestion replace ## using parameter 7 failed, "
+                                      "parsed detail is suggestion before."));
+}
+
+TEST_F(AlarmRenderingTest, FailureReleasesTheLock) {
+    EXPECT_EQ(renderTemplates("##00", "##", "s", "7").result, 16793615);
+    EXPECT_EQ(render(0, "").result, -1);
+    EXPECT_EQ(render(ALARM, "7").result, 16793615);
+}
+
+TEST_F(AlarmRenderingTest, UnclosedMapStopsTheValues) {
+    const Rendered r = renderTemplates("##00 ##01{a:b ##02", "##01 ##02", "s", "x,y,z");
+    EXPECT_EQ(r.result, 0);
+    EXPECT_EQ(r.location, "None None");
+    EXPECT_EQ(r.detail, "x None{a:b None");
+    EXPECT_THAT(logged(), ElementsAre("debug 0xFFFF parserParmeterByDetail error",
+                                      "debug 0xFFFF replaceBraceWithEmptyString error",
+                                      "warn 0x1002E alarm parameter pos 1 is out of range[0, 1]",
+                                      "warn 0x1002E alarm parameter pos 2 is out of range[0, 1]",
+                                      "warn 0x1002E alarm parameter pos 1 is out of range[0, 1]",
+                                      "warn 0x1002E alarm parameter pos 2 is out of range[0, 1]"));
+}
+
+TEST_F(AlarmRenderingTest, ValueBroughtInIsSearchedAgain) {
+    EXPECT_EQ(renderDetail("##00 ##01", "##01,end"), "end end");
+}
+
+TEST_F(AlarmRenderingTest, ValueMayCompleteAPlaceholderWithTheTextBehindIt) {
+    EXPECT_EQ(renderDetail("##0001 ##01", "##,end"), "end end");
+}
+
+TEST_F(AlarmRenderingTest, ValueThatNamesItselfEndsWithOneWarning) {
+    const std::string detail = renderDetail("a ##00 b", "##00");
+    EXPECT_EQ(detail, "a ##00 b");
+    EXPECT_THAT(logged(), ElementsAre(GROWTH_WARNING));
+}
+
+TEST_F(AlarmRenderingTest, ValueThatDoublesItselfIsBounded) {
+    const std::string detail = renderDetail("##00", "##00##00");
+    EXPECT_EQ(detail.size(), 4 + 10000U * 4);
+    EXPECT_THAT(logged(), ElementsAre(GROWTH_WARNING));
+}
+
+TEST_F(AlarmRenderingTest, LongValueThatRepeatsItselfIsBounded) {
+    const std::string filler(60000, 'x');
+    const std::string detail = renderDetail("##00", "##00" + filler);
+    EXPECT_GT(detail.size(), 1024U * 1024);
+    EXPECT_LT(detail.size(), 1024U * 1024 + 2 * filler.size());
+    EXPECT_THAT(detail, AllOf(StartsWith("##00x"), EndsWith("x")));
+    EXPECT_THAT(logged(), ElementsAre(GROWTH_WARNING));
+}
+
+TEST_F(AlarmRenderingTest, DetailWithVeryManyPlaceholdersIsBounded) {
+    std::string detail;
+    for (int i = 0; i < 10001; ++i) detail += "##00";
+    const Rendered r = renderTemplates(detail, "l", "s", "7");
+    EXPECT_EQ(r.result, 0);
+    EXPECT_EQ(r.detail, std::string(10000, '7') + "##00");
+    EXPECT_THAT(logged(),
+                ElementsAre("warn 0x1002E alarm detail has more than 10000 placeholders, the rest has no value.",
+                            GROWTH_WARNING));
+}
+
+TEST_F(AlarmRenderingTest, ManyThreadsRenderAlike) {
+    load();
+    std::vector<std::thread> threads;
+    std::vector<int> wrong(6);
+    for (int& count : wrong) {
+        threads.emplace_back([&count] {
+            for (int i = 0; i < 200; ++i) {
+                const std::string disk = std::to_string(i);
+                const Rendered r = render(DISK_FAULT, disk + ",A,2");
+                std::string oid;
+                if (r.detail != "Disk " + disk + " in enclosure A is partly working." ||
+                    CAlarmConfigParser::instance()->getAlarmOidInfo(DISK_FAULT, oid) != 0 || oid != "5.7") {
+                    ++count;
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_THAT(wrong, Each(0));
+}
+
+// --- OID text
+
+TEST_F(AlarmRenderingTest, OidTextIsAsDefined) {
+    std::string oid = "before";
+    EXPECT_EQ(load().getAlarmOidInfo(DISK_FAULT, oid), 0);
+    EXPECT_EQ(oid, "5.7");
+}
+
+TEST_F(AlarmRenderingTest, OidTextIsNoneWhereTheAttributeIsAbsent) {
+    writeDefinitions("<param eventID='70'/>");
+    std::string oid = "before";
+    EXPECT_EQ(load().getAlarmOidInfo(ALARM, oid), 0);
+    EXPECT_EQ(oid, "None");
+}
+
+TEST_F(AlarmRenderingTest, OidTextOfAnUnknownAlarmStaysAsItWas) {
+    std::string oid = "before";
+    EXPECT_EQ(load().getAlarmOidInfo(5, oid), -1);
+    EXPECT_EQ(load().getAlarmOidInfo(0, oid), -1);
+    EXPECT_THAT(logged(), ElementsAre("error 0x1002E invalid alarm id 0"));
+    EXPECT_EQ(oid, "before");
+}
+
+TEST_F(AlarmRenderingTest, OidTextOfEmptyDefinitionsIsRefused) {
+    writeDefinitions("");
+    std::string oid = "before";
+    EXPECT_EQ(load().getAlarmOidInfo(DISK_FAULT, oid), -1);
+    EXPECT_THAT(logged(), ElementsAre("error 0x1002E alarm config info is empty."));
+    EXPECT_EQ(oid, "before");
+}
+
+// --- steps
+
+TEST_F(AlarmRenderingTest, ParameterListIsAppended) {
+    std::vector<std::string> list{"before"};
+    load().parseAlarmParamList("a,,b&#44;c,", list);
+    EXPECT_THAT(list, ElementsAre("before", "a", "", "b,c", ""));
+    load().parseAlarmParamList("", list);
+    EXPECT_THAT(list, SizeIs(5));
+}
+
+TEST(Relpacestr, InsertedTextIsNotSearchedAgain) {
+    EXPECT_EQ(relpacestr("a.b.", ".", ".."), "a..b..");
+    EXPECT_EQ(relpacestr("aaa", "aa", "a"), "aa");
+    EXPECT_EQ(relpacestr("abc", "b", ""), "ac");
+    EXPECT_EQ(relpacestr("abc", "x", "y"), "abc");
+    EXPECT_EQ(relpacestr("", "x", "y"), "");
+}
+
+TEST(Relpacestr, EmptySearchTextOccursNowhere) {
+    EXPECT_EQ(relpacestr("abc", "", "y"), "abc");
+}
+
+struct BraceCase {
+    const char* name;
+    const char* text;
+    const char* result;
+};
+
+void PrintTo(const BraceCase& c, std::ostream* os) {
+    *os << c.text;
+}
+
+class BraceTest : public testing::TestWithParam<BraceCase> {};
+
+TEST_P(BraceTest, GroupsAreRemoved) {
+    FakeHost host;
+    std::string text = GetParam().text;
+    replaceBraceWithEmptyString(text);
+    EXPECT_EQ(text, GetParam().result);
+}
+
+INSTANTIATE_TEST_SUITE_P(Texts, BraceTest,
+                         testing::Values(BraceCase{"None", "abc", "abc"}, BraceCase{"Empty", "", ""},
+                                         BraceCase{"One", "a{b}c", "ac"}, BraceCase{"EmptyGroup", "a{}c", "ac"},
+                                         BraceCase{"Several", "{a}b{c}{d}e", "be"}, BraceCase{"WholeText", "{a}", ""},
+                                         BraceCase{"CloseFirst", "a}b{c}d", "a}bd"},
+                                         BraceCase{"NestedEndsAtTheFirstClose", "a{b{c}d}e", "ad}e"},
+                                         BraceCase{"Unclosed", "a{b", "a{b"},
+                                         BraceCase{"UnclosedBehindAGroup", "a{b}c{d", "ac{d"}),
+                         [](const testing::TestParamInfo<BraceCase>& test) { return test.param.name; });
+
+TEST(Brace, UnclosedGroupIsLogged) {
+    FakeHost host;
+    std::string text = "a{b";
+    replaceBraceWithEmptyString(text);
+    EXPECT_THAT(host.log().linesWithoutTrace(), ElementsAre("debug 0xFFFF replaceBraceWithEmptyString error"));
+}
+
+struct ValueCase {
+    const char* name;
+    const char* detail;
+    std::vector<std::string> params;
+    POSITION_LIST pairs;
+};
+
+void PrintTo(const ValueCase& c, std::ostream* os) {
+    *os << c.detail;
+}
+
+class PlaceholderValuesTest : public testing::TestWithParam<ValueCase> {};
+
+TEST_P(PlaceholderValuesTest, AreFoundInOrder) {
+    FakeHost host;
+    std::vector<std::string> params = GetParam().params;
+    POSITION_LIST pairs;
+    parserParmeterByDetail(params, pairs, GetParam().detail);
+    EXPECT_EQ(pairs, GetParam().pairs);
+    EXPECT_EQ(params, GetParam().params);
+    EXPECT_THAT(host.log().linesWithoutTrace(), IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Details, PlaceholderValuesTest,
+    testing::Values(
+        ValueCase{"None", "abc #", {"x"}, {}}, ValueCase{"Plain", "##01 ##00", {"x", "y"}, {{1, "y"}, {0, "x"}}},
+        ValueCase{"Twice", "##00 ##00", {"x"}, {{0, "x"}, {0, "x"}}}, ValueCase{"Missing", "##01", {"x"}, {{1, "--"}}},
+        ValueCase{"NoParameters", "##00", {}, {{0, "--"}}}, ValueCase{"MarkAtTheEnd", "##00 ##", {"x"}, {{0, "x"}}},
+        ValueCase{"OneDigitAtTheEnd", "##1", {"x", "y"}, {{1, "y"}}},
+        ValueCase{"OneDigitAndABlank", "##1 ", {"x", "y"}, {{1, "y"}}},
+        ValueCase{"NoDigits", "##ab", {"x", "y"}, {{0, "x"}}},
+        ValueCase{"MarksInARow", "#####", {"x"}, {{0, "x"}, {0, "x"}}},
+        ValueCase{"SignIsNoDigit", "##-1", {"x", "y"}, {{0, "x"}}},
+        ValueCase{"MapMatches", "##00{a:one;b:two}", {"b"}, {{0, "two"}}},
+        ValueCase{"FirstMatchWins", "##00{a:one;a:two}", {"a"}, {{0, "one"}}},
+        ValueCase{"MapWithoutMatchKeepsTheValue", "##00{a:one}", {"x"}, {{0, "x"}}},
+        ValueCase{"MatchIsExact", "##00{a :one;A:two}", {"a"}, {{0, "a"}}},
+        ValueCase{"MapOfAMissingParameter", "##01{a:one}", {"a"}, {{1, "--"}}},
+        ValueCase{"EmptyMap", "##00{}", {"a"}, {{0, "a"}}}, ValueCase{"EmptyMapMissing", "##01{}", {"a"}, {{1, "--"}}},
+        ValueCase{"EntryWithThreePartsIsSkipped", "##00{a:b:c;a:one}", {"a"}, {{0, "one"}}},
+        ValueCase{"EntryWithOnePartIsSkipped", "##00{a;a:one}", {"a"}, {{0, "one"}}},
+        ValueCase{"EntryWithEmptyText", "##00{a:}", {"a"}, {{0, ""}}},
+        ValueCase{"EntryForTheEmptyValue", "##00{:empty}", {""}, {{0, "empty"}}},
+        ValueCase{"MapSevenBehind", "##00 ab{x:y}", {"x"}, {{0, "y"}}},
+        ValueCase{"MapEightBehindIsNone", "##00 abc{x:y}", {"x"}, {{0, "x"}}},
+        ValueCase{"MapAfterALaterMark", "##00##01{x:y}", {"x", "x"}, {{0, "x"}, {1, "y"}}},
+        ValueCase{"MapOfTheNextPlaceholderWithinReach", "##0##1{x:y}", {"x", "x"}, {{0, "y"}, {1, "y"}}},
+        ValueCase{"MarkInsideAMap", "##00{a:##01}", {"a", "b"}, {{0, "##01"}, {1, "b"}}},
+        ValueCase{"CloseBeforeOpen", "##00}{a:b", {"a"}, {{0, "a"}}},
+        ValueCase{"CloseBeforeOpenMissing", "##01}{a:b", {"a"}, {{1, "--"}}},
+        ValueCase{"CloseBeforeMarkIsIgnored", "} ##00{a:b}", {"a"}, {{0, "b"}}}),
+    [](const testing::TestParamInfo<ValueCase>& test) { return test.param.name; });
+
+TEST(PlaceholderValues, UnclosedMapKeepsThePairsFoundSoFar) {
+    FakeHost host;
+    std::vector<std::string> params{"x", "y"};
+    POSITION_LIST pairs{{9, "before"}};
+    parserParmeterByDetail(params, pairs, "##00 ##01{a:b ##00");
+    EXPECT_THAT(pairs, ElementsAre(Pair(9U, "before"), Pair(0U, "x")));
+    EXPECT_THAT(host.log().linesWithoutTrace(), ElementsAre("debug 0xFFFF parserParmeterByDetail error"));
+}
+
+struct TemplateCase {
+    const char* name;
+    const char* text;
+    POSITION_LIST pairs;
+    const char* result;
+    std::vector<std::string> warnings;
+};
+
+void PrintTo(const TemplateCase& c, std::ostream* os) {
+    *os << c.text;
+}
+
+class TemplateTest : public AlarmFilesTest, public testing::WithParamInterface<TemplateCase> {};
+
+TEST_P(TemplateTest, IsExpanded) {
+    std::string out = "before";
+    EXPECT_EQ(load().replaceAlarmParamInfo(GetParam().text, out, GetParam().pairs), 0);
+    EXPECT_EQ(out, GetParam().result);
+    EXPECT_EQ(host.log().linesWithoutTrace(), GetParam().warnings);
+}
+
+constexpr const char* MINUS_ONE_WARNING = "warn 0x1002E alarm parameter pos -1 is out of range[0, 1]";
+
+INSTANTIATE_TEST_SUITE_P(
+    Templates, TemplateTest,
+    testing::Values(TemplateCase{"NoPairs", "a ##00 ##", {}, "a ##00 ##", {}},
+                    TemplateCase{"NoPlaceholder", "a", {{0, "x"}}, "a", {}},
+                    TemplateCase{"Empty", "", {{0, "x"}}, "", {}}, TemplateCase{"One", "a##00b", {{0, "x"}}, "axb", {}},
+                    TemplateCase{"FirstPairOfAnIndex", "##00", {{0, "x"}, {0, "y"}}, "x", {}},
+                    TemplateCase{"ThreeDigits", "##001", {{0, "x"}}, "x1", {}},
+                    TemplateCase{"BlankIsPartOfTheIndex", "##1 b", {{0, "x"}, {1, "y"}}, "yb", {}},
+                    TemplateCase{"LettersAreIndexZero", "##abc", {{0, "x"}}, "xc", {}},
+                    TemplateCase{"OneDigitAtTheEnd", "a##1", {{0, "x"}, {1, "y"}}, "ay", {}},
+                    TemplateCase{"EmptyValue", "a##00b", {{0, ""}}, "ab", {}},
+                    TemplateCase{"NegativeIndex", "a##-1b", {{0, "x"}}, "aNoneb", {MINUS_ONE_WARNING}},
+                    TemplateCase{"OneDigitOutOfRange",
+                                 "a##7",
+                                 {{0, "x"}},
+                                 "aNone",
+                                 {"warn 0x1002E alarm parameter pos 7 is out of range[0, 1]"}},
+                    TemplateCase{"OneDigitNotInTheDetail",
+                                 "a##1",
+                                 {{0, "x"}, {0, "y"}},
+                                 "a--",
+                                 {"warn 0x1002E alarm parameter pos 1 is not in the parameters of the detail"}},
+                    TemplateCase{"MarksInARow", "####", {{0, "x"}}, "x", {}}),
+    [](const testing::TestParamInfo<TemplateCase>& test) { return test.param.name; });
+
+TEST_F(AlarmRenderingTest, MarkWithoutIndexLeavesTheOutputAsItWas) {
+    std::string out = "before";
+    EXPECT_EQ(load().replaceAlarmParamInfo("##00 ##", out, {{0, "x"}}), 0x100400F);
+    EXPECT_EQ(out, "before");
+}
+
+TEST_F(AlarmRenderingTest, ReplacementWithoutAPairLeavesTheText) {
+    CAlarmConfigParser& parser = load();
+    std::string text = "a##00b";
+    EXPECT_FALSE(parser.replaceParaWithBraceValue(text, 1, 1, 4, {{0, "x"}}));
+    EXPECT_FALSE(parser.replaceParaWithBraceValue(text, 0, 7, 4, {{0, "x"}}));  // behind the end
+    EXPECT_EQ(text, "a##00b");
+    EXPECT_TRUE(parser.replaceParaWithBraceValue(text, 0, 1, 4, {{0, "x"}, {0, "y"}}));
+    EXPECT_EQ(text, "axb");
+    EXPECT_TRUE(parser.replaceParaWithBraceValue(text, 0, 2, 4, {{0, "z"}}));
+    EXPECT_EQ(text, "axz");
+}
+
+}  // namespace

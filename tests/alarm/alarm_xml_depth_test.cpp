@@ -1,0 +1,104 @@
+#include "alarm/alarm_xml_depth.h"
+
+#include <gtest/gtest.h>
+#include <tinyxml.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+
+namespace {
+
+std::size_t scannedDepth(const std::string& xml) {
+    std::size_t levels = 0;
+    while (isNestedDeeperThan(xml, levels)) ++levels;
+    return levels;
+}
+
+struct DepthCase {
+    const char* name;
+    const char* xml;
+    std::size_t depth;
+};
+
+void PrintTo(const DepthCase& c, std::ostream* os) {
+    *os << c.xml;
+}
+
+class AlarmXmlDepthTest : public testing::TestWithParam<DepthCase> {};
+
+TEST_P(AlarmXmlDepthTest, CountsLevelsOfElements) {
+    EXPECT_EQ(scannedDepth(GetParam().xml), GetParam().depth);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts, AlarmXmlDepthTest,
+    testing::Values(
+        DepthCase{"Empty", "", 0}, DepthCase{"TextOnly", "a > b", 0}, DepthCase{"OneElement", "<a></a>", 1},
+        DepthCase{"SelfClosing", "<a/>", 1}, DepthCase{"SelfClosingCountsAsALevel", "<a><b/></a>", 2},
+        DepthCase{"Siblings", "<a><b></b><c><d/></c><e/></a>", 3},
+        DepthCase{"SecondRootStartsAnew", "<a></a><b><c/></b>", 2},
+        DepthCase{"Comment", "<a><!-- <b><c><d> --></a>", 1},
+        DepthCase{"CommentEndsAtItsEndOnly", "<a><!-- > <b> -- ></a> --><b/></a>", 2},
+        DepthCase{"ShortestComment", "<a><!--><b><c>--></a>", 1},
+        DepthCase{"Cdata", "<a><![CDATA[<b><c></a>]]><d/></a>", 2},
+        DepthCase{"CdataInLowerCaseIsMarkupUpToItsEnd", "<a><![cdata[<b><c/>]]></a>", 2},
+        DepthCase{"QuotedBrackets", "<a t='<b>' u=\"<c/>\"><d/></a>", 2},
+        DepthCase{"OtherQuoteInside", "<a t='\"' u=\"'\"><b v='>'/></a>", 2},
+        DepthCase{"QuotedSlash", "<a t='/'><b/></a>", 2}, DepthCase{"SlashBeforeQuote", "<a t='/>'><b/></a>", 2},
+        DepthCase{"UnquotedValue", "<a t=1><b/></a>", 2}, DepthCase{"UnquotedBracket", "<a t=<b><c/></a>", 2},
+        DepthCase{"UnquotedSelfClosing", "<a><b t=1/><c/></a>", 2},
+        DepthCase{"Declaration", "<?xml version='1.0' encoding='UTF-8'?><a/>", 1},
+        DepthCase{"DeclarationWithQuotedBracket", "<?xml version='>'?><a/>", 1},
+        DepthCase{"DeclarationEndsBehindOtherWords", "<?xml t='><a><b/></a>", 2},
+        DepthCase{"DeclarationWithUnquotedValue", "<?xml version=1 t='><a><b/></a>", 2},
+        DepthCase{"ProcessingInstruction", "<?go t='><a/>'?>", 1},
+        DepthCase{"Doctype", "<!DOCTYPE root SYSTEM 'a'><a/>", 1},
+        DepthCase{"EndTagWithBlank", "<a><b></b ><c></c\n></a>", 2}, DepthCase{"EndTagFirst", "</a><b/>", 1},
+        DepthCase{"OpenComment", "<a><!-- <b><c>", 1}, DepthCase{"OpenTag", "<a><b t='<c><d>", 2},
+        DepthCase{"OpenBracket", "<a><", 1}, DepthCase{"NameStarts", "<_><é></é></_>", 2},
+        DepthCase{"NumberIsNoName", "<a><1><2></a>", 1}, DepthCase{"ByteOrderMark", "\xEF\xBB\xBF<a><b/></a>", 2}),
+    [](const testing::TestParamInfo<DepthCase>& test) { return test.param.name; });
+
+TEST(AlarmXmlDepth, ZeroByteEndsTheText) {
+    EXPECT_EQ(scannedDepth(std::string("<a>\0<b><c>", 10)), 1U);
+}
+
+TEST(AlarmXmlDepth, BrokenUtf8HidesWhatFollowsItOnlyWhereTinyXmlSaysSo) {
+    // In UTF-8 the quote belongs to the broken character; without a declared encoding it ends the value.
+    EXPECT_EQ(scannedDepth("<?xml version='1.0'?><a t='\xC3' u='><b><c/></b></a>"), 3U);
+    EXPECT_EQ(scannedDepth("<a t='\xC3' u='><b><c/></b></a>"), 1U);
+    EXPECT_EQ(scannedDepth("<?xml version='1.0' encoding='GBK'?><a t='\xC3' u='><b><c/></b></a>"), 1U);
+}
+
+std::size_t treeDepth(const TiXmlNode& node) {
+    std::size_t deepest = 0;
+    for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling()) {
+        deepest = std::max(deepest, treeDepth(*child));
+    }
+    return deepest + (node.ToElement() != nullptr ? 1 : 0);
+}
+
+TEST(AlarmXmlDepth, NeverBelowTheTreeThatTinyXmlBuilds) {
+    const char* const pieces[] = {"<a>",   "<a>",       "</a>",  "</a>",        "<b/>", "<a t='1'>", "<",
+                                  ">",     "/",         "'",     "\"",          "=",    " ",         "<!--",
+                                  "-->",   "<![CDATA[", "]]>",   "<?xml ",      "?>",   "version=",  "encoding='GBK'",
+                                  "<!D",   "</",        "<a u=", "x",           "\xC3", "\xE4",      "&amp;",
+                                  "&#60;", "\n",        "_",     "\xEF\xBB\xBF"};
+    std::mt19937 random(20260102);  // always the same texts
+    std::uniform_int_distribution<std::size_t> piece(0, std::size(pieces) - 1);
+    std::uniform_int_distribution<int> count(1, 24);
+    int exact = 0;
+    for (int round = 0; round < 60000; ++round) {
+        std::string xml = round % 3 == 0 ? "<?xml version='1.0'?>" : "";
+        for (int i = count(random); i > 0; --i) xml += pieces[piece(random)];
+        TiXmlDocument document;
+        document.Parse(xml.c_str(), nullptr, TIXML_DEFAULT_ENCODING);
+        const std::size_t scanned = scannedDepth(xml);
+        ASSERT_GE(scanned, treeDepth(document)) << xml;
+        if (scanned == treeDepth(document)) ++exact;
+    }
+    EXPECT_GT(exact, 1000);
+}
+
+}  // namespace
