@@ -192,8 +192,9 @@ void Oid::clear() {
 }
 
 void Oid::trim(SmiUINT32 count) {
-    if (count <= m_ids.size()) {
+    if (count > 0 && count <= m_ids.size()) {
         m_ids.resize(m_ids.size() - count);
+        m_emptyBuffer = false;
         m_text.drop();
     }
 }
