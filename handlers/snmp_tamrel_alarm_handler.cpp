@@ -12,6 +12,8 @@
 #include "platform/snmp_util.h"
 #include "platform/vrx_utility.h"
 
+using namespace handlers;
+
 namespace {
 
 constexpr unsigned int ROW_OID_LENGTH = 7;  // of a whole row's OID: 91.10.1.1.1.COLUMN.SERIAL

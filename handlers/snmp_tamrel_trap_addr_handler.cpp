@@ -11,6 +11,8 @@
 #include "module/vrx_debug_kit_guard.h"
 #include "platform/snmp_trap_api.h"
 
+using namespace handlers;
+
 namespace {
 
 // Tags of requests.

@@ -8,6 +8,8 @@
 #include "platform/snmp_basic_impl.h"
 #include "platform/snmp_configuration.h"
 
+using namespace handlers;
+
 namespace {
 
 constexpr int STATUS_ANSWERED = 1;

@@ -4,6 +4,8 @@
 
 #include "platform/vrx_xml_config.h"
 
+namespace handlers {
+
 namespace {
 
 // Numbers on the wire are little-endian, whatever the machine is.
@@ -58,3 +60,5 @@ void setInt32(CTLVCell& cell, unsigned short tag, int number) {
 std::unique_ptr<CTLVRecordV3> makeRow() {
     return std::make_unique<CTLVRecordV3>(CTLVRecordV3::NO_IDENTIFIER, CTLVRecordV3::DEFAULT_BUCKETS);
 }
+
+}  // namespace handlers

@@ -12,6 +12,9 @@
 
 #include "vrxpub/vrx_tlv_record.h"
 
+// A namespace of its own: these names are short, and the host exports its own symbols to what it loads.
+namespace handlers {
+
 // The code of a backend command: a key of the section "COMMAND", read from the device configuration now. 0 when the
 // key is missing or its text is no number.
 long long commandCode(const char* command);
@@ -48,3 +51,5 @@ void appendColumns(CTLVRecordV3& record, const tColumn<Source> (&columns)[N], co
         cell.release();  // the record owns it from here
     }
 }
+
+}  // namespace handlers

@@ -8,6 +8,8 @@
 #include "module/vrx_exception.h"
 #include "tests/fake_host/fake_host.h"
 
+using namespace handlers;
+
 namespace {
 
 TEST(CommandCode, IsTheNumberAtTheStartOfTheConfiguredText) {
