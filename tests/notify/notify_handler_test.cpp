@@ -1,0 +1,533 @@
+#include "notify/snmp_tamrel_notify_handler.h"
+
+#include <gmock/gmock.h>
+#include <snmp_pp/vb.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/notify/notification.h"
+
+namespace {
+
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr const char* BASE = "1.3.6.1.4.1.99871.2.91.10.3.1.1";
+
+// The bindings of one call; releases the array.
+class Trap {
+public:
+    Trap(INotifyMsgHandler& handler, const TlvRecord& record) {
+        Agentpp::Vbx* array = &m_marker;
+        result = handler.constructAlarmTrapVb(*makeRecord(record), array);
+        if (array != &m_marker) {
+            bindings.reset(array);
+            count = handler.getTrapVbLen();
+        }
+    }
+
+    std::string value(int number) const { return bindings[index(number)].get_printable_value(); }
+    std::string oid(int number) const { return bindings[index(number)].get_printable_oid(); }
+    unsigned int syntax(int number) const { return static_cast<unsigned int>(bindings[index(number)].get_syntax()); }
+    std::string octets(int number) const {
+        Snmp_pp::OctetStr octets;
+        EXPECT_EQ(bindings[index(number)].get_value(octets), SNMP_CLASS_SUCCESS);
+        return std::string(reinterpret_cast<const char*>(octets.data()), octets.len());
+    }
+
+    int result = 0;
+    int count = 0;
+    std::unique_ptr<Agentpp::Vbx[]> bindings;
+
+private:
+    static std::size_t index(int number) { return static_cast<std::size_t>(number - 1); }
+
+    Agentpp::Vbx m_marker;  // what the array reference shows before
+};
+
+class NotifyHandlerTest : public AlarmFilesTest {
+protected:
+    NotifyHandlerTest() { host.setProductSn("PSN0001"); }
+
+    std::vector<std::string> logged() { return host.log().linesWithoutTrace(); }
+
+    // The line that shows the event time in the log.
+    std::string loggedTime() {
+        const std::string label = "ReportingAlarmFaultTime     --- ";
+        const std::string dump = host.log().lines("warn").back();
+        const std::size_t begin = dump.find(label);
+        if (begin == std::string::npos) return "no such line";
+        return dump.substr(begin + label.size(), dump.find('\n', begin) - begin - label.size());
+    }
+
+    void expectFailure(const TlvRecord& record, int result, const std::string& line) {
+        load();
+        const Trap trap(handler, record);
+        EXPECT_EQ(trap.result, result);
+        EXPECT_EQ(trap.bindings, nullptr);
+        EXPECT_EQ(host.log().lines("error"), std::vector<std::string>{line});
+    }
+
+    CTamrelNotifyMsgHandler handler;
+};
+
+TEST_F(NotifyHandlerTest, RaisedAlarmGivesFifteenBindings) {
+    load();
+    const Trap trap(handler, notification());
+    ASSERT_EQ(trap.result, 0);
+    ASSERT_EQ(trap.count, 15);
+    const struct {
+        unsigned int syntax;
+        const char* value;
+    } expected[] = {
+        {sNMP_SYNTAX_OCTETS, "NODE0001"},
+        {sNMP_SYNTAX_OCTETS, "Enclosure CTE0,A, slot 7"},
+        {sNMP_SYNTAX_OCTETS, "Replace disk 7."},
+        {sNMP_SYNTAX_OCTETS, "Disk fault"},
+        {sNMP_SYNTAX_INT32, "2"},
+        {sNMP_SYNTAX_INT32, "2"},
+        {sNMP_SYNTAX_GAUGE32, "262147"},
+        {sNMP_SYNTAX_OCTETS, nullptr},  // octets: compared below
+        {sNMP_SYNTAX_GAUGE32, "42"},
+        {sNMP_SYNTAX_OCTETS, "Disk 7 in enclosure CTE0,A is not reachable."},
+        {sNMP_SYNTAX_INT32, "1"},
+        {sNMP_SYNTAX_CNTR64, "4295229443"},
+        {sNMP_SYNTAX_INT32, "7700"},
+        {sNMP_SYNTAX_OCTETS, "PSN0001"},
+        {sNMP_SYNTAX_OCTETS, "storage-1"},
+    };
+    for (int number = 1; number <= 15; ++number) {
+        SCOPED_TRACE(number);
+        EXPECT_EQ(trap.oid(number), std::string(BASE) + "." + std::to_string(number) + ".0");
+        EXPECT_EQ(trap.syntax(number), expected[number - 1].syntax);
+        if (expected[number - 1].value != nullptr) {
+            EXPECT_EQ(trap.value(number), expected[number - 1].value);
+        }
+    }
+    EXPECT_EQ(trap.octets(8), RAISED_OCTETS);
+}
+
+TEST_F(NotifyHandlerTest, WholeTrapIsLoggedAsAWarning) {
+    load();
+    const Trap trap(handler, notification());
+    EXPECT_THAT(logged(), ElementsAre("warn 0x1002E the content of alarm is \n"
+                                      "ReportingAlarmNodeCode      --- NODE0001\n"
+                                      "ReportingAlarmLocationInfo  --- Enclosure CTE0,A, slot 7\n"
+                                      "ReportingAlarmRestoreAdvice --- Replace disk 7.\n"
+                                      "ReportingAlarmFaultTitle    --- Disk fault\n"
+                                      "ReportingAlarmFaultType     --- 2\n"
+                                      "ReportingAlarmFaultLevel    --- 2\n"
+                                      "ReportingAlarmAlarmID       --- 262147\n"
+                                      "ReportingAlarmFaultTime     --- 2026-01-02,03:04:05.0,+00:00\n"
+                                      "ReportingAlarmSerialNo      --- 42\n"
+                                      "ReportingAlarmAdditionInfo  --- Disk 7 in enclosure CTE0,A is not reachable.\n"
+                                      "ReportingAlarmFaultCategory --- 1\n"
+                                      "ReportingAlarmLocationAlmID --- 4295229443\n"
+                                      "ReportingAlarmProductModel  --- 7700\n"
+                                      "ReportingAlarmProductSN     --- PSN0001\n"
+                                      "ReportingAlarmProductSystemName     --- storage-1\n"));
+}
+
+TEST_F(NotifyHandlerTest, ActiveAlarmHasCategoryOneFaultTypeTwoAndTheTimeRaised) {
+    load();
+    const Trap trap(handler, notification());
+    EXPECT_EQ(trap.value(11), "1");
+    EXPECT_EQ(trap.value(5), "2");
+    EXPECT_EQ(loggedTime(), RAISED_TEXT);
+}
+
+TEST_F(NotifyHandlerTest, EndTimeGivesCategoryTwoAndItsTime) {
+    load();
+    const Trap trap(handler, notification({u64(5, ENDED)}));
+    EXPECT_EQ(trap.value(11), "2");
+    EXPECT_EQ(trap.value(5), "2");
+    EXPECT_EQ(loggedTime(), ENDED_TEXT);
+}
+
+TEST_F(NotifyHandlerTest, SecondEndTimeIsPreferred) {
+    load();
+    const Trap both(handler, notification({u64(5, ENDED), u64(6, SECOND_END)}));
+    EXPECT_EQ(both.value(11), "2");
+    EXPECT_EQ(loggedTime(), SECOND_END_TEXT);
+    const Trap second(handler, notification({u64(6, SECOND_END)}));
+    EXPECT_EQ(second.value(11), "2");
+    EXPECT_EQ(loggedTime(), SECOND_END_TEXT);
+}
+
+TEST_F(NotifyHandlerTest, EndTimeBeyondThirtyTwoBitsDoesNotEndTheAlarm) {
+    load();
+    const Trap trap(handler, notification({u64(5, 1ULL << 32)}));
+    EXPECT_EQ(trap.value(11), "1");
+    EXPECT_EQ(loggedTime(), RAISED_TEXT);
+}
+
+TEST_F(NotifyHandlerTest, SecondEndTimeBeyondThirtyTwoBitsIsTheTimeOfAnEndedAlarm) {
+    load();
+    // The first end time decides that the alarm has ended; the second is then read whole.
+    const Trap trap(handler, notification({u64(5, ENDED), u64(6, 1ULL << 32)}));
+    EXPECT_EQ(trap.value(11), "2");
+    EXPECT_EQ(loggedTime(), "2106-02-07,06:28:16.0,+00:00");
+}
+
+TEST_F(NotifyHandlerTest, CategoryIsReadFromTheEndTimes) {
+    const std::pair<std::vector<TlvCell>, unsigned int> cases[] = {
+        {{}, 1U},
+        {{u32(5, 1)}, 2U},
+        {{u32(6, 1)}, 2U},
+        {{u64(6, 1ULL << 32), u64(5, 1ULL << 32)}, 1U},
+        {{rawCell(6, CTLVCell::TLV_TYPE_INT, "\xFF")}, 2U},
+        {{rawCell(6, CTLVCell::TLV_TYPE_UINT, "")}, 1U},
+    };
+    for (const auto& [cells, expected] : cases) {
+        unsigned int category = 9;
+        handler.getAlarmCategory(*makeRecord(notification(cells)), category);
+        EXPECT_EQ(category, expected) << notification(cells);
+    }
+}
+
+TEST_F(NotifyHandlerTest, CategoryOfAWrongCellThrows) {
+    unsigned int category = 9;
+    EXPECT_THROW(handler.getAlarmCategory(*makeRecord(notification({text(6, "0")})), category), CVRX_Exception);
+    EXPECT_EQ(category, 9U);
+}
+
+TEST_F(NotifyHandlerTest, LevelIsOfTheManagementSystemsScale) {
+    load();
+    const std::pair<unsigned int, const char*> levels[] = {{3, "4"}, {4, "3"}, {6, "1"}, {4294967295U, "4"}};
+    for (const auto& [level, expected] : levels) {
+        EXPECT_EQ(Trap(handler, notification({u32(2, level)})).value(6), expected);
+    }
+}
+
+TEST_F(NotifyHandlerTest, AlarmIdFillsBothWordsOfTheCounter) {
+    writeDefinitions("<param eventID='-2' detail='d'/>");
+    load();
+    const Trap trap(handler, notification({u64(1, 0xFFFFFFFFFFFFFFFEULL), u32(3, 4294967295U)}));
+    ASSERT_EQ(trap.result, 0);
+    EXPECT_EQ(trap.value(12), "18446744073709551614");
+    EXPECT_EQ(trap.value(7), "4294967294");
+    EXPECT_EQ(trap.value(9), "4294967295");
+}
+
+TEST_F(NotifyHandlerTest, EmptyTextsAreEmptyAlsoInTheLog) {
+    writeDefinitions("<param eventID='70' name='' detail='' location='' suggestion=''/>");
+    load();
+    const Trap trap(handler, notification({u64(1, 70)}));
+    ASSERT_EQ(trap.result, 0);
+    EXPECT_EQ(trap.octets(2), "");
+    EXPECT_EQ(trap.syntax(2), sNMP_SYNTAX_OCTETS);
+    EXPECT_THAT(host.log().lines("warn").back(),
+                testing::HasSubstr("\nReportingAlarmLocationInfo  --- \nReportingAlarmRestoreAdvice --- \n"));
+}
+
+TEST_F(NotifyHandlerTest, UnknownNodeCodeIsAnEmptyText) {
+    host.setNodeCode(std::nullopt);
+    load();
+    const Trap trap(handler, notification());
+    ASSERT_EQ(trap.result, 0);
+    EXPECT_EQ(trap.octets(1), "");
+    EXPECT_EQ(trap.syntax(1), sNMP_SYNTAX_OCTETS);
+}
+
+TEST_F(NotifyHandlerTest, NegativeDeviceTypeStaysNegative) {
+    host.setDeviceType(-5);
+    load();
+    EXPECT_EQ(Trap(handler, notification()).value(13), "-5");
+}
+
+TEST_F(NotifyHandlerTest, ParametersWithoutATextAreEmpty) {
+    load();
+    const Trap trap(handler, notification({noText(8)}));
+    ASSERT_EQ(trap.result, 0);
+    EXPECT_EQ(trap.value(10), "Disk -- in enclosure -- is --.");
+}
+
+TEST_F(NotifyHandlerTest, ParametersEndAtTheFirstZeroByte) {
+    load();
+    const Trap unterminated(handler, notification({rawCell(8, CTLVCell::TLV_TYPE_STRING, "7,A,2")}));
+    EXPECT_EQ(unterminated.value(10), "Disk 7 in enclosure A is partly working.");
+    const Trap early(handler, notification({rawCell(8, CTLVCell::TLV_TYPE_STRING, std::string("7\0,A,2\0", 7))}));
+    EXPECT_EQ(early.value(10), "Disk 7 in enclosure -- is --.");
+}
+
+TEST_F(NotifyHandlerTest, UnknownAlarmReturnsTheParsersCode) {
+    expectFailure(notification({u64(1, 5)}), -1, "error 0x1002C parse alarm 5 failed");
+}
+
+TEST_F(NotifyHandlerTest, AlarmThatCannotBeRenderedReturnsTheParsersCode) {
+    writeDefinitions("<param eventID='70' detail='##00' location='##' suggestion='s'/>");
+    load();
+    const Trap trap(handler, notification({u64(1, 70), text(8, "x")}));
+    EXPECT_EQ(trap.result, 0x100400F);
+    EXPECT_EQ(trap.bindings, nullptr);
+    EXPECT_EQ(host.log().lines("error").back(), "error 0x1002C parse alarm 70 failed");
+}
+
+TEST_F(NotifyHandlerTest, NumericParametersAreRefused) {
+    expectFailure(notification({u32(8, 1)}), -1,
+                  "error 0x1002C handle notify failed, CVRX_Exception: CTLVCell isn't string type! tag equal to 8");
+}
+
+TEST_F(NotifyHandlerTest, TextInANumericCellIsRefused) {
+    for (const unsigned short tag : std::vector<unsigned short>{1, 2, 3, 4, 5, 6}) {
+        SCOPED_TRACE(tag);
+        expectFailure(
+            notification({text(tag, "1")}), -1,
+            "error 0x1002C handle notify failed, CVRX_Exception: CTLVCell isn't numerical type! tag equal to " +
+                std::to_string(tag));
+    }
+}
+
+TEST_F(NotifyHandlerTest, FirstEndTimeOfAnEndedAlarmIsCheckedToo) {
+    expectFailure(notification({u64(6, SECOND_END), text(5, "1")}), -1,
+                  "error 0x1002C handle notify failed, CVRX_Exception: CTLVCell isn't numerical type! tag equal to 5");
+}
+
+TEST_F(NotifyHandlerTest, AbsentCellIsRefused) {
+    for (const unsigned short tag : std::vector<unsigned short>{1, 2, 3, 4, 5, 6, 8}) {
+        SCOPED_TRACE(tag);
+        load();
+        const Trap trap(handler, notificationWithout(tag));
+        EXPECT_EQ(trap.result, -1);
+        EXPECT_EQ(trap.bindings, nullptr);
+        EXPECT_THAT(host.log().lines("error"),
+                    ElementsAre(testing::StartsWith("error 0x1002C handle notify failed, CVRX_Exception: ")));
+    }
+}
+
+TEST_F(NotifyHandlerTest, DefinitionsThatCannotBeLoadedAreReported) {
+    writeDefinitionFile("<alarms/>");
+    const Trap trap(handler, notification());
+    EXPECT_EQ(trap.result, -1);
+    EXPECT_EQ(trap.bindings, nullptr);
+    EXPECT_THAT(
+        host.log().lines("error"),
+        ElementsAre("error 0x1002C handle notify failed, CVRX_Exception: root element(alarms) is invalid, should "
+                    "be (root)."));
+}
+
+TEST_F(NotifyHandlerTest, ConstructionIsTraced) {
+    load();
+    const Trap trap(handler, notification());
+    const std::vector<std::string> traces = host.log().lines("trace");
+    ASSERT_FALSE(traces.empty());
+    EXPECT_EQ(traces.front(),
+              "trace enter virtual int CTamrelNotifyMsgHandler::constructAlarmTrapVb(const CTLVRecordV3&, "
+              "Agentpp::Vbx*&)...");
+    EXPECT_EQ(traces.back(),
+              "trace leave virtual int CTamrelNotifyMsgHandler::constructAlarmTrapVb(const CTLVRecordV3&, "
+              "Agentpp::Vbx*&): OK");
+    EXPECT_THAT(traces, Contains("trace enter void CTamrelNotifyMsgHandler::dump_alarm_info(const char**)..."));
+}
+
+TEST_F(NotifyHandlerTest, NullTextsBecomeUnknownInPlace) {
+    std::vector<const char*> texts(15, "x");
+    texts[0] = nullptr;
+    texts[14] = nullptr;
+    handler.dump_alarm_info(texts.data());
+    EXPECT_STREQ(texts[0], "Unknown");
+    EXPECT_STREQ(texts[14], "Unknown");
+    EXPECT_THAT(logged(), ElementsAre("warn 0x1002E the content of alarm is \n"
+                                      "ReportingAlarmNodeCode      --- Unknown\n"
+                                      "ReportingAlarmLocationInfo  --- x\n"
+                                      "ReportingAlarmRestoreAdvice --- x\n"
+                                      "ReportingAlarmFaultTitle    --- x\n"
+                                      "ReportingAlarmFaultType     --- x\n"
+                                      "ReportingAlarmFaultLevel    --- x\n"
+                                      "ReportingAlarmAlarmID       --- x\n"
+                                      "ReportingAlarmFaultTime     --- x\n"
+                                      "ReportingAlarmSerialNo      --- x\n"
+                                      "ReportingAlarmAdditionInfo  --- x\n"
+                                      "ReportingAlarmFaultCategory --- x\n"
+                                      "ReportingAlarmLocationAlmID --- x\n"
+                                      "ReportingAlarmProductModel  --- x\n"
+                                      "ReportingAlarmProductSN     --- x\n"
+                                      "ReportingAlarmProductSystemName     --- Unknown\n"));
+}
+
+TEST_F(NotifyHandlerTest, FixedAnswersAndTheirSilence) {
+    EXPECT_STREQ(handler.getTrapOid(1).get_printable(), "1.3.6.1.4.1.99871.2.91.10.2.1.0.1");
+    EXPECT_EQ(&handler.getTrapOid(1), &handler.getTrapOid(2));
+    EXPECT_STREQ(handler.getBaseOid().get_printable(), BASE);
+    EXPECT_TRUE(handler.useDateAndTime());
+    EXPECT_EQ(handler.getTrapVbLen(), 15);
+    EXPECT_THAT(host.log().lines(), IsEmpty());
+}
+
+tTrapDestInfo destination(const std::string& index, unsigned int version, unsigned int trapType) {
+    tTrapDestInfo d;
+    d.index = index;
+    d.address = "192.0.2." + index;
+    d.port = 10162;
+    d.version = version;
+    d.trapType = trapType;
+    d.user = "user" + index;
+    return d;
+}
+
+TEST_F(NotifyHandlerTest, DestinationsOfTrapTypeOneAndThreeAreChosen) {
+    std::map<std::string, tTrapDestInfo> all;
+    std::list<tTrapDestInfo> expected;
+    int number = 0;
+    for (unsigned int version : {1U, 2U, 3U}) {
+        for (unsigned int trapType : {0U, 1U, 2U, 3U, 4U, 5U}) {
+            const std::string key = std::to_string(100 + ++number);
+            all[key] = destination(key, version, trapType);
+            if (trapType == 1 || trapType == 3) expected.push_back(all[key]);
+        }
+    }
+    std::list<tTrapDestInfo> chosen;
+    handler.filterTrapMap(all, chosen);
+    EXPECT_EQ(chosen, expected);
+    EXPECT_THAT(host.log().lines(), IsEmpty());
+}
+
+TEST_F(NotifyHandlerTest, ChosenDestinationsFollowTheKeysBehindWhatWasThere) {
+    const tTrapDestInfo before = destination("1", 1, 2);
+    std::list<tTrapDestInfo> chosen{before};
+    handler.filterTrapMap({}, chosen);
+    EXPECT_THAT(chosen, ElementsAre(before));
+    const tTrapDestInfo two = destination("2", 2, 3);
+    const tTrapDestInfo three = destination("3", 2, 1);
+    handler.filterTrapMap({{"b", two}, {"a", three}}, chosen);
+    EXPECT_THAT(chosen, ElementsAre(before, three, two));
+}
+
+TEST_F(NotifyHandlerTest, ManyThreadsBuildTheSameTrap) {
+    load();
+    std::vector<std::thread> threads;
+    std::vector<int> wrong(6);
+    for (int& count : wrong) {
+        threads.emplace_back([this, &count] {
+            for (int i = 0; i < 50; ++i) {
+                const Trap trap(handler, notification());
+                if (trap.result != 0 || trap.oid(15) != std::string(BASE) + ".15.0" ||
+                    trap.value(10) != "Disk 7 in enclosure CTE0,A is not reachable.") {
+                    ++count;
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_THAT(wrong, Each(0));
+}
+
+// --- the handler with an OID for each alarm
+
+class OidBasedHandlerTest : public NotifyHandlerTest {
+protected:
+    static constexpr const char* PREFIX = "1.3.6.1.4.1.99871.2.91.10.2.1.1";
+
+    CTamrelOIDBasedMsgHandler oidBased;
+};
+
+TEST_F(OidBasedHandlerTest, BindingsStandBelowItsOwnOidAndTheTimeIsText) {
+    load();
+    const Trap trap(oidBased, notification());
+    ASSERT_EQ(trap.result, 0);
+    ASSERT_EQ(trap.count, 15);
+    for (int number = 1; number <= 15; ++number) {
+        EXPECT_EQ(trap.oid(number), "1.3.6.1.4.1.99871.2.251.20.1.3." + std::to_string(number) + ".0");
+    }
+    EXPECT_EQ(trap.octets(8), RAISED_TEXT);
+    EXPECT_EQ(trap.syntax(8), sNMP_SYNTAX_OCTETS);
+    EXPECT_EQ(loggedTime(), RAISED_TEXT);
+    EXPECT_EQ(trap.value(2), "Enclosure CTE0,A, slot 7");
+}
+
+TEST_F(OidBasedHandlerTest, TrapOidIsTheAlarmsOwn) {
+    load();
+    EXPECT_STREQ(oidBased.getTrapOid(DISK_FAULT).get_printable(), "1.3.6.1.4.1.99871.2.91.10.2.1.1.5.7");
+    EXPECT_THAT(logged(), ElementsAre("debug 0xFFFF alarmid = 40003;oid = 1.3.6.1.4.1.99871.2.91.10.2.1.1.5.7 "));
+    const std::vector<std::string> traces = host.log().lines("trace");
+    EXPECT_EQ(traces.front(),
+              "trace enter virtual Agentpp::Oidx& CTamrelOIDBasedMsgHandler::getTrapOid(long long unsigned int)...");
+    EXPECT_EQ(traces.back(),
+              "trace leave virtual Agentpp::Oidx& CTamrelOIDBasedMsgHandler::getTrapOid(long long unsigned int): OK");
+    EXPECT_STREQ(handler.getTrapOid(DISK_FAULT).get_printable(), "1.3.6.1.4.1.99871.2.91.10.2.1.0.1");
+}
+
+TEST_F(OidBasedHandlerTest, UnknownAlarmStillHasATrapOid) {
+    load();
+    for (int call = 0; call < 2; ++call) {
+        host.log().clear();
+        EXPECT_STREQ(oidBased.getTrapOid(11).get_printable(), PREFIX);
+        EXPECT_THAT(logged(), ElementsAre("warn 0x1002E alarm 11 desn't need to be parsed.",
+                                          "error 0x1002C parse alarm 11 failed",
+                                          "debug 0xFFFF alarmid = b;oid = 1.3.6.1.4.1.99871.2.91.10.2.1.1. "));
+    }
+}
+
+TEST_F(OidBasedHandlerTest, AlarmZeroStillHasATrapOid) {
+    load();
+    EXPECT_STREQ(oidBased.getTrapOid(0).get_printable(), PREFIX);
+    EXPECT_THAT(host.log().lines("error"),
+                ElementsAre("error 0x1002E invalid alarm id 0", "error 0x1002C parse alarm 0 failed"));
+}
+
+TEST_F(OidBasedHandlerTest, EmptyDefinitionsStillGiveATrapOid) {
+    writeDefinitions("");
+    load();
+    EXPECT_STREQ(oidBased.getTrapOid(DISK_FAULT).get_printable(), PREFIX);
+    EXPECT_THAT(host.log().lines("error"), ElementsAre("error 0x1002E alarm config info is empty.",
+                                                       "error 0x1002C parse alarm 4295229443 failed"));
+}
+
+TEST_F(OidBasedHandlerTest, DefinitionsThatCannotBeLoadedStillGiveATrapOid) {
+    writeDefinitionFile("<alarms/>");
+    EXPECT_STREQ(oidBased.getTrapOid(DISK_FAULT).get_printable(), PREFIX);
+    EXPECT_THAT(
+        host.log().lines("error"),
+        ElementsAre("error 0x1002C handle notify failed, CVRX_Exception: root element(alarms) is invalid, should "
+                    "be (root).",
+                    "error 0x1002C parse alarm 4295229443 failed"));
+}
+
+TEST_F(OidBasedHandlerTest, DefinitionWithoutOidGivesNoErrorAndNoOid) {
+    writeDefinitions("<param eventID='70'/>");
+    load();
+    EXPECT_EQ(oidBased.getTrapOid(70).len(), 0U);
+    EXPECT_THAT(logged(), ElementsAre("debug 0xFFFF alarmid = 46;oid = 1.3.6.1.4.1.99871.2.91.10.2.1.1.None "));
+}
+
+TEST_F(OidBasedHandlerTest, BothResultsAreTheSameObject) {
+    load();
+    Agentpp::Oidx& first = oidBased.getTrapOid(DISK_FAULT);
+    Agentpp::Oidx& second = oidBased.getTrapOid(11);
+    EXPECT_EQ(&first, &second);
+    EXPECT_STREQ(first.get_printable(), PREFIX);
+}
+
+TEST_F(OidBasedHandlerTest, FixedAnswers) {
+    EXPECT_STREQ(oidBased.getBaseOid().get_printable(), "1.3.6.1.4.1.99871.2.251.20.1.3");
+    EXPECT_FALSE(oidBased.useDateAndTime());
+    EXPECT_EQ(oidBased.getTrapVbLen(), 15);
+    EXPECT_THAT(host.log().lines(), IsEmpty());
+}
+
+TEST_F(OidBasedHandlerTest, DestinationsOfTrapTypeThreeAndFourAreChosenUnlessSnmpV1) {
+    std::map<std::string, tTrapDestInfo> all;
+    std::list<tTrapDestInfo> expected{destination("1", 1, 1)};
+    std::list<tTrapDestInfo> chosen = expected;
+    int number = 0;
+    for (unsigned int version : {0U, 1U, 2U, 3U}) {
+        for (unsigned int trapType : {0U, 1U, 2U, 3U, 4U, 5U}) {
+            const std::string key = std::to_string(100 + ++number);
+            all[key] = destination(key, version, trapType);
+            if (version != 1 && (trapType == 3 || trapType == 4)) expected.push_back(all[key]);
+        }
+    }
+    oidBased.filterTrapMap(all, chosen);
+    EXPECT_EQ(chosen, expected);
+    EXPECT_THAT(host.log().lines(), IsEmpty());
+}
+
+}  // namespace
