@@ -48,7 +48,7 @@ void appendColumns(CTLVRecordV3& record, const tColumn<Source> (&columns)[N], co
         auto cell = std::make_unique<CTLVCell>();
         column.fill(*cell, column.tag, source);
         record.append(cell.get());
-        cell.release();  // the record owns it from here
+        (void)cell.release();  // the record owns it from here
     }
 }
 

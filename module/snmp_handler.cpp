@@ -5,9 +5,15 @@
 #include "module/vrx_exception.h"
 
 CSnmpHandler::~CSnmpHandler() = default;
-int CSnmpHandler::strategy() { return 0; }
-bool CSnmpHandler::isWholeTable() { return true; }
-int CSnmpHandler::getSnmpOIDVersion() { return 1; }
+int CSnmpHandler::strategy() {
+    return 0;
+}
+bool CSnmpHandler::isWholeTable() {
+    return true;
+}
+int CSnmpHandler::getSnmpOIDVersion() {
+    return 1;
+}
 
 CSnmpTableHandler::~CSnmpTableHandler() = default;
 
@@ -15,15 +21,23 @@ int CSnmpTableHandler::OnQueryLeaf(const CVRX_SnmpContext&, const CR8KPackageV3&
     throw CVRX_Exception("CSnmpTableHandler can't support leaf OnQueryLeaf!");
 }
 
-int CSnmpTableHandler::OnQueryTable(const CVRX_SnmpContext&, const CR8KPackageV3&, CR8KPackageV3&) { return -1; }
+int CSnmpTableHandler::OnQueryTable(const CVRX_SnmpContext&, const CR8KPackageV3&, CR8KPackageV3&) {
+    return -1;
+}
 
 int CSnmpTableHandler::OnSetLeaf(const CVRX_SnmpContext&, const CR8KPackageV3&, CR8KPackageV3&) {
     throw CVRX_Exception("CSnmpTableHandler can't support leaf OnSetLeaf!");
 }
 
-int CSnmpTableHandler::OnCreateTable(const CVRX_SnmpContext&, const CR8KPackageV3&, CR8KPackageV3&) { return -1; }
-int CSnmpTableHandler::OnModifyTable(const CVRX_SnmpContext&, const CR8KPackageV3&, CR8KPackageV3&) { return -1; }
-int CSnmpTableHandler::OnDeleteTable(const CVRX_SnmpContext&, const CR8KPackageV3&, CR8KPackageV3&) { return -1; }
+int CSnmpTableHandler::OnCreateTable(const CVRX_SnmpContext&, const CR8KPackageV3&, CR8KPackageV3&) {
+    return -1;
+}
+int CSnmpTableHandler::OnModifyTable(const CVRX_SnmpContext&, const CR8KPackageV3&, CR8KPackageV3&) {
+    return -1;
+}
+int CSnmpTableHandler::OnDeleteTable(const CVRX_SnmpContext&, const CR8KPackageV3&, CR8KPackageV3&) {
+    return -1;
+}
 
 CSnmpLeafHandler::~CSnmpLeafHandler() = default;
 
@@ -42,7 +56,7 @@ int CSnmpLeafHandler::OnQueryLeaf(const CVRX_SnmpContext& ctx, const CR8KPackage
     cell->setTag(0);
     auto record = std::make_unique<CTLVRecordV3>(CTLVRecordV3::NO_IDENTIFIER, CTLVRecordV3::DEFAULT_BUCKETS);
     record->append(cell.get());
-    cell.release();  // the record owns it from here
+    (void)cell.release();  // the record owns it from here
     rsp.append(std::move(record));
     return 0;
 }
@@ -52,7 +66,9 @@ int CSnmpLeafHandler::OnQueryTable(const CVRX_SnmpContext&, const CR8KPackageV3&
     throw CVRX_Exception("CSnmpLeafHandler can't support leaf OnQueryTable!");
 }
 
-int CSnmpLeafHandler::OnSetLeaf(const CVRX_SnmpContext&, const CR8KPackageV3&, CR8KPackageV3&) { return -1; }
+int CSnmpLeafHandler::OnSetLeaf(const CVRX_SnmpContext&, const CR8KPackageV3&, CR8KPackageV3&) {
+    return -1;
+}
 
 int CSnmpLeafHandler::OnCreateTable(const CVRX_SnmpContext&, const CR8KPackageV3&, CR8KPackageV3&) {
     throw CVRX_Exception("CSnmpLeafHandler can't support leaf OnCreateTable!");
@@ -66,4 +82,6 @@ int CSnmpLeafHandler::OnDeleteTable(const CVRX_SnmpContext&, const CR8KPackageV3
     throw CVRX_Exception("CSnmpLeafHandler can't support leaf OnDeleteTable!");
 }
 
-int CSnmpLeafHandler::queryLeaf(const CVRX_SnmpContext&, CTLVCell*&) { return -1; }
+int CSnmpLeafHandler::queryLeaf(const CVRX_SnmpContext&, CTLVCell*&) {
+    return -1;
+}

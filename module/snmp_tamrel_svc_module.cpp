@@ -33,14 +33,16 @@ template <typename Handler>
 void registerNotifyHandler() {
     auto handler = std::make_unique<Handler>();
     CNotifyHandler::instance()->handlers().push_back(handler.get());
-    handler.release();  // the dispatcher keeps it for the life of the process
+    (void)handler.release();  // the dispatcher keeps it for the life of the process
 }
 
 }  // namespace
 
 CSNMP_Tamrel_Mib_Module::~CSNMP_Tamrel_Mib_Module() = default;
 
-std::string CSNMP_Tamrel_Mib_Module::getMibFileName() { return "VRX-TAMREL-MIB.xml"; }
+std::string CSNMP_Tamrel_Mib_Module::getMibFileName() {
+    return "VRX-TAMREL-MIB.xml";
+}
 
 void CSNMP_Tamrel_Mib_Module::getSvcHandler(SNMP_HANDLER_LIST& handlers) {
     for (const tRegistration& row : REGISTRATIONS) {

@@ -4,4 +4,6 @@ CVRX_Exception::CVRX_Exception(const std::string& message) : m_message("CVRX_Exc
 
 CVRX_Exception::~CVRX_Exception() = default;
 
-const char* CVRX_Exception::what() const noexcept { return m_message.c_str(); }
+const char* CVRX_Exception::what() const noexcept {
+    return m_message.c_str();
+}

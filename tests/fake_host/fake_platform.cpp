@@ -96,7 +96,7 @@ tm utc(long seconds) {
 }  // namespace
 
 CVRXDebugKitMgr::CVRXDebugKitMgr() = default;
-CVRXDebugKitMgr::~CVRXDebugKitMgr() = default;
+CVRXDebugKitMgr::~CVRXDebugKitMgr() {}
 
 CVRXDebugKit* CVRXDebugKitMgr::find(unsigned int module) {
     static std::mutex& mutex = *new std::mutex;  // never destroyed: loggers are valid until the process ends

@@ -98,7 +98,7 @@ std::unique_ptr<CTLVRecordV3> makeRecord(const TlvRecord& record) {
         auto cell = std::make_unique<CTLVCell>();
         cell->set_i(source.type, source.tag, source.bytes.data(), source.bytes.size());
         made->append(cell.get());
-        cell.release();  // the record owns it from here
+        (void)cell.release();  // the record owns it from here
     }
     return made;
 }
