@@ -1,12 +1,5 @@
 #include "host/agent/agent_loop.h"
 
-#include <net-snmp/net-snmp-config.h>
-// The configuration header comes first.
-#include <net-snmp/net-snmp-includes.h>
-
-#include <net-snmp/agent/net-snmp-agent-includes.h>
-#include <net-snmp/library/fd_event_manager.h>
-
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
@@ -16,6 +9,8 @@
 #include <exception>
 #include <system_error>
 #include <utility>
+
+#include "host/agent/net_snmp.h"
 
 namespace {
 

@@ -1,0 +1,63 @@
+#include "host/agent/managed_object.h"
+
+#include <exception>
+#include <utility>
+
+#include "host/agent/agent_log.h"
+
+ManagedObject::ManagedObject(const MibObject& mib, CSnmpHandler& handler, AgentLoop& loop, const SnapshotLimits& limits)
+    : m_mib(mib),
+      m_handler(handler),
+      m_loop(loop),
+      m_snapshots(limits),
+      m_reader(mib, handler, [this] { return m_snapshots.changes(); }),
+      m_worker(mib.name) {}
+
+ReadOutcome ManagedObject::attempt(const std::function<SnapshotPointer()>& read) const {
+    try {
+        return {read(), {}};
+    } catch (const std::exception& error) {
+        return {nullptr, error.what()};
+    }
+}
+
+void ManagedObject::refresh() {
+    if (m_refreshing) return;
+    m_refreshing = true;
+    m_worker.submit([this] {
+        ReadOutcome outcome = attempt([this] { return m_reader.whole(); });
+        m_loop.post([this, outcome = std::move(outcome)] {
+            m_refreshing = false;
+            logChangeOfState(outcome);
+            const auto now = TableSnapshot::Clock::now();
+            if (outcome.snapshot != nullptr) {
+                m_snapshots.put(outcome.snapshot, now);
+                // Frees what nobody goes on with.
+                m_loop.runAfter(m_snapshots.limits().walkAge + std::chrono::milliseconds(1),
+                                [this] { m_snapshots.purge(TableSnapshot::Clock::now()); });
+            }
+            if (onRefreshed) onRefreshed(outcome);
+        });
+    });
+}
+
+void ManagedObject::readRows(std::vector<std::uint32_t> numbers, std::function<void(const ReadOutcome&)> done) {
+    m_worker.submit([this, numbers = std::move(numbers), done = std::move(done)] {
+        ReadOutcome outcome = attempt([&] { return m_reader.rows(numbers); });
+        m_loop.post([this, done, outcome = std::move(outcome)] {
+            logChangeOfState(outcome);
+            done(outcome);
+        });
+    });
+}
+
+void ManagedObject::logChangeOfState(const ReadOutcome& outcome) {
+    const bool failing = outcome.snapshot == nullptr;
+    if (failing == m_failing) return;
+    m_failing = failing;
+    if (failing) {
+        agent_log::error(m_mib.name + " cannot be read: " + outcome.failure);
+    } else {
+        agent_log::info(m_mib.name + " can be read again");
+    }
+}

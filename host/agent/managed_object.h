@@ -1,0 +1,60 @@
+// One object that the agent serves: its shape, its handler on its own worker, and what was read of it.
+//
+// Threads: agent thread only; what runs on the worker comes back to it through the loop.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "host/agent/agent_loop.h"
+#include "host/agent/mib_model.h"
+#include "host/agent/object_reader.h"
+#include "host/agent/object_worker.h"
+#include "host/agent/snapshot_store.h"
+#include "module/snmp_handler.h"
+
+// What a reading gave: a snapshot, or null when it failed.
+struct ReadOutcome {
+    SnapshotPointer snapshot;
+    std::string failure;
+};
+
+class ManagedObject {
+public:
+    using TimePoint = SnapshotStore::TimePoint;
+
+    // Shape, handler and loop outlive the object.
+    ManagedObject(const MibObject& mib, CSnmpHandler& handler, AgentLoop& loop, const SnapshotLimits& limits);
+
+    const MibObject& mib() const { return m_mib; }
+    CSnmpHandler& handler() { return m_handler; }
+    ObjectReader& reader() { return m_reader; }  // for jobs on the worker
+    ObjectWorker& worker() { return m_worker; }
+    SnapshotStore& snapshots() { return m_snapshots; }
+
+    // Reads the whole object, unless that is under way already. `onRefreshed` tells when it is done.
+    void refresh();
+    std::function<void(const ReadOutcome&)> onRefreshed;
+
+    bool readsRows() const { return m_reader.readsRows(); }
+    void readRows(std::vector<std::uint32_t> numbers, std::function<void(const ReadOutcome&)> done);
+
+    // Ends the worker. What was asked for and has not come is never told.
+    void stop() { m_worker.stop(); }
+
+private:
+    ReadOutcome attempt(const std::function<SnapshotPointer()>& read) const;
+    void logChangeOfState(const ReadOutcome& outcome);
+
+    const MibObject& m_mib;
+    CSnmpHandler& m_handler;
+    AgentLoop& m_loop;
+    SnapshotStore m_snapshots;
+    ObjectReader m_reader;
+    bool m_refreshing = false;
+    bool m_failing = false;
+    ObjectWorker m_worker;  // last: its jobs use the others
+};

@@ -1,0 +1,111 @@
+// Before Net-SNMP's headers: they declare a type of the name that its value types give arguments.
+#include "platform/snmp_table_base.h"
+
+#include "host/agent/object_reader.h"
+
+#include <exception>
+#include <string>
+#include <utility>
+
+#include "host/agent/row_naming.h"
+#include "host/agent/snmp_context.h"
+
+namespace {
+
+constexpr int READ_ATTEMPTS = 3;  // of a table that changes while it is read
+
+const OidVector ENTERPRISE = {1, 3, 6, 1, 4, 1, 99871, 2};  // requests name rows below it
+
+std::unique_ptr<CTLVRecordV3> newRecord() {
+    return std::make_unique<CTLVRecordV3>(CTLVRecordV3::NO_IDENTIFIER, CTLVRecordV3::DEFAULT_BUCKETS);
+}
+
+void appendType(CTLVRecordV3& record, long long type) {
+    auto cell = std::make_unique<CTLVCell>();
+    cell->set_i(CTLVCell::TLV_TYPE_UINT, CSnmpTableBase::REQUEST_TYPE_TAG, &type, sizeof type);
+    record.append(cell.get());
+    cell.release();  // the record owns it from here
+}
+
+void appendOid(CTLVRecordV3& record, const std::string& name) {
+    auto cell = std::make_unique<CTLVCell>();
+    cell->set(CSnmpTableBase::REQUEST_OID_TAG, name.c_str());
+    record.append(cell.get());
+    cell.release();  // the record owns it from here
+}
+
+// The row's name as a request carries it: with the first column, below the enterprise.
+std::string rowOid(const MibObject& object, std::uint32_t number) {
+    OidVector name(object.root.begin() + static_cast<std::ptrdiff_t>(ENTERPRISE.size()), object.root.end());
+    name.insert(name.end(), {MibObject::ENTRY, object.columns.front().number, number});
+    return oidText(name);
+}
+
+}  // namespace
+
+ObjectReader::ObjectReader(const MibObject& object, CSnmpHandler& handler, std::function<std::uint64_t()> changes)
+    : m_object(object), m_handler(handler), m_changes(std::move(changes)), m_batch(false) {
+    if (auto* const batch = dynamic_cast<CSnmpTableBase*>(&handler)) {
+        batch->setWholeTable(true);
+        m_batch = isBelow(object.root.data(), object.root.size(), ENTERPRISE);
+    }
+}
+
+std::unique_ptr<CR8KPackageV3> ObjectReader::query(const CR8KPackageV3& request) {
+    const CVRX_SnmpContext context{};
+    auto response = std::make_unique<CR8KPackageV3>();
+    int result = 0;
+    try {
+        result = m_object.table ? m_handler.OnQueryTable(context, request, *response)
+                                : m_handler.OnQueryLeaf(context, request, *response);
+    } catch (const std::exception& error) {
+        throw ReadError(error.what());
+    } catch (...) {
+        throw ReadError("an exception of an unknown type");
+    }
+    if (result != 0) throw ReadError("result " + std::to_string(result));
+    return response;
+}
+
+std::unique_ptr<CR8KPackageV3> ObjectReader::records() {
+    CR8KPackageV3 request;
+    auto record = newRecord();
+    if (m_batch) appendType(*record, CSnmpTableBase::REQUEST_GETBULK);
+    request.append(std::move(record));
+    return query(request);
+}
+
+void ObjectReader::addRows(const CR8KPackageV3& response, TableSnapshot& snapshot) const {
+    std::size_t position = 0;
+    for (const CTLVRecordV3* record : response.records()) {
+        if (const auto number = rowNumber(m_object, *record, position)) snapshot.add(*number, *record);
+        ++position;
+    }
+}
+
+SnapshotPointer ObjectReader::whole() {
+    for (int attempt = 1;; ++attempt) {
+        const std::uint64_t changes = m_changes();
+        auto snapshot = std::make_shared<TableSnapshot>(m_object, changes, TableSnapshot::Clock::now());
+        addRows(*records(), *snapshot);
+        snapshot->finish();
+        if (m_changes() == changes || attempt == READ_ATTEMPTS) return snapshot;
+    }
+}
+
+SnapshotPointer ObjectReader::rows(const std::vector<std::uint32_t>& numbers) {
+    auto snapshot = std::make_shared<TableSnapshot>(m_object, m_changes(), TableSnapshot::Clock::now());
+    for (const std::uint32_t number : numbers) {
+        CR8KPackageV3 request;
+        auto record = newRecord();
+        appendType(*record, CSnmpTableBase::REQUEST_GET);
+        appendOid(*record, rowOid(m_object, number));
+        request.append(std::move(record));
+        const auto response = query(request);
+        for (const CTLVRecordV3* row : response->records()) {
+            if (rowNumber(m_object, *row, 0) == number) snapshot->add(number, *row);
+        }
+    }
+    snapshot->finish();
+    return snapshot;
+}

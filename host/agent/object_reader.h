@@ -1,0 +1,46 @@
+// Reads an object's values through its handler. Everything here runs on the object's worker.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <vector>
+
+#include "host/agent/mib_model.h"
+#include "host/agent/table_snapshot.h"
+#include "module/snmp_handler.h"
+
+// The handler gave no values: it threw, or returned a failure.
+class ReadError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+class ObjectReader {
+public:
+    // `changes` counts the object's changes, for any thread. Object and handler outlive the reader.
+    ObjectReader(const MibObject& object, CSnmpHandler& handler, std::function<std::uint64_t()> changes);
+
+    // The handler's whole answer, as records. Throws ReadError.
+    std::unique_ptr<CR8KPackageV3> records();
+
+    // The whole object. While it changes during the reading it is read again, a few times, so that the snapshot shows
+    // one moment. Throws ReadError.
+    SnapshotPointer whole();
+
+    // Only these rows, of a table that readsRows(). Throws ReadError.
+    SnapshotPointer rows(const std::vector<std::uint32_t>& numbers);
+
+    // Whether single rows can be asked for: a whole table may be hundreds of backend calls, a row is one.
+    bool readsRows() const { return m_batch; }
+
+private:
+    std::unique_ptr<CR8KPackageV3> query(const CR8KPackageV3& request);
+    void addRows(const CR8KPackageV3& response, TableSnapshot& snapshot) const;
+
+    const MibObject& m_object;
+    CSnmpHandler& m_handler;
+    std::function<std::uint64_t()> m_changes;
+    bool m_batch;  // the handler is a CSnmpTableBase
+};

@@ -1,0 +1,55 @@
+#include "host/agent/object_worker.h"
+
+#include <pthread.h>
+
+#include <csignal>
+#include <utility>
+
+ObjectWorker::ObjectWorker(const std::string& name) {
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);  // the new thread inherits the mask
+    try {
+        m_thread = std::thread([this] { run(); });
+    } catch (...) {
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        throw;
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    pthread_setname_np(m_thread.native_handle(), name.substr(0, 15).c_str());
+}
+
+ObjectWorker::~ObjectWorker() {
+    stop();
+}
+
+void ObjectWorker::submit(std::function<void()> job) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_stop) return;
+    m_jobs.push_back(std::move(job));
+    m_wakeup.notify_one();
+}
+
+void ObjectWorker::stop() {
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_stop = true;
+        m_wakeup.notify_one();
+    }
+    if (m_thread.joinable()) m_thread.join();
+    m_jobs.clear();
+}
+
+void ObjectWorker::run() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    while (true) {
+        m_wakeup.wait(lock, [this] { return m_stop || !m_jobs.empty(); });
+        if (m_stop) return;
+        const std::function<void()> job = std::move(m_jobs.front());
+        m_jobs.pop_front();
+        lock.unlock();
+        job();
+        lock.lock();
+    }
+}

@@ -1,0 +1,91 @@
+// Stands in front of Net-SNMP's engine and takes every request first: those that need values which are not there wait
+// here, not in the engine, until a worker has them. So no request waits for another one's backend call.
+//
+// Reads: the request's objects are prepared (a snapshot of each), then the request goes through the engine, which
+// answers. A GETBULK that runs from one object into a second that is not prepared is answered up to there, if it has a
+// repetition to answer with: the manager's next request asks the second.
+// SETs below our objects never reach the engine: the desk answers them itself.
+// A retry of a request that waits takes its place and starts nothing.
+// Every request ends: at the deadline with genErr, the same when too many wait.
+//
+// Threads: agent thread only.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/agent/agent_loop.h"
+#include "host/agent/managed_object.h"
+#include "host/agent/read_transaction.h"
+#include "host/agent/set_transaction.h"
+
+struct DeskLimits {
+    std::chrono::milliseconds deadline{5'000};
+    std::size_t waiting = 256;
+};
+
+class RequestDesk {
+public:
+    // Objects and loop outlive the desk; it becomes the objects' onRefreshed.
+    RequestDesk(AgentLoop& loop, std::vector<ManagedObject*> objects, const DeskLimits& limits);
+    ~RequestDesk();
+    RequestDesk(const RequestDesk&) = delete;
+    RequestDesk& operator=(const RequestDesk&) = delete;
+
+    // A session's callback, with the desk as the session's magic.
+    static int receive(int operation, netsnmp_session* session, int requestId, netsnmp_pdu* pdu, void* desk);
+
+    const ReadTransactions& transactions() const { return m_transactions; }
+
+    // What all objects' values were read from may have changed.
+    void markAllChanged();
+
+    std::size_t waiting() const { return m_waiting.size(); }
+
+private:
+    struct FreePdu {
+        void operator()(netsnmp_pdu* pdu) const { snmp_free_pdu(pdu); }
+    };
+    using PduPointer = std::unique_ptr<netsnmp_pdu, FreePdu>;
+
+    struct tWaiting {
+        netsnmp_session* session;
+        int requestId;
+        std::string key;  // of retries
+        PduPointer pdu;   // our own copy
+        std::unique_ptr<ReadTransaction> read;
+        std::shared_ptr<SetTransaction> set;
+    };
+
+    int take(netsnmp_session* session, int requestId, netsnmp_pdu* pdu);
+    int takeRead(netsnmp_session* session, int requestId, netsnmp_pdu* pdu);
+    int takeSet(netsnmp_session* session, int requestId, netsnmp_pdu* pdu);
+    bool isRetry(netsnmp_session* session, int requestId, netsnmp_pdu* pdu, const std::string& key);
+
+    ManagedObject* objectOf(const netsnmp_variable_list& varbind) const;
+    void prepare(ReadTransaction& transaction, netsnmp_pdu* pdu);
+    void acquire(ReadTransaction& transaction, ManagedObject& object, const std::vector<OidVector>& names);
+    bool pass(ReadTransaction& transaction, netsnmp_session* session, int requestId, netsnmp_pdu* pdu);
+
+    bool wait(std::uint64_t id, netsnmp_session* session, int requestId, netsnmp_pdu* pdu, const std::string& key);
+    void resume(std::uint64_t id);
+    void refreshed(ManagedObject& object, const ReadOutcome& outcome);
+    void rowsRead(std::uint64_t id, ManagedObject& object, const ReadOutcome& outcome);
+    void expire(std::uint64_t id);
+    void drop(const netsnmp_session* session);
+    static void fail(ReadTransaction& transaction);
+    static void answerSet(netsnmp_session* session, PduPointer pdu, const SetResult& result);
+
+    AgentLoop& m_loop;
+    std::vector<ManagedObject*> m_objects;
+    DeskLimits m_limits;
+    ReadTransactions m_transactions;
+    std::map<std::uint64_t, tWaiting> m_waiting;
+    std::uint64_t m_nextId = 1;
+    bool m_full = false;  // so was said in the log
+};

@@ -1,0 +1,45 @@
+#include "host/agent/set_errors.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+
+#include "host/services/backend_result.h"
+
+namespace {
+
+constexpr int PARAM_ERROR = 0x3000003;  // of handlers: a parameter is missing or invalid
+
+struct tResult {
+    int result;
+    int error;
+    const char* text;
+};
+
+constexpr tResult RESULTS[] = {
+    {PARAM_ERROR, SNMP_ERR_WRONGVALUE, "a parameter is missing or invalid"},
+    // Backend calls that had no answer; whatever the backend itself refuses is genErr.
+    {BACKEND_TIMEOUT, SNMP_ERR_RESOURCEUNAVAILABLE, nullptr},
+    {BACKEND_UNREACHABLE, SNMP_ERR_RESOURCEUNAVAILABLE, nullptr},
+};
+
+const tResult* find(int result) {
+    const auto* const found = std::find_if(std::begin(RESULTS), std::end(RESULTS),
+                                           [result](const tResult& row) { return row.result == result; });
+    return found == std::end(RESULTS) ? nullptr : found;
+}
+
+}  // namespace
+
+int setError(int result) {
+    const tResult* const known = find(result);
+    return known == nullptr ? SNMP_ERR_GENERR : known->error;
+}
+
+std::string setResultText(int result) {
+    std::array<char, 16> number{};
+    std::snprintf(number.data(), number.size(), "0x%X", static_cast<unsigned int>(result));
+    const tResult* const known = find(result);
+    const char* const text = known != nullptr && known->text != nullptr ? known->text : backendResultText(result);
+    return std::string("result ") + number.data() + " (" + text + ")";
+}

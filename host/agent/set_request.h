@@ -1,0 +1,51 @@
+// What a SET request asks of our objects, checked as far as the MIB tells: rows and cells, and scalars' values.
+//
+// Threads: parsed on the agent thread; constant afterwards, carried to the workers.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "host/agent/managed_object.h"
+#include "vrxpub/vrx_tlv_cell.h"
+
+// A result: SNMP_ERR_NOERROR, or an error and the variable that it is about (from 1, as in a response).
+struct SetResult {
+    int error = SNMP_ERR_NOERROR;
+    int variable = 0;
+
+    bool ok() const { return error == SNMP_ERR_NOERROR; }
+};
+
+struct SetCell {
+    unsigned short tag = 0;  // column number, 0 for a scalar
+    int variable = 0;        // position in the request, from 1
+    std::shared_ptr<const CTLVCell> cell;
+};
+
+// All cells of one row, without its RowStatus; of a scalar its one value.
+struct SetRow {
+    std::uint32_t number = 0;
+    std::vector<SetCell> cells;
+    int rowStatus = 0;          // 0: the request leaves it alone
+    int rowStatusVariable = 0;  // where the request sets it
+
+    // The variable to name when the fault lies with the row as a whole.
+    int anyVariable() const { return rowStatusVariable != 0 ? rowStatusVariable : cells.front().variable; }
+};
+
+// What one object is to do.
+struct SetStep {
+    ManagedObject* object = nullptr;
+    std::vector<SetRow> rows;
+};
+
+// Steps for the varbinds of `pdu`, in the order in which objects and rows first appear, scalars last: they cannot be
+// taken back. Finds the object of a name with `objectOf`, which gives null for a name that is none of ours.
+// On a fault the result names the first variable with one, and `steps` is of no use.
+SetResult parseSet(netsnmp_pdu* pdu, const std::function<ManagedObject*(const netsnmp_variable_list&)>& objectOf,
+                   std::vector<SetStep>& steps);
+
+// The error that an SNMPv1 manager knows, for one of SNMPv2's (RFC 3584, 4.4).
+int v1Error(int error);

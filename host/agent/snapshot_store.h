@@ -1,0 +1,84 @@
+// Which snapshot answers a read: the rules of one object.
+//
+// - A client that goes on where an answer of ours to it ended is in a walk, and stays in the walk's snapshot until that
+//   is `walkAge` old: one walk sees one moment.
+// - Everybody else gets a snapshot that is at most `freshAge` old and was begun after the last change that was heard
+// of.
+// - When neither exists the object has to be read again.
+//
+// Memory: at most `kept` snapshots are held, beside those that requests hold just now; past it the walks in the oldest
+// one go on in a fresh one.
+//
+// Threads: agent thread only, except changes().
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <list>
+#include <string>
+#include <vector>
+
+#include "host/agent/oid_vector.h"
+#include "host/agent/table_snapshot.h"
+
+struct SnapshotLimits {
+    std::chrono::milliseconds walkAge{10'000};
+    std::chrono::milliseconds freshAge{1'000};
+    std::size_t kept = 4;
+    std::size_t walks = 64;  // remembered at a time, the longest unused forgotten first
+};
+
+class SnapshotStore {
+public:
+    using TimePoint = TableSnapshot::Clock::time_point;
+
+    // What one variable of a request asked for and the last name of its answer.
+    struct Span {
+        OidVector asked;
+        OidVector last;
+    };
+
+    explicit SnapshotStore(const SnapshotLimits& limits) : m_limits(limits) {}
+
+    // The snapshot of the walk that the client goes on with at `name`; null when it is in none.
+    SnapshotPointer ofWalk(const std::string& client, const OidVector& name, TimePoint now);
+
+    // The last snapshot, when a request that comes now may see it; else null.
+    SnapshotPointer fresh(TimePoint now) const;
+
+    // Whether a snapshot whose reading began at `started`, when `changes` changes were known, may answer a request that
+    // came at `arrived`, when `changesThen` were known.
+    bool answers(std::uint64_t changes, TimePoint started, std::uint64_t changesThen, TimePoint arrived) const;
+
+    void put(SnapshotPointer snapshot, TimePoint now);
+
+    // Remembers what a client has got, so that it can go on there.
+    void answered(const std::string& client, const SnapshotPointer& snapshot, std::vector<Span> spans, TimePoint now);
+
+    // The object's values have changed, or may have: what was read before is stale.
+    void markChanged() { ++m_changes; }
+    std::uint64_t changes() const { return m_changes.load(); }  // any thread
+
+    // Forgets what is past its age.
+    void purge(TimePoint now);
+
+    const SnapshotLimits& limits() const { return m_limits; }
+    std::size_t held() const;  // snapshots
+
+private:
+    struct tWalk {
+        std::string client;
+        SnapshotPointer snapshot;
+        std::vector<Span> spans;  // of the last answer
+        bool continued;           // the last request went on from an answer: its retry may come
+    };
+
+    static bool goesOn(const tWalk& walk, const OidVector& name);
+    void bound();
+
+    SnapshotLimits m_limits;
+    std::atomic<std::uint64_t> m_changes{0};
+    SnapshotPointer m_last;
+    std::list<tWalk> m_walks;  // the last used first
+};

@@ -1,0 +1,40 @@
+// Values on their way between a module's cells and SNMP's varbinds, by the syntax that the MIB gives a column.
+//
+//     cell              column                 varbind
+//     STRING            OCTET STRING           its bytes without the terminating zero
+//     OCTETS            OCTET STRING           its bytes
+//     UINT, INT         INTEGER, Unsigned32,   the number; one that does not fit gives no value, except that a
+//                       Gauge32, Counter64     Gauge32 stays at its maximum
+//     STRING            number                 the decimal number that it spells
+//     UINT, INT         OCTET STRING           its decimal text
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "host/agent/mib_model.h"
+#include "vrxpub/vrx_tlv_cell.h"
+
+struct SnmpValue {
+    unsigned char type = ASN_NULL;
+    std::uint64_t number = 0;  // of numeric types; an INTEGER's bits
+    std::string octets;        // of octet strings, object identifiers and addresses as their bytes
+};
+
+// The value of a cell in a column; nothing when the cell holds none that the syntax could show.
+std::optional<SnmpValue> valueOfCell(const CTLVCell& cell, const MibSyntax& syntax);
+
+// Writes type and value of a varbind; false when there is no memory.
+bool setVarbind(netsnmp_variable_list* varbind, const SnmpValue& value);
+
+// SNMP_ERR_NOERROR, or why the varbind's value cannot be one of that syntax: wrongType, wrongLength, wrongValue.
+int checkVarbind(const netsnmp_variable_list& varbind, const MibSyntax& syntax);
+
+// The varbind's value as a cell for a handler: text as STRING, INTEGER as INT, other numbers as UINT.
+// REQUIRES: checkVarbind() found no fault.
+std::unique_ptr<CTLVCell> cellOfVarbind(const netsnmp_variable_list& varbind, unsigned short tag);
+
+// A copy of a cell.
+std::unique_ptr<CTLVCell> copyCell(const CTLVCell& cell);

@@ -1,0 +1,131 @@
+#include "host/agent/table_snapshot.h"
+
+#include <algorithm>
+
+TableSnapshot::TableSnapshot(const MibObject& object, std::uint64_t changes, Clock::time_point taken)
+    : m_object(&object), m_changes(changes), m_taken(taken) {
+    for (const MibColumn& column : object.columns) {
+        if (column.readable()) m_columns.push_back(&column);
+    }
+}
+
+void TableSnapshot::add(std::uint32_t number, const CTLVRecordV3& record) {
+    m_rows.push_back({number, m_cells.size()});
+    for (const MibColumn* column : m_columns) {
+        tCell cell;
+        const auto found = record.find(static_cast<unsigned short>(column->number));
+        if (found != record.end()) {
+            if (const auto value = valueOfCell(CTLVRecordV3::cellAt(found), column->syntax)) {
+                cell.type = value->type;
+                cell.length = static_cast<std::uint32_t>(value->octets.size());
+                cell.value = value->octets.empty() ? value->number : m_texts.size();
+                m_texts += value->octets;
+            }
+        }
+        m_cells.push_back(cell);
+    }
+}
+
+std::size_t TableSnapshot::finish() {
+    const std::size_t added = m_rows.size();
+    std::stable_sort(m_rows.begin(), m_rows.end(), [](const tRow& a, const tRow& b) { return a.number < b.number; });
+    m_rows.erase(
+        std::unique(m_rows.begin(), m_rows.end(), [](const tRow& a, const tRow& b) { return a.number == b.number; }),
+        m_rows.end());
+    m_rows.shrink_to_fit();
+    m_cells.shrink_to_fit();
+    m_texts.shrink_to_fit();
+    return added - m_rows.size();
+}
+
+bool TableSnapshot::isInstanceName(const MibObject& object, const oid* suffix, std::size_t length) {
+    if (!object.table) return length == 1 && object.columns.front().readable();
+    if (length < MibObject::INSTANCE_LENGTH || suffix[0] != MibObject::ENTRY) return false;
+    const MibColumn* const column = object.column(suffix[1]);
+    return column != nullptr && column->readable();
+}
+
+TableSnapshot::Found TableSnapshot::find(const oid* suffix, std::size_t length, Instance& instance) const {
+    if (!isInstanceName(*m_object, suffix, length)) return Found::NoSuchObject;
+    if (!m_object->table) {
+        if (suffix[0] != 0 || m_rows.empty()) return Found::NoSuchInstance;
+        instance = {0, 0};
+        return cell(instance).type == ASN_NULL ? Found::NoSuchInstance : Found::Instance;
+    }
+    if (length != MibObject::INSTANCE_LENGTH) return Found::NoSuchInstance;
+    const auto column = std::find_if(m_columns.begin(), m_columns.end(),
+                                     [suffix](const MibColumn* candidate) { return candidate->number == suffix[1]; });
+    const auto row = std::lower_bound(m_rows.begin(), m_rows.end(), suffix[2],
+                                      [](const tRow& candidate, oid number) { return candidate.number < number; });
+    if (row == m_rows.end() || row->number != suffix[2]) return Found::NoSuchInstance;
+    instance = {static_cast<std::size_t>(column - m_columns.begin()), static_cast<std::size_t>(row - m_rows.begin())};
+    return cell(instance).type == ASN_NULL ? Found::NoSuchInstance : Found::Instance;
+}
+
+std::optional<TableSnapshot::Instance> TableSnapshot::next(const oid* suffix, std::size_t length,
+                                                           bool inclusive) const {
+    if (!m_object->table) {
+        if (length == 0 || (inclusive && length == 1 && suffix[0] == 0)) return firstFrom(0, 0);
+        return std::nullopt;
+    }
+    if (length == 0 || suffix[0] < MibObject::ENTRY) return firstFrom(0, 0);
+    if (suffix[0] > MibObject::ENTRY) return std::nullopt;
+    if (length == 1) return firstFrom(0, 0);
+
+    const auto column =
+        std::lower_bound(m_columns.begin(), m_columns.end(), suffix[1],
+                         [](const MibColumn* candidate, oid wanted) { return candidate->number < wanted; });
+    if (column == m_columns.end()) return std::nullopt;
+    const auto position = static_cast<std::size_t>(column - m_columns.begin());
+    if ((*column)->number != suffix[1] || length == 2) return firstFrom(position, 0);
+
+    // Behind row N, or at it when it counts itself; a longer name stands behind its row.
+    const bool counts = inclusive && length == MibObject::INSTANCE_LENGTH;
+    const auto row = std::find_if(
+        std::lower_bound(m_rows.begin(), m_rows.end(), suffix[2],
+                         [](const tRow& candidate, oid number) { return candidate.number < number; }),
+        m_rows.end(),
+        [&](const tRow& candidate) { return counts ? candidate.number >= suffix[2] : candidate.number > suffix[2]; });
+    return firstFrom(position, static_cast<std::size_t>(row - m_rows.begin()));
+}
+
+std::optional<TableSnapshot::Instance> TableSnapshot::next(Instance instance) const {
+    return firstFrom(instance.column, instance.row + 1);
+}
+
+std::optional<TableSnapshot::Instance> TableSnapshot::nextColumn(std::size_t column) const {
+    return firstFrom(column + 1, 0);
+}
+
+std::optional<TableSnapshot::Instance> TableSnapshot::firstFrom(std::size_t column, std::size_t row) const {
+    for (; column < m_columns.size(); ++column, row = 0) {
+        for (; row < m_rows.size(); ++row) {
+            if (cell({column, row}).type != ASN_NULL) return Instance{column, row};
+        }
+    }
+    return std::nullopt;
+}
+
+OidVector TableSnapshot::columnName(std::size_t column) const {
+    OidVector name = m_object->root;
+    if (m_object->table) {
+        name.push_back(MibObject::ENTRY);
+        name.push_back(m_columns[column]->number);
+    }
+    return name;
+}
+
+OidVector TableSnapshot::name(Instance instance) const {
+    OidVector name = columnName(instance.column);
+    name.push_back(m_object->table ? m_rows[instance.row].number : 0);
+    return name;
+}
+
+bool TableSnapshot::fill(Instance instance, netsnmp_variable_list* varbind) const {
+    const tCell& from = cell(instance);
+    SnmpValue value;
+    value.type = from.type;
+    value.number = from.value;
+    if (from.length > 0) value.octets = m_texts.substr(from.value, from.length);
+    return setVarbind(varbind, value);
+}

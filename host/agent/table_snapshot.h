@@ -1,0 +1,87 @@
+// One moment of an object's values, in the order in which a manager walks them: columns by number, rows by number.
+//
+//     TableSnapshot snapshot(object);
+//     snapshot.add(7, record);                       // rows in any order
+//     snapshot.finish();
+//     auto at = snapshot.next(suffix, length, false);  // the first instance behind root.suffix
+//     if (at) snapshot.fill(*at, varbind);
+//
+// A scalar is one column (number 0) with one row. Values are converted when they are added, and kept compactly:
+// 16 bytes a cell and the texts.
+//
+// Threads: one thread builds it; after finish() it is constant and may be read by any.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/agent/mib_model.h"
+#include "host/agent/snmp_value.h"
+#include "vrxpub/vrx_tlv_record.h"
+
+class TableSnapshot {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    struct Instance {
+        std::size_t column;  // position among the readable columns
+        std::size_t row;     // position among the rows
+    };
+
+    enum class Found { Instance, NoSuchObject, NoSuchInstance };
+
+    // `object` outlives the snapshot. `changes`: the object's count of changes, `taken` the time, both from before its
+    // values were asked for.
+    TableSnapshot(const MibObject& object, std::uint64_t changes, Clock::time_point taken);
+
+    void add(std::uint32_t number, const CTLVRecordV3& record);
+    // Puts the rows in order. Of rows with one number the first that was added stays; the count of the others returns.
+    std::size_t finish();
+
+    std::size_t rows() const { return m_rows.size(); }
+    std::uint64_t changes() const { return m_changes; }
+    Clock::time_point taken() const { return m_taken; }
+
+    // Names come as what stands behind the object's root.
+    Found find(const oid* suffix, std::size_t length, Instance& instance) const;
+    std::optional<Instance> next(const oid* suffix, std::size_t length, bool inclusive) const;
+    std::optional<Instance> next(Instance instance) const;         // the one behind it
+    std::optional<Instance> nextColumn(std::size_t column) const;  // the first one behind that column
+
+    OidVector name(Instance instance) const;         // whole, root included
+    OidVector columnName(std::size_t column) const;  // of which the column's instances stand below
+    unsigned char type(Instance instance) const { return cell(instance).type; }
+    bool fill(Instance instance, netsnmp_variable_list* varbind) const;  // the value; false without memory
+
+    // Whether an instance of that name may exist, whatever the rows are: anything else is noSuchObject at once.
+    static bool isInstanceName(const MibObject& object, const oid* suffix, std::size_t length);
+
+private:
+    struct tCell {
+        std::uint32_t length = 0;
+        unsigned char type = ASN_NULL;  // ASN_NULL: no instance
+        std::uint64_t value = 0;        // number, or position in m_texts
+    };
+    struct tRow {
+        std::uint32_t number;
+        std::size_t cells;  // position of the first one in m_cells
+    };
+
+    const tCell& cell(Instance instance) const { return m_cells[m_rows[instance.row].cells + instance.column]; }
+    std::optional<Instance> firstFrom(std::size_t column, std::size_t row) const;
+
+    const MibObject* m_object;
+    std::uint64_t m_changes;
+    Clock::time_point m_taken;
+    std::vector<const MibColumn*> m_columns;  // the readable ones
+    std::vector<tRow> m_rows;
+    std::vector<tCell> m_cells;
+    std::string m_texts;
+};
+
+using SnapshotPointer = std::shared_ptr<const TableSnapshot>;

@@ -1,0 +1,113 @@
+#include "host/agent/trap_content.h"
+
+#include <limits>
+
+namespace {
+
+constexpr Snmp_pp::SmiUINT32 SHORTEST_NAME = 2;  // BER puts the first two sub-identifiers into one number
+constexpr Snmp_pp::SmiUINT32 LONGEST_NAME = 128;
+
+bool readInteger(const Agentpp::Vbx& binding, SnmpValue& value) {
+    int number = 0;
+    if (binding.get_value(number) != SNMP_CLASS_SUCCESS) return false;
+    value.type = ASN_INTEGER;
+    value.number = static_cast<std::uint64_t>(static_cast<std::int64_t>(number));
+    return true;
+}
+
+bool readUnsigned(const Agentpp::Vbx& binding, unsigned char type, SnmpValue& value) {
+    unsigned int number = 0;
+    if (binding.get_value(number) != SNMP_CLASS_SUCCESS) return false;
+    value.type = type;
+    value.number = number;
+    return true;
+}
+
+bool readCounter64(const Agentpp::Vbx& binding, SnmpValue& value) {
+    using namespace Snmp_pp;  // the real library has pp_uint64 outside its namespace
+    pp_uint64 number = 0;
+    if (binding.get_value(number) != SNMP_CLASS_SUCCESS) return false;
+    value.type = ASN_COUNTER64;
+    value.number = number;
+    return true;
+}
+
+bool readOctets(const Agentpp::Vbx& binding, SnmpValue& value) {
+    Snmp_pp::OctetStr octets;
+    if (binding.get_value(octets) != SNMP_CLASS_SUCCESS || !octets.valid()) return false;
+    value.type = ASN_OCTET_STR;
+    value.octets.assign(octets.data(), octets.data() + octets.len());
+    return true;
+}
+
+bool readAddress(const Agentpp::Vbx& binding, SnmpValue& value) {
+    Snmp_pp::IpAddress address;
+    if (binding.get_value(address) != SNMP_CLASS_SUCCESS || !address.valid()) return false;
+    value.type = ASN_IPADDRESS;
+    constexpr int BYTES = 4;
+    for (int i = 0; i < BYTES; ++i) value.octets += static_cast<char>(address[i]);
+    return true;
+}
+
+bool readOid(const Agentpp::Vbx& binding, SnmpValue& value) {
+    Snmp_pp::Oid name;
+    if (binding.get_value(name) != SNMP_CLASS_SUCCESS) return false;
+    const OidVector ids = oidOf(name);
+    if (ids.empty()) return false;
+    value.type = ASN_OBJECT_ID;
+    value.octets.assign(reinterpret_cast<const char*>(ids.data()), ids.size() * sizeof(oid));
+    return true;
+}
+
+bool readValue(const Agentpp::Vbx& binding, SnmpValue& value) {
+    switch (binding.get_syntax()) {
+        case sNMP_SYNTAX_INT:
+            return readInteger(binding, value);
+        case sNMP_SYNTAX_CNTR32:
+            return readUnsigned(binding, ASN_COUNTER, value);
+        case sNMP_SYNTAX_GAUGE32:
+            return readUnsigned(binding, ASN_GAUGE, value);
+        case sNMP_SYNTAX_TIMETICKS:
+            return readUnsigned(binding, ASN_TIMETICKS, value);
+        case sNMP_SYNTAX_CNTR64:
+            return readCounter64(binding, value);
+        case sNMP_SYNTAX_OCTETS:
+            return readOctets(binding, value);
+        case sNMP_SYNTAX_IPADDR:
+            return readAddress(binding, value);
+        case sNMP_SYNTAX_OID:
+            return readOid(binding, value);
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
+OidVector oidOf(const Snmp_pp::Oid& oid) {
+    OidVector ids;
+    const Snmp_pp::SmiUINT32 length = oid.len();
+    if (length < SHORTEST_NAME || length > LONGEST_NAME) return ids;
+    for (Snmp_pp::SmiUINT32 i = 0; i < length; ++i) {
+        if (oid[i] > std::numeric_limits<std::uint32_t>::max()) return {};
+        ids.push_back(oid[i]);
+    }
+    return ids;
+}
+
+Trap trapOf(const Snmp_pp::Oid& oid, const Agentpp::Vbx* bindings, int count, int& leftOut) {
+    Trap trap;
+    trap.oid = oidOf(oid);
+    leftOut = 0;
+    for (int i = 0; i < count; ++i) {
+        TrapBinding binding;
+        binding.name = oidOf(bindings[i].get_oid());
+        if (binding.name.empty()) {
+            ++leftOut;
+            continue;
+        }
+        if (!readValue(bindings[i], binding.value)) binding.value = SnmpValue();
+        trap.bindings.push_back(std::move(binding));
+    }
+    return trap;
+}

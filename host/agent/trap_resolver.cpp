@@ -1,0 +1,155 @@
+#include "host/agent/trap_resolver.h"
+
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <thread>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::seconds;
+
+constexpr seconds FIRST_PAUSE{1};
+constexpr seconds LONGEST_PAUSE{60};
+
+// How long the end of the program waits for a look-up that is under way.
+constexpr seconds FAREWELL{2};
+
+}  // namespace
+
+struct TrapResolver::State {
+    struct Name {
+        Clock::time_point due;
+        seconds pause = FIRST_PAUSE;  // after the next failure
+    };
+
+    seconds interval;
+    Answer answer;
+    Lookup lookup;
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::map<std::string, Name> names;  // guarded by mutex, as the rest
+    bool stopping = false;
+    bool ended = false;
+
+    void run();
+    std::map<std::string, Name>::iterator firstDue();
+    void lookUp(std::unique_lock<std::mutex>& lock, const std::string& name);
+};
+
+std::map<std::string, TrapResolver::State::Name>::iterator TrapResolver::State::firstDue() {
+    return std::min_element(names.begin(), names.end(),
+                            [](const auto& a, const auto& b) { return a.second.due < b.second.due; });
+}
+
+void TrapResolver::State::run() {
+    std::unique_lock<std::mutex> lock(mutex);
+    while (!stopping) {
+        const auto next = firstDue();
+        if (next == names.end()) {
+            changed.wait(lock);
+        } else if (next->second.due > Clock::now()) {
+            const Clock::time_point due = next->second.due;  // the entry may go while this waits
+            changed.wait_until(lock, due);
+        } else {
+            lookUp(lock, std::string(next->first));
+        }
+    }
+    ended = true;
+    changed.notify_all();
+}
+
+void TrapResolver::State::lookUp(std::unique_lock<std::mutex>& lock, const std::string& name) {
+    lock.unlock();
+    const std::string address = lookup(name);
+    lock.lock();
+    const auto found = names.find(name);
+    if (stopping || found == names.end()) return;
+    Name& state = found->second;
+    if (address.empty()) {
+        state.due = Clock::now() + state.pause;
+        state.pause = std::min(2 * state.pause, LONGEST_PAUSE);
+    } else {
+        state.due = Clock::now() + interval;
+        state.pause = FIRST_PAUSE;
+    }
+    answer(name, address);  // under the lock: the destructor waits for it
+}
+
+TrapResolver::TrapResolver(seconds interval, Answer answer, Lookup lookup) : m_state(std::make_shared<State>()) {
+    m_state->interval = interval;
+    m_state->answer = std::move(answer);
+    m_state->lookup = std::move(lookup);
+    // Signals are the agent thread's: a new thread inherits the mask.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, &before);
+    const auto restore = [&before] { pthread_sigmask(SIG_SETMASK, &before, nullptr); };
+    try {
+        std::thread([state = m_state] { state->run(); }).detach();
+    } catch (...) {
+        restore();
+        throw;
+    }
+    restore();
+}
+
+TrapResolver::~TrapResolver() {
+    std::unique_lock<std::mutex> lock(m_state->mutex);
+    m_state->stopping = true;
+    m_state->changed.notify_all();
+    m_state->changed.wait_for(lock, FAREWELL, [this] { return m_state->ended; });
+}
+
+void TrapResolver::watch(const std::set<std::string>& names) {
+    const std::lock_guard<std::mutex> lock(m_state->mutex);
+    auto& known = m_state->names;
+    for (auto name = known.begin(); name != known.end();) {
+        name = names.count(name->first) == 0 ? known.erase(name) : std::next(name);
+    }
+    for (const std::string& name : names) {
+        State::Name fresh;
+        fresh.due = Clock::now();
+        known.emplace(name, fresh);
+    }
+    m_state->changed.notify_all();
+}
+
+std::string TrapResolver::systemLookup(const std::string& name) {
+    addrinfo hints{};
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_DGRAM;
+    addrinfo* found = nullptr;
+    if (::getaddrinfo(name.c_str(), nullptr, &hints, &found) != 0) return "";
+    std::string address;
+    for (const addrinfo* at = found; at != nullptr; at = at->ai_next) {
+        if (!address.empty() && at->ai_family != AF_INET) continue;
+        char text[NI_MAXHOST];
+        if (::getnameinfo(at->ai_addr, at->ai_addrlen, text, sizeof text, nullptr, 0, NI_NUMERICHOST) != 0) continue;
+        address = text;
+        if (at->ai_family == AF_INET) break;
+    }
+    ::freeaddrinfo(found);
+    return address;
+}
+
+bool isIpv4Address(const std::string& text) {
+    in_addr address{};
+    return ::inet_pton(AF_INET, text.c_str(), &address) == 1;
+}
+
+bool isIpv6Address(const std::string& text) {
+    in6_addr address{};
+    const std::string withoutZone = text.substr(0, text.find('%'));
+    return ::inet_pton(AF_INET6, withoutZone.c_str(), &address) == 1 && text.back() != '%';
+}

@@ -1,0 +1,152 @@
+#include "host/agent/trap_session.h"
+
+#include <net-snmp/net-snmp-config.h>
+// The configuration header comes first.
+#include <net-snmp/net-snmp-includes.h>
+
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+#include <net-snmp/library/snmpusm.h>
+#include <netdb.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cstdlib>
+#include <vector>
+
+#include "host/agent/trap_pdu.h"
+#include "host/agent/trap_resolver.h"
+#include "host/services/backend_socket.h"
+
+// What the agent library read from the configuration's trapcommunity line; it declares this in no installed header.
+extern "C" char* snmp_trapcommunity;
+
+namespace {
+
+// A UDP datagram's largest payload. Traps with long texts are fragmented rather than lost, whatever the limit of
+// answers is.
+constexpr std::size_t LONGEST_MESSAGE = 65507;
+
+struct CloseSession {
+    void operator()(void* session) const { snmp_sess_close(session); }
+};
+using SessionPointer = std::unique_ptr<void, CloseSession>;
+
+std::vector<u_char> ownEngineId() {
+    std::size_t length = 0;
+    u_char* bytes = snmpv3_generate_engineID(&length);
+    std::vector<u_char> id;
+    if (bytes != nullptr) id.assign(bytes, bytes + length);
+    std::free(bytes);
+    return id;
+}
+
+std::string takeText(char* text) {
+    std::string copy = text != nullptr ? text : "unknown error";
+    std::free(text);
+    return copy;
+}
+
+// The IPv4 address that datagrams to the destination leave from, in network byte order; 0 when it cannot be told.
+std::uint32_t localAddressTowards(const TrapRoute& route) {
+    sockaddr_in remote{};
+    remote.sin_family = AF_INET;
+    remote.sin_port = htons(static_cast<std::uint16_t>(route.port));
+    if (::inet_pton(AF_INET, route.address.c_str(), &remote.sin_addr) != 1) return 0;
+    const FileDescriptor probe(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!probe || ::connect(probe.get(), reinterpret_cast<const sockaddr*>(&remote), sizeof remote) != 0) return 0;
+    sockaddr_in local{};
+    socklen_t length = sizeof local;
+    if (::getsockname(probe.get(), reinterpret_cast<sockaddr*>(&local), &length) != 0) return 0;
+    return local.sin_addr.s_addr;
+}
+
+class NetSnmpTrapChannel : public TrapChannel {
+public:
+    NetSnmpTrapChannel(SessionPointer session, bool isV1, std::uint32_t agentAddress)
+        : m_session(std::move(session)), m_isV1(isV1), m_agentAddress(agentAddress) {}
+
+    TrapSendResult send(const Trap& trap) override {
+        TrapSendResult result;
+        const unsigned long upTime = netsnmp_get_agent_uptime();
+        PduPointer pdu =
+            m_isV1 ? makeTrapPduV1(trap, upTime, m_agentAddress, result.leftOut) : makeTrapPdu(trap, upTime);
+        if (!pdu) {
+            result.failure = "no memory";
+        } else if (snmp_sess_send(m_session.get(), pdu.get()) != 0) {
+            (void)pdu.release();  // the library has freed it
+        } else {
+            char* text = nullptr;
+            snmp_sess_error(m_session.get(), nullptr, nullptr, &text);
+            result.failure = takeText(text);
+        }
+        return result;
+    }
+
+private:
+    SessionPointer m_session;
+    bool m_isV1;
+    std::uint32_t m_agentAddress;
+};
+
+bool hasKey(const oid* protocol, std::size_t length, const oid* none, std::size_t noneLength, std::size_t keyLength) {
+    return protocol != nullptr && snmp_oid_compare(protocol, length, none, noneLength) != 0 && keyLength > 0;
+}
+
+}  // namespace
+
+std::string NetSnmpTrapTransport::community() {
+    return snmp_trapcommunity != nullptr ? snmp_trapcommunity : "";
+}
+
+std::optional<int> NetSnmpTrapTransport::levelOfUser(const std::string& user) {
+    const std::vector<u_char> engine = ownEngineId();
+    const usmUser* found = usm_get_user(engine.data(), engine.size(), user.c_str());
+    if (found == nullptr || found->userStatus != RS_ACTIVE) return std::nullopt;
+    constexpr std::size_t NONE_LENGTH = 10;  // 1.3.6.1.6.3.10.1.1.1 and 1.3.6.1.6.3.10.1.2.1
+    if (!hasKey(found->authProtocol, found->authProtocolLen, usmNoAuthProtocol, NONE_LENGTH, found->authKeyLen)) {
+        return SNMP_SEC_LEVEL_NOAUTH;
+    }
+    if (!hasKey(found->privProtocol, found->privProtocolLen, usmNoPrivProtocol, NONE_LENGTH, found->privKeyLen)) {
+        return SNMP_SEC_LEVEL_AUTHNOPRIV;
+    }
+    return SNMP_SEC_LEVEL_AUTHPRIV;
+}
+
+std::unique_ptr<TrapChannel> NetSnmpTrapTransport::open(const TrapRoute& route, std::string& failure) {
+    const bool isIpv6 = isIpv6Address(route.address);
+    std::string peer = isIpv6 ? "udp6:[" + route.address + "]" : "udp:" + route.address;
+    peer += ":" + std::to_string(route.port);
+    std::string name = route.name;
+    std::vector<u_char> engine = ownEngineId();
+
+    // The library copies what these point to.
+    netsnmp_session wanted;
+    snmp_sess_init(&wanted);
+    wanted.peername = peer.data();
+    wanted.sndMsgMaxSize = LONGEST_MESSAGE;
+    if (route.version == 3) {
+        wanted.version = SNMP_VERSION_3;
+        wanted.flags |= SNMP_FLAGS_DONT_PROBE;  // the sender of a trap is the authority: there is nobody to ask
+        wanted.securityModel = USM_SEC_MODEL_NUMBER;
+        wanted.securityLevel = route.level;
+        wanted.securityName = name.data();
+        wanted.securityNameLen = name.size();
+        wanted.securityEngineID = engine.data();
+        wanted.securityEngineIDLen = engine.size();
+        wanted.contextEngineID = engine.data();
+        wanted.contextEngineIDLen = engine.size();
+    } else {
+        wanted.version = route.version == 1 ? SNMP_VERSION_1 : SNMP_VERSION_2c;
+        wanted.community = reinterpret_cast<u_char*>(name.data());
+        wanted.community_len = name.size();
+    }
+    SessionPointer session(snmp_sess_open(&wanted));
+    if (!session) {
+        char* text = nullptr;
+        snmp_error(&wanted, nullptr, nullptr, &text);
+        failure = takeText(text);
+        return nullptr;
+    }
+    const std::uint32_t agentAddress = route.version == 1 && !isIpv6 ? localAddressTowards(route) : 0;
+    return std::make_unique<NetSnmpTrapChannel>(std::move(session), route.version == 1, agentAddress);
+}
