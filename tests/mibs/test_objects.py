@@ -41,11 +41,11 @@ ALARMS = [
 DESTINATIONS = [
     (1, "vrxTrapDestReachable", "VrxText", R),
     (2, "vrxTrapDestPort", "Unsigned32 1..65535", RW),
-    (3, "vrxTrapDestRowStatus", "RowStatus", RW),
+    (3, "vrxTrapDestStatus", "RowStatus", RW),
     (4, "vrxTrapDestIndexText", "VrxText", R),
-    (5, "vrxTrapDestVersion", "Unsigned32 1..3", RW),
+    (5, "vrxTrapDestVersion", "Enumeration v1(1) v2c(2) v3(3)", RW),
     (6, "vrxTrapDestAddress", "VrxText 1..255", RW),
-    (7, "vrxTrapDestTrapType", "Unsigned32 1..4", RW),
+    (7, "vrxTrapDestTrapType", "Enumeration common(1) both(3) named(4)", RW),
     (8, "vrxTrapDestUser", "VrxText 1..255", RW),
     (9, "vrxTrapDestNumber", "Unsigned32 1..65535", NO),
 ]
@@ -93,7 +93,7 @@ class ObjectsTest(unittest.TestCase):
     def test_clear_alarm_scalar(self):
         scalars = [(scalar.get("oid"), scalar.get("name"), mib.syntax(scalar), scalar.findtext("access"))
                    for scalar in self.smi.iter("scalar") if scalar.findtext("access") != "notifyonly"]
-        self.assertEqual(scalars, [(mib.CLEAR_ALARM, "vrxAlarmClear", "Unsigned32", RW)])
+        self.assertEqual(scalars, [(mib.CLEAR_ALARM, "vrxClearAlarm", "Unsigned32", RW)])
 
     def test_types(self):
         types = {}
