@@ -121,6 +121,12 @@ private:
     std::map<std::string, int> m_oidLines;
 };
 
+// The reason in the message of a failed load: what stands between its first line and the place.
+std::string reasonOf(const std::string& message) {
+    const std::size_t begin = message.find('\n') + 1;
+    return message.substr(begin, message.rfind(". Location(") - begin);
+}
+
 std::string attribute(const TiXmlElement& element, const char* name) {
     const char* value = element.Attribute(name);
     return value == nullptr ? std::string() : std::string(value);
@@ -129,10 +135,9 @@ std::string attribute(const TiXmlElement& element, const char* name) {
 const TiXmlElement* Linter::load(const std::string& path, TiXmlDocument& document, const char* root, const char* list) {
     m_file = path;
     try {
-        loadAlarmXmlFile("cannot load", path, document);
+        loadAlarmXmlFile("cannot load (", path, document);
     } catch (const CVRX_Exception& fault) {
-        error(document.Error() ? document.ErrorRow() : 0, "unreadable",
-              document.Error() ? document.ErrorDesc() : fault.what());
+        error(document.ErrorRow(), "unreadable", reasonOf(fault.what()));
         return nullptr;
     }
     const TiXmlElement* top = document.FirstChildElement();
