@@ -12,6 +12,9 @@
 
 #include <agent_pp/snmp_pp_ext.h>
 
+#include <atomic>
+#include <map>
+#include <memory>
 #include <string>
 
 #include "module/snmp_handler.h"
@@ -55,10 +58,26 @@ public:
     // With the flag set a GETBULK query goes on to the table's end instead of stopping after a batch.
     void setWholeTable(bool whole) { m_wholeTable = whole; }
 
+    // Since the object was made: records left out because a row of their number was there already, and records that
+    // could not become rows. Any thread.
+    unsigned long long duplicates() const { return m_duplicates; }
+    unsigned long long badRecords() const { return m_badRecords; }
+
 protected:
     long long m_requestType = REQUEST_GET;
     std::string m_currentKey = INVALID_KEY;
     bool m_wholeTable = false;
-    CR8KPackageV3 m_batch;      // the backend's last answer
+    CR8KPackageV3 m_batch;        // the backend's last answer
     long long m_commandCode = 0;  // record identifier of backend requests
+
+private:
+    using RowsByNumber = std::map<unsigned long long, std::unique_ptr<CTLVRecordV3>>;
+
+    int collectRows(RowsByNumber& rows);
+    void takeRows(CR8KPackageV3& batch, unsigned long long behind, RowsByNumber& rows);
+    bool wantsMore(const RowsByNumber& rows) const;
+    void noteBadRecord(const char* reason);
+
+    std::atomic<unsigned long long> m_duplicates{0};
+    std::atomic<unsigned long long> m_badRecords{0};
 };

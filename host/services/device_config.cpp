@@ -95,7 +95,8 @@ private:
             }
             const TiXmlElement* const element = node->ToElement();
             if (element == nullptr) fail(m_path, node->Row(), "text or markup that has no place there");
-            if (element->ValueStr() != name) fail(m_path, node->Row(), "unexpected element <" + element->ValueStr() + ">");
+            if (element->ValueStr() != name)
+                fail(m_path, node->Row(), "unexpected element <" + element->ValueStr() + ">");
             use(*element);
         }
     }
@@ -103,7 +104,8 @@ private:
     void allowAttributes(const TiXmlElement& element, std::initializer_list<const char*> names) {
         for (const TiXmlAttribute* a = element.FirstAttribute(); a != nullptr; a = a->Next()) {
             if (std::find(names.begin(), names.end(), a->NameTStr()) == names.end()) {
-                fail(m_path, element.Row(), "unexpected attribute " + a->NameTStr() + " of <" + element.ValueStr() + ">");
+                fail(m_path, element.Row(),
+                     "unexpected attribute " + a->NameTStr() + " of <" + element.ValueStr() + ">");
             }
         }
     }

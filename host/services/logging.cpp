@@ -228,8 +228,7 @@ LogLevel levelItem(const std::string& key, LogLevel standard) {
     for (const tLevelName& known : LEVELS) {
         if (text == known.name) return known.level;
     }
-    throw std::invalid_argument("LOG/" + key + ": \"" + text +
-                                "\" is none of trace, debug, info, warn, error and off");
+    throw std::invalid_argument("LOG/" + key + ": \"" + text + "\" is none of trace, debug, info, warn, error and off");
 }
 
 }  // namespace
