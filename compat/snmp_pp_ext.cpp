@@ -6,7 +6,6 @@
 namespace Agentpp {
 
 using Snmp_pp::OctetStr;
-using Snmp_pp::Oid;
 using Snmp_pp::SmiUINT32;
 
 namespace {
