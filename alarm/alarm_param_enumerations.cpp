@@ -1,7 +1,9 @@
 // The file of parameter enumerations, the paramDesc attribute and the replacement of raw values by descriptions.
 #include <tinyxml.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <string_view>
 
 #include "alarm/alarm_constants.h"
 #include "alarm/alarm_xml_file.h"
@@ -67,22 +69,16 @@ int CAlarmConfigParser::parseAlarmParamEnumType(TiXmlNode* node) {
 }
 
 int CAlarmConfigParser::parseAlarmParamEnumDescPair(const char* paramDesc, POSITION_LIST& out) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
-                            "int CAlarmConfigParser::parseAlarmParamEnumDescPair(const char*, POSITION_LIST&)");
     if (paramDesc == nullptr) throw CVRX_Exception("Null pointer.");
-    const std::string text = paramDesc;
-    std::size_t end = 0;
-    for (std::size_t begin = text.find_first_not_of(','); begin != std::string::npos;
-         begin = text.find_first_not_of(',', end)) {
-        end = text.find(',', begin);
-        const std::string token = text.substr(begin, end - begin);
+    std::string_view rest = paramDesc;
+    while (!rest.empty()) {
+        const std::string_view token = rest.substr(0, rest.find(','));
         const std::size_t equals = token.find('=');
-        if (equals != std::string::npos) {
-            const long position = std::strtol(token.substr(0, equals).c_str(), nullptr, 10);
-            out.emplace_back(static_cast<unsigned int>(position),
-                             token.substr(equals + 1));  // 32 bits of it, signed too
+        if (equals != std::string_view::npos) {
+            const long position = std::strtol(token.data(), nullptr, 10);  // ends at the "=" at the latest
+            out.emplace_back(static_cast<unsigned int>(position), token.substr(equals + 1));  // its low 32 bits
         }
-        if (end == std::string::npos) break;
+        rest.remove_prefix(std::min(token.size() + 1, rest.size()));
     }
     return 0;
 }
@@ -92,6 +88,12 @@ void CAlarmConfigParser::replaceAlarmParamEnumValueDesc(unsigned long long alarm
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
                             "void CAlarmConfigParser::replaceAlarmParamEnumValueDesc(long long unsigned int, "
                             "std::vector<std::string>&, const POSITION_LIST&)");
+    replaceAlarmParamEnumValueDesc(guard, alarmId, params, enumDescs);
+}
+
+void CAlarmConfigParser::replaceAlarmParamEnumValueDesc(CVRXDebugKitGuard& guard, unsigned long long alarmId,
+                                                        std::vector<std::string>& params,
+                                                        const POSITION_LIST& enumDescs) {
     const auto count = static_cast<unsigned int>(params.size());
     for (const auto& [position, type] : enumDescs) {
         if (position >= count) {

@@ -16,10 +16,9 @@ namespace {
 
 using Lock = ACE_Guard<ACE_Thread_Mutex>;
 
-constexpr const char* PLACEHOLDER_MARK = "##";
-constexpr std::size_t MARK_LENGTH = 2;
+constexpr std::string_view PLACEHOLDER_MARK = "##";
 constexpr std::size_t INDEX_LENGTH = 2;
-constexpr const char* MISSING_PARAMETER = "--";
+constexpr std::string_view MISSING_PARAMETER = "--";
 
 // The brace of a value map stands at most this far behind the start of its placeholder.
 constexpr std::size_t MAP_DISTANCE = 7;
@@ -29,9 +28,8 @@ constexpr std::size_t MAP_DISTANCE = 7;
 constexpr std::size_t MAX_PLACEHOLDERS = 10000;
 constexpr std::size_t MAX_GROWTH = 1024 * 1024;
 
-const std::string& valueOrMissing(const std::vector<std::string>& params, unsigned int index) {
-    static const std::string missing = MISSING_PARAMETER;
-    return index < params.size() ? params[index] : missing;
+std::string_view valueOrMissing(const std::vector<std::string>& params, unsigned int index) {
+    return index < params.size() ? std::string_view(params[index]) : MISSING_PARAMETER;
 }
 
 // The brace that opens the value map of the placeholder at `mark`, npos when it has none.
@@ -40,41 +38,31 @@ std::size_t findMap(const std::string& detail, std::size_t mark) {
     return offset != std::string_view::npos ? mark + offset : std::string::npos;
 }
 
-// The value of a placeholder with a value map: the text of the first entry for the parameter, else the parameter.
-std::string mappedValue(const std::vector<std::string>& params, unsigned int index, const std::string& map) {
-    if (index < params.size()) {
-        std::vector<std::string> entries;
-        SplitToStr(map, ';', entries);
-        std::vector<std::string> parts;
-        for (std::string& entry : entries) {
-            parts.clear();
-            SplitToStr(std::move(entry), ':', parts);
-            if (parts.size() == 2 && parts[0] == params[index]) return std::move(parts[1]);
+// The value of a placeholder with a value map: the text of the first entry for the parameter, else the parameter. An
+// entry without exactly one colon stands for nothing.
+std::string_view mappedValue(const std::vector<std::string>& params, unsigned int index, std::string_view map) {
+    const std::string_view value = valueOrMissing(params, index);
+    if (index >= params.size()) return value;
+    while (!map.empty()) {
+        const std::string_view entry = map.substr(0, map.find(';'));
+        const std::size_t colon = entry.find(':');
+        if (colon != std::string_view::npos && entry.find(':', colon + 1) == std::string_view::npos &&
+            entry.substr(0, colon) == value) {
+            return entry.substr(colon + 1);
         }
+        map.remove_prefix(std::min(entry.size() + 1, map.size()));
     }
-    return valueOrMissing(params, index);
+    return value;
 }
 
-}  // namespace
-
-std::string relpacestr(std::string text, std::string from, std::string to) {
-    if (from.empty()) return text;
-    for (std::size_t position = text.find(from); position != std::string::npos;
-         position = text.find(from, position + to.size())) {
-        text.replace(position, from.size(), to);
-    }
-    return text;
-}
-
-void parserParmeterByDetail(std::vector<std::string>& params, POSITION_LIST& pairs, const std::string& detail) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
-                            "void parserParmeterByDetail(std::vector<std::string>&, POSITION_LIST&, "
-                            "const std::string&)");
+// The steps of a look-up write their lines through the look-up's guard: one entry in the trace for each alarm.
+void parserParmeterByDetail(CVRXDebugKitGuard& guard, const std::vector<std::string>& params, POSITION_LIST& pairs,
+                            const std::string& detail) {
     std::size_t handled = 0;
     for (std::size_t mark = detail.find(PLACEHOLDER_MARK); mark != std::string::npos;
          // Right behind this mark, so that one inside of a value map is a placeholder too.
-         mark = detail.find(PLACEHOLDER_MARK, mark + MARK_LENGTH)) {
-        const std::string indexText = detail.substr(mark + MARK_LENGTH, INDEX_LENGTH);
+         mark = detail.find(PLACEHOLDER_MARK, mark + PLACEHOLDER_MARK.size())) {
+        const std::string indexText = detail.substr(mark + PLACEHOLDER_MARK.size(), INDEX_LENGTH);
         if (indexText.empty()) return;
         if (++handled > MAX_PLACEHOLDERS) {
             guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__,
@@ -93,27 +81,100 @@ void parserParmeterByDetail(std::vector<std::string>& params, POSITION_LIST& pai
             return;
         }
         // A brace that closes before one opens leaves a map without entries.
-        pairs.emplace_back(index, close > open ? mappedValue(params, index, detail.substr(open + 1, close - open - 1))
-                                               : valueOrMissing(params, index));
+        const std::size_t length = close > open ? close - open - 1 : 0;
+        pairs.emplace_back(index, mappedValue(params, index, std::string_view(detail).substr(open + 1, length)));
     }
 }
 
-void replaceBraceWithEmptyString(std::string& text) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "void replaceBraceWithEmptyString(std::string&)");
-    std::string kept;
-    std::size_t position = 0;
+void replaceBraceWithEmptyString(CVRXDebugKitGuard& guard, std::string& text) {
+    std::size_t kept = 0;      // bytes that are in their final place
+    std::size_t position = 0;  // what follows is not looked at yet
+    const auto keepUpTo = [&](std::size_t end) {
+        std::string::traits_type::move(&text[kept], &text[position], end - position);
+        kept += end - position;
+    };
     for (std::size_t open = text.find('{'); open != std::string::npos; open = text.find('{', position)) {
         const std::size_t close = text.find('}', open);
         if (close == std::string::npos) {
             guard.debug(LOGCODE_DEBUG, __FUNCTION__, __LINE__, "replaceBraceWithEmptyString error");
             break;
         }
-        kept.append(text, position, open - position);
+        keepUpTo(open);
         position = close + 1;
     }
-    if (position == 0) return;
-    kept.append(text, position, std::string::npos);
-    text.swap(kept);
+    keepUpTo(text.size());
+    text.resize(kept);
+}
+
+bool replaceByPair(std::string& text, int index, std::size_t start, std::size_t length, const POSITION_LIST& pairs) {
+    const auto found = std::find_if(pairs.begin(), pairs.end(), [index](const POSITION_LIST::value_type& pair) {
+        return pair.first == static_cast<unsigned int>(index);
+    });
+    if (found == pairs.end() || start > text.size()) return false;
+    text.replace(start, length, found->second);
+    return true;
+}
+
+int replaceAlarmParamInfo(CVRXDebugKitGuard& guard, std::string templ, std::string& out, const POSITION_LIST& pairs) {
+    if (pairs.empty()) {
+        out = std::move(templ);
+        return 0;
+    }
+    const std::size_t maxLength = templ.size() + MAX_GROWTH;
+    std::size_t handled = 0;
+    // A value that was put in is searched again: the search resumes where its placeholder stood.
+    for (std::size_t mark = templ.find(PLACEHOLDER_MARK); mark != std::string::npos;
+         mark = templ.find(PLACEHOLDER_MARK, mark)) {
+        const std::string indexText = templ.substr(mark + PLACEHOLDER_MARK.size(), INDEX_LENGTH);
+        if (indexText.empty()) {
+            guard.error(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "no alarm parameter pos");
+            return CAlarmConfigParser::NO_PARAMETER_POS;
+        }
+        if (++handled > MAX_PLACEHOLDERS || templ.size() > maxLength) {
+            guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__,
+                       "alarm text needs more than %zu replacements or grows by more than %zu bytes, the rest stays "
+                       "as it is.",
+                       MAX_PLACEHOLDERS, MAX_GROWTH);
+            break;
+        }
+        const int index = static_cast<int>(std::strtol(indexText.c_str(), nullptr, 10));
+        const std::size_t length = PLACEHOLDER_MARK.size() + indexText.size();
+        // The bound is the number of placeholders of the detail, not the number of parameters, on purpose.
+        if (index < 0 || static_cast<std::size_t>(index) >= pairs.size()) {
+            guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "alarm parameter pos %d is out of range[0, %zu]", index,
+                       pairs.size());
+            templ.replace(mark, length, KNONESTRING);
+        } else if (!replaceByPair(templ, index, mark, length, pairs)) {
+            guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__,
+                       "alarm parameter pos %d is not in the parameters of the detail", index);
+            templ.replace(mark, length, MISSING_PARAMETER);
+        }
+    }
+    out = std::move(templ);
+    return 0;
+}
+
+}  // namespace
+
+std::string relpacestr(std::string text, std::string from, std::string to) {
+    if (from.empty()) return text;
+    for (std::size_t position = text.find(from); position != std::string::npos;
+         position = text.find(from, position + to.size())) {
+        text.replace(position, from.size(), to);
+    }
+    return text;
+}
+
+void parserParmeterByDetail(std::vector<std::string>& params, POSITION_LIST& pairs, const std::string& detail) {
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
+                            "void parserParmeterByDetail(std::vector<std::string>&, POSITION_LIST&, "
+                            "const std::string&)");
+    parserParmeterByDetail(guard, params, pairs, detail);
+}
+
+void replaceBraceWithEmptyString(std::string& text) {
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "void replaceBraceWithEmptyString(std::string&)");
+    replaceBraceWithEmptyString(guard, text);
 }
 
 const CAlarmConfigItem* CAlarmConfigParser::findItem(unsigned long long alarmId, CVRXDebugKitGuard& guard,
@@ -151,15 +212,16 @@ int CAlarmConfigParser::getAlarmInfo(unsigned long long alarmId, const std::stri
     for (std::string& value : list) {
         if (value.empty()) value = MISSING_PARAMETER;
     }
-    if (!item->paramEnumDescs.empty()) replaceAlarmParamEnumValueDesc(alarmId, list, item->paramEnumDescs);
+    if (!item->paramEnumDescs.empty()) replaceAlarmParamEnumValueDesc(guard, alarmId, list, item->paramEnumDescs);
     level = item->level;
 
     POSITION_LIST pairs;
-    parserParmeterByDetail(list, pairs, item->detail);
+    pairs.reserve(list.size());  // most details show each parameter once
+    parserParmeterByDetail(guard, list, pairs, item->detail);
     std::string detailTemplate = item->detail;
-    replaceBraceWithEmptyString(detailTemplate);
+    replaceBraceWithEmptyString(guard, detailTemplate);
 
-    int rc = replaceAlarmParamInfo(item->location, location, pairs);
+    int rc = ::replaceAlarmParamInfo(guard, item->location, location, pairs);
     if (rc != 0) {
         guard.setResult(false);
         guard.error(LOGCODE_GENERAL, __FUNCTION__, __LINE__,
@@ -167,7 +229,7 @@ int CAlarmConfigParser::getAlarmInfo(unsigned long long alarmId, const std::stri
                     params.c_str(), location.c_str());
         return rc;
     }
-    rc = replaceAlarmParamInfo(std::move(detailTemplate), detail, pairs);
+    rc = ::replaceAlarmParamInfo(guard, std::move(detailTemplate), detail, pairs);
     if (rc != 0) {
         guard.setResult(false);
         guard.error(LOGCODE_GENERAL, __FUNCTION__, __LINE__,
@@ -175,7 +237,7 @@ int CAlarmConfigParser::getAlarmInfo(unsigned long long alarmId, const std::stri
                     params.c_str(), detail.c_str());
         return rc;
     }
-    rc = replaceAlarmParamInfo(item->suggestion, suggestion, pairs);
+    rc = ::replaceAlarmParamInfo(guard, item->suggestion, suggestion, pairs);
     if (rc != 0) {
         guard.setResult(false);
         // "parsed detail" here too, on purpose.
@@ -199,11 +261,11 @@ int CAlarmConfigParser::getAlarmOidInfo(unsigned long long alarmId, std::string&
 }
 
 void CAlarmConfigParser::parseAlarmParamList(std::string params, std::vector<std::string>& list) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
-                            "void CAlarmConfigParser::parseAlarmParamList(std::string, std::vector<std::string>&)");
     if (params.empty()) return;
+    list.reserve(list.size() + 1 + static_cast<std::size_t>(std::count(params.begin(), params.end(), COMMA.front())));
     SplitToStr(std::move(params), COMMA.front(), list);
     for (std::string& value : list) {
+        if (value.find(AMPERSAND) == std::string::npos) continue;  // both escapes begin with one
         value = relpacestr(std::move(value), ESC_COMMA, COMMA);
         value = relpacestr(std::move(value), ECS_AMPERSAND, AMPERSAND);
     }
@@ -213,52 +275,12 @@ int CAlarmConfigParser::replaceAlarmParamInfo(std::string templ, std::string& ou
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
                             "int CAlarmConfigParser::replaceAlarmParamInfo(std::string, std::string&, "
                             "const POSITION_LIST&)");
-    if (pairs.empty()) {
-        out = std::move(templ);
-        return 0;
-    }
-    const std::size_t maxLength = templ.size() + MAX_GROWTH;
-    std::size_t replaced = 0;
-    // A value that was put in is searched again: the search resumes where its placeholder stood.
-    for (std::size_t mark = templ.find(PLACEHOLDER_MARK); mark != std::string::npos;
-         mark = templ.find(PLACEHOLDER_MARK, mark)) {
-        const std::string indexText = templ.substr(mark + MARK_LENGTH, INDEX_LENGTH);
-        if (indexText.empty()) {
-            guard.setResult(false);
-            guard.error(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "no alarm parameter pos");
-            return NO_PARAMETER_POS;
-        }
-        if (++replaced > MAX_PLACEHOLDERS || templ.size() > maxLength) {
-            guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__,
-                       "alarm text needs more than %zu replacements or grows by more than %zu bytes, the rest stays "
-                       "as it is.",
-                       MAX_PLACEHOLDERS, MAX_GROWTH);
-            break;
-        }
-        const int index = static_cast<int>(std::strtol(indexText.c_str(), nullptr, 10));
-        const std::size_t length = MARK_LENGTH + indexText.size();
-        // The bound is the number of placeholders of the detail, not the number of parameters, on purpose.
-        if (index < 0 || static_cast<std::size_t>(index) >= pairs.size()) {
-            guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "alarm parameter pos %d is out of range[0, %zu]", index,
-                       pairs.size());
-            templ.replace(mark, length, KNONESTRING);
-        } else if (!replaceParaWithBraceValue(templ, index, mark, MARK_LENGTH + INDEX_LENGTH, pairs)) {
-            guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__,
-                       "alarm parameter pos %d is not in the parameters of the detail", index);
-            templ.replace(mark, length, MISSING_PARAMETER);
-        }
-    }
-    out = std::move(templ);
-    return 0;
+    const int rc = ::replaceAlarmParamInfo(guard, std::move(templ), out, pairs);
+    if (rc != 0) guard.setResult(false);
+    return rc;
 }
 
 bool CAlarmConfigParser::replaceParaWithBraceValue(std::string& text, int index, std::size_t start, std::size_t length,
                                                    const POSITION_LIST& pairs) {
-    if (start > text.size()) return false;
-    const auto found = std::find_if(pairs.begin(), pairs.end(), [index](const POSITION_LIST::value_type& pair) {
-        return pair.first == static_cast<unsigned int>(index);
-    });
-    if (found == pairs.end()) return false;
-    text.replace(start, length, found->second);
-    return true;
+    return replaceByPair(text, index, start, length, pairs);
 }

@@ -33,6 +33,10 @@ bool isQuote(char c) {
     return c == '"' || c == '\'';
 }
 
+bool isAscii(char c) {
+    return static_cast<unsigned char>(c) < 128;
+}
+
 // Bytes that TinyXML takes for one UTF-8 character, whatever stands behind the first.
 std::size_t utf8Length(char c) {
     const auto byte = static_cast<unsigned char>(c);
@@ -74,9 +78,13 @@ private:
 
     // Moves to the next character `c` or the end. In UTF-8 a broken character hides what follows it, as in TinyXML.
     void skipTo(char c) {
+        const char* found = strchrnul(m_at, c);
+        if (m_encoding != Encoding::UTF8 || std::all_of(m_at, found, isAscii)) {
+            m_at = found;
+            return;
+        }
         while (*m_at != '\0' && *m_at != c) {
-            std::size_t length = m_encoding == Encoding::UTF8 ? utf8Length(*m_at) : 1;
-            for (; length > 0 && *m_at != '\0'; --length) ++m_at;
+            for (std::size_t length = utf8Length(*m_at); length > 0 && *m_at != '\0'; --length) ++m_at;
         }
     }
 

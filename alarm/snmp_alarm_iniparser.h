@@ -24,6 +24,7 @@
 #include <utility>
 #include <vector>
 
+class CVRXDebugKitGuard;
 class TiXmlNode;
 
 // Values by position, in order. Two uses: the enumeration type of a parameter (as in paramDesc), and the value of a
@@ -120,7 +121,10 @@ private:
     CAlarmConfigParser() = default;
     ~CAlarmConfigParser();
 
-    const CAlarmConfigItem* findItem(unsigned long long alarmId, class CVRXDebugKitGuard& guard, const char* function);
+    // As the public one, with the lines of the caller's guard.
+    void replaceAlarmParamEnumValueDesc(CVRXDebugKitGuard& guard, unsigned long long alarmId,
+                                        std::vector<std::string>& params, const POSITION_LIST& enumDescs);
+    const CAlarmConfigItem* findItem(unsigned long long alarmId, CVRXDebugKitGuard& guard, const char* function);
 
     static std::atomic<CAlarmConfigParser*> _pInstance;  // published when the load is complete
 

@@ -101,20 +101,25 @@ void snprintfByHand(benchmark::State& state) {
     char location[256];
     char detail[256];
     char suggestion[256];
+    char name[256];
     const char* disk = "7";
     const char* enclosure = "CTE0";
     const char* condition = "not reachable";
+    int number = 3;
     for (auto _ : state) {
         benchmark::DoNotOptimize(disk);
         benchmark::DoNotOptimize(enclosure);
         benchmark::DoNotOptimize(condition);
+        benchmark::DoNotOptimize(number);
         std::snprintf(location, sizeof location, "Enclosure %s, slot %s", enclosure, disk);
         std::snprintf(detail, sizeof detail, "Disk %s in enclosure %s is %s.", disk, enclosure, condition);
         std::snprintf(suggestion, sizeof suggestion,
                       "Replace disk %s in enclosure %s and wait until the pool is redundant again.", disk, enclosure);
+        std::snprintf(name, sizeof name, "Disk fault number %d", number);
         benchmark::DoNotOptimize(location);
         benchmark::DoNotOptimize(detail);
         benchmark::DoNotOptimize(suggestion);
+        benchmark::DoNotOptimize(name);
     }
 }
 BENCHMARK(snprintfByHand);
