@@ -137,7 +137,7 @@ const TiXmlElement* Linter::load(const std::string& path, TiXmlDocument& documen
     try {
         loadAlarmXmlFile("cannot load (", path, document);
     } catch (const CVRX_Exception& fault) {
-        error(document.ErrorRow(), "unreadable", reasonOf(fault.what()));
+        error(document.Error() ? document.ErrorRow() : 0, "unreadable", reasonOf(fault.what()));
         return nullptr;
     }
     const TiXmlElement* top = document.FirstChildElement();

@@ -125,6 +125,9 @@ int main(int argc, char** argv) {
 
     try {
         if (!root.empty()) setProductRoot(root);
+        LogOptions logging;
+        logging.threshold = LogLevel::Warn;
+        startLogging(logging);
         if (*raiseCommand) return raise(request);
         if (*clearCommand) {
             clearAlarm(serial);

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "alarm/snmp_alarm_iniparser.h"
+#include "host/services/device_config.h"
 #include "host/services/product_root.h"
 
 namespace {
@@ -31,6 +32,7 @@ protected:
             << "<alarm><param_enum><enum_type name='DiskState'><enum_member value='1'>offline</enum_member>"
                "</enum_type></param_enum></alarm>";
         setProductRoot(s_root);
+        reloadDeviceConfig();
     }
     static void TearDownTestSuite() {
         CAlarmConfigParser::destroy();
