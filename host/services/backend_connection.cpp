@@ -8,16 +8,13 @@
 #include <system_error>
 #include <utility>
 
+#include "vrxpub/vrx_little_endian.h"
+
 namespace {
 
 constexpr std::size_t MAGIC_AT = 0;
 constexpr std::size_t VERSION_AT = 4;
 constexpr std::size_t DATA_LENGTH_AT = 24;
-
-unsigned int getLe32(const unsigned char* bytes) {
-    return static_cast<unsigned int>(bytes[0]) | static_cast<unsigned int>(bytes[1]) << 8 |
-           static_cast<unsigned int>(bytes[2]) << 16 | static_cast<unsigned int>(bytes[3]) << 24;
-}
 
 }  // namespace
 
