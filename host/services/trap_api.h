@@ -1,0 +1,36 @@
+// The host's side of the trap destinations (platform/snmp_trap_api.h): one store for the process,
+// <root>/state/trap_destinations.db, opened when it is first used. While it cannot be opened every operation fails, and
+// each tries again.
+//
+// Threads: any, at any time, where nothing else is said.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "host/services/trap_destination_store.h"
+
+// What decides whether an SNMPv3 user exists; it may be called from any thread. Without one every user does.
+void setTrapUserCheck(std::function<bool(const std::string& user)> exists);
+
+// Called after each change of the list, on the thread that made it. An empty function takes the listener away.
+void setTrapDestinationListener(std::function<void()> listener);
+
+// All changes that this thread makes through CSNMP_TrapApi while the object lives take effect together at commit(),
+// else not at all; see TrapDestinationStore::Transaction.
+class TrapDestinationTransaction {
+public:
+    TrapDestinationTransaction();
+
+    // The number that the next createTrapAddr() of the transaction assigns.
+    void assignNext(unsigned int number);
+
+    int commit();  // a result of trap_destination_result.h
+
+private:
+    std::optional<TrapDestinationStore::Transaction> m_transaction;  // empty when there is no store
+};
+
+// Closes the store; the next use opens it again. REQUIRES: no other thread uses the trap API.
+void closeTrapDestinations();

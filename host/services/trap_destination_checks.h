@@ -1,0 +1,34 @@
+// What makes the values of a trap destination acceptable. docs/destinations.md tells the operator.
+//
+// Threads: any.
+#pragma once
+
+#include <string>
+
+namespace destination_check {
+
+constexpr std::size_t LONGEST_HOST_NAME = 253;  // characters
+constexpr std::size_t LONGEST_USER = 32;        // characters, of a community too
+constexpr const char* NO_USER = "--";
+
+bool isIpv4Address(const std::string& text);  // four decimal numbers
+bool isIpv6Address(const std::string& text);  // a link-local one may name its interface: "fe80::1%eth0"
+
+// A name of RFC 1123: letters, digits and hyphens, in labels of 1 to 63. A name whose last label is a number would be
+// taken for a broken IPv4 address and is none.
+bool isHostName(const std::string& text);
+
+// Whether traps can be sent to it: a host name, or an address other than "0.0.0.0", "::" and "255.255.255.255".
+bool isAddress(const std::string& text);
+
+// The one spelling of an address that others are compared by.
+std::string canonicalAddress(const std::string& text);
+
+bool isPort(unsigned int port);
+bool isVersion(unsigned int version);
+bool isTrapType(unsigned int type);
+
+// Whether it can be a user name or a community: 1 to LONGEST_USER printable ASCII characters.
+bool isUserText(const std::string& user);
+
+}  // namespace destination_check

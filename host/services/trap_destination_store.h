@@ -1,0 +1,108 @@
+// The list of trap destinations, kept in an SQLite file.
+//
+//     TrapDestinationStore store(stateFolder() + "/trap_destinations.db", 64);
+//     tTrapDestInfo nms;
+//     nms.address = "192.0.2.7";
+//     nms.port = 162;
+//     if (store.create(nms) != TRAP_DESTINATION_OK) ...
+//
+// A change is on disk when its operation (or the transaction that holds it) has returned 0, and survives the end of the
+// process at any moment, and of the machine. Results are those of trap_destination_result.h. Values are not checked
+// here, except that no two rows have the same address, port and user; addresses are compared by meaning ("::1" is
+// "0:0:0:0:0:0:0:1"), and kept as they were written.
+//
+// Numbers: a new row gets the lowest free number above the last one that was given this way, and from 65535 on the
+// lowest free one: the number of a deleted row is not soon used again, over restarts too.
+//
+// Threads: any. One process at a time: others' changes of the file are not seen.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "platform/trap_dest_info.h"
+
+class TrapDestinationStore {
+public:
+    static constexpr unsigned int HIGHEST_NUMBER = 65535;
+
+    // Opens or creates the file, for its owner alone. `limit`: most rows. Throws std::runtime_error when the file
+    // cannot be read and written.
+    TrapDestinationStore(const std::string& path, std::size_t limit);
+    ~TrapDestinationStore();
+    TrapDestinationStore(const TrapDestinationStore&) = delete;
+    TrapDestinationStore& operator=(const TrapDestinationStore&) = delete;
+
+    // Changes of the calling thread that take effect together, or not at all when it ends without a successful
+    // commit(). The thread sees its own changes, others see the list from before. Other threads' changes wait.
+    // REQUIRES: the thread has no other one open.
+    class Transaction {
+    public:
+        explicit Transaction(TrapDestinationStore& store);
+        ~Transaction();
+        Transaction(const Transaction&) = delete;
+        Transaction& operator=(const Transaction&) = delete;
+
+        // The next create() of the transaction gives this number, 1 to HIGHEST_NUMBER.
+        void assignNext(unsigned int number);
+
+        int commit();
+
+    private:
+        TrapDestinationStore& m_store;
+        std::unique_lock<std::recursive_mutex> m_lock;
+        bool m_open = true;
+    };
+
+    int create(const tTrapDestInfo& destination);  // its index is not looked at
+    int modify(const tTrapDestInfo& destination);  // rewrites the row of its index whole
+    int remove(const std::string& index);
+
+    std::list<tTrapDestInfo> all() const;  // ordered by number
+    bool has(const std::string& index) const;
+
+    // Called after each change that took effect, on the thread that made it and outside of all locks: ask all() again.
+    // One listener; an empty function takes it away.
+    void setListener(std::function<void()> listener);
+
+private:
+    using Rows = std::map<unsigned int, tTrapDestInfo>;
+    class Database;
+
+    template <typename Change>
+    int change(Change body);
+    template <typename Change>
+    int changeInTransaction(Change body);
+    void begin();
+    int commit();
+    void rollBack();
+    bool isDuplicate(const tTrapDestInfo& destination, unsigned int number) const;
+    unsigned int nextNumber() const;
+    bool isInTransaction() const { return m_writer.load() == std::this_thread::get_id(); }
+    void notify();
+
+    const std::string m_path;
+    const std::size_t m_limit;
+
+    // Held by the thread that changes; everything down to m_nextNumber is guarded by it.
+    std::recursive_mutex m_writing;
+    std::unique_ptr<Database> m_database;
+    bool m_changed = false;         // since the transaction's begin
+    bool m_failed = false;          // the transaction lost its database: nothing of it may be committed
+    Rows m_working;                 // the rows as the transaction has them
+    unsigned int m_lastNumber = 0;  // last one assigned, of m_working
+    unsigned int m_nextNumber = 0;  // asked for by assignNext; 0: none
+
+    std::atomic<std::thread::id> m_writer{};  // the thread with an open transaction
+
+    mutable std::mutex m_mutex;
+    Rows m_rows;                       // guarded by m_mutex
+    std::function<void()> m_listener;  // guarded by m_mutex
+};
