@@ -1,21 +1,20 @@
 #include "host/agent/agent_log.h"
 
-#include <spdlog/spdlog.h>
+#include "host/services/logging.h"
 
 namespace agent_log {
 
-// The texts are whole: no part of them is a format.
 void error(const std::string& text) {
-    spdlog::error("{}", text);
+    logLine("agent", LogLevel::Error, text);
 }
 void warn(const std::string& text) {
-    spdlog::warn("{}", text);
+    logLine("agent", LogLevel::Warn, text);
 }
 void info(const std::string& text) {
-    spdlog::info("{}", text);
+    logLine("agent", LogLevel::Info, text);
 }
 void debug(const std::string& text) {
-    spdlog::debug("{}", text);
+    logLine("agent", LogLevel::Debug, text);
 }
 
 }  // namespace agent_log

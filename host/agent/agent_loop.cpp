@@ -73,7 +73,7 @@ void AgentLoop::runAfter(std::chrono::milliseconds delay, Task task) {
 }
 
 void AgentLoop::run() {
-    while (!m_stop.load()) {
+    while (!m_stop.exchange(false)) {
         agent_check_and_process(1);
         snmp_timeout();  // the library does it on idle turns only: steady traffic would starve retries
     }

@@ -31,7 +31,7 @@ public:
     // Runs the task once on the agent thread, not before `delay` has passed. Agent thread only.
     void runAfter(std::chrono::milliseconds delay, Task task);
 
-    // Serves until stop(). Agent thread only.
+    // Serves until stop(); may be called again then. Agent thread only.
     void run();
 
     // Lets run() return after its current turn. Any thread; async-signal-safe.

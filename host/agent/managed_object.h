@@ -42,9 +42,6 @@ public:
     bool readsRows() const { return m_reader.readsRows(); }
     void readRows(std::vector<std::uint32_t> numbers, std::function<void(const ReadOutcome&)> done);
 
-    // Ends the worker. What was asked for and has not come is never told.
-    void stop() { m_worker.stop(); }
-
 private:
     ReadOutcome attempt(const std::function<SnapshotPointer()>& read) const;
     void logChangeOfState(const ReadOutcome& outcome);

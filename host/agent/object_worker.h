@@ -4,6 +4,7 @@
 // Threads: submit() from any thread. Jobs run one after the other, with all signals blocked; they must not throw.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -14,14 +15,17 @@
 class ObjectWorker {
 public:
     explicit ObjectWorker(const std::string& name);  // of the thread, for debuggers: its first 15 characters
-    ~ObjectWorker();                                 // stops
+    ~ObjectWorker();                                 // stops, and waits for the running job
     ObjectWorker(const ObjectWorker&) = delete;
     ObjectWorker& operator=(const ObjectWorker&) = delete;
 
     void submit(std::function<void()> job);
 
-    // Waits for the running job; jobs that have not begun are destroyed unrun, also later ones.
-    void stop();
+    // The running job is the last one; jobs that have not begun are destroyed unrun, also later ones.
+    void requestStop();
+
+    // Waits until the running job has ended: false when it has not until then.
+    bool waitStopped(std::chrono::steady_clock::time_point end);
 
 private:
     void run();
@@ -30,5 +34,6 @@ private:
     std::condition_variable m_wakeup;
     std::deque<std::function<void()>> m_jobs;  // guarded by m_mutex
     bool m_stop = false;                       // guarded by m_mutex
+    bool m_ended = false;                      // guarded by m_mutex
     std::thread m_thread;                      // last: it uses the others
 };

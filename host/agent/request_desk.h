@@ -42,9 +42,6 @@ public:
 
     const ReadTransactions& transactions() const { return m_transactions; }
 
-    // What all objects' values were read from may have changed.
-    void markAllChanged();
-
     std::size_t waiting() const { return m_waiting.size(); }
 
 private:
@@ -79,6 +76,7 @@ private:
     void expire(std::uint64_t id);
     void drop(const netsnmp_session* session);
     static void fail(ReadTransaction& transaction);
+    void markAllChanged();
     static void answerSet(netsnmp_session* session, PduPointer pdu, const SetResult& result);
 
     AgentLoop& m_loop;

@@ -69,9 +69,24 @@ TEST(AgentLoop, ATaskThatThrowsStopsNothing) {
 
 TEST(AgentLoop, StopBeforeRunLetsItReturnAtOnce) {
     AgentLoop loop;
+    bool ran = false;
+    loop.post([&ran] { ran = true; });
     loop.stop();
     loop.run();
-    SUCCEED();
+    EXPECT_FALSE(ran);
+}
+
+TEST(AgentLoop, RunsAgainAfterAStop) {
+    AgentLoop loop;
+    loop.stop();
+    loop.run();
+    bool ran = false;
+    loop.post([&] {
+        ran = true;
+        loop.stop();
+    });
+    loop.run();
+    EXPECT_TRUE(ran);
 }
 
 TEST(AgentLoop, TasksThatNeverRanAreDestroyedWithTheLoop) {

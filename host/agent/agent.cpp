@@ -1,0 +1,47 @@
+#include "host/agent/agent.h"
+
+#include "host/agent/net_snmp.h"
+
+Agent::Agent(AgentLoop& loop, const std::string& root, const std::vector<std::string>& modules)
+    : m_loop(loop), m_engine(root), m_loader(root + "/mibs") {
+    for (const std::string& module : modules) m_loader.load(module);
+    std::vector<ManagedObject*> objects;
+    for (const LoadedObject& loaded : m_loader.objects()) {
+        m_objects.push_back(
+            std::make_unique<ManagedObject>(*loaded.mib, *loaded.handler, m_loop, m_engine.snapshotLimits()));
+        objects.push_back(m_objects.back().get());
+    }
+    m_desk = std::make_unique<RequestDesk>(m_loop, objects, m_engine.deskLimits());
+    for (ManagedObject* object : objects) {
+        m_registrations.push_back(std::make_unique<ObjectRegistration>(*object, m_desk->transactions()));
+    }
+}
+
+// In the reverse order of making, but that the sessions, which know the desk, close first.
+Agent::~Agent() {
+    m_engine.closeListeners();
+    m_registrations.clear();
+    m_desk.reset();
+    m_objects.clear();
+}
+
+void Agent::listen(const std::vector<std::string>& addresses) {
+    m_engine.listen(addresses, *m_desk);
+}
+
+void Agent::markAllChanged() {
+    for (const auto& object : m_objects) object->snapshots().markChanged();
+}
+
+void Agent::reload() {
+    m_engine.reload();
+}
+
+bool Agent::stop(std::chrono::milliseconds patience) {
+    const auto end = std::chrono::steady_clock::now() + patience;
+    for (const auto& object : m_objects) object->worker().requestStop();
+    bool ended = true;
+    for (const auto& object : m_objects) ended = object->worker().waitStopped(end) && ended;
+    m_loop.drain();  // what has come meanwhile is answered
+    return ended;
+}

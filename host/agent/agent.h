@@ -1,0 +1,53 @@
+// The agent without its process: engine, modules, the objects with their workers, and the desk, put together in order.
+//
+//     AgentLoop loop;
+//     Agent agent(loop, root, {"/usr/lib/vrx/libsnmp_tamrel.so"});
+//     agent.listen({});
+//     loop.run();
+//     agent.stop(std::chrono::seconds(1));
+//
+// Threads: one thread, the agent thread, except where it says otherwise. One agent a process.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/agent/agent_loop.h"
+#include "host/agent/managed_object.h"
+#include "host/agent/module_loader.h"
+#include "host/agent/object_registration.h"
+#include "host/agent/request_desk.h"
+#include "host/agent/snmp_engine.h"
+
+class Agent {
+public:
+    // Reads the engine's configuration and loads the modules; no request comes yet. The loop outlives the agent.
+    // REQUIRES: the host's services are ready (configuration, logging, identity). Throws EngineError, ModuleError.
+    Agent(AgentLoop& loop, const std::string& root, const std::vector<std::string>& modules);
+    ~Agent();
+    Agent(const Agent&) = delete;
+    Agent& operator=(const Agent&) = delete;
+
+    // From here on requests come; see SnmpEngine::listen.
+    void listen(const std::vector<std::string>& addresses);
+
+    // The objects' values have changed, or may have: what was read before is stale. Any thread.
+    void markAllChanged();
+
+    // Reads the engine's configuration again.
+    void reload();
+
+    // Takes no request any more, answers those whose values have come, ends the workers. False when a handler has not
+    // come back within `patience`: nothing may be destroyed then.
+    bool stop(std::chrono::milliseconds patience);
+
+private:
+    AgentLoop& m_loop;
+    SnmpEngine m_engine;
+    ModuleLoader m_loader;
+    std::vector<std::unique_ptr<ManagedObject>> m_objects;
+    std::unique_ptr<RequestDesk> m_desk;
+    std::vector<std::unique_ptr<ObjectRegistration>> m_registrations;
+};

@@ -1,0 +1,133 @@
+// vrx-agentd: the reference host as a program, in the foreground.
+#include <sysexits.h>
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "host/agent/agent.h"
+#include "host/agent/agent_log.h"
+#include "host/agent/notification_service.h"
+#include "host/agent/signal_watch.h"
+#include "host/backend/backend.h"
+#include "host/services/device_config.h"
+#include "host/services/identity.h"
+#include "host/services/logging.h"
+#include "host/services/product_root.h"
+#include "platform/vrx_utility.h"
+
+namespace {
+
+constexpr std::chrono::milliseconds PATIENCE{1'500};  // with handlers at the end
+
+struct CommandLine {
+    std::string root;
+    std::vector<std::string> modules;
+    std::vector<std::string> listeners;
+    bool embeddedBackend = false;
+};
+
+void defineOptions(CLI::App& app, CommandLine& line) {
+    app.add_option("--root", line.root, "Product root: holds conf/, etc/, mibs/ and state/ (default: $VRX_ROOT)");
+    app.add_option("--module", line.modules, "Service module to load; may be given several times");
+    app.add_option("--listen", line.listeners,
+                   "udp:127.0.0.1:1161, udp6:[::1]:1161, tcp:...; may be given several times. Without it the "
+                   "configuration's agentAddress, else udp:127.0.0.1:1161");
+    app.add_flag("--embedded-backend", line.embeddedBackend, "Run the management backend inside this process");
+}
+
+// The root as an absolute path: Net-SNMP takes relative ones from the wrong place.
+std::string absoluteRoot(const std::string& given) {
+    const std::string root = given.empty() ? VRX_Utility::getVRXRootEnv() : given;
+    std::error_code error;
+    const std::filesystem::path path = std::filesystem::canonical(root, error);
+    if (error || !std::filesystem::is_directory(path))
+        throw std::invalid_argument("product root \"" + root + "\" is no folder");
+    return path.string();
+}
+
+int serve(const CommandLine& line) {
+    const std::string root = absoluteRoot(line.root);
+    setProductRoot(root);
+    reloadDeviceConfig();
+    startLogging(logOptionsFromDevice());
+    loadIdentity();
+    stateFolder();
+    std::signal(SIGPIPE, SIG_IGN);
+
+    // Before any thread: all of them leave the signals to the watch.
+    AgentLoop loop;
+    bool ending = false;
+    const auto end = [&] {
+        ending = true;
+        loop.stop();
+    };
+    const SignalWatch signals({{SIGTERM, end}, {SIGINT, end}, {SIGHUP, [&loop] { loop.stop(); }}});
+
+    std::unique_ptr<Backend> backend;
+    if (line.embeddedBackend) {
+        backend = std::make_unique<Backend>(BackendSettings::fromDevice());
+        backend->start();
+    }
+    Agent agent(loop, root, line.modules);
+    NotificationService notifications(loop, [&agent] { agent.markAllChanged(); });
+    agent.listen(line.listeners);
+    notifications.start();
+    agent_log::info("ready");
+
+    loop.run();
+    while (!ending) {  // SIGHUP. Between two runs of the loop nothing of the engine is in use
+        agent.reload();
+        notifications.configurationChanged();
+        loop.run();
+    }
+
+    notifications.stop();
+    if (!agent.stop(PATIENCE)) {
+        agent_log::warn("a handler has not come back: the process ends without it");
+        std::_Exit(EX_OK);  // all state is on disk; what the handler uses cannot be destroyed under it
+    }
+    if (backend != nullptr) backend->stop();
+    return EX_OK;
+}
+
+int failed(int code, const std::exception& error) {
+    agent_log::error(error.what());
+    return code;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app("SNMP agent that serves the objects of service modules and sends their traps.", "vrx-agentd");
+    CommandLine line;
+    defineOptions(app, line);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? EX_OK : EX_USAGE;
+    }
+    try {
+        return serve(line);
+    } catch (const BackendStartError& error) {
+        return failed(error.exitCode, error);
+    } catch (const EngineError& error) {
+        return failed(EX_UNAVAILABLE, error);
+    } catch (const ModuleError& error) {
+        return failed(EX_CONFIG, error);
+    } catch (const DeviceConfigError& error) {
+        return failed(EX_CONFIG, error);
+    } catch (const std::invalid_argument& error) {  // a value of the device configuration, or the root
+        return failed(EX_CONFIG, error);
+    } catch (const std::system_error& error) {
+        return failed(EX_OSERR, error);
+    } catch (const std::exception& error) {
+        return failed(EX_SOFTWARE, error);
+    }
+}
