@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <spdlog/spdlog.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -13,9 +12,12 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/vrx_utility.h"
+#include "host/services/logging.h"
+#include "host/services/product_root.h"
 
 namespace {
+
+constexpr char LOG_NAME[] = "backend";
 
 // Connections at the same time: a few agents with a full pool each, and tools.
 constexpr std::size_t MOST_CLIENTS = 64;
@@ -74,7 +76,7 @@ BackendSettings BackendSettings::fromDevice() {
     BackendSettings settings;
     settings.transport = BackendOptions::fromDevice();
     settings.commands = BackendCommands::fromDevice();
-    settings.stateDirectory = VRX_Utility::getVRXRootEnv() + "/state";
+    settings.stateDirectory = productPath("state");
     settings.eventLimit = backendNumber("EVENT_LIMIT", settings.eventLimit, 1, MOST_EVENTS);
     return settings;
 }
@@ -100,8 +102,9 @@ void Backend::start() {
                                                  [this] { wakeClients(); });
     m_stop.lower();
     m_acceptor = std::thread([this] { acceptClients(); });
-    spdlog::info("backend serves {}: {} active alarms, last event {}", transport.address.text(), status.activeAlarms,
-                 status.lastSequence);
+    logLine(LOG_NAME, LogLevel::Info,
+            "serves " + transport.address.text() + ": " + std::to_string(status.activeAlarms) +
+                " active alarms, last event " + std::to_string(status.lastSequence));
 }
 
 void Backend::stop() {
@@ -116,7 +119,7 @@ void Backend::stop() {
     m_handler.reset();
     m_store.reset();
     m_lock = FileDescriptor();
-    spdlog::info("backend has stopped");
+    logLine(LOG_NAME, LogLevel::Info, "stopped");
 }
 
 void Backend::acceptClients() {
@@ -133,7 +136,7 @@ void Backend::acceptClients() {
 
 // One line when it begins, until a client was accepted again.
 void Backend::noteRefusal(const std::string& reason) {
-    if (!m_refusing) spdlog::warn("clients are refused: {}", reason);
+    if (!m_refusing) logLine(LOG_NAME, LogLevel::Warn, "clients are refused: " + reason);
     m_refusing = true;
 }
 

@@ -1,11 +1,11 @@
 #include "host/backend/client_session.h"
 
 #include <poll.h>
-#include <spdlog/spdlog.h>
 
 #include <cerrno>
 #include <exception>
 #include <optional>
+#include <string>
 #include <utility>
 
 namespace {
@@ -46,9 +46,13 @@ void ClientSession::run() {
         while (answerRequest()) {
         }
     } catch (const std::exception& fault) {
-        spdlog::error("client {}: {}", m_number, fault.what());
+        log(LogLevel::Error, fault.what());
     }
     m_connection.close();  // now: the session itself is removed when the next client comes
+}
+
+void ClientSession::log(LogLevel level, const std::string& text) const {
+    logLine("backend", level, "client " + std::to_string(m_number) + ": " + text);
 }
 
 bool ClientSession::isOver(BackendConnection::Result result) {
@@ -64,7 +68,7 @@ bool ClientSession::isOver(BackendConnection::Result result) {
         case BackendConnection::Result::TooLarge:
             break;
     }
-    spdlog::warn("client {}: {}; connection closed", m_number, m_connection.failure());
+    log(LogLevel::Warn, m_connection.failure() + "; connection closed");
     return true;
 }
 
@@ -87,7 +91,7 @@ bool ClientSession::answerRequest() {
 bool ClientSession::send(CR8KPackageV3& package) {
     const auto bytes = encodePackage(package, m_settings.packageLimit);
     if (!bytes) {
-        spdlog::error("client {}: an answer is larger than the package limit; connection closed", m_number);
+        log(LogLevel::Error, "an answer is larger than the package limit; connection closed");
         return false;
     }
     return !isOver(m_connection.send(*bytes, Clock::now() + PACKAGE_TIME));
@@ -122,6 +126,6 @@ bool ClientSession::waitForNews() {
     if (polls[0].revents == 0) return true;
     CR8KPackageV3 unexpected;
     if (!isOver(m_connection.receive(unexpected, Clock::now() + PACKAGE_TIME)))
-        spdlog::warn("client {}: a request on a subscribed connection; connection closed", m_number);
+        log(LogLevel::Warn, "a request on a subscribed connection; connection closed");
     return false;
 }

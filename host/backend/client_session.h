@@ -8,9 +8,11 @@
 
 #include <chrono>
 #include <cstddef>
+#include <string>
 
 #include "host/backend/request_handler.h"
 #include "host/services/backend_connection.h"
+#include "host/services/logging.h"
 
 class ClientSession {
 public:
@@ -32,6 +34,7 @@ private:
     void pushEvents(unsigned long long position);
     bool waitForNews();
     bool send(CR8KPackageV3& package);
+    void log(LogLevel level, const std::string& text) const;
     bool isOver(BackendConnection::Result result);
 
     const unsigned long long m_number;

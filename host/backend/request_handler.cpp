@@ -1,7 +1,5 @@
 #include "host/backend/request_handler.h"
 
-#include <spdlog/spdlog.h>
-
 #include <algorithm>
 #include <ctime>
 #include <limits>
@@ -9,7 +7,11 @@
 #include <string>
 #include <utility>
 
+#include "host/services/logging.h"
+
 namespace {
+
+constexpr char LOG_NAME[] = "backend";
 
 // Most records in an answer or a push; the package limit may end it earlier.
 constexpr std::size_t MOST_RECORDS = 1000;
@@ -115,7 +117,7 @@ std::optional<unsigned long long> RequestHandler::handle(const CR8KPackageV3& re
     } catch (const Refusal& refusal) {
         result = refusal.code;
     } catch (const SqliteError& error) {
-        spdlog::error("alarm store: {}", error.what());
+        logLine(LOG_NAME, LogLevel::Error, std::string("alarm store: ") + error.what());
     }
     answer.head().uiHeadParam1 = static_cast<unsigned int>(result);
     if (result != BACKEND_OK) {
@@ -174,7 +176,7 @@ void RequestHandler::clearAlarm(const Records& records, CR8KPackageV3& /*answer*
     for (const CTLVRecordV3* record : records) {
         serials.push_back(neededUint32(*record, alarm_tag::SERIAL));
         const std::string who = neededText(*record, alarm_tag::CLEARED_BY);
-        spdlog::debug("{} clears alarm {}", who, serials.back());
+        logLine(LOG_NAME, LogLevel::Debug, "alarm " + std::to_string(serials.back()) + " is cleared by " + who);
     }
     acceptOnly(m_store.clear(serials, now()));
     m_onNewEvents();

@@ -1,17 +1,21 @@
 // vrx-backendd: the reference management backend as a program of its own, in the foreground.
-#include <spdlog/spdlog.h>
 #include <sysexits.h>
 
 #include <CLI/CLI.hpp>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <exception>
+#include <stdexcept>
 #include <string>
+#include <system_error>
 
 #include "host/backend/backend.h"
+#include "host/services/device_config.h"
+#include "host/services/logging.h"
+#include "host/services/product_root.h"
 
 namespace {
+
+constexpr char LOG_NAME[] = "backend";
 
 constexpr unsigned int LONGEST_DELAY_MS = 60'000;
 
@@ -22,7 +26,8 @@ struct CommandLine {
 };
 
 void defineOptions(CLI::App& app, CommandLine& line) {
-    app.add_option("--root", line.root, "Product root: holds conf/ and state/")->required();
+    app.add_option("--root", line.root,
+                   "Product root: holds conf/ and state/ (default: VRX_ROOT, else the installed one)");
     app.add_option("--address", line.address, "unix:PATH or tcp:HOST:PORT instead of the configured address");
     app.add_option("--delay-ms", line.delayMs, "Answer every request that much later")
         ->check(CLI::Range(0U, LONGEST_DELAY_MS));
@@ -30,7 +35,7 @@ void defineOptions(CLI::App& app, CommandLine& line) {
 
 BackendSettings settingsOf(const CommandLine& line) {
     BackendSettings settings = BackendSettings::fromDevice();
-    if (!line.address.empty()) settings.transport.address = parseBackendAddress(line.address, line.root);
+    if (!line.address.empty()) settings.transport.address = parseBackendAddress(line.address, productPath(""));
     settings.delay = std::chrono::milliseconds(line.delayMs);
     return settings;
 }
@@ -43,13 +48,20 @@ int serve(const CommandLine& line) {
     sigaddset(&ending, SIGINT);
     pthread_sigmask(SIG_BLOCK, &ending, nullptr);
 
+    reloadDeviceConfig();
+    startLogging(logOptionsFromDevice());
     Backend backend(settingsOf(line));
     backend.start();
-    spdlog::info("ready");
+    logLine(LOG_NAME, LogLevel::Info, "ready");
     int signal = 0;
     sigwait(&ending, &signal);
     backend.stop();
     return EX_OK;
+}
+
+int failed(int exitCode, const std::exception& error) {
+    logLine(LOG_NAME, LogLevel::Error, error.what());
+    return exitCode;
 }
 
 }  // namespace
@@ -63,18 +75,18 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? EX_OK : EX_USAGE;
     }
-    while (line.root.size() > 1 && line.root.back() == '/') line.root.pop_back();
-    if (::setenv("VRX_ROOT", line.root.c_str(), 1) != 0) return EX_OSERR;
+    if (!line.root.empty()) setProductRoot(line.root);
     try {
         return serve(line);
     } catch (const BackendStartError& error) {
-        spdlog::critical("{}", error.what());
-        return error.exitCode;
+        return failed(error.exitCode, error);
+    } catch (const DeviceConfigError& error) {
+        return failed(EX_CONFIG, error);
     } catch (const std::invalid_argument& error) {
-        spdlog::critical("{}", error.what());
-        return EX_CONFIG;
+        return failed(EX_CONFIG, error);
+    } catch (const std::system_error& error) {
+        return failed(EX_OSERR, error);
     } catch (const std::exception& error) {
-        spdlog::critical("{}", error.what());
-        return EX_SOFTWARE;
+        return failed(EX_SOFTWARE, error);
     }
 }

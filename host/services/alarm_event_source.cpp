@@ -1,15 +1,16 @@
 #include "host/services/alarm_event_source.h"
 
-#include <spdlog/spdlog.h>
-
 #include <exception>
 #include <stdexcept>
 
 #include "host/services/backend_result.h"
+#include "host/services/logging.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+constexpr char LOG_NAME[] = "events";
 
 // Active alarms asked for at once.
 constexpr unsigned int SERIALS_PER_REQUEST = 1000;
@@ -36,7 +37,7 @@ void guarded(const char* what, const Call& call) {
     try {
         call();
     } catch (const std::exception& fault) {
-        spdlog::error("alarm events: {} failed: {}", what, fault.what());
+        logLine(LOG_NAME, LogLevel::Error, std::string(what) + " failed: " + fault.what());
     }
 }
 
@@ -93,7 +94,7 @@ void AlarmEventSource::run() {
 void AlarmEventSource::noteFailure(const std::string& reason) {
     if (m_failureKnown) return;
     m_failureKnown = true;
-    spdlog::warn("alarm events: no subscription at {}: {}", m_options.address.text(), reason);
+    logLine(LOG_NAME, LogLevel::Warn, "no subscription at " + m_options.address.text() + ": " + reason);
 }
 
 // Ends only by an exception.
@@ -113,8 +114,9 @@ void AlarmEventSource::runConnection() {
     m_failureKnown = false;
     m_backoff.succeeded();
     ++m_connections;
-    spdlog::info("alarm events: subscribed at {} behind event {}, {} active alarms", m_options.address.text(), handled,
-                 serials.size());
+    logLine(LOG_NAME, LogLevel::Info,
+            "subscribed at " + m_options.address.text() + " behind event " + std::to_string(handled) + ", " +
+                std::to_string(serials.size()) + " active alarms");
 
     // Tells the listener of the end, however it comes.
     struct Connected {
@@ -174,10 +176,9 @@ unsigned long long AlarmEventSource::chooseStart(unsigned long long lastSequence
     const std::optional<unsigned long long> remembered = m_listener.lastHandledEvent();
     if (!remembered) return lastSequenceOfStore;
     if (*remembered <= lastSequenceOfStore) return *remembered;
-    spdlog::warn(
-        "alarm events: event {} was handled, but the backend's last one is {}: its store is a younger one, "
-        "going on with its first event",
-        *remembered, lastSequenceOfStore);
+    logLine(LOG_NAME, LogLevel::Warn,
+            "event " + std::to_string(*remembered) + " was handled, but the backend's last one is " +
+                std::to_string(lastSequenceOfStore) + ": its store is a younger one, going on with its first event");
     return 0;
 }
 
@@ -208,18 +209,20 @@ void AlarmEventSource::deliver(const CTLVRecordV3& record, unsigned long long& h
         sequence = uint64Of(record, alarm_tag::SEQUENCE);
     } catch (const std::exception& fault) {
         ++m_malformed;
-        spdlog::error("alarm events: a record without a number is skipped: {}", fault.what());
+        logLine(LOG_NAME, LogLevel::Error, std::string("a record without a number is skipped: ") + fault.what());
         return;
     }
     if (sequence <= handled) {
         ++m_malformed;
-        spdlog::error("alarm events: event {} behind event {} is skipped", sequence, handled);
+        logLine(LOG_NAME, LogLevel::Error,
+                "event " + std::to_string(sequence) + " behind event " + std::to_string(handled) + " is skipped");
         return;
     }
     if (sequence > handled + 1) {
         m_missing += sequence - handled - 1;
-        spdlog::error("alarm events: events {} to {} are missing, the backend does not keep them any more", handled + 1,
-                      sequence - 1);
+        logLine(LOG_NAME, LogLevel::Error,
+                "events " + std::to_string(handled + 1) + " to " + std::to_string(sequence - 1) +
+                    " are missing, the backend does not keep them any more");
     }
     handled = sequence;
     ++m_events;

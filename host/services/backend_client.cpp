@@ -1,20 +1,21 @@
 #include "host/services/backend_client.h"
 
-#include <spdlog/spdlog.h>
-
 #include <stdexcept>
 #include <utility>
 
 #include "host/services/backend_result.h"
+#include "host/services/logging.h"
 #include "platform/snmp_configuration.h"
 
 namespace {
+
+constexpr char LOG_NAME[] = "transport";
 
 BackendOptions optionsOfProcess() {
     try {
         return BackendOptions::fromDevice();
     } catch (const std::invalid_argument& fault) {
-        spdlog::error("{}; no backend can be reached", fault.what());
+        logLine(LOG_NAME, LogLevel::Error, std::string(fault.what()) + "; no backend can be reached");
         return {};
     }
 }
@@ -79,8 +80,9 @@ int BackendClient::call(CR8KPackageV3& request, CR8KPackageV3& response) {
     const auto bytes = encodePackage(request, m_options.packageLimit);
     if (!bytes) {
         ++m_failures;
-        spdlog::warn("request to the management backend is larger than the package limit of {} bytes",
-                     m_options.packageLimit);
+        logLine(LOG_NAME, LogLevel::Warn,
+                "a request to the management backend is larger than the package limit of " +
+                    std::to_string(m_options.packageLimit) + " bytes");
         return BACKEND_TOO_LARGE;
     }
     CR8KPackageV3 answer;
@@ -179,10 +181,11 @@ void BackendClient::noteState(bool reachable, Clock::time_point begun, const std
     if (m_stateKnown && m_reachable == reachable) return;
     m_stateKnown = true;
     m_reachable = reachable;
+    const std::string backend = "the management backend at " + m_options.address.text();
     if (reachable) {
-        spdlog::info("management backend at {} is reachable", m_options.address.text());
+        logLine(LOG_NAME, LogLevel::Info, backend + " is reachable");
     } else {
-        spdlog::warn("management backend at {} is not reachable: {}", m_options.address.text(), reason);
+        logLine(LOG_NAME, LogLevel::Warn, backend + " is not reachable: " + reason);
     }
 }
 
