@@ -12,7 +12,7 @@ constexpr char SECTION[] = "BACKEND";
 constexpr char DEFAULT_ADDRESS[] = "unix:state/backend.sock";
 
 constexpr unsigned long long LONGEST_DEADLINE_MS = 60'000;
-constexpr unsigned long long SMALLEST_PACKAGE_LIMIT = 128 * 1024;  // twice the largest record: any answer can be cut
+constexpr unsigned long long SMALLEST_PACKAGE_LIMIT = 128ULL * 1024;  // twice the largest record: any answer can be cut
 constexpr unsigned long long LARGEST_PACKAGE_LIMIT = 1ULL << 30;
 constexpr unsigned long long MOST_CONNECTIONS = 32;  // the backend serves several transports
 
