@@ -1,6 +1,7 @@
 #include "host/agent/agent.h"
 
 #include "host/agent/net_snmp.h"
+#include "host/services/trap_api.h"
 
 Agent::Agent(AgentLoop& loop, const std::string& root, const std::vector<std::string>& modules)
     : m_loop(loop), m_engine(root), m_loader(root + "/mibs") {
@@ -12,6 +13,9 @@ Agent::Agent(AgentLoop& loop, const std::string& root, const std::vector<std::st
         objects.push_back(m_objects.back().get());
     }
     m_desk = std::make_unique<RequestDesk>(m_loop, objects, m_engine.deskLimits());
+    m_desk->onSet = [this] { m_users.refresh(); };  // a manager may have created users since
+    setTrapUserCheck([this](const std::string& user) { return m_users.exists(user); });
+    m_users.refresh();
     for (ManagedObject* object : objects) {
         m_registrations.push_back(std::make_unique<ObjectRegistration>(*object, m_desk->transactions()));
     }
@@ -19,6 +23,7 @@ Agent::Agent(AgentLoop& loop, const std::string& root, const std::vector<std::st
 
 // In the reverse order of making, but that the sessions, which know the desk, close first.
 Agent::~Agent() {
+    setTrapUserCheck({});
     m_engine.closeListeners();
     m_registrations.clear();
     m_desk.reset();

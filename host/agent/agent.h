@@ -20,6 +20,7 @@
 #include "host/agent/object_registration.h"
 #include "host/agent/request_desk.h"
 #include "host/agent/snmp_engine.h"
+#include "host/agent/usm_users.h"
 
 class Agent {
 public:
@@ -46,6 +47,7 @@ public:
 private:
     AgentLoop& m_loop;
     SnmpEngine m_engine;
+    UsmUsers m_users;
     ModuleLoader m_loader;
     std::vector<std::unique_ptr<ManagedObject>> m_objects;
     std::unique_ptr<RequestDesk> m_desk;

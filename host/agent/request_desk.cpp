@@ -308,6 +308,7 @@ int RequestDesk::takeSet(netsnmp_session* session, int requestId, netsnmp_pdu* p
     const std::string key = retryKey(session, *pdu);
     if (isRetry(session, requestId, pdu, key)) return 1;
 
+    if (onSet) onSet();
     std::vector<SetStep> steps;
     const auto finder = [this](const netsnmp_variable_list& varbind) { return objectOf(varbind); };
     const SetResult parsed = parseSet(pdu, finder, steps);

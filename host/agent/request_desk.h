@@ -13,6 +13,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -39,6 +40,9 @@ public:
 
     // A session's callback, with the desk as the session's magic.
     static int receive(int operation, netsnmp_session* session, int requestId, netsnmp_pdu* pdu, void* desk);
+
+    // Called before a SET is checked.
+    std::function<void()> onSet;
 
     const ReadTransactions& transactions() const { return m_transactions; }
 

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "host/services/backend_result.h"
+#include "host/services/trap_destination_result.h"
 
 namespace {
 
@@ -13,14 +14,26 @@ constexpr int PARAM_ERROR = 0x3000003;  // of handlers: a parameter is missing o
 struct tResult {
     int result;
     int error;
-    const char* text;
+    const char* (*text)(int result);
 };
 
+const char* parameterText(int) {
+    return "a parameter is missing or invalid";
+}
+
 constexpr tResult RESULTS[] = {
-    {PARAM_ERROR, SNMP_ERR_WRONGVALUE, "a parameter is missing or invalid"},
+    {PARAM_ERROR, SNMP_ERR_WRONGVALUE, parameterText},
+
+    {TRAP_DESTINATION_LIMIT, SNMP_ERR_RESOURCEUNAVAILABLE, trapDestinationResultText},
+    {TRAP_DESTINATION_DUPLICATE, SNMP_ERR_INCONSISTENTVALUE, trapDestinationResultText},
+    {TRAP_DESTINATION_NO_ROW, SNMP_ERR_INCONSISTENTNAME, trapDestinationResultText},
+    {TRAP_DESTINATION_NUMBER_TAKEN, SNMP_ERR_INCONSISTENTVALUE, trapDestinationResultText},
+    {TRAP_DESTINATION_BAD_VALUE, SNMP_ERR_INCONSISTENTVALUE, trapDestinationResultText},
+    {TRAP_DESTINATION_STORE_FAILED, SNMP_ERR_RESOURCEUNAVAILABLE, trapDestinationResultText},
+
     // Backend calls that had no answer; whatever the backend itself refuses is genErr.
-    {BACKEND_TIMEOUT, SNMP_ERR_RESOURCEUNAVAILABLE, nullptr},
-    {BACKEND_UNREACHABLE, SNMP_ERR_RESOURCEUNAVAILABLE, nullptr},
+    {BACKEND_TIMEOUT, SNMP_ERR_RESOURCEUNAVAILABLE, backendResultText},
+    {BACKEND_UNREACHABLE, SNMP_ERR_RESOURCEUNAVAILABLE, backendResultText},
 };
 
 const tResult* find(int result) {
@@ -40,6 +53,6 @@ std::string setResultText(int result) {
     std::array<char, 16> number{};
     std::snprintf(number.data(), number.size(), "0x%X", static_cast<unsigned int>(result));
     const tResult* const known = find(result);
-    const char* const text = known != nullptr && known->text != nullptr ? known->text : backendResultText(result);
+    const char* const text = known == nullptr ? backendResultText(result) : known->text(result);
     return std::string("result ") + number.data() + " (" + text + ")";
 }

@@ -27,33 +27,45 @@ CTLVRecordV3& appendRecord(CR8KPackageV3& package, const RowCells& cells) {
 }  // namespace
 
 SetResult StepExecution::apply() {
-    if (!m_step.object->mib().table) return applyScalar();
+    const MibObject& mib = m_step.object->mib();
+    TableChanges transaction(mib.root);
+    if (!mib.table) return applyScalar(transaction);
     std::vector<tChange> changes;
     try {
         const SetResult planned = plan(*m_step.object->reader().records(), changes);
         if (!planned.ok()) return planned;
     } catch (const ReadError& error) {
-        agent_log::warn(std::string(name()) + ": a SET needs the current rows, which cannot be read: " + error.what());
+        agent_log::warn(mib.name + ": a SET needs the current rows, which cannot be read: " + error.what());
         return {SNMP_ERR_GENERR, m_step.rows.front().anyVariable()};
     }
     std::stable_sort(changes.begin(), changes.end(),
                      [](const tChange& a, const tChange& b) { return a.kind < b.kind; });
     for (tChange& change : changes) {
-        const int error =
-            call(change.kind, change.row->number, change.kind == Kind::Delete ? RowCells() : change.after);
+        const int error = call(transaction, change.kind, change.row->number, change.after);
         if (error != SNMP_ERR_NOERROR) {
             const int variable = change.row->anyVariable();
-            return {undo() ? error : SNMP_ERR_UNDOFAILED, variable};
+            return {takeBack(transaction) ? error : SNMP_ERR_UNDOFAILED, variable};
         }
         m_done.push_back(std::move(change));
     }
-    return {};
+    const int result = transaction.commit();
+    if (result == 0) return {};
+    m_done.clear();
+    agent_log::warn(mib.name + ": a SET could not be kept: " + setResultText(result));
+    return {setError(result), m_step.rows.front().anyVariable()};
 }
 
-SetResult StepExecution::applyScalar() {
+SetResult StepExecution::applyScalar(TableChanges& transaction) {
     const SetCell& value = m_step.rows.front().cells.front();
-    const int error = call(Kind::Modify, 0, {{value.tag, value.cell}});
+    const int error = call(transaction, Kind::Modify, 0, {{value.tag, value.cell}});
     return {error, error == SNMP_ERR_NOERROR ? 0 : value.variable};
+}
+
+// What was done before a change failed.
+bool StepExecution::takeBack(TableChanges& changes) {
+    if (!changes.takesBack()) return undo();
+    m_done.clear();
+    return true;
 }
 
 SetResult StepExecution::plan(const CR8KPackageV3& current, std::vector<tChange>& changes) const {
@@ -109,7 +121,9 @@ SetResult StepExecution::planRow(const SetRow& row, const CTLVRecordV3* current,
 }
 
 bool StepExecution::undo() {
-    if (!m_step.object->mib().table) return false;
+    const MibObject& mib = m_step.object->mib();
+    if (!mib.table) return false;
+    TableChanges transaction(mib.root);
     bool undone = true;
     while (!m_done.empty()) {
         const tChange change = std::move(m_done.back());
@@ -117,25 +131,25 @@ bool StepExecution::undo() {
         int error = SNMP_ERR_NOERROR;
         switch (change.kind) {
             case Kind::Create:
-                error = call(Kind::Delete, change.row->number, {});
+                error = call(transaction, Kind::Delete, change.row->number, {});
                 break;
             case Kind::Modify:
-                error = call(Kind::Modify, change.row->number, change.before);
+                error = call(transaction, Kind::Modify, change.row->number, change.before);
                 break;
             case Kind::Delete:
-                error = call(Kind::Create, change.row->number, change.before);
+                error = call(transaction, Kind::Create, change.row->number, change.before);
                 break;
         }
         if (error != SNMP_ERR_NOERROR) {
-            agent_log::error(std::string(name()) + ": a SET that failed could not be taken back in row " +
+            agent_log::error(mib.name + ": a SET that failed could not be taken back in row " +
                              std::to_string(change.row->number));
             undone = false;
         }
     }
-    return undone;
+    return transaction.commit() == 0 && undone;
 }
 
-int StepExecution::call(Kind kind, std::uint32_t number, const RowCells& cells) const {
+int StepExecution::call(TableChanges& changes, Kind kind, std::uint32_t number, const RowCells& cells) const {
     static constexpr const char* NAMES[] = {"delete", "modify", "create"};  // by Kind
     const MibObject& mib = m_step.object->mib();
     CSnmpHandler& handler = m_step.object->handler();
@@ -165,6 +179,7 @@ int StepExecution::call(Kind kind, std::uint32_t number, const RowCells& cells) 
                     result = handler.OnModifyTable(context, request, response);
                     break;
                 case Kind::Create:
+                    changes.nextRow(number);
                     result = handler.OnCreateTable(context, request, response);
                     break;
             }

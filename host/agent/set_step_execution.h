@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/agent/destination_checks.h"
+#include "host/agent/destination_table.h"
 #include "host/agent/set_request.h"
 #include "vrxpub/vrx_message_package.h"
 
@@ -40,12 +40,12 @@ private:
         RowCells after;   // empty for Delete
     };
 
-    SetResult applyScalar();
+    SetResult applyScalar(TableChanges& transaction);
     SetResult plan(const CR8KPackageV3& current, std::vector<tChange>& changes) const;
     SetResult planRow(const SetRow& row, const CTLVRecordV3* current, std::vector<tChange>& changes) const;
-    int call(Kind kind, std::uint32_t number, const RowCells& cells) const;
+    int call(TableChanges& changes, Kind kind, std::uint32_t number, const RowCells& cells) const;
+    bool takeBack(TableChanges& changes);
     int errorOf(int result) const;
-    const char* name() const { return m_step.object->mib().name.c_str(); }
 
     SetStep m_step;
     std::vector<tChange> m_done;

@@ -1,4 +1,4 @@
-#include "host/agent/destination_checks.h"
+#include "host/agent/destination_table.h"
 
 #include "platform/snmp_trap_api.h"
 
@@ -62,4 +62,16 @@ SetResult checkDestination(const SetRow& row, const RowCells& cells) {
         return {SNMP_ERR_INCONSISTENTVALUE, row.rowStatusVariable};
     }
     return {};
+}
+
+TableChanges::TableChanges(const OidVector& root) {
+    if (isDestinationTable(root)) m_transaction.emplace();
+}
+
+void TableChanges::nextRow(std::uint32_t number) {
+    if (m_transaction) m_transaction->assignNext(number);
+}
+
+int TableChanges::commit() {
+    return m_transaction ? m_transaction->commit() : 0;
 }
