@@ -234,19 +234,25 @@ class System:
     def address(self):
         return "udp:127.0.0.1:%d" % self.port
 
-    def tool_environment(self):
-        return dict(os.environ, MIBDIRS=mib_path(), MIBS="ALL", SNMPCONFPATH=self.path("no-such-folder"),
-                    SNMP_PERSISTENT_DIR=self.path("tools"))
+    def tool_environment(self, named=False):
+        """For Net-SNMP's tools: nothing of this machine's configuration, and MIB files only where names are wanted."""
+        environment = dict(os.environ, MIBS="", SNMPCONFPATH=self.path("no-such-folder"),
+                           SNMP_PERSISTENT_DIR=self.path("tools"))
+        if named:
+            environment.update(MIBDIRS=mib_path(), MIBS="ALL")
+        return environment
 
-    def run(self, tool, *arguments, version=None, options=(), check=True, timeout=2, retries=2, address=None):
+    def run(self, tool, *arguments, version=None, options=(), check=True, timeout=2, retries=2, address=None,
+            named=False):
         """Runs one of Net-SNMP's tools against the agent: its standard output, without the last newline.
 
-        Names and values come numerically unless `options` say otherwise. check=False returns the CompletedProcess.
+        Names and values come numerically unless `options` say otherwise; `named` lets the tool read our MIB files.
+        check=False returns the CompletedProcess.
         """
         command = [tool, "-On", "-Oe", "-Ot", "-t", str(timeout), "-r", str(retries)] + list(version or V2C)
         command += list(options) + [address or self.address] + list(arguments)
         done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False,
-                              env=self.tool_environment(), errors="replace")
+                              env=self.tool_environment(named), errors="replace")
         if not check:
             return done
         if done.returncode != 0:
