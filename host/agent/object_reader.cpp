@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "host/agent/handler_results.h"
 #include "host/agent/row_naming.h"
 #include "host/agent/snmp_context.h"
 
@@ -63,7 +64,7 @@ std::unique_ptr<CR8KPackageV3> ObjectReader::query(const CR8KPackageV3& request)
     } catch (...) {
         throw ReadError("an exception of an unknown type");
     }
-    if (result != 0) throw ReadError("result " + std::to_string(result));
+    if (result != 0) throw ReadError(resultText(result));
     return response;
 }
 

@@ -132,7 +132,7 @@ void ObjectRegistration::read(netsnmp_agent_request_info* info, netsnmp_request_
                 std::min(transaction->repetitionsBefore, static_cast<long>(request->orig_repeat - request->repeat));
             request->delegated = 1;  // keeps the engine from sending an answer
         } else if (data->second.state != ReadTransaction::ObjectData::State::Ready) {
-            netsnmp_request_set_error(request, SNMP_ERR_GENERR);
+            refuse(request);
         } else if (info->mode == MODE_GET) {
             get(*data->second.snapshot, request);
         } else if (info->mode == MODE_GETNEXT) {
@@ -140,6 +140,14 @@ void ObjectRegistration::read(netsnmp_agent_request_info* info, netsnmp_request_
         } else {
             getBulk(data->second, info->asp->pdu, request);
         }
+    }
+}
+
+// The object cannot be read. A walk that only comes by goes on to the next one: the object before must not seem broken.
+void ObjectRegistration::refuse(netsnmp_request_info* request) const {
+    const netsnmp_variable_list* const varbind = request->requestvb;
+    if (isBelow(varbind->name, varbind->name_length, m_object.mib().root)) {
+        netsnmp_request_set_error(request, SNMP_ERR_GENERR);
     }
 }
 

@@ -5,8 +5,8 @@
 #include <map>
 
 #include "host/agent/agent_log.h"
+#include "host/agent/handler_results.h"
 #include "host/agent/row_naming.h"
-#include "host/agent/set_errors.h"
 #include "host/agent/snmp_context.h"
 #include "host/agent/snmp_value.h"
 
@@ -51,8 +51,8 @@ SetResult StepExecution::apply() {
     const int result = transaction.commit();
     if (result == 0) return {};
     m_done.clear();
-    agent_log::warn(mib.name + ": a SET could not be kept: " + setResultText(result));
-    return {setError(result), m_step.rows.front().anyVariable()};
+    agent_log::warn(mib.name + ": a SET could not be kept: " + resultText(result));
+    return {snmpErrorOf(result), m_step.rows.front().anyVariable()};
 }
 
 SetResult StepExecution::applyScalar(TableChanges& transaction) {
@@ -185,7 +185,7 @@ int StepExecution::call(TableChanges& changes, Kind kind, std::uint32_t number, 
             }
         }
         if (result == 0) return SNMP_ERR_NOERROR;
-        agent_log::warn(mib.name + ": " + what + " failed: " + setResultText(result));
+        agent_log::warn(mib.name + ": " + what + " failed: " + resultText(result));
         return errorOf(result);
     } catch (const std::exception& error) {
         agent_log::warn(mib.name + ": " + what + " failed: " + error.what());
@@ -197,7 +197,7 @@ int StepExecution::call(TableChanges& changes, Kind kind, std::uint32_t number, 
 
 // Values that were checked one by one can only be at fault together.
 int StepExecution::errorOf(int result) const {
-    const int error = setError(result);
+    const int error = snmpErrorOf(result);
     return error == SNMP_ERR_WRONGVALUE && isDestinationTable(m_step.object->mib().root) ? SNMP_ERR_INCONSISTENTVALUE
                                                                                          : error;
 }

@@ -1,4 +1,4 @@
-#include "host/agent/set_errors.h"
+#include "host/agent/handler_results.h"
 
 #include <algorithm>
 #include <array>
@@ -44,12 +44,12 @@ const tResult* find(int result) {
 
 }  // namespace
 
-int setError(int result) {
+int snmpErrorOf(int result) {
     const tResult* const known = find(result);
     return known == nullptr ? SNMP_ERR_GENERR : known->error;
 }
 
-std::string setResultText(int result) {
+std::string resultText(int result) {
     std::array<char, 16> number{};
     std::snprintf(number.data(), number.size(), "0x%X", static_cast<unsigned int>(result));
     const tResult* const known = find(result);
