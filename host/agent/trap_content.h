@@ -4,8 +4,6 @@
 // Threads: constant once made.
 #pragma once
 
-#include <agent_pp/snmp_pp_ext.h>
-
 #include <string>
 #include <vector>
 
@@ -21,10 +19,3 @@ struct Trap {
     OidVector oid;  // snmpTrapOID; empty when the handler's was no object identifier
     std::vector<TrapBinding> bindings;
 };
-
-// The trap of a handler's OID and bindings. A binding whose name is no object identifier is left out and counted in
-// `leftOut`; a value that no SNMP message can carry becomes ASN_NULL.
-Trap trapOf(const Snmp_pp::Oid& oid, const Agentpp::Vbx* bindings, int count, int& leftOut);
-
-// The sub-identifiers, or an empty vector unless there are 2 to 128 of 32 bits each.
-OidVector oidOf(const Snmp_pp::Oid& oid);

@@ -4,12 +4,11 @@
 // The configuration header comes first.
 #include <net-snmp/net-snmp-includes.h>
 
+#include <arpa/inet.h>
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 #include <net-snmp/library/snmpusm.h>
-#include <netdb.h>
 #include <sys/socket.h>
 
-#include <array>
 #include <cstdlib>
 #include <vector>
 
@@ -31,12 +30,11 @@ struct CloseSession {
 };
 using SessionPointer = std::unique_ptr<void, CloseSession>;
 
+constexpr std::size_t LONGEST_ENGINE_ID = 32;
+
 std::vector<u_char> ownEngineId() {
-    std::size_t length = 0;
-    u_char* bytes = snmpv3_generate_engineID(&length);
-    std::vector<u_char> id;
-    if (bytes != nullptr) id.assign(bytes, bytes + length);
-    std::free(bytes);
+    std::vector<u_char> id(LONGEST_ENGINE_ID);
+    id.resize(snmpv3_get_engineID(id.data(), id.size()));
     return id;
 }
 

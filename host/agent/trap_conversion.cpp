@@ -1,4 +1,4 @@
-#include "host/agent/trap_content.h"
+#include "host/agent/trap_conversion.h"
 
 #include <limits>
 
@@ -84,20 +84,20 @@ bool readValue(const Agentpp::Vbx& binding, SnmpValue& value) {
 
 }  // namespace
 
-OidVector oidOf(const Snmp_pp::Oid& oid) {
+OidVector oidOf(const Snmp_pp::Oid& name) {
     OidVector ids;
-    const Snmp_pp::SmiUINT32 length = oid.len();
+    const Snmp_pp::SmiUINT32 length = name.len();
     if (length < SHORTEST_NAME || length > LONGEST_NAME) return ids;
     for (Snmp_pp::SmiUINT32 i = 0; i < length; ++i) {
-        if (oid[i] > std::numeric_limits<std::uint32_t>::max()) return {};
-        ids.push_back(oid[i]);
+        if (name[i] > std::numeric_limits<std::uint32_t>::max()) return {};
+        ids.push_back(name[i]);
     }
     return ids;
 }
 
-Trap trapOf(const Snmp_pp::Oid& oid, const Agentpp::Vbx* bindings, int count, int& leftOut) {
+Trap trapOf(const Snmp_pp::Oid& trapOid, const Agentpp::Vbx* bindings, int count, int& leftOut) {
     Trap trap;
-    trap.oid = oidOf(oid);
+    trap.oid = oidOf(trapOid);
     leftOut = 0;
     for (int i = 0; i < count; ++i) {
         TrapBinding binding;

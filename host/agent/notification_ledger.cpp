@@ -1,0 +1,140 @@
+#include "host/agent/notification_ledger.h"
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <chrono>
+
+#include "host/agent/agent_log.h"
+
+namespace {
+
+constexpr std::chrono::milliseconds WRITE_INTERVAL{100};
+
+constexpr const char* SCHEMA =
+    "PRAGMA journal_mode=WAL;"
+    "PRAGMA synchronous=FULL;"  // a number that was written is not taken back by a power cut
+    "CREATE TABLE IF NOT EXISTS ledger (id INTEGER PRIMARY KEY CHECK (id = 1), done INTEGER NOT NULL)";
+
+}  // namespace
+
+NotificationLedger::NotificationLedger(const std::string& path) : m_database(path) {
+    m_database.execute(SCHEMA);
+    SqliteStatement select(m_database, "SELECT done FROM ledger");
+    SqliteStatement::Run row(select);
+    if (row.step()) m_written = m_lastBegun = row.number(0);
+
+    // Signals are the agent thread's: a new thread inherits the mask.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, &before);
+    m_writer = std::thread([this] { run(); });
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+NotificationLedger::~NotificationLedger() {
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_stopping = true;
+    }
+    m_changed.notify_all();
+    m_writer.join();
+    try {
+        flush();
+    } catch (const SqliteError& fault) {
+        agent_log::error(std::string("the last alarm event handled cannot be stored: ") + fault.what());
+    }
+}
+
+std::optional<NotificationLedger::Sequence> NotificationLedger::lastBegun() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_lastBegun;
+}
+
+std::optional<NotificationLedger::Sequence> NotificationLedger::lastDone() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (!m_lastBegun) return std::nullopt;
+    return doneLocked();
+}
+
+// REQUIRES: m_lastBegun holds a number.
+NotificationLedger::Sequence NotificationLedger::doneLocked() const {
+    return m_open.empty() ? *m_lastBegun : m_open.begin()->first - 1;
+}
+
+void NotificationLedger::startBehind(Sequence sequence) {
+    const std::lock_guard<std::mutex> writing(m_writing);
+    write(sequence);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    ++m_numbering;  // events of the old numbering are settled into nothing
+    m_open.clear();
+    m_lastBegun = m_written = sequence;
+}
+
+NotificationLedger::Ticket NotificationLedger::begin(Sequence sequence) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_open[sequence] = 1;
+    m_lastBegun = sequence;
+    return {sequence, m_numbering};
+}
+
+void NotificationLedger::hold(const Ticket& ticket) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (ticket.numbering == m_numbering) ++m_open[ticket.sequence];
+}
+
+void NotificationLedger::settle(const Ticket& ticket) {
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (ticket.numbering != m_numbering) return;
+        const auto open = m_open.find(ticket.sequence);
+        if (open == m_open.end() || --open->second > 0) return;
+        const bool first = open == m_open.begin();
+        m_open.erase(open);
+        if (!first) return;  // the number to store is as before
+    }
+    m_changed.notify_all();
+}
+
+void NotificationLedger::flush() {
+    const std::lock_guard<std::mutex> writing(m_writing);
+    std::optional<Sequence> done;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (!m_lastBegun) return;
+        done = doneLocked();
+        if (done == m_written) return;
+    }
+    write(*done);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_written = done;
+}
+
+void NotificationLedger::write(Sequence sequence) {
+    SqliteStatement insert(m_database, "INSERT OR REPLACE INTO ledger (id, done) VALUES (1, ?)");
+    SqliteStatement::Run row(insert);
+    row.bind(1, sequence);
+    row.step();
+}
+
+void NotificationLedger::run() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    while (!m_stopping) {
+        m_changed.wait(lock, [this] { return m_stopping || (m_lastBegun && doneLocked() != m_written); });
+        if (m_stopping) return;
+        lock.unlock();
+        try {
+            flush();
+            m_writeFailed = false;
+        } catch (const SqliteError& fault) {
+            if (!m_writeFailed) {
+                agent_log::error(std::string("the last alarm event handled cannot be stored, trying again: ") +
+                                 fault.what());
+            }
+            m_writeFailed = true;
+        }
+        lock.lock();
+        m_changed.wait_for(lock, WRITE_INTERVAL, [this] { return m_stopping; });
+    }
+}

@@ -1,0 +1,78 @@
+// Remembers on disk which alarm events are done with: every trap of theirs was sent, or dropped for a reason.
+//
+//     NotificationLedger ledger(root + "/state/notifications.db");
+//     const auto ticket = ledger.begin(sequence);
+//     ledger.hold(ticket);                                     // once per trap
+//     sender.submit(..., [&, ticket] { ledger.settle(ticket); });
+//     ledger.settle(ticket);                                   // for begin()
+//
+// What is stored is the number below which nothing is open: events may be done with in any order, but after a restart
+// the agent goes on behind the first one that was not, so each is handled at least once. It is written at most every
+// 100 ms, by a thread of the ledger: a crash repeats the events of that moment. kill -9 and a power cut lose no more.
+//
+// Threads: any.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "host/backend/sqlite_database.h"
+
+class NotificationLedger {
+public:
+    using Sequence = unsigned long long;
+
+    // An event under way.
+    struct Ticket {
+        Sequence sequence = 0;
+        std::uint64_t numbering = 0;  // of the backend's store: a younger one starts anew
+    };
+
+    // Opens or creates the file. Throws SqliteError.
+    explicit NotificationLedger(const std::string& path);
+    ~NotificationLedger();  // writes what is known
+    NotificationLedger(const NotificationLedger&) = delete;
+    NotificationLedger& operator=(const NotificationLedger&) = delete;
+
+    // The last event that began, or that an earlier life of the process was done with; nothing when none ever was.
+    std::optional<Sequence> lastBegun() const;
+
+    // The last event up to which all are done with.
+    std::optional<Sequence> lastDone() const;
+
+    // Counts from here: on disk when it returns. For the first contact with a backend and for a store that began anew.
+    // Throws SqliteError.
+    void startBehind(Sequence sequence);
+
+    // REQUIRES: `sequence` above lastBegun().
+    Ticket begin(Sequence sequence);
+    void hold(const Ticket& ticket);
+    void settle(const Ticket& ticket);
+
+    // Writes now. Throws SqliteError.
+    void flush();
+
+private:
+    void run();
+    void write(Sequence sequence);  // caller holds m_writing
+    Sequence doneLocked() const;    // caller holds m_mutex
+
+    std::mutex m_writing;  // taken before m_mutex; guards the next
+    SqliteDatabase m_database;
+    bool m_writeFailed = false;  // writer thread only
+
+    mutable std::mutex m_mutex;  // guards the rest
+    std::condition_variable m_changed;
+    std::map<Sequence, unsigned int> m_open;  // holds of each event that is under way
+    std::optional<Sequence> m_lastBegun;
+    std::optional<Sequence> m_written;
+    std::uint64_t m_numbering = 0;
+    bool m_stopping = false;
+
+    std::thread m_writer;
+};

@@ -1,0 +1,118 @@
+#include "host/agent/trap_conversion.h"  // first: see there
+
+#include "host/agent/notification_path.h"
+
+#include <exception>
+#include <string>
+
+#include "host/agent/agent_log.h"
+#include "host/services/backend_protocol.h"
+#include "platform/notify_msg_handler.h"
+
+NotificationPath::NotificationPath(const std::list<INotifyMsgHandler*>& handlers, const TamrelBinding& binding,
+                                   TrapSender& sender, NotificationLedger& ledger, std::function<void()> alarmsChanged)
+    : m_handlers(handlers),
+      m_binding(binding),
+      m_sender(sender),
+      m_ledger(ledger),
+      m_alarmsChanged(std::move(alarmsChanged)) {}
+
+// Events that began in this life of the process are in the sender's queues already and need not come again.
+std::optional<unsigned long long> NotificationPath::lastHandledEvent() {
+    return m_ledger.lastBegun();
+}
+
+void NotificationPath::onConnected(unsigned long long lastSequenceOfStore,
+                                   const std::vector<unsigned int>& activeSerials) {
+    const std::optional<unsigned long long> last = m_ledger.lastBegun();
+    if (!last) {
+        m_ledger.startBehind(lastSequenceOfStore);
+    } else if (*last > lastSequenceOfStore) {
+        m_ledger.startBehind(0);  // a store that began anew: the source delivers all of its events
+    }
+    m_comparedAt = lastSequenceOfStore;
+    const TamrelBinding::Difference difference = m_binding.compare(activeSerials);
+    if (difference.added + difference.deleted > 0) {
+        agent_log::info("repository of active alarms: " + std::to_string(difference.added) + " added and " +
+                        std::to_string(difference.deleted) + " deleted to match the backend");
+    }
+    m_alarmsChanged();
+}
+
+void NotificationPath::onEvent(unsigned long long sequence, const CTLVRecordV3& record) {
+    const Ticket ticket = m_ledger.begin(sequence);
+    ++m_events;
+    follow(sequence, record);
+    m_alarmsChanged();
+    for (INotifyMsgHandler* handler : m_handlers) notify(*handler, ticket, record);
+    m_ledger.settle(ticket);
+}
+
+void NotificationPath::onDisconnected() {
+    m_alarmsChanged();  // whoever reads now learns how things are, not how they were
+}
+
+NotificationPath::Counters NotificationPath::counters() const {
+    Counters counters;
+    counters.events = m_events;
+    counters.notBuilt = m_notBuilt;
+    counters.badRecords = m_badRecords;
+    return counters;
+}
+
+void NotificationPath::follow(unsigned long long sequence, const CTLVRecordV3& record) {
+    if (sequence <= m_comparedAt) return;
+    try {
+        m_binding.follow(record);
+    } catch (const std::exception& fault) {
+        ++m_badRecords;
+        agent_log::error("alarm event " + std::to_string(sequence) +
+                         ": the repository of active alarms cannot follow it: " + fault.what());
+    }
+}
+
+void NotificationPath::notify(INotifyMsgHandler& handler, const Ticket& ticket, const CTLVRecordV3& record) {
+    const std::shared_ptr<const TrapDestinationMap> all = m_sender.destinations();
+    std::list<tTrapDestInfo> chosen;
+    std::shared_ptr<const Trap> trap;
+    try {
+        handler.filterTrapMap(*all, chosen);
+        if (!chosen.empty()) trap = build(handler, ticket, record);
+    } catch (const std::exception& fault) {
+        ++m_notBuilt;
+        agent_log::error("alarm event " + std::to_string(ticket.sequence) + " is skipped: " + fault.what());
+    }
+    m_ledger.hold(ticket);
+    m_sender.submit(*all, chosen, std::move(trap), [this, ticket] { m_ledger.settle(ticket); });
+}
+
+// Null when the handler cannot use the record.
+std::shared_ptr<const Trap> NotificationPath::build(INotifyMsgHandler& handler, const Ticket& ticket,
+                                                    const CTLVRecordV3& record) {
+    Agentpp::Vbx* raw = nullptr;
+    struct Release {
+        Agentpp::Vbx*& bindings;
+        ~Release() { delete[] bindings; }
+    } const release{raw};
+    const int result = handler.constructAlarmTrapVb(record, raw);
+    if (result != 0 || raw == nullptr) {
+        ++m_notBuilt;
+        agent_log::error("alarm event " + std::to_string(ticket.sequence) +
+                         " is skipped: the notification handler gives " + std::to_string(result));
+        return nullptr;
+    }
+    const CTLVCell& alarmId = record[alarm_tag::ID];
+    alarmId.checkNumerical();
+    const Agentpp::Oidx& trapOid = handler.getTrapOid(CTLVCell::ValueCast<unsigned long long>()(&alarmId));
+    int leftOut = 0;
+    auto trap = std::make_shared<Trap>(trapOf(trapOid, raw, handler.getTrapVbLen(), leftOut));
+    if (leftOut > 0) {
+        agent_log::warn("alarm event " + std::to_string(ticket.sequence) + ": " + std::to_string(leftOut) +
+                        " bindings without an object identifier are left out");
+    }
+    if (trap->oid.empty()) {
+        agent_log::error("alarm event " + std::to_string(ticket.sequence) + ": its trap is dropped, \"" +
+                         trapOid.get_printable() + "\" is no trap OID");
+    }
+    return trap;
+}

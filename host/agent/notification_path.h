@@ -1,0 +1,61 @@
+// From an alarm event to the traps of it: asks every notification handler of the dispatcher which destinations are to
+// get its trap, lets it build one if there is any, and hands that to the sender. The repository of active alarms and
+// the ledger follow.
+//
+// An event whose record a handler cannot use is logged, counted and done with: it would be as bad next time.
+//
+// Threads: the event source's; counters() from any.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <list>
+
+#include "host/agent/notification_ledger.h"
+#include "host/agent/tamrel_binding.h"
+#include "host/agent/trap_sender.h"
+#include "host/services/alarm_event_source.h"
+
+class INotifyMsgHandler;
+
+class NotificationPath : public AlarmEventSource::Listener {
+public:
+    struct Counters {
+        std::uint64_t events = 0;      // handled, in this life of the process
+        std::uint64_t notBuilt = 0;    // traps that a handler could not build: bad records, unknown alarms
+        std::uint64_t badRecords = 0;  // events that the repository could not follow
+    };
+
+    // What is given outlives the path. `alarmsChanged` is called before the traps of an event go out, from the event
+    // source's thread: what was read of the alarms before is stale.
+    NotificationPath(const std::list<INotifyMsgHandler*>& handlers, const TamrelBinding& binding, TrapSender& sender,
+                     NotificationLedger& ledger, std::function<void()> alarmsChanged);
+
+    std::optional<unsigned long long> lastHandledEvent() override;
+    void onConnected(unsigned long long lastSequenceOfStore, const std::vector<unsigned int>& activeSerials) override;
+    void onEvent(unsigned long long sequence, const CTLVRecordV3& record) override;
+    void onDisconnected() override;
+
+    Counters counters() const;
+
+private:
+    using Ticket = NotificationLedger::Ticket;
+
+    void follow(unsigned long long sequence, const CTLVRecordV3& record);
+    void notify(INotifyMsgHandler& handler, const Ticket& ticket, const CTLVRecordV3& record);
+    std::shared_ptr<const Trap> build(INotifyMsgHandler& handler, const Ticket& ticket, const CTLVRecordV3& record);
+
+    const std::list<INotifyMsgHandler*>& m_handlers;
+    const TamrelBinding& m_binding;
+    TrapSender& m_sender;
+    NotificationLedger& m_ledger;
+    std::function<void()> m_alarmsChanged;
+
+    // The repository was compared with the backend when this was its last event: it is ahead of those up to here.
+    unsigned long long m_comparedAt = 0;
+
+    std::atomic<std::uint64_t> m_events{0};
+    std::atomic<std::uint64_t> m_notBuilt{0};
+    std::atomic<std::uint64_t> m_badRecords{0};
+};

@@ -1,0 +1,80 @@
+#include "host/agent/notification_service.h"
+
+#include <list>
+#include <mutex>
+#include <string>
+
+#include "host/agent/agent_log.h"
+#include "host/services/trap_api.h"
+#include "platform/notify_handler.h"
+#include "platform/snmp_trap_api.h"
+#include "platform/vrx_utility.h"
+
+// Hands the list of trap destinations to the sender, whole changes in their order.
+class NotificationService::DestinationReader {
+public:
+    explicit DestinationReader(TrapSender& sender) : m_sender(&sender) {}
+
+    void read() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_sender == nullptr) return;
+        std::list<tTrapDestInfo> destinations;
+        const int result = CSNMP_TrapApi::getAllTrapAddr(destinations);
+        if (result != 0) {
+            agent_log::error("the list of trap destinations cannot be read (" + std::to_string(result) +
+                             "): the last one that was read stays in force");
+            return;
+        }
+        m_sender->setDestinations(destinations);
+    }
+
+    void stop() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_sender = nullptr;
+    }
+
+private:
+    std::mutex m_mutex;
+    TrapSender* m_sender;  // guarded by m_mutex; null after stop()
+};
+
+NotificationService::NotificationService(AgentLoop& loop, std::function<void()> alarmsChanged)
+    : m_sender(loop, TrapOptions::fromDevice(), m_transport),
+      m_ledger(VRX_Utility::getVRXRootEnv() + "/state/notifications.db"),
+      m_binding(CNotifyHandler::instance()->handlers()),
+      m_path(CNotifyHandler::instance()->handlers(), m_binding, m_sender, m_ledger, std::move(alarmsChanged)),
+      m_source(m_path),
+      m_reader(std::make_shared<DestinationReader>(m_sender)) {}
+
+NotificationService::~NotificationService() {
+    stop();
+}
+
+void NotificationService::start() {
+    m_running = true;
+    setTrapDestinationListener([reader = m_reader] { reader->read(); });
+    m_reader->read();
+    m_sender.sendColdStart();
+    m_source.start();
+}
+
+void NotificationService::stop() {
+    if (!m_running) return;
+    m_running = false;
+    setTrapDestinationListener(nullptr);
+    m_reader->stop();
+    m_source.stop();
+    m_sender.stop();
+    const NotificationPath::Counters counters = m_path.counters();
+    agent_log::info("alarm events: " + std::to_string(counters.events) + " handled, " +
+                    std::to_string(counters.notBuilt) + " traps not built");
+}
+
+NotificationStatus NotificationService::status() const {
+    NotificationStatus status;
+    status.path = m_path.counters();
+    status.source = m_source.counters();
+    status.lastDone = m_ledger.lastDone();
+    status.traps = m_sender.status();
+    return status;
+}

@@ -1,0 +1,58 @@
+// What became of traps, per destination. Of every destination, and of those that are gone,
+//
+//     considered == filtered + sent + all of dropped + waiting
+//
+// where `considered` is the number of events times that of notification handlers since the destination is known, and
+// one more for the coldStart at start.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+enum class TrapDrop {
+    QueueFull,    // too many traps were waiting
+    Unresolved,   // too many, or for too long, waited for the address of the destination's name
+    NoCommunity,  // the destination names none, and neither does the configuration
+    UnknownUser,  // no such SNMPv3 user on this agent
+    SendFailed,   // the network or the library refused it
+    BadOid,       // the trap's OID is no object identifier
+    NotBuilt,     // the notification handler could not build it
+    Removed,      // the destination was deleted while the trap was waiting
+};
+constexpr std::size_t TRAP_DROPS = 8;
+const char* textOf(TrapDrop reason);
+
+struct TrapCounters {
+    std::uint64_t considered = 0;
+    std::uint64_t filtered = 0;          // not for this destination
+    std::uint64_t sent = 0;              // handed to the network
+    std::uint64_t paced = 0;             // of those sent: had to wait because of the pace
+    std::uint64_t counter64LeftOut = 0;  // bindings that SNMPv1 cannot carry
+    std::uint64_t waiting = 0;           // now
+    std::array<std::uint64_t, TRAP_DROPS> dropped{};
+
+    std::uint64_t droppedInAll() const;
+    void add(const TrapCounters& other);
+    std::string text() const;  // "sent 12 (3 paced), filtered 4, dropped 1 (queue full 1), waiting 0"
+};
+
+enum class DestinationState { Unknown, Ready, Unresolved, NoCommunity, UnknownUser, Failing };
+const char* textOf(DestinationState state);
+
+struct DestinationStatus {
+    std::string index;  // number of the destination as text
+    std::string address;
+    unsigned int port = 0;
+    unsigned int version = 0;
+    std::string resolvedAddress;  // "" while a name has no address
+    DestinationState state = DestinationState::Unknown;
+    std::string reason;  // why it is failing
+    TrapCounters counters;
+};
+
+struct TrapStatus {
+    std::vector<DestinationStatus> destinations;  // in the order of their numbers
+    TrapCounters former;                          // of destinations that are gone, added up
+};

@@ -1,0 +1,155 @@
+// Sends traps to the configured destinations: one bounded queue, one pace and one channel per destination.
+//
+//     TrapSender sender(loop, options, transport);
+//     sender.setDestinations(all);
+//     sender.sendColdStart();
+//     sender.submit(*sender.destinations(), chosen, trap, [] { /* no destination waits for it any more */ });
+//
+// submit() only puts traps into queues; the agent thread takes them out, as fast as each destination's pace allows. A
+// trap whose queue is full is dropped. Names are looked up in the background, and their traps wait for that. Order is
+// kept per destination.
+//
+// Threads: made, stopped and destroyed on the agent thread, which also runs what it posts to the loop; every operation
+// not marked otherwise may be called from any thread.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+
+#include "host/agent/agent_loop.h"
+#include "host/agent/trap_channel.h"
+#include "host/agent/trap_content.h"
+#include "host/agent/trap_counters.h"
+#include "host/agent/trap_options.h"
+#include "host/agent/trap_pacing.h"
+#include "host/agent/trap_resolver.h"
+#include "platform/trap_dest_info.h"
+
+// All destinations, by their number with leading zeros: the order of the keys is that of the numbers.
+using TrapDestinationMap = std::map<std::string, tTrapDestInfo>;
+
+// The key of a destination's number; a text that is no number stays as it is.
+std::string trapDestinationKey(const std::string& index);
+
+class TrapSender {
+public:
+    using Settled = std::function<void()>;
+
+    // `loop` and `transport` outlive the sender.
+    TrapSender(AgentLoop& loop, const TrapOptions& options, TrapTransport& transport,
+               TrapResolver::Lookup lookup = TrapResolver::systemLookup);
+    ~TrapSender();
+    TrapSender(const TrapSender&) = delete;
+    TrapSender& operator=(const TrapSender&) = delete;
+
+    // The whole list. What waits for a changed destination goes where it is now; what waits for a deleted one is
+    // dropped.
+    void setDestinations(const std::list<tTrapDestInfo>& destinations);
+
+    std::shared_ptr<const TrapDestinationMap> destinations() const;
+
+    // One trap. `considered` is the list that was chosen from: it gives what is filtered. A null trap is one that could
+    // not be built. `settled` is called once, by any thread, as soon as the trap was sent or dropped at all chosen
+    // destinations; not when the sender stops before that.
+    void submit(const TrapDestinationMap& considered, const std::list<tTrapDestInfo>& chosen,
+                std::shared_ptr<const Trap> trap, Settled settled);
+
+    // coldStart to every destination.
+    void sendColdStart();
+
+    // The configuration changed: communities and users are looked up anew.
+    void refresh();
+
+    // Sends nothing any more and closes all channels; one log line per destination. Agent thread.
+    void stop();
+
+    TrapStatus status() const;
+
+private:
+    using Clock = TrapPacing::Clock;
+
+    struct Submission {
+        std::shared_ptr<const Trap> trap;
+        Settled settled;
+        std::size_t open = 0;  // destinations it waits for, and 1 while it is handed in
+    };
+
+    struct Item {
+        std::shared_ptr<Submission> submission;
+        Clock::time_point since;
+        std::uint64_t number;  // of the destination's traps
+    };
+
+    // guarded by m_mutex
+    struct Destination {
+        tTrapDestInfo info;
+        std::deque<Item> queue;
+        std::uint64_t lastNumber = 0;
+        std::uint64_t pacedNumber = 0;  // traps up to this one have met an empty bucket
+        TrapCounters counters;          // but `waiting`
+        bool sending = false;           // a trap is out of the queue and not counted yet
+        DestinationState state = DestinationState::Unknown;
+        std::string reason;
+        std::string resolvedAddress;
+    };
+
+    // agent thread only
+    struct Link {
+        explicit Link(const TrapPacing& p) : pacing(p) {}
+        TrapPacing pacing;
+        TrapRoute route;  // of the channel
+        std::unique_ptr<TrapChannel> channel;
+        bool leftOutKnown = false;  // it was said that bindings are left out
+    };
+
+    // What the next trap of a destination needs.
+    struct Readiness {
+        DestinationState state = DestinationState::Ready;
+        std::string reason;
+        TrapDrop drop = TrapDrop::SendFailed;  // what happens to traps while it is neither ready nor unresolved
+        bool proven = false;                   // ready: a trap got out
+    };
+
+    void enqueue(const std::string& key, const std::shared_ptr<Submission>& submission, std::vector<Settled>& settled);
+    void release(Submission& submission, std::vector<Settled>& settled);
+    void dropItem(Destination& destination, Item& item, TrapDrop reason, std::vector<Settled>& settled);
+    void wakePump();
+
+    // Agent thread.
+    void pump();
+    bool serve(const std::string& key, Clock::time_point& nextTurn);
+    Readiness makeReady(const tTrapDestInfo& info, Link& link);
+    bool addressOf(const std::string& text, std::string& address) const;
+    void noteState(const std::string& key, const Readiness& readiness);
+    void dropAll(const std::string& key, TrapDrop reason);
+    void dropAged(const std::string& key, Clock::time_point& nextTurn);
+    bool sendNext(const std::string& key, Link& link, Clock::time_point& nextTurn);
+    void sleepUntil(Clock::time_point when);
+    void takeAddress(const std::string& name, const std::string& address);
+    void closeLostLinks(const std::set<std::string>& keys);
+
+    AgentLoop& m_loop;
+    const TrapOptions m_options;
+    TrapTransport& m_transport;
+
+    mutable std::mutex m_mutex;
+    std::map<std::string, Destination> m_destinations;  // guarded by m_mutex, as the rest down to the next line
+    std::shared_ptr<const TrapDestinationMap> m_list;
+    TrapCounters m_former;
+    bool m_pumpPosted = false;
+    bool m_stopped = false;
+
+    std::map<std::string, Link> m_links;             // agent thread only, as the rest
+    std::map<std::string, std::string> m_addresses;  // of names; "" while there is none
+    std::set<std::string> m_watched;
+    Clock::time_point m_wakeAt = Clock::time_point::max();
+
+    std::shared_ptr<int> m_alive = std::make_shared<int>(0);  // tasks in the loop hold it weakly
+    std::unique_ptr<TrapResolver> m_resolver;
+};

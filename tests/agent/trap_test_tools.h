@@ -1,0 +1,85 @@
+// A transport that keeps traps instead of sending them, and a loop that is turned by the test.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "host/agent/agent_loop.h"
+#include "host/agent/trap_sender.h"
+
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+
+// Turns the loop until the condition holds; false when it does not within a generous time.
+template <typename Condition>
+bool turnUntil(Condition condition) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        agent_check_and_process(0);
+    }
+    return true;
+}
+
+struct FakeTransport : TrapTransport {
+    struct Channel : TrapChannel {
+        Channel(FakeTransport& t, const TrapRoute& r) : transport(t), route(r) { ++transport.openChannels; }
+        ~Channel() override { --transport.openChannels; }
+        TrapSendResult send(const Trap& trap) override {
+            TrapSendResult result;
+            if (transport.sendFails) {
+                result.failure = "network is unreachable";
+            } else {
+                transport.sent[route.port].push_back(oidText(trap.oid));
+                result.leftOut = route.version == 1 ? transport.leftOut : 0;
+            }
+            return result;
+        }
+        FakeTransport& transport;
+        TrapRoute route;
+    };
+
+    std::string community() override { return configuredCommunity; }
+    std::optional<int> levelOfUser(const std::string& user) override {
+        const auto found = users.find(user);
+        return found == users.end() ? std::nullopt : std::optional<int>(found->second);
+    }
+    std::unique_ptr<TrapChannel> open(const TrapRoute& route, std::string& failure) override {
+        routes.push_back(route);
+        if (openFails) {
+            failure = "no socket";
+            return nullptr;
+        }
+        return std::make_unique<Channel>(*this, route);
+    }
+
+    std::string configuredCommunity = "traps";
+    std::map<std::string, int> users;
+    bool openFails = false;
+    bool sendFails = false;
+    unsigned int leftOut = 0;
+    int openChannels = 0;
+    std::vector<TrapRoute> routes;                          // opened
+    std::map<unsigned int, std::vector<std::string>> sent;  // trap OIDs by port
+};
+
+inline tTrapDestInfo destination(const std::string& index, unsigned int port, const std::string& address = "127.0.0.1",
+                                 unsigned int version = 2, const std::string& user = "--") {
+    tTrapDestInfo info;
+    info.index = index;
+    info.address = address;
+    info.port = port;
+    info.version = version;
+    info.user = user;
+    return info;
+}
+
+inline std::shared_ptr<const Trap> trapNumbered(unsigned long number) {
+    auto trap = std::make_shared<Trap>();
+    trap->oid = {1, 3, 6, 1, 9, 0, number};
+    return trap;
+}
