@@ -299,6 +299,7 @@ TEST_F(BackendClientTest, ConcurrentCallsOpenAsManyConnectionsAsConfigured) {
     });
     BackendClient client(m_options);
     std::vector<std::future<int>> results;
+    results.reserve(6);
     for (int number = 0; number < 6; ++number) {
         results.push_back(std::async(std::launch::async, [&client] {
             CR8KPackageV3 request;

@@ -39,6 +39,7 @@ public:
         std::vector<std::string> words{VRX_BACKENDD};
         words.insert(words.end(), arguments.begin(), arguments.end());
         std::vector<char*> argv;
+        argv.reserve(words.size() + 1);
         for (std::string& word : words) argv.push_back(word.data());
         argv.push_back(nullptr);
         posix_spawn_file_actions_t actions;

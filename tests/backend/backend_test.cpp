@@ -173,6 +173,7 @@ TEST_F(BackendTest, ARefusalLeavesTheConnectionOpen) {
 TEST_F(BackendTest, ServesSeveralClientsAtOnce) {
     start();
     std::vector<std::unique_ptr<BackendConnection>> connections;
+    connections.reserve(20);
     for (int number = 0; number < 20; ++number) connections.push_back(connect());
     for (auto connection = connections.rbegin(); connection != connections.rend(); ++connection) {
         CR8KPackageV3 answer;
@@ -184,6 +185,7 @@ TEST_F(BackendTest, ServesSeveralClientsAtOnce) {
 TEST_F(BackendTest, ClientsBeyondTheLimitAreRefusedUntilOthersGo) {
     start();
     std::vector<FileDescriptor> sockets;
+    sockets.reserve(64);
     for (int number = 0; number < 64; ++number) sockets.push_back(connectBare());
     const FileDescriptor refused = connectBare();
     EXPECT_TRUE(readPackage(refused.get()).empty());

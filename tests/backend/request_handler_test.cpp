@@ -13,6 +13,7 @@
 namespace {
 
 constexpr std::size_t LIMIT = std::size_t{4} << 20;
+constexpr std::size_t SMALL_LIMIT = std::size_t{128} << 10;  // the smallest that may be configured
 constexpr unsigned long long BEYOND_32_BITS = 1ULL << 32;
 
 class RequestHandlerTest : public testing::Test {
@@ -273,10 +274,10 @@ TEST_F(RequestHandlerTest, CurrentAlarmsComeBehindTheStartUpToTheCount) {
 TEST_F(RequestHandlerTest, AnAnswerWithAllTheLargestAlarmsStaysWithinThePackageLimit) {
     for (int number = 0; number < 60; ++number) raiseRecord(77, std::string(LONGEST_ALARM_PARAMETERS, 'x'));
     ASSERT_EQ(handle(), BACKEND_OK);
-    RequestHandler handler(m_store, m_codes, 128 * 1024, m_traffic, [] {});
+    RequestHandler handler(m_store, m_codes, SMALL_LIMIT, m_traffic, [] {});
     listRecord(0, 60);
     EXPECT_FALSE(handler.handle(m_request, m_answer).has_value());
-    EXPECT_TRUE(encodePackage(m_answer, 128 * 1024).has_value());
+    EXPECT_TRUE(encodePackage(m_answer, SMALL_LIMIT).has_value());
 }
 
 TEST_F(RequestHandlerTest, CurrentAlarmsNeedStartAndCount) {
