@@ -7,13 +7,17 @@
 #include <string>
 #include <utility>
 
+#include "host/agent/backend_events.h"
 #include "host/agent/handler_results.h"
 #include "host/agent/row_naming.h"
 #include "host/agent/snmp_context.h"
 
 namespace {
 
-constexpr int READ_ATTEMPTS = 3;  // of a table that changes while it is read
+// How long a table that changes while it is read is read anew. One that takes longer by itself is read once.
+constexpr std::chrono::milliseconds REREAD_TIME{250};
+
+constexpr std::size_t BATCH_ROWS = 50;  // that one backend call gives, at one moment
 
 const OidVector ENTERPRISE = {1, 3, 6, 1, 4, 1, 99871, 2};  // requests name rows below it
 
@@ -85,12 +89,17 @@ void ObjectReader::addRows(const CR8KPackageV3& response, TableSnapshot& snapsho
 }
 
 SnapshotPointer ObjectReader::whole() {
-    for (int attempt = 1;; ++attempt) {
+    const auto begin = TableSnapshot::Clock::now();
+    while (true) {
+        const std::optional<std::uint64_t> event = m_large ? lastBackendEvent() : std::nullopt;
         const std::uint64_t changes = m_changes();
         auto snapshot = std::make_shared<TableSnapshot>(m_object, changes, TableSnapshot::Clock::now());
         addRows(*records(), *snapshot);
         snapshot->finish();
-        if (m_changes() == changes || attempt == READ_ATTEMPTS) return snapshot;
+        const bool compared = m_large;
+        m_large = m_batch && snapshot->rows() >= BATCH_ROWS;
+        const bool oneMoment = m_changes() == changes && (!m_large || (compared && lastBackendEvent() == event));
+        if (oneMoment || TableSnapshot::Clock::now() - begin >= REREAD_TIME) return snapshot;
     }
 }
 

@@ -25,8 +25,9 @@ public:
     // The handler's whole answer, as records. Throws ReadError.
     std::unique_ptr<CR8KPackageV3> records();
 
-    // The whole object. While it changes during the reading it is read again, a few times, so that the snapshot shows
-    // one moment. Throws ReadError.
+    // The whole object. When it changed during the reading it is read again, for a while, so that the snapshot shows
+    // one moment. A table of several batches tells that by the backend's events too: notifications of changes may come
+    // after the reading. Throws ReadError.
     SnapshotPointer whole();
 
     // Only these rows, of a table that readsRows(). Throws ReadError.
@@ -42,5 +43,6 @@ private:
     const MibObject& m_object;
     CSnmpHandler& m_handler;
     std::function<std::uint64_t()> m_changes;
-    bool m_batch;  // the handler is a CSnmpTableBase
+    bool m_batch;          // the handler is a CSnmpTableBase
+    bool m_large = false;  // it had more than a batch of rows when it was read last
 };

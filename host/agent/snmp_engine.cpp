@@ -124,9 +124,11 @@ void keepEngineId(const std::filesystem::path& folder) {
     std::ofstream out(draft);
     out << "exactEngineID " << newEngineId() << '\n';
     out.close();
+    using std::filesystem::perms;
     std::error_code error;
-    if (out) std::filesystem::rename(draft, file, error);
-    if (!out || error) throw EngineError(file.string() + ": cannot be written: " + std::strerror(errno));
+    if (out) std::filesystem::permissions(draft, perms::owner_read | perms::owner_write, error);
+    if (out && !error) std::filesystem::rename(draft, file, error);
+    if (!out || error) throw EngineError(file.string() + ": cannot be written");
 }
 
 void setFolder(int which, const std::string& value) {

@@ -249,7 +249,8 @@ class System:
         Names and values come numerically unless `options` say otherwise; `named` lets the tool read our MIB files.
         check=False returns the CompletedProcess.
         """
-        command = [tool, "-On", "-Oe", "-Ot", "-t", str(timeout), "-r", str(retries)] + list(version or V2C)
+        command = [tool] + ([] if named else ["-On", "-Oe", "-Ot"]) + ["-t", str(timeout), "-r", str(retries)]
+        command += list(version or V2C)
         command += list(options) + [address or self.address] + list(arguments)
         done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False,
                               env=self.tool_environment(named), errors="replace")

@@ -1,0 +1,305 @@
+"""What a manager writes: trap destinations by RowStatus, the clear-alarm scalar, and the errors of both."""
+
+import os
+import random
+import signal
+import subprocess
+import threading
+import time
+import unittest
+
+from backend_client import BackendClient
+from harness import (AGENT_CONFIG, ALARMS, CLEAR_ALARM, DESTINATIONS, TOPOLOGY, V2C, V3, Failure, System, values,
+                     wait_for)
+
+REACHABLE, PORT, STATUS, INDEX, VERSION, ADDRESS, TRAP_TYPE, USER = range(1, 9)  # columns
+ACTIVE, NOT_IN_SERVICE, NOT_READY, CREATE_AND_GO, CREATE_AND_WAIT, DESTROY = range(1, 7)
+LETTERS = {PORT: "u", STATUS: "i", VERSION: "i", ADDRESS: "s", TRAP_TYPE: "i", USER: "s", REACHABLE: "s", INDEX: "s"}
+
+SYS_NAME = "1.3.6.1.2.1.1.5.0"
+SYS_CONTACT = "1.3.6.1.2.1.1.4.0"
+V1_WRITER = ["-v1", "-c", "writer"]
+KILL_CYCLES = int(os.environ.get("TAMREL_KILL_CYCLES", "20"))
+
+
+def row(number, **columns):
+    """snmpset's arguments for columns of a row, in the order given: row(3, PORT=162, STATUS=CREATE_AND_GO)."""
+    arguments = []
+    for name, value in columns.items():
+        column = globals()[name]
+        arguments += ["%s.%d.%d" % (DESTINATIONS, column, number), LETTERS[column], str(value)]
+    return arguments
+
+
+class Writing(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.system = System(agent_config=AGENT_CONFIG + "rwcommunity writer 127.0.0.1\n",
+                            device={("TRAP", "DESTINATION_LIMIT"): 3})
+        cls.system.__enter__()
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.system.close()
+
+    def tearDown(self):
+        for number in {name.rpartition(".")[2] for name in self.rows()}:
+            self.system.set(*row(int(number), STATUS=DESTROY))
+
+    def rows(self):
+        """The whole table: name without the table's root -> value."""
+        done = self.system.run("snmpbulkwalk", DESTINATIONS, check=False)
+        return {name[len(DESTINATIONS) + 1:]: value for name, value in values(done.stdout) if "No Such" not in value}
+
+    def refused(self, arguments, error, failed, version=V3):
+        """The SET fails with the error at the variable, and nothing has changed."""
+        before = self.rows()
+        done = self.system.run("snmpset", *arguments, version=version, check=False)
+        said = done.stdout + done.stderr
+        self.assertEqual(done.returncode, 2, said)
+        self.assertIn(error, said)
+        self.assertIn("Failed object: ." + failed + "\n", said)
+        self.assertEqual(self.rows(), before)
+
+    def create(self, number, port=5162, address="127.0.0.1", **more):
+        self.system.set(*row(number, ADDRESS=address, STATUS=CREATE_AND_GO, PORT=port, **more))
+
+    # Trap destinations
+
+    def test_a_created_row_stands_under_its_number_with_the_defaults(self):
+        self.create(7)
+        self.assertEqual(self.rows(), {
+            "1.7": 'STRING: "127.0.0.1"', "2.7": "Gauge32: 5162", "3.7": "INTEGER: 1", "4.7": 'STRING: "7"',
+            "5.7": "INTEGER: 2", "6.7": 'STRING: "127.0.0.1"', "7.7": "INTEGER: 1", "8.7": 'STRING: "--"'})
+
+    def test_columns_come_in_any_order(self):
+        self.system.set(*row(1, PORT=1001, STATUS=CREATE_AND_GO, ADDRESS="127.0.0.1"))
+        self.system.set(*row(2, STATUS=CREATE_AND_GO, ADDRESS="127.0.0.1", USER="ops", PORT=1002))
+        self.system.set(*row(65535, USER="admin", VERSION=3, ADDRESS="::1", PORT=1003, STATUS=CREATE_AND_GO))
+        rows = self.rows()
+        self.assertEqual((rows["2.1"], rows["2.2"], rows["8.2"]), ("Gauge32: 1001", "Gauge32: 1002", 'STRING: "ops"'))
+        self.assertEqual((rows["5.65535"], rows["6.65535"]), ("INTEGER: 3", 'STRING: "::1"'))
+
+    def test_setting_one_column_changes_that_column_only(self):
+        self.create(5, VERSION=3, USER="admin", TRAP_TYPE=4)
+        before = self.rows()
+        self.system.set(*row(5, PORT=6000))
+        self.assertEqual(self.rows(), dict(before, **{"2.5": "Gauge32: 6000"}))
+        self.system.set(*row(5, TRAP_TYPE=3))
+        self.assertEqual(self.rows(), dict(before, **{"2.5": "Gauge32: 6000", "7.5": "INTEGER: 3"}))
+
+    def test_several_rows_in_one_request(self):
+        self.system.set(*row(1, ADDRESS="127.0.0.1", PORT=1, STATUS=CREATE_AND_GO),
+                        *row(2, STATUS=CREATE_AND_GO, PORT=2, ADDRESS="127.0.0.1"))
+        self.system.set(*row(1, STATUS=DESTROY), *row(2, PORT=3),
+                        *row(3, ADDRESS="127.0.0.1", PORT=1, STATUS=CREATE_AND_GO))
+        rows = self.rows()
+        self.assertEqual({name: value for name, value in rows.items() if name.startswith("2.")},
+                         {"2.2": "Gauge32: 3", "2.3": "Gauge32: 1"})
+
+    def test_several_rows_are_all_or_nothing(self):
+        self.create(1, port=1)
+        self.refused(row(2, ADDRESS="127.0.0.1", PORT=2, STATUS=CREATE_AND_GO) + row(1, STATUS=DESTROY) +
+                     row(3, ADDRESS="127.0.0.1", PORT=2, STATUS=CREATE_AND_GO), "inconsistentValue",
+                     DESTINATIONS + ".3.3")
+
+    def test_a_row_that_exists_cannot_be_created(self):
+        self.create(1)
+        self.refused(row(1, ADDRESS="127.0.0.2", PORT=1, STATUS=CREATE_AND_GO), "inconsistentValue",
+                     DESTINATIONS + ".3.1")
+
+    def test_a_second_row_of_the_same_address_port_and_user_is_refused(self):
+        self.create(1)
+        self.refused(row(2, ADDRESS="127.0.0.1", PORT=5162, STATUS=CREATE_AND_GO), "inconsistentValue",
+                     DESTINATIONS + ".3.2")
+        self.create(2, USER="other")
+        self.refused(row(2, USER="--"), "inconsistentValue", DESTINATIONS + ".8.2")
+
+    def test_past_the_limit_there_is_no_resource(self):
+        for number in (1, 2, 3):
+            self.create(number, port=number)
+        self.refused(row(4, ADDRESS="127.0.0.1", PORT=4, STATUS=CREATE_AND_GO), "resourceUnavailable",
+                     DESTINATIONS + ".3.4")
+
+    def test_a_row_needs_address_and_port(self):
+        self.refused(row(1, ADDRESS="127.0.0.1", STATUS=CREATE_AND_GO), "inconsistentValue", DESTINATIONS + ".3.1")
+        self.refused(row(1, PORT=1, STATUS=CREATE_AND_GO), "inconsistentValue", DESTINATIONS + ".3.1")
+
+    def test_other_values_of_row_status_are_wrong(self):
+        self.create(1)
+        for status in (NOT_IN_SERVICE, NOT_READY, CREATE_AND_WAIT, 7, 0):
+            self.refused(row(1, STATUS=status), "wrongValue", DESTINATIONS + ".3.1")
+            self.refused(row(2, ADDRESS="127.0.0.1", PORT=2, STATUS=status), "wrongValue", DESTINATIONS + ".3.2")
+
+    def test_active_stays_active(self):
+        self.create(1)
+        self.system.set(*row(1, STATUS=ACTIVE))
+        self.system.set(*row(1, STATUS=ACTIVE, PORT=9))
+        self.assertEqual(self.rows()["2.1"], "Gauge32: 9")
+        self.refused(row(2, STATUS=ACTIVE), "inconsistentValue", DESTINATIONS + ".3.2")
+
+    def test_destroying_a_row_that_is_gone_is_no_error(self):
+        self.create(1)
+        self.system.set(*row(1, STATUS=DESTROY))
+        self.system.set(*row(1, STATUS=DESTROY))
+        self.assertEqual(self.rows(), {})
+
+    def test_a_row_that_does_not_exist_has_no_columns_to_set(self):
+        self.refused(row(9, PORT=1), "inconsistentName", DESTINATIONS + ".2.9")
+
+    def test_values_that_are_not_acceptable_are_named(self):
+        good = dict(ADDRESS="127.0.0.1", PORT=1, STATUS=CREATE_AND_GO)
+        self.create(1)
+        for column, value in (("ADDRESS", "127.0..1"), ("ADDRESS", "999.1.1.1"), ("PORT", 0), ("PORT", 65536),
+                              ("VERSION", 4), ("VERSION", 0), ("TRAP_TYPE", 9)):
+            failed = "%s.%d." % (DESTINATIONS, globals()[column])
+            self.refused(row(2, **dict(good, **{column: value})), "wrongValue", failed + "2")
+            self.refused(row(1, **{column: value}), "wrongValue", failed + "1")
+        self.refused(row(2, VERSION=3, USER="nobody", **good), "wrongValue", DESTINATIONS + ".8.2")
+        self.refused(row(1, VERSION=3), "inconsistentValue", DESTINATIONS + ".5.1")
+
+    def test_wrong_types_and_lengths(self):
+        self.create(1)
+        self.refused([DESTINATIONS + ".2.1", "i", "5"], "wrongType", DESTINATIONS + ".2.1")
+        self.refused([DESTINATIONS + ".6.1", "s", ""], "wrongLength", DESTINATIONS + ".6.1")
+        self.refused([DESTINATIONS + ".6.1", "s", "a" * 256], "wrongLength", DESTINATIONS + ".6.1")
+        self.refused([DESTINATIONS + ".6.1", "x", "61 00 62"], "wrongValue", DESTINATIONS + ".6.1")
+
+    def test_what_cannot_be_written(self):
+        self.create(1)
+        self.refused(row(1, REACHABLE="x"), "notWritable", DESTINATIONS + ".1.1")
+        self.refused(row(1, INDEX="x"), "notWritable", DESTINATIONS + ".4.1")
+        self.refused([DESTINATIONS + ".20.1", "s", "x"], "notWritable", DESTINATIONS + ".20.1")
+        self.refused([TOPOLOGY + ".5.1", "s", "x"], "notWritable", TOPOLOGY + ".5.1")
+        self.refused([ALARMS + ".5.1", "i", "1"], "notWritable", ALARMS + ".5.1")
+        for number in (0, 65536):
+            self.refused(row(number, ADDRESS="127.0.0.1", PORT=1, STATUS=CREATE_AND_GO), "noCreation",
+                         "%s.6.%d" % (DESTINATIONS, number))
+        self.refused([CLEAR_ALARM[:-1] + "1", "u", "1"], "noCreation", CLEAR_ALARM[:-1] + "1")
+
+    def test_a_reader_may_not_write(self):
+        self.refused(row(1, STATUS=DESTROY), "noAccess", DESTINATIONS + ".3.1", version=V2C)
+
+    def test_snmpv1_managers_get_the_errors_they_know(self):
+        self.create(1)
+        for arguments, error in ((row(1, PORT=0), "badValue"), (row(1, STATUS=CREATE_AND_WAIT), "badValue"),
+                                 (row(9, PORT=1), "noSuchName"), (row(1, INDEX="x"), "noSuchName"),
+                                 ([CLEAR_ALARM, "u", "12345"], "genError")):
+            self.refused(arguments, error, arguments[0], version=V1_WRITER)
+        self.system.set(*row(1, PORT=77), version=V1_WRITER)
+        self.assertEqual(self.rows()["2.1"], "Gauge32: 77")
+
+    def test_ours_and_others_variables_are_not_set_as_one(self):
+        self.create(1)
+        self.refused(row(1, PORT=5) + [SYS_CONTACT, "s", "nobody"], "genError", SYS_CONTACT)
+        self.system.set(SYS_CONTACT, "s", "somebody")
+        self.assertIn("somebody", self.system.get(SYS_CONTACT))
+
+    # Clearing alarms
+
+    def test_a_clear_takes_the_alarm_out_of_the_table(self):
+        with BackendClient(self.system.path("state", "backend.sock")) as client:
+            client.raise_alarms(2)
+        serials = [value for _, value in values(self.system.walk(ALARMS + ".9"))][-2:]
+        first = serials[0].split()[-1]
+        self.assertEqual(self.system.set(CLEAR_ALARM, "u", first), ".%s = Gauge32: %s" % (CLEAR_ALARM, first))
+        self.assertNotIn(ALARMS + ".9." + first + " ", self.system.walk(ALARMS + ".9"))
+        self.assertIn("Gauge32: 0", self.system.get(CLEAR_ALARM))
+        self.refused([CLEAR_ALARM, "u", first], "genError", CLEAR_ALARM)
+
+    def test_a_refused_clear_takes_the_rows_of_its_request_back(self):
+        self.create(1)
+        self.refused(row(1, PORT=6) + [CLEAR_ALARM, "u", "99999"], "genError", CLEAR_ALARM)
+        self.refused(row(1, STATUS=DESTROY) + [CLEAR_ALARM, "u", "99999"], "genError", CLEAR_ALARM)
+
+    def test_the_clear_scalar_takes_unsigned_numbers_only(self):
+        self.refused([CLEAR_ALARM, "i", "1"], "wrongType", CLEAR_ALARM)
+        self.refused([CLEAR_ALARM, "s", "1"], "wrongType", CLEAR_ALARM)
+
+
+class SlowSets(unittest.TestCase):
+    def test_a_slow_set_delays_no_read_and_its_retry_does_nothing_more(self):
+        with System(device={("BACKEND", "CALL_DEADLINE_MS"): 10_000}, backend_arguments=["--delay-ms", "2000"]) as system:
+            slow = subprocess.Popen(["snmpset", "-On", "-t", "0.5", "-r", "30"] + V3 +
+                                    [system.address, CLEAR_ALARM, "u", "5"], stdout=subprocess.PIPE,
+                                    stderr=subprocess.STDOUT, text=True, env=system.tool_environment())
+            for _ in range(3):
+                self.assertIn("vrx-under-test", system.get(SYS_NAME))
+                system.set(*row(1, ADDRESS="127.0.0.1", PORT=1, STATUS=CREATE_AND_GO))
+                system.set(*row(1, STATUS=DESTROY))
+            self.assertIsNone(slow.poll(), "the slow SET ended before the fast requests: nothing was shown")
+            self.assertIn("genError", slow.communicate()[0])
+            self.assertEqual(system.agent.log().count("clear alarm of serial number:5,"), 1)
+
+
+class Lasting(unittest.TestCase):
+    """The agent's state over its restarts."""
+
+    def boots(self, system):
+        return int(values(system.get("1.3.6.1.6.3.10.2.1.2.0"))[0][1].split()[-1])
+
+    def engine_id(self, system):
+        return values(system.get("1.3.6.1.6.3.10.2.1.1.0"))[0][1]
+
+    def test_engine_id_stays_and_boots_count_also_after_kill(self):
+        with System() as system:
+            engine, boots = self.engine_id(system), self.boots(system)
+            for restart in range(1, 5):
+                if restart % 2:
+                    system.agent.kill()
+                else:
+                    self.assertEqual(system.agent.stop(), 0)
+                system.agent.start()
+                self.assertEqual((self.engine_id(system), self.boots(system)), (engine, boots + restart))
+                self.assertIn("vrx-under-test", system.get(SYS_NAME, version=V3))
+
+    def test_state_is_the_owners_alone(self):
+        with System() as system:
+            self.assertEqual(os.stat(system.path("state")).st_mode & 0o777, 0o700)
+            for folder, _, files in os.walk(system.path("state")):
+                for name in files:
+                    if name.endswith(".sock"):
+                        continue
+                    mode = os.stat(os.path.join(folder, name)).st_mode & 0o777
+                    self.assertEqual(mode & 0o077, 0, os.path.join(folder, name))
+
+    def test_acknowledged_rows_survive_kill_during_sets(self):
+        """Rows come and go while the agent is killed again and again: what was acknowledged is there, whole."""
+        chance = random.Random(1)
+        with System() as system:
+            expected = {}
+            for _ in range(KILL_CYCLES):
+                killer = threading.Timer(chance.uniform(0.02, 0.3), system.agent.process.kill)
+                killer.start()
+                unsure = None
+                while unsure is None:
+                    number, port = chance.randint(1, 20), chance.randint(1, 60000)
+                    change = row(number, STATUS=DESTROY) if number in expected else row(
+                        number, ADDRESS="127.0.0.1", PORT=port, USER="u%d" % number, STATUS=CREATE_AND_GO)
+                    if system.run("snmpset", *change, version=V3, timeout=0.3, retries=0, check=False).returncode == 0:
+                        if number in expected:
+                            del expected[number]
+                        else:
+                            expected[number] = port
+                    else:
+                        unsure = number  # was it done before the end, or not?
+                killer.join()
+                system.agent.process.wait()
+                system.agent.start()
+                rows = {}
+                walked = system.run("snmpbulkwalk", DESTINATIONS, check=False).stdout
+                for name, value in values(walked):
+                    if "No Such" not in value:
+                        column, number = name[len(DESTINATIONS) + 1:].split(".")
+                        rows.setdefault(int(number), {})[int(column)] = value
+                for number, columns in rows.items():
+                    self.assertEqual(len(columns), 8, "half a row")
+                    self.assertEqual(columns[USER], 'STRING: "u%d"' % number)
+                found = {number: int(columns[PORT].split()[-1]) for number, columns in rows.items()}
+                sure = {number: port for number, port in found.items() if number != unsure}
+                self.assertEqual(sure, {number: port for number, port in expected.items() if number != unsure})
+                expected = found
+
+
+if __name__ == "__main__":
+    unittest.main()
