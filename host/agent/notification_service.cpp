@@ -65,9 +65,19 @@ void NotificationService::stop() {
     m_reader->stop();
     m_source.stop();
     m_sender.stop();
+    storeProgress();
     const NotificationPath::Counters counters = m_path.counters();
     agent_log::info("alarm events: " + std::to_string(counters.events) + " handled, " +
                     std::to_string(counters.notBuilt) + " traps not built");
+}
+
+// Now, and not when this object goes: a program whose end is held up leaves without destroying anything.
+void NotificationService::storeProgress() {
+    try {
+        m_ledger.flush();
+    } catch (const SqliteError& fault) {
+        agent_log::error(std::string("the last alarm event handled cannot be stored: ") + fault.what());
+    }
 }
 
 NotificationStatus NotificationService::status() const {

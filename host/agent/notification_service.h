@@ -51,6 +51,8 @@ public:
 private:
     class DestinationReader;
 
+    void storeProgress();
+
     NetSnmpTrapTransport m_transport;
     TrapSender m_sender;
     NotificationLedger m_ledger;
