@@ -18,6 +18,10 @@ std::string lastLoaderError() {
     return text == nullptr ? "no reason given" : text;
 }
 
+[[noreturn]] void refuse(const std::string& module, const std::string& object, const std::string& why) {
+    throw ModuleError("module " + module + ", object " + object + ": " + why);
+}
+
 }  // namespace
 
 ModuleLoader::~ModuleLoader() {
@@ -55,22 +59,21 @@ void ModuleLoader::adopt(std::unique_ptr<CSNMP_Svc_Module> module, const std::st
         throw ModuleError("module " + name + ": " + error.what());
     }
     for (const auto& [oidOfObject, handler] : handlers) {
-        const std::string where = "module " + name + ", object " + oidOfObject + ": ";
         OidVector root;
         try {
             root = parseOid(oidOfObject);
         } catch (const std::invalid_argument& error) {
-            throw ModuleError(where + error.what());
+            refuse(name, oidOfObject, error.what());
         }
         const MibObject* const mib = m_models.back().find(root);
-        if (mib == nullptr) throw ModuleError(where + "not in " + mibFile);
+        if (mib == nullptr) refuse(name, oidOfObject, "not in " + mibFile);
         const bool isLeaf = dynamic_cast<CSnmpLeafHandler*>(handler) != nullptr;
-        if (isLeaf == mib->table) throw ModuleError(where + "handler and " + mibFile + " disagree on table or scalar");
+        if (isLeaf == mib->table) refuse(name, oidOfObject, "handler and " + mibFile + " disagree on table or scalar");
         const bool taken = std::any_of(m_objects.begin(), m_objects.end(), [&](const LoadedObject& other) {
             return isBelow(root.data(), root.size(), other.mib->root) ||
                    isBelow(other.mib->root.data(), other.mib->root.size(), root);
         });
-        if (taken) throw ModuleError(where + "another object is registered there");
+        if (taken) refuse(name, oidOfObject, "another object is registered there");
         m_objects.push_back({mib, handler});
     }
     agent_log::info("module " + name + ": " + std::to_string(handlers.size()) + " objects by " + mibFile);

@@ -11,6 +11,7 @@
 #include "host/agent/handler_results.h"
 #include "host/agent/row_naming.h"
 #include "host/agent/snmp_context.h"
+#include "host/services/backend_protocol.h"
 
 namespace {
 
@@ -23,20 +24,6 @@ const OidVector ENTERPRISE = {1, 3, 6, 1, 4, 1, 99871, 2};  // requests name row
 
 std::unique_ptr<CTLVRecordV3> newRecord() {
     return std::make_unique<CTLVRecordV3>(CTLVRecordV3::NO_IDENTIFIER, CTLVRecordV3::DEFAULT_BUCKETS);
-}
-
-void appendType(CTLVRecordV3& record, long long type) {
-    auto cell = std::make_unique<CTLVCell>();
-    cell->set_i(CTLVCell::TLV_TYPE_UINT, CSnmpTableBase::REQUEST_TYPE_TAG, &type, sizeof type);
-    record.append(cell.get());
-    cell.release();  // the record owns it from here
-}
-
-void appendOid(CTLVRecordV3& record, const std::string& name) {
-    auto cell = std::make_unique<CTLVCell>();
-    cell->set(CSnmpTableBase::REQUEST_OID_TAG, name.c_str());
-    record.append(cell.get());
-    cell.release();  // the record owns it from here
 }
 
 // The row's name as a request carries it: with the first column, below the enterprise.
@@ -75,7 +62,7 @@ std::unique_ptr<CR8KPackageV3> ObjectReader::query(const CR8KPackageV3& request)
 std::unique_ptr<CR8KPackageV3> ObjectReader::records() {
     CR8KPackageV3 request;
     auto record = newRecord();
-    if (m_batch) appendType(*record, CSnmpTableBase::REQUEST_GETBULK);
+    if (m_batch) appendUint64(*record, CSnmpTableBase::REQUEST_TYPE_TAG, CSnmpTableBase::REQUEST_GETBULK);
     request.append(std::move(record));
     return query(request);
 }
@@ -108,8 +95,8 @@ SnapshotPointer ObjectReader::rows(const std::vector<std::uint32_t>& numbers) {
     for (const std::uint32_t number : numbers) {
         CR8KPackageV3 request;
         auto record = newRecord();
-        appendType(*record, CSnmpTableBase::REQUEST_GET);
-        appendOid(*record, rowOid(m_object, number));
+        appendUint64(*record, CSnmpTableBase::REQUEST_TYPE_TAG, CSnmpTableBase::REQUEST_GET);
+        appendText(*record, CSnmpTableBase::REQUEST_OID_TAG, rowOid(m_object, number));
         request.append(std::move(record));
         const auto response = query(request);
         for (const CTLVRecordV3* row : response->records()) {

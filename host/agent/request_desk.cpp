@@ -29,9 +29,9 @@ std::string peerOf(const netsnmp_pdu& pdu) {
 
 // Who asks: his walks are not another's.
 std::string clientOf(const netsnmp_session* session, const netsnmp_pdu& pdu) {
-    return bytes(&session, sizeof session) + peerOf(pdu) + '\0' + std::to_string(pdu.version) + '\0' +
-           bytes(pdu.community, pdu.community_len) + '\0' + bytes(pdu.securityName, pdu.securityNameLen) + '\0' +
-           bytes(pdu.contextName, pdu.contextNameLen);
+    return std::to_string(reinterpret_cast<std::uintptr_t>(session)) + '\0' + peerOf(pdu) + '\0' +
+           std::to_string(pdu.version) + '\0' + bytes(pdu.community, pdu.community_len) + '\0' +
+           bytes(pdu.securityName, pdu.securityNameLen) + '\0' + bytes(pdu.contextName, pdu.contextNameLen);
 }
 
 // Equal for a request and its retries: all but the message around it.
@@ -339,7 +339,7 @@ void RequestDesk::answerSet(netsnmp_session* session, PduPointer pdu, const SetR
     pdu->command = SNMP_MSG_RESPONSE;
     pdu->errstat = pdu->version == SNMP_VERSION_1 ? v1Error(result.error) : result.error;
     pdu->errindex = result.variable;
-    if (snmp_send(session, pdu.get()) != 0) pdu.release();  // the library has freed it
+    if (snmp_send(session, pdu.get()) != 0) static_cast<void>(pdu.release());  // the library has freed it
 }
 
 void RequestDesk::markAllChanged() {

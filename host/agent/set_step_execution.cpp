@@ -9,6 +9,7 @@
 #include "host/agent/row_naming.h"
 #include "host/agent/snmp_context.h"
 #include "host/agent/snmp_value.h"
+#include "host/services/backend_protocol.h"
 
 namespace {
 
@@ -17,7 +18,7 @@ CTLVRecordV3& appendRecord(CR8KPackageV3& package, const RowCells& cells) {
     for (const auto& [tag, cell] : cells) {
         auto copy = copyCell(*cell);
         record->append(copy.get());
-        copy.release();  // the record owns it from here
+        static_cast<void>(copy.release());  // the record owns it from here
     }
     CTLVRecordV3& appended = *record;
     package.append(std::move(record));
@@ -162,10 +163,7 @@ int StepExecution::call(TableChanges& changes, Kind kind, std::uint32_t number, 
         CR8KPackageV3 response;
         CTLVRecordV3& record = appendRecord(request, cells);
         if (const unsigned short tag = mib.table ? numberColumn(mib.root) : static_cast<unsigned short>(0)) {
-            auto cell = std::make_unique<CTLVCell>();
-            cell->set(tag, std::to_string(number).c_str());
-            record.append(cell.get());
-            cell.release();  // the record owns it from here
+            appendText(record, tag, std::to_string(number));
         }
         int result = 0;
         if (!mib.table) {

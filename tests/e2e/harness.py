@@ -204,6 +204,7 @@ class System:
         shutil.copytree(os.path.join(SOURCE_DIR, "share"), self.root, dirs_exist_ok=True)
         os.makedirs(self.path("etc"), exist_ok=True)
         os.makedirs(self.path("mibs"), exist_ok=True)
+        os.makedirs(self.path("tools", "cert_indexes"), exist_ok=True)  # of Net-SNMP's tools, which would tell of it
         for mib in glob.glob(os.path.join(SOURCE_DIR, "mibs", "*.xml")):
             shutil.copy(mib, self.path("mibs"))
         self.write("etc/vrx-agentd.conf", agent_config + extra_config)

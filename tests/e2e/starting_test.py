@@ -144,7 +144,7 @@ class Starting(unittest.TestCase):
                 self.assertEqual(system.agent.process.wait(30), EX_OK)
 
     def test_it_ends_while_a_backend_call_hangs(self):
-        with System(device={("BACKEND", "CALL_DEADLINE_MS"): 600_000}) as system:
+        with System(device={("BACKEND", "CALL_DEADLINE_MS"): 60_000}) as system:
             os.kill(system.backend.pid, signal.SIGSTOP)
             asking = subprocess.Popen(["snmpget", "-t", "60"] + V2C + [system.address, STATUS],
                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
