@@ -1,0 +1,202 @@
+#include <agent_pp/snmp_pp_ext.h>  // before Net-SNMP's headers, whose `oid` it uses as a name
+
+#include "platform/notify_msg_handler.h"
+
+#include "host/agent/notification_path.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <stdexcept>
+
+#include "module/vrx_exception.h"
+#include "tests/agent/notification_records.h"
+#include "tests/agent/trap_test_tools.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// Chooses by trap type, gives one binding, and fails in every way that a handler can.
+class FakeHandler : public INotifyMsgHandler {
+public:
+    explicit FakeHandler(unsigned int trapType, const char* trapOid) : m_trapType(trapType), m_oid(trapOid) {}
+
+    int constructAlarmTrapVb(const CTLVRecordV3& record, Agentpp::Vbx*& bindings) override {
+        ++built;
+        if (throws) throw std::runtime_error("out of luck");
+        if (uint64Of(record, alarm_tag::ID) == 666) return 5;
+        bindings = new Agentpp::Vbx[1];
+        bindings[0].set_oid(Snmp_pp::Oid("1.3.6.1.9.1.0"));
+        bindings[0].set_value(Snmp_pp::Gauge32(uint32Of(record, alarm_tag::SERIAL)));
+        return 0;
+    }
+    Agentpp::Oidx& getTrapOid(unsigned long long alarmId) override {
+        askedFor.push_back(alarmId);
+        return m_oid;
+    }
+    Agentpp::Oidx& getBaseOid() override { return m_oid; }
+    int getTrapVbLen() override { return 1; }
+    void filterTrapMap(const std::map<std::string, tTrapDestInfo>& destinations,
+                       std::list<tTrapDestInfo>& chosen) override {
+        for (const auto& entry : destinations) {
+            order.push_back(entry.second.index);
+            if (entry.second.trapType == m_trapType) chosen.push_back(entry.second);
+        }
+    }
+
+    int built = 0;
+    bool throws = false;
+    std::vector<unsigned long long> askedFor;
+    std::vector<std::string> order;  // in which destinations were offered
+
+private:
+    unsigned int m_trapType;
+    Agentpp::Oidx m_oid;
+};
+
+class NotificationPathTest : public testing::Test {
+protected:
+    NotificationPathTest() {
+        std::string name = (std::filesystem::temp_directory_path() / "path-XXXXXX").string();
+        if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
+        m_folder = name;
+        m_ledger = std::make_unique<NotificationLedger>(m_folder + "/notifications.db");
+        m_path = std::make_unique<NotificationPath>(m_handlers, m_binding, m_sender, *m_ledger, [this] { ++m_stale; });
+        tTrapDestInfo one = destination("1", 1001);
+        one.trapType = 1;
+        tTrapDestInfo four = destination("4", 1004);
+        four.trapType = 4;
+        m_sender.setDestinations({one, four});
+    }
+    ~NotificationPathTest() override {
+        m_sender.stop();
+        m_path.reset();
+        m_ledger.reset();
+        std::filesystem::remove_all(m_folder);
+    }
+    void event(unsigned long long sequence, const std::unique_ptr<CTLVRecordV3>& record) {
+        m_path->onEvent(sequence, *record);
+    }
+    bool turnUntilDone(unsigned long long sequence) {
+        return turnUntil([&] { return m_ledger->lastDone() == sequence; });
+    }
+
+    std::string m_folder;
+    AgentLoop m_loop;
+    FakeTransport m_transport;
+    TrapSender m_sender{m_loop, TrapOptions(), m_transport};
+    std::unique_ptr<NotificationLedger> m_ledger;
+    FakeHandler m_first{1, "1.3.6.1.9.0.1"};
+    FakeHandler m_second{4, "1.3.6.1.9.0.4"};
+    std::list<INotifyMsgHandler*> m_handlers{&m_first, &m_second};
+    TamrelBinding m_binding{{}};
+    int m_stale = 0;
+    std::unique_ptr<NotificationPath> m_path;
+};
+
+}  // namespace
+
+TEST_F(NotificationPathTest, EachHandlersTrapGoesToTheDestinationsThatItChose) {
+    m_path->onConnected(0, {});
+    event(1, alarmRecord(7, 70));
+    ASSERT_TRUE(turnUntilDone(1));
+    EXPECT_THAT(m_transport.sent[1001], ElementsAre("1.3.6.1.9.0.1"));
+    EXPECT_THAT(m_transport.sent[1004], ElementsAre("1.3.6.1.9.0.4"));
+    EXPECT_THAT(m_first.askedFor, ElementsAre(7));
+}
+
+TEST_F(NotificationPathTest, NothingIsBuiltWhenNoDestinationWasChosen) {
+    m_sender.setDestinations({});
+    m_path->onConnected(0, {});
+    event(1, alarmRecord(7, 70));
+    EXPECT_EQ(m_first.built, 0);
+    EXPECT_THAT(m_first.askedFor, IsEmpty());
+    EXPECT_EQ(m_ledger->lastDone(), 1U);
+}
+
+TEST_F(NotificationPathTest, DestinationsAreOfferedInTheOrderOfTheirNumbers) {
+    m_sender.setDestinations({destination("10", 1010), destination("9", 1009), destination("100", 1100)});
+    m_path->onConnected(0, {});
+    event(1, alarmRecord(7, 70));
+    EXPECT_THAT(m_first.order, ElementsAre("9", "10", "100"));
+}
+
+TEST_F(NotificationPathTest, AnEventIsDoneOnlyWhenItsTrapsAreSent) {
+    m_path->onConnected(10, {});
+    event(11, alarmRecord(7, 70));
+    EXPECT_EQ(m_ledger->lastDone(), 10U);
+    EXPECT_EQ(m_path->lastHandledEvent(), 11U);  // of this life: it must not come again
+    ASSERT_TRUE(turnUntilDone(11));
+}
+
+TEST_F(NotificationPathTest, ABadRecordIsSkippedCountedAndDone) {
+    m_path->onConnected(0, {});
+    event(1, emptyRecord());
+    event(2, alarmRecord(666, 70));
+    event(3, alarmRecord(7, 71));
+    ASSERT_TRUE(turnUntilDone(3));
+    EXPECT_EQ(m_transport.sent[1001].size(), 1U);
+    EXPECT_EQ(m_path->counters().events, 3U);
+    EXPECT_EQ(m_path->counters().notBuilt, 4U);  // two handlers each
+    const TrapCounters counters = m_sender.status().destinations[0].counters;
+    EXPECT_EQ(counters.considered, 6U);
+    EXPECT_EQ(counters.dropped[static_cast<std::size_t>(TrapDrop::NotBuilt)], 2U);
+    EXPECT_EQ(counters.filtered, 3U);
+}
+
+TEST_F(NotificationPathTest, AHandlerThatThrowsDoesNotKeepTheOtherFromItsTrap) {
+    m_first.throws = true;
+    m_path->onConnected(0, {});
+    event(1, alarmRecord(7, 70));
+    ASSERT_TRUE(turnUntilDone(1));
+    EXPECT_THAT(m_transport.sent[1001], IsEmpty());
+    EXPECT_EQ(m_transport.sent[1004].size(), 1U);
+    EXPECT_EQ(m_path->counters().notBuilt, 1U);
+}
+
+TEST_F(NotificationPathTest, ATrapOidThatIsNoneIsDroppedWithItsReason) {
+    FakeHandler bad(1, "1.3.6.1.9.None");
+    m_handlers = {&bad};
+    m_path->onConnected(0, {});
+    event(1, alarmRecord(7, 70));
+    EXPECT_EQ(m_ledger->lastDone(), 1U);
+    EXPECT_EQ(m_sender.status().destinations[0].counters.dropped[static_cast<std::size_t>(TrapDrop::BadOid)], 1U);
+}
+
+TEST_F(NotificationPathTest, TheFirstContactCountsFromTheStoresLastEvent) {
+    EXPECT_EQ(m_path->lastHandledEvent(), std::nullopt);
+    m_path->onConnected(500, {});
+    EXPECT_EQ(m_path->lastHandledEvent(), 500U);
+    EXPECT_EQ(m_ledger->lastDone(), 500U);
+}
+
+TEST_F(NotificationPathTest, AReconnectGoesOnBehindTheLastEvent) {
+    m_path->onConnected(5, {});
+    event(6, alarmRecord(7, 70));
+    m_path->onDisconnected();
+    EXPECT_EQ(m_path->lastHandledEvent(), 6U);
+    m_path->onConnected(9, {});
+    EXPECT_EQ(m_path->lastHandledEvent(), 6U);
+}
+
+TEST_F(NotificationPathTest, AYoungerStoreIsTakenFromItsFirstEvent) {
+    m_path->onConnected(100, {});
+    m_path->onDisconnected();
+    m_path->onConnected(3, {});
+    EXPECT_EQ(m_path->lastHandledEvent(), 0U);
+    event(1, alarmRecord(7, 70));
+    ASSERT_TRUE(turnUntilDone(1));
+}
+
+TEST_F(NotificationPathTest, WhatWasReadBeforeIsStaleOnceAnEventCame) {
+    m_path->onConnected(0, {});
+    EXPECT_EQ(m_stale, 1);
+    event(1, alarmRecord(7, 70));
+    EXPECT_EQ(m_stale, 2);
+    m_path->onDisconnected();
+    EXPECT_EQ(m_stale, 3);
+}
