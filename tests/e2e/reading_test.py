@@ -324,6 +324,14 @@ class Alarms(unittest.TestCase):
                 self.assertEqual(got[2][1], "No Such Instance currently exists at this OID")
                 self.assertLessEqual(proxy.calls[GET_CURRENT_ALARM] - before, 2)
 
+    def test_snmpv1_sees_all_but_the_counter64_column(self):
+        with System() as system:
+            with BackendClient(system.path("state", "backend.sock")) as client:
+                client.raise_alarms(3)
+            names = [name[len(ALARMS) + 1:] for name, _ in values(system.walk(ALARM_TABLE, version=V1))]
+            self.assertEqual(names, ["%d.%d" % (column, row) for column in range(1, 12) for row in (1, 2, 3)])
+            self.assertIn("noSuchName", system.run("snmpget", ALARMS + ".12.1", version=V1, check=False).stderr)
+
     def test_a_cleared_alarm_is_gone_for_a_new_walk(self):
         with System() as system:
             with BackendClient(system.path("state", "backend.sock")) as client:
