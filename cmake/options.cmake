@@ -7,13 +7,13 @@ add_library(tamrel_flags INTERFACE)
 target_include_directories(tamrel_flags INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(tamrel_flags INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Woverloaded-virtual
-    -Wformat=2 -Wnull-dereference -Wcast-align -Wundef -Werror)
+    -Wformat=2 -Wcast-align -Wundef -Werror)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(tamrel_flags INTERFACE -Wlogical-op -Wduplicated-cond)
 endif()
 if(TAMREL_SANITIZE)
-    # -Wnull-dereference reports paths that only the sanitizers' own checks create.
+    # reports paths that only the sanitizers' own checks create.
     target_compile_options(tamrel_flags INTERFACE -fsanitize=${TAMREL_SANITIZE} -fno-sanitize-recover=all
-        -fno-omit-frame-pointer -Wno-null-dereference)
+        -fno-omit-frame-pointer)
     target_link_options(tamrel_flags INTERFACE -fsanitize=${TAMREL_SANITIZE})
 endif()
