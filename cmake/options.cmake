@@ -12,7 +12,6 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(tamrel_flags INTERFACE -Wlogical-op -Wduplicated-cond)
 endif()
 if(TAMREL_SANITIZE)
-    # reports paths that only the sanitizers' own checks create.
     target_compile_options(tamrel_flags INTERFACE -fsanitize=${TAMREL_SANITIZE} -fno-sanitize-recover=all
         -fno-omit-frame-pointer)
     target_link_options(tamrel_flags INTERFACE -fsanitize=${TAMREL_SANITIZE})
