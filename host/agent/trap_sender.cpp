@@ -348,7 +348,10 @@ void TrapSender::noteState(const std::string& key, const Readiness& readiness) {
         Destination& destination = found->second;
         const Link& link = m_links.at(key);
         destination.resolvedAddress = link.channel ? link.route.address : "";
-        if (destination.state == readiness.state) return;
+        if (destination.state == readiness.state) {
+            destination.reason = readiness.reason;
+            return;
+        }
         const bool hopeful = readiness.state == DestinationState::Ready && !readiness.proven;
         if (hopeful && destination.state == DestinationState::Failing) return;
         destination.state = readiness.state;

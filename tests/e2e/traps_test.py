@@ -19,6 +19,7 @@ trapcommunity traps
 createUser plain
 createUser signed SHA-512 "signed-auth-pass"
 createUser sealed SHA-256 "sealed-auth-pass" AES "sealed-priv-pass"
+createUser strong SHA-512 "strong-auth-pass" AES-256 "strong-priv-pass"
 """
 
 COMMON, BOTH, NAMED = 1, 3, 4  # which traps a destination gets
@@ -105,12 +106,13 @@ class SnmpTrapd:
         config = os.path.join(self._folder, "receiver.conf")
         with open(config, "w", encoding="utf-8") as file:
             file.write("authCommunity log traps\nauthUser log plain noauth\nauthUser log signed\n"
-                       "authUser log sealed priv\n"
+                       "authUser log sealed priv\nauthUser log strong priv\n"
                        "createUser -e 0x%s plain\n"
                        "createUser -e 0x%s signed SHA-512 signed-auth-pass\n"
                        "createUser -e 0x%s sealed SHA-256 sealed-auth-pass AES sealed-priv-pass\n"
+                       "createUser -e 0x%s strong SHA-512 strong-auth-pass AES-256 strong-priv-pass\n"
                        "format1 TRAP\\t1\\t%%N\\t%%w\\t%%q\\t%%v\\n\nformat2 TRAP\\t2\\t%%v\\n\n"
-                       "outputOption %s\n" % (engine, engine, engine, "nte" if numeric else "te"))
+                       "outputOption %s\n" % (engine, engine, engine, engine, "nte" if numeric else "te"))
         environment = dict(os.environ, SNMP_PERSISTENT_DIR=self._folder, MIBDIRS=mib_path(),
                            MIBS="" if numeric else "ALL")
         self._output = open(os.path.join(self._folder, "output"), "w+b")
@@ -150,7 +152,8 @@ class SnmpTrapd:
 def decoded_by_tshark(path, port):
     """Of each packet: the bindings as (name, kind, text) as tshark shows them."""
     users = [("signed", "SHA2-512", "signed-auth-pass", "AES", ""),
-             ("sealed", "SHA2-256", "sealed-auth-pass", "AES", "sealed-priv-pass")]
+             ("sealed", "SHA2-256", "sealed-auth-pass", "AES", "sealed-priv-pass"),
+             ("strong", "SHA2-512", "strong-auth-pass", "AES256", "strong-priv-pass")]
     command = ["tshark", "-n", "-r", path, "-T", "pdml", "-d", "udp.port==%d,snmp" % port]
     for user in users:  # of any engine; the last field tells how keys are lengthened, which theirs are not
         command += ["-o", 'uat:snmp_users:"","%s","%s","%s","%s","%s","AGENT++"' % user]
@@ -319,7 +322,7 @@ class OtherReaders(unittest.TestCase):
     """The same traps as Net-SNMP's and Wireshark's programs read them."""
 
     # version and user of the destinations
-    KINDS = [(1, None), (2, None), (3, "plain"), (3, "signed"), (3, "sealed")]
+    KINDS = [(1, None), (2, None), (3, "plain"), (3, "signed"), (3, "sealed"), (3, "strong")]
 
     def setUp(self):
         self.maxDiff = None
@@ -354,8 +357,8 @@ class OtherReaders(unittest.TestCase):
                     self.assertEqual(len(datagrams), count)
                     self.check(version, serial, lines, datagrams, receiver.port, system)
                     if version == 3:
-                        secret = ADVICE.encode() in datagrams[0]
-                        self.assertEqual(secret, user != "sealed")
+                        readable = ADVICE.encode() in datagrams[0]
+                        self.assertEqual(readable, user not in ("sealed", "strong"))
                     system.set("%s.3.%d" % (DESTINATIONS, number), "i", "6")
 
     def check(self, version, serial, lines, datagrams, port, system):

@@ -1,0 +1,138 @@
+#include "host/agent/trap_session.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include "host/agent/net_snmp.h"
+#include "host/services/backend_socket.h"
+
+namespace {
+
+// A loopback UDP socket.
+class Receiver {
+public:
+    explicit Receiver(int family) : m_socket(::socket(family, SOCK_DGRAM, 0)) {
+        sockaddr_storage address{};
+        socklen_t length = 0;
+        if (family == AF_INET6) {
+            auto* six = reinterpret_cast<sockaddr_in6*>(&address);
+            six->sin6_family = AF_INET6;
+            six->sin6_addr = in6addr_loopback;
+            length = sizeof *six;
+        } else {
+            auto* four = reinterpret_cast<sockaddr_in*>(&address);
+            four->sin_family = AF_INET;
+            four->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+            length = sizeof *four;
+        }
+        EXPECT_EQ(::bind(m_socket.get(), reinterpret_cast<sockaddr*>(&address), length), 0);
+        EXPECT_EQ(::getsockname(m_socket.get(), reinterpret_cast<sockaddr*>(&address), &length), 0);
+        m_port = ntohs(family == AF_INET6 ? reinterpret_cast<sockaddr_in6*>(&address)->sin6_port
+                                          : reinterpret_cast<sockaddr_in*>(&address)->sin_port);
+    }
+    unsigned int port() const { return m_port; }
+
+    // "" when nothing has come within a generous time.
+    std::string receive() {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        if (waitFor(m_socket.get(), POLLIN, deadline, -1) != Wait::Ready) return "";
+        char bytes[2048];
+        const ssize_t got = ::recv(m_socket.get(), bytes, sizeof bytes, 0);
+        return got < 0 ? "" : std::string(bytes, static_cast<std::size_t>(got));
+    }
+
+private:
+    FileDescriptor m_socket;
+    unsigned int m_port = 0;
+};
+
+TrapRoute routeTo(const std::string& address, unsigned int port, unsigned int version) {
+    TrapRoute route;
+    route.address = address;
+    route.port = port;
+    route.version = version;
+    route.name = "word";
+    return route;
+}
+
+Trap coldStart() {
+    Trap trap;
+    trap.oid = {1, 3, 6, 1, 6, 3, 1, 1, 5, 1};
+    return trap;
+}
+
+void expectArrives(int family, const std::string& address, unsigned int version) {
+    Receiver receiver(family);
+    NetSnmpTrapTransport transport;
+    std::string failure;
+    const auto channel = transport.open(routeTo(address, receiver.port(), version), failure);
+    ASSERT_NE(channel, nullptr) << failure;
+    const TrapSendResult result = channel->send(coldStart());
+    EXPECT_EQ(result.failure, "");
+    const std::string message = receiver.receive();
+    ASSERT_GT(message.size(), 10U);
+    EXPECT_EQ(message[4], version == 1 ? 0 : 1);  // version of SNMP, behind sequence and type
+    EXPECT_NE(message.find("word"), std::string::npos);
+}
+
+}  // namespace
+
+TEST(TrapSession, SnmpV1ReachesAnIpv4Address) {
+    expectArrives(AF_INET, "127.0.0.1", 1);
+}
+
+TEST(TrapSession, SnmpV2cReachesAnIpv4Address) {
+    expectArrives(AF_INET, "127.0.0.1", 2);
+}
+
+TEST(TrapSession, SnmpV1ReachesAnIpv6Address) {
+    expectArrives(AF_INET6, "::1", 1);
+}
+
+TEST(TrapSession, SnmpV2cReachesAnIpv6AddressWithAZone) {
+    expectArrives(AF_INET6, "::1%lo", 2);
+}
+
+TEST(TrapSession, AZoneThatDoesNotExistIsAFailure) {
+    NetSnmpTrapTransport transport;
+    std::string failure;
+    EXPECT_EQ(transport.open(routeTo("fe80::1%nozone", 9, 2), failure), nullptr);
+    EXPECT_EQ(failure, "no network interface has the zone of fe80::1%nozone");
+}
+
+TEST(TrapSession, AZoneMayBeANumber) {
+    expectArrives(AF_INET6, "::1%" + std::to_string(if_nametoindex("lo")), 2);
+}
+
+TEST(TrapSession, AMessageThatIsTooLongIsAFailure) {
+    Receiver receiver(AF_INET);
+    NetSnmpTrapTransport transport;
+    std::string failure;
+    const auto channel = transport.open(routeTo("127.0.0.1", receiver.port(), 2), failure);
+    ASSERT_NE(channel, nullptr) << failure;
+    Trap trap = coldStart();
+    for (oid i = 1; i <= 2; ++i) {
+        TrapBinding binding;
+        binding.name = {1, 3, 6, 1, 9, i};
+        binding.value.type = ASN_OCTET_STR;
+        binding.value.octets.assign(40000, 'x');
+        trap.bindings.push_back(binding);
+    }
+    EXPECT_NE(channel->send(trap).failure, "");
+    EXPECT_EQ(channel->send(coldStart()).failure, "");
+    EXPECT_NE(receiver.receive(), "");
+}
+
+TEST(TrapSession, AUserThatNobodyCreatedIsUnknown) {
+    NetSnmpTrapTransport transport;
+    EXPECT_EQ(transport.levelOfUser("nobody"), std::nullopt);
+}
+
+TEST(TrapSession, WithoutConfigurationThereIsNoCommunity) {
+    NetSnmpTrapTransport transport;
+    EXPECT_EQ(transport.community(), "");
+}
