@@ -20,6 +20,7 @@
 #include "host/services/identity.h"
 #include "host/services/logging.h"
 #include "host/services/product_root.h"
+#include "host/services/trap_api.h"
 #include "platform/vrx_utility.h"
 
 namespace {
@@ -52,6 +53,14 @@ std::string absoluteRoot(const std::string& given) {
     return path.string();
 }
 
+// Closes the store of trap destinations when all who use it are gone.
+struct DestinationsCloser {
+    DestinationsCloser() = default;
+    DestinationsCloser(const DestinationsCloser&) = delete;
+    DestinationsCloser& operator=(const DestinationsCloser&) = delete;
+    ~DestinationsCloser() { closeTrapDestinations(); }
+};
+
 int serve(const CommandLine& line) {
     const std::string root = absoluteRoot(line.root);
     setProductRoot(root);
@@ -75,6 +84,7 @@ int serve(const CommandLine& line) {
         backend = std::make_unique<Backend>(BackendSettings::fromDevice());
         backend->start();
     }
+    const DestinationsCloser closer;
     Agent agent(loop, root, line.modules);
     NotificationService notifications(loop, [&agent] { agent.markAllChanged(); });
     agent.listen(line.listeners);
