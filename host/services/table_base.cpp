@@ -10,6 +10,7 @@
 #include <optional>
 #include <utility>
 
+#include "module/vrx_exception.h"
 #include "platform/snmp_configuration.h"
 #include "platform/snmp_table_base.h"
 #include "platform/vrx_debug_kit.h"
@@ -90,7 +91,7 @@ int CSnmpTableBase::collectRows(RowsByNumber& rows) {
     for (;;) {
         CR8KPackageV3 request;
         CR8KPackageV3 batch;
-        std::string lastKey = key;
+        std::string lastKey;
         unsigned long long lastIndex = position;
         unsigned int received = 0;
         int result = 0;
@@ -106,6 +107,7 @@ int CSnmpTableBase::collectRows(RowsByNumber& rows) {
         }
         takeRows(batch, numberOfKey(asked).value_or(0), rows);
         if (received == 0 || !wantsMore(rows)) return 0;
+        if (lastKey.empty()) return 0;  // records without a number tell of no place to go on behind
         if (lastIndex <= position) {
             log(Severity::Error, __LINE__, "the backend sends no records behind number %llu, the query ends.",
                 position);
@@ -163,11 +165,6 @@ int CSnmpTableBase::GetBatchTableInfo_i(CR8KPackageV3& req, std::string& key, st
     for (const CTLVRecordV3* record : m_batch.records()) {
         ++received;
         try {
-            const std::string recordKey = getIndexOfRecord(*record);
-            if (const auto number = numberOfKey(recordKey)) {
-                lastKey = recordKey;
-                lastIndex = *number;
-            }
             const int status = AppendRspPkgRecord(rsp, *record);
             if (status != 0) return status;
         } catch (const std::bad_alloc&) {
@@ -175,21 +172,31 @@ int CSnmpTableBase::GetBatchTableInfo_i(CR8KPackageV3& req, std::string& key, st
         } catch (const std::exception& error) {
             noteBadRecord(error.what());
         }
+        try {
+            const std::string recordKey = getIndexOfRecord(*record);
+            if (const auto number = numberOfKey(recordKey)) {
+                lastKey = recordKey;
+                lastIndex = *number;
+            }
+        } catch (const CVRX_Exception&) {  // a record that is no row need not have a number
+        }
     }
     return 0;
 }
 
 int CSnmpTableBase::AppendRspPkgRecord(CR8KPackageV3& rsp, const CTLVRecordV3& record) {
     if (!queryRecordValidation(record) || preGetRspCell(record) != 0) return 0;
+    auto row = std::make_unique<CTLVRecordV3>(CTLVRecordV3::NO_IDENTIFIER, CTLVRecordV3::DEFAULT_BUCKETS);
+    fillRspRecord(record, row.get());
+    postGetRspCell(record);
+    if (row->count() == 0) return 0;  // no row: it may lack a number, too
     const auto number = numberOfKey(getIndexOfRecord(record));
     if (!number) {
         noteBadRecord("its index is no number");
         return 0;
     }
-    auto row = std::make_unique<CTLVRecordV3>(*number, CTLVRecordV3::DEFAULT_BUCKETS);
-    fillRspRecord(record, row.get());
-    postGetRspCell(record);
-    if (row->count() != 0) rsp.append(std::move(row));
+    row->setIdentifier(*number);
+    rsp.append(std::move(row));
     return 0;
 }
 
