@@ -3,7 +3,10 @@
 #include <sys/stat.h>
 #include <tinyxml.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 
 #include "alarm/alarm_xml_depth.h"
@@ -39,7 +42,7 @@ std::string readGuarded(const std::string& path, std::string& content, bool& ope
 
     const std::size_t mib = limitMib();
     const std::size_t limit = mib * 1024 * 1024;
-    const std::string tooLarge = "File is larger than " + std::to_string(mib) + " MiB";
+    std::string tooLarge = "File is larger than " + std::to_string(mib) + " MiB";
     if (static_cast<unsigned long long>(status.st_size) > limit) return tooLarge;
     content.reserve(static_cast<std::size_t>(status.st_size) + 1);
     char buffer[65536];
@@ -50,6 +53,12 @@ std::string readGuarded(const std::string& path, std::string& content, bool& ope
         if (count < sizeof buffer) break;
     }
     if (std::ferror(file.get()) != 0) return "Failed to read file";
+    // TinyXML ends at a zero byte, but a broken UTF-8 character makes it step over one, or over the end of its buffer.
+    content.resize(std::strlen(content.c_str()));
+    const auto isLead = [](char c) { return static_cast<unsigned char>(c) >= 0xC2; };
+    if (std::any_of(content.end() - std::min<std::ptrdiff_t>(3, content.end() - content.begin()), content.end(),
+                    isLead))
+        content.append(3, '\n');
     if (isNestedDeeperThan(content, ALARM_XML_MAX_DEPTH)) {
         return "Elements are nested more than " + std::to_string(ALARM_XML_MAX_DEPTH) + " levels deep";
     }
