@@ -3,6 +3,8 @@
 #include <ace/Log_Msg.h>
 #include <ace/Log_Msg_Backend.h>
 #include <ace/Log_Record.h>
+#include <ace/Singleton.h>
+#include <ace/Thread_Mutex.h>
 #include <fcntl.h>
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/sinks/dist_sink.h>
@@ -247,6 +249,8 @@ LogOptions logOptionsFromDevice() {
 
 void startLogging(const LogOptions& options) {
     Log::instance().start(options);
+    // ACE makes the registry on first use, and two threads that do so at once would race.
+    ACE_Unmanaged_Singleton<CVRXDebugKitMgr, ACE_Thread_Mutex>::instance();
 }
 
 void logLine(const char* subsystem, LogLevel level, const std::string& text) {
