@@ -36,7 +36,8 @@ std::string readSmallFile(const std::string& path) {
     if (!S_ISREG(status.st_mode)) fail(path, "not a regular file");
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rbe"), &std::fclose);
     if (file == nullptr) fail(path, std::generic_category().message(errno));
-    std::string content(LARGEST_FILE + 1, '\0');
+    // Room behind the end: TinyXML steps up to three bytes over it when a UTF-8 character is cut off there.
+    std::string content(LARGEST_FILE + 8, '\0');
     content.resize(std::fread(content.data(), 1, content.size(), file.get()));
     if (std::ferror(file.get()) != 0) fail(path, "cannot be read");
     if (content.size() > LARGEST_FILE) fail(path, "larger than " + std::to_string(LARGEST_FILE) + " bytes");
