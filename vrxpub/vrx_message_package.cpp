@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <limits>
+#include <locale>
 #include <string>
 
 #include "module/vrx_exception.h"
@@ -25,6 +25,7 @@ constexpr char GET_RECORD_SIGNATURE[] =
 template <typename... Parts>
 std::string join(const Parts&... parts) {
     std::ostringstream text;
+    text.imbue(std::locale::classic());  // a host's locale may group digits
     (text << ... << parts);
     return text.str();
 }
@@ -58,7 +59,7 @@ std::string checkCells(const unsigned char* buf, unsigned int recordLen, unsigne
         }
         const tCellHead head = cellHeadAt(buf + pos);
         const unsigned int type = head.word & 0xFU;
-        // "unmated": spelled so on purpose, and so is the word for a number above.
+        // "unmated" here, and the name instead of its value above: spelled so on purpose.
         if (type > MAX_WIRE_TYPE) return join(" : data type unmated, received type is ", type);
         pos += MIN_TLV_SIZE;
         if (head.length + pos > end) {
@@ -143,11 +144,7 @@ void CTLVPackageV3<MSG_S_HEAD>::write(unsigned char* buf) const {
         unsigned char* const recordLen = putLe64(p, record->identifier());
         p = recordLen + 2;
         for (auto position = record->begin(); position != record->end(); position = position->next_) {
-            const CTLVCell& cell = CTLVRecordV3::cellAt(position);
-            p = putLe16(p, cell.word());
-            p = putLe16(p, cell.length());
-            if (cell.length() != 0) memcpy(p, cell.data(), cell.length());
-            p += cell.length();
+            p = CTLVRecordV3::cellAt(position).write(p);
         }
         // Narrow on purpose: a longer record keeps all its cells and the low 16 bits of their length.
         putLe16(recordLen, static_cast<std::uint16_t>(p - recordLen - 2));

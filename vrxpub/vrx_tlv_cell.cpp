@@ -7,7 +7,6 @@
 #include <limits>
 
 #include "module/vrx_exception.h"
-#include "vrxpub/vrx_little_endian.h"
 
 namespace {
 
@@ -45,6 +44,11 @@ CTLVCell::~CTLVCell() {
     } else if (m_length != 0) {
         explicit_bzero(m_value.inside, m_length);
     }
+}
+
+const unsigned char* CTLVCell::data() const {
+    if (isOutside()) return m_value.outside;
+    return m_length == 0 ? nullptr : m_value.inside;
 }
 
 unsigned short CTLVCell::wordOf(unsigned short tag, unsigned short type) {

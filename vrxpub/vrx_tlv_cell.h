@@ -4,9 +4,13 @@
 // value is replaced or the cell ends.
 #pragma once
 
+#include <cstddef>
+#include <cstring>
 #include <string>
 
-class CTLVCell {
+#include "vrxpub/vrx_little_endian.h"
+
+class CTLVCell final {
 public:
     // Value types; the low 4 bits of a cell's first word. 0 to 9 are valid on the wire; 5 to 9 are carried unchanged.
     enum ETLVType : unsigned short {
@@ -24,6 +28,8 @@ public:
     ~CTLVCell();  // the value's bytes are overwritten with zeros first
     CTLVCell(const CTLVCell&) = delete;
     CTLVCell& operator=(const CTLVCell&) = delete;
+    static void* operator new(std::size_t size);
+    static void operator delete(void* block) noexcept;
 
     unsigned short tag() const { return static_cast<unsigned short>(m_word >> TYPE_BITS); }  // 0 to 4095
     ETLVType type() const { return static_cast<ETLVType>(m_word & TYPE_MASK); }              // 0 to 15
@@ -43,6 +49,9 @@ public:
     void set_i(ETLVType type, unsigned short tag, const void* data, unsigned long length);
     // As set_i, with tag and type in one word as on the wire.
     void setCell(unsigned short word, const char* data, unsigned long length);
+
+    // Writes size() bytes, as on the wire, and returns the position behind them.
+    unsigned char* write(unsigned char* p) const;
 
     // Throw CVRX_Exception unless the type is numerical (above 2), textual (2).
     void checkNumerical() const;
@@ -82,7 +91,8 @@ unsigned int CTLVCell::ValueCast<unsigned int>::operator()(const CTLVCell* cell)
 template <>
 unsigned long long CTLVCell::ValueCast<unsigned long long>::operator()(const CTLVCell* cell) const;
 
-inline const unsigned char* CTLVCell::data() const {
-    if (isOutside()) return m_value.outside;
-    return m_length == 0 ? nullptr : m_value.inside;
+inline unsigned char* CTLVCell::write(unsigned char* p) const {
+    p = putLe16(putLe16(p, m_word), m_length);
+    memcpy(p, isOutside() ? m_value.outside : m_value.inside, m_length);
+    return p + m_length;
 }

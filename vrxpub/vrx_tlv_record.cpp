@@ -39,11 +39,21 @@ CTLVCell& CTLVRecordV3::operator[](unsigned short tag) const {
 }
 
 CTLVRecordV3::Position CTLVRecordV3::find(unsigned short tag) const {
-    if (m_lastIndexed->next_ != end()) indexNewCells();
-    Position position = nullptr;
-    if (m_index != nullptr && m_index->find(tag, position) == 0) return position;
+    if (count() > MAX_WALKED_CELLS) {
+        indexNewCells();
+        Position position = nullptr;
+        if (m_index->find(tag, position) == 0) return position;
+    } else if (!isIndexRefused()) {
+        for (Position p = begin(); p != end(); p = p->next_) {
+            if (cellAt(p).tag() == tag) return p;
+        }
+    }
     errno = ENOENT;
     return end();
+}
+
+bool CTLVRecordV3::isIndexRefused() const {
+    return m_index != nullptr && m_index->total_size() == 0;
 }
 
 void CTLVRecordV3::indexNewCells() const {
@@ -52,10 +62,12 @@ void CTLVRecordV3::indexNewCells() const {
         const std::size_t buckets = DEFAULT_BUCKETS;
         m_index = std::make_unique<TagIndex>(buckets);
     }
-    for (Position p = m_lastIndexed->next_; p != end(); p = p->next_) {
-        // bind() keeps the first cell of a tag, and must not be called on a table without buckets.
-        if (m_index->total_size() != 0 && m_index->bind(cellAt(p).tag(), p) == -1) throw std::bad_alloc();
-        m_lastIndexed = p;
+    if (!isIndexRefused()) {  // bind() on a table without buckets would write through a null pointer
+        for (Position p = m_lastIndexed->next_; p != end(); p = p->next_) {
+            // The first cell of a tag stays.
+            if (m_index->bind(cellAt(p).tag(), p) == -1) throw std::bad_alloc();
+            m_lastIndexed = p;
+        }
     }
     errno = savedErrno;
 }

@@ -6,8 +6,8 @@
 //     record->append(cell.get());
 //     cell.release();  // the record owns it from here
 //
-// Threads: a record belongs to one request; no locks. find() enters cells into the tag index when they are first asked
-// for, so even two readers of one record must take turns.
+// Threads: a record belongs to one request; no locks. find() enters the cells of a large record into its tag index when
+// they are first asked for, so even two readers of one record must take turns.
 #pragma once
 
 #include <ace/Containers_T.h>
@@ -67,12 +67,16 @@ private:
     };
     using TagIndex = ACE_Hash_Map_Manager_Ex<int, ACE_DLList_Node*, ACE_Hash<int>, ACE_Equal_To<int>, ACE_Null_Mutex>;
 
+    // Up to here, walking the list beats entering the cells into the index, however often they are asked for.
+    static constexpr std::size_t MAX_WALKED_CELLS = DEFAULT_BUCKETS;
+
+    bool isIndexRefused() const;
     void indexNewCells() const;
 
     unsigned long long m_identifier;
     CellList m_cells;
-    // Filled by find(): most records are only walked or passed on, and would pay for entries that nobody asks for. A
-    // table of DEFAULT_BUCKETS is made then too, so that a flood of empty records costs no kilobyte each.
+    // Filled by the first find() that needs it; a table of DEFAULT_BUCKETS is made there too, so that a flood of small
+    // records costs no kilobyte each. Other tables are made with the record.
     mutable std::unique_ptr<TagIndex> m_index;
     mutable Position m_lastIndexed;  // the cells up to here are in the index
 };

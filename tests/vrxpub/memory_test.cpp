@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <new>
+#include <thread>
+#include <vector>
 
 #include "ace_log_capture.h"
 #include "wire_bytes.h"
@@ -118,7 +120,7 @@ TEST(ValueWiping, ShortValueIsZeroWhenItsCellEndsOrIsReplaced) {
     };
     for (std::size_t length = 1; length <= 16; ++length) {
         std::fill(std::begin(place), std::end(place), 0);
-        auto* const cell = new (place) CTLVCell;
+        auto* const cell = ::new (place) CTLVCell;
         cell->setCell(0, reinterpret_cast<const char*>(value.data()), length);
         EXPECT_EQ(countOfValueBytes(), length);
         cell->setCell(0, "x", 1);
@@ -154,16 +156,40 @@ TEST(AllocationFailure, CellThatIsNotAppendedStaysTheCallers) {
     EXPECT_EQ(record.count(), 0U);
 }
 
+// A record that is long enough to be searched by its index.
 TEST(AllocationFailure, SearchGoesOnWhereTheIndexStopped) {
+    constexpr unsigned short FIRST = 40;
+    constexpr unsigned short ALL = 50;
     CTLVRecordV3 record(1, 32);
-    for (unsigned short tag = 0; tag < 5; ++tag) append(record, makeCell(CTLVCell::TLV_TYPE_UINT, tag, {1}));
-    (void)record.find(0);
-    for (unsigned short tag = 5; tag < 10; ++tag) append(record, makeCell(CTLVCell::TLV_TYPE_UINT, tag, {1}));
+    for (unsigned short tag = 0; tag < FIRST; ++tag) append(record, makeCell(CTLVCell::TLV_TYPE_UINT, tag, {1}));
+    EXPECT_TRUE(record.has(0));
+    for (unsigned short tag = FIRST; tag < ALL; ++tag) append(record, makeCell(CTLVCell::TLV_TYPE_UINT, tag, {1}));
     for (const long before : {0, 1, 3}) {
         allocationsLeft = before;
-        EXPECT_THROW((void)record.find(9), std::bad_alloc) << before;
+        EXPECT_THROW((void)record.find(ALL - 1), std::bad_alloc) << before;
     }
-    for (unsigned short tag = 0; tag < 10; ++tag) EXPECT_TRUE(record.has(tag));
+    for (unsigned short tag = 0; tag < ALL; ++tag) EXPECT_TRUE(record.has(tag));
+}
+
+TEST(AllocationFailure, SearchWithoutMemoryForTheIndexFindsNothing) {
+    const AceLogCapture log;
+    CTLVRecordV3 record(1, 32);
+    for (unsigned short tag = 0; tag < 40; ++tag) append(record, makeCell(CTLVCell::TLV_TYPE_UINT, tag, {1}));
+    allocationsLeft = 1;  // the index object, then its buckets
+    EXPECT_FALSE(record.has(0));
+    EXPECT_THAT(log.errors(), ::testing::ElementsAre("ACE_Hash_Map_Manager_Ex\n"));
+}
+
+// Cells that begin on one thread and end on another, more than a thread keeps for later.
+TEST(CellMemory, CellsMayEndOnAnotherThread) {
+    for (int round = 0; round < 3; ++round) {
+        std::vector<std::unique_ptr<CTLVCell>> cells;
+        std::thread([&cells] {
+            for (int i = 0; i < 3000; ++i) cells.push_back(makeCell(CTLVCell::TLV_TYPE_UINT, 1, {1, 2}));
+        }).join();
+        for (const auto& cell : cells) EXPECT_EQ(bytesOf(*cell), (Bytes{1, 2}));
+        std::thread([&cells] { cells.clear(); }).join();
+    }
 }
 
 // Every allocation of a decode fails in turn: bad_alloc, or a record without index; never a leak or half a record.

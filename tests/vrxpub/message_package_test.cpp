@@ -277,6 +277,8 @@ struct BadHeadCase {
     const char* name;
     Bytes bytes;
     std::vector<std::string> messages;
+
+    friend void PrintTo(const BadHeadCase& test, std::ostream* os) { *os << test.name; }
 };
 
 class BadHead : public ::testing::TestWithParam<BadHeadCase> {};
@@ -336,6 +338,8 @@ struct BadRecordCase {
     const char* name;
     Bytes records;
     std::vector<std::string> messages;
+
+    friend void PrintTo(const BadRecordCase& test, std::ostream* os) { *os << test.name; }
 };
 
 class BadRecord : public ::testing::TestWithParam<BadRecordCase> {};

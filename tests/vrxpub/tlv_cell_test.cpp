@@ -34,6 +34,8 @@ struct CastCase {
     Bytes value;
     unsigned int as32;
     unsigned long long as64;
+
+    friend void PrintTo(const CastCase& test, std::ostream* os) { *os << test.name; }
 };
 
 class CellCast : public ::testing::TestWithParam<CastCase> {};
