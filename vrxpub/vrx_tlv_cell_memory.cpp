@@ -23,7 +23,7 @@ namespace {
 struct tSpareCell {
     tSpareCell* next;
 };
-static_assert(sizeof(tSpareCell) <= sizeof(CTLVCell) && alignof(tSpareCell) <= alignof(CTLVCell));
+static_assert(sizeof(tSpareCell) <= sizeof(CTLVCell));
 
 // Without destructors, so that cells which end after the thread's other objects still find them.
 thread_local tSpareCell* spareCells = nullptr;

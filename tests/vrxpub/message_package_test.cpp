@@ -11,7 +11,6 @@
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
-using ::testing::Not;
 
 namespace {
 

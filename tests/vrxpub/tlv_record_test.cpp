@@ -14,12 +14,14 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 // One test asks for an index that cannot be: the sanitizers must answer as malloc does.
+// NOLINTBEGIN(bugprone-reserved-identifier): the names are the sanitizers' own
 extern "C" const char* __asan_default_options() {
     return "allocator_may_return_null=1";
-}  // NOLINT(*-reserved-identifier)
+}
 extern "C" const char* __tsan_default_options() {
     return "allocator_may_return_null=1";
-}  // NOLINT(*-reserved-identifier)
+}
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 
