@@ -9,6 +9,7 @@
 #include <exception>
 #include <map>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -52,7 +53,6 @@ struct Connectivity::State {
     std::condition_variable changed;
     // guarded by mutex
     Entries entries;
-    bool started = false;
     unsigned int generation = 0;  // of the thread that is to run; one of another generation ends
     unsigned int ended = 0;       // the last generation that has ended
 
@@ -79,7 +79,7 @@ Connectivity::State::Entries::iterator Connectivity::State::nextDue() {
 
 // Caller holds the mutex, as for refresh(), which lets go of it during the look-up.
 void Connectivity::State::makeRoom() {
-    if (entries.size() < options.capacity) return;
+    if (entries.empty() || entries.size() < options.capacity) return;
     entries.erase(std::min_element(entries.begin(), entries.end(),
                                    [](const auto& a, const auto& b) { return a.second.asked < b.second.asked; }));
 }
@@ -123,23 +123,25 @@ Connectivity::~Connectivity() {
     stop();
 }
 
+// Caller holds the state's mutex.
 void Connectivity::start() {
-    const std::lock_guard<std::mutex> lock(m_state->mutex);
-    if (m_state->started) return;
     const unsigned int generation = ++m_state->generation;
-    m_thread = std::thread([state = m_state, generation] { state->run(generation); });
-    m_state->started = true;
+    try {
+        m_thread = std::thread([state = m_state, generation] { state->run(generation); });
+    } catch (const std::system_error& error) {  // the next question tries again
+        logLine("connectivity", LogLevel::Warn, std::string("no thread for look-ups: ") + error.what());
+    }
 }
 
 void Connectivity::stop() {
     std::unique_lock<std::mutex> lock(m_state->mutex);
-    if (!m_state->started) return;
-    m_state->started = false;
+    if (!m_thread.joinable()) return;
+    std::thread thread = std::move(m_thread);
     const unsigned int generation = m_state->generation++;
     m_state->changed.notify_all();
     const bool ended = m_state->changed.wait_for(lock, STOP_PATIENCE, [&] { return m_state->ended == generation; });
     lock.unlock();
-    ended ? m_thread.join() : m_thread.detach();
+    ended ? thread.join() : thread.detach();
 }
 
 std::size_t Connectivity::size() const {
@@ -150,11 +152,8 @@ std::size_t Connectivity::size() const {
 bool Connectivity::isReachable(const std::string& address) {
     const bool numeric = isNumeric(address);
     if (!numeric && !destination_check::isHostName(address)) return false;
-    std::unique_lock<std::mutex> lock(m_state->mutex);
-    if (!m_state->started) {
-        lock.unlock();
-        return numeric && m_state->look(address);
-    }
+    const std::lock_guard<std::mutex> lock(m_state->mutex);
+    if (!m_thread.joinable()) start();
     const auto now = Clock::now();
     const auto found = m_state->entries.find(address);
     if (found != m_state->entries.end()) {

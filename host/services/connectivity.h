@@ -2,14 +2,13 @@
 // to it. Nothing is sent.
 //
 //     Connectivity connectivity;
-//     connectivity.start();
 //     if (connectivity.isReachable("nms.example.com")) ...
 //
-// Answers come from a cache that a thread of its own keeps fresh. The first question about a numeric address looks at
-// the routes at once; a host name counts as not reachable until it is resolved. Addresses that nobody asks for are
-// forgotten. Without the thread numeric addresses are looked at anew each time, and names are never reachable.
+// Answers come from a cache that a thread of its own keeps fresh; it starts with the first question. That about a
+// numeric address looks at the routes at once; a host name counts as not reachable until it is resolved. Addresses that
+// nobody asks for are forgotten.
 //
-// Threads: isReachable() from any, it never waits for the network; start() and stop() from one.
+// Threads: isReachable() and size() from any, they never wait for the network; stop() while nobody asks.
 #pragma once
 
 #include <chrono>
@@ -36,8 +35,8 @@ public:
     Connectivity(const Connectivity&) = delete;
     Connectivity& operator=(const Connectivity&) = delete;
 
-    void start();
-    // The thread ends; one that hangs in a look-up is left to end by itself after a moment.
+    // The thread ends; one that hangs in a look-up is left to end by itself after a moment. A later question starts
+    // another one.
     void stop();
 
     bool isReachable(const std::string& address);
@@ -48,9 +47,11 @@ public:
 
 private:
     struct State;
+    void start();
+
     const std::shared_ptr<State> m_state;  // shared with the thread, which may outlive this object
-    std::thread m_thread;
+    std::thread m_thread;                  // guarded by the state's mutex
 };
 
-// The one behind testDomainConnectivity. Start it when the process has its threads, stop it before the process ends.
+// The one behind testDomainConnectivity.
 Connectivity& processConnectivity();

@@ -4,6 +4,7 @@
 #include <mutex>
 #include <utility>
 
+#include "host/services/connectivity.h"
 #include "host/services/logging.h"
 #include "host/services/product_root.h"
 #include "host/services/trap_destination_checks.h"
@@ -117,6 +118,7 @@ int TrapDestinationTransaction::commit() {
 }
 
 void closeTrapDestinations() {
+    processConnectivity().stop();
     Service::instance().close();
 }
 

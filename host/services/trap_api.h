@@ -32,5 +32,6 @@ private:
     std::optional<TrapDestinationStore::Transaction> m_transaction;  // empty when there is no store
 };
 
-// Closes the store; the next use opens it again. REQUIRES: no other thread uses the trap API.
+// Closes the store and ends the thread that looks after the reachability of addresses, before the process ends; the
+// next use begins anew. REQUIRES: no other thread uses the trap API.
 void closeTrapDestinations();
