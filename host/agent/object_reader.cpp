@@ -36,10 +36,11 @@ std::string rowOid(const MibObject& object, std::uint32_t number) {
 }  // namespace
 
 ObjectReader::ObjectReader(const MibObject& object, CSnmpHandler& handler, std::function<std::uint64_t()> changes)
-    : m_object(object), m_handler(handler), m_changes(std::move(changes)), m_batch(false) {
+    : m_object(object), m_handler(handler), m_changes(std::move(changes)), m_batch(false), m_large(false) {
     if (auto* const batch = dynamic_cast<CSnmpTableBase*>(&handler)) {
         batch->setWholeTable(true);
         m_batch = isBelow(object.root.data(), object.root.size(), ENTERPRISE);
+        m_large = m_batch;
     }
 }
 

@@ -43,6 +43,6 @@ private:
     const MibObject& m_object;
     CSnmpHandler& m_handler;
     std::function<std::uint64_t()> m_changes;
-    bool m_batch;          // the handler is a CSnmpTableBase
-    bool m_large = false;  // it had more than a batch of rows when it was read last
+    bool m_batch;  // the handler is a CSnmpTableBase
+    bool m_large;  // it had more than a batch of rows when it was read last, or was not read yet
 };
