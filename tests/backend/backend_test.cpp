@@ -236,6 +236,7 @@ TEST_F(BackendTest, AClientThatDiesInTheMiddleOfAPackageIsLoggedAndForgotten) {
         ASSERT_TRUE(writeAll(socket.get(), half));
     }
     EXPECT_TRUE(eventually([this] { return status(status_tag::CLIENTS) == 1; }));
+    EXPECT_TRUE(eventually([this] { return !m_log.linesWith("client ").empty(); }));
     EXPECT_EQ(m_log.linesWith("client "), Lines{"warning [backend] client 1: the peer closed the connection in the "
                                                 "middle of a package; connection closed"});
 }
