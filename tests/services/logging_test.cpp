@@ -54,13 +54,13 @@ protected:
 
     // The file's lines without their time, and whether that has the right form.
     std::vector<std::string> lines() {
-        static const std::regex form(R"((\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:?\d\d) (.*))");
+        static const std::regex form(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:?\d\d)");
         std::vector<std::string> found;
         std::ifstream file(m_root.pathOf("log"));
         for (std::string line; std::getline(file, line);) {
-            std::smatch match;
-            EXPECT_TRUE(std::regex_match(line, match, form)) << line;
-            found.push_back(match[2]);
+            const std::size_t blank = line.find(' ');
+            EXPECT_TRUE(std::regex_match(line.substr(0, blank), form)) << line;
+            found.push_back(line.substr(blank + 1));
         }
         return found;
     }

@@ -6,20 +6,17 @@
 #include <map>
 #include <new>
 
-#include "host/services/device_config.h"
-#include "host/services/logging.h"
 #include "module/vrx_exception.h"
 #include "platform/vrx_utility.h"
 #include "tests/fake_host/tlv_builders.h"
-#include "tests/services/temporary_root.h"
 
 class CVRX_SnmpContext {};
 
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::MatchesRegex;
 using testing::SizeIs;
 
 constexpr unsigned short SERIAL = 3;
@@ -302,7 +299,12 @@ TEST_F(TableBase, RowsBeforeTheOneAskedForAreLeftOut) {
 TEST_F(TableBase, BackendThatMakesNoProgressEndsTheQuery) {
     m_table.setWholeTable(true);
     sendAlways({TestTable::record(5), TestTable::record(6)});
+    testing::internal::CaptureStderr();
     EXPECT_THAT(query(165), IsEmpty());
+    EXPECT_THAT(
+        testing::internal::GetCapturedStderr(),
+        MatchesRegex(".* error .module 0. 0x1002E OnQueryTable:[0-9]+ the backend sends no records behind number "
+                     "6, the query ends[.]\n"));
     EXPECT_EQ(m_result, -1);
     EXPECT_THAT(m_table.calls, ElementsAre("0+50", "6+50"));
 }
@@ -314,11 +316,25 @@ TEST_F(TableBase, BackendThatSendsFilteredRowsOverAndOverEndsTheQuery) {
     EXPECT_THAT(m_table.calls, SizeIs(2));
 }
 
-TEST_F(TableBase, RecordsWithoutAnyNumberEndTheQuery) {
-    sendAlways({recordOf(2001, u32(KIND, GOOD))});
-    EXPECT_THAT(bulk("0"), IsEmpty());
-    EXPECT_EQ(m_result, -1);
-    EXPECT_EQ(m_table.badRecords(), 1U);
+TEST_F(TableBase, BatchWithoutAnyNumberEndsTheTable) {
+    m_table.setWholeTable(true);
+    sendInTurn({{TestTable::record(1)}, {recordOf(2001, u32(KIND, GOOD))}, {TestTable::record(2)}});
+    EXPECT_THAT(query(165), ElementsAre(1));
+    EXPECT_EQ(m_result, 0);
+    EXPECT_THAT(m_table.calls, ElementsAre("0+50", "1+50"));
+}
+
+TEST_F(TableBase, RecordThatIsNoneOfTheTablesNeedsNoNumber) {
+    sendInTurn({{TestTable::record(1), recordOf(2001, u32(KIND, FILTERED)), TestTable::record(2)}});
+    EXPECT_THAT(bulk("0"), ElementsAre(1, 2));
+    EXPECT_EQ(m_table.badRecords(), 0U);
+}
+
+TEST_F(TableBase, OnlyRecordThatIsNoneOfTheTablesIsAnEmptyTable) {
+    sendAlways({recordOf(2001, u32(KIND, FILTERED))});
+    EXPECT_THAT(query(161), IsEmpty());
+    EXPECT_EQ(m_result, 0);
+    EXPECT_EQ(m_table.badRecords(), 0U);
 }
 
 TEST_F(TableBase, TableThatNeverEndsIsRefused) {
@@ -337,7 +353,10 @@ TEST_F(TableBase, RecordWhoseConversionThrowsIsSkippedLoggedAndCounted) {
     m_table.alarms[2] = UNCONVERTIBLE;
     testing::internal::CaptureStderr();
     EXPECT_THAT(bulk("0"), ElementsAre(1, 3));
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("warning [module 0] 0x1002E OnQueryTable:"));
+    EXPECT_THAT(
+        testing::internal::GetCapturedStderr(),
+        MatchesRegex(".* warning .module 0. 0x1002E OnQueryTable:[0-9]+ a record is left out: CVRX_Exception: a "
+                     "cell is missing[.]\n"));
     EXPECT_EQ(m_result, 0);
     EXPECT_EQ(m_table.badRecords(), 1U);
 }
