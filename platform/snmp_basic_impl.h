@@ -5,7 +5,7 @@
 
 class CSNMPBasicImpl {
 public:
-    static const char* getNodeCode();   // null when the host knows none
+    static const char* getNodeCode();  // null when the host knows none
     static unsigned int getNodeType();
 
     static int device_type;         // product model number

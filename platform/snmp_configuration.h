@@ -10,7 +10,7 @@ public:
 
     // Sends `request` and fills `response` (records are appended to it) with the backend's answer. Returns 0 or the
     // code of the failure: the backend's own, or the transport's when the backend did not answer in time. Blocks for
-    // the transport's deadline at most; callable from any thread. `retry` is kept for hosts that know two kinds of calls;
-    // modules pass false.
+    // the transport's deadline at most; callable from any thread. `retry` is kept for hosts that know two kinds of
+    // calls; modules pass false.
     int configure(CR8KPackageV3& request, CR8KPackageV3& response, bool retry);
 };

@@ -1,4 +1,5 @@
-// Loggers of the host. The module reaches them through CVRXDebugKitGuard (module/vrx_debug_kit_guard.h), never directly.
+// Loggers of the host. The module reaches them through CVRXDebugKitGuard (module/vrx_debug_kit_guard.h), never
+// directly.
 //
 // Threads: every operation may be called from any thread at any time.
 #pragma once

@@ -11,8 +11,8 @@ public:
     static std::string getVRXRootEnv();
 };
 
-// Appends the pieces of `text` between separators to `out`. Empty pieces are kept, before the first, between and after the last
-// separator; an empty text gives nothing.
+// Appends the pieces of `text` between separators to `out`. Empty pieces are kept, before the first, between and after
+// the last separator; an empty text gives nothing.
 void SplitToStr(std::string text, char separator, std::vector<std::string>& out);
 
 // Skips leading blanks and reads decimal digits: 0 where there are none (a sign is no digit), 4294967295 where the
