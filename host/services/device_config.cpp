@@ -17,10 +17,10 @@
 
 namespace {
 
-constexpr std::size_t LARGEST_FILE = 256 * 1024;  // bytes
+constexpr std::size_t LARGEST_FILE = std::size_t{256} * 1024;  // bytes
 // TinyXML recurses into nested elements. Each element has a "<" of its own, so this bounds the depth as well: the stack
-// that it takes stays below half a megabyte.
-constexpr std::ptrdiff_t MOST_MARKUP = 2000;
+// that it takes stays below a quarter of a megabyte.
+constexpr std::ptrdiff_t MOST_MARKUP = 1000;
 
 [[noreturn]] void fail(const std::string& path, const std::string& reason) {
     throw DeviceConfigError(path + ": " + reason);

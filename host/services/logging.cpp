@@ -263,7 +263,7 @@ bool isLogged(LogLevel level) {
 }
 
 CVRXDebugKitMgr::CVRXDebugKitMgr() = default;
-CVRXDebugKitMgr::~CVRXDebugKitMgr() = default;
+CVRXDebugKitMgr::~CVRXDebugKitMgr() {}  // loggers outlive their registry
 
 CVRXDebugKit* CVRXDebugKitMgr::find(unsigned int module) {
     static std::mutex& mutex = *new std::mutex;  // never destroyed: loggers are valid until the process ends

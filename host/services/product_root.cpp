@@ -40,7 +40,7 @@ std::string productPath(const std::string& path) {
 }
 
 std::string stateFolder() {
-    const std::string path = productPath("state");
+    std::string path = productPath("state");
     if (mkdir(path.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
         throw std::system_error(errno, std::generic_category(), path);
     }

@@ -198,6 +198,7 @@ TEST(ConnectivityCache, ManyThreadsMayAsk) {
     options.capacity = 8;
     Connectivity connectivity(options);
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int thread = 0; thread < 4; ++thread) {
         threads.emplace_back([&connectivity] {
             for (int i = 0; i < 500; ++i) connectivity.isReachable("192.0.2." + std::to_string(i % 16));

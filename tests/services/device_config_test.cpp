@@ -126,7 +126,7 @@ TEST_F(DeviceConfigFile, HugeOneIsRefused) {
 void onSmallStack(std::function<void()> work) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
-    ASSERT_EQ(pthread_attr_setstacksize(&attributes, 1024 * 1024), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&attributes, std::size_t{1024} * 1024), 0);
     pthread_t thread{};
     const auto run = [](void* argument) -> void* {
         (*static_cast<std::function<void()>*>(argument))();
@@ -142,12 +142,12 @@ TEST_F(DeviceConfigFile, DeepNestingIsRefusedBeforeItTakesTheStack) {
     for (int i = 0; i < 30000; ++i) nested += "<a>";
     std::string fault;
     onSmallStack([&] { fault = faultOf(nested); });
-    EXPECT_EQ(fault, ": more than 2000 elements and comments");
+    EXPECT_EQ(fault, ": more than 1000 elements and comments");
 }
 
 TEST_F(DeviceConfigFile, DeepestNestingThatIsParsedFitsASmallStack) {
     std::string nested = "<device>";
-    for (int i = 0; i < 1900; ++i) nested += "<a>";
+    for (int i = 0; i < 990; ++i) nested += "<a>";
     std::string fault;
     onSmallStack([&] { fault = faultOf(nested); });
     EXPECT_THAT(fault, HasSubstr("Error reading"));
@@ -202,6 +202,7 @@ TEST_F(ProcessConfig, FaultyFileKeepsTheFormerValues) {
 TEST_F(ProcessConfig, ReadersSeeOneFileOrTheOtherWhileItIsReloaded) {
     std::atomic<bool> done{false};
     std::vector<std::thread> readers;
+    readers.reserve(3);
     std::atomic<int> strange{0};
     for (int i = 0; i < 3; ++i) {
         readers.emplace_back([&] {

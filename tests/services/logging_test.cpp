@@ -21,7 +21,6 @@ namespace {
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
-using testing::HasSubstr;
 using testing::IsEmpty;
 
 constexpr unsigned int MODULE = 4;
@@ -211,6 +210,7 @@ TEST_F(Logging, LinesOfManyThreadsStayWholeWhileOptionsChange) {
     constexpr int THREADS = 4;
     constexpr int LINES = 200;
     std::vector<std::thread> threads;
+    threads.reserve(THREADS);
     for (int i = 0; i < THREADS; ++i) {
         threads.emplace_back([] {
             for (int n = 0; n < LINES; ++n) {

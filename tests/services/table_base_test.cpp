@@ -69,7 +69,7 @@ public:
             auto cell = std::make_unique<CTLVCell>();
             cell->set_i(source.type, source.tag, source.bytes.data(), source.bytes.size());
             record->append(cell.get());
-            cell.release();
+            (void)cell.release();  // the record owns it from here
         }
     }
     bool queryRecordValidation(const CTLVRecordV3& record) override {
@@ -88,7 +88,7 @@ public:
         auto cell = std::make_unique<CTLVCell>();
         cell->set(1, in[SERIAL].toString().c_str());
         out->append(cell.get());
-        cell.release();
+        (void)cell.release();  // the record owns it from here
         if (kind == UNCONVERTIBLE) throw CVRX_Exception("a cell is missing");
         if (onConversion) onConversion();
     }
@@ -113,7 +113,7 @@ protected:
             auto cell = std::make_unique<CTLVCell>();
             cell->set(2, oid.c_str());
             request[0]->append(cell.get());
-            cell.release();
+            (void)cell.release();  // the record owns it from here
         }
         m_response.clear();
         m_result = m_table.OnQueryTable(CVRX_SnmpContext(), request, m_response);
