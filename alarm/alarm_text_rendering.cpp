@@ -26,7 +26,7 @@ constexpr std::size_t MAP_DISTANCE = 7;
 // A replaced value is searched again, so one that holds its own placeholder would never end. No real text comes near
 // these: placeholders handled in one template, and bytes by which a text may grow.
 constexpr std::size_t MAX_PLACEHOLDERS = 10000;
-constexpr std::size_t MAX_GROWTH = 1024 * 1024;
+constexpr std::size_t MAX_GROWTH = 1024UL * 1024UL;
 
 std::string_view valueOrMissing(const std::vector<std::string>& params, unsigned int index) {
     return index < params.size() ? std::string_view(params[index]) : MISSING_PARAMETER;

@@ -3,18 +3,20 @@
 #include <sys/stat.h>
 #include <tinyxml.h>
 
-#include <algorithm>
-#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 
+#include "alarm/alarm_constants.h"
 #include "alarm/alarm_xml_depth.h"
 #include "module/vrx_exception.h"
 #include "platform/vrx_utility.h"
 #include "platform/vrx_xml_config.h"
 
 namespace {
+
+// A broken UTF-8 character at the end makes TinyXML step up to this many bytes over the end of the text.
+constexpr std::size_t TINYXML_OVERRUN = 3;
 
 struct FileCloser {
     void operator()(std::FILE* file) const { std::fclose(file); }
@@ -23,61 +25,74 @@ using File = std::unique_ptr<std::FILE, FileCloser>;
 
 std::size_t limitMib() {
     std::string value;
-    value = CVRXXmlConfig::instance()->getDeviceItem("SNMP_CONF", "ALARM_FILE_LIMIT_MIB", value);
+    value = CVRXXmlConfig::instance()->getDeviceItem(KSNMPCONF, "ALARM_FILE_LIMIT_MIB", value);
     const unsigned int limit = StrToUint(value);
     return limit != 0 ? limit : ALARM_XML_DEFAULT_LIMIT_MIB;
 }
 
-// Why the file must not reach TinyXML; empty when it may, with the file's bytes in `content`. A file that cannot be
-// opened is TinyXML's to report and leaves `opened` false.
-std::string readGuarded(const std::string& path, std::string& content, bool& opened) {
-    opened = false;
-    struct stat status = {};
-    if (stat(path.c_str(), &status) != 0) return "";
-    if (S_ISDIR(status.st_mode)) return "Is a directory";
-    if (!S_ISREG(status.st_mode)) return "Not a regular file";  // opening a pipe could wait for ever
-    const File file(std::fopen(path.c_str(), "rb"));
-    if (file == nullptr) return "";
-    opened = true;
-
+// Why the file cannot be read; empty when `content` holds its bytes.
+std::string readFile(std::FILE* file, std::size_t expectedSize, std::string& content) {
     const std::size_t mib = limitMib();
     const std::size_t limit = mib * 1024 * 1024;
     std::string tooLarge = "File is larger than " + std::to_string(mib) + " MiB";
-    if (static_cast<unsigned long long>(status.st_size) > limit) return tooLarge;
-    content.reserve(static_cast<std::size_t>(status.st_size) + 1);
+    if (expectedSize > limit) return tooLarge;
+    content.reserve(expectedSize + 1 + TINYXML_OVERRUN);
     char buffer[65536];
-    for (;;) {
-        const std::size_t count = std::fread(buffer, 1, sizeof buffer, file.get());
+    std::size_t count = 0;
+    do {
+        count = std::fread(buffer, 1, sizeof buffer, file);
         content.append(buffer, count);
         if (content.size() > limit) return tooLarge;  // it grew, or its size was not told
-        if (count < sizeof buffer) break;
+    } while (count == sizeof buffer);
+    return std::ferror(file) != 0 ? "Failed to read file" : "";
+}
+
+// As TinyXML reads a file: up to the first zero byte, each CR LF and each CR a line feed.
+void normalize(std::string& text) {
+    text.resize(std::strlen(text.c_str()));
+    std::size_t kept = text.find('\r');
+    if (kept == std::string::npos) return;
+    for (std::size_t i = kept; i < text.size(); ++i) {
+        if (text[i] == '\n' && text[i - 1] == '\r') continue;
+        text[kept++] = text[i];
     }
-    if (std::ferror(file.get()) != 0) return "Failed to read file";
-    // TinyXML ends at a zero byte, but a broken UTF-8 character makes it step over one, or over the end of its buffer.
-    content.resize(std::strlen(content.c_str()));
-    const auto isLead = [](char c) { return static_cast<unsigned char>(c) >= 0xC2; };
-    if (std::any_of(content.end() - std::min<std::ptrdiff_t>(3, content.end() - content.begin()), content.end(),
-                    isLead))
-        content.append(3, '\n');
+    text.resize(kept);
+    for (char& c : text) {
+        if (c == '\r') c = '\n';
+    }
+}
+
+// Parses the file into `document`, which then knows TinyXML's error; or returns why the file never reached it.
+std::string parseGuarded(const std::string& path, TiXmlDocument& document) {
+    struct stat status = {};
+    const bool exists = stat(path.c_str(), &status) == 0;
+    if (exists && S_ISDIR(status.st_mode)) return "Is a directory";
+    if (exists && !S_ISREG(status.st_mode)) return "Not a regular file";  // opening a pipe could wait for ever
+    const File file(exists ? std::fopen(path.c_str(), "rb") : nullptr);
+    if (file == nullptr) {
+        document.LoadFile(static_cast<std::FILE*>(nullptr));  // says in TinyXML's words that there is no file
+        return "";
+    }
+    std::string content;
+    std::string reason = readFile(file.get(), static_cast<std::size_t>(status.st_size), content);
+    if (!reason.empty()) return reason;
+    normalize(content);
     if (isNestedDeeperThan(content, ALARM_XML_MAX_DEPTH)) {
         return "Elements are nested more than " + std::to_string(ALARM_XML_MAX_DEPTH) + " levels deep";
     }
+    content.append(TINYXML_OVERRUN, '\0');
+    document.Parse(content.c_str());
     return "";
 }
 
 }  // namespace
 
 void loadAlarmXmlFile(const char* opening, const std::string& path, TiXmlDocument& document) {
-    std::string content;
-    bool opened = false;
-    std::string reason = readGuarded(path, content, opened);
+    std::string reason = parseGuarded(path, document);
     int row = 0;
     int column = 0;
     if (reason.empty()) {
-        // TinyXML gets the bytes that were looked at: the file may change meanwhile. A null file is its own case.
-        File file;
-        if (opened) file.reset(fmemopen(content.data(), content.size(), "rb"));
-        if (document.LoadFile(file.get())) return;
+        if (!document.Error()) return;
         reason = document.ErrorDesc();
         row = document.ErrorRow();
         column = document.ErrorCol();

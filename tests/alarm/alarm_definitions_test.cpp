@@ -4,13 +4,13 @@
 
 #include <atomic>
 #include <filesystem>
-#include <new>
 #include <thread>
 #include <vector>
 
 #include <tinyxml.h>
 
 #include "tests/alarm/alarm_files.h"
+#include "tests/alarm/failing_lock.h"
 
 namespace {
 
@@ -223,6 +223,25 @@ TEST_F(AlarmDefinitionsTest, HundredThousandLevelsFailOnASmallStack) {
                            ") failed.\nElements are nested more than 64 levels deep. Location(row:0,col:0).");
 }
 
+TEST_F(AlarmDefinitionsTest, TextEndsAtAZeroByteAlsoBehindABrokenCharacter) {
+    std::string content = XML_DECLARATION + std::string("<root><eventDefinition/>\xE4");
+    content += std::string(2, '\0');
+    for (int i = 0; i < 100000; ++i) content += "<a>";
+    const std::string path = writeDefinitionFile(content);
+    EXPECT_THAT(loadFailure(),
+                StartsWith("open config file(" + path + ") failed.\nError reading Element value.. Location(row:"));
+}
+
+TEST_F(AlarmDefinitionsTest, LineEndsAreLineFeeds) {
+    writeDefinitionFile(
+        "<root>\r\n<eventDefinition>\r<param eventID='7' name='a\r\nb\rc\nd\r\re'/>\r\n\r\n"
+        "</eventDefinition></root>\r\n");
+    EXPECT_EQ(only().name, "a\nb\nc\nd\n\ne");
+    const std::string path = writeDefinitionFile("<root>\r\n\r<eventDefinition></root>");
+    CAlarmConfigParser::destroy();
+    EXPECT_EQ(loadFailure(), "open config file(" + path + ") failed.\nError reading end tag.. Location(row:3,col:18).");
+}
+
 TEST_F(AlarmDefinitionsTest, FailedLoadIsTriedAgain) {
     host.setConfig("SNMP_CONF", "ALARM_INI_PATH", "conf/later.xml");
     EXPECT_THAT(loadFailure(), StartsWith("open config file("));
@@ -307,18 +326,17 @@ TEST_F(AlarmDefinitionsTest, ManyThreadsGetTheSameInstance) {
     EXPECT_EQ(host.log().lines("debug").size(), 4U);  // loaded once
 }
 
-// Opens the mutex of the class, to make it unusable.
+// Opens the mutex of the class.
 struct OpenParser : CAlarmConfigParser {
     using CAlarmConfigParser::_oSingletonMutex;
 };
 
 TEST_F(AlarmDefinitionsTest, CreationGoesOnWhenTheLockFails) {
-    ASSERT_EQ(OpenParser::_oSingletonMutex.remove(), 0);
+    const FailingLock failing(OpenParser::_oSingletonMutex);
     EXPECT_EQ(loadFailure(), "");
     CAlarmConfigParser::destroy();
     EXPECT_EQ(loadFailure(), "");
-    OpenParser::_oSingletonMutex.~ACE_Thread_Mutex();
-    new (&OpenParser::_oSingletonMutex) ACE_Thread_Mutex();
+    CAlarmConfigParser::destroy();
 }
 
 TEST_F(AlarmDefinitionsTest, FailedLoadLeavesTheLockFree) {

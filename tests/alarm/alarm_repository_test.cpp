@@ -2,11 +2,11 @@
 
 #include <gmock/gmock.h>
 
-#include <new>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "tests/alarm/failing_lock.h"
 #include "tests/fake_host/fake_host.h"
 
 namespace {
@@ -14,7 +14,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// Opens the mutex of the class, to make it unusable.
+// Opens the mutex of the class.
 struct OpenRepository : CAlarmRepository_Singleton {
     using CAlarmRepository_Singleton::m_oMutex;
 };
@@ -130,14 +130,12 @@ TEST_F(AlarmRepositoryTest, OperationsAreTraced) {
 }
 
 TEST_F(AlarmRepositoryTest, OperationsGoOnWhenTheLockFails) {
-    ASSERT_EQ(OpenRepository::m_oMutex.remove(), 0);
+    const FailingLock failing(OpenRepository::m_oMutex);
     EXPECT_EQ(repository.addAlarm(7), 0);
     EXPECT_EQ(repository.addAlarm(8), 0);
     EXPECT_EQ(repository.deleteAlarm(7), 0);
     EXPECT_THAT(all(), ElementsAre(8U));
     EXPECT_EQ(repository.clearAllAlarmItems(), 0);
-    OpenRepository::m_oMutex.~ACE_Thread_Mutex();
-    new (&OpenRepository::m_oMutex) ACE_Thread_Mutex();
 }
 
 TEST_F(AlarmRepositoryTest, EveryResultLeavesTheLockFree) {
