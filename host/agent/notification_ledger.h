@@ -21,7 +21,7 @@
 #include <string>
 #include <thread>
 
-#include "host/backend/sqlite_database.h"
+#include "host/services/sqlite_database.h"
 
 class NotificationLedger {
 public:

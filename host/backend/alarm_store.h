@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "host/backend/sqlite_database.h"
 #include "host/services/backend_protocol.h"
 #include "host/services/backend_result.h"
+#include "host/services/sqlite_database.h"
 
 struct Alarm {
     unsigned int serial = 0;  // to raise(): 0 lets the store choose

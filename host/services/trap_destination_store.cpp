@@ -7,8 +7,8 @@
 #include <stdexcept>
 #include <utility>
 
-#include "host/backend/sqlite_database.h"
 #include "host/services/logging.h"
+#include "host/services/sqlite_database.h"
 #include "host/services/trap_destination_checks.h"
 #include "host/services/trap_destination_result.h"
 #include "platform/vrx_utility.h"

@@ -1,4 +1,4 @@
-#include "host/backend/sqlite_database.h"
+#include "host/services/sqlite_database.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
