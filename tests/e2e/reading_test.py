@@ -315,6 +315,8 @@ class Alarms(unittest.TestCase):
                         backend_arguments=["--address", "unix:state/backend.sock"])
         with CountingProxy(system.path("state", "proxy.sock"), system.path("state", "backend.sock")) as proxy:
             with system:
+                # Before it subscribes the agent reads the serial numbers of all active alarms, by the same command.
+                wait_for(lambda: "subscribed at" in system.agent.log(), "the subscription")
                 with BackendClient(system.path("state", "backend.sock")) as client:
                     client.raise_alarms(500)
                 before = proxy.calls[GET_CURRENT_ALARM]
