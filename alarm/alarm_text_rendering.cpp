@@ -107,6 +107,7 @@ void replaceBraceWithEmptyString(CVRXDebugKitGuard& guard, std::string& text) {
 }
 
 bool replaceByPair(std::string& text, int index, std::size_t start, std::size_t length, const POSITION_LIST& pairs) {
+    if (index < 0) return false;  // positions do not wrap
     const auto found = std::find_if(pairs.begin(), pairs.end(), [index](const POSITION_LIST::value_type& pair) {
         return pair.first == static_cast<unsigned int>(index);
     });
@@ -141,8 +142,8 @@ int replaceAlarmParamInfo(CVRXDebugKitGuard& guard, std::string templ, std::stri
         const std::size_t length = PLACEHOLDER_MARK.size() + indexText.size();
         // The bound is the number of placeholders of the detail, not the number of parameters, on purpose.
         if (index < 0 || static_cast<std::size_t>(index) >= pairs.size()) {
-            guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "alarm parameter pos %d is out of range[0, %zu]", index,
-                       pairs.size());
+            guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "alarm parameter pos %d is out of range[0, %d]", index,
+                       static_cast<int>(pairs.size()));
             templ.replace(mark, length, KNONESTRING);
         } else if (!replaceByPair(templ, index, mark, length, pairs)) {
             guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__,

@@ -10,7 +10,7 @@
 #include "module/vrx_debug_kit_guard.h"
 
 // A lock that cannot be taken leaves the guard unlocked: the operation goes on and nothing is released. Lines are
-// written after the lock is free, so that it is never held while a logger takes its own.
+// written after the lock is free, so that it is not held while these take the logger's.
 using Lock = ACE_Guard<ACE_Thread_Mutex>;
 
 std::atomic<CAlarmRepository_Singleton*> CAlarmRepository_Singleton::m_AlarmRep{nullptr};
