@@ -454,8 +454,9 @@ TEST_F(TrapAddrHandlerTest, EveryTableOperationLogsItsSignature) {
     handler.OnQueryTable(ctx, CR8KPackageV3(), rsp);
     std::vector<std::string> expected;
     for (const char* name : {"OnCreateTable", "OnModifyTable", "OnDeleteTable", "OnQueryTable"}) {
-        expected.push_back("trace enter " + head + name + tail + "...");
-        expected.push_back("trace leave " + head + name + tail + ": OK");
+        const std::string signature = std::string(head).append(name).append(tail);
+        expected.push_back("trace enter " + signature + "...");
+        expected.push_back("trace leave " + signature + ": OK");
     }
     EXPECT_EQ(host.log().lines(), expected);
     EXPECT_EQ(host.log().entries()[0].module, 4u);

@@ -70,8 +70,8 @@ std::string symbolOf(const void* address) {
 
 // What an object is: a named static by its name, with its value when it is a string; the rest by its destructor.
 std::string describe(const Registered& registered) {
-    const std::string name = symbolOf(registered.object);
-    const std::string destructor = symbolOf(reinterpret_cast<const void*>(registered.destructor));
+    std::string name = symbolOf(registered.object);
+    std::string destructor = symbolOf(reinterpret_cast<const void*>(registered.destructor));
     if (destructor == "std::ios_base::Init::~Init()") return "streams";
     if (destructor.find("basic_string") != std::string::npos) {
         return name + " \"" + *static_cast<std::string*>(registered.object) + "\"";

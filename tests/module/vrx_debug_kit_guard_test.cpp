@@ -107,6 +107,7 @@ TEST(DebugKitGuard, GuardsOfManyThreadsLoseNoLine) {
     constexpr int THREADS = 4;
     constexpr int ROUNDS = 250;
     std::vector<std::thread> threads;
+    threads.reserve(THREADS);
     for (int i = 0; i < THREADS; ++i) {
         threads.emplace_back([i] {
             for (int round = 0; round < ROUNDS; ++round) {

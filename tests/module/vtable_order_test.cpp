@@ -11,10 +11,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -51,7 +51,9 @@ using NamesByOffset = std::multimap<std::uintptr_t, std::string>;
 // so that asking the loader for the name of an address is not enough.
 NamesByOffset readDynamicSymbols(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
-    const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    std::ostringstream content;
+    content << file.rdbuf();
+    const std::string bytes = content.str();
     const auto read = [&bytes](std::size_t offset, auto& out) {
         if (offset + sizeof out > bytes.size()) throw std::out_of_range("ELF file is cut off");
         std::memcpy(&out, bytes.data() + offset, sizeof out);
@@ -114,6 +116,10 @@ void expectSlots(const void* object, const std::vector<std::string>& expected) {
     }
 }
 
+// Types as the demangler spells them.
+const std::string CHARACTERS = "<char, std::char_traits<char>, std::allocator<char> >";
+const std::string TEXT = "std::__cxx11::basic_string" + CHARACTERS;
+const std::string TEXT_STREAM = "std::__cxx11::basic_ostringstream" + CHARACTERS;
 const std::string PACKAGES =
     "(CVRX_SnmpContext const&, CTLVPackageV3<TLVMsgHeadV3> const&, CTLVPackageV3<TLVMsgHeadV3>&)";
 
@@ -140,10 +146,8 @@ protected:
 TEST_F(VtableOrderTest, Module) {
     expectSlots(module.get(),
                 {DESTRUCTOR, DELETING_DESTRUCTOR, "CSNMP_Tamrel_Mib_Module::getMibFileName()",
-                 "CSNMP_Tamrel_Mib_Module::getSvcHandler(std::__cxx11::list<std::pair<std::__cxx11::basic_string<"
-                 "char, std::char_traits<char>, std::allocator<char> > const, CSnmpHandler*>, "
-                 "std::allocator<std::pair<std::__cxx11::basic_string<char, std::char_traits<char>, "
-                 "std::allocator<char> > const, CSnmpHandler*> > >&)"});
+                 "CSNMP_Tamrel_Mib_Module::getSvcHandler(std::__cxx11::list<std::pair<" + TEXT +
+                     " const, CSnmpHandler*>, std::allocator<std::pair<" + TEXT + " const, CSnmpHandler*> > >&)"});
 }
 
 TEST_F(VtableOrderTest, TopologyTable) {
@@ -170,10 +174,8 @@ TEST_F(VtableOrderTest, AlarmTable) {
                  "CSnmpHandler::getSnmpOIDVersion()",
                  "CSnmpTamrelVrxAlarmHandler::preGetRspCell(CTLVRecordV3 const&)",
                  "CSnmpTamrelVrxAlarmHandler::postGetRspCell(CTLVRecordV3 const&)",
-                 "CSnmpTableBase::GetBatchTableInfo_i(CTLVPackageV3<TLVMsgHeadV3>&, std::__cxx11::basic_string<char, "
-                 "std::char_traits<char>, std::allocator<char> >&, std::__cxx11::basic_string<char, "
-                 "std::char_traits<char>, std::allocator<char> >&, unsigned long long&, unsigned int&, int&, "
-                 "CTLVPackageV3<TLVMsgHeadV3>&)",
+                 "CSnmpTableBase::GetBatchTableInfo_i(CTLVPackageV3<TLVMsgHeadV3>&, " + TEXT + "&, " + TEXT +
+                     "&, unsigned long long&, unsigned int&, int&, CTLVPackageV3<TLVMsgHeadV3>&)",
                  "CSnmpTableBase::AppendRspPkgRecord(CTLVPackageV3<TLVMsgHeadV3>&, CTLVRecordV3 const&)",
                  "CSnmpTamrelVrxAlarmHandler::fillReqRecord(CTLVRecordV3*)",
                  "CSnmpTamrelVrxAlarmHandler::fillRspRecord(CTLVRecordV3 const&, CTLVRecordV3*)",
@@ -210,10 +212,8 @@ TEST_F(VtableOrderTest, TrapDestinationTable) {
 }
 
 const std::string MAP_AND_LIST =
-    "(std::map<std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >, tTrapDestInfo, "
-    "std::less<std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> > >, "
-    "std::allocator<std::pair<std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> > const, "
-    "tTrapDestInfo> > > const&, std::__cxx11::list<tTrapDestInfo, std::allocator<tTrapDestInfo> >&)";
+    "(std::map<" + TEXT + ", tTrapDestInfo, std::less<" + TEXT + " >, std::allocator<std::pair<" + TEXT +
+    " const, tTrapDestInfo> > > const&, std::__cxx11::list<tTrapDestInfo, std::allocator<tTrapDestInfo> >&)";
 
 TEST_F(VtableOrderTest, NotificationHandler) {
     expectSlots(notifyHandlers[0],
@@ -240,8 +240,7 @@ TEST_F(VtableOrderTest, Package) {
         {DESTRUCTOR, DELETING_DESTRUCTOR, "CTLVPackageV3<TLVMsgHeadV3>::decode(unsigned char*, unsigned int)",
          "CTLVPackageV3<TLVMsgHeadV3>::encode(unsigned char*&)",
          "CTLVPackageV3<TLVMsgHeadV3>::encode(unsigned char*, unsigned int)", "CTLVPackageV3<TLVMsgHeadV3>::clear()",
-         "CTLVPackageV3<TLVMsgHeadV3>::dump(std::__cxx11::basic_ostringstream<char, "
-         "std::char_traits<char>, std::allocator<char> >&) const"});
+         "CTLVPackageV3<TLVMsgHeadV3>::dump(" + TEXT_STREAM + "&) const"});
 }
 
 }  // namespace
