@@ -8,7 +8,8 @@
 A System copies share/ and the generated MIB files into a temporary root, starts vrx-backendd and vrx-agentd on free
 loopback ports, waits until both say "ready" and, at the end, stops what it started by its process id.
 
-Where programs and sources are comes from TAMREL_BUILD_DIR and TAMREL_SOURCE_DIR (CTest sets both).
+Where programs and sources are comes from TAMREL_BUILD_DIR and TAMREL_SOURCE_DIR (CTest sets both). TAMREL_PROGRAM_DIR
+is another place of the programs alone: in a cross build, scripts that run them under an emulator.
 """
 
 import glob
@@ -23,6 +24,7 @@ import xml.etree.ElementTree as ElementTree
 
 SOURCE_DIR = os.environ.get("TAMREL_SOURCE_DIR") or os.path.abspath(os.path.join(os.path.dirname(__file__), "../.."))
 BUILD_DIR = os.environ.get("TAMREL_BUILD_DIR") or os.path.join(SOURCE_DIR, "build", "release")
+PROGRAM_DIR = os.environ.get("TAMREL_PROGRAM_DIR") or os.path.join(BUILD_DIR, "bin")
 
 ENTERPRISE = "1.3.6.1.4.1.99871.2"
 TOPOLOGY = ENTERPRISE + ".91.9.1.1"  # .COLUMN.1
@@ -89,7 +91,7 @@ class Program:
     def start(self, wait=True):
         self._log_start = os.path.getsize(self.log_path) if os.path.exists(self.log_path) else 0
         with open(self.log_path, "ab") as log:
-            self.process = subprocess.Popen([os.path.join(BUILD_DIR, "bin", self.name)] + self.arguments, stdout=log,
+            self.process = subprocess.Popen([os.path.join(PROGRAM_DIR, self.name)] + self.arguments, stdout=log,
                                             stderr=log, env=dict(os.environ, **self.environment))
         if wait:
             self.wait_ready()
@@ -282,7 +284,7 @@ class System:
         return self.run("snmpset", *assignments, version=version or V3, **more)
 
     def vrxctl(self, *arguments, check=True):
-        done = subprocess.run([os.path.join(BUILD_DIR, "bin", "vrxctl"), "--root", self.root] + list(arguments),
+        done = subprocess.run([os.path.join(PROGRAM_DIR, "vrxctl"), "--root", self.root] + list(arguments),
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
         if check and done.returncode != 0:
             raise Failure("vrxctl %s ended with %d: %s%s" % (" ".join(arguments), done.returncode, done.stdout,

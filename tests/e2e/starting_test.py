@@ -7,8 +7,8 @@ import socket
 import subprocess
 import unittest
 
-from harness import (AGENT_CONFIG, BUILD_DIR, CLEAR_ALARM, DESTINATIONS, TOPOLOGY, V2C, V3, System, free_port, values,
-                     wait_for)
+from harness import (AGENT_CONFIG, BUILD_DIR, CLEAR_ALARM, DESTINATIONS, PROGRAM_DIR, TOPOLOGY, V2C, V3, System,
+                     free_port, values, wait_for)
 
 EX_OK, EX_USAGE, EX_UNAVAILABLE, EX_CONFIG = 0, 64, 69, 78  # sysexits.h
 SYS_NAME = "1.3.6.1.2.1.1.5.0"
@@ -22,7 +22,7 @@ class Faults(unittest.TestCase):
 
     def ends(self, code, text, *arguments):
         """The agent, started so, ends at once with the code and says why."""
-        done = subprocess.run([os.path.join(BUILD_DIR, "bin", "vrx-agentd")] + list(arguments), stdout=subprocess.PIPE,
+        done = subprocess.run([os.path.join(PROGRAM_DIR, "vrx-agentd")] + list(arguments), stdout=subprocess.PIPE,
                               stderr=subprocess.STDOUT, text=True, timeout=60, check=False)
         self.assertIn(text, done.stdout)
         self.assertEqual(done.returncode, code, done.stdout)
