@@ -2,6 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <locale>
+#include <sstream>
 #include <type_traits>
 
 #include "ace_log_capture.h"
@@ -141,6 +144,30 @@ TEST(MessagePackage, EncodeIntoNullIsRefused) {
     EXPECT_EQ(package.encode(none, 1000), FAILURE);
     EXPECT_THAT(log.messages(), ElementsAre("buf pointer is null!\n"));
     EXPECT_EQ(package.head().uiDataLen, 18U);
+    EXPECT_EQ(package.encode(none, 0), FAILURE);  // and not because it is too small
+    EXPECT_THAT(log.messages(), ElementsAre("buf pointer is null!\n", "buf pointer is null!\n"));
+}
+
+TEST(MessagePackage, RecordsFollowEachOtherInTheirOrderWithoutPadding) {
+    CR8KPackageV3 package;
+    for (const unsigned long long identifier : {0x0102030405060708ULL, 2ULL, ~0ULL}) {
+        auto row = makeRecord(identifier);
+        if (identifier == 2) append(*row, makeCell(CTLVCell::TLV_TYPE_OCTETS, 7, {1, 2, 3}));
+        package.append(std::move(row));
+    }
+    EXPECT_EQ(encoded(package),
+              head(37) + recordHead(0x0102030405060708, 0) + record(2, cell(7, 1, {1, 2, 3})) + recordHead(~0ULL, 0));
+    EXPECT_EQ(package.head().uiDataLen, 37U);
+}
+
+TEST(MessagePackage, CellsAreWrittenInTheOrderOfTheirInsertion) {
+    CR8KPackageV3 package;
+    auto row = makeRecord(1);
+    append(*row, makeCell(CTLVCell::TLV_TYPE_UINT, 12, {1, 0}));
+    append(*row, makeCell(CTLVCell::TLV_TYPE_STRING, 8, {}));
+    append(*row, makeCell(CTLVCell::TLV_TYPE_INT, 4095, {9}));
+    package.append(std::move(row));
+    EXPECT_EQ(encoded(package), packageOf(record(1, cell(12, 3, {1, 0}) + cell(8, 2, {}) + cell(4095, 4, {9}))));
 }
 
 TEST(MessagePackage, RecordOf65535BytesKeepsItsLength) {
@@ -183,8 +210,11 @@ TEST(MessagePackage, DecodesOneTextCell) {
 
 TEST(MessagePackage, DecodesPackageWithoutRecords) {
     CR8KPackageV3 package;
-    EXPECT_EQ(decode(package, head(0)), 0U);
+    Bytes bytes = head(0);
+    bytes[8] = 1;  // uiHeadParam1
+    EXPECT_EQ(decode(package, bytes), 0U);
     EXPECT_THAT(package.records(), IsEmpty());
+    EXPECT_EQ(package.head().uiHeadParam1, 1U);
 }
 
 TEST(MessagePackage, DecodeTakesOverTheHeaderButNotMagicAndVersion) {
@@ -537,6 +567,96 @@ TEST(MessagePackage, DumpShowsHeaderAndRecords) {
               "record 99: 1 cells, 8 bytes\n"
               "  tag 1 type 3 length 4: 1\n"
               "}\n");
+}
+
+namespace {
+
+// Counts how often what was written is flushed, and keeps it.
+class FlushCounter : public std::stringbuf {
+public:
+    int flushes = 0;
+
+private:
+    int sync() override {
+        ++flushes;
+        return 0;
+    }
+};
+
+// A host's locale that writes 1234 as 1'2'3'4.
+class GroupingDigits : public std::numpunct<char> {
+    char do_thousands_sep() const override { return '\''; }
+    std::string do_grouping() const override { return "\1"; }
+};
+
+class GroupingLocale {
+public:
+    GroupingLocale() : m_former(std::locale::global(std::locale(std::locale::classic(), new GroupingDigits))) {}
+    ~GroupingLocale() { std::locale::global(m_former); }
+    GroupingLocale(const GroupingLocale&) = delete;
+    GroupingLocale& operator=(const GroupingLocale&) = delete;
+
+private:
+    std::locale m_former;
+};
+
+}  // namespace
+
+TEST(MessagePackage, DumpFlushesBehindEachLine) {
+    CR8KPackageV3 package;
+    fill(package);
+    FlushCounter lines;
+    std::ostringstream os;
+    static_cast<std::ostream&>(os).rdbuf(&lines);
+    package.dump(os);
+    const std::string text = lines.str();
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 5);  // "{", head, record, cell, "}"
+    EXPECT_EQ(lines.flushes, 5);
+}
+
+// A stream takes over the global locale when it is made.
+TEST(MessagePackage, NumbersAreNotGroupedInAHostsLocale) {
+    const GroupingLocale locale;
+    std::ostringstream grouped;
+    grouped << 1234;
+    ASSERT_EQ(grouped.str(), "1'2'3'4");
+
+    const AceLogCapture log;
+    CR8KPackageV3 package;
+    const Bytes wrapping =
+        recordHead(1, 65535) + cell(1, 1, Bytes(65518, 0)) + le16(0x0011) + le16(65535) + Bytes(9, 0);
+    EXPECT_EQ(decode(package, packageOf(wrapping)), FAILURE);
+    EXPECT_EQ(decode(package, packageOf(recordHead(1, 65535))), FAILURE);
+    EXPECT_EQ(decode(package, packageOf(recordHead(1, 0) + Bytes(9, 0))), FAILURE);
+    EXPECT_EQ(decode(package, packageOf(recordHead(1, 23) + cell(1, 1, Bytes(16, 0)) + Bytes(3, 0))), FAILURE);
+    EXPECT_EQ(decode(package, packageOf(record(1, cell(5, 15, {})))), FAILURE);
+    // A line number of more than one digit would be grouped, too, and not become LINE.
+    EXPECT_THAT(log.messages(),
+                ElementsAre(GET_RECORD + " : data length is too long, ((sDataLen + pos) > usRecordLen + "
+                                         "MIN_RECORD_SIZE) ->65535+65536 > 65535+10\n",
+                            failedAt(65573, 28),
+                            GET_RECORD + " : record length is too long, (usRecordLen +  MIN_RECORD_SIZE) > uiBufSize "
+                                         "->65535+10 < 10\n",
+                            failedAt(38, 28 + 65545), restTooShort(47, 38),
+                            GET_RECORD + " : (MIN_TLV_SIZE > uiBufSize - pos) ->4 < uiBufSize - 30\n", failedAt(61, 28),
+                            GET_RECORD + " : data type unmated, received type is 15\n", failedAt(42, 28)));
+
+    std::ostringstream os;
+    package.append(makeRecord(1234567));
+    package.head().uiVersion = 1234;
+    package.dump(os);
+    EXPECT_EQ(os.str(),
+              "{\n"
+              "head: magic 0x55555555 version 1234 uiHeadParam1 0x00000000 uiHeadParam2 0xFFFFFFFF usHeadParam1 0xFFFD "
+              "usHeadParam2 0xFFFF usHeadParam3 0xFFFF usHeadParam4 0xFFFF uiDataLen 0\n"
+              "record 1234567: 0 cells, 0 bytes\n"
+              "}\n");
+    try {
+        (void)package[1000];
+        FAIL() << "nothing thrown";
+    } catch (const CVRX_Exception& e) {
+        EXPECT_STREQ(e.what(), "CVRX_Exception: record don't exist, index is 1000");
+    }
 }
 
 // Callers built elsewhere reach the operations by their slots: the order is part of the interface.

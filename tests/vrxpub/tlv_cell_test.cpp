@@ -83,6 +83,14 @@ TEST(TlvCell, NewCellIsPrepared) {
     EXPECT_EQ(cell.size(), 4U);
 }
 
+TEST(TlvCell, TypesHaveTheirNumbersOnTheWire) {
+    EXPECT_EQ(CTLVCell::TLV_TYPE_NONE, 0);
+    EXPECT_EQ(CTLVCell::TLV_TYPE_OCTETS, 1);
+    EXPECT_EQ(CTLVCell::TLV_TYPE_STRING, 2);
+    EXPECT_EQ(CTLVCell::TLV_TYPE_UINT, 3);
+    EXPECT_EQ(CTLVCell::TLV_TYPE_INT, 4);
+}
+
 TEST(TlvCell, IsNotCopyable) {
     EXPECT_FALSE(std::is_copy_constructible_v<CTLVCell>);
     EXPECT_FALSE(std::is_copy_assignable_v<CTLVCell>);
