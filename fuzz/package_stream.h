@@ -1,0 +1,47 @@
+// A stream of packages, cut as plainly as can be: what a connection that reads it must come to.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "vrxpub/vrx_little_endian.h"
+#include "vrxpub/vrx_message_package.h"
+
+struct PackageStream {
+    enum class End { Closed, InsidePackage, Garbage, TooLarge };
+
+    std::vector<std::string> packages;  // whole and well-formed
+    End end = End::Closed;              // what stands behind them
+};
+
+inline bool decodeInto(CR8KPackageV3& package, const std::string& bytes) {
+    std::string copy = bytes;
+    return package.decode(reinterpret_cast<unsigned char*>(copy.data()), static_cast<unsigned int>(copy.size())) !=
+           CR8KPackageV3::FAILURE;
+}
+
+inline PackageStream cutStream(const std::string& bytes, std::size_t limit) {
+    PackageStream stream;
+    std::size_t at = 0;
+    while (at < bytes.size()) {
+        stream.end = PackageStream::End::InsidePackage;
+        if (bytes.size() - at < TLVMsgHeadV3::SIZE) return stream;
+        const auto* head = reinterpret_cast<const unsigned char*>(bytes.data() + at);
+        stream.end = PackageStream::End::Garbage;
+        if (getLe32(head) != TLVMsgHeadV3::MAGIC || getLe32(head + 4) != TLVMsgHeadV3::VERSION) return stream;
+        const std::size_t size = TLVMsgHeadV3::SIZE + std::size_t{getLe32(head + 24)};
+        stream.end = PackageStream::End::TooLarge;
+        if (size > limit) return stream;
+        stream.end = PackageStream::End::InsidePackage;
+        if (bytes.size() - at < size) return stream;
+        stream.end = PackageStream::End::Garbage;
+        CR8KPackageV3 package;
+        const std::string one = bytes.substr(at, size);
+        if (!decodeInto(package, one)) return stream;
+        stream.packages.push_back(one);
+        stream.end = PackageStream::End::Closed;
+        at += size;
+    }
+    return stream;
+}
