@@ -1,0 +1,111 @@
+"""How the build chooses the value types: installed libraries or compat/. The installed ones are a stand-in (stand_in/)."""
+
+import json
+import os
+import re
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+SOURCE_DIR = os.environ["TAMREL_SOURCE_DIR"]
+HERE = os.path.dirname(os.path.abspath(__file__))
+NOT_INSTALLED = ["-D%s=" % name for name in ("SNMPPP_INCLUDE_DIR", "AGENTPP_INCLUDE_DIR", "SNMPPP_LIBRARY",
+                                             "AGENTPP_LIBRARY")]
+REFUSAL = ("TAMREL_SNMPPP=SYSTEM: no usable SNMP++ and AGENT++ found (headers snmp_pp/vb.h and agent_pp/snmp_pp_ext.h, "
+           "libraries snmp++ and agent++, built with their namespaces switched on)")
+
+# The module, the own tests of the value types, and tests that link or load what uses them.
+TARGETS = ["snmp_tamrel", "compat_test", "notify_test", "loaded_module_test"]
+
+
+def run(*command, **more):
+    return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False, **more)
+
+
+class Choice(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.mkdtemp(prefix="vrx-value-types-")
+        cls.prefix = os.path.join(cls.folder, "prefix")
+        made = os.path.join(cls.folder, "stand_in")
+        for command in (["cmake", "-S", os.path.join(HERE, "stand_in"), "-B", made, "-G", "Ninja",
+                         "-DCMAKE_INSTALL_PREFIX=" + cls.prefix],
+                        ["cmake", "--build", made], ["cmake", "--install", made]):
+            done = run(*command)
+            if done.returncode != 0:
+                raise RuntimeError(done.stdout)
+
+    @classmethod
+    def tearDownClass(cls):
+        shutil.rmtree(cls.folder)
+
+    def configure(self, *options, folder="build"):
+        self.build = os.path.join(self.folder, folder)
+        self.addCleanup(shutil.rmtree, self.build, ignore_errors=True)
+        done = run("cmake", "-S", SOURCE_DIR, "-B", self.build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug",
+                   "-DCMAKE_CXX_FLAGS=-O0 -g0", "-DTAMREL_BENCHMARKS=OFF", *options)
+        return done.returncode, " ".join(done.stdout.split())
+
+    def includes_of(self, source):
+        """The include options with which a source is compiled."""
+        with open(os.path.join(self.build, "compile_commands.json"), encoding="utf-8") as file:
+            command = next(entry["command"] for entry in json.load(file) if entry["file"].endswith(source))
+        return re.findall(r"-(?:I|isystem) ?(\S+)", command)
+
+    def test_system_without_the_libraries_is_refused_with_what_is_missing(self):
+        code, output = self.configure("-DTAMREL_SNMPPP=SYSTEM", *NOT_INSTALLED)
+        self.assertNotEqual(code, 0)
+        self.assertIn(REFUSAL, output)
+
+    def test_system_with_a_library_without_namespaces_is_refused(self):
+        """A release that was configured so has the same types outside of any namespace."""
+        include = os.path.join(self.folder, "flat")
+        shutil.copytree(os.path.join(self.prefix, "include"), include)
+        for directory, _, names in os.walk(include):
+            for path in (os.path.join(directory, name) for name in names):
+                with open(path, encoding="utf-8") as file:
+                    text = file.read()
+                with open(path, "w", encoding="utf-8") as file:
+                    file.write(re.sub(r"\b(?:Snmp_pp|Agentpp)\b", "Flat", text))
+        code, output = self.configure("-DTAMREL_SNMPPP=SYSTEM", "-DCMAKE_PREFIX_PATH=" + self.prefix,
+                                      "-DSNMPPP_INCLUDE_DIR=" + include, "-DAGENTPP_INCLUDE_DIR=" + include)
+        self.assertNotEqual(code, 0)
+        self.assertIn(REFUSAL, output)
+
+    def test_auto_without_the_libraries_takes_the_own_ones(self):
+        code, output = self.configure("-DTAMREL_SNMPPP=AUTO", *NOT_INSTALLED)
+        self.assertEqual(code, 0, output)
+        self.assertIn("SNMP value types: COMPAT", output)
+        self.assertIn(os.path.join(SOURCE_DIR, "compat"), self.includes_of("svc_module.cpp"))
+
+    def test_auto_takes_libraries_that_are_there(self):
+        code, output = self.configure("-DTAMREL_SNMPPP=AUTO", "-DCMAKE_PREFIX_PATH=" + self.prefix)
+        self.assertEqual(code, 0, output)
+        self.assertIn("SNMP value types: SYSTEM", output)
+
+    def test_compat_takes_the_own_ones_though_libraries_are_there(self):
+        code, output = self.configure("-DTAMREL_SNMPPP=COMPAT", "-DCMAKE_PREFIX_PATH=" + self.prefix)
+        self.assertEqual(code, 0, output)
+        self.assertIn("SNMP value types: COMPAT", output)
+
+    def test_module_and_its_tests_build_and_pass_with_libraries(self):
+        code, output = self.configure("-DTAMREL_SNMPPP=SYSTEM", "-DCMAKE_PREFIX_PATH=" + self.prefix)
+        self.assertEqual(code, 0, output)
+        self.assertIn("SNMP value types: SYSTEM", output)
+        includes = self.includes_of("svc_module.cpp")
+        self.assertIn(os.path.join(self.prefix, "include"), includes)
+        self.assertNotIn(os.path.join(SOURCE_DIR, "compat"), includes)
+
+        targets = ["all"] if os.environ.get("TAMREL_VALUE_TYPES_ALL") else TARGETS
+        done = run("cmake", "--build", self.build, "--target", *targets)
+        self.assertEqual(done.returncode, 0, done.stdout)
+        module = run("readelf", "-d", os.path.join(self.build, "lib", "libsnmp_tamrel.so")).stdout
+        self.assertIn("[libsnmp++.so]", module)
+        for test in TARGETS[1:]:
+            done = run(os.path.join(self.build, "bin", test), "--gtest_brief=1")
+            self.assertEqual(done.returncode, 0, done.stdout)
+
+
+if __name__ == "__main__":
+    unittest.main()
