@@ -45,10 +45,10 @@ constexpr tColumn<tAlarmRange> REQUEST_CELLS[] = {
 };
 
 struct tAlarmRow {
-    tAlarmRow(const CTLVRecordV3& record, bool useDateAndTime) : in(record), dateAndTime(useDateAndTime) {}
+    tAlarmRow(CSnmpTamrelVrxAlarmHandler& rowsHandler, const CTLVRecordV3& record) : handler(rowsHandler), in(record) {}
 
+    CSnmpTamrelVrxAlarmHandler& handler;
     const CTLVRecordV3& in;
-    bool dateAndTime;
     int level = 0;
     unsigned int serial = 0;
     unsigned int number = 0;
@@ -72,7 +72,7 @@ void fillConst(CTLVCell& cell, unsigned short tag, const tAlarmRow&) {
 void fillRaised(CTLVCell& cell, unsigned short tag, const tAlarmRow& row) {
     const auto seconds = static_cast<long>(readUInt64(row.in, TAG_RAISED));
     Snmp_pp::OctetStr time;
-    if (row.dateAndTime) {
+    if (row.handler.useDateAndTime()) {
         CSnmpUtil::convertTime2DateTime(time, seconds);
     } else {
         CSnmpUtil::convertTime2DateTimeStr(time, seconds);
@@ -141,7 +141,7 @@ void CSnmpTamrelVrxAlarmHandler::fillRspRecord(const CTLVRecordV3& in, CTLVRecor
         "virtual void CSnmpTamrelVrxAlarmHandler::fillRspRecord(const CTLVRecordV3&, CTLVRecordV3*)");
     if (in.has(TAG_NO_ALARM)) return;
 
-    tAlarmRow row(in, useDateAndTime());
+    tAlarmRow row(*this, in);
     row.serial = readUInt32(in, TAG_SERIAL);
     const unsigned int type = readUInt32(in, TAG_TYPE) & 0xFFFF;  // the type is 16 bits wide, whatever the cell is
     row.alarmId = readUInt64(in, TAG_ALARM_ID);

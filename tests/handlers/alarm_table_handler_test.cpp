@@ -132,6 +132,15 @@ TEST_F(AlarmTableHandlerTest, GetNextAndAnyOtherTypeAskForOneAlarmBehindTheKey) 
     EXPECT_THAT(requestFor(0, "7"), oneBehind);
 }
 
+TEST_F(AlarmTableHandlerTest, GetNextWithoutKeyAsksForTheFirstAlarm) {
+    EXPECT_THAT(requestFor(161, CSnmpTableBase::INVALID_KEY), RecordIs(12345, u32(3, 0), u32(9, 1)));
+    EXPECT_THAT(requestFor(161, "0"), RecordIs(12345, u32(3, 0), u32(9, 1)));
+}
+
+TEST_F(AlarmTableHandlerTest, GetOfTheFirstSerialNumberAsksFromTheStart) {
+    EXPECT_THAT(requestFor(160, "1"), RecordIs(12345, u32(3, 0), u32(9, 1)));
+}
+
 TEST_F(AlarmTableHandlerTest, LargestSerialNumberIsAskedForWhole) {
     EXPECT_THAT(requestFor(160, "4294967295"), RecordIs(12345, u32(3, 4294967294u), u32(9, 1)));
 }
@@ -218,6 +227,7 @@ TEST_F(AlarmTableHandlerTest, AlarmBecomesARowOfTwelveCellsInTheirOrder) {
                             text(10, "Disk 7 in enclosure CTE0,A is not reachable."), i32(11, 1)));
     EXPECT_THAT(host.log().lines().front(), std::string("trace enter ") + ROW_SIGNATURE + "...");
     EXPECT_THAT(host.log().lines().back(), std::string("trace leave ") + ROW_SIGNATURE + ": OK");
+    EXPECT_EQ(host.log().entries().front().module, 4u);
     EXPECT_THAT(ownLines(), IsEmpty());
 }
 
@@ -245,6 +255,29 @@ TEST_F(AlarmTableHandlerTest, HandlerWithoutDateAndTimeShowsTheTimeAsText) {
     CTLVRecordV3 out(NO_IDENTIFIER, CTLVRecordV3::DEFAULT_BUCKETS);
     handler.fillRspRecord(*makeRecord(alarmRecord(DISK_FAULT)), &out);
     EXPECT_EQ(copyOf(out).cells[8], octets(8, "2026-01-02,03:04:05.0,+00:00"));
+}
+
+TEST_F(AlarmTableHandlerTest, TimeIsTakenAsSignedSeconds) {
+    const std::vector<TlvCell> cells = rowOf(with(alarmRecord(DISK_FAULT), u64(4, ~0ULL)));
+    ASSERT_EQ(cells.size(), 12u);
+    EXPECT_EQ(cells[8], octets(8, std::string("\x07\xB1\x0C\x1F\x17\x3B\x3B\x00+\x00\x00", 11)));
+}
+
+TEST_F(AlarmTableHandlerTest, FormOfTheTimeIsAskedForWhenTheTimeWasRead) {
+    class CountingHandler : public CSnmpTamrelVrxAlarmHandler {
+    public:
+        bool useDateAndTime() override {
+            ++asked;
+            return true;
+        }
+        int asked = 0;
+    } handler;
+    CTLVRecordV3 out(NO_IDENTIFIER, CTLVRecordV3::DEFAULT_BUCKETS);
+    handler.fillRspRecord(*makeRecord(alarmRecord(DISK_FAULT, "", 8)), &out);
+    EXPECT_THROW(handler.fillRspRecord(*makeRecord(without(alarmRecord(DISK_FAULT), 4)), &out), CVRX_Exception);
+    EXPECT_EQ(handler.asked, 0);
+    handler.fillRspRecord(*makeRecord(alarmRecord(DISK_FAULT)), &out);
+    EXPECT_EQ(handler.asked, 1);
 }
 
 TEST_F(AlarmTableHandlerTest, UsesDateAndTime) {
@@ -350,6 +383,21 @@ TEST_F(AlarmTableHandlerTest, MissingCellThrowsAndLeavesWhatWasAppended) {
         EXPECT_EQ(out.count(), appended) << tag;
         EXPECT_THAT(host.log().lines().back(), StartsWith(std::string("trace leave ") + ROW_SIGNATURE)) << tag;
     }
+}
+
+TEST_F(AlarmTableHandlerTest, CellsAreReadInTheirOrder) {
+    TlvRecord alarm = recordOf(2001);
+    for (const TlvCell& next : {u32(3, 17), u32(0, 1), u64(1, DISK_FAULT), text(8, ""), u32(2, 5), u64(4, RAISED)}) {
+        CTLVRecordV3 out(NO_IDENTIFIER, CTLVRecordV3::DEFAULT_BUCKETS);
+        try {
+            CSnmpTamrelVrxAlarmHandler().fillRspRecord(*makeRecord(alarm), &out);
+            ADD_FAILURE() << "no exception without tag " << next.tag;
+        } catch (const CVRX_Exception& fault) {
+            EXPECT_EQ(fault.what(), "CVRX_Exception: record has no cell, tag equal to " + std::to_string(next.tag));
+        }
+        alarm.cells.push_back(next);
+    }
+    EXPECT_EQ(rowOf(alarm).size(), 12u);
 }
 
 TEST_F(AlarmTableHandlerTest, CellOfTheWrongKindThrows) {

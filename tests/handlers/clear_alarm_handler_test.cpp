@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <stdexcept>
 
+#include "alarm/snmp_alarm_repository.h"
 #include "handlers/snmp_tamrel_alarm_handler.h"
 #include "module/vrx_exception.h"
 #include "tests/fake_host/fake_host.h"
@@ -37,6 +39,43 @@ TEST_F(ClearAlarmHandlerTest, SettingASerialNumberSendsTheClearRequest) {
     EXPECT_THAT(host.log().lines(), ElementsAre(std::string("trace enter ") + SET_SIGNATURE + "...",
                                                 "warn 0x1002E clear alarm of serial number:42, ret:0.",
                                                 std::string("trace leave ") + SET_SIGNATURE + ": OK"));
+    EXPECT_EQ(host.log().entries()[0].module, 4u);
+    EXPECT_EQ(host.log().entries()[1].function, "OnSetLeaf");
+}
+
+TEST_F(ClearAlarmHandlerTest, RequestHasTheDefaultHeaderAndNothingOfTheManagers) {
+    TLVMsgHeadV3 seen;
+    seen.uiVersion = 0;
+    host.backend().answer([&seen](CR8KPackageV3& request, CR8KPackageV3&) {
+        seen = request.head();
+        return 0;
+    });
+    TestPackage req({recordOf(5, u32(0, 42), text(7, "manager"), u32(9, 1)), recordOf(6, u32(0, 43))});
+    req.head().uiHeadParam1 = 7;
+    handler.OnSetLeaf(ctx, req, rsp);
+    EXPECT_THAT(host.backend().requests(), ElementsAre(ElementsAre(RecordIs(2002, u32(3, 42), text(7, "SNMP_AGENT")))));
+    EXPECT_EQ(seen.uiMagic, 0x55555555u);
+    EXPECT_EQ(seen.uiVersion, 3u);
+    EXPECT_EQ(seen.uiHeadParam1, 0u);
+    EXPECT_EQ(seen.uiHeadParam2, 0xFFFFFFFFu);
+    EXPECT_EQ(seen.usHeadParam1, 0xFFFD);
+    EXPECT_EQ(seen.usHeadParam2, 0xFFFF);
+    EXPECT_EQ(seen.usHeadParam3, 0xFFFF);
+    EXPECT_EQ(seen.usHeadParam4, 0xFFFF);
+}
+
+TEST_F(ClearAlarmHandlerTest, RepositoryOfActiveAlarmsIsLeftAlone) {
+    CAlarmRepository_Singleton* const repository = CAlarmRepository_Singleton::getAlarmRepository();
+    ASSERT_EQ(repository->addAlarm(42), 0);
+    host.backend().answer(0);
+    handler.OnSetLeaf(ctx, requestWith(u32(0, 42)), rsp);
+    EXPECT_EQ(repository->deleteAlarm(42), 0);  // it was still there
+}
+
+TEST_F(ClearAlarmHandlerTest, FailureInsideTheCallPassesAndIsNotCalledAResult) {
+    host.backend().answer([](CR8KPackageV3&, CR8KPackageV3&) -> int { throw std::runtime_error("backend"); });
+    EXPECT_THROW(handler.OnSetLeaf(ctx, requestWith(u32(0, 42)), rsp), std::runtime_error);
+    EXPECT_THAT(host.log().linesWithoutTrace(), IsEmpty());
 }
 
 TEST_F(ClearAlarmHandlerTest, BackendsRefusalIsReturnedAndLogged) {
@@ -82,7 +121,12 @@ TEST_F(ClearAlarmHandlerTest, EmptyRequestThrowsAndTheBackendIsNotCalled) {
 }
 
 TEST_F(ClearAlarmHandlerTest, RequestWithoutSerialNumberThrowsAndTheBackendIsNotCalled) {
-    EXPECT_THROW(handler.OnSetLeaf(ctx, requestWith(u32(1, 42)), rsp), CVRX_Exception);
+    try {
+        handler.OnSetLeaf(ctx, requestWith(u32(1, 42)), rsp);
+        FAIL() << "no exception";
+    } catch (const CVRX_Exception& fault) {
+        EXPECT_STREQ(fault.what(), "CVRX_Exception: record has no cell, tag equal to 0");
+    }
     EXPECT_THAT(host.backend().requests(), IsEmpty());
 }
 

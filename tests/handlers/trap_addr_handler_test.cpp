@@ -3,7 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
+#include <functional>
+#include <set>
 #include <stdexcept>
+#include <type_traits>
 
 #include "module/vrx_exception.h"
 #include "tests/fake_host/fake_host.h"
@@ -29,6 +34,18 @@ tTrapDestInfo destination(const std::string& index, const std::string& address, 
     info.trapType = trapType;
     info.user = user;
     return info;
+}
+
+constexpr const char* NO_RECORD = "CVRX_Exception: record don't exist, index is 0";
+
+template <typename Call>
+std::string thrownBy(Call call) {
+    try {
+        call();
+    } catch (const CVRX_Exception& fault) {
+        return fault.what();
+    }
+    return "nothing was thrown";
 }
 
 class TrapAddrHandlerTest : public testing::Test {
@@ -64,6 +81,21 @@ TEST(TrapDestInfo, DefaultsOfANewRecord) {
     EXPECT_EQ(tTrapDestInfo(), destination("", "", 0, 2, 3, "--"));
 }
 
+// The host's own code holds such records: order and types are part of the contract.
+TEST(TrapDestInfo, MembersStandInTheirOrder) {
+    EXPECT_TRUE((std::is_same_v<decltype(tTrapDestInfo::index), std::string>));
+    EXPECT_TRUE((std::is_same_v<decltype(tTrapDestInfo::address), std::string>));
+    EXPECT_TRUE((std::is_same_v<decltype(tTrapDestInfo::port), unsigned int>));
+    EXPECT_TRUE((std::is_same_v<decltype(tTrapDestInfo::version), unsigned int>));
+    EXPECT_TRUE((std::is_same_v<decltype(tTrapDestInfo::trapType), unsigned int>));
+    EXPECT_TRUE((std::is_same_v<decltype(tTrapDestInfo::user), std::string>));
+    const tTrapDestInfo info;
+    const std::vector<const void*> members = {&info.index,   &info.address,  &info.port,
+                                              &info.version, &info.trapType, &info.user};
+    EXPECT_TRUE(std::is_sorted(members.begin(), members.end(), std::less<>()));
+    EXPECT_EQ(sizeof(tTrapDestInfo), 3 * sizeof(std::string) + 4 * sizeof(unsigned int));  // padded to eight bytes
+}
+
 // Create.
 
 TEST_F(TrapAddrHandlerTest, CreateWithReachableAddressOnlyGetsVersionTwoTypeOneAndNoUser) {
@@ -77,6 +109,52 @@ TEST_F(TrapAddrHandlerTest, CreateChecksAddressPortVersionAndTypeInThatOrder) {
     create(requestWith(text(1, "10.0.0.1"), u32(2, 162)));
     EXPECT_THAT(host.trapApi().operations(),
                 ElementsAre("checkAddress", "checkPort", "checkVersion", "checkType", "create"));
+}
+
+TEST_F(TrapAddrHandlerTest, CreateAsksTheHostAboutEachColumnBeforeTakingItOverAndAtTheEnd) {
+    create(requestWith(text(1, "10.0.0.1"), u32(2, 162), u32(5, 3), text(6, "10.0.0.2"), u32(7, 4), text(8, "op")));
+    EXPECT_THAT(host.trapApi().operations(),
+                ElementsAre("checkVersion", "checkType",                               // the request
+                            "checkVersion", "checkAddress", "checkType", "checkUser",  // each column
+                            "checkAddress", "checkPort", "checkVersion", "checkType", "create"));
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162)};
+    const std::size_t before = host.trapApi().operations().size();
+    modify(requestWith(text(4, "1"), u32(2, 162), u32(5, 3), text(6, "10.0.0.2"), u32(7, 4), text(8, "op")));
+    std::vector<std::string> ofModify = host.trapApi().operations();
+    ofModify.erase(ofModify.begin(), ofModify.begin() + static_cast<std::ptrdiff_t>(before));
+    EXPECT_THAT(ofModify, ElementsAre("checkVersion", "checkType", "checkAddress", "checkVersion", "checkAddress",
+                                      "checkType", "checkUser", "checkIndex", "checkAddress", "checkPort",
+                                      "checkVersion", "checkType", "modify"));
+}
+
+TEST_F(TrapAddrHandlerTest, FinalChecksStopAtTheFirstThatFails) {
+    struct Case {
+        FakeTrapApi::Check FakeTrapApi::*check;
+        std::vector<std::string> operations;
+    };
+    const Case cases[] = {
+        {&FakeTrapApi::checkPort, {"checkAddress", "checkPort"}},
+        {&FakeTrapApi::checkVersion, {"checkAddress", "checkPort", "checkVersion"}},
+        {&FakeTrapApi::checkType, {"checkAddress", "checkPort", "checkVersion", "checkType"}},
+    };
+    for (const Case& c : cases) {
+        const FakeHost other;
+        FakeTrapApi& api = FakeHost::current()->trapApi();
+        api.*c.check = [](tTrapDestInfo&) { return false; };
+        EXPECT_EQ(create(requestWith(text(1, "10.0.0.1"), u32(2, 162))), PARAM_ERROR);
+        EXPECT_EQ(api.operations(), c.operations);
+        EXPECT_THAT(FakeHost::current()->log().linesWithoutTrace(), ElementsAre(CREATE_REFUSED));
+    }
+    expectRefused(create(requestWith(text(1, "bad"), u32(2, 162))), CREATE_REFUSED);
+    EXPECT_THAT(host.trapApi().operations(), ElementsAre("checkAddress"));
+}
+
+TEST_F(TrapAddrHandlerTest, CheckOfTheRequestShowsTheHostADefaultRecordWithTheValue) {
+    handler.CheckParam(requestWith(text(1, "10.0.0.1"), u32(5, 3), u32(7, 4)));
+    const std::vector<FakeTrapApi::Call> calls = host.trapApi().calls();
+    ASSERT_EQ(calls.size(), 2u);
+    EXPECT_EQ(calls[0].destination, destination("", "", 0, 3, 3));
+    EXPECT_EQ(calls[1].destination, destination("", "", 0, 2, 4));
 }
 
 TEST_F(TrapAddrHandlerTest, CreateDoesNotLookAtTheSecondAddressWhileCheckingARequestWithTheFirst) {
@@ -174,17 +252,13 @@ TEST_F(TrapAddrHandlerTest, CreateReturnsTheHostsResult) {
 }
 
 TEST_F(TrapAddrHandlerTest, CreateWithoutPortThrowsAndChangesNothing) {
-    EXPECT_THROW(create(requestWith(text(1, "10.0.0.1"))), CVRX_Exception);
+    EXPECT_EQ(thrownBy([this] { create(requestWith(text(1, "10.0.0.1"))); }),
+              "CVRX_Exception: record has no cell, tag equal to 2");
     EXPECT_THAT(host.trapApi().changes(), IsEmpty());
 }
 
 TEST_F(TrapAddrHandlerTest, CreateWithoutRecordThrows) {
-    try {
-        create(CR8KPackageV3());
-        FAIL() << "no exception";
-    } catch (const CVRX_Exception& fault) {
-        EXPECT_STREQ(fault.what(), "CVRX_Exception: record don't exist, index is 0");
-    }
+    EXPECT_EQ(thrownBy([this] { create(CR8KPackageV3()); }), NO_RECORD);
     EXPECT_THAT(host.trapApi().changes(), IsEmpty());
     EXPECT_THAT(host.log().lines().back(),
                 StartsWith("trace leave virtual int CTamrelTrapAddrHandler::OnCreateTable("));
@@ -192,16 +266,19 @@ TEST_F(TrapAddrHandlerTest, CreateWithoutRecordThrows) {
 
 TEST_F(TrapAddrHandlerTest, CellsOfTheWrongKindThrowAndChangeNothing) {
     const TlvCell address = text(1, "10.0.0.1");
-    EXPECT_THROW(create(requestWith(address, text(2, "162"))), CVRX_Exception);
-    EXPECT_THROW(create(requestWith(u32(1, 1), u32(2, 162))), CVRX_Exception);
-    EXPECT_THROW(create(requestWith(octets(1, "10.0.0.1"), u32(2, 162))), CVRX_Exception);
-    EXPECT_THROW(create(requestWith(address, u32(2, 162), text(5, "2"))), CVRX_Exception);
-    EXPECT_THROW(create(requestWith(address, u32(2, 162), u32(6, 2))), CVRX_Exception);
-    EXPECT_THROW(create(requestWith(address, u32(2, 162), text(7, "2"))), CVRX_Exception);
-    EXPECT_THROW(modify(requestWith(u32(4, 1), address, u32(2, 162))), CVRX_Exception);
-    EXPECT_THROW(erase(requestWith(u32(4, 1))), CVRX_Exception);
-    EXPECT_THROW(erase(requestWith(u32(1, 1), u32(2, 162))), CVRX_Exception);
-    EXPECT_THROW(erase(requestWith(address, text(2, "162"))), CVRX_Exception);
+    const TlvCell port = u32(2, 162);
+    const std::string noNumber = "CVRX_Exception: CTLVCell isn't numerical type! tag equal to ";
+    const std::string noString = "CVRX_Exception: CTLVCell isn't string type! tag equal to ";
+    EXPECT_EQ(thrownBy([&] { create(requestWith(address, text(2, "162"))); }), noNumber + "2");
+    EXPECT_EQ(thrownBy([&] { create(requestWith(u32(1, 1), port)); }), noString + "1");
+    EXPECT_EQ(thrownBy([&] { create(requestWith(octets(1, "10.0.0.1"), port)); }), noString + "1");
+    EXPECT_EQ(thrownBy([&] { create(requestWith(address, port, text(5, "2"))); }), noNumber + "5");
+    EXPECT_EQ(thrownBy([&] { create(requestWith(address, port, u32(6, 2))); }), noString + "6");
+    EXPECT_EQ(thrownBy([&] { create(requestWith(address, port, text(7, "2"))); }), noNumber + "7");
+    EXPECT_EQ(thrownBy([&] { modify(requestWith(u32(4, 1), address, port)); }), noString + "4");
+    EXPECT_EQ(thrownBy([&] { erase(requestWith(u32(4, 1))); }), noString + "4");
+    EXPECT_EQ(thrownBy([&] { erase(requestWith(u32(1, 1), port)); }), noString + "1");
+    EXPECT_EQ(thrownBy([&] { erase(requestWith(address, text(2, "162"))); }), noNumber + "2");
     EXPECT_THAT(host.trapApi().changes(), IsEmpty());
 }
 
@@ -218,6 +295,13 @@ TEST_F(TrapAddrHandlerTest, ModifyWithoutIndexIsRefused) {
     expectRefused(modify(requestWith(text(1, "10.0.0.1"), u32(2, 162))),
                   "error 0x1002E can't find trap index, old method is not supporttd.");
     EXPECT_THAT(host.trapApi().calls(), IsEmpty());
+    EXPECT_EQ(modify(requestWith(text(1, "10.0.0.1"))), PARAM_ERROR);  // before the port is asked for
+}
+
+TEST_F(TrapAddrHandlerTest, ModifyTakesTheSecondAddressWhenBothAreValid) {
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162)};
+    EXPECT_EQ(modify(requestWith(text(4, "1"), text(1, "10.0.0.2"), u32(2, 162), text(6, "10.0.0.3"))), 0);
+    EXPECT_THAT(changed("modify"), ElementsAre(destination("1", "10.0.0.3", 162, 2, 1)));
 }
 
 TEST_F(TrapAddrHandlerTest, ModifyWithIndexAndPortOnlyHasNoAddressAndIsRefused) {
@@ -280,12 +364,14 @@ TEST_F(TrapAddrHandlerTest, ModifyReturnsTheHostsResult) {
 }
 
 TEST_F(TrapAddrHandlerTest, ModifyWithoutPortThrowsAndChangesNothing) {
-    EXPECT_THROW(modify(requestWith(text(4, "1"), text(1, "10.0.0.1"))), CVRX_Exception);
+    EXPECT_EQ(thrownBy([this] { modify(requestWith(text(4, "1"), text(1, "10.0.0.1"))); }),
+              "CVRX_Exception: record has no cell, tag equal to 2");
     EXPECT_THAT(host.trapApi().changes(), IsEmpty());
 }
 
 TEST_F(TrapAddrHandlerTest, ModifyWithoutRecordThrows) {
-    EXPECT_THROW(modify(CR8KPackageV3()), CVRX_Exception);
+    EXPECT_EQ(thrownBy([this] { modify(CR8KPackageV3()); }), NO_RECORD);
+    EXPECT_THAT(host.trapApi().calls(), IsEmpty());
 }
 
 // Delete.
@@ -348,6 +434,7 @@ TEST_F(TrapAddrHandlerTest, DeleteWithoutListFails) {
     EXPECT_EQ(erase(requestWith(text(4, "1"))), -1);
     EXPECT_THAT(host.log().linesWithoutTrace(), ElementsAre("error 0x1002E failed to get all trap."));
     EXPECT_THAT(host.trapApi().changes(), IsEmpty());
+    EXPECT_EQ(erase(CR8KPackageV3()), -1);  // the list comes before the request
 }
 
 TEST_F(TrapAddrHandlerTest, DeleteReturnsTheHostsResult) {
@@ -358,7 +445,8 @@ TEST_F(TrapAddrHandlerTest, DeleteReturnsTheHostsResult) {
 }
 
 TEST_F(TrapAddrHandlerTest, DeleteWithoutRecordThrows) {
-    EXPECT_THROW(erase(CR8KPackageV3()), CVRX_Exception);
+    EXPECT_EQ(thrownBy([this] { erase(CR8KPackageV3()); }), NO_RECORD);
+    EXPECT_THAT(host.trapApi().operations(), ElementsAre("list"));
 }
 
 // Query.
@@ -437,11 +525,50 @@ TEST_F(TrapAddrHandlerTest, CheckParamWantsAnAddressAndValidVersionAndType) {
     }
 }
 
+TEST_F(TrapAddrHandlerTest, CommonOperationTakesEachValidColumnByItself) {
+    const tTrapDestInfo before = destination("1", "10.0.0.1", 162, 1, 2, "op");
+    const std::pair<TlvCell, tTrapDestInfo> cases[] = {
+        {u32(5, 3), destination("1", "10.0.0.1", 162, 3, 2, "op")},
+        {text(6, "10.0.0.2"), destination("1", "10.0.0.2", 162, 1, 2, "op")},
+        {u32(7, 4), destination("1", "10.0.0.1", 162, 1, 4, "op")},
+        {text(8, "other"), destination("1", "10.0.0.1", 162, 1, 2, "other")},
+        {text(1, "10.0.0.2"), before},
+        {u32(2, 163), before},
+        {text(4, "2"), before},
+    };
+    for (const auto& [cell, after] : cases) {
+        tTrapDestInfo info = before;
+        handler.CommonOperation(requestWith(cell), info);
+        EXPECT_EQ(info, after) << cell;
+    }
+}
+
 TEST_F(TrapAddrHandlerTest, CommonOperationDropsInvalidValuesSilently) {
     tTrapDestInfo info = destination("1", "10.0.0.1", 162, 1, 2, "op");
     handler.CommonOperation(requestWith(u32(5, 9), text(6, "bad"), u32(7, 9), text(8, "bad")), info);
     EXPECT_EQ(info, destination("1", "10.0.0.1", 162, 1, 2, "op"));
     EXPECT_THAT(host.log().lines(), IsEmpty());
+}
+
+TEST_F(TrapAddrHandlerTest, ErrorLinesNameTheirFunctionAndLine) {
+    create(requestWith(u32(2, 162)));
+    modify(requestWith(u32(2, 162)));
+    modify(requestWith(text(4, "1"), u32(2, 162)));
+    erase(requestWith(u32(2, 162)));
+    erase(requestWith(text(4, "1")));
+    host.trapApi().onList = [] { return 1; };
+    erase(requestWith(text(4, "1")));
+    handler.OnQueryTable(ctx, CR8KPackageV3(), rsp);
+    std::vector<std::string> functions;
+    std::set<unsigned int> lines;
+    for (const FakeLogLine& line : host.log().entries()) {
+        if (line.kind != "error") continue;
+        functions.push_back(line.function);
+        lines.insert(line.line);
+    }
+    EXPECT_THAT(functions, ElementsAre("OnCreateTable", "OnModifyTable", "OnModifyTable", "OnDeleteTable",
+                                       "OnDeleteTable", "OnDeleteTable", "OnQueryTable"));
+    EXPECT_EQ(lines.size(), 7u);
 }
 
 TEST_F(TrapAddrHandlerTest, EveryTableOperationLogsItsSignature) {
