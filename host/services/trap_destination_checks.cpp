@@ -108,7 +108,7 @@ bool isVersion(unsigned int version) {
 }
 
 bool isTrapType(unsigned int type) {
-    return type >= 1 && type <= 4;
+    return type == 1 || type == 3 || type == 4;
 }
 
 bool isUserText(const std::string& user) {

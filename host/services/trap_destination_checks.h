@@ -26,7 +26,7 @@ std::string canonicalAddress(const std::string& text);
 
 bool isPort(unsigned int port);
 bool isVersion(unsigned int version);
-bool isTrapType(unsigned int type);
+bool isTrapType(unsigned int type);  // as vrxTrapDestTrapType of the MIB: no 2, which would get no trap at all
 
 // Whether it can be a user name or a community: 1 to LONGEST_USER printable ASCII characters.
 bool isUserText(const std::string& user);

@@ -152,7 +152,7 @@ class Writing(unittest.TestCase):
         good = dict(ADDRESS="127.0.0.1", PORT=1, STATUS=CREATE_AND_GO)
         self.create(1)
         for column, value in (("ADDRESS", "127.0..1"), ("ADDRESS", "999.1.1.1"), ("PORT", 0), ("PORT", 65536),
-                              ("VERSION", 4), ("VERSION", 0), ("TRAP_TYPE", 9)):
+                              ("VERSION", 4), ("VERSION", 0), ("TRAP_TYPE", 2), ("TRAP_TYPE", 9)):
             failed = "%s.%d." % (DESTINATIONS, globals()[column])
             self.refused(row(2, **dict(good, **{column: value})), "wrongValue", failed + "2")
             self.refused(row(1, **{column: value}), "wrongValue", failed + "1")

@@ -169,7 +169,7 @@ TEST_F(TrapApi, ChecksLookAtTheirMember) {
     row.version = 0;
     EXPECT_FALSE(CheckTrapVerOK(row));
     EXPECT_TRUE(CheckTrapTypeOK(row));
-    row.trapType = 5;
+    row.trapType = 2;
     EXPECT_FALSE(CheckTrapTypeOK(row));
 }
 

@@ -81,12 +81,14 @@ TEST(DestinationNumbers, VersionIs1To3) {
     EXPECT_FALSE(isVersion(4));
 }
 
-TEST(DestinationNumbers, TrapTypeIs1To4) {
+TEST(DestinationNumbers, TrapTypeIs1Or3Or4) {
     EXPECT_FALSE(isTrapType(0));
     EXPECT_TRUE(isTrapType(1));
-    EXPECT_TRUE(isTrapType(2));
+    EXPECT_FALSE(isTrapType(2));
+    EXPECT_TRUE(isTrapType(3));
     EXPECT_TRUE(isTrapType(4));
     EXPECT_FALSE(isTrapType(5));
+    EXPECT_FALSE(isTrapType(4294967295U));
 }
 
 TEST(DestinationUser, IsUpTo32PrintableCharacters) {
