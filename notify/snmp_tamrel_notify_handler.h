@@ -54,6 +54,6 @@ public:
     void filterTrapMap(const std::map<std::string, tTrapDestInfo>& destinations,
                        std::list<tTrapDestInfo>& chosen) override;
 
-private:
-    Agentpp::Oidx m_trapOid;  // of the alarm asked for last
+protected:
+    Agentpp::Oidx m_trapOid;  // of the alarm asked for last; empty before
 };

@@ -6,6 +6,7 @@
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 
 #include "module/vrx_exception.h"
 #include "tests/fake_host/fake_host.h"
@@ -55,6 +56,12 @@ protected:
     PlainTable table;
     PlainLeaf leaf;
 };
+
+TEST_F(HandlerBasesTest, BaseOfAllHandlersLeavesItsOperationsToTheKinds) {
+    EXPECT_TRUE(std::is_abstract_v<CSnmpHandler>);
+    EXPECT_FALSE(std::is_abstract_v<CSnmpTableHandler>);
+    EXPECT_FALSE(std::is_abstract_v<CSnmpLeafHandler>);
+}
 
 TEST_F(HandlerBasesTest, TableAnswersTableOperationsWithFailure) {
     for (Operation operation : {&CSnmpHandler::OnQueryTable, &CSnmpHandler::OnCreateTable, &CSnmpHandler::OnModifyTable,
@@ -122,10 +129,24 @@ TEST_F(HandlerBasesTest, RecordOfALeafGoesBehindThoseThatTheResponseHolds) {
     EXPECT_THAT(recordsOf(rsp), ElementsAre(RecordIs(1, u32(2, 3)), RecordIs(NO_IDENTIFIER, text(0, "value"))));
 }
 
+TEST_F(HandlerBasesTest, CellKeepsItsTypeAndValueUnderTagZero) {
+    for (int type = 0; type <= 15; ++type) {
+        LeafWith any([type](CTLVCell*& cell) {
+            cell = new CTLVCell();
+            cell->set_i(static_cast<CTLVCell::ETLVType>(type), 4095, "\1\2\3", 3);
+            return 0;
+        });
+        rsp.clear();
+        EXPECT_EQ(call(any, &CSnmpHandler::OnQueryLeaf), 0);
+        EXPECT_THAT(recordsOf(rsp), ElementsAre(RecordIs(NO_IDENTIFIER, rawCell(0, type, "\1\2\3"))));
+    }
+}
+
 TEST_F(HandlerBasesTest, LeafWithoutCellFailsAndLeavesTheResponseAsItWas) {
     LeafWith none([](CTLVCell*&) { return 0; });
+    appendRecords(rsp, {recordOf(1, u32(2, 3))});
     EXPECT_EQ(call(none, &CSnmpHandler::OnQueryLeaf), -1);
-    EXPECT_THAT(recordsOf(rsp), IsEmpty());
+    EXPECT_THAT(recordsOf(rsp), ElementsAre(RecordIs(1, u32(2, 3))));
 }
 
 TEST_F(HandlerBasesTest, FailedQueryLeafReleasesItsCell) {

@@ -1,8 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <memory>
+#include <set>
 #include <stdexcept>
+#include <type_traits>
 #include <typeinfo>
 #include <vector>
 
@@ -58,8 +61,11 @@ TEST_F(SvcModuleTest, CreationAppendsBehindHandlersOfOtherModules) {
     auto* other = new CTamrelOIDBasedMsgHandler();
     host.dispatcher().handlers().push_back(other);
     std::unique_ptr<CSNMP_Svc_Module> module(SNMP_SvcModuleCreator());
-    ASSERT_EQ(host.dispatcher().handlers().size(), 3u);
-    EXPECT_EQ(host.dispatcher().handlers().front(), other);
+    const std::list<INotifyMsgHandler*>& registered = host.dispatcher().handlers();
+    ASSERT_EQ(registered.size(), 3u);
+    EXPECT_EQ(registered.front(), other);
+    EXPECT_TRUE(typeid(*(*std::next(registered.begin()))) == typeid(CTamrelNotifyMsgHandler));
+    EXPECT_TRUE(typeid(*registered.back()) == typeid(CTamrelOIDBasedMsgHandler));
 }
 
 TEST_F(SvcModuleTest, InitReturnsTrue) {
@@ -73,9 +79,48 @@ TEST_F(SvcModuleTest, CreatorGivesTheModulesOwnClass) {
 }
 
 TEST_F(SvcModuleTest, NewOidBasedHandlerHasNoOidYet) {
-    CTamrelOIDBasedMsgHandler handler;
-    EXPECT_FALSE(handler.useDateAndTime());
-    EXPECT_EQ(handler.getTrapVbLen(), 15);
+    class OpenHandler : public CTamrelOIDBasedMsgHandler {
+    public:
+        using CTamrelOIDBasedMsgHandler::m_trapOid;
+    } handler;
+    EXPECT_EQ(handler.m_trapOid.len(), 0u);
+    EXPECT_STREQ(handler.m_trapOid.get_printable(), "");
+}
+
+// Hosts that are built elsewhere hold these objects by their bases: what a class adds to its base is part of its
+// layout.
+TEST_F(SvcModuleTest, OnlyTheOidBasedHandlerHasStateOfItsOwn) {
+    EXPECT_EQ(sizeof(CSNMP_Tamrel_Mib_Module), sizeof(CSNMP_Svc_Module));
+    EXPECT_EQ(sizeof(CTamrelNotifyMsgHandler), sizeof(INotifyMsgHandler));
+    EXPECT_EQ(sizeof(CTamrelOIDBasedMsgHandler), sizeof(INotifyMsgHandler) + sizeof(Agentpp::Oidx));
+    EXPECT_EQ(sizeof(CSnmpTableHandler), sizeof(CSnmpHandler));
+    EXPECT_EQ(sizeof(CSnmpLeafHandler), sizeof(CSnmpHandler));
+    EXPECT_EQ(sizeof(CSnmpTopoHandler), sizeof(CSnmpTableHandler));
+    EXPECT_EQ(sizeof(CTamrelTrapAddrHandler), sizeof(CSnmpTableHandler));
+    EXPECT_EQ(sizeof(CSnmpTamrelVrxAlarmHandler), sizeof(CSnmpTableBase));
+    EXPECT_EQ(sizeof(CSnmpTamrelVrxClearAlarmHandler), sizeof(CSnmpLeafHandler));
+}
+
+template <typename Derived, typename Base>
+constexpr bool IS_A = std::is_base_of_v<Base, Derived>;
+
+TEST_F(SvcModuleTest, EachHandlerHasItsBase) {
+    EXPECT_TRUE((IS_A<CSNMP_Tamrel_Mib_Module, CSNMP_Svc_Module>));
+    EXPECT_TRUE((IS_A<CTamrelNotifyMsgHandler, INotifyMsgHandler>));
+    EXPECT_TRUE((IS_A<CTamrelOIDBasedMsgHandler, CTamrelNotifyMsgHandler>));
+    EXPECT_TRUE((IS_A<CSnmpTableHandler, CSnmpHandler>));
+    EXPECT_TRUE((IS_A<CSnmpLeafHandler, CSnmpHandler>));
+    EXPECT_TRUE((IS_A<CSnmpTableBase, CSnmpTableHandler>));
+    EXPECT_TRUE((IS_A<CSnmpTopoHandler, CSnmpTableHandler>));
+    EXPECT_TRUE((IS_A<CTamrelTrapAddrHandler, CSnmpTableHandler>));
+    EXPECT_TRUE((IS_A<CSnmpTamrelVrxAlarmHandler, CSnmpTableBase>));
+    EXPECT_TRUE((IS_A<CSnmpTamrelVrxClearAlarmHandler, CSnmpLeafHandler>));
+}
+
+TEST_F(SvcModuleTest, HostDeletesThroughTheVirtualDestructorsOfTheBases) {
+    EXPECT_TRUE(std::has_virtual_destructor_v<CSNMP_Svc_Module>);
+    EXPECT_TRUE(std::has_virtual_destructor_v<CSnmpHandler>);
+    EXPECT_TRUE(std::has_virtual_destructor_v<INotifyMsgHandler>);
 }
 
 TEST_F(SvcModuleTest, FourHandlersAreHandedOverInOrder) {
@@ -93,10 +138,10 @@ TEST_F(SvcModuleTest, HandlersAreAppendedBehindEntriesOfOthers) {
     auto* other = new CSnmpTopoHandler();
     handlers.emplace_back("1.3.6.1", other);
     CSNMP_Tamrel_Mib_Module().getSvcHandler(handlers);
-    ASSERT_EQ(handlers.size(), 5u);
-    EXPECT_EQ(handlers.front().first, "1.3.6.1");
+    std::vector<std::string> expected = REGISTERED;
+    expected.insert(expected.begin(), "1.3.6.1");
+    EXPECT_EQ(oids(), expected);
     EXPECT_EQ(handlers.front().second, other);
-    EXPECT_EQ(handlers.back().first, REGISTERED.back());
 }
 
 TEST_F(SvcModuleTest, SecondCallAppendsASecondSetOfNewHandlers) {
@@ -104,8 +149,12 @@ TEST_F(SvcModuleTest, SecondCallAppendsASecondSetOfNewHandlers) {
     module.getSvcHandler(handlers);
     module.getSvcHandler(handlers);
     ASSERT_EQ(handlers.size(), 8u);
-    EXPECT_NE(handlers.front().second, std::next(handlers.begin(), 4)->second);
-    EXPECT_EQ(std::next(handlers.begin(), 4)->first, REGISTERED.front());
+    std::set<const CSnmpHandler*> objects;
+    for (const auto& row : handlers) objects.insert(row.second);
+    EXPECT_EQ(objects.size(), 8u);
+    std::vector<std::string> twice = REGISTERED;
+    twice.insert(twice.end(), REGISTERED.begin(), REGISTERED.end());
+    EXPECT_EQ(oids(), twice);
 }
 
 TEST_F(SvcModuleTest, MibFileNameIsExact) {
