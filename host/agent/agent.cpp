@@ -4,15 +4,15 @@
 #include "host/services/trap_api.h"
 
 Agent::Agent(AgentLoop& loop, const std::string& root, const std::vector<std::string>& modules)
-    : m_loop(loop), m_engine(root), m_loader(root + "/mibs") {
+    : m_loop(loop), m_engine(root, root + "/state"), m_loader(root + "/mibs") {
     for (const std::string& module : modules) m_loader.load(module);
     std::vector<ManagedObject*> objects;
     for (const LoadedObject& loaded : m_loader.objects()) {
         m_objects.push_back(
-            std::make_unique<ManagedObject>(*loaded.mib, *loaded.handler, m_loop, m_engine.snapshotLimits()));
+            std::make_unique<ManagedObject>(*loaded.mib, *loaded.handler, m_loop, m_engine.limits().snapshots));
         objects.push_back(m_objects.back().get());
     }
-    m_desk = std::make_unique<RequestDesk>(m_loop, objects, m_engine.deskLimits());
+    m_desk = std::make_unique<RequestDesk>(m_loop, objects, m_engine.limits().desk);
     m_desk->onSet = [this] { m_users.refresh(); };  // a manager may have created users since
     setTrapUserCheck([this](const std::string& user) { return m_users.exists(user); });
     m_users.refresh();
@@ -40,6 +40,20 @@ void Agent::markAllChanged() {
 
 void Agent::reload() {
     m_engine.reload();
+    for (const auto& object : m_objects) object->snapshots().setLimits(m_engine.limits().snapshots);
+    m_desk->setLimits(m_engine.limits().desk);
+    m_users.refresh();
+}
+
+void Agent::reloadMibs() {
+    m_loader.reloadMibs();
+    for (std::size_t i = 0; i < m_objects.size(); ++i) m_objects[i]->setShape(*m_loader.objects()[i].mib);
+}
+
+std::vector<ObjectWorker*> Agent::workers() {
+    std::vector<ObjectWorker*> workers;
+    for (const auto& object : m_objects) workers.push_back(&object->worker());
+    return workers;
 }
 
 bool Agent::stop(std::chrono::milliseconds patience) {

@@ -40,6 +40,13 @@ public:
     // Reads the engine's configuration again.
     void reload();
 
+    // Reads the MIB files again. REQUIRES: all workers are held. Throws ModuleError, and nothing has changed.
+    void reloadMibs();
+
+    const SnmpEngine& engine() const { return m_engine; }
+    const std::vector<std::string>& mibFiles() const { return m_loader.mibFiles(); }
+    std::vector<ObjectWorker*> workers();
+
     // Takes no request any more, answers those whose values have come, ends the workers. False when a handler has not
     // come back within `patience`: nothing may be destroyed then.
     bool stop(std::chrono::milliseconds patience);

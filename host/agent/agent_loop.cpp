@@ -97,12 +97,11 @@ void AgentLoop::drain() {
 
 void AgentLoop::runDue() {
     consume(m_timer);
-    std::vector<Task> due;  // taken out first: a task may add timers, also such as are due at once
-    const auto end = m_timers.upper_bound(Clock::now());
-    for (auto timer = m_timers.begin(); timer != end; ++timer) due.push_back(std::move(timer->second));
-    m_timers.erase(m_timers.begin(), end);
+    decltype(m_timers) due;  // taken out first: a task may add timers, also such as are due at once
+    const auto now = Clock::now();
+    while (!m_timers.empty() && m_timers.begin()->first <= now) due.insert(due.end(), m_timers.extract(m_timers.begin()));
     armTimer();
-    for (const Task& task : due) runGuarded(task);
+    for (const auto& timer : due) runGuarded(timer.second);
 }
 
 void AgentLoop::armTimer() {

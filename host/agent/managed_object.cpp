@@ -4,49 +4,58 @@
 #include <utility>
 
 #include "host/agent/agent_log.h"
+#include "host/services/out_of_memory.h"
 
 ManagedObject::ManagedObject(const MibObject& mib, CSnmpHandler& handler, AgentLoop& loop, const SnapshotLimits& limits)
-    : m_mib(mib),
+    : m_mib(&mib),
       m_handler(handler),
       m_loop(loop),
       m_snapshots(limits),
       m_reader(mib, handler, [this] { return m_snapshots.changes(); }),
       m_worker(mib.name) {}
 
+void ManagedObject::setShape(const MibObject& mib) {
+    m_mib = &mib;
+    m_reader.setShape(mib);
+    m_snapshots.markChanged();
+}
+
 ReadOutcome ManagedObject::attempt(const std::function<SnapshotPointer()>& read) const {
     try {
         return {read(), {}};
     } catch (const std::exception& error) {
-        return {nullptr, error.what()};
+        return untilMemory([&error] { return ReadOutcome{nullptr, error.what()}; });
     }
 }
 
 void ManagedObject::refresh() {
     if (m_refreshing) return;
-    m_refreshing = true;
     m_worker.submit([this] {
-        ReadOutcome outcome = attempt([this] { return m_reader.whole(); });
-        m_loop.post([this, outcome = std::move(outcome)] {
-            m_refreshing = false;
-            logChangeOfState(outcome);
-            const auto now = TableSnapshot::Clock::now();
-            if (outcome.snapshot != nullptr) {
-                m_snapshots.put(outcome.snapshot, now);
-                // Frees what nobody goes on with.
-                m_loop.runAfter(m_snapshots.limits().walkAge + std::chrono::milliseconds(1),
-                                [this] { m_snapshots.purge(TableSnapshot::Clock::now()); });
-            }
-            if (onRefreshed) onRefreshed(outcome);
-        });
+        const ReadOutcome outcome = attempt([this] { return m_reader.whole(); });
+        untilMemory([&] { m_loop.post([this, outcome] { refreshed(outcome); }); });
     });
+    m_refreshing = true;  // the answer comes on this thread
+}
+
+void ManagedObject::refreshed(const ReadOutcome& outcome) {
+    m_refreshing = false;
+    logChangeOfState(outcome);
+    if (outcome.snapshot != nullptr) m_snapshots.put(outcome.snapshot, TableSnapshot::Clock::now());
+    if (onRefreshed) onRefreshed(outcome);
+    if (outcome.snapshot == nullptr) return;
+    // Frees what nobody goes on with.
+    m_loop.runAfter(m_snapshots.limits().walkAge + std::chrono::milliseconds(1),
+                    [this] { m_snapshots.purge(TableSnapshot::Clock::now()); });
 }
 
 void ManagedObject::readRows(std::vector<std::uint32_t> numbers, std::function<void(const ReadOutcome&)> done) {
     m_worker.submit([this, numbers = std::move(numbers), done = std::move(done)] {
-        ReadOutcome outcome = attempt([&] { return m_reader.rows(numbers); });
-        m_loop.post([this, done, outcome = std::move(outcome)] {
-            logChangeOfState(outcome);
-            done(outcome);
+        const ReadOutcome outcome = attempt([&] { return m_reader.rows(numbers); });
+        untilMemory([&] {
+            m_loop.post([this, done, outcome] {
+                logChangeOfState(outcome);
+                done(outcome);
+            });
         });
     });
 }
@@ -56,8 +65,8 @@ void ManagedObject::logChangeOfState(const ReadOutcome& outcome) {
     if (failing == m_failing) return;
     m_failing = failing;
     if (failing) {
-        agent_log::error(m_mib.name + " cannot be read: " + outcome.failure);
+        agent_log::error(m_mib->name + " cannot be read: " + outcome.failure);
     } else {
-        agent_log::info(m_mib.name + " can be read again");
+        agent_log::info(m_mib->name + " can be read again");
     }
 }

@@ -29,7 +29,7 @@ public:
     // Shape, handler and loop outlive the object.
     ManagedObject(const MibObject& mib, CSnmpHandler& handler, AgentLoop& loop, const SnapshotLimits& limits);
 
-    const MibObject& mib() const { return m_mib; }
+    const MibObject& mib() const { return *m_mib; }
     CSnmpHandler& handler() { return m_handler; }
     ObjectReader& reader() { return m_reader; }  // for jobs on the worker
     ObjectWorker& worker() { return m_worker; }
@@ -39,14 +39,19 @@ public:
     void refresh();
     std::function<void(const ReadOutcome&)> onRefreshed;
 
+    // Another shape of the same object, which outlives this one too. REQUIRES: the worker is held between two jobs.
+    // Snapshots of the former shape stay good for the walks that are in them.
+    void setShape(const MibObject& mib);
+
     bool readsRows() const { return m_reader.readsRows(); }
     void readRows(std::vector<std::uint32_t> numbers, std::function<void(const ReadOutcome&)> done);
 
 private:
     ReadOutcome attempt(const std::function<SnapshotPointer()>& read) const;
+    void refreshed(const ReadOutcome& outcome);
     void logChangeOfState(const ReadOutcome& outcome);
 
-    const MibObject& m_mib;
+    const MibObject* m_mib;
     CSnmpHandler& m_handler;
     AgentLoop& m_loop;
     SnapshotStore m_snapshots;

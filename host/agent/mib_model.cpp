@@ -249,8 +249,8 @@ const MibColumn* MibObject::rowStatus() const {
 MibModel MibModel::load(const std::string& path) {
     TiXmlDocument document;
     if (!document.LoadFile(path)) {
-        throw MibError(path + ": " + document.ErrorDesc() +
-                       (document.ErrorRow() > 0 ? " (line " + std::to_string(document.ErrorRow()) + ")" : ""));
+        const std::string row = document.ErrorRow() > 0 ? ":" + std::to_string(document.ErrorRow()) : "";
+        throw MibError(path + row + ": " + document.ErrorDesc());
     }
     const TiXmlElement* const smi = document.FirstChildElement("smi");
     if (smi == nullptr) throw MibError(path + ": no <smi>: not the output of smidump -f xml");

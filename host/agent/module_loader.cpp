@@ -22,6 +22,10 @@ std::string lastLoaderError() {
     throw ModuleError("module " + module + ", object " + object + ": " + why);
 }
 
+bool isScalar(CSnmpHandler& handler) {
+    return dynamic_cast<CSnmpLeafHandler*>(&handler) != nullptr;
+}
+
 }  // namespace
 
 ModuleLoader::~ModuleLoader() {
@@ -54,7 +58,10 @@ void ModuleLoader::adopt(std::unique_ptr<CSNMP_Svc_Module> module, const std::st
     try {
         module->getSvcHandler(handlers);
         mibFile = module->getMibFileName();
-        m_models.push_back(MibModel::load(m_mibDirectory + "/" + mibFile));
+        m_mibFiles.push_back(m_mibDirectory + "/" + mibFile);
+        m_models.push_back(MibModel::load(m_mibFiles.back()));
+    } catch (const MibError& error) {
+        throw ModuleError(error.what() + (" (module " + name + ")"));
     } catch (const std::exception& error) {
         throw ModuleError("module " + name + ": " + error.what());
     }
@@ -67,15 +74,38 @@ void ModuleLoader::adopt(std::unique_ptr<CSNMP_Svc_Module> module, const std::st
         }
         const MibObject* const mib = m_models.back().find(root);
         if (mib == nullptr) refuse(name, oidOfObject, "not in " + mibFile);
-        const bool isLeaf = dynamic_cast<CSnmpLeafHandler*>(handler) != nullptr;
-        if (isLeaf == mib->table) refuse(name, oidOfObject, "handler and " + mibFile + " disagree on table or scalar");
+        if (isScalar(*handler) == mib->table)
+            refuse(name, oidOfObject, "handler and " + mibFile + " disagree on table or scalar");
         const bool taken = std::any_of(m_objects.begin(), m_objects.end(), [&](const LoadedObject& other) {
             return isBelow(root.data(), root.size(), other.mib->root) ||
                    isBelow(other.mib->root.data(), other.mib->root.size(), root);
         });
         if (taken) refuse(name, oidOfObject, "another object is registered there");
         m_objects.push_back({mib, handler});
+        m_moduleOf.push_back(m_modules.size());
     }
     agent_log::info("module " + name + ": " + std::to_string(handlers.size()) + " objects by " + mibFile);
     m_modules.push_back(std::move(module));
+}
+
+void ModuleLoader::reloadMibs() {
+    std::list<MibModel> models;
+    std::vector<const MibModel*> byModule;
+    try {
+        for (const std::string& file : m_mibFiles) byModule.push_back(&models.emplace_back(MibModel::load(file)));
+    } catch (const MibError& error) {
+        throw ModuleError(error.what());
+    }
+    std::vector<const MibObject*> shapes;
+    for (std::size_t i = 0; i < m_objects.size(); ++i) {
+        const MibObject* const shape = byModule[m_moduleOf[i]]->find(m_objects[i].mib->root);
+        if (shape == nullptr || shape->table == isScalar(*m_objects[i].handler)) {
+            throw ModuleError(
+                m_mibFiles[m_moduleOf[i]] + ": " + m_objects[i].mib->name +
+                (shape == nullptr ? " is missing" : " is another kind of object than its handler serves"));
+        }
+        shapes.push_back(shape);
+    }
+    m_models.splice(m_models.end(), models);
+    for (std::size_t i = 0; i < m_objects.size(); ++i) m_objects[i].mib = shapes[i];
 }

@@ -4,7 +4,7 @@
 // loader. Libraries stay mapped until the process ends: the dispatcher keeps the notification handlers that loading
 // registered.
 //
-// Threads: the loading thread, before any request or notification.
+// Threads: the loading thread, before any request or notification; reloadMibs() while no handler is at work.
 #pragma once
 
 #include <list>
@@ -41,12 +41,21 @@ public:
     // Adopts a module that was made otherwise. Throws ModuleError.
     void adopt(std::unique_ptr<CSNMP_Svc_Module> module, const std::string& name);
 
+    // The MIB files of the modules.
+    const std::vector<std::string>& mibFiles() const { return m_mibFiles; }
+
+    // Reads them again: objects() has the new shapes, and what refers to the former ones stays good. Throws ModuleError
+    // when a file is at fault or describes an object as another kind than its handler; nothing has changed then.
+    void reloadMibs();
+
     const std::vector<LoadedObject>& objects() const { return m_objects; }
 
 private:
     std::string m_mibDirectory;
-    std::list<MibModel> m_models;
+    std::vector<std::string> m_mibFiles;  // one a module
+    std::list<MibModel> m_models;         // the former ones too: snapshots refer to them
     std::list<SNMP_HANDLER_LIST> m_handlers;
     std::vector<std::unique_ptr<CSNMP_Svc_Module>> m_modules;
     std::vector<LoadedObject> m_objects;
+    std::vector<std::size_t> m_moduleOf;  // number of each object's module
 };

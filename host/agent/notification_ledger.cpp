@@ -6,6 +6,7 @@
 #include <chrono>
 
 #include "host/agent/agent_log.h"
+#include "host/services/out_of_memory.h"
 
 namespace {
 
@@ -118,22 +119,28 @@ void NotificationLedger::write(Sequence sequence) {
     row.step();
 }
 
+// One line for each change of state.
+void NotificationLedger::tryToFlush() {
+    try {
+        flush();
+        if (m_writeFailed) agent_log::info("the last alarm event handled can be stored again");
+        m_writeFailed = false;
+    } catch (const SqliteError& fault) {
+        if (!m_writeFailed) {
+            agent_log::error(std::string("the last alarm event handled cannot be stored, trying again: ") +
+                             fault.what());
+        }
+        m_writeFailed = true;
+    }
+}
+
 void NotificationLedger::run() {
     std::unique_lock<std::mutex> lock(m_mutex);
     while (!m_stopping) {
         m_changed.wait(lock, [this] { return m_stopping || (m_lastBegun && doneLocked() != m_written); });
         if (m_stopping) return;
         lock.unlock();
-        try {
-            flush();
-            m_writeFailed = false;
-        } catch (const SqliteError& fault) {
-            if (!m_writeFailed) {
-                agent_log::error(std::string("the last alarm event handled cannot be stored, trying again: ") +
-                                 fault.what());
-            }
-            m_writeFailed = true;
-        }
+        untilMemory([this] { tryToFlush(); });
         lock.lock();
         m_changed.wait_for(lock, WRITE_INTERVAL, [this] { return m_stopping; });
     }

@@ -59,6 +59,7 @@ public:
 
 private:
     void run();
+    void tryToFlush();
     void write(Sequence sequence);  // caller holds m_writing
     Sequence doneLocked() const;    // caller holds m_mutex
 

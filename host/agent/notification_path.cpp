@@ -7,6 +7,7 @@
 
 #include "host/agent/agent_log.h"
 #include "host/services/backend_protocol.h"
+#include "host/services/out_of_memory.h"
 #include "platform/notify_msg_handler.h"
 
 NotificationPath::NotificationPath(const std::list<INotifyMsgHandler*>& handlers, const TamrelBinding& binding,
@@ -24,6 +25,7 @@ std::optional<unsigned long long> NotificationPath::lastHandledEvent() {
 
 void NotificationPath::onConnected(unsigned long long lastSequenceOfStore,
                                    const std::vector<unsigned int>& activeSerials) {
+    const std::lock_guard<std::mutex> handling(m_handling);
     const std::optional<unsigned long long> last = m_ledger.lastBegun();
     if (!last) {
         m_ledger.startBehind(lastSequenceOfStore);
@@ -40,6 +42,7 @@ void NotificationPath::onConnected(unsigned long long lastSequenceOfStore,
 }
 
 void NotificationPath::onEvent(unsigned long long sequence, const CTLVRecordV3& record) {
+    const std::lock_guard<std::mutex> handling(m_handling);
     const Ticket ticket = m_ledger.begin(sequence);
     ++m_events;
     follow(sequence, record);
@@ -63,7 +66,7 @@ NotificationPath::Counters NotificationPath::counters() const {
 void NotificationPath::follow(unsigned long long sequence, const CTLVRecordV3& record) {
     if (sequence <= m_comparedAt) return;
     try {
-        m_binding.follow(record);
+        withPatience([&] { m_binding.follow(record); });
     } catch (const std::exception& fault) {
         ++m_badRecords;
         agent_log::error("alarm event " + std::to_string(sequence) +
@@ -76,14 +79,23 @@ void NotificationPath::notify(INotifyMsgHandler& handler, const Ticket& ticket, 
     std::list<tTrapDestInfo> chosen;
     std::shared_ptr<const Trap> trap;
     try {
-        handler.filterTrapMap(*all, chosen);
-        if (!chosen.empty()) trap = build(handler, ticket, record);
+        withPatience([&] {
+            chosen.clear();
+            handler.filterTrapMap(*all, chosen);
+        });
+        if (!chosen.empty()) trap = withPatience([&] { return build(handler, ticket, record); });
     } catch (const std::exception& fault) {
         ++m_notBuilt;
         agent_log::error("alarm event " + std::to_string(ticket.sequence) + " is skipped: " + fault.what());
     }
     m_ledger.hold(ticket);
-    m_sender.submit(*all, chosen, std::move(trap), [this, ticket] { m_ledger.settle(ticket); });
+    try {
+        withPatience([&] { m_sender.submit(*all, chosen, trap, [this, ticket] { m_ledger.settle(ticket); }); });
+    } catch (const std::bad_alloc& fault) {
+        ++m_notBuilt;
+        m_ledger.settle(ticket);
+        agent_log::error("alarm event " + std::to_string(ticket.sequence) + " is skipped: " + fault.what());
+    }
 }
 
 // Null when the handler cannot use the record.

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <functional>
 #include <list>
+#include <mutex>
 
 #include "host/agent/notification_ledger.h"
 #include "host/agent/tamrel_binding.h"
@@ -39,6 +40,9 @@ public:
 
     Counters counters() const;
 
+    // Keeps the handlers idle while the lock lives; waits for the event that is under way.
+    std::unique_lock<std::mutex> hold() { return std::unique_lock<std::mutex>(m_handling); }
+
 private:
     using Ticket = NotificationLedger::Ticket;
 
@@ -51,6 +55,8 @@ private:
     TrapSender& m_sender;
     NotificationLedger& m_ledger;
     std::function<void()> m_alarmsChanged;
+
+    std::mutex m_handling;  // taken while an event is handled
 
     // The repository was compared with the backend when this was its last event: it is ahead of those up to here.
     unsigned long long m_comparedAt = 0;

@@ -58,6 +58,11 @@ void NotificationService::start() {
     m_source.start();
 }
 
+void NotificationService::configurationChanged() {
+    m_reader->read();
+    m_sender.refresh();
+}
+
 void NotificationService::stop() {
     if (!m_running) return;
     m_running = false;

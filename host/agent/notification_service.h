@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 
 #include "host/agent/notification_ledger.h"
@@ -39,8 +40,14 @@ public:
     // Sends coldStart, then asks the backend for events.
     void start();
 
-    // The configuration was read again: communities and users may have changed.
-    void configurationChanged() { m_sender.refresh(); }
+    // No notification is handled while the lock lives; events wait. It waits for the one under way.
+    std::unique_lock<std::mutex> hold() { return m_path.hold(); }
+
+    // Lets the module read its alarm definitions anew; see TamrelBinding. REQUIRES: hold(), and all workers held.
+    void reloadDefinitions() { m_binding.reloadDefinitions(); }
+
+    // The configuration was read again: communities, users and destinations may have changed.
+    void configurationChanged();
 
     // No event is taken and no trap sent from here on; events whose traps still wait come again in the next life of
     // the process. Logs what became of all.

@@ -36,7 +36,7 @@ std::string rowOid(const MibObject& object, std::uint32_t number) {
 }  // namespace
 
 ObjectReader::ObjectReader(const MibObject& object, CSnmpHandler& handler, std::function<std::uint64_t()> changes)
-    : m_object(object), m_handler(handler), m_changes(std::move(changes)), m_batch(false), m_large(false) {
+    : m_object(&object), m_handler(handler), m_changes(std::move(changes)), m_batch(false), m_large(false) {
     if (auto* const batch = dynamic_cast<CSnmpTableBase*>(&handler)) {
         batch->setWholeTable(true);
         m_batch = isBelow(object.root.data(), object.root.size(), ENTERPRISE);
@@ -49,8 +49,8 @@ std::unique_ptr<CR8KPackageV3> ObjectReader::query(const CR8KPackageV3& request)
     auto response = std::make_unique<CR8KPackageV3>();
     int result = 0;
     try {
-        result = m_object.table ? m_handler.OnQueryTable(context, request, *response)
-                                : m_handler.OnQueryLeaf(context, request, *response);
+        result = m_object->table ? m_handler.OnQueryTable(context, request, *response)
+                                 : m_handler.OnQueryLeaf(context, request, *response);
     } catch (const std::exception& error) {
         throw ReadError(error.what());
     } catch (...) {
@@ -69,9 +69,10 @@ std::unique_ptr<CR8KPackageV3> ObjectReader::records() {
 }
 
 void ObjectReader::addRows(const CR8KPackageV3& response, TableSnapshot& snapshot) const {
+    snapshot.reserve(response.records().size());
     std::size_t position = 0;
     for (const CTLVRecordV3* record : response.records()) {
-        if (const auto number = rowNumber(m_object, *record, position)) snapshot.add(*number, *record);
+        if (const auto number = rowNumber(*m_object, *record, position)) snapshot.add(*number, *record);
         ++position;
     }
 }
@@ -81,7 +82,7 @@ SnapshotPointer ObjectReader::whole() {
     while (true) {
         const std::optional<std::uint64_t> event = m_large ? lastBackendEvent() : std::nullopt;
         const std::uint64_t changes = m_changes();
-        auto snapshot = std::make_shared<TableSnapshot>(m_object, changes, TableSnapshot::Clock::now());
+        auto snapshot = std::make_shared<TableSnapshot>(*m_object, changes, TableSnapshot::Clock::now());
         addRows(*records(), *snapshot);
         snapshot->finish();
         const bool compared = m_large;
@@ -92,16 +93,16 @@ SnapshotPointer ObjectReader::whole() {
 }
 
 SnapshotPointer ObjectReader::rows(const std::vector<std::uint32_t>& numbers) {
-    auto snapshot = std::make_shared<TableSnapshot>(m_object, m_changes(), TableSnapshot::Clock::now());
+    auto snapshot = std::make_shared<TableSnapshot>(*m_object, m_changes(), TableSnapshot::Clock::now());
     for (const std::uint32_t number : numbers) {
         CR8KPackageV3 request;
         auto record = newRecord();
         appendUint64(*record, CSnmpTableBase::REQUEST_TYPE_TAG, CSnmpTableBase::REQUEST_GET);
-        appendText(*record, CSnmpTableBase::REQUEST_OID_TAG, rowOid(m_object, number));
+        appendText(*record, CSnmpTableBase::REQUEST_OID_TAG, rowOid(*m_object, number));
         request.append(std::move(record));
         const auto response = query(request);
         for (const CTLVRecordV3* row : response->records()) {
-            if (rowNumber(m_object, *row, 0) == number) snapshot->add(number, *row);
+            if (rowNumber(*m_object, *row, 0) == number) snapshot->add(number, *row);
         }
     }
     snapshot->finish();

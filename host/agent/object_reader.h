@@ -22,6 +22,9 @@ public:
     // `changes` counts the object's changes, for any thread. Object and handler outlive the reader.
     ObjectReader(const MibObject& object, CSnmpHandler& handler, std::function<std::uint64_t()> changes);
 
+    // Another shape of the same object; not while a reading is under way.
+    void setShape(const MibObject& object) { m_object = &object; }
+
     // The handler's whole answer, as records. Throws ReadError.
     std::unique_ptr<CR8KPackageV3> records();
 
@@ -40,7 +43,7 @@ private:
     std::unique_ptr<CR8KPackageV3> query(const CR8KPackageV3& request);
     void addRows(const CR8KPackageV3& response, TableSnapshot& snapshot) const;
 
-    const MibObject& m_object;
+    const MibObject* m_object;
     CSnmpHandler& m_handler;
     std::function<std::uint64_t()> m_changes;
     bool m_batch;  // the handler is a CSnmpTableBase

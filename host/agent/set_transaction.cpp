@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "host/agent/agent_log.h"
+#include "host/services/out_of_memory.h"
 
 SetTransaction::SetTransaction(std::vector<SetStep> steps, AgentLoop& loop, std::function<void(const SetResult&)> done)
     : m_loop(loop), m_done(std::move(done)) {
@@ -30,15 +31,16 @@ void SetTransaction::apply(std::size_t step) {
         try {
             result = self->m_steps[step].execution.apply();
         } catch (const std::exception& error) {
-            agent_log::error(std::string("a SET failed: ") + error.what());
+            untilMemory([&error] { agent_log::error(std::string("a SET failed: ") + error.what()); });
         }
-        self->m_loop.post([self, step, result] {
+        const auto goOn = [self, step, result] {
             if (result.ok()) {
                 self->apply(step + 1);
             } else {
                 self->undo(step, result);
             }
-        });
+        };
+        untilMemory([&] { self->m_loop.post(goOn); });
     });
 }
 
@@ -51,6 +53,6 @@ void SetTransaction::undo(std::size_t steps, SetResult result) {
     m_steps[steps - 1].object->worker().submit([self = shared_from_this(), steps, result] {
         SetResult outcome = result;
         if (!self->m_steps[steps - 1].execution.undo()) outcome.error = SNMP_ERR_UNDOFAILED;
-        self->m_loop.post([self, steps, outcome] { self->undo(steps - 1, outcome); });
+        untilMemory([&] { self->m_loop.post([self, steps, outcome] { self->undo(steps - 1, outcome); }); });
     });
 }

@@ -64,7 +64,8 @@ public:
     void purge(TimePoint now);
 
     const SnapshotLimits& limits() const { return m_limits; }
-    std::size_t held() const;  // snapshots
+    void setLimits(const SnapshotLimits& limits) { m_limits = limits; }  // they hold from the next snapshot on
+    std::size_t held() const;                                            // snapshots
 
 private:
     struct tWalk {

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -12,6 +13,7 @@
 #include <utility>
 
 #include "host/agent/agent_log.h"
+#include "host/agent/listener_address.h"
 #include "host/agent/net_snmp.h"
 
 // The standard groups are in a library of their own, whose headers are not installed.
@@ -27,63 +29,24 @@ void init_sysORTable();
 
 namespace {
 
-// Where the configuration's parsers, which get no argument of ours, leave what they read: the engine that is being
-// made.
-struct tLimits {
-    SnapshotLimits snapshots;
-    DeskLimits desk;
-};
-tLimits* g_limits = nullptr;
+// Where the faults of the configuration go while it is read; else null. The library, which frees the arguments of its
+// callbacks, can have no engine for one.
+std::vector<std::string>* g_reading = nullptr;
 
-struct tWord {
-    const char* word;
-    const char* help;
-    unsigned long min;
-    void (*set)(tLimits& limits, unsigned long value);
-};
-
-constexpr unsigned long MAX_VALUE = 3'600'000;  // an hour, in milliseconds
-
-const tWord WORDS[] = {
-    {"vrxWalkSnapshotAge", "milliseconds", 0,
-     [](tLimits& l, unsigned long v) { l.snapshots.walkAge = std::chrono::milliseconds(v); }},
-    {"vrxFreshSnapshotAge", "milliseconds", 0,
-     [](tLimits& l, unsigned long v) { l.snapshots.freshAge = std::chrono::milliseconds(v); }},
-    {"vrxSnapshotsKept", "number", 1, [](tLimits& l, unsigned long v) { l.snapshots.kept = v; }},
-    {"vrxRequestDeadline", "milliseconds", 1,
-     [](tLimits& l, unsigned long v) { l.desk.deadline = std::chrono::milliseconds(v); }},
-    {"vrxWaitingRequests", "number", 1, [](tLimits& l, unsigned long v) { l.desk.waiting = v; }},
-};
-
-void parseWord(const char* token, char* line) {
-    if (g_limits == nullptr) return;  // read again while running: limits stay
-    for (const tWord& word : WORDS) {
-        if (strcasecmp(word.word, token) != 0) continue;
-        char* end = nullptr;
-        errno = 0;
-        const unsigned long value = std::strtoul(line, &end, 10);
-        if (end == line || *end != '\0' || errno != 0 || *line == '-' || value < word.min || value > MAX_VALUE) {
-            netsnmp_config_error("%s: not a number from %lu to %lu: %s", word.word, word.min, MAX_VALUE, line);
-            return;
-        }
-        word.set(*g_limits, value);
+// "FILE: line N: Error: text" of the library's reader as "FILE:N: text"; empty for any other line.
+std::string configurationFault(const std::string& line) {
+    const std::string place = ": line ";
+    const std::size_t behindFile = line.find(place);
+    if (behindFile == std::string::npos) return {};
+    const std::size_t number = behindFile + place.size();
+    const std::size_t behindNumber = line.find_first_not_of("0123456789", number);
+    if (behindNumber == number || behindNumber == std::string::npos) return {};
+    for (const std::string kind : {": Error: ", ": Warning: "}) {
+        if (line.compare(behindNumber, kind.size(), kind) != 0) continue;
+        return line.substr(0, behindFile) + ":" + line.substr(number, behindNumber - number) + ": " +
+               line.substr(behindNumber + kind.size());
     }
-}
-
-int logLine(int, int, void* serverArgument, void*) {
-    const auto* const message = static_cast<const snmp_log_message*>(serverArgument);
-    std::string text = message->msg == nullptr ? "" : message->msg;
-    while (!text.empty() && text.back() == '\n') text.pop_back();
-    if (message->priority <= LOG_ERR) {
-        agent_log::error(text);
-    } else if (message->priority == LOG_WARNING) {
-        agent_log::warn(text);
-    } else if (message->priority <= LOG_INFO) {
-        agent_log::info(text);
-    } else {
-        agent_log::debug(text);
-    }
-    return SNMPERR_SUCCESS;
+    return {};
 }
 
 int countPacket(netsnmp_session*, netsnmp_transport*, void*, int) {
@@ -139,21 +102,12 @@ void setSwitch(int which, int value) {
     netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, which, value);
 }
 
-std::vector<std::string> split(const std::string& list) {
-    std::vector<std::string> pieces;
-    std::istringstream in(list);
-    for (std::string piece; std::getline(in, piece, ',');) {
-        if (!piece.empty()) pieces.push_back(piece);
-    }
-    return pieces;
-}
-
 }  // namespace
 
-SnmpEngine::SnmpEngine(const std::string& root) {
-    const std::filesystem::path state = std::filesystem::path(root) / "state";
-    const std::string ownState = (state / "net-snmp").string();
-    const std::string engineFolder = (state / "engine").string();
+SnmpEngine::SnmpEngine(const std::string& root, const std::string& state)
+    : m_configurationFile(root + "/etc/" + NAME + ".conf") {
+    const std::string ownState = state + "/net-snmp";
+    const std::string engineFolder = state + "/engine";
     makePrivateFolder(ownState);
     keepEngineId(engineFolder);
 
@@ -162,7 +116,7 @@ SnmpEngine::SnmpEngine(const std::string& root) {
     ::setenv("MIBS", "", 1);
     snmp_disable_log();
     netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_DEBUG);
-    snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, logLine, nullptr);
+    snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, &SnmpEngine::logLine, nullptr);
     setFolder(NETSNMP_DS_LIB_CONFIGURATION_DIR, engineFolder + ENV_SEPARATOR + root + "/etc");
     setFolder(NETSNMP_DS_LIB_PERSISTENT_DIR, ownState);
     setSwitch(NETSNMP_DS_AGENT_ROLE, 0);  // master
@@ -176,14 +130,15 @@ SnmpEngine::SnmpEngine(const std::string& root) {
     init_usmUser();
     init_vacm_vars();
     init_sysORTable();
-    for (const tWord& word : WORDS) snmpd_register_config_handler(word.word, parseWord, nullptr, word.help);
-
-    tLimits limits;
-    g_limits = &limits;
+    registerEngineWords(m_limits);
+    g_reading = &m_faults;
     init_snmp(NAME);
-    g_limits = nullptr;
-    m_snapshotLimits = limits.snapshots;
-    m_deskLimits = limits.desk;
+    g_reading = nullptr;
+}
+
+bool SnmpEngine::hasUsers() const {
+    vacm_scanGroupInit();
+    return vacm_scanGroupNext() != nullptr;
 }
 
 SnmpEngine::~SnmpEngine() {
@@ -193,11 +148,13 @@ SnmpEngine::~SnmpEngine() {
     shutdown_agent();
 }
 
+std::vector<std::string> SnmpEngine::configuredListeners() const {
+    const char* const configured = netsnmp_ds_get_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS);
+    return splitListeners(configured == nullptr ? DEFAULT_LISTENER : configured);
+}
+
 void SnmpEngine::listen(std::vector<std::string> addresses, RequestDesk& desk) {
-    if (addresses.empty()) {
-        const char* const configured = netsnmp_ds_get_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS);
-        addresses = split(configured == nullptr ? DEFAULT_LISTENER : configured);
-    }
+    if (addresses.empty()) addresses = configuredListeners();
     // Without its own listeners: they read two files of the system for each packet and know no desk.
     netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, "none");
     if (init_master_agent() != 0) throw EngineError("Net-SNMP's master agent cannot be initialised");
@@ -225,8 +182,42 @@ void SnmpEngine::listen(std::vector<std::string> addresses, RequestDesk& desk) {
         NAME);  // at once: the count of starts must survive the hardest end, or v3 managers reject the next start
 }
 
+// What update_config() does, but for the state: users' keys are in memory already, and reading the count of starts
+// raises it.
 void SnmpEngine::reload() {
-    update_config();
+    m_faults.clear();
+    m_limits = EngineLimits{};
+    g_reading = &m_faults;
+    free_config();
+    snmp_call_callbacks(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_PRE_READ_CONFIG, nullptr);
+    read_config_with_type(m_configurationFile.c_str(), NAME);
+    snmp_call_callbacks(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG, nullptr);
+    g_reading = nullptr;
+    snmp_store(NAME);  // new users' keys
+}
+
+int SnmpEngine::logLine(int, int, void* message, void*) try {
+    const auto& line = *static_cast<const snmp_log_message*>(message);
+    std::string text = line.msg == nullptr ? "" : line.msg;
+    while (!text.empty() && text.back() == '\n') text.pop_back();
+    std::string fault = g_reading != nullptr ? configurationFault(text) : std::string();
+    if (!fault.empty()) {
+        // The library reads the file twice, and some words in both passes.
+        if (std::find(g_reading->begin(), g_reading->end(), fault) != g_reading->end()) return SNMPERR_SUCCESS;
+        agent_log::error(fault);
+        g_reading->push_back(std::move(fault));
+    } else if (line.priority <= LOG_ERR) {
+        agent_log::error(text);
+    } else if (line.priority == LOG_WARNING) {
+        agent_log::warn(text);
+    } else if (line.priority <= LOG_INFO) {
+        agent_log::info(text);
+    } else {
+        agent_log::debug(text);
+    }
+    return SNMPERR_SUCCESS;
+} catch (const std::bad_alloc&) {  // the engine is C: nothing may leave
+    return SNMPERR_SUCCESS;
 }
 
 void SnmpEngine::closeListeners() {

@@ -22,6 +22,9 @@ constexpr const char* GET_REPOSITORY = "_ZN26CAlarmRepository_Singleton18getAlar
 constexpr const char* GET_SIZE = "_ZN26CAlarmRepository_Singleton22getAlarmRepositorySizeEv";
 constexpr const char* GET_ITEMS = "_ZN26CAlarmRepository_Singleton16getAllAlarmItemsERNSt7__cxx114listIjSaIjEEE";
 
+constexpr const char* DESTROY_DEFINITIONS = "_ZN18CAlarmConfigParser7destroyEv";
+constexpr const char* GET_DEFINITIONS = "_ZN18CAlarmConfigParser8instanceEv";
+
 constexpr unsigned int CATEGORY_ACTIVE = 1;
 constexpr unsigned int CATEGORY_ENDED = 2;
 
@@ -72,7 +75,8 @@ void TamrelBinding::bind(INotifyMsgHandler& handler) {
     }
     if (look(library, GET_CATEGORY, m_getCategory) && look(library, PUT_ALARM, m_putAlarm) &&
         look(library, GET_REPOSITORY, m_getRepository) && look(library, GET_SIZE, m_getSize) &&
-        look(library, GET_ITEMS, m_getItems)) {
+        look(library, GET_ITEMS, m_getItems) && look(library, DESTROY_DEFINITIONS, m_destroyDefinitions) &&
+        look(library, GET_DEFINITIONS, m_getDefinitions)) {
         m_handler = dynamic_cast<void*>(&handler);
     }
 }
@@ -85,6 +89,12 @@ void TamrelBinding::follow(const CTLVRecordV3& record) const {
     unsigned int category = 0;
     m_getCategory(m_handler, record, category);
     m_putAlarm(m_handler, serial, category);  // it logs what it refuses
+}
+
+void TamrelBinding::reloadDefinitions() const {
+    if (!found()) return;
+    m_destroyDefinitions();
+    (void)m_getDefinitions();
 }
 
 std::list<unsigned int> TamrelBinding::repository() const {

@@ -38,6 +38,10 @@ public:
     // Adds the serial numbers that are missing, deletes those that are not among the active ones.
     Difference compare(const std::vector<unsigned int>& activeSerials) const;
 
+    // Lets the module forget its alarm definitions and read their files anew. REQUIRES: no handler of the module is at
+    // work. Throws what the module throws when a file is at fault; it tries again at its next use of a definition.
+    void reloadDefinitions() const;
+
     std::list<unsigned int> repository() const;  // the serial numbers that the module holds
 
 private:
@@ -48,6 +52,9 @@ private:
     using GetRepository = CAlarmRepository_Singleton* (*)();
     using GetSize = unsigned int (*)(CAlarmRepository_Singleton* repository);
     using GetItems = int (*)(CAlarmRepository_Singleton* repository, std::list<unsigned int>& items);
+
+    using DestroyDefinitions = void (*)();
+    using GetDefinitions = void* (*)();
 
     void bind(INotifyMsgHandler& handler);
 
@@ -61,4 +68,6 @@ private:
     GetRepository m_getRepository = nullptr;
     GetSize m_getSize = nullptr;
     GetItems m_getItems = nullptr;
+    DestroyDefinitions m_destroyDefinitions = nullptr;
+    GetDefinitions m_getDefinitions = nullptr;
 };

@@ -12,6 +12,8 @@
 #include <mutex>
 #include <thread>
 
+#include "host/services/out_of_memory.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -61,7 +63,8 @@ void TrapResolver::State::run() {
             const Clock::time_point due = next->second.due;  // the entry may go while this waits
             changed.wait_until(lock, due);
         } else {
-            lookUp(lock, std::string(next->first));
+            const std::string name = untilMemory([&] { return next->first; });
+            lookUp(lock, name);
         }
     }
     ended = true;
@@ -70,7 +73,7 @@ void TrapResolver::State::run() {
 
 void TrapResolver::State::lookUp(std::unique_lock<std::mutex>& lock, const std::string& name) {
     lock.unlock();
-    const std::string address = lookup(name);
+    const std::string address = untilMemory([&] { return lookup(name); });
     lock.lock();
     const auto found = names.find(name);
     if (stopping || found == names.end()) return;
@@ -82,7 +85,7 @@ void TrapResolver::State::lookUp(std::unique_lock<std::mutex>& lock, const std::
         state.due = Clock::now() + interval;
         state.pause = FIRST_PAUSE;
     }
-    answer(name, address);  // under the lock: the destructor waits for it
+    untilMemory([&] { answer(name, address); });  // under the lock: the destructor waits for it
 }
 
 TrapResolver::TrapResolver(seconds interval, Answer answer, Lookup lookup) : m_state(std::make_shared<State>()) {

@@ -4,6 +4,7 @@
 #include <cctype>
 
 #include "host/agent/agent_log.h"
+#include "host/services/out_of_memory.h"
 
 namespace {
 
@@ -110,6 +111,8 @@ void TrapSender::submit(const TrapDestinationMap& considered, const std::list<tT
     submission->settled = std::move(settled);
     submission->open = 1;
     std::vector<Settled> due;
+    due.reserve(keys.size() + 1);
+    // From here on nothing is left half done: what finds no memory for its place in a queue is dropped.
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         for (const auto& entry : considered) {
@@ -146,7 +149,11 @@ void TrapSender::enqueue(const std::string& key, const std::shared_ptr<Submissio
     } else if (destination.queue.size() >= m_options.queueLimit) {
         dropItem(destination, item, TrapDrop::QueueFull, settled);
     } else {
-        destination.queue.push_back(std::move(item));
+        try {
+            destination.queue.push_back(item);
+        } catch (const std::bad_alloc&) {
+            dropItem(destination, item, TrapDrop::QueueFull, settled);
+        }
     }
 }
 
@@ -199,8 +206,10 @@ TrapStatus TrapSender::status() const {
 // Caller holds m_mutex.
 void TrapSender::wakePump() {
     if (m_pumpPosted || m_stopped) return;
-    m_loop.post([this, alive = std::weak_ptr<int>(m_alive)] {
-        if (!alive.expired()) pump();
+    untilMemory([this] {
+        m_loop.post([this, alive = std::weak_ptr<int>(m_alive)] {
+            if (!alive.expired()) untilMemory([this] { pump(); });
+        });
     });
     m_pumpPosted = true;
 }
@@ -419,7 +428,12 @@ bool TrapSender::sendNext(const std::string& key, Link& link, Clock::time_point&
         paced = item.number <= destination.pacedNumber;
     }
 
-    const TrapSendResult result = link.channel->send(*item.submission->trap);
+    TrapSendResult result;
+    try {
+        result = link.channel->send(*item.submission->trap);
+    } catch (const std::bad_alloc&) {
+        result.failure = "out of memory";
+    }
 
     std::vector<Settled> settled;
     bool firstLeftOut = false;

@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <functional>
+#include <iostream>
 #include <memory>
 #include <string>
 #include <system_error>
@@ -13,7 +15,9 @@
 
 #include "host/agent/agent.h"
 #include "host/agent/agent_log.h"
+#include "host/agent/configuration_check.h"
 #include "host/agent/notification_service.h"
+#include "host/agent/reloader.h"
 #include "host/agent/signal_watch.h"
 #include "host/backend/backend.h"
 #include "host/services/device_config.h"
@@ -32,6 +36,7 @@ struct CommandLine {
     std::vector<std::string> modules;
     std::vector<std::string> listeners;
     bool embeddedBackend = false;
+    bool checkConfig = false;
 };
 
 void defineOptions(CLI::App& app, CommandLine& line) {
@@ -40,6 +45,8 @@ void defineOptions(CLI::App& app, CommandLine& line) {
     app.add_option("--listen", line.listeners,
                    "udp:127.0.0.1:1161, udp6:[::1]:1161, tcp:...; may be given several times. Without it the "
                    "configuration's agentAddress, else udp:127.0.0.1:1161");
+    app.add_flag("--check-config", line.checkConfig,
+                 "Read all configuration, definition and MIB files, say what is at fault and where, and end");
     app.add_flag("--embedded-backend", line.embeddedBackend, "Run the management backend inside this process");
 }
 
@@ -61,6 +68,20 @@ struct DestinationsCloser {
     ~DestinationsCloser() { closeTrapDestinations(); }
 };
 
+// What a reload runs to check the files: this program itself.
+std::vector<std::string> checkCommand(const std::string& root, const std::vector<std::string>& modules) {
+    std::vector<std::string> command = {std::filesystem::read_symlink("/proc/self/exe").string(), "--check-config",
+                                        "--root", root};
+    for (const std::string& module : modules) command.insert(command.end(), {"--module", module});
+    return command;
+}
+
+int check(const CommandLine& line) {
+    const std::string root = absoluteRoot(line.root);
+    setProductRoot(root);
+    return checkConfiguration(root, line.modules, std::cout) == 0 ? EX_OK : EX_CONFIG;
+}
+
 int serve(const CommandLine& line) {
     const std::string root = absoluteRoot(line.root);
     setProductRoot(root);
@@ -72,12 +93,11 @@ int serve(const CommandLine& line) {
 
     // Before any thread: all of them leave the signals to the watch.
     AgentLoop loop;
-    bool ending = false;
-    const auto end = [&] {
-        ending = true;
-        loop.stop();
-    };
-    const SignalWatch signals({{SIGTERM, end}, {SIGINT, end}, {SIGHUP, [&loop] { loop.stop(); }}});
+    const auto end = [&loop] { loop.stop(); };
+    std::function<void()> reload;
+    const SignalWatch signals({{SIGTERM, end}, {SIGINT, end}, {SIGHUP, [&reload] {
+                                                                   if (reload) reload();
+                                                               }}});
 
     std::unique_ptr<Backend> backend;
     if (line.embeddedBackend) {
@@ -91,13 +111,11 @@ int serve(const CommandLine& line) {
     notifications.start();
     agent_log::info("ready");
 
+    Reloader reloader(loop, agent, notifications, {root, checkCommand(root, line.modules)});
+    reload = [&reloader] { reloader.request(); };
     loop.run();
-    while (!ending) {  // SIGHUP. Between two runs of the loop nothing of the engine is in use
-        agent.reload();
-        notifications.configurationChanged();
-        loop.run();
-    }
 
+    reloader.stop();
     notifications.stop();
     if (!agent.stop(PATIENCE)) {
         agent_log::warn("a handler has not come back: the process ends without it");
@@ -124,7 +142,7 @@ int main(int argc, char** argv) {
         return app.exit(error) == 0 ? EX_OK : EX_USAGE;
     }
     try {
-        return serve(line);
+        return line.checkConfig ? check(line) : serve(line);
     } catch (const BackendStartError& error) {
         return failed(error.exitCode, error);
     } catch (const EngineError& error) {

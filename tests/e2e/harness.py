@@ -283,6 +283,14 @@ class System:
         """assignments: name, type letter, value, name, ...; as user admin with authPriv unless `version` says else."""
         return self.run("snmpset", *assignments, version=version or V3, **more)
 
+    def add_destination(self, number, port, version=2, trap_type=3, user=None, address="127.0.0.1"):
+        """A row of the trap destination table; trap_type 1: common traps, 4: named ones, 3: both."""
+        row = [(6, "s", address), (2, "u", port), (5, "i", version), (7, "i", trap_type), (3, "i", 4)]
+        if user:
+            row.append((8, "s", user))
+        self.set(*[word for column, kind, value in row
+                   for word in ("%s.%d.%d" % (DESTINATIONS, column, number), kind, str(value))])
+
     def vrxctl(self, *arguments, check=True):
         done = subprocess.run([os.path.join(PROGRAM_DIR, "vrxctl"), "--root", self.root] + list(arguments),
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)

@@ -74,13 +74,6 @@ class TrapSystem(System):
             raise
         return self
 
-    def add_destination(self, number, port, version=2, trap_type=BOTH, user=None, address="127.0.0.1"):
-        row = [(6, "s", address), (2, "u", port), (5, "i", version), (7, "i", trap_type), (3, "i", 4)]
-        if user:
-            row.append((8, "s", user))
-        self.set(*[word for column, kind, value in row
-                   for word in ("%s.%d.%d" % (DESTINATIONS, column, number), kind, str(value))])
-
     def raise_alarm(self, serial=SERIAL, alarm_id=ALARM_ID, parameters="07:55,123", raised=RAISED):
         with BackendClient(self.path("state", "backend.sock")) as backend:
             backend.call(record(RAISE_ALARM, uint(1, alarm_id, 8), uint(2, 5), uint(3, serial), uint(4, raised, 8),
