@@ -116,6 +116,7 @@ public:
 
 protected:                                     // for tests, which make a lock fail
     static ACE_Thread_Mutex _oSingletonMutex;  // guards creation and destruction of the instance
+    ACE_Thread_Mutex m_oMutex;                 // held by look-ups and the destructor
 
 private:
     CAlarmConfigParser() = default;
@@ -128,7 +129,6 @@ private:
 
     static std::atomic<CAlarmConfigParser*> _pInstance;  // published when the load is complete
 
-    ACE_Thread_Mutex m_oMutex;  // held by look-ups and the destructor
     ALARM_ITEMS m_AlarmItems;
     ENUM_DESC_MAP m_EnumDescMap;
 };

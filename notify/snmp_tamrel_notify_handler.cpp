@@ -93,7 +93,9 @@ int CTamrelNotifyMsgHandler::putAlarmIntoRepository(u_int serialNo, u_int catego
         return -1;
     }
     if (category == CATEGORY_UNTRACKED) return 0;
-    return updateRepository(category, serialNo, repository);
+    const int rc = updateRepository(category, serialNo, repository);
+    guard.setResult(rc == 0);
+    return rc;
 }
 
 int CTamrelNotifyMsgHandler::updateRepository(u_int category, u_int serialNo, CAlarmRepository_Singleton* repository) {

@@ -70,6 +70,53 @@ TEST_F(AlarmDefinitionsTest, FirstDefinitionOfAnIdentifierWins) {
     EXPECT_EQ(only().name, "first");
 }
 
+TEST_F(AlarmDefinitionsTest, RepeatedDefinitionDoesNotStopTheLoad) {
+    writeDefinitions("<param eventID='7'/><param eventID='7'/><param eventID='8'/>");
+    EXPECT_THAT(load().alarmItems(), ElementsAre(Pair(7U, testing::_), Pair(8U, testing::_)));
+}
+
+TEST_F(AlarmDefinitionsTest, ElementIsStoredOnce) {
+    CAlarmConfigParser& parser = load();
+    TiXmlElement element("param");
+    element.SetAttribute("eventID", "9");
+    EXPECT_EQ(parser.parseAlarmItem(&element), 0);
+    EXPECT_EQ(parser.parseAlarmItem(&element), -1);
+    EXPECT_THAT(host.log().lines(), ElementsAre("trace enter int CAlarmConfigParser::parseAlarmItem(TiXmlNode*)...",
+                                                "trace leave int CAlarmConfigParser::parseAlarmItem(TiXmlNode*): OK",
+                                                "trace enter int CAlarmConfigParser::parseAlarmItem(TiXmlNode*)...",
+                                                "warn 0x1002E repeated alarm 9, so ignore it.",
+                                                "trace leave int CAlarmConfigParser::parseAlarmItem(TiXmlNode*): NOK"));
+    EXPECT_EQ(parser.alarmItems().count(9), 1U);
+}
+
+TEST_F(AlarmDefinitionsTest, ItemTakesItsTextsInOrder) {
+    const CAlarmConfigItem item(0x100000002ULL, 3, "n", "r", "s", "d", "l", "o");
+    EXPECT_EQ(item.alarmId, 0x100000002ULL);
+    EXPECT_EQ(item.level, 3U);
+    EXPECT_EQ(item.name + item.reason + item.suggestion + item.detail + item.location + item.alarmOid, "nrsdlo");
+    EXPECT_THAT(item.paramEnumDescs, IsEmpty());
+}
+
+TEST_F(AlarmDefinitionsTest, EntriesOfParamDescKeepTheirOrder) {
+    writeDefinitions("<param eventID='7' paramDesc='4=B,2=A,4=C'/>");
+    EXPECT_THAT(only().paramEnumDescs, ElementsAre(Pair(4U, "B"), Pair(2U, "A"), Pair(4U, "C")));
+}
+
+TEST_F(AlarmDefinitionsTest, LevelIsNotReadFromTheFile) {
+    writeDefinitions("<param eventID='4294967301' level='9'/>");
+    EXPECT_EQ(only().level, 5U);
+}
+
+TEST_F(AlarmDefinitionsTest, IdentifierBeyondTheRangeIsTheLargest) {
+    writeDefinitions("<param eventID='99999999999999999999'/>");
+    EXPECT_EQ(only().alarmId, 9223372036854775807ULL);
+}
+
+TEST_F(AlarmDefinitionsTest, IdentifierIsDecimal) {
+    writeDefinitions("<param eventID='010'/><param eventID='0x10'/>");
+    EXPECT_THAT(load().alarmItems(), ElementsAre(Pair(0U, testing::_), Pair(10U, testing::_)));
+}
+
 TEST_F(AlarmDefinitionsTest, IdentifierEndsAtTheFirstNonDigit) {
     writeDefinitions("<param eventID='12abc'/>");
     EXPECT_EQ(only().alarmId, 12U);
@@ -118,6 +165,11 @@ TEST_F(AlarmDefinitionsTest, NullAndNonElementNodesAreSkippedSilently) {
 TEST_F(AlarmDefinitionsTest, WrongRootElementFails) {
     writeDefinitionFile("<alarms/>");
     EXPECT_EQ(loadFailure(), "root element(alarms) is invalid, should be (root).");
+}
+
+TEST_F(AlarmDefinitionsTest, NameOfTheRootElementIsExact) {
+    writeDefinitionFile("<Root><eventDefinition/></Root>");
+    EXPECT_EQ(loadFailure(), "root element(Root) is invalid, should be (root).");
 }
 
 TEST_F(AlarmDefinitionsTest, RootWithoutEventDefinitionFails) {
@@ -274,14 +326,53 @@ TEST_F(AlarmDefinitionsTest, DestroyWithoutAnInstanceDoesNothing) {
 
 TEST_F(AlarmDefinitionsTest, LoadIsTracedInItsOrder) {
     CAlarmConfigParser::instance();
-    std::vector<std::string> lines = host.log().lines();
-    ASSERT_GE(lines.size(), 8U);
-    EXPECT_EQ(lines.front(), "trace enter static CAlarmConfigParser* CAlarmConfigParser::instance()...");
-    EXPECT_EQ(lines.back(), "trace leave static CAlarmConfigParser* CAlarmConfigParser::instance(): OK");
-    EXPECT_THAT(
-        host.log().linesWithoutTrace(),
-        ElementsAre("debug 0xFFFF file path : conf/definitions.xml", "debug 0xFFFF file path : conf/enumerations.xml",
-                    "debug 0xFFFF EnumDescKey is (DiskState_1)", "debug 0xFFFF EnumDescKey is (DiskState_2)"));
+    EXPECT_THAT(host.log().lines(),
+                ElementsAre("trace enter static CAlarmConfigParser* CAlarmConfigParser::instance()...",
+                            "trace enter void CAlarmConfigParser::init()...",
+                            "trace enter void CAlarmConfigParser::getAlarmFilePath(std::string&)...",
+                            "debug 0xFFFF file path : conf/definitions.xml",
+                            "trace leave void CAlarmConfigParser::getAlarmFilePath(std::string&): OK",
+                            "trace enter void CAlarmConfigParser::parse(std::string&)...",
+                            "trace enter int CAlarmConfigParser::parseAlarmItem(TiXmlNode*)...",
+                            "trace leave int CAlarmConfigParser::parseAlarmItem(TiXmlNode*): OK",
+                            "trace leave void CAlarmConfigParser::parse(std::string&): OK",
+                            "trace enter void CAlarmConfigParser::getAlarmParamEnumFilePath(std::string&)...",
+                            "debug 0xFFFF file path : conf/enumerations.xml",
+                            "trace leave void CAlarmConfigParser::getAlarmParamEnumFilePath(std::string&): OK",
+                            "trace enter int CAlarmConfigParser::parseAlarmParamEnumDesc(std::string&)...",
+                            "trace enter int CAlarmConfigParser::parseAlarmParamEnumType(TiXmlNode*)...",
+                            "debug 0xFFFF EnumDescKey is (DiskState_1)", "debug 0xFFFF EnumDescKey is (DiskState_2)",
+                            "trace leave int CAlarmConfigParser::parseAlarmParamEnumType(TiXmlNode*): OK",
+                            "trace leave int CAlarmConfigParser::parseAlarmParamEnumDesc(std::string&): OK",
+                            "trace leave void CAlarmConfigParser::init(): OK",
+                            "trace leave static CAlarmConfigParser* CAlarmConfigParser::instance(): OK"));
+}
+
+TEST_F(AlarmDefinitionsTest, DestructionAndConversionsAreTraced) {
+    CAlarmConfigParser& parser = load();
+    u_int shortId = 0;
+    parser.resolveAlarmId(1, shortId);
+    parser.converToQ7700AlarmLevel(1);
+    CAlarmConfigParser::destroy();
+    EXPECT_THAT(host.log().lines(),
+                ElementsAre("trace enter void CAlarmConfigParser::resolveAlarmId(long long unsigned int, u_int&)...",
+                            "trace leave void CAlarmConfigParser::resolveAlarmId(long long unsigned int, u_int&): OK",
+                            "trace enter int CAlarmConfigParser::converToQ7700AlarmLevel(int)...",
+                            "trace leave int CAlarmConfigParser::converToQ7700AlarmLevel(int): OK",
+                            "trace enter static void CAlarmConfigParser::destroy()...",
+                            "trace enter CAlarmConfigParser::~CAlarmConfigParser()...",
+                            "trace leave CAlarmConfigParser::~CAlarmConfigParser(): OK",
+                            "trace leave static void CAlarmConfigParser::destroy(): OK"));
+    for (const FakeLogLine& line : host.log().entries()) EXPECT_EQ(line.module, 4U);
+}
+
+TEST_F(AlarmDefinitionsTest, FilePathsAreAskedForInTheOrderOfTheLoad) {
+    CAlarmConfigParser::instance();
+    std::vector<std::string> paths;
+    for (const std::string& key : host.configReads()) {
+        if (key.find("_PATH") != std::string::npos) paths.push_back(key);
+    }
+    EXPECT_THAT(paths, ElementsAre("SNMP_CONF/ALARM_INI_PATH", "SNMP_CONF/ALARM_PARAM_ENUM_PATH"));
 }
 
 TEST_F(AlarmDefinitionsTest, PathsAreRewrittenInPlace) {
@@ -326,17 +417,27 @@ TEST_F(AlarmDefinitionsTest, ManyThreadsGetTheSameInstance) {
     EXPECT_EQ(host.log().lines("debug").size(), 4U);  // loaded once
 }
 
-// Opens the mutex of the class.
-struct OpenParser : CAlarmConfigParser {
-    using CAlarmConfigParser::_oSingletonMutex;
-};
-
 TEST_F(AlarmDefinitionsTest, CreationGoesOnWhenTheLockFails) {
     const FailingLock failing(OpenParser::_oSingletonMutex);
     EXPECT_EQ(loadFailure(), "");
     CAlarmConfigParser::destroy();
     EXPECT_EQ(loadFailure(), "");
     CAlarmConfigParser::destroy();
+}
+
+TEST_F(AlarmDefinitionsTest, LoadedInstanceNeedsNoLock) {
+    CAlarmConfigParser& parser = load();
+    ASSERT_EQ(OpenParser::_oSingletonMutex.acquire(), 0);
+    EXPECT_EQ(CAlarmConfigParser::instance(), &parser);  // would wait for this very thread
+    OpenParser::_oSingletonMutex.release();
+}
+
+TEST_F(AlarmDefinitionsTest, DestructionGoesOnWhenTheLockFails) {
+    ACE_Thread_Mutex& mutex = load().*(&OpenParser::m_oMutex);
+    FailingLock::makeFail(mutex);  // goes with the instance
+    CAlarmConfigParser::destroy();
+    EXPECT_EQ(host.log().lines().back(), "trace leave static void CAlarmConfigParser::destroy(): OK");
+    EXPECT_EQ(loadFailure(), "");
 }
 
 TEST_F(AlarmDefinitionsTest, FailedLoadLeavesTheLockFree) {

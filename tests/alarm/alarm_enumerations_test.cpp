@@ -80,6 +80,31 @@ TEST_F(AlarmEnumerationsTest, LaterParamEnumIsIgnored) {
     EXPECT_THAT(load().enumDescMap(), ElementsAre(Pair("A_1", "a")));
 }
 
+TEST_F(AlarmEnumerationsTest, SkippedTypeIsTracedAsFailed) {
+    CAlarmConfigParser& parser = load();
+    EXPECT_EQ(parser.parseAlarmParamEnumType(nullptr), -1);
+    EXPECT_THAT(host.log().lines(),
+                ElementsAre("trace enter int CAlarmConfigParser::parseAlarmParamEnumType(TiXmlNode*)...",
+                            "trace leave int CAlarmConfigParser::parseAlarmParamEnumType(TiXmlNode*): NOK"));
+}
+
+TEST_F(AlarmEnumerationsTest, PathIsAsConfigured) {
+    std::string path = "before";
+    load().getAlarmParamEnumFilePath(path);
+    EXPECT_EQ(path, ENUMERATION_PATH);
+    EXPECT_THAT(host.log().linesWithoutTrace(), ElementsAre("debug 0xFFFF file path : conf/enumerations.xml"));
+}
+
+TEST_F(AlarmEnumerationsTest, DescriptionsGoWithTheInstance) {
+    load();
+    writeEnumerations("<enum_type name='A'><enum_member value='1'>a</enum_member></enum_type>");
+    EXPECT_THAT(load().enumDescMap(), ElementsAre(Pair("A_1", "a")));
+}
+
+TEST_F(AlarmEnumerationsTest, NameOfTheRootElementIsExact) {
+    EXPECT_EQ(enumerationFailure("<Alarm><param_enum/></Alarm>"), "root element(Alarm) is invalid, should be (alarm).");
+}
+
 TEST_F(AlarmEnumerationsTest, WrongRootElementFails) {
     EXPECT_EQ(enumerationFailure("<root/>"), "root element(root) is invalid, should be (alarm).");
 }
@@ -109,6 +134,7 @@ TEST_F(AlarmEnumerationsTest, UnsetPathNamesTheRootDirectoryAndFails) {
     host.setConfig("SNMP_CONF", "ALARM_PARAM_ENUM_PATH", "");
     EXPECT_EQ(loadFailure(),
               "open alarm config file(" + host.root() + "/) failed.\nIs a directory. Location(row:0,col:0).");
+    EXPECT_THAT(host.log().lines("debug"), ElementsAre("debug 0xFFFF file path : conf/definitions.xml"));
 }
 
 TEST_F(AlarmEnumerationsTest, DeepFileFails) {
@@ -204,6 +230,15 @@ TEST_F(ReplaceEnumTest, EntriesOfOnePositionApplyInOrder) {
         "<enum_type name='A'><enum_member value='1'>2</enum_member></enum_type>"
         "<enum_type name='B'><enum_member value='2'>three</enum_member></enum_type>");
     EXPECT_THAT(replaced({"1"}, {{0, "A"}, {0, "B"}}), ElementsAre("three"));
+}
+
+TEST_F(ReplaceEnumTest, IsTracedWhenCalledAlone) {
+    replaced({"1"}, {{0, "DiskState"}});
+    EXPECT_THAT(host.log().lines(),
+                ElementsAre("trace enter void CAlarmConfigParser::replaceAlarmParamEnumValueDesc(long long unsigned "
+                            "int, std::vector<std::string>&, const POSITION_LIST&)...",
+                            "trace leave void CAlarmConfigParser::replaceAlarmParamEnumValueDesc(long long unsigned "
+                            "int, std::vector<std::string>&, const POSITION_LIST&): OK"));
 }
 
 TEST_F(ReplaceEnumTest, EmptyParameterIsLookedUpAsTwoHyphens) {

@@ -23,6 +23,12 @@ constexpr const char* DISK_STATES =
     "<enum_type name=\"DiskState\"><enum_member value=\"1\">offline</enum_member>"
     "<enum_member value=\"2\">degraded</enum_member></enum_type>\n";
 
+// Opens the locks of the class.
+struct OpenParser : CAlarmConfigParser {
+    using CAlarmConfigParser::_oSingletonMutex;
+    using CAlarmConfigParser::m_oMutex;
+};
+
 struct Rendered {
     int result = 0;
     std::string location = "location before";

@@ -1,10 +1,14 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "tests/alarm/alarm_files.h"
+#include "tests/alarm/failing_lock.h"
 
 namespace {
 
@@ -259,6 +263,97 @@ TEST_F(AlarmRenderingTest, ManyThreadsRenderAlike) {
     }
     for (std::thread& thread : threads) thread.join();
     EXPECT_THAT(wrong, Each(0));
+}
+
+TEST_F(AlarmRenderingTest, RenderingIsOneEntryOfTheTrace) {
+    load();
+    EXPECT_EQ(render(DISK_FAULT, "7,A,1").result, 0);
+    EXPECT_THAT(host.log().lines(),
+                ElementsAre("trace enter static CAlarmConfigParser* CAlarmConfigParser::instance()...",
+                            "trace leave static CAlarmConfigParser* CAlarmConfigParser::instance(): OK",
+                            "trace enter int CAlarmConfigParser::getAlarmInfo(long long unsigned int, const "
+                            "std::string&, std::string&, std::string&, u_int&, std::string&, std::string&)...",
+                            "trace leave int CAlarmConfigParser::getAlarmInfo(long long unsigned int, const "
+                            "std::string&, std::string&, std::string&, u_int&, std::string&, std::string&): OK"));
+    for (const FakeLogLine& line : host.log().entries()) EXPECT_EQ(line.module, 4U);
+}
+
+TEST_F(AlarmRenderingTest, RefusedLookUpsAreTracedAsFailedUnderTheirOwnNames) {
+    CAlarmConfigParser& parser = load();
+    render(5, "");
+    std::string oid;
+    parser.getAlarmOidInfo(5, oid);
+    const std::vector<FakeLogLine> entries = host.log().entries();
+    ASSERT_EQ(entries.size(), 8U);
+    EXPECT_EQ(entries[3].function, "getAlarmInfo");
+    EXPECT_EQ(entries[4].toString(),
+              "trace leave int CAlarmConfigParser::getAlarmInfo(long long unsigned int, const std::string&, "
+              "std::string&, std::string&, u_int&, std::string&, std::string&): NOK");
+    EXPECT_EQ(entries[5].toString(),
+              "trace enter int CAlarmConfigParser::getAlarmOidInfo(long long unsigned int, std::string&)...");
+    EXPECT_EQ(entries[6].function, "getAlarmOidInfo");
+    EXPECT_EQ(entries[7].toString(),
+              "trace leave int CAlarmConfigParser::getAlarmOidInfo(long long unsigned int, std::string&): NOK");
+}
+
+TEST_F(AlarmRenderingTest, StepsCalledAloneAreTraced) {
+    CAlarmConfigParser& parser = load();
+    std::vector<std::string> params;
+    POSITION_LIST pairs;
+    std::string text;
+    parserParmeterByDetail(params, pairs, "");
+    replaceBraceWithEmptyString(text);
+    parser.replaceAlarmParamInfo("##", text, {{0, "x"}});
+    EXPECT_THAT(host.log().lines(),
+                ElementsAre("trace enter void parserParmeterByDetail(std::vector<std::string>&, POSITION_LIST&, const "
+                            "std::string&)...",
+                            "trace leave void parserParmeterByDetail(std::vector<std::string>&, POSITION_LIST&, const "
+                            "std::string&): OK",
+                            "trace enter void replaceBraceWithEmptyString(std::string&)...",
+                            "trace leave void replaceBraceWithEmptyString(std::string&): OK",
+                            "trace enter int CAlarmConfigParser::replaceAlarmParamInfo(std::string, std::string&, "
+                            "const POSITION_LIST&)...",
+                            "error 0x1002E no alarm parameter pos",
+                            "trace leave int CAlarmConfigParser::replaceAlarmParamInfo(std::string, std::string&, "
+                            "const POSITION_LIST&): NOK"));
+}
+
+TEST_F(AlarmRenderingTest, LookUpsAndDestructionWaitForTheLookUpThatRuns) {
+    ACE_Thread_Mutex& mutex = load().*(&OpenParser::m_oMutex);
+    const std::pair<const char*, void (*)()> operations[] = {
+        {"getAlarmInfo(", [] { render(DISK_FAULT, "7"); }},
+        {"getAlarmOidInfo(",
+         [] {
+             std::string oid;
+             CAlarmConfigParser::instance()->getAlarmOidInfo(DISK_FAULT, oid);
+         }},
+        {"~CAlarmConfigParser(", [] { CAlarmConfigParser::destroy(); }}};
+    for (const auto& [name, operation] : operations) {
+        SCOPED_TRACE(name);
+        ASSERT_EQ(mutex.acquire(), 0);
+        std::atomic<bool> done{false};
+        std::thread thread([&done, run = operation] {
+            run();
+            done = true;
+        });
+        const auto entered = [this, wanted = std::string("CAlarmConfigParser::") + name] {
+            const std::vector<std::string> lines = host.log().lines("trace");
+            return std::any_of(lines.begin(), lines.end(), [&wanted](const std::string& line) {
+                return line.find("enter") != std::string::npos && line.find(wanted) != std::string::npos;
+            });
+        };
+        while (!entered()) std::this_thread::yield();
+        // Nothing tells that it waits: it is given far more time than it would need.
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_FALSE(done);
+        mutex.release();
+        thread.join();
+    }
+}
+
+TEST_F(AlarmRenderingTest, RenderingGoesOnWhenTheLockFails) {
+    const FailingLock failing(load().*(&OpenParser::m_oMutex));
+    EXPECT_EQ(render(DISK_FAULT, "7,A,2").detail, "Disk 7 in enclosure A is partly working.");
 }
 
 // --- OID text

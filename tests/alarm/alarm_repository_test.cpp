@@ -37,6 +37,14 @@ protected:
     CAlarmRepository_Singleton& repository;
 };
 
+// The only test that must find the repository as a new process has it.
+TEST(AlarmRepository, StartsEmpty) {
+    FakeHost host;
+    CAlarmRepository_Singleton* repository = CAlarmRepository_Singleton::getAlarmRepository();
+    ASSERT_NE(repository, nullptr);
+    EXPECT_EQ(repository->getAlarmRepositorySize(), 0U);
+}
+
 TEST_F(AlarmRepositoryTest, ThereIsOneInstance) {
     EXPECT_EQ(CAlarmRepository_Singleton::getAlarmRepository(), &repository);
 }
@@ -127,6 +135,30 @@ TEST_F(AlarmRepositoryTest, OperationsAreTraced) {
             "trace leave int CAlarmRepository_Singleton::deleteAlarm(u_int): OK",
             "trace enter int CAlarmRepository_Singleton::clearAllAlarmItems()...",
             "trace leave int CAlarmRepository_Singleton::clearAllAlarmItems(): OK"));
+}
+
+TEST_F(AlarmRepositoryTest, RefusalsAreTracedAsFailed) {
+    SERIALNO_LIST items;
+    repository.getAllAlarmItems(items);
+    repository.deleteAlarm(7);
+    EXPECT_THAT(host.log().lines(),
+                ElementsAre("trace enter int CAlarmRepository_Singleton::getAllAlarmItems(SERIALNO_LIST&)...",
+                            "trace enter u_int CAlarmRepository_Singleton::getAlarmRepositorySize()...",
+                            "trace leave u_int CAlarmRepository_Singleton::getAlarmRepositorySize(): OK",
+                            "error 0x1002E alarm repository is empty.",
+                            "trace leave int CAlarmRepository_Singleton::getAllAlarmItems(SERIALNO_LIST&): NOK",
+                            "trace enter int CAlarmRepository_Singleton::deleteAlarm(u_int)...",
+                            "error 0x1002E alarm with serial num 7 not existed.",
+                            "trace leave int CAlarmRepository_Singleton::deleteAlarm(u_int): NOK"));
+    for (const FakeLogLine& line : host.log().entries()) EXPECT_EQ(line.module, 4U);
+}
+
+TEST_F(AlarmRepositoryTest, InstanceAndSizeNeedNoLock) {
+    repository.addAlarm(7);
+    ASSERT_EQ(OpenRepository::m_oMutex.acquire(), 0);
+    EXPECT_EQ(CAlarmRepository_Singleton::getAlarmRepository(), &repository);  // would wait for this very thread
+    EXPECT_EQ(repository.getAlarmRepositorySize(), 1U);
+    OpenRepository::m_oMutex.release();
 }
 
 TEST_F(AlarmRepositoryTest, OperationsGoOnWhenTheLockFails) {

@@ -7,11 +7,30 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "alarm/snmp_alarm_repository.h"
+#include "platform/snmp_basic_impl.h"
 #include "tests/notify/notification.h"
+
+namespace {
+
+bool s_systemNameFails = false;
+
+}  // namespace
+
+// The linker sends the handlers' calls of GetSystemName() here: a host whose last answer for a trap may fail.
+extern "C" {
+std::string __real__Z13GetSystemNameB5cxx11v();  // NOLINT: the linker's names
+std::string __wrap__Z13GetSystemNameB5cxx11v();  // NOLINT
+}
+std::string __wrap__Z13GetSystemNameB5cxx11v() {
+    if (s_systemNameFails) throw std::runtime_error("no system name");
+    return __real__Z13GetSystemNameB5cxx11v();
+}
 
 namespace {
 
@@ -184,6 +203,10 @@ TEST_F(NotifyHandlerTest, CategoryIsReadFromTheEndTimes) {
         {{u32(6, 1)}, 2U},
         {{u64(6, 1ULL << 32), u64(5, 1ULL << 32)}, 1U},
         {{rawCell(6, CTLVCell::TLV_TYPE_INT, "\xFF")}, 2U},
+        {{rawCell(6, CTLVCell::TLV_TYPE_UINT, std::string("\0\x01", 2))}, 2U},
+        {{rawCell(6, CTLVCell::TLV_TYPE_UINT, std::string("\0\0\x01", 3))}, 2U},
+        {{rawCell(6, CTLVCell::TLV_TYPE_UINT, std::string("\0\0\0\x01", 4))}, 2U},
+        {{rawCell(6, CTLVCell::TLV_TYPE_UINT, std::string("\0\0\0\0\x01", 5))}, 1U},
         {{rawCell(6, CTLVCell::TLV_TYPE_UINT, "")}, 1U},
     };
     for (const auto& [cells, expected] : cases) {
@@ -191,6 +214,7 @@ TEST_F(NotifyHandlerTest, CategoryIsReadFromTheEndTimes) {
         handler.getAlarmCategory(*makeRecord(notification(cells)), category);
         EXPECT_EQ(category, expected) << notification(cells);
     }
+    EXPECT_THAT(host.log().lines(), IsEmpty());
 }
 
 TEST_F(NotifyHandlerTest, CategoryOfAWrongCellThrows) {
@@ -314,18 +338,148 @@ TEST_F(NotifyHandlerTest, DefinitionsThatCannotBeLoadedAreReported) {
                     "be (root)."));
 }
 
+struct OrderCase {
+    const char* name;
+    std::vector<TlvCell> instead;
+    const char* error;
+};
+
+void PrintTo(const OrderCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class ReadingOrderTest : public NotifyHandlerTest, public testing::WithParamInterface<OrderCase> {};
+
+// Of several faults in a record the one that is met first is told.
+TEST_P(ReadingOrderTest, FirstFaultIsTold) {
+    expectFailure(notification(GetParam().instead), -1, std::string("error 0x1002C ") + GetParam().error);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, ReadingOrderTest,
+    testing::Values(OrderCase{"AlarmIdBeforeParameters",
+                              {text(1, "x"), u32(8, 1)},
+                              "handle notify failed, CVRX_Exception: CTLVCell isn't numerical type! tag equal to 1"},
+                    OrderCase{"ParametersBeforeTheLookUp",
+                              {u64(1, 5), u32(8, 1)},
+                              "handle notify failed, CVRX_Exception: CTLVCell isn't string type! tag equal to 8"},
+                    OrderCase{"LookUpBeforeLevel", {u64(1, 5), text(2, "x")}, "parse alarm 5 failed"},
+                    OrderCase{"LevelBeforeCategory",
+                              {text(2, "x"), text(6, "x"), text(5, "x"), text(3, "x"), text(4, "x")},
+                              "handle notify failed, CVRX_Exception: CTLVCell isn't numerical type! tag equal to 2"},
+                    OrderCase{"SecondEndTimeBeforeEndTime",
+                              {text(6, "x"), text(5, "x"), text(3, "x"), text(4, "x")},
+                              "handle notify failed, CVRX_Exception: CTLVCell isn't numerical type! tag equal to 6"},
+                    OrderCase{"EndTimeBeforeSerialNumber",
+                              {text(5, "x"), text(3, "x"), text(4, "x")},
+                              "handle notify failed, CVRX_Exception: CTLVCell isn't numerical type! tag equal to 5"},
+                    OrderCase{"SerialNumberBeforeTimeRaised",
+                              {text(3, "x"), text(4, "x")},
+                              "handle notify failed, CVRX_Exception: CTLVCell isn't numerical type! tag equal to 3"},
+                    OrderCase{"TimeRaisedOfAnEndedAlarmIsReadToo",
+                              {text(4, "x"), u64(6, SECOND_END)},
+                              "handle notify failed, CVRX_Exception: CTLVCell isn't numerical type! tag equal to 4"},
+                    OrderCase{"TimeRaisedBeforeTheEndTimeThatTheCategorySkipped",
+                              {text(4, "x"), u64(6, SECOND_END), text(5, "x")},
+                              "handle notify failed, CVRX_Exception: CTLVCell isn't numerical type! tag equal to 4"}),
+    [](const testing::TestParamInfo<OrderCase>& test) { return test.param.name; });
+
+TEST_F(NotifyHandlerTest, DefinitionsAreNeededBeforeTheRecordIsRead) {
+    writeDefinitionFile("<alarms/>");
+    const Trap trap(handler, notification({text(1, "x")}));
+    EXPECT_EQ(trap.result, -1);
+    EXPECT_THAT(host.log().lines("error"),
+                ElementsAre("error 0x1002C handle notify failed, CVRX_Exception: root element(alarms) is invalid, "
+                            "should be (root)."));
+}
+
+// A handler of another host's making: the virtual operations that the construction asks.
+class OwnBaseHandler : public CTamrelNotifyMsgHandler {
+public:
+    Agentpp::Oidx& getBaseOid() override {
+        if (fails) throw std::runtime_error("no base");
+        return base;
+    }
+    Agentpp::Oidx base{"1.3.9"};
+    bool fails = false;
+};
+
+TEST_F(NotifyHandlerTest, BaseOidIsTheHandlersOwn) {
+    OwnBaseHandler own;
+    load();
+    const Trap trap(own, notification());
+    ASSERT_EQ(trap.result, 0);
+    EXPECT_EQ(trap.oid(1), "1.3.9.1.0");
+    EXPECT_EQ(trap.oid(15), "1.3.9.15.0");
+    EXPECT_STREQ(own.base.get_printable(), "1.3.9");  // copied, not extended
+}
+
+TEST_F(NotifyHandlerTest, OtherExceptionsLeaveTheOperation) {
+    OwnBaseHandler own;
+    own.fails = true;
+    load();
+    Agentpp::Vbx marker;
+    Agentpp::Vbx* array = &marker;
+    EXPECT_THROW(own.constructAlarmTrapVb(*makeRecord(notification()), array), std::runtime_error);
+    EXPECT_EQ(array, &marker);
+    EXPECT_THAT(logged(), IsEmpty());
+}
+
+TEST_F(NotifyHandlerTest, ArrayIsTheCallersBeforeItIsFilled) {
+    load();
+    s_systemNameFails = true;
+    Agentpp::Vbx* array = nullptr;
+    EXPECT_THROW(handler.constructAlarmTrapVb(*makeRecord(notification()), array), std::runtime_error);
+    s_systemNameFails = false;
+    ASSERT_NE(array, nullptr);
+    const std::unique_ptr<Agentpp::Vbx[]> bindings(array);
+    EXPECT_STREQ(bindings[13].get_printable_value(), "PSN0001");
+    EXPECT_STREQ(bindings[14].get_printable_oid(), "1.3.6.1.4.1.99871.2.91.10.3.1.1.15.0");
+}
+
+TEST_F(NotifyHandlerTest, NotificationLeavesTheRepositoryAlone) {
+    load();
+    CAlarmRepository_Singleton* repository = CAlarmRepository_Singleton::getAlarmRepository();
+    EXPECT_EQ(Trap(handler, notification()).result, 0);
+    EXPECT_EQ(repository->getAlarmRepositorySize(), 0U);
+    EXPECT_EQ(repository->addAlarm(42), 0);
+    EXPECT_EQ(Trap(handler, notification({u64(5, ENDED)})).result, 0);
+    EXPECT_EQ(repository->getAlarmRepositorySize(), 1U);
+    repository->clearAllAlarmItems();
+}
+
 TEST_F(NotifyHandlerTest, ConstructionIsTraced) {
     load();
     const Trap trap(handler, notification());
-    const std::vector<std::string> traces = host.log().lines("trace");
-    ASSERT_FALSE(traces.empty());
-    EXPECT_EQ(traces.front(),
-              "trace enter virtual int CTamrelNotifyMsgHandler::constructAlarmTrapVb(const CTLVRecordV3&, "
-              "Agentpp::Vbx*&)...");
-    EXPECT_EQ(traces.back(),
-              "trace leave virtual int CTamrelNotifyMsgHandler::constructAlarmTrapVb(const CTLVRecordV3&, "
-              "Agentpp::Vbx*&): OK");
-    EXPECT_THAT(traces, Contains("trace enter void CTamrelNotifyMsgHandler::dump_alarm_info(const char**)..."));
+    EXPECT_THAT(
+        host.log().lines("trace"),
+        ElementsAre("trace enter virtual int CTamrelNotifyMsgHandler::constructAlarmTrapVb(const CTLVRecordV3&, "
+                    "Agentpp::Vbx*&)...",
+                    "trace enter static CAlarmConfigParser* CAlarmConfigParser::instance()...",
+                    "trace leave static CAlarmConfigParser* CAlarmConfigParser::instance(): OK",
+                    "trace enter int CAlarmConfigParser::getAlarmInfo(long long unsigned int, const std::string&, "
+                    "std::string&, std::string&, u_int&, std::string&, std::string&)...",
+                    "trace leave int CAlarmConfigParser::getAlarmInfo(long long unsigned int, const std::string&, "
+                    "std::string&, std::string&, u_int&, std::string&, std::string&): OK",
+                    "trace enter int CAlarmConfigParser::converToQ7700AlarmLevel(int)...",
+                    "trace leave int CAlarmConfigParser::converToQ7700AlarmLevel(int): OK",
+                    "trace enter void CTamrelNotifyMsgHandler::dump_alarm_info(const char**)...",
+                    "trace leave void CTamrelNotifyMsgHandler::dump_alarm_info(const char**): OK",
+                    "trace leave virtual int CTamrelNotifyMsgHandler::constructAlarmTrapVb(const CTLVRecordV3&, "
+                    "Agentpp::Vbx*&): OK"));
+    for (const FakeLogLine& line : host.log().entries()) EXPECT_EQ(line.module, 4U);
+}
+
+TEST_F(NotifyHandlerTest, FailedConstructionIsTracedAsFailed) {
+    load();
+    for (const TlvRecord& record : {notification({u64(1, 5)}), notification({u32(8, 1)})}) {
+        host.log().clear();
+        const Trap trap(handler, record);
+        EXPECT_EQ(host.log().lines().back(),
+                  "trace leave virtual int CTamrelNotifyMsgHandler::constructAlarmTrapVb(const CTLVRecordV3&, "
+                  "Agentpp::Vbx*&): NOK");
+        EXPECT_EQ(host.log().entries().rbegin()[1].function, "constructAlarmTrapVb");
+    }
 }
 
 TEST_F(NotifyHandlerTest, NullTextsBecomeUnknownInPlace) {
@@ -489,6 +643,27 @@ TEST_F(OidBasedHandlerTest, DefinitionsThatCannotBeLoadedStillGiveATrapOid) {
         ElementsAre("error 0x1002C handle notify failed, CVRX_Exception: root element(alarms) is invalid, should "
                     "be (root).",
                     "error 0x1002C parse alarm 4295229443 failed"));
+}
+
+TEST_F(OidBasedHandlerTest, FailedLookUpIsTracedAsFailed) {
+    load();
+    oidBased.getTrapOid(11);
+    EXPECT_THAT(
+        host.log().lines("trace"),
+        ElementsAre("trace enter virtual Agentpp::Oidx& CTamrelOIDBasedMsgHandler::getTrapOid(long long unsigned "
+                    "int)...",
+                    "trace enter static CAlarmConfigParser* CAlarmConfigParser::instance()...",
+                    "trace leave static CAlarmConfigParser* CAlarmConfigParser::instance(): OK",
+                    "trace enter int CAlarmConfigParser::getAlarmOidInfo(long long unsigned int, std::string&)...",
+                    "trace leave int CAlarmConfigParser::getAlarmOidInfo(long long unsigned int, std::string&): NOK",
+                    "trace leave virtual Agentpp::Oidx& CTamrelOIDBasedMsgHandler::getTrapOid(long long unsigned "
+                    "int): NOK"));
+}
+
+TEST_F(OidBasedHandlerTest, TrapIsStillBuiltAfterALookUpThatFailed) {
+    load();
+    oidBased.getTrapOid(11);
+    EXPECT_EQ(Trap(oidBased, notification()).result, 0);
 }
 
 TEST_F(OidBasedHandlerTest, DefinitionWithoutOidGivesNoErrorAndNoOid) {

@@ -101,6 +101,29 @@ TEST_F(RepositoryUpdateTest, DirectUpdateOfCategoryThreeDeletes) {
         "trace enter int CTamrelNotifyMsgHandler::updateRepository(u_int, u_int, CAlarmRepository_Singleton*)...");
 }
 
+TEST_F(RepositoryUpdateTest, RefusalsAreTracedAsFailed) {
+    const std::string leave = "trace leave int CTamrelNotifyMsgHandler::";
+    for (u_int category : {1U, 2U}) {
+        host.log().clear();
+        EXPECT_EQ(handler.putAlarmIntoRepository(category == 1 ? 5 : 9, category), -1);
+        const std::vector<std::string> traces = host.log().lines("trace");
+        ASSERT_GE(traces.size(), 2U);
+        EXPECT_EQ(traces.rbegin()[1], leave + "updateRepository(u_int, u_int, CAlarmRepository_Singleton*): NOK");
+        EXPECT_EQ(traces.rbegin()[0], leave + "putAlarmIntoRepository(u_int, u_int): NOK");
+    }
+}
+
+TEST_F(RepositoryUpdateTest, DirectUpdatePassesRefusalsOn) {
+    EXPECT_EQ(handler.updateRepository(1, 9, &repository), 0);
+    EXPECT_EQ(handler.updateRepository(1, 9, &repository), -1);
+    EXPECT_EQ(handler.updateRepository(2, 8, &repository), -1);
+    EXPECT_THAT(host.log().lines("error"),
+                ElementsAre("error 0x1002E add alarm with serial num 9 into repository failed, errcode=-1",
+                            "error 0x1002E alarm with serial num 8 not existed.",
+                            "error 0x1002E delete clear type alarm 8 failed, errcode=-1"));
+    EXPECT_THAT(active(), ElementsAre(5U, 7U, 9U));
+}
+
 TEST_F(RepositoryUpdateTest, MissingRepositoryIsReportedForEveryCategory) {
     s_repositoryMissing = true;
     for (u_int category : {1U, 2U, 3U}) {
