@@ -1,5 +1,5 @@
-// What happens when memory runs out while the module is loaded: every allocation of the load fails once. In a program
-// of its own, because it replaces the global operator new.
+// What happens when memory runs out: every allocation of a load, and of reading an object, fails once; and what is
+// given back when it does not. In a program of its own, because it replaces the global operator new.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,8 +8,10 @@
 #include <new>
 #include <vector>
 
+#include "handlers/snmp_topo_handler.h"
 #include "module/snmp_handler.h"
 #include "module/snmp_tamrel_svc_module.h"
+#include "platform/snmp_table_base.h"
 #include "tests/fake_host/fake_host.h"
 
 namespace {
@@ -164,6 +166,105 @@ TEST(AllocationFailure, ListOfHandlersKeepsTheRowsAppendedBefore) {
         });
     EXPECT_GE(failures, 8u);  // four handlers, four list entries
     EXPECT_EQ(unlisted, 4u);  // one for each row
+}
+
+// Reads an object through `query` with each of its allocations failing: the response holds nothing before the whole
+// record is done, and what was made before is given back.
+template <typename Query>
+void expectWholeRecordOrNone(Query query) {
+    {
+        FakeHost once;
+        CR8KPackageV3 rsp;
+        EXPECT_EQ(query(rsp), 0);  // makes what a process makes once: the registry of loggers and its lock
+    }
+    std::size_t records = 0;
+    const unsigned int failures = failEachAllocation(
+        [&records, &query](unsigned int n) {
+            FakeHost host;
+            CR8KPackageV3 rsp;
+            bool failed = false;
+            s_failAt = n;
+            try {
+                EXPECT_EQ(query(rsp), 0);
+            } catch (const std::bad_alloc&) {
+                failed = true;
+            }
+            s_failAt = 0;
+            records = rsp.records().size();
+            return failed;
+        },
+        [&records](unsigned int n, bool failed) {
+            EXPECT_EQ(s_blockCount, 0u) << "blocks lost when allocation " << n << " failed";
+            EXPECT_EQ(records, failed ? 0u : 1u) << n;
+        });
+    EXPECT_GE(failures, 3u);  // cell, record, list entry
+}
+
+class NumberLeaf : public CSnmpLeafHandler {
+public:
+    int queryLeaf(const CVRX_SnmpContext&, CTLVCell*& cell) override {
+        cell = new CTLVCell();
+        cell->set(7, "a text that is longer than what a cell keeps inside itself");
+        return 0;
+    }
+};
+
+TEST(AllocationFailure, LeafQueryAppendsItsRecordWholeOrNotAtAll) {
+    expectWholeRecordOrNone(
+        [](CR8KPackageV3& rsp) { return NumberLeaf().OnQueryLeaf(CVRX_SnmpContext(), CR8KPackageV3(), rsp); });
+}
+
+TEST(AllocationFailure, TopologyRowIsAppendedWholeOrNotAtAll) {
+    expectWholeRecordOrNone([](CR8KPackageV3& rsp) {
+        FakeHost::current()->backend().answerAlways([](CR8KPackageV3&, CR8KPackageV3&) { return 0; });
+        return CSnmpTopoHandler().OnQueryTable(CVRX_SnmpContext(), CR8KPackageV3(), rsp);
+    });
+}
+
+// What is given back without any lack of memory: the blocks of an operation whose ends are all of them freed.
+template <typename Operation>
+void expectAllGivenBack(Operation operation) {
+    FakeHost host;
+    operation();  // makes what a process makes once
+    s_blockCount = 0;
+    s_tracking = true;
+    operation();
+    s_tracking = false;
+    EXPECT_EQ(s_blockCount, 0u);
+}
+
+class FailingLeaf : public NumberLeaf {
+public:
+    explicit FailingLeaf(bool throws) : m_throws(throws) {}
+    int queryLeaf(const CVRX_SnmpContext& ctx, CTLVCell*& cell) override {
+        NumberLeaf::queryLeaf(ctx, cell);
+        if (m_throws) throw 5;
+        return 5;
+    }
+
+private:
+    bool m_throws;
+};
+
+TEST(GivenBack, CellOfAFailedLeafQuery) {
+    expectAllGivenBack([] {
+        CR8KPackageV3 rsp;
+        EXPECT_EQ(FailingLeaf(false).OnQueryLeaf(CVRX_SnmpContext(), CR8KPackageV3(), rsp), -1);
+    });
+    expectAllGivenBack([] {
+        CR8KPackageV3 rsp;
+        EXPECT_THROW(FailingLeaf(true).OnQueryLeaf(CVRX_SnmpContext(), CR8KPackageV3(), rsp), int);
+    });
+}
+
+TEST(GivenBack, RecordsOfATablesEmbeddedPackage) {
+    class TableWithBatch : public CSnmpTableBase {
+    public:
+        TableWithBatch() {
+            appendRecords(m_batch, {recordOf(1, u32(2, 3)), recordOf(4, text(5, std::string(100, 'x')))});
+        }
+    };
+    expectAllGivenBack([] { const TableWithBatch table; });
 }
 
 }  // namespace
