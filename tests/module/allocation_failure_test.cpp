@@ -4,13 +4,19 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <initializer_list>
+#include <list>
+#include <map>
 #include <memory>
 #include <new>
+#include <string>
 #include <vector>
 
+#include "alarm/snmp_alarm_repository.h"
 #include "handlers/snmp_topo_handler.h"
 #include "module/snmp_handler.h"
 #include "module/snmp_tamrel_svc_module.h"
+#include "notify/snmp_tamrel_notify_handler.h"
 #include "platform/snmp_table_base.h"
 #include "tests/fake_host/fake_host.h"
 
@@ -166,6 +172,77 @@ TEST(AllocationFailure, ListOfHandlersKeepsTheRowsAppendedBefore) {
         });
     EXPECT_GE(failures, 8u);  // four handlers, four list entries
     EXPECT_EQ(unlisted, 4u);  // one for each row
+}
+
+TEST(AllocationFailure, ChosenDestinationsBeforeTheFailureStay) {
+    const std::vector<std::string> keys = {"a", "b", "c"};
+    std::map<std::string, tTrapDestInfo> destinations;
+    for (const std::string& key : keys) {
+        destinations[key].index = key;
+        destinations[key].user = "a name that is longer than what a text keeps inside itself";
+    }
+    CTamrelNotifyMsgHandler fixed;
+    CTamrelOIDBasedMsgHandler oidBased;
+    for (INotifyMsgHandler* handler : std::initializer_list<INotifyMsgHandler*>{&fixed, &oidBased}) {
+        std::vector<std::string> chosenKeys;
+        const unsigned int failures = failEachAllocation(
+            [&](unsigned int n) {
+                std::list<tTrapDestInfo> chosen;
+                bool failed = false;
+                s_failAt = n;
+                try {
+                    handler->filterTrapMap(destinations, chosen);
+                } catch (const std::bad_alloc&) {
+                    failed = true;
+                }
+                s_failAt = 0;
+                s_tracking = false;
+                chosenKeys.clear();
+                for (const tTrapDestInfo& destination : chosen) chosenKeys.push_back(destination.index);
+                return failed;
+            },
+            [&](unsigned int n, bool failed) {
+                EXPECT_EQ(s_blockCount, 0u) << n;
+                ASSERT_LE(chosenKeys.size(), keys.size());
+                EXPECT_TRUE(std::equal(chosenKeys.begin(), chosenKeys.end(), keys.begin())) << n;
+                EXPECT_EQ(chosenKeys.size() < keys.size(), failed) << n;
+            });
+        EXPECT_GE(failures, 6u);  // three entries, three users
+    }
+}
+
+TEST(AllocationFailure, AddedSerialNumberIsThereWholeOrNotAtAll) {
+    struct OpenRepository : CAlarmRepository_Singleton {
+        using CAlarmRepository_Singleton::m_oMutex;
+    };
+    CAlarmRepository_Singleton* repository = nullptr;
+    {
+        FakeHost once;
+        repository = CAlarmRepository_Singleton::getAlarmRepository();
+    }
+    unsigned int size = 0;
+    const unsigned int failures = failEachAllocation(
+        [&](unsigned int n) {
+            FakeHost host;
+            bool failed = false;
+            s_failAt = n;
+            try {
+                EXPECT_EQ(repository->addAlarm(7), 0);
+            } catch (const std::bad_alloc&) {
+                failed = true;
+            }
+            s_failAt = 0;
+            EXPECT_EQ(OpenRepository::m_oMutex.tryacquire(), 0) << n;
+            OpenRepository::m_oMutex.release();
+            size = repository->getAlarmRepositorySize();
+            repository->clearAllAlarmItems();
+            return failed;
+        },
+        [&size](unsigned int n, bool failed) {
+            EXPECT_EQ(s_blockCount, 0u) << n;
+            EXPECT_EQ(size, failed ? 0u : 1u) << n;
+        });
+    EXPECT_GE(failures, 1u);
 }
 
 // Reads an object through `query` with each of its allocations failing: the response holds nothing before the whole
