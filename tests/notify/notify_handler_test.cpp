@@ -300,6 +300,11 @@ TEST_F(NotifyHandlerTest, NumericParametersAreRefused) {
                   "error 0x1002C handle notify failed, CVRX_Exception: CTLVCell isn't string type! tag equal to 8");
 }
 
+TEST_F(NotifyHandlerTest, OctetsAreNoParameters) {
+    expectFailure(notification({octets(8, "7,A,1")}), -1,
+                  "error 0x1002C handle notify failed, CVRX_Exception: CTLVCell isn't string type! tag equal to 8");
+}
+
 TEST_F(NotifyHandlerTest, TextInANumericCellIsRefused) {
     for (const unsigned short tag : std::vector<unsigned short>{1, 2, 3, 4, 5, 6}) {
         SCOPED_TRACE(tag);
