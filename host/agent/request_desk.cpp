@@ -116,8 +116,7 @@ bool RequestDesk::isRetry(netsnmp_session* session, int requestId, netsnmp_pdu* 
 }
 
 int RequestDesk::takeRead(netsnmp_session* session, int requestId, netsnmp_pdu* pdu) {
-    const std::string key = retryKey(session, *pdu);
-    if (isRetry(session, requestId, pdu, key)) return 1;
+    if (!m_waiting.empty() && isRetry(session, requestId, pdu, retryKey(session, *pdu))) return 1;
     auto transaction = std::make_unique<ReadTransaction>();
     transaction->id = m_nextId++;
     transaction->client = clientOf(session, *pdu);
@@ -126,8 +125,8 @@ int RequestDesk::takeRead(netsnmp_session* session, int requestId, netsnmp_pdu* 
     const std::uint64_t id = transaction->id;
     ReadTransaction& read = *transaction;
     prepare(read, pdu);
-    if (!read.pending() && pass(read, session, requestId, pdu)) return 1;
-    if (!wait(id, session, requestId, pdu, key)) {
+    if (!read.pending() && (answerDirectly(read, session, pdu) || pass(read, session, requestId, pdu))) return 1;
+    if (!wait(id, session, requestId, pdu, retryKey(session, *pdu))) {
         fail(read);
         pass(read, session, requestId, pdu);
         return 1;
@@ -202,11 +201,21 @@ bool RequestDesk::pass(ReadTransaction& transaction, netsnmp_session* session, i
         if (late) fail(transaction);
         if (transaction.pending()) return false;
     }
+    noteAnswer(transaction);
+    return true;
+}
+
+bool RequestDesk::answerDirectly(ReadTransaction& transaction, netsnmp_session* session, netsnmp_pdu* pdu) {
+    if (!m_directAnswer.send(transaction, session, pdu)) return false;
+    noteAnswer(transaction);
+    return true;
+}
+
+void RequestDesk::noteAnswer(ReadTransaction& transaction) {
     const auto now = TableSnapshot::Clock::now();
     for (auto& [object, data] : transaction.objects) {
         object->snapshots().answered(transaction.client, data.snapshot, std::move(data.spans), now);
     }
-    return true;
 }
 
 // Lets a request wait under `id`; false when there is no room for it.
@@ -220,8 +229,8 @@ bool RequestDesk::wait(std::uint64_t id, netsnmp_session* session, int requestId
     if (full) return false;
     PduPointer copy(snmp_clone_pdu(pdu));
     if (copy == nullptr) return false;
+    m_loop.runAfter(m_limits.deadline, [this, id] { expire(id); });  // before it waits: none waits without an end
     m_waiting[id] = {session, requestId, key, std::move(copy), nullptr, nullptr};
-    m_loop.runAfter(m_limits.deadline, [this, id] { expire(id); });
     return true;
 }
 
@@ -232,7 +241,10 @@ void RequestDesk::resume(std::uint64_t id) {
     m_waiting.erase(found);
     if (snmp_sess_pointer(waiting.session) == nullptr) return;  // the manager has hung up
     waiting.session->s_snmp_errno = 0;                          // of some other packet: the engine would drop this one
-    if (pass(*waiting.read, waiting.session, waiting.requestId, waiting.pdu.get())) return;
+    if (answerDirectly(*waiting.read, waiting.session, waiting.pdu.get()) ||
+        pass(*waiting.read, waiting.session, waiting.requestId, waiting.pdu.get())) {
+        return;
+    }
     m_waiting[id] = std::move(waiting);
 }
 
@@ -313,13 +325,6 @@ int RequestDesk::takeSet(netsnmp_session* session, int requestId, netsnmp_pdu* p
     const auto finder = [this](const netsnmp_variable_list& varbind) { return objectOf(varbind); };
     const SetResult parsed = parseSet(pdu, finder, steps);
     const std::uint64_t id = m_nextId++;
-    if (!parsed.ok() || !wait(id, session, requestId, pdu, key)) {
-        PduPointer copy(snmp_clone_pdu(pdu));
-        if (copy != nullptr) {
-            answerSet(session, std::move(copy), parsed.ok() ? SetResult{SNMP_ERR_RESOURCEUNAVAILABLE, 1} : parsed);
-        }
-        return 1;
-    }
     auto transaction = std::make_shared<SetTransaction>(std::move(steps), m_loop, [this, id](const SetResult& result) {
         markAllChanged();  // the handlers' values hang together: an alarm that is cleared leaves the table
         const auto found = m_waiting.find(id);
@@ -328,6 +333,13 @@ int RequestDesk::takeSet(netsnmp_session* session, int requestId, netsnmp_pdu* p
         m_waiting.erase(found);
         answerSet(waiting.session, std::move(waiting.pdu), result);
     });
+    if (!parsed.ok() || !wait(id, session, requestId, pdu, key)) {
+        PduPointer copy(snmp_clone_pdu(pdu));
+        if (copy != nullptr) {
+            answerSet(session, std::move(copy), parsed.ok() ? SetResult{SNMP_ERR_RESOURCEUNAVAILABLE, 1} : parsed);
+        }
+        return 1;
+    }
     m_waiting[id].set = transaction;
     transaction->start();
     return 1;

@@ -1,12 +1,12 @@
 // Stands in front of Net-SNMP's engine and takes every request first: those that need values which are not there wait
 // here, not in the engine, until a worker has them. So no request waits for another one's backend call.
 //
-// Reads: the request's objects are prepared (a snapshot of each), then the request goes through the engine, which
-// answers. A GETBULK that runs from one object into a second that is not prepared is answered up to there, if it has a
-// repetition to answer with: the manager's next request asks the second.
-// SETs below our objects never reach the engine: the desk answers them itself.
-// A retry of a request that waits takes its place and starts nothing.
-// Every request ends: at the deadline with genErr, the same when too many wait.
+// Reads: the request's objects are prepared (a snapshot of each), then the request is answered: directly when it is a
+// plain one (direct_answer.h), else it goes through the engine, which answers. A GETBULK that runs from one object into
+// a second that is not prepared is answered up to there, if it has a repetition to answer with: the manager's next
+// request asks the second. SETs below our objects never reach the engine: the desk answers them itself. A retry of a
+// request that waits takes its place and starts nothing. Every request ends: at the deadline with genErr, the same when
+// too many wait.
 //
 // Threads: agent thread only.
 #pragma once
@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "host/agent/agent_loop.h"
+#include "host/agent/direct_answer.h"
 #include "host/agent/managed_object.h"
 #include "host/agent/read_transaction.h"
 #include "host/agent/set_transaction.h"
@@ -45,6 +46,8 @@ public:
     std::function<void()> onSet;
 
     const ReadTransactions& transactions() const { return m_transactions; }
+
+    void setLimits(const DeskLimits& limits) { m_limits = limits; }  // they hold for requests that come from now on
 
     std::size_t waiting() const { return m_waiting.size(); }
 
@@ -71,6 +74,7 @@ private:
     ManagedObject* objectOf(const netsnmp_variable_list& varbind) const;
     void prepare(ReadTransaction& transaction, netsnmp_pdu* pdu);
     void acquire(ReadTransaction& transaction, ManagedObject& object, const std::vector<OidVector>& names);
+    bool answerDirectly(ReadTransaction& transaction, netsnmp_session* session, netsnmp_pdu* pdu);
     bool pass(ReadTransaction& transaction, netsnmp_session* session, int requestId, netsnmp_pdu* pdu);
 
     bool wait(std::uint64_t id, netsnmp_session* session, int requestId, netsnmp_pdu* pdu, const std::string& key);
@@ -80,12 +84,14 @@ private:
     void expire(std::uint64_t id);
     void drop(const netsnmp_session* session);
     static void fail(ReadTransaction& transaction);
+    static void noteAnswer(ReadTransaction& transaction);
     void markAllChanged();
     static void answerSet(netsnmp_session* session, PduPointer pdu, const SetResult& result);
 
     AgentLoop& m_loop;
     std::vector<ManagedObject*> m_objects;
     DeskLimits m_limits;
+    DirectAnswer m_directAnswer;
     ReadTransactions m_transactions;
     std::map<std::uint64_t, tWaiting> m_waiting;
     std::uint64_t m_nextId = 1;

@@ -101,25 +101,24 @@ std::optional<SnmpValue> valueOfCell(const CTLVCell& cell, const MibSyntax& synt
     return value;
 }
 
-bool setVarbind(netsnmp_variable_list* varbind, const SnmpValue& value) {
-    switch (value.type) {
+bool setVarbind(netsnmp_variable_list* varbind, unsigned char type, std::uint64_t number, std::string_view octets) {
+    switch (type) {
         case ASN_INTEGER: {
-            const auto number = static_cast<long>(value.number);
-            return snmp_set_var_typed_value(varbind, value.type, &number, sizeof number) == 0;
+            const auto value = static_cast<long>(number);
+            return snmp_set_var_typed_value(varbind, type, &value, sizeof value) == 0;
         }
         case ASN_GAUGE:
         case ASN_COUNTER:
         case ASN_TIMETICKS: {
-            const auto number = static_cast<unsigned long>(value.number);
-            return snmp_set_var_typed_value(varbind, value.type, &number, sizeof number) == 0;
+            const auto value = static_cast<unsigned long>(number);
+            return snmp_set_var_typed_value(varbind, type, &value, sizeof value) == 0;
         }
         case ASN_COUNTER64: {
-            const counter64 number{static_cast<u_long>(value.number >> 32),
-                                   static_cast<u_long>(value.number & MAX_UNSIGNED32)};
-            return snmp_set_var_typed_value(varbind, value.type, &number, sizeof number) == 0;
+            const counter64 value{static_cast<u_long>(number >> 32), static_cast<u_long>(number & MAX_UNSIGNED32)};
+            return snmp_set_var_typed_value(varbind, type, &value, sizeof value) == 0;
         }
         default:
-            return snmp_set_var_typed_value(varbind, value.type, value.octets.data(), value.octets.size()) == 0;
+            return snmp_set_var_typed_value(varbind, type, octets.data(), octets.size()) == 0;
     }
 }
 

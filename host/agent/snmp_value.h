@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "host/agent/mib_model.h"
 #include "vrxpub/vrx_tlv_cell.h"
@@ -27,7 +28,10 @@ struct SnmpValue {
 std::optional<SnmpValue> valueOfCell(const CTLVCell& cell, const MibSyntax& syntax);
 
 // Writes type and value of a varbind; false when there is no memory.
-bool setVarbind(netsnmp_variable_list* varbind, const SnmpValue& value);
+bool setVarbind(netsnmp_variable_list* varbind, unsigned char type, std::uint64_t number, std::string_view octets);
+inline bool setVarbind(netsnmp_variable_list* varbind, const SnmpValue& value) {
+    return setVarbind(varbind, value.type, value.number, value.octets);
+}
 
 // SNMP_ERR_NOERROR, or why the varbind's value cannot be one of that syntax: wrongType, wrongLength, wrongValue.
 int checkVarbind(const netsnmp_variable_list& varbind, const MibSyntax& syntax);

@@ -9,6 +9,11 @@ TableSnapshot::TableSnapshot(const MibObject& object, std::uint64_t changes, Clo
     }
 }
 
+void TableSnapshot::reserve(std::size_t rows) {
+    m_rows.reserve(rows);
+    m_cells.reserve(rows * m_columns.size());
+}
+
 void TableSnapshot::add(std::uint32_t number, const CTLVRecordV3& record) {
     m_rows.push_back({number, m_cells.size()});
     for (const MibColumn* column : m_columns) {
@@ -28,7 +33,8 @@ void TableSnapshot::add(std::uint32_t number, const CTLVRecordV3& record) {
 
 std::size_t TableSnapshot::finish() {
     const std::size_t added = m_rows.size();
-    std::stable_sort(m_rows.begin(), m_rows.end(), [](const tRow& a, const tRow& b) { return a.number < b.number; });
+    const auto before = [](const tRow& a, const tRow& b) { return a.number < b.number; };
+    if (!std::is_sorted(m_rows.begin(), m_rows.end(), before)) std::stable_sort(m_rows.begin(), m_rows.end(), before);
     m_rows.erase(
         std::unique(m_rows.begin(), m_rows.end(), [](const tRow& a, const tRow& b) { return a.number == b.number; }),
         m_rows.end());
@@ -117,15 +123,17 @@ OidVector TableSnapshot::columnName(std::size_t column) const {
 
 OidVector TableSnapshot::name(Instance instance) const {
     OidVector name = columnName(instance.column);
-    name.push_back(m_object->table ? m_rows[instance.row].number : 0);
+    name.push_back(lastOfName(instance));
     return name;
 }
 
-bool TableSnapshot::fill(Instance instance, netsnmp_variable_list* varbind) const {
+TableSnapshot::Value TableSnapshot::value(Instance instance) const {
     const tCell& from = cell(instance);
-    SnmpValue value;
-    value.type = from.type;
-    value.number = from.value;
-    if (from.length > 0) value.octets = m_texts.substr(from.value, from.length);
-    return setVarbind(varbind, value);
+    const std::string_view texts = m_texts;
+    return {from.type, from.value, from.length > 0 ? texts.substr(from.value, from.length) : std::string_view()};
+}
+
+bool TableSnapshot::fill(Instance instance, netsnmp_variable_list* varbind) const {
+    const Value from = value(instance);
+    return setVarbind(varbind, from.type, from.number, from.octets);
 }

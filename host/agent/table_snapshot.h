@@ -18,6 +18,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/agent/mib_model.h"
@@ -33,17 +34,26 @@ public:
         std::size_t row;     // position among the rows
     };
 
+    // A value where it lies; good as long as the snapshot.
+    struct Value {
+        unsigned char type;
+        std::uint64_t number;     // of numeric types; an INTEGER's bits
+        std::string_view octets;  // of the others, as SnmpValue has them
+    };
+
     enum class Found { Instance, NoSuchObject, NoSuchInstance };
 
     // `object` outlives the snapshot. `changes`: the object's count of changes, `taken` the time, both from before its
     // values were asked for.
     TableSnapshot(const MibObject& object, std::uint64_t changes, Clock::time_point taken);
 
+    void reserve(std::size_t rows);  // to come; a hint
     void add(std::uint32_t number, const CTLVRecordV3& record);
     // Puts the rows in order. Of rows with one number the first that was added stays; the count of the others returns.
     std::size_t finish();
 
     std::size_t rows() const { return m_rows.size(); }
+    std::size_t columns() const { return m_columns.size(); }  // readable ones
     std::uint64_t changes() const { return m_changes; }
     Clock::time_point taken() const { return m_taken; }
 
@@ -56,6 +66,8 @@ public:
     OidVector name(Instance instance) const;         // whole, root included
     OidVector columnName(std::size_t column) const;  // of which the column's instances stand below
     unsigned char type(Instance instance) const { return cell(instance).type; }
+    oid lastOfName(Instance instance) const { return m_object->table ? m_rows[instance.row].number : 0; }
+    Value value(Instance instance) const;
     bool fill(Instance instance, netsnmp_variable_list* varbind) const;  // the value; false without memory
 
     // Whether an instance of that name may exist, whatever the rows are: anything else is noSuchObject at once.
