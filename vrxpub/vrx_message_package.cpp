@@ -48,11 +48,14 @@ tCellHead cellHeadAt(const unsigned char* p) {
     return {getLe16(p), getLe16(p + 2)};
 }
 
-// Checks the cells of a record whose `recordLen` bytes lie within `remain`, and counts them. Returns what is wrong with
-// them, as the log line has it, or an empty text. All numbers are 32 bits wide, so that none wraps at 65535.
-std::string checkCells(const unsigned char* buf, unsigned int recordLen, unsigned int remain, std::size_t& count) {
+// Checks the cells of a record whose `recordLen` bytes lie within `remain`, and counts them and the bytes of their long
+// values. Returns what is wrong with them, as the log line has it, or an empty text. All numbers are 32 bits wide, so
+// that none wraps at 65535.
+std::string checkCells(const unsigned char* buf, unsigned int recordLen, unsigned int remain, unsigned int& count,
+                       unsigned int& longValues) {
     const unsigned int end = MIN_RECORD_SIZE + recordLen;
     count = 0;
+    longValues = 0;
     for (unsigned int pos = MIN_RECORD_SIZE; pos < end; ++count) {
         if (remain - pos < MIN_TLV_SIZE) {
             return join(" : (MIN_TLV_SIZE > uiBufSize - pos) ->", MIN_TLV_SIZE, " < ", "uiBufSize", " - ", pos);
@@ -66,6 +69,7 @@ std::string checkCells(const unsigned char* buf, unsigned int recordLen, unsigne
             return join(" : data length is too long, ((sDataLen + pos) > usRecordLen + MIN_RECORD_SIZE) ->",
                         head.length, "+", pos, " > ", recordLen, "+", MIN_RECORD_SIZE);
         }
+        if (head.length > CTLVCell::INSIDE_SIZE) longValues += head.length;
         pos += head.length;  // never behind `end`: the loop ends exactly there
     }
     return {};
@@ -127,9 +131,9 @@ unsigned long long CTLVPackageV3<MSG_S_HEAD>::updateDataLen() {
     return dataLen + MSG_S_HEAD::SIZE;
 }
 
-// Writes the package into a buffer that is large enough.
+// Writes the package into a buffer that holds it up to `end`.
 template <typename MSG_S_HEAD>
-void CTLVPackageV3<MSG_S_HEAD>::write(unsigned char* buf) const {
+void CTLVPackageV3<MSG_S_HEAD>::write(unsigned char* buf, const unsigned char* end) const {
     unsigned char* p = buf;
     p = putLe32(p, m_head.uiMagic);
     p = putLe32(p, m_head.uiVersion);
@@ -140,11 +144,13 @@ void CTLVPackageV3<MSG_S_HEAD>::write(unsigned char* buf) const {
     p = putLe16(p, m_head.usHeadParam3);
     p = putLe16(p, m_head.usHeadParam4);
     p = putLe32(p, m_head.uiDataLen);
-    for (const CTLVRecordV3* record : m_records) {
+    for (auto next = m_records.begin(); next != m_records.end();) {
+        const CTLVRecordV3* const record = *next++;
+        if (next != m_records.end()) __builtin_prefetch((*next)->begin());  // memory's answer is what takes time here
         unsigned char* const recordLen = putLe64(p, record->identifier());
         p = recordLen + 2;
         for (auto position = record->begin(); position != record->end(); position = position->next_) {
-            p = CTLVRecordV3::cellAt(position).write(p);
+            p = CTLVRecordV3::cellAt(position).write(p, end);
         }
         // Narrow on purpose: a longer record keeps all its cells and the low 16 bits of their length.
         putLe16(recordLen, static_cast<std::uint16_t>(p - recordLen - 2));
@@ -159,7 +165,7 @@ unsigned int CTLVPackageV3<MSG_S_HEAD>::encode(unsigned char*& out) {
         return FAILURE;
     }
     auto* const buf = new unsigned char[total];
-    write(buf);
+    write(buf, buf + total);
     out = buf;
     return static_cast<unsigned int>(total);
 }
@@ -177,7 +183,7 @@ unsigned int CTLVPackageV3<MSG_S_HEAD>::encode(unsigned char* buf, unsigned int 
                    shown));
         return FAILURE;
     }
-    write(buf);
+    write(buf, buf + total);
     return static_cast<unsigned int>(total);
 }
 
@@ -253,23 +259,15 @@ unsigned int CTLVPackageV3<MSG_S_HEAD>::getRecord(unsigned char* buf, unsigned i
     }
 
     // Nothing is made before all cells are known to be good: a malformed record costs no memory.
-    std::size_t count = 0;
-    const std::string fault = checkCells(buf, recordLen, remain, count);
+    CTLVRecordV3::tWireCells cells{buf + MIN_RECORD_SIZE, 0, 0};
+    const std::string fault = checkCells(buf, recordLen, remain, cells.count, cells.longValues);
     if (!fault.empty()) {
         logError(join("at File=", __FILE__, ",Line=", __LINE__, ",Function=", GET_RECORD_SIGNATURE, fault));
         return 0;
     }
-    auto record =
-        std::make_unique<CTLVRecordV3>(getLe64(buf), std::max<unsigned long>(CTLVRecordV3::DEFAULT_BUCKETS, count));
-    for (unsigned int pos = MIN_RECORD_SIZE; pos < size;) {
-        const tCellHead head = cellHeadAt(buf + pos);
-        pos += MIN_TLV_SIZE;
-        auto cell = std::make_unique<CTLVCell>();
-        cell->setCell(head.word, reinterpret_cast<const char*>(buf) + pos, head.length);
-        record->append(cell.get());
-        (void)cell.release();
-        pos += head.length;
-    }
+    auto record = std::make_unique<CTLVRecordV3>(getLe64(buf),
+                                                 std::max<unsigned long>(CTLVRecordV3::DEFAULT_BUCKETS, cells.count));
+    if (cells.count != 0) record->appendAll(cells);
     out = record.release();
     return size;
 }

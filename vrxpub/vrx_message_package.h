@@ -78,7 +78,7 @@ public:
 private:
     static bool verifyMsgHead(const unsigned char* buf, unsigned int size);
     unsigned long long updateDataLen();
-    void write(unsigned char* buf) const;
+    void write(unsigned char* buf, const unsigned char* end) const;
 
     std::list<CTLVRecordV3*> m_records;
     MSG_S_HEAD m_head;

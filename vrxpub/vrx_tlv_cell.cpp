@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "module/vrx_exception.h"
+#include "vrxpub/vrx_tlv_record.h"
 
 namespace {
 
@@ -37,13 +38,9 @@ std::int64_t signedNumber(const CTLVCell& cell) {
 
 }  // namespace
 
-CTLVCell::~CTLVCell() {
-    if (isOutside()) {
-        explicit_bzero(m_value.outside, m_length);
-        delete[] m_value.outside;
-    } else if (m_length != 0) {
-        explicit_bzero(m_value.inside, m_length);
-    }
+void CTLVCell::dropArray(unsigned char* array, unsigned short length, bool isLent) {
+    explicit_bzero(array, length);
+    if (!isLent) delete[] array;
 }
 
 const unsigned char* CTLVCell::data() const {
@@ -73,23 +70,23 @@ void CTLVCell::setCell(unsigned short word, const char* data, unsigned long leng
     // `data` may point into the former value: that one is wiped only after the copy.
     unsigned char* const formerArray = isOutside() ? m_value.outside : nullptr;
     const unsigned short formerLength = m_length;
+    const bool wasLent = m_isLent;
 
     if (kept > INSIDE_SIZE) {
         auto* const array = new unsigned char[kept];
         memcpy(array, data, kept);
-        if (formerArray == nullptr) explicit_bzero(m_value.inside, formerLength);
+        if (kept < length && (word & TYPE_MASK) == TLV_TYPE_STRING) array[kept - 1] = 0;
+        if (formerArray == nullptr) wipeInside();
         m_value.outside = array;
     } else {
         if (kept != 0) memmove(m_value.inside, data, kept);
         if (formerLength > kept) explicit_bzero(m_value.inside + kept, INSIDE_SIZE - kept);
     }
+    if (m_record != nullptr) m_record->valueReplaced(formerLength, kept);
     m_word = word;
     m_length = static_cast<unsigned short>(kept);
-    if (formerArray != nullptr) {
-        explicit_bzero(formerArray, formerLength);
-        delete[] formerArray;
-    }
-    if (kept < length && kept == MAX_LENGTH && type() == TLV_TYPE_STRING) m_value.outside[MAX_LENGTH - 1] = 0;
+    m_isLent = false;
+    if (formerArray != nullptr) dropArray(formerArray, formerLength, wasLent);
 }
 
 void CTLVCell::checkNumerical() const {

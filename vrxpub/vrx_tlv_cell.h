@@ -4,11 +4,16 @@
 // value is replaced or the cell ends.
 #pragma once
 
+#include <ace/Containers.h>
+
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <string>
 
 #include "vrxpub/vrx_little_endian.h"
+
+class CTLVRecordV3;
 
 class CTLVCell final {
 public:
@@ -22,14 +27,13 @@ public:
     };
 
     static constexpr unsigned int MIN_TLV_SIZE = 2 + 2;  // tag-type word, value length
+    static constexpr unsigned int INSIDE_SIZE = 8;       // up to here a value needs no memory of its own
 
     // A prepared cell: type 0, tag 4094, no value.
     CTLVCell() = default;
     ~CTLVCell();  // the value's bytes are overwritten with zeros first
     CTLVCell(const CTLVCell&) = delete;
     CTLVCell& operator=(const CTLVCell&) = delete;
-    static void* operator new(std::size_t size);
-    static void operator delete(void* block) noexcept;
 
     unsigned short tag() const { return static_cast<unsigned short>(m_word >> TYPE_BITS); }  // 0 to 4095
     ETLVType type() const { return static_cast<ETLVType>(m_word & TYPE_MASK); }              // 0 to 15
@@ -50,8 +54,8 @@ public:
     // As set_i, with tag and type in one word as on the wire.
     void setCell(unsigned short word, const char* data, unsigned long length);
 
-    // Writes size() bytes, as on the wire, and returns the position behind them.
-    unsigned char* write(unsigned char* p) const;
+    // Writes size() bytes, as on the wire, and returns the position behind them. Up to `end` further bytes may change.
+    unsigned char* write(unsigned char* p, const unsigned char* end) const;
 
     // Throw CVRX_Exception unless the type is numerical (above 2), textual (2).
     void checkNumerical() const;
@@ -69,21 +73,33 @@ public:
     };
 
 private:
+    friend class CTLVRecordV3;
+
     static constexpr unsigned int TYPE_BITS = 4;
     static constexpr unsigned short TYPE_MASK = (1U << TYPE_BITS) - 1;
     static constexpr unsigned short PREPARED_TAG = 4094;
-    // Numbers and short texts need no memory of their own; 16 bytes make a cell 24, what a small malloc block holds.
-    static constexpr unsigned int INSIDE_SIZE = 16;
+    // A cell of a decoded record; a value that is too long for the inside is copied to `lent`, memory that the record
+    // has for it and that outlives the cell.
+    CTLVCell(const unsigned char* wire, unsigned char* lent);
 
     static unsigned short wordOf(unsigned short tag, unsigned short type);
     bool isOutside() const { return m_length > INSIDE_SIZE; }
+    void wipeInside();
+    static void dropArray(unsigned char* array, unsigned short length, bool isLent);
+    void dropOwnArray() {
+        if (isOutside() && !m_isLent) dropArray(m_value.outside, m_length, false);
+    }
 
     unsigned short m_word = PREPARED_TAG << TYPE_BITS | TLV_TYPE_NONE;
     unsigned short m_length = 0;
+    bool m_isLent = false;  // the array outside is not ours to delete
     union {
-        unsigned char inside[INSIDE_SIZE];  // up to INSIDE_SIZE bytes
-        unsigned char* outside;             // longer values: own array
+        unsigned char inside[INSIDE_SIZE];  // up to INSIDE_SIZE bytes, zeros behind them
+        unsigned char* outside;             // longer values: an array
+        std::uint64_t words[INSIDE_SIZE / 8];
     } m_value{};
+    ACE_DLList_Node m_node{this};      // in the list of the record that holds the cell
+    CTLVRecordV3* m_record = nullptr;  // that record
 };
 
 template <>
@@ -91,8 +107,43 @@ unsigned int CTLVCell::ValueCast<unsigned int>::operator()(const CTLVCell* cell)
 template <>
 unsigned long long CTLVCell::ValueCast<unsigned long long>::operator()(const CTLVCell* cell) const;
 
-inline unsigned char* CTLVCell::write(unsigned char* p) const {
+inline CTLVCell::~CTLVCell() {
+    if (isOutside()) {
+        dropArray(m_value.outside, m_length, m_isLent);
+    } else {
+        wipeInside();
+    }
+}
+
+inline CTLVCell::CTLVCell(const unsigned char* wire, unsigned char* lent)
+    : m_word(getLe16(wire)), m_length(getLe16(wire + 2)) {
+    const unsigned char* const value = wire + MIN_TLV_SIZE;
+    if (isOutside()) {
+        memcpy(lent, value, m_length);
+        m_value.outside = lent;
+        m_isLent = true;
+    } else if (m_length == 8) {  // copies of a fixed size are a load and a store
+        memcpy(m_value.inside, value, 8);
+    } else if (m_length == 4) {
+        memcpy(m_value.inside, value, 4);
+    } else {
+        memcpy(m_value.inside, value, m_length);
+    }
+}
+
+inline unsigned char* CTLVCell::write(unsigned char* p, const unsigned char* end) const {
     p = putLe16(putLe16(p, m_word), m_length);
-    memcpy(p, isOutside() ? m_value.outside : m_value.inside, m_length);
+    if (isOutside()) {
+        memcpy(p, m_value.outside, m_length);
+    } else if (end - p >= INSIDE_SIZE) {
+        memcpy(p, m_value.inside, INSIDE_SIZE);  // one store; a shorter value's zeros are written over by what follows
+    } else {
+        memcpy(p, m_value.inside, m_length);
+    }
     return p + m_length;
+}
+
+// Volatile: a compiler drops other writes to an object that ends.
+inline void CTLVCell::wipeInside() {
+    for (volatile std::uint64_t& word : m_value.words) word = 0;
 }

@@ -1,5 +1,7 @@
 #include "vrxpub/vrx_tlv_record.h"
 
+#include <string.h>  // explicit_bzero
+
 #include <cerrno>
 #include <limits>
 #include <new>
@@ -8,7 +10,7 @@
 
 CTLVRecordV3::CTLVRecordV3(unsigned long long identifier, unsigned long buckets) : m_identifier(identifier) {
     if (m_cells.sentinel() == nullptr) throw std::bad_alloc();
-    m_lastIndexed = end();
+    m_lastOfBlock = m_lastIndexed = end();
     if (buckets == DEFAULT_BUCKETS) return;
     // ACE multiplies without a look: a count whose table size wraps would give a table that is too small.
     constexpr std::size_t MAX_BUCKETS = std::numeric_limits<std::size_t>::max() / sizeof(TagIndex::ENTRY);
@@ -17,19 +19,30 @@ CTLVRecordV3::CTLVRecordV3(unsigned long long identifier, unsigned long buckets)
 }
 
 CTLVRecordV3::~CTLVRecordV3() {
-    while (const CTLVCell* cell = m_cells.delete_head()) delete cell;
+    endCells();
 }
 
 void CTLVRecordV3::append(const CTLVCell* cell) {
     if (cell == nullptr) throw CVRX_Exception("record can't hold a null cell");
     // The record owns the cell from here, and may change it.
-    if (m_cells.insert_tail(const_cast<CTLVCell*>(cell)) == nullptr) throw std::bad_alloc();
+    insert(*const_cast<CTLVCell*>(cell));
 }
 
-unsigned long CTLVRecordV3::length() const {
-    unsigned long bytes = 0;
-    for (Position p = begin(); p != end(); p = p->next_) bytes += cellAt(p).size();
-    return bytes;
+void CTLVRecordV3::appendAll(const tWireCells& wire) {
+    static_assert(alignof(CTLVCell) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
+    const auto cellBytes = static_cast<unsigned int>(wire.count * sizeof(CTLVCell));
+    m_block.reset(new unsigned char[cellBytes + wire.longValues]);
+    m_blockSize = cellBytes + wire.longValues;
+    unsigned char* place = m_block.get();
+    unsigned char* longValue = place + cellBytes;
+    const unsigned char* p = wire.bytes;
+    for (unsigned int i = 0; i < wire.count; ++i, place += sizeof(CTLVCell)) {
+        auto* const cell = new (place) CTLVCell(p, longValue);
+        if (cell->isOutside()) longValue += cell->length();
+        insert(*cell);
+        p += cell->size();
+    }
+    m_lastOfBlock = m_cells.sentinel()->prev_;
 }
 
 CTLVCell& CTLVRecordV3::operator[](unsigned short tag) const {
@@ -72,8 +85,33 @@ void CTLVRecordV3::indexNewCells() const {
     errno = savedErrno;
 }
 
+void CTLVRecordV3::endCells() {
+    const Position appended = m_lastOfBlock->next_;
+    for (Position p = appended; p != end();) {
+        const CTLVCell& cell = cellAt(p);
+        p = p->next_;
+        delete &cell;
+    }
+    if (m_block != nullptr) {
+        // These cells are wiped at one go. Only a value that was replaced may have an array of its own.
+        if (m_isValueReplaced) {
+            for (Position p = begin(); p != appended; p = p->next_) cellAt(p).dropOwnArray();
+        }
+        explicit_bzero(m_block.get(), m_blockSize);
+        m_block.reset();
+    }
+    m_cells.forgetAll();
+    m_lastOfBlock = end();
+    m_length = 0;
+}
+
+void CTLVRecordV3::CellList::forgetAll() {
+    init_head();
+    size_ = 0;
+}
+
 void CTLVRecordV3::clear() {
-    while (const CTLVCell* cell = m_cells.delete_head()) delete cell;
+    endCells();
     if (m_index != nullptr) m_index->unbind_all();
     m_lastIndexed = end();
 }

@@ -39,12 +39,12 @@ public:
     unsigned long long identifier() const { return m_identifier; }
     void setIdentifier(unsigned long long identifier) { m_identifier = identifier; }
 
-    // Adds the cell at the end and takes it over; not on a throw (std::bad_alloc; CVRX_Exception for a null cell). A
-    // tag that the record already holds keeps its first cell in the index.
+    // Adds the cell at the end and takes it over; CVRX_Exception for a null cell. A tag that the record already holds
+    // keeps its first cell in the index.
     void append(const CTLVCell* cell);
 
     std::size_t count() const { return m_cells.size(); }  // cells
-    unsigned long length() const;                         // bytes that the cells take on the wire
+    unsigned long length() const { return m_length; }     // bytes that the cells take on the wire
 
     // The cell with that tag; an absent tag raises a CVRX_Exception that names it.
     CTLVCell& operator[](unsigned short tag) const;
@@ -62,21 +62,55 @@ public:
     void dump(std::ostringstream& os) const;
 
 private:
-    struct CellList : ACE_DLList<CTLVCell> {  // head_, the sentinel, is protected
+    friend class CTLVCell;
+    template <typename MSG_S_HEAD>
+    friend class CTLVPackageV3;
+
+    // Each cell brings its own node: the list asks for memory for its sentinel alone.
+    struct CellList : ACE_DLList<CTLVCell> {
         ACE_DLList_Node* sentinel() const { return head_; }
+        void insertTail(ACE_DLList_Node& node) { (void)ACE_DLList_Base::insert_tail(&node); }
+        void forgetAll();
     };
     using TagIndex = ACE_Hash_Map_Manager_Ex<int, ACE_DLList_Node*, ACE_Hash<int>, ACE_Equal_To<int>, ACE_Null_Mutex>;
 
     // Up to here, walking the list beats entering the cells into the index, however often they are asked for.
     static constexpr std::size_t MAX_WALKED_CELLS = DEFAULT_BUCKETS;
 
+    // Cells as they stand on the wire, one behind the other, and known to be sound.
+    struct tWireCells {
+        const unsigned char* bytes;
+        unsigned int count;
+        unsigned int longValues;  // bytes of the values that are too long for the inside of a cell
+    };
+    // To a new record. The cells and their long values stand in one block of memory.
+    void appendAll(const tWireCells& wire);
+
+    void insert(CTLVCell& cell);
+    void endCells();
+    void valueReplaced(unsigned long formerLength, unsigned long length) {
+        m_length += length - formerLength;
+        m_isValueReplaced = true;
+    }
+
     bool isIndexRefused() const;
     void indexNewCells() const;
 
     unsigned long long m_identifier;
     CellList m_cells;
+    unsigned long m_length = 0;
+    std::unique_ptr<unsigned char[]> m_block;  // of a decoded record: its first cells
+    unsigned int m_blockSize = 0;              // bytes
+    bool m_isValueReplaced = false;            // in any cell
+    Position m_lastOfBlock;                    // the cells behind it were appended one by one
     // Filled by the first find() that needs it; a table of DEFAULT_BUCKETS is made there too, so that a flood of small
     // records costs no kilobyte each. Other tables are made with the record.
     mutable std::unique_ptr<TagIndex> m_index;
     mutable Position m_lastIndexed;  // the cells up to here are in the index
 };
+
+inline void CTLVRecordV3::insert(CTLVCell& cell) {
+    m_cells.insertTail(cell.m_node);
+    cell.m_record = this;
+    m_length += cell.size();
+}

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <initializer_list>
 #include <list>
 #include <map>
@@ -18,87 +17,17 @@
 #include "module/snmp_tamrel_svc_module.h"
 #include "notify/snmp_tamrel_notify_handler.h"
 #include "platform/snmp_table_base.h"
+#include "tests/failing_memory.h"
 #include "tests/fake_host/fake_host.h"
 
-namespace {
-
-// Blocks allocated while s_tracking is set and not freed yet, in the order of their allocation.
-constexpr std::size_t MAX_BLOCKS = 4096;
-void* s_blocks[MAX_BLOCKS];
-std::size_t s_blockCount = 0;
-bool s_tracking = false;
-unsigned int s_failAt = 0;  // the n-th allocation from now on fails; 0: none
-
-void* allocate(std::size_t size) {
-    if (s_failAt != 0 && --s_failAt == 0) return nullptr;
-    void* block = std::malloc(size == 0 ? 1 : size);
-    if (s_tracking && block != nullptr) {
-        if (s_blockCount == MAX_BLOCKS) std::abort();
-        s_blocks[s_blockCount++] = block;
-    }
-    return block;
-}
-
-void release(void* block) {
-    void** const end = s_blocks + s_blockCount;
-    void** const found = std::find(s_blocks, end, block);
-    if (found != end) {
-        std::copy(found + 1, end, found);
-        --s_blockCount;
-    }
-    std::free(block);
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    if (void* block = allocate(size)) return block;
-    throw std::bad_alloc();
-}
-void* operator new[](std::size_t size) {
-    return operator new(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return allocate(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    return allocate(size);
-}
-void operator delete(void* block) noexcept {
-    release(block);
-}
-void operator delete[](void* block) noexcept {
-    release(block);
-}
-void operator delete(void* block, std::size_t) noexcept {
-    release(block);
-}
-void operator delete[](void* block, std::size_t) noexcept {
-    release(block);
-}
-void operator delete(void* block, const std::nothrow_t&) noexcept {
-    release(block);
-}
-void operator delete[](void* block, const std::nothrow_t&) noexcept {
-    release(block);
-}
+using failing_memory::failAt;
+using failing_memory::failEachAllocation;
+using failing_memory::liveBlock;
+using failing_memory::liveBlocks;
+using failing_memory::startTracking;
+using failing_memory::stopTracking;
 
 namespace {
-
-// Runs `load` with the n-th allocation failing, for n = 1, 2, ... until none fails. `load` returns whether memory ran
-// out; `check` sees what is left when everything that the host owns is gone.
-template <typename Load, typename Check>
-unsigned int failEachAllocation(Load load, Check check) {
-    for (unsigned int n = 1;; ++n) {
-        s_blockCount = 0;
-        s_tracking = true;
-        const bool failed = load(n);
-        s_failAt = 0;
-        s_tracking = false;
-        check(n, failed);
-        if (!failed) return n - 1;
-    }
-}
 
 TEST(AllocationFailure, CreatorPassesItOnAndLosesNothing) {
     { FakeHost once; }  // allocations of a process's first host
@@ -108,18 +37,18 @@ TEST(AllocationFailure, CreatorPassesItOnAndLosesNothing) {
             FakeHost host;
             std::unique_ptr<CSNMP_Svc_Module> module;
             bool failed = false;
-            s_failAt = n;
+            failAt(n);
             try {
                 module.reset(SNMP_SvcModuleCreator());
             } catch (const std::bad_alloc&) {
                 failed = true;
             }
-            s_failAt = 0;
+            failAt(0);
             registered = host.dispatcher().handlers().size();
             return failed;
         },
         [&registered](unsigned int n, bool failed) {
-            EXPECT_EQ(s_blockCount, 0u) << "blocks lost when allocation " << n << " failed";
+            EXPECT_EQ(liveBlocks(), 0u) << "blocks lost when allocation " << n << " failed";
             if (failed) {
                 EXPECT_LT(registered, 2u) << n;
             } else {
@@ -135,22 +64,22 @@ TEST(AllocationFailure, ListOfHandlersKeepsTheRowsAppendedBefore) {
     unsigned int unlisted = 0;
     const unsigned int failures = failEachAllocation(
         [&oids](unsigned int n) {
-            s_tracking = false;
+            stopTracking();
             oids.clear();
             oids.reserve(4);
-            s_tracking = true;
+            startTracking();
             FakeHost host;
             CSNMP_Tamrel_Mib_Module module;
             SNMP_HANDLER_LIST handlers;
             bool failed = false;
-            s_failAt = n;
+            failAt(n);
             try {
                 module.getSvcHandler(handlers);
             } catch (const std::bad_alloc&) {
                 failed = true;
             }
-            s_failAt = 0;
-            s_tracking = false;
+            failAt(0);
+            stopTracking();
             for (const auto& row : handlers) {
                 oids.push_back(row.first);
                 delete row.second;
@@ -163,12 +92,12 @@ TEST(AllocationFailure, ListOfHandlersKeepsTheRowsAppendedBefore) {
             ASSERT_LE(oids.size(), all.size());
             EXPECT_TRUE(std::equal(oids.begin(), oids.end(), all.begin())) << n;
             EXPECT_EQ(oids.size() < all.size(), failed) << n;
-            if (s_blockCount == 0) return;
+            if (liveBlocks() == 0) return;
             // The handler of the failing row is left alone when the list has no room for it; nothing else is lost.
             ++unlisted;
             EXPECT_TRUE(failed);
-            delete static_cast<CSnmpHandler*>(s_blocks[0]);
-            EXPECT_EQ(s_blockCount, 0u) << n;
+            delete static_cast<CSnmpHandler*>(liveBlock(0));
+            EXPECT_EQ(liveBlocks(), 0u) << n;
         });
     EXPECT_GE(failures, 8u);  // four handlers, four list entries
     EXPECT_EQ(unlisted, 4u);  // one for each row
@@ -189,20 +118,20 @@ TEST(AllocationFailure, ChosenDestinationsBeforeTheFailureStay) {
             [&](unsigned int n) {
                 std::list<tTrapDestInfo> chosen;
                 bool failed = false;
-                s_failAt = n;
+                failAt(n);
                 try {
                     handler->filterTrapMap(destinations, chosen);
                 } catch (const std::bad_alloc&) {
                     failed = true;
                 }
-                s_failAt = 0;
-                s_tracking = false;
+                failAt(0);
+                stopTracking();
                 chosenKeys.clear();
                 for (const tTrapDestInfo& destination : chosen) chosenKeys.push_back(destination.index);
                 return failed;
             },
             [&](unsigned int n, bool failed) {
-                EXPECT_EQ(s_blockCount, 0u) << n;
+                EXPECT_EQ(liveBlocks(), 0u) << n;
                 ASSERT_LE(chosenKeys.size(), keys.size());
                 EXPECT_TRUE(std::equal(chosenKeys.begin(), chosenKeys.end(), keys.begin())) << n;
                 EXPECT_EQ(chosenKeys.size() < keys.size(), failed) << n;
@@ -225,13 +154,13 @@ TEST(AllocationFailure, AddedSerialNumberIsThereWholeOrNotAtAll) {
         [&](unsigned int n) {
             FakeHost host;
             bool failed = false;
-            s_failAt = n;
+            failAt(n);
             try {
                 EXPECT_EQ(repository->addAlarm(7), 0);
             } catch (const std::bad_alloc&) {
                 failed = true;
             }
-            s_failAt = 0;
+            failAt(0);
             EXPECT_EQ(OpenRepository::m_oMutex.tryacquire(), 0) << n;
             OpenRepository::m_oMutex.release();
             size = repository->getAlarmRepositorySize();
@@ -239,7 +168,7 @@ TEST(AllocationFailure, AddedSerialNumberIsThereWholeOrNotAtAll) {
             return failed;
         },
         [&size](unsigned int n, bool failed) {
-            EXPECT_EQ(s_blockCount, 0u) << n;
+            EXPECT_EQ(liveBlocks(), 0u) << n;
             EXPECT_EQ(size, failed ? 0u : 1u) << n;
         });
     EXPECT_GE(failures, 1u);
@@ -260,18 +189,18 @@ void expectWholeRecordOrNone(Query query) {
             FakeHost host;
             CR8KPackageV3 rsp;
             bool failed = false;
-            s_failAt = n;
+            failAt(n);
             try {
                 EXPECT_EQ(query(rsp), 0);
             } catch (const std::bad_alloc&) {
                 failed = true;
             }
-            s_failAt = 0;
+            failAt(0);
             records = rsp.records().size();
             return failed;
         },
         [&records](unsigned int n, bool failed) {
-            EXPECT_EQ(s_blockCount, 0u) << "blocks lost when allocation " << n << " failed";
+            EXPECT_EQ(liveBlocks(), 0u) << "blocks lost when allocation " << n << " failed";
             EXPECT_EQ(records, failed ? 0u : 1u) << n;
         });
     EXPECT_GE(failures, 3u);  // cell, record, list entry
@@ -303,11 +232,10 @@ template <typename Operation>
 void expectAllGivenBack(Operation operation) {
     FakeHost host;
     operation();  // makes what a process makes once
-    s_blockCount = 0;
-    s_tracking = true;
+    startTracking();
     operation();
-    s_tracking = false;
-    EXPECT_EQ(s_blockCount, 0u);
+    stopTracking();
+    EXPECT_EQ(liveBlocks(), 0u);
 }
 
 class FailingLeaf : public NumberLeaf {

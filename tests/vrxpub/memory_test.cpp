@@ -1,90 +1,43 @@
 // What the codec does with memory: values are wiped before it is given back, and a failing allocation leaks nothing.
-// This program has its own operator new and delete, so it is apart from the other tests.
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <cstdlib>
+#include <memory>
 #include <new>
 #include <thread>
 #include <vector>
 
 #include "ace_log_capture.h"
+#include "tests/failing_memory.h"
 #include "wire_bytes.h"
+
+using failing_memory::failAt;
+using failing_memory::failEachAllocation;
+using failing_memory::isReleased;
+using failing_memory::isWiped;
+using failing_memory::liveBlocks;
 
 namespace {
 
-// One block to look at when it is given back.
-const void* watched = nullptr;
-std::size_t watchedSize = 0;
-bool watchedReleased = false;
-bool watchedWiped = false;
-
-long allocationsLeft = -1;  // the allocation after so many fails, once; -1: none
-
 void watch(const CTLVCell& cell) {
-    watched = cell.data();
-    watchedSize = cell.length();
-    watchedReleased = watchedWiped = false;
+    failing_memory::watch(cell.data(), cell.length());
 }
 
-void* allocateOrNull(std::size_t size) noexcept {
-    if (allocationsLeft == 0) {
-        allocationsLeft = -1;
-        return nullptr;
-    }
-    if (allocationsLeft > 0) --allocationsLeft;
-    return std::malloc(size == 0 ? 1 : size);
-}
-
-void* allocate(std::size_t size) {
-    if (void* const block = allocateOrNull(size)) return block;
-    throw std::bad_alloc();
-}
-
-void release(void* block) noexcept {
-    if (block != nullptr && block == watched) {
-        const auto* const bytes = static_cast<const unsigned char*>(block);
-        watchedReleased = true;
-        watchedWiped = true;
-        for (std::size_t i = 0; i < watchedSize; ++i) watchedWiped = watchedWiped && bytes[i] == 0;
-        watched = nullptr;
-    }
-    std::free(block);
+// A long value, a record that is searched by its index, and one without cells.
+Bytes variedPackage() {
+    Bytes manyCells;
+    for (unsigned int tag = 0; tag < 40; ++tag) manyCells = manyCells + cell(tag, 1, Bytes(tag, 0x5A));
+    return packageOf(record(1, cell(1, 1, Bytes(50, 1))) + record(2, manyCells) + recordHead(3, 0));
 }
 
 }  // namespace
-
-void* operator new(std::size_t size) {
-    return allocate(size);
-}
-void* operator new[](std::size_t size) {
-    return allocate(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return allocateOrNull(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    return allocateOrNull(size);
-}
-void operator delete(void* block) noexcept {
-    release(block);
-}
-void operator delete[](void* block) noexcept {
-    release(block);
-}
-void operator delete(void* block, std::size_t) noexcept {
-    release(block);
-}
-void operator delete[](void* block, std::size_t) noexcept {
-    release(block);
-}
 
 TEST(ValueWiping, LongValueIsZeroWhenItsCellEnds) {
     auto cell = makeCell(CTLVCell::TLV_TYPE_OCTETS, 1, Bytes(100, 0x5A));
     watch(*cell);
     cell.reset();
-    EXPECT_TRUE(watchedReleased);
-    EXPECT_TRUE(watchedWiped);
+    EXPECT_TRUE(isReleased());
+    EXPECT_TRUE(isWiped());
 }
 
 TEST(ValueWiping, LongValueIsZeroWhenItIsReplaced) {
@@ -92,8 +45,8 @@ TEST(ValueWiping, LongValueIsZeroWhenItIsReplaced) {
         const auto cell = makeCell(CTLVCell::TLV_TYPE_OCTETS, 1, Bytes(100, 0x5A));
         watch(*cell);
         cell->set_i(CTLVCell::TLV_TYPE_OCTETS, 1, Bytes(next, 0x5A).data(), next);
-        EXPECT_TRUE(watchedReleased) << next;
-        EXPECT_TRUE(watchedWiped) << next;
+        EXPECT_TRUE(isReleased()) << next;
+        EXPECT_TRUE(isWiped()) << next;
     }
 }
 
@@ -102,23 +55,23 @@ TEST(ValueWiping, LongValueIsZeroWhenItsRecordIsClearedOrEnds) {
     append(*row, makeCell(CTLVCell::TLV_TYPE_OCTETS, 1, Bytes(100, 0x5A)));
     watch((*row)[1]);
     row->clear();
-    EXPECT_TRUE(watchedWiped);
+    EXPECT_TRUE(isWiped());
     append(*row, makeCell(CTLVCell::TLV_TYPE_OCTETS, 1, Bytes(100, 0x5A)));
     watch((*row)[1]);
     row.reset();
-    EXPECT_TRUE(watchedWiped);
+    EXPECT_TRUE(isWiped());
 }
 
 // Values that stand inside the cell: its own memory is looked at.
 TEST(ValueWiping, ShortValueIsZeroWhenItsCellEndsOrIsReplaced) {
-    const Bytes value(16, 0x5A);
+    const Bytes value(CTLVCell::INSIDE_SIZE, 0x5A);
     alignas(CTLVCell) unsigned char place[sizeof(CTLVCell)];
     const auto countOfValueBytes = [&place] {
         std::size_t count = 0;
         for (const unsigned char byte : place) count += byte == 0x5A;
         return count;
     };
-    for (std::size_t length = 1; length <= 16; ++length) {
+    for (std::size_t length = 1; length <= value.size(); ++length) {
         std::fill(std::begin(place), std::end(place), 0);
         auto* const cell = ::new (place) CTLVCell;
         cell->setCell(0, reinterpret_cast<const char*>(value.data()), length);
@@ -134,26 +87,128 @@ TEST(ValueWiping, ShortValueIsZeroWhenItsCellEndsOrIsReplaced) {
     }
 }
 
+// Cells of a decoded record share a block with their long values: it is watched from the first cell on.
+TEST(ValueWiping, DecodedValuesAreZeroWhenTheirRecordIsClearedOrEnds) {
+    const Bytes value(20, 0x5A);
+    OddBuffer buffer(packageOf(record(1, cell(1, 1, Bytes(8, 0x5A)) + cell(2, 1, value) + cell(3, 2, value))));
+    for (const bool isCleared : {true, false}) {
+        CR8KPackageV3 package;
+        ASSERT_EQ(package.decode(buffer.data(), buffer.size()), buffer.size() - TLVMsgHeadV3::SIZE);
+        CTLVRecordV3& row = *package[0];
+        failing_memory::watch(&row[1], 3 * sizeof(CTLVCell) + 2 * value.size());
+        if (isCleared) {
+            row.clear();
+        } else {
+            package.clear();
+        }
+        EXPECT_TRUE(isReleased()) << isCleared;
+        EXPECT_TRUE(isWiped()) << isCleared;
+    }
+}
+
+TEST(ValueWiping, DecodedLongValueIsZeroWhenItIsReplaced) {
+    const Bytes value(20, 0x5A);
+    OddBuffer buffer(packageOf(record(1, cell(1, 1, value))));
+    for (const std::size_t next : {0U, 3U, 100U}) {
+        CR8KPackageV3 package;
+        ASSERT_EQ(package.decode(buffer.data(), buffer.size()), buffer.size() - TLVMsgHeadV3::SIZE);
+        CTLVCell& decoded = (*package[0])[1];
+        const unsigned char* const bytes = decoded.data();
+        decoded.set_i(CTLVCell::TLV_TYPE_OCTETS, 1, Bytes(next, 0x5A).data(), next);
+        EXPECT_EQ(std::count(bytes, bytes + value.size(), 0), 20) << next;
+        EXPECT_EQ(bytesOf(decoded), Bytes(next, 0x5A)) << next;
+    }
+}
+
+TEST(ValueWiping, ValueThatReplacedADecodedOneIsZeroWhenItsRecordEnds) {
+    OddBuffer buffer(packageOf(record(1, cell(1, 3, {7}) + cell(2, 3, {8}))));
+    CR8KPackageV3 package;
+    ASSERT_EQ(package.decode(buffer.data(), buffer.size()), buffer.size() - TLVMsgHeadV3::SIZE);
+    CTLVCell& replaced = (*package[0])[2];
+    replaced.set_i(CTLVCell::TLV_TYPE_OCTETS, 2, Bytes(100, 0x5A).data(), 100);
+    watch(replaced);
+    package.clear();
+    EXPECT_TRUE(isReleased());
+    EXPECT_TRUE(isWiped());
+}
+
+// Cells that begin on one thread and end on another.
+TEST(CellMemory, CellsMayEndOnAnotherThread) {
+    std::vector<std::unique_ptr<CTLVCell>> cells;
+    std::thread([&cells] {
+        for (int i = 0; i < 3000; ++i) cells.push_back(makeCell(CTLVCell::TLV_TYPE_UINT, 1, {1, 2}));
+    }).join();
+    for (const auto& cell : cells) EXPECT_EQ(bytesOf(*cell), (Bytes{1, 2}));
+    std::thread([&cells] { cells.clear(); }).join();
+    EXPECT_TRUE(cells.empty());
+}
+
 TEST(AllocationFailure, CellKeepsItsValue) {
     const auto cell = makeCell(CTLVCell::TLV_TYPE_STRING, 1, {'a', 0});
     const Bytes longValue(100, 0x5A);
-    allocationsLeft = 0;
+    failAt(1);
     EXPECT_THROW(cell->set_i(CTLVCell::TLV_TYPE_OCTETS, 2, longValue.data(), longValue.size()), std::bad_alloc);
     EXPECT_EQ(cell->tag(), 1);
     EXPECT_EQ(cell->toString(), "a");
 }
 
+TEST(AllocationFailure, CellOfARecordKeepsItsValueAndTheRecordItsLength) {
+    const auto row = makeRecord(1);
+    append(*row, makeCell(CTLVCell::TLV_TYPE_STRING, 1, {'a', 0}));
+    failAt(1);
+    EXPECT_THROW((*row)[1].set(2, "a text that needs memory of its own"), std::bad_alloc);
+    EXPECT_EQ((*row)[1].toString(), "a");
+    EXPECT_EQ(row->length(), 6U);
+}
+
 TEST(AllocationFailure, RecordWithoutListIsNotMade) {
-    allocationsLeft = 0;  // the list's sentinel
+    failAt(1);  // the list's sentinel
     EXPECT_THROW(CTLVRecordV3(1, 32), std::bad_alloc);
 }
 
-TEST(AllocationFailure, CellThatIsNotAppendedStaysTheCallers) {
-    CTLVRecordV3 record(1, 32);
-    const auto cell = makeCell(CTLVCell::TLV_TYPE_UINT, 1, {1});
-    allocationsLeft = 0;
-    EXPECT_THROW(record.append(cell.get()), std::bad_alloc);
-    EXPECT_EQ(record.count(), 0U);
+// Its object, the list's sentinel and the index; a record that is made lacks nothing, or the buckets of its index.
+TEST(AllocationFailure, AnywhereInANewRecordLeavesNothing) {
+    const AceLogCapture log;
+    for (const unsigned long buckets : {32UL, 33UL}) {
+        std::size_t errors = log.errors().size();
+        bool isMade = false;
+        const unsigned int failures = failEachAllocation(
+            [&](unsigned int n) {
+                failAt(n);
+                try {
+                    const auto row = std::make_unique<CTLVRecordV3>(1, buckets);
+                    isMade = true;
+                } catch (const std::bad_alloc&) {
+                    isMade = false;
+                }
+                return !failing_memory::isFailureToCome();
+            },
+            [&](unsigned int n, bool failed) {
+                const bool isBucketFailure = failed && isMade;
+                if (!isBucketFailure) {  // it is logged, and the log keeps its line
+                    EXPECT_EQ(liveBlocks(), 0U) << n;
+                }
+                EXPECT_EQ(isBucketFailure, n == 4 && buckets == 33) << n;
+                EXPECT_EQ(log.errors().size() - errors, isBucketFailure ? 1U : 0U) << n;
+                errors = log.errors().size();
+            });
+        EXPECT_EQ(failures, buckets == 32 ? 2U : 4U);
+    }
+}
+
+// A record that brings a cell in needs no memory for it.
+TEST(AllocationFailure, AppendNeedsNoMemory) {
+    CTLVRecordV3 row(1, 32);
+    std::vector<std::unique_ptr<CTLVCell>> cells;
+    for (unsigned short tag = 0; tag < 40; ++tag) cells.push_back(makeCell(CTLVCell::TLV_TYPE_UINT, tag, {1}));
+    failAt(1);
+    for (std::unique_ptr<CTLVCell>& cell : cells) {
+        row.append(cell.get());
+        (void)cell.release();
+    }
+    EXPECT_TRUE(failing_memory::isFailureToCome());
+    failAt(0);
+    EXPECT_EQ(row.count(), 40U);
 }
 
 // A record that is long enough to be searched by its index.
@@ -164,9 +219,9 @@ TEST(AllocationFailure, SearchGoesOnWhereTheIndexStopped) {
     for (unsigned short tag = 0; tag < FIRST; ++tag) append(record, makeCell(CTLVCell::TLV_TYPE_UINT, tag, {1}));
     EXPECT_TRUE(record.has(0));
     for (unsigned short tag = FIRST; tag < ALL; ++tag) append(record, makeCell(CTLVCell::TLV_TYPE_UINT, tag, {1}));
-    for (const long before : {0, 1, 3}) {
-        allocationsLeft = before;
-        EXPECT_THROW((void)record.find(ALL - 1), std::bad_alloc) << before;
+    for (const unsigned int n : {1U, 2U, 4U}) {
+        failAt(n);
+        EXPECT_THROW((void)record.find(ALL - 1), std::bad_alloc) << n;
     }
     for (unsigned short tag = 0; tag < ALL; ++tag) EXPECT_TRUE(record.has(tag));
 }
@@ -175,47 +230,120 @@ TEST(AllocationFailure, SearchWithoutMemoryForTheIndexFindsNothing) {
     const AceLogCapture log;
     CTLVRecordV3 record(1, 32);
     for (unsigned short tag = 0; tag < 40; ++tag) append(record, makeCell(CTLVCell::TLV_TYPE_UINT, tag, {1}));
-    allocationsLeft = 1;  // the index object, then its buckets
+    failAt(2);  // the index object, then its buckets
     EXPECT_FALSE(record.has(0));
     EXPECT_THAT(log.errors(), ::testing::ElementsAre("ACE_Hash_Map_Manager_Ex\n"));
 }
 
-// Cells that begin on one thread and end on another, more than a thread keeps for later.
-TEST(CellMemory, CellsMayEndOnAnotherThread) {
-    for (int round = 0; round < 3; ++round) {
-        std::vector<std::unique_ptr<CTLVCell>> cells;
-        std::thread([&cells] {
-            for (int i = 0; i < 3000; ++i) cells.push_back(makeCell(CTLVCell::TLV_TYPE_UINT, 1, {1, 2}));
-        }).join();
-        for (const auto& cell : cells) EXPECT_EQ(bytesOf(*cell), (Bytes{1, 2}));
-        std::thread([&cells] { cells.clear(); }).join();
-    }
-}
-
 // Every allocation of a decode fails in turn: bad_alloc, or a record without index; never a leak or half a record.
 TEST(AllocationFailure, AnywhereInDecodeLeavesAUsablePackage) {
-    Bytes manyCells;
-    for (unsigned int tag = 0; tag < 40; ++tag) manyCells = manyCells + cell(tag, 1, Bytes(tag, 0x5A));
-    OddBuffer buffer(packageOf(record(1, cell(1, 1, Bytes(50, 1))) + record(2, manyCells) + recordHead(3, 0)));
+    OddBuffer buffer(variedPackage());
     const AceLogCapture log;  // the failure of an index is logged
-    bool failed = true;
-    for (long before = 0; failed; ++before) {
-        CR8KPackageV3 package;
-        unsigned int result = 0;
-        allocationsLeft = before;
-        try {
-            result = package.decode(buffer.data(), buffer.size());
-            failed = allocationsLeft == -1;
-        } catch (const std::bad_alloc&) {
-            EXPECT_LT(package.records().size(), 3U);
-            EXPECT_EQ(package.head().uiDataLen, 0U);
-        }
-        allocationsLeft = -1;
-        if (result != 0) {
+    bool isThrown = false;
+    unsigned int withoutIndex = 0;
+    const unsigned int failures = failEachAllocation(
+        [&](unsigned int n) {
+            CR8KPackageV3 package;
+            unsigned int result = 0;
+            isThrown = false;
+            failAt(n);
+            try {
+                result = package.decode(buffer.data(), buffer.size());
+            } catch (const std::bad_alloc&) {
+                isThrown = true;
+            }
+            const bool failed = !failing_memory::isFailureToCome();
+            failAt(0);
+            if (isThrown) {
+                EXPECT_LT(package.records().size(), 3U) << n;
+                EXPECT_EQ(package.head().uiDataLen, 0U) << n;
+                package.clear();
+                result = package.decode(buffer.data(), buffer.size());  // with memory again
+            } else if (failed) {
+                ++withoutIndex;
+                EXPECT_FALSE(package[1]->has(0)) << n;
+            }
+            EXPECT_EQ(result, buffer.size() - TLVMsgHeadV3::SIZE) << n;
             unsigned char* out = nullptr;
-            ASSERT_EQ(package.encode(out), buffer.size());
+            EXPECT_EQ(package.encode(out), buffer.size()) << n;
             const std::unique_ptr<unsigned char[]> owner(out);
-            EXPECT_EQ(Bytes(out, out + buffer.size()), buffer.bytes());
-        }
-    }
+            EXPECT_EQ(Bytes(out, out + buffer.size()), buffer.bytes()) << n;
+            failing_memory::stopTracking();  // the log keeps its line
+            return failed;
+        },
+        [&](unsigned int n, bool) {
+            if (isThrown) {
+                EXPECT_EQ(liveBlocks(), 0U) << n;
+            }
+        });
+    // Object, sentinel and entry of three records, blocks of two, one index and its buckets.
+    EXPECT_EQ(failures, 3 * 3 + 2 + 2U);
+    EXPECT_EQ(withoutIndex, 1U);
+}
+
+// The lines of a refused package take memory too: it ends without records, or with an exception.
+TEST(AllocationFailure, AnywhereInARefusedDecodeLosesNothing) {
+    OddBuffer buffer(packageOf(record(1, cell(1, 1, Bytes(50, 1))) + record(2, cell(1, 10, {1}))));
+    const AceLogCapture log;
+    (void)CR8KPackageV3().decode(buffer.data(), buffer.size());  // what the log allocates once
+    const unsigned int failures = failEachAllocation(
+        [&](unsigned int n) {
+            CR8KPackageV3 package;
+            failAt(n);
+            try {
+                EXPECT_EQ(package.decode(buffer.data(), buffer.size()), CR8KPackageV3::FAILURE) << n;
+                EXPECT_TRUE(package.records().empty()) << n;
+            } catch (const std::bad_alloc&) {
+                EXPECT_LT(package.records().size(), 2U) << n;
+            }
+            const bool failed = !failing_memory::isFailureToCome();
+            failAt(0);
+            return failed;
+        },
+        [](unsigned int, bool) {});
+    EXPECT_GE(failures, 4U);
+}
+
+TEST(AllocationFailure, EncodeLeavesPackageAndResultAsTheyWere) {
+    CR8KPackageV3 package;
+    OddBuffer buffer(variedPackage());
+    ASSERT_EQ(package.decode(buffer.data(), buffer.size()), buffer.size() - TLVMsgHeadV3::SIZE);
+    unsigned char* out = nullptr;
+    const unsigned int failures = failEachAllocation(
+        [&](unsigned int n) {
+            unsigned int size = 0;
+            failAt(n);
+            try {
+                size = package.encode(out);
+            } catch (const std::bad_alloc&) {
+                EXPECT_EQ(out, nullptr);
+                return true;
+            }
+            failAt(0);
+            const std::unique_ptr<unsigned char[]> owner(out);
+            EXPECT_EQ(Bytes(out, out + size), buffer.bytes());
+            return false;
+        },
+        [](unsigned int n, bool) { EXPECT_EQ(liveBlocks(), 0U) << n; });
+    EXPECT_EQ(failures, 1U);
+}
+
+TEST(AllocationFailure, EncodeIntoTheCallersBufferNeedsNoMemory) {
+    CR8KPackageV3 package;
+    OddBuffer buffer(variedPackage());
+    ASSERT_EQ(package.decode(buffer.data(), buffer.size()), buffer.size() - TLVMsgHeadV3::SIZE);
+    Bytes out(buffer.size());
+    failAt(1);
+    EXPECT_EQ(package.encode(out.data(), buffer.size()), buffer.size());
+    EXPECT_TRUE(failing_memory::isFailureToCome());
+    failAt(0);
+    EXPECT_EQ(out, buffer.bytes());
+}
+
+TEST(AllocationFailure, RecordThatIsNotAppendedEnds) {
+    CR8KPackageV3 package;
+    auto row = makeRecord(1);
+    failAt(1);  // the entry of the package's list
+    EXPECT_THROW(package.append(std::move(row)), std::bad_alloc);
+    EXPECT_TRUE(package.records().empty());
 }

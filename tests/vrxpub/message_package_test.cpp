@@ -450,6 +450,26 @@ INSTANTIATE_TEST_SUITE_P(
                        failedAt(65573, 28)}}),
     [](const auto& test) { return test.param.name; });
 
+TEST(MessagePackage, DecodedRecordCanBeChangedAndExtended) {
+    OddBuffer buffer(packageOf(record(1, cell(1, 3, {7}) + cell(2, 1, Bytes(20, 8)))));
+    CR8KPackageV3 package;
+    ASSERT_EQ(package.decode(buffer.data(), buffer.size()), buffer.size() - TLVMsgHeadV3::SIZE);
+    CTLVRecordV3& row = *package[0];
+    append(row, makeCell(CTLVCell::TLV_TYPE_OCTETS, 3, Bytes(30, 9)));
+    const Bytes grown(40, 6);
+    row[1].set_i(CTLVCell::TLV_TYPE_OCTETS, 1, grown.data(), grown.size());
+    row[2].set_i(CTLVCell::TLV_TYPE_OCTETS, 2, nullptr, 0);
+    unsigned char* out = nullptr;
+    const unsigned int size = package.encode(out);
+    const std::unique_ptr<unsigned char[]> owner(out);
+    EXPECT_EQ(Bytes(out, out + size),
+              packageOf(record(1, cell(1, 1, grown) + cell(2, 1, {}) + cell(3, 1, Bytes(30, 9)))));
+    row.clear();
+    append(row, makeCell(CTLVCell::TLV_TYPE_UINT, 1, {5}));
+    EXPECT_EQ(bytesOf(row[1]), Bytes{5});
+    EXPECT_EQ(row.count(), 1U);
+}
+
 TEST(MessagePackage, DecodesAgainAfterAFailure) {
     const AceLogCapture log;
     CR8KPackageV3 package;

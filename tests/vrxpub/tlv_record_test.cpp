@@ -89,6 +89,18 @@ TEST(TlvRecord, LengthBeyond65535IsNotCut) {
     EXPECT_EQ(record.length(), 2U * (4 + 65535));
 }
 
+TEST(TlvRecord, LengthFollowsValuesThatAreReplaced) {
+    CTLVRecordV3 record(1, 32);
+    appendNumber(record, 1, 5);
+    appendNumber(record, 2, 5);
+    record[1].set(1, "a text that needs memory of its own");
+    EXPECT_EQ(record.length(), 4U + 36 + 4 + 1);
+    record[1].set_i(CTLVCell::TLV_TYPE_NONE, 1, nullptr, 0);
+    EXPECT_EQ(record.length(), 4U + 4 + 1);
+    record.clear();
+    EXPECT_EQ(record.length(), 0U);
+}
+
 TEST_P(RecordSearch, AbsentTagIsEndAndENOENT) {
     appendNumber(m_record, 5, 1);
     for (const unsigned short tag : std::vector<unsigned short>{6, 37, 4101}) {
