@@ -99,7 +99,8 @@ void AgentLoop::runDue() {
     consume(m_timer);
     decltype(m_timers) due;  // taken out first: a task may add timers, also such as are due at once
     const auto now = Clock::now();
-    while (!m_timers.empty() && m_timers.begin()->first <= now) due.insert(due.end(), m_timers.extract(m_timers.begin()));
+    while (!m_timers.empty() && m_timers.begin()->first <= now)
+        due.insert(due.end(), m_timers.extract(m_timers.begin()));
     armTimer();
     for (const auto& timer : due) runGuarded(timer.second);
 }

@@ -43,12 +43,16 @@ void NotificationPath::onConnected(unsigned long long lastSequenceOfStore,
 
 void NotificationPath::onEvent(unsigned long long sequence, const CTLVRecordV3& record) {
     const std::lock_guard<std::mutex> handling(m_handling);
-    const Ticket ticket = m_ledger.begin(sequence);
+    struct Begun {
+        ~Begun() { ledger.settle(ticket); }
+        NotificationLedger& ledger;
+        const Ticket ticket;
+    } const begun{m_ledger, withPatience([&] { return m_ledger.begin(sequence); })};
+    const Ticket& ticket = begun.ticket;
     ++m_events;
     follow(sequence, record);
     m_alarmsChanged();
     for (INotifyMsgHandler* handler : m_handlers) notify(*handler, ticket, record);
-    m_ledger.settle(ticket);
 }
 
 void NotificationPath::onDisconnected() {

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "host/services/logging.h"
+#include "host/services/out_of_memory.h"
 #include "host/services/product_root.h"
 
 namespace {
@@ -128,7 +129,7 @@ void Backend::acceptClients() {
         try {
             acceptClient();
         } catch (const std::exception& fault) {
-            noteRefusal(fault.what());
+            untilMemory([&] { noteRefusal(fault.what()); });
             waitFor(-1, 0, std::chrono::steady_clock::now() + ACCEPT_PAUSE, m_stop.descriptor());
         }
     }

@@ -8,6 +8,8 @@
 #include <string>
 #include <utility>
 
+#include "host/services/out_of_memory.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -46,7 +48,7 @@ void ClientSession::run() {
         while (answerRequest()) {
         }
     } catch (const std::exception& fault) {
-        log(LogLevel::Error, fault.what());
+        untilMemory([&] { log(LogLevel::Error, fault.what()); });
     }
     m_connection.close();  // now: the session itself is removed when the next client comes
 }

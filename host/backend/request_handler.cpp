@@ -117,7 +117,7 @@ std::optional<unsigned long long> RequestHandler::handle(const CR8KPackageV3& re
     } catch (const Refusal& refusal) {
         result = refusal.code;
     } catch (const SqliteError& error) {
-        logLine(LOG_NAME, LogLevel::Error, std::string("alarm store: ") + error.what());
+        noteStoreFailure(error.what());
     }
     answer.head().uiHeadParam1 = static_cast<unsigned int>(result);
     if (result != BACKEND_OK) {
@@ -130,6 +130,15 @@ std::optional<unsigned long long> RequestHandler::handle(const CR8KPackageV3& re
     const unsigned long long last = uint64Of(*answer[0], alarm_tag::LAST_SEQUENCE);
     // A number beyond the last event was handled with another store: such a client gets what comes up from now on.
     return first.has(alarm_tag::HANDLED) ? std::min(neededUint64(first, alarm_tag::HANDLED), last) : last;
+}
+
+// One line for each change of state.
+void RequestHandler::noteStoreFailure(const std::string& reason) {
+    if (!m_storeFailing.exchange(true)) logLine(LOG_NAME, LogLevel::Error, "alarm store: " + reason);
+}
+
+void RequestHandler::noteStoreChanged() {
+    if (m_storeFailing.exchange(false)) logLine(LOG_NAME, LogLevel::Info, "alarm store: can be written again");
 }
 
 BackendResult RequestHandler::execute(const Records& records, CR8KPackageV3& answer) {
@@ -180,6 +189,7 @@ void RequestHandler::clearAlarm(const Records& records, CR8KPackageV3& /*answer*
     }
     acceptOnly(m_store.clear(serials, now()));
     m_onNewEvents();
+    noteStoreChanged();
 }
 
 void RequestHandler::raiseAlarm(const Records& records, CR8KPackageV3& answer) {
@@ -187,6 +197,7 @@ void RequestHandler::raiseAlarm(const Records& records, CR8KPackageV3& answer) {
     for (const CTLVRecordV3* record : records) alarms.push_back(readAlarm(*record));
     acceptOnly(m_store.raise(alarms));
     m_onNewEvents();
+    noteStoreChanged();
     for (const Alarm& alarm : alarms) {
         auto record = newRecord(m_codes.raiseAlarm);
         appendUint32(*record, alarm_tag::SERIAL, alarm.serial);

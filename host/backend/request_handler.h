@@ -47,6 +47,8 @@ private:
         Operation operation;
     };
 
+    void noteStoreFailure(const std::string& reason);
+    void noteStoreChanged();
     BackendResult execute(const Records& records, CR8KPackageV3& answer);
     void getSystemWwn(const Records& records, CR8KPackageV3& answer);
     void getBackendStatus(const Records& records, CR8KPackageV3& answer);
@@ -61,4 +63,5 @@ private:
     const std::size_t m_packageLimit;
     BackendTraffic& m_traffic;
     const std::function<void()> m_onNewEvents;
+    std::atomic<bool> m_storeFailing{false};  // it was logged that a change failed, and none succeeded since
 };

@@ -48,6 +48,10 @@ int serve(const CommandLine& line) {
     sigaddset(&ending, SIGINT);
     pthread_sigmask(SIG_BLOCK, &ending, nullptr);
 
+    std::signal(SIGXFSZ, SIG_IGN);  // a file that reaches the process's limit is a failing write, not the end
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGHUP, SIG_IGN);  // sent to both programs when the agent is to reload: nothing is read again here
+
     reloadDeviceConfig();
     startLogging(logOptionsFromDevice());
     Backend backend(settingsOf(line));

@@ -5,6 +5,7 @@
 
 #include "host/services/backend_result.h"
 #include "host/services/logging.h"
+#include "host/services/out_of_memory.h"
 
 namespace {
 
@@ -31,11 +32,14 @@ void check(BackendConnection::Result result, const BackendConnection& connection
     if (result != BackendConnection::Result::Ok) throw ConnectionLost(connection.failure());
 }
 
-// Runs a call of the listener; what it throws must not end the subscription.
+// Runs a call of the listener; what it throws must not end the subscription. But for lack of memory: what was not
+// handled for that comes again with the next one.
 template <typename Call>
 void guarded(const char* what, const Call& call) {
     try {
         call();
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception& fault) {
         logLine(LOG_NAME, LogLevel::Error, std::string(what) + " failed: " + fault.what());
     }
@@ -80,7 +84,7 @@ void AlarmEventSource::run() {
             try {
                 runConnection();
             } catch (const std::exception& fault) {
-                noteFailure(fault.what());
+                untilMemory([&] { noteFailure(fault.what()); });
             }
             m_backoff.failed(Clock::now());
             if (waitFor(-1, 0, m_backoff.nextTry(), m_stop.descriptor()) == Wait::Cancelled) return;
@@ -93,8 +97,8 @@ void AlarmEventSource::run() {
 // One line when the subscription ends or does not come about, none for the attempts that follow.
 void AlarmEventSource::noteFailure(const std::string& reason) {
     if (m_failureKnown) return;
-    m_failureKnown = true;
     logLine(LOG_NAME, LogLevel::Warn, "no subscription at " + m_options.address.text() + ": " + reason);
+    m_failureKnown = true;
 }
 
 // Ends only by an exception.
@@ -122,7 +126,7 @@ void AlarmEventSource::runConnection() {
     struct Connected {
         explicit Connected(Listener& l) : listener(l) {}
         ~Connected() {
-            guarded("the listener's onDisconnected", [this] { listener.onDisconnected(); });
+            untilMemory([this] { guarded("the listener's onDisconnected", [this] { listener.onDisconnected(); }); });
         }
         Connected(const Connected&) = delete;
         Connected& operator=(const Connected&) = delete;

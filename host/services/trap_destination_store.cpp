@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -178,7 +179,10 @@ void TrapDestinationStore::begin() {
         m_lastNumber = m_database->readLastNumber();
     } catch (const SqliteError& error) {
         m_failed = true;
-        logLine("destinations", LogLevel::Error, m_path + " cannot be changed: " + error.what());
+        noteFailure(error.what());
+    } catch (...) {
+        m_database->rollBack();
+        throw;
     }
     m_writer = std::this_thread::get_id();
 }
@@ -190,15 +194,37 @@ int TrapDestinationStore::commit() {
     }
     try {
         m_database->commit();
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_rows.swap(m_working);
-    } catch (const SqliteError& error) {
-        logLine("destinations", LogLevel::Error, m_path + " cannot be written: " + error.what());
+    } catch (const std::exception& error) {
+        noteFailure(error.what());
         rollBack();
         return TRAP_DESTINATION_STORE_FAILED;
     }
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_rows.swap(m_working);
+    }
     m_writer = std::thread::id();
+    if (m_changed) noteSuccess();
     return TRAP_DESTINATION_OK;
+}
+
+// One line for each change of state. Without memory for it the next failure tells.
+void TrapDestinationStore::noteFailure(const char* reason) {
+    if (m_failureKnown) return;
+    try {
+        logLine("destinations", LogLevel::Error, m_path + " cannot be written: " + reason);
+        m_failureKnown = true;
+    } catch (const std::bad_alloc&) {
+    }
+}
+
+void TrapDestinationStore::noteSuccess() {
+    if (!m_failureKnown) return;
+    try {
+        logLine("destinations", LogLevel::Info, m_path + " can be written again");
+        m_failureKnown = false;
+    } catch (const std::bad_alloc&) {
+    }
 }
 
 void TrapDestinationStore::rollBack() {
@@ -224,7 +250,7 @@ int TrapDestinationStore::changeInTransaction(Change body) {
         return result;
     } catch (const SqliteError& error) {
         m_failed = true;
-        logLine("destinations", LogLevel::Error, m_path + " cannot be written: " + error.what());
+        noteFailure(error.what());
         return TRAP_DESTINATION_STORE_FAILED;
     } catch (...) {
         m_failed = true;  // file and m_working may differ

@@ -83,6 +83,8 @@ private:
     void begin();
     int commit();
     void rollBack();
+    void noteFailure(const char* reason);
+    void noteSuccess();
     bool isDuplicate(const tTrapDestInfo& destination, unsigned int number) const;
     unsigned int nextNumber() const;
     bool isInTransaction() const { return m_writer.load() == std::this_thread::get_id(); }
@@ -95,6 +97,7 @@ private:
     std::recursive_mutex m_writing;
     std::unique_ptr<Database> m_database;
     bool m_changed = false;         // since the transaction's begin
+    bool m_failureKnown = false;    // it was logged that the file cannot be written
     bool m_failed = false;          // the transaction lost its database: nothing of it may be committed
     Rows m_working;                 // the rows as the transaction has them
     unsigned int m_lastNumber = 0;  // last one assigned, of m_working
