@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <string_view>
+#include <utility>
 
 #include "alarm/alarm_constants.h"
 #include "alarm/snmp_alarm_iniparser.h"
@@ -106,15 +107,56 @@ void replaceBraceWithEmptyString(CVRXDebugKitGuard& guard, std::string& text) {
     text.resize(kept);
 }
 
-bool replaceByPair(std::string& text, int index, std::size_t start, std::size_t length, const POSITION_LIST& pairs) {
-    if (index < 0) return false;  // positions do not wrap
+// The value of the first pair with that index, null when none has it.
+const std::string* valueOf(int index, const POSITION_LIST& pairs) {
+    if (index < 0) return nullptr;  // positions do not wrap
     const auto found = std::find_if(pairs.begin(), pairs.end(), [index](const POSITION_LIST::value_type& pair) {
         return pair.first == static_cast<unsigned int>(index);
     });
-    if (found == pairs.end() || start > text.size()) return false;
-    text.replace(start, length, found->second);
-    return true;
+    return found == pairs.end() ? nullptr : &found->second;
 }
+
+// A text while its placeholders are expanded: what stands before the place of the last replacement is done, the rest is
+// searched again. Values go into the room in front of the rest, or one that names itself would move the whole rest each
+// time.
+class Expansion {
+public:
+    explicit Expansion(std::string text) : m_rest(std::move(text)) {}
+
+    // Goes on to the next placeholder; false when there is none.
+    bool findPlaceholder() {
+        const std::size_t mark = m_rest.find(PLACEHOLDER_MARK, m_at);
+        if (mark == std::string::npos) return false;
+        m_done.append(m_rest, m_at, mark - m_at);
+        m_at = mark;
+        return true;
+    }
+
+    std::string indexText() const { return m_rest.substr(m_at + PLACEHOLDER_MARK.size(), INDEX_LENGTH); }
+
+    void replacePlaceholder(std::string_view value) {
+        m_at = std::min(m_at + PLACEHOLDER_MARK.size() + INDEX_LENGTH, m_rest.size());
+        if (value.size() > m_at) {
+            const std::size_t room = value.size() + m_rest.size();  // as much again: rarely
+            m_rest.insert(0, room, ' ');
+            m_at += room;
+        }
+        m_at -= value.size();
+        m_rest.replace(m_at, value.size(), value);
+    }
+
+    std::size_t size() const { return m_done.size() + m_rest.size() - m_at; }
+
+    std::string take() {
+        m_done.append(m_rest, m_at);
+        return std::move(m_done);
+    }
+
+private:
+    std::string m_done;
+    std::string m_rest;
+    std::size_t m_at = 0;  // where the rest begins
+};
 
 int replaceAlarmParamInfo(CVRXDebugKitGuard& guard, std::string templ, std::string& out, const POSITION_LIST& pairs) {
     if (pairs.empty()) {
@@ -123,15 +165,14 @@ int replaceAlarmParamInfo(CVRXDebugKitGuard& guard, std::string templ, std::stri
     }
     const std::size_t maxLength = templ.size() + MAX_GROWTH;
     std::size_t handled = 0;
-    // A value that was put in is searched again: the search resumes where its placeholder stood.
-    for (std::size_t mark = templ.find(PLACEHOLDER_MARK); mark != std::string::npos;
-         mark = templ.find(PLACEHOLDER_MARK, mark)) {
-        const std::string indexText = templ.substr(mark + PLACEHOLDER_MARK.size(), INDEX_LENGTH);
+    Expansion text(std::move(templ));
+    while (text.findPlaceholder()) {
+        const std::string indexText = text.indexText();
         if (indexText.empty()) {
             guard.error(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "no alarm parameter pos");
             return CAlarmConfigParser::NO_PARAMETER_POS;
         }
-        if (++handled > MAX_PLACEHOLDERS || templ.size() > maxLength) {
+        if (++handled > MAX_PLACEHOLDERS || text.size() > maxLength) {
             guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__,
                        "alarm text needs more than %zu replacements or grows by more than %zu bytes, the rest stays "
                        "as it is.",
@@ -139,19 +180,20 @@ int replaceAlarmParamInfo(CVRXDebugKitGuard& guard, std::string templ, std::stri
             break;
         }
         const int index = static_cast<int>(std::strtol(indexText.c_str(), nullptr, 10));
-        const std::size_t length = PLACEHOLDER_MARK.size() + indexText.size();
         // The bound is the number of placeholders of the detail, not the number of parameters, on purpose.
         if (index < 0 || static_cast<std::size_t>(index) >= pairs.size()) {
             guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "alarm parameter pos %d is out of range[0, %d]", index,
                        static_cast<int>(pairs.size()));
-            templ.replace(mark, length, KNONESTRING);
-        } else if (!replaceByPair(templ, index, mark, length, pairs)) {
+            text.replacePlaceholder(KNONESTRING);
+        } else if (const std::string* value = valueOf(index, pairs)) {
+            text.replacePlaceholder(*value);
+        } else {
             guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__,
                        "alarm parameter pos %d is not in the parameters of the detail", index);
-            templ.replace(mark, length, MISSING_PARAMETER);
+            text.replacePlaceholder(MISSING_PARAMETER);
         }
     }
-    out = std::move(templ);
+    out = text.take();
     return 0;
 }
 
@@ -283,5 +325,8 @@ int CAlarmConfigParser::replaceAlarmParamInfo(std::string templ, std::string& ou
 
 bool CAlarmConfigParser::replaceParaWithBraceValue(std::string& text, int index, std::size_t start, std::size_t length,
                                                    const POSITION_LIST& pairs) {
-    return replaceByPair(text, index, start, length, pairs);
+    const std::string* value = valueOf(index, pairs);
+    if (value == nullptr || start > text.size()) return false;
+    text.replace(start, length, *value);
+    return true;
 }

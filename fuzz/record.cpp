@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -170,7 +171,7 @@ private:
     }
 
     void append() {
-        if (m_bytes > 2'000'000) return;  // enough to pass every limit
+        if (m_bytes > 2 * LONGEST_VALUE) return;  // enough to pass every limit
         auto cell = std::make_unique<CTLVCell>();
         check(*cell, ModelCell());
         ModelCell model = fill(*cell);
@@ -234,7 +235,7 @@ private:
         require(cell.tag() == model.tag && cell.type() == model.type, "a cell's tag or type is wrong");
         require(cell.length() == model.value.size() && cell.size() == 4 + model.value.size(), "a cell's size is wrong");
         require((cell.data() == nullptr) == model.value.empty(), "a cell's data is null, or is not");
-        require(std::equal(model.value.begin(), model.value.end(), reinterpret_cast<const char*>(cell.data())),
+        require(model.value.empty() || memcmp(cell.data(), model.value.data(), model.value.size()) == 0,
                 "a cell's value is wrong");
         require(cell.toString() == model.text(), "a cell's text is wrong");
         require(CTLVCell::ValueCast<unsigned int>()(&cell) == static_cast<unsigned int>(model.cast(4)),

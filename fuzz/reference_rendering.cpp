@@ -205,6 +205,8 @@ bool Renderer::expand(const std::string& text, const std::vector<Placeholder>& p
             break;
         }
         ++replacements;
+        if (result.size() > m_work) throw TooMuchWork();
+        m_work -= result.size();
 
         const auto index = static_cast<int>(strtol(indexText.c_str(), nullptr, 10));
         std::string value;

@@ -23,6 +23,9 @@ struct Definition {
     std::optional<std::string> paramDesc;
 };
 
+// Thrown by render(): the alarm takes more work than the renderer may do.
+struct TooMuchWork {};
+
 // Outputs as the caller passed them in, until they are written.
 struct Texts {
     std::string location, detail;
@@ -32,6 +35,9 @@ struct Texts {
 
 class Renderer {
 public:
+    // `mostWork`: bytes that all replacements together may move.
+    explicit Renderer(std::size_t mostWork) : m_work(mostWork) {}
+
     // Of two definitions with one identifier the first counts.
     void define(const Definition& definition);
     // Of two members with one key the first counts.
@@ -53,6 +59,7 @@ private:
     bool expand(const std::string& text, const std::vector<Placeholder>& placeholders, std::string& out);
     void say(const std::string& line) { m_log.push_back(line); }
 
+    std::size_t m_work;  // left
     std::map<unsigned long long, Definition> m_definitions;
     std::map<std::string, std::string> m_descriptions;
     std::vector<std::string> m_log;

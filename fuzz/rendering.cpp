@@ -5,6 +5,7 @@
 #include <tinyxml.h>
 
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,6 +22,14 @@ constexpr unsigned long long UNKNOWN_ALARM = 4295229444ULL;
 
 constexpr const char* ATTRIBUTES[] = {"detail", "location", "suggestion", "name", "paramDesc"};
 constexpr std::size_t MEMBERS_AT = 1 + std::size(ATTRIBUTES);
+
+// Values that hold placeholders of themselves are bounded, but far away: the fuzzer looks at cheaper ones, and the
+// corpus has the others.
+#ifdef TAMREL_FUZZER
+constexpr std::size_t MOST_WORK = 4 << 20;
+#else
+constexpr std::size_t MOST_WORK = std::numeric_limits<std::size_t>::max();
+#endif
 
 struct Member {
     std::string type, value, description;
@@ -103,17 +112,22 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     AlarmHost alarms;
     CAlarmConfigParser& parser = *CAlarmConfigParser::instance();
     give(parser, c);
-    reference::Renderer renderer;
+    reference::Renderer renderer(MOST_WORK);
     give(renderer, c);
 
     for (const unsigned long long id : {ALARM, UNKNOWN_ALARM, 0ULL}) {
+        reference::Texts expected{"location before", "detail before", 77, "name before", "suggestion before"};
+        reference::Texts product = expected;
+        const std::size_t logged = renderer.log().size();
+        int expectedResult = 0;
+        try {
+            expectedResult = renderer.render(id, c.parameters, expected);
+        } catch (const reference::TooMuchWork&) {
+            return 0;
+        }
         alarms.host().log().clear();
-        reference::Texts product{"location before", "detail before", 77, "name before", "suggestion before"};
-        reference::Texts expected = product;
         const int result = parser.getAlarmInfo(id, c.parameters, product.location, product.detail, product.level,
                                                product.name, product.suggestion);
-        const std::size_t logged = renderer.log().size();
-        const int expectedResult = renderer.render(id, c.parameters, expected);
 
         compare("result", std::to_string(result), std::to_string(expectedResult));
         compare("level", std::to_string(product.level), std::to_string(expected.level));
