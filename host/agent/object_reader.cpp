@@ -4,6 +4,7 @@
 #include "host/agent/object_reader.h"
 
 #include <exception>
+#include <limits>
 #include <string>
 #include <utility>
 
@@ -20,6 +21,8 @@ constexpr std::chrono::milliseconds REREAD_TIME{250};
 
 constexpr std::size_t BATCH_ROWS = 50;  // that one backend call gives, at one moment
 
+constexpr std::size_t MOST_ROWS = 1'000'000;  // a backend whose rows grow without end must not fill the memory
+
 const OidVector ENTERPRISE = {1, 3, 6, 1, 4, 1, 99871, 2};  // requests name rows below it
 
 std::unique_ptr<CTLVRecordV3> newRecord() {
@@ -27,7 +30,7 @@ std::unique_ptr<CTLVRecordV3> newRecord() {
 }
 
 // The row's name as a request carries it: with the first column, below the enterprise.
-std::string rowOid(const MibObject& object, std::uint32_t number) {
+std::string rowOid(const MibObject& object, std::uint64_t number) {
     OidVector name(object.root.begin() + static_cast<std::ptrdiff_t>(ENTERPRISE.size()), object.root.end());
     name.insert(name.end(), {MibObject::ENTRY, object.columns.front().number, number});
     return oidText(name);
@@ -36,13 +39,12 @@ std::string rowOid(const MibObject& object, std::uint32_t number) {
 }  // namespace
 
 ObjectReader::ObjectReader(const MibObject& object, CSnmpHandler& handler, std::function<std::uint64_t()> changes)
-    : m_object(&object), m_handler(handler), m_changes(std::move(changes)), m_batch(false), m_large(false) {
-    if (auto* const batch = dynamic_cast<CSnmpTableBase*>(&handler)) {
-        batch->setWholeTable(true);
-        m_batch = isBelow(object.root.data(), object.root.size(), ENTERPRISE);
-        m_large = m_batch;
-    }
-}
+    : m_object(&object),
+      m_handler(handler),
+      m_changes(std::move(changes)),
+      m_table(dynamic_cast<CSnmpTableBase*>(&handler)),
+      m_batch(m_table != nullptr && isBelow(object.root.data(), object.root.size(), ENTERPRISE)),
+      m_large(m_batch) {}
 
 std::unique_ptr<CR8KPackageV3> ObjectReader::query(const CR8KPackageV3& request) {
     const CVRX_SnmpContext context{};
@@ -61,6 +63,7 @@ std::unique_ptr<CR8KPackageV3> ObjectReader::query(const CR8KPackageV3& request)
 }
 
 std::unique_ptr<CR8KPackageV3> ObjectReader::records() {
+    if (m_table != nullptr) m_table->setWholeTable(true);
     CR8KPackageV3 request;
     auto record = newRecord();
     if (m_batch) appendUint64(*record, CSnmpTableBase::REQUEST_TYPE_TAG, CSnmpTableBase::REQUEST_GETBULK);
@@ -68,8 +71,29 @@ std::unique_ptr<CR8KPackageV3> ObjectReader::records() {
     return query(request);
 }
 
+std::unique_ptr<CR8KPackageV3> ObjectReader::batchBehind(std::uint64_t row) {
+    m_table->setWholeTable(false);
+    CR8KPackageV3 request;
+    auto record = newRecord();
+    appendUint64(*record, CSnmpTableBase::REQUEST_TYPE_TAG, CSnmpTableBase::REQUEST_GETBULK);
+    if (row > 0) appendText(*record, CSnmpTableBase::REQUEST_OID_TAG, rowOid(*m_object, row));
+    request.append(std::move(record));
+    return query(request);
+}
+
+// Batch by batch, so that the records of a large table are never all there at once.
+void ObjectReader::addBatches(TableSnapshot& snapshot) {
+    std::uint64_t row = 0;
+    while (row <= std::numeric_limits<std::uint32_t>::max()) {  // behind it no request can go on
+        const auto batch = batchBehind(row);
+        if (batch->records().empty()) return;
+        addRows(*batch, snapshot);
+        if (snapshot.rows() > MOST_ROWS) throw ReadError("more than " + std::to_string(MOST_ROWS) + " rows");
+        row = batch->records().back()->identifier();  // ordered, and behind the row asked for
+    }
+}
+
 void ObjectReader::addRows(const CR8KPackageV3& response, TableSnapshot& snapshot) const {
-    snapshot.reserve(response.records().size());
     std::size_t position = 0;
     for (const CTLVRecordV3* record : response.records()) {
         if (const auto number = rowNumber(*m_object, *record, position)) snapshot.add(*number, *record);
@@ -83,10 +107,16 @@ SnapshotPointer ObjectReader::whole() {
         const std::optional<std::uint64_t> event = m_large ? lastBackendEvent() : std::nullopt;
         const std::uint64_t changes = m_changes();
         auto snapshot = std::make_shared<TableSnapshot>(*m_object, changes, TableSnapshot::Clock::now());
-        addRows(*records(), *snapshot);
+        snapshot->reserve(m_rows + BATCH_ROWS);
+        if (m_batch) {
+            addBatches(*snapshot);
+        } else {
+            addRows(*records(), *snapshot);
+        }
         snapshot->finish();
+        m_rows = snapshot->rows();
         const bool compared = m_large;
-        m_large = m_batch && snapshot->rows() >= BATCH_ROWS;
+        m_large = m_batch && m_rows >= BATCH_ROWS;
         const bool oneMoment = m_changes() == changes && (!m_large || (compared && lastBackendEvent() == event));
         if (oneMoment || TableSnapshot::Clock::now() - begin >= REREAD_TIME) return snapshot;
     }

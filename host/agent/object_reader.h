@@ -17,6 +17,8 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+class CSnmpTableBase;
+
 class ObjectReader {
 public:
     // `changes` counts the object's changes, for any thread. Object and handler outlive the reader.
@@ -41,11 +43,15 @@ public:
 
 private:
     std::unique_ptr<CR8KPackageV3> query(const CR8KPackageV3& request);
+    std::unique_ptr<CR8KPackageV3> batchBehind(std::uint64_t row);
+    void addBatches(TableSnapshot& snapshot);
     void addRows(const CR8KPackageV3& response, TableSnapshot& snapshot) const;
 
     const MibObject* m_object;
     CSnmpHandler& m_handler;
     std::function<std::uint64_t()> m_changes;
-    bool m_batch;  // the handler is a CSnmpTableBase
-    bool m_large;  // it had more than a batch of rows when it was read last, or was not read yet
+    CSnmpTableBase* m_table;  // the handler, if it reads in batches
+    bool m_batch;             // and gives them one by one
+    bool m_large;             // it had more than a batch of rows when it was read last, or was not read yet
+    std::size_t m_rows = 0;   // when it was read last
 };

@@ -1,6 +1,26 @@
 #include "host/agent/table_snapshot.h"
 
 #include <algorithm>
+#include <cstring>
+
+namespace {
+
+constexpr std::size_t TEXT_BLOCK = 16UL * 1024UL;
+
+}  // namespace
+
+const char* TableSnapshot::Texts::add(std::string_view text) {
+    if (text.size() > m_left) {
+        m_left = std::max(text.size(), TEXT_BLOCK);
+        m_blocks.push_back(std::make_unique<char[]>(m_left));
+        m_free = m_blocks.back().get();
+    }
+    std::memcpy(m_free, text.data(), text.size());
+    const char* const added = m_free;
+    m_free += text.size();
+    m_left -= text.size();
+    return added;
+}
 
 TableSnapshot::TableSnapshot(const MibObject& object, std::uint64_t changes, Clock::time_point taken)
     : m_object(&object), m_changes(changes), m_taken(taken) {
@@ -23,8 +43,8 @@ void TableSnapshot::add(std::uint32_t number, const CTLVRecordV3& record) {
             if (const auto value = valueOfCell(CTLVRecordV3::cellAt(found), column->syntax)) {
                 cell.type = value->type;
                 cell.length = static_cast<std::uint32_t>(value->octets.size());
-                cell.value = value->octets.empty() ? value->number : m_texts.size();
-                m_texts += value->octets;
+                cell.number = value->number;
+                if (cell.length > 0) cell.text = m_texts.add(value->octets);
             }
         }
         m_cells.push_back(cell);
@@ -38,9 +58,11 @@ std::size_t TableSnapshot::finish() {
     m_rows.erase(
         std::unique(m_rows.begin(), m_rows.end(), [](const tRow& a, const tRow& b) { return a.number == b.number; }),
         m_rows.end());
-    m_rows.shrink_to_fit();
-    m_cells.shrink_to_fit();
-    m_texts.shrink_to_fit();
+    // Copying all cells for the sake of a few would cost more than it gives.
+    if (m_cells.capacity() - m_cells.size() > m_cells.size() / 8) {
+        m_rows.shrink_to_fit();
+        m_cells.shrink_to_fit();
+    }
     return added - m_rows.size();
 }
 
@@ -129,8 +151,8 @@ OidVector TableSnapshot::name(Instance instance) const {
 
 TableSnapshot::Value TableSnapshot::value(Instance instance) const {
     const tCell& from = cell(instance);
-    const std::string_view texts = m_texts;
-    return {from.type, from.value, from.length > 0 ? texts.substr(from.value, from.length) : std::string_view()};
+    if (from.length > 0) return {from.type, 0, {from.text, from.length}};
+    return {from.type, from.number, {}};
 }
 
 bool TableSnapshot::fill(Instance instance, netsnmp_variable_list* varbind) const {

@@ -75,9 +75,23 @@ public:
 
 private:
     struct tCell {
-        std::uint32_t length = 0;
+        std::uint32_t length = 0;       // of a text
         unsigned char type = ASN_NULL;  // ASN_NULL: no instance
-        std::uint64_t value = 0;        // number, or position in m_texts
+        union {
+            std::uint64_t number = 0;
+            const char* text;  // when length is not 0; in m_texts
+        };
+    };
+
+    // Texts one behind the other in blocks that never move.
+    class Texts {
+    public:
+        const char* add(std::string_view text);
+
+    private:
+        std::vector<std::unique_ptr<char[]>> m_blocks;
+        char* m_free = nullptr;
+        std::size_t m_left = 0;
     };
     struct tRow {
         std::uint32_t number;
@@ -93,7 +107,7 @@ private:
     std::vector<const MibColumn*> m_columns;  // the readable ones
     std::vector<tRow> m_rows;
     std::vector<tCell> m_cells;
-    std::string m_texts;
+    Texts m_texts;
 };
 
 using SnapshotPointer = std::shared_ptr<const TableSnapshot>;

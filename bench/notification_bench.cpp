@@ -1,0 +1,275 @@
+// What an alarm event costs until its trap is on the wire, step by step, with the real module and a real socket, beside
+// what Net-SNMP takes to send a PDU that is ready, and the system to send a packet that is ready.
+#include "host/agent/trap_conversion.h"  // first: see there
+
+#include <arpa/inet.h>
+#include <benchmark/benchmark.h>
+#include <dlfcn.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/agent/agent_loop.h"
+#include "host/agent/notification_ledger.h"
+#include "host/agent/notification_path.h"
+#include "host/agent/trap_pdu.h"
+#include "host/agent/trap_session.h"
+#include "host/services/backend_protocol.h"
+#include "host/services/backend_socket.h"
+#include "platform/notify_handler.h"
+#include "platform/notify_msg_handler.h"
+#include "platform/snmp_svc_module.h"
+
+namespace {
+
+constexpr unsigned long long ALARM = 4295032833;  // of the shipped definitions, with two parameters
+constexpr const char* COMMUNITY = "traps";
+constexpr int READY_PDUS = 200;     // made at a time
+constexpr int EVENTS_AT_ONCE = 16;  // of a burst, as many as the sender sends in a turn
+
+// Product root, module and a socket that takes all traps; one for the program.
+class Surroundings {
+public:
+    Surroundings() : m_sink(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        std::string root = (std::filesystem::temp_directory_path() / "notification_bench_XXXXXX").string();
+        if (mkdtemp(root.data()) == nullptr) throw std::runtime_error("no folder");
+        m_root = root;
+        std::filesystem::copy(TAMREL_SHARE, m_root, std::filesystem::copy_options::recursive);
+        ::setenv("VRX_ROOT", m_root.c_str(), 1);
+        ::setenv("MIBS", "", 1);
+        ::setenv("SNMP_PERSISTENT_DIR", (m_root + "/net-snmp").c_str(), 1);
+        ::setenv("SNMPCONFPATH", m_root.c_str(), 1);
+        init_snmp("notification_bench");
+        openSink();
+        loadModule();
+    }
+    ~Surroundings() {
+        m_stop = true;
+        ::shutdown(m_sink.get(), SHUT_RDWR);
+        m_reader.join();
+        m_module.reset();
+        std::error_code ignored;  // a left-over folder is no reason to fail
+        std::filesystem::remove_all(m_root, ignored);
+    }
+    Surroundings(const Surroundings&) = delete;
+    Surroundings& operator=(const Surroundings&) = delete;
+
+    const std::string& root() const { return m_root; }
+    unsigned int port() const { return ntohs(m_address.sin_port); }
+    const sockaddr_in& address() const { return m_address; }
+    INotifyMsgHandler& handler() const { return *CNotifyHandler::instance()->handlers().front(); }
+
+private:
+    void openSink() {
+        m_address.sin_family = AF_INET;
+        m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof m_address;
+        auto* const address = reinterpret_cast<sockaddr*>(&m_address);
+        if (::bind(m_sink.get(), address, size) != 0 || ::getsockname(m_sink.get(), address, &size) != 0) {
+            throw std::runtime_error("no socket");
+        }
+        m_reader = std::thread([this] {
+            char datagram[2048];
+            while (!m_stop && ::recv(m_sink.get(), datagram, sizeof datagram, 0) > 0) continue;
+        });
+    }
+
+    void loadModule() {
+        void* const library = dlopen(TAMREL_MODULE, RTLD_NOW | RTLD_LOCAL);
+        void* const symbol = library == nullptr ? nullptr : dlsym(library, "SNMP_SvcModuleCreator");
+        if (symbol == nullptr) throw std::runtime_error("no module at " TAMREL_MODULE);
+        m_module.reset(reinterpret_cast<CSNMP_Svc_Module* (*)()>(symbol)());
+    }
+
+    std::string m_root;
+    FileDescriptor m_sink;
+    sockaddr_in m_address{};
+    std::atomic<bool> m_stop{false};
+    std::thread m_reader;
+    std::unique_ptr<CSNMP_Svc_Module> m_module;
+};
+
+const Surroundings& surroundings() {
+    static const Surroundings instance;
+    return instance;
+}
+
+std::unique_ptr<CTLVRecordV3> raisedAlarm() {
+    auto record = std::make_unique<CTLVRecordV3>(1, CTLVRecordV3::DEFAULT_BUCKETS);
+    appendUint32(*record, alarm_tag::TYPE, 1);
+    appendUint64(*record, alarm_tag::ID, ALARM);
+    appendUint32(*record, alarm_tag::LEVEL, 5);
+    appendUint32(*record, alarm_tag::SERIAL, 70);
+    appendUint64(*record, alarm_tag::RAISED, 1'700'000'000);
+    appendUint64(*record, alarm_tag::ENDED, 0);
+    appendUint64(*record, alarm_tag::SECOND_END, 0);
+    appendText(*record, alarm_tag::PARAMETERS, "someone,once");
+    return record;
+}
+
+Trap trapOfAlarm() {
+    INotifyMsgHandler& handler = surroundings().handler();
+    Agentpp::Vbx* bindings = nullptr;
+    if (handler.constructAlarmTrapVb(*raisedAlarm(), bindings) != 0) throw std::runtime_error("no trap");
+    const std::unique_ptr<Agentpp::Vbx[]> owned(bindings);
+    int leftOut = 0;
+    return trapOf(handler.getTrapOid(ALARM), bindings, handler.getTrapVbLen(), leftOut);
+}
+
+// The module alone: definition, rendering, bindings.
+void recordToBindings(benchmark::State& state) {
+    INotifyMsgHandler& handler = surroundings().handler();
+    const auto record = raisedAlarm();
+    for (auto _ : state) {
+        Agentpp::Vbx* bindings = nullptr;
+        if (handler.constructAlarmTrapVb(*record, bindings) != 0) state.SkipWithError("not built");
+        benchmark::DoNotOptimize(handler.getTrapOid(ALARM));
+        delete[] bindings;
+    }
+}
+BENCHMARK(recordToBindings);
+
+// Keeps nothing.
+class NoTransport : public TrapTransport {
+public:
+    std::string community() override { return COMMUNITY; }
+    std::optional<int> levelOfUser(const std::string&) override { return std::nullopt; }
+    std::unique_ptr<TrapChannel> open(const TrapRoute&, std::string&) override { return std::make_unique<Channel>(); }
+
+private:
+    struct Channel : TrapChannel {
+        TrapSendResult send(const Trap&) override { return {}; }
+    };
+};
+
+// The agent's whole way of an event, over a transport.
+class Way {
+public:
+    explicit Way(TrapTransport& transport)
+        : m_sender(m_loop, unpaced(), transport),
+          m_ledger(surroundings().root() + "/notifications.db"),
+          m_binding(CNotifyHandler::instance()->handlers()),
+          m_path(CNotifyHandler::instance()->handlers(), m_binding, m_sender, m_ledger, [] {}) {
+        tTrapDestInfo destination;
+        destination.index = "1";
+        destination.address = "127.0.0.1";
+        destination.port = surroundings().port();
+        destination.version = 2;
+        destination.trapType = 1;
+        destination.user = COMMUNITY;
+        m_sender.setDestinations({destination});
+        m_path.onConnected(0, {});
+        turnUntilSent();
+    }
+    ~Way() { m_sender.stop(); }
+    Way(const Way&) = delete;
+    Way& operator=(const Way&) = delete;
+
+    void take(const CTLVRecordV3& record, int events) {
+        for (int i = 0; i < events; ++i) m_path.onEvent(++m_sequence, record);
+        turnUntilSent();
+    }
+
+    std::uint64_t sent() const { return m_sender.status().destinations.front().counters.sent; }
+
+private:
+    static TrapOptions unpaced() {
+        TrapOptions options;
+        options.rate = 1'000'000'000;
+        options.burst = 1'000'000'000;
+        return options;
+    }
+
+    void turnUntilSent() {
+        while (m_ledger.lastDone().value_or(0) < m_sequence) agent_check_and_process(0);
+    }
+
+    AgentLoop m_loop;
+    TrapSender m_sender;
+    NotificationLedger m_ledger;
+    TamrelBinding m_binding;
+    NotificationPath m_path;
+    unsigned long long m_sequence = 0;
+};
+
+void takeEvents(benchmark::State& state, TrapTransport& transport) {
+    const int events = static_cast<int>(state.range(0));
+    const auto record = raisedAlarm();
+    Way way(transport);
+    const std::uint64_t before = way.sent();
+    for (auto _ : state) way.take(*record, events);
+    state.SetItemsProcessed(state.iterations() * events);
+    if (way.sent() - before != static_cast<std::uint64_t>(state.items_processed())) state.SkipWithError("not all sent");
+}
+
+// Record to bindings, choice of destinations, queue, loop: all but the network.
+void eventToNoTransport(benchmark::State& state) {
+    NoTransport transport;
+    takeEvents(state, transport);
+}
+BENCHMARK(eventToNoTransport)->Arg(1)->Arg(EVENTS_AT_ONCE);
+
+// All of it.
+void eventToSocket(benchmark::State& state) {
+    NetSnmpTrapTransport transport;
+    takeEvents(state, transport);
+}
+BENCHMARK(eventToSocket)->Arg(1)->Arg(EVENTS_AT_ONCE);
+
+struct CloseSession {
+    void operator()(void* session) const { snmp_sess_close(session); }
+};
+
+// Only the sending of PDUs of the same trap, which are made while the clock stands.
+void readyPduOverCachedSession(benchmark::State& state) {
+    const Trap trap = trapOfAlarm();
+    std::string peer = "udp:127.0.0.1:" + std::to_string(surroundings().port());
+    std::string community = COMMUNITY;
+    netsnmp_session wanted;
+    snmp_sess_init(&wanted);
+    wanted.peername = peer.data();
+    wanted.version = SNMP_VERSION_2c;
+    wanted.community = reinterpret_cast<u_char*>(community.data());
+    wanted.community_len = community.size();
+    const std::unique_ptr<void, CloseSession> session(snmp_sess_open(&wanted));
+    if (!session) return state.SkipWithError("no session");
+    std::vector<PduPointer> pdus;
+    for (auto _ : state) {
+        if (pdus.empty()) {
+            state.PauseTiming();
+            for (int i = 0; i < READY_PDUS; ++i) pdus.push_back(makeTrapPdu(trap, 1));
+            state.ResumeTiming();
+        }
+        PduPointer pdu = std::move(pdus.back());
+        pdus.pop_back();
+        if (snmp_sess_send(session.get(), pdu.get()) == 0) return state.SkipWithError("not sent");
+        static_cast<void>(pdu.release());  // the library has freed it
+    }
+}
+BENCHMARK(readyPduOverCachedSession);
+
+void readyPacketBySendto(benchmark::State& state) {
+    constexpr std::size_t PACKET = 760;  // about what the trap takes
+    const std::vector<char> packet(PACKET, 'x');
+    const FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const sockaddr_in& sink = surroundings().address();
+    for (auto _ : state) {
+        if (::sendto(socket.get(), packet.data(), packet.size(), 0, reinterpret_cast<const sockaddr*>(&sink),
+                     sizeof sink) < 0) {
+            state.SkipWithError("not sent");
+        }
+    }
+}
+BENCHMARK(readyPacketBySendto);
+
+}  // namespace
+
+BENCHMARK_MAIN();
