@@ -221,10 +221,10 @@ TEST_F(AlarmDefinitionsTest, FileThatCannotBeReadFails) {
 TEST_F(AlarmDefinitionsTest, FileBeyondTheConfiguredSizeFails) {
     host.setConfig("SNMP_CONF", "ALARM_FILE_LIMIT_MIB", "1");
     const std::string document = "<root><eventDefinition/></root>";
-    writeDefinitionFile(document + std::string(1024 * 1024 - document.size(), ' '));
+    writeDefinitionFile(document + std::string(1024UL * 1024 - document.size(), ' '));
     EXPECT_EQ(loadFailure(), "");
     CAlarmConfigParser::destroy();
-    const std::string path = writeDefinitionFile(document + std::string(1024 * 1024 + 1 - document.size(), ' '));
+    const std::string path = writeDefinitionFile(document + std::string(1024UL * 1024 + 1 - document.size(), ' '));
     EXPECT_EQ(loadFailure(),
               "open config file(" + path + ") failed.\nFile is larger than 1 MiB. Location(row:0,col:0).");
 }
@@ -259,7 +259,7 @@ TEST_F(AlarmDefinitionsTest, HundredThousandLevelsFailOnASmallStack) {
     std::string message;
     pthread_attr_t attributes;
     ASSERT_EQ(pthread_attr_init(&attributes), 0);
-    ASSERT_EQ(pthread_attr_setstacksize(&attributes, 1024 * 1024), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&attributes, 1024UL * 1024), 0);
     pthread_t thread;
     ASSERT_EQ(pthread_create(
                   &thread, &attributes,
@@ -409,6 +409,7 @@ TEST_F(AlarmDefinitionsTest, ConstantsHaveTheirValues) {
 TEST_F(AlarmDefinitionsTest, ManyThreadsGetTheSameInstance) {
     std::vector<std::thread> threads;
     std::vector<CAlarmConfigParser*> seen(8);
+    threads.reserve(seen.size());
     for (CAlarmConfigParser*& parser : seen) {
         threads.emplace_back([&parser] { parser = CAlarmConfigParser::instance(); });
     }

@@ -16,7 +16,6 @@ using testing::AllOf;
 using testing::Each;
 using testing::ElementsAre;
 using testing::EndsWith;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Pair;
 using testing::SizeIs;
@@ -220,15 +219,15 @@ TEST_F(AlarmRenderingTest, ValueThatNamesItselfEndsWithOneWarning) {
 
 TEST_F(AlarmRenderingTest, ValueThatDoublesItselfIsBounded) {
     const std::string detail = renderDetail("##00", "##00##00");
-    EXPECT_EQ(detail.size(), 4 + 10000U * 4);
+    EXPECT_EQ(detail.size(), 4 + 10000UL * 4);
     EXPECT_THAT(logged(), ElementsAre(GROWTH_WARNING));
 }
 
 TEST_F(AlarmRenderingTest, LongValueThatRepeatsItselfIsBounded) {
     const std::string filler(60000, 'x');
     const std::string detail = renderDetail("##00", "##00" + filler);
-    EXPECT_GT(detail.size(), 1024U * 1024);
-    EXPECT_LT(detail.size(), 1024U * 1024 + 2 * filler.size());
+    EXPECT_GT(detail.size(), 1024UL * 1024);
+    EXPECT_LT(detail.size(), 1024UL * 1024 + 2 * filler.size());
     EXPECT_THAT(detail, AllOf(StartsWith("##00x"), EndsWith("x")));
     EXPECT_THAT(logged(), ElementsAre(GROWTH_WARNING));
 }
@@ -248,6 +247,7 @@ TEST_F(AlarmRenderingTest, ManyThreadsRenderAlike) {
     load();
     std::vector<std::thread> threads;
     std::vector<int> wrong(6);
+    threads.reserve(wrong.size());
     for (int& count : wrong) {
         threads.emplace_back([&count] {
             for (int i = 0; i < 200; ++i) {

@@ -34,7 +34,6 @@ std::string __wrap__Z13GetSystemNameB5cxx11v() {
 
 namespace {
 
-using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -564,6 +563,7 @@ TEST_F(NotifyHandlerTest, ManyThreadsBuildTheSameTrap) {
     load();
     std::vector<std::thread> threads;
     std::vector<int> wrong(6);
+    threads.reserve(wrong.size());
     for (int& count : wrong) {
         threads.emplace_back([this, &count] {
             for (int i = 0; i < 50; ++i) {

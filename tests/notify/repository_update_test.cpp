@@ -6,8 +6,9 @@
 
 // The linker sends the handlers' calls of getAlarmRepository() here, because the real one always has a repository.
 extern "C" {
-CAlarmRepository_Singleton* __real__ZN26CAlarmRepository_Singleton18getAlarmRepositoryEv();
-CAlarmRepository_Singleton* __wrap__ZN26CAlarmRepository_Singleton18getAlarmRepositoryEv();
+CAlarmRepository_Singleton*
+__real__ZN26CAlarmRepository_Singleton18getAlarmRepositoryEv();  // NOLINT: the linker's names
+CAlarmRepository_Singleton* __wrap__ZN26CAlarmRepository_Singleton18getAlarmRepositoryEv();  // NOLINT
 }
 
 namespace {
