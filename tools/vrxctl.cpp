@@ -12,11 +12,14 @@
 #include "module/vrx_exception.h"
 #include "platform/vrx_utility.h"
 #include "platform/vrx_xml_config.h"
+#include "tools/agent_call.h"
+#include "tools/agent_commands.h"
 #include "tools/alarm_commands.h"
 #include "tools/backend_call.h"
 #include "tools/definition_lint.h"
 #include "tools/package_text.h"
 #include "tools/render_command.h"
+#include "tools/user_commands.h"
 
 namespace {
 
@@ -117,6 +120,22 @@ int main(int argc, char** argv) {
     decodeCommand->add_option("--hex", hex, "the package as hex text");
     decodeCommand->add_flag("--hex-file", hexFile, "FILE holds hex text");
 
+    CLI::App* statusCommand = app.add_subcommand("status", "show how the agent does");
+    statusCommand->add_flag("--json", json, "as JSON");
+
+    CLI::App* reloadCommand = app.add_subcommand("reload", "let the agent take its configuration over, whole or not");
+
+    CLI::App* userCommand = app.add_subcommand("user", "SNMPv3 users of the agent");
+    userCommand->require_subcommand(1);
+    std::string user;
+    bool readOnly = false;
+    CLI::App* userAddCommand =
+        userCommand->add_subcommand("add", "make a user with new passphrases and show these once");
+    userAddCommand->add_option("NAME", user, "the user's name")->required();
+    userAddCommand->add_flag("--read-only", readOnly, "it may read but not write");
+    CLI::App* userRemoveCommand = userCommand->add_subcommand("remove", "take a user and its keys away");
+    userRemoveCommand->add_option("NAME", user, "the user's name")->required();
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -143,8 +162,24 @@ int main(int argc, char** argv) {
             const std::string text = !raw ? joinParameters(parameters) : parameters.empty() ? "" : parameters[0];
             return renderAlarm(std::cout, alarmId, text, explain) == 0 ? EX_OK : EX_DATAERR;
         }
+        if (*statusCommand) {
+            json ? printStatusAsJson(std::cout) : printStatus(std::cout);
+            return EX_OK;
+        }
+        if (*reloadCommand) return reloadAgent(std::cerr) ? EX_OK : EX_CONFIG;
+        if (*userAddCommand) {
+            addUser(std::cout, user, readOnly ? UserAccess::ReadOnly : UserAccess::ReadWrite);
+            return EX_OK;
+        }
+        if (*userRemoveCommand) {
+            removeUser(user);
+            return EX_OK;
+        }
         if (*lintCommand) return lint(definitions, enumerations, strict);
         if (*decodeCommand) return decode(hex, file, hexFile);
+    } catch (const AgentCallError& error) {
+        std::cerr << "vrxctl: " << error.what() << "\n";
+        return EX_UNAVAILABLE;
     } catch (const BackendCallError& error) {
         std::cerr << "vrxctl: " << error.what() << "\n";
         return EX_UNAVAILABLE;

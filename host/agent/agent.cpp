@@ -45,6 +45,18 @@ void Agent::reload() {
     m_users.refresh();
 }
 
+std::string Agent::addUser(const UserKeys& user) {
+    std::string fault = m_engine.addUser(user);
+    m_users.refresh();
+    return fault;
+}
+
+std::string Agent::removeUser(const std::string& name) {
+    std::string fault = m_engine.removeUser(name);
+    m_users.refresh();
+    return fault;
+}
+
 void Agent::reloadMibs() {
     m_loader.reloadMibs();
     for (std::size_t i = 0; i < m_objects.size(); ++i) m_objects[i]->setShape(*m_loader.objects()[i].mib);

@@ -43,6 +43,10 @@ public:
     // Reads the MIB files again. REQUIRES: all workers are held. Throws ModuleError, and nothing has changed.
     void reloadMibs();
 
+    // As the engine's operations of these names.
+    std::string addUser(const UserKeys& user);
+    std::string removeUser(const std::string& name);
+
     const SnmpEngine& engine() const { return m_engine; }
     const std::vector<std::string>& mibFiles() const { return m_loader.mibFiles(); }
     std::vector<ObjectWorker*> workers();

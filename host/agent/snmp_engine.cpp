@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -10,6 +12,7 @@
 #include <fstream>
 #include <random>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 #include "host/agent/agent_log.h"
@@ -136,6 +139,64 @@ SnmpEngine::SnmpEngine(const std::string& root, const std::string& state)
     g_reading = nullptr;
 }
 
+EngineIdentity SnmpEngine::identity() const {
+    std::array<unsigned char, SNMP_MAX_ENG_SIZE> engine{};
+    const std::size_t size = snmpv3_get_engineID(engine.data(), engine.size());
+    EngineIdentity identity;
+    for (std::size_t i = 0; i < size; ++i) {
+        constexpr std::string_view DIGITS = "0123456789abcdef";
+        identity.id += DIGITS[engine[i] >> 4U];
+        identity.id += DIGITS[engine[i] & 0xFU];
+    }
+    identity.boots = snmpv3_local_snmpEngineBoots();
+    identity.uptimeSeconds = netsnmp_get_agent_uptime() / 100;
+    return identity;
+}
+
+std::string SnmpEngine::addUser(const UserKeys& user) {
+    const auto plain = [](char c) {
+        return std::isalnum(static_cast<unsigned char>(c)) != 0 || strchr("._-", c) != nullptr;
+    };
+    const auto quotable = [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; };
+    if (user.name.empty() || user.name.size() > UserKeys::MAX_NAME ||
+        !std::all_of(user.name.begin(), user.name.end(), plain)) {
+        return "a user's name has 1 to 32 letters, digits and \"._-\"";
+    }
+    for (const std::string* passphrase : {&user.authentication, &user.privacy}) {
+        if (passphrase->size() < UserKeys::MIN_PASSPHRASE ||
+            !std::all_of(passphrase->begin(), passphrase->end(), quotable)) {
+            return "a passphrase has at least 8 printable ASCII characters, without quotes and backslashes";
+        }
+    }
+    for (const usmUser* other = usm_get_userList(); other != nullptr; other = other->next) {
+        if (other->secName != nullptr && user.name == other->secName)
+            return "there is a user " + user.name + " already";
+    }
+    std::string line = user.name + " SHA-256 \"" + user.authentication + "\" AES \"" + user.privacy + "\"";
+    std::vector<std::string> faults;
+    g_reading = &faults;
+    usm_parse_create_usmUser("createUser", line.data());
+    g_reading = nullptr;
+    if (!faults.empty()) return faults.front();
+    snmp_store(NAME);
+    return {};
+}
+
+std::string SnmpEngine::removeUser(const std::string& name) {
+    bool found = false;
+    usmUser* next = nullptr;
+    for (usmUser* user = usm_get_userList(); user != nullptr; user = next) {
+        next = user->next;
+        if (user->secName == nullptr || name != user->secName) continue;
+        usm_remove_user(user);
+        usm_free_user(user);
+        found = true;
+    }
+    if (!found) return "there is no user " + name;
+    snmp_store(NAME);
+    return {};
+}
+
 bool SnmpEngine::hasUsers() const {
     vacm_scanGroupInit();
     return vacm_scanGroupNext() != nullptr;
@@ -144,7 +205,6 @@ bool SnmpEngine::hasUsers() const {
 SnmpEngine::~SnmpEngine() {
     closeListeners();
     snmp_shutdown(NAME);
-    shutdown_master_agent();
     shutdown_agent();
 }
 
@@ -155,10 +215,8 @@ std::vector<std::string> SnmpEngine::configuredListeners() const {
 
 void SnmpEngine::listen(std::vector<std::string> addresses, RequestDesk& desk) {
     if (addresses.empty()) addresses = configuredListeners();
-    // Without its own listeners: they read two files of the system for each packet and know no desk.
-    netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, "none");
-    if (init_master_agent() != 0) throw EngineError("Net-SNMP's master agent cannot be initialised");
-
+    // Not init_master_agent(): it would open listeners of its own, which read two files of the system for each packet
+    // and know no desk, and a SMUX port besides.
     for (const std::string& address : addresses) {
         errno = 0;
         netsnmp_transport* const transport = netsnmp_transport_open_server("snmp", address.c_str());

@@ -25,6 +25,23 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// SNMPv3's name of this agent, how often it was started under it, and since when it runs.
+struct EngineIdentity {
+    std::string id;  // hexadecimal digits
+    unsigned long boots = 0;
+    unsigned long uptimeSeconds = 0;
+};
+
+// A user of SNMPv3 with HMAC-SHA-256 and AES-128 (RFC 7860, RFC 3826).
+struct UserKeys {
+    std::string name;
+    std::string authentication;  // passphrases, at least MIN_PASSPHRASE characters
+    std::string privacy;
+
+    static constexpr std::size_t MIN_PASSPHRASE = 8;  // RFC 3414, 11.2
+    static constexpr std::size_t MAX_NAME = 32;       // RFC 3414, SnmpAdminString (SIZE(1..32))
+};
+
 class SnmpEngine {
 public:
     static constexpr const char* NAME = "vrx-agentd";
@@ -45,6 +62,15 @@ public:
 
     // The configuration's agentAddress, or the default.
     std::vector<std::string> configuredListeners() const;
+
+    EngineIdentity identity() const;
+
+    // A user with keys from these passphrases; they are in the state folder when it returns, the passphrases nowhere.
+    // What it may do is the configuration's matter. Gives what is wrong, or "".
+    std::string addUser(const UserKeys& user);
+
+    // Takes all users of that name and their keys away. Gives what is wrong, or "".
+    std::string removeUser(const std::string& name);
 
     // Whether anybody may ask: a community or a user is configured.
     bool hasUsers() const;

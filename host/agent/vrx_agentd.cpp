@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "host/agent/agent.h"
+#include "host/agent/agent_control.h"
 #include "host/agent/agent_log.h"
 #include "host/agent/configuration_check.h"
 #include "host/agent/notification_service.h"
@@ -83,21 +84,23 @@ int check(const CommandLine& line) {
 }
 
 int serve(const CommandLine& line) {
-    const std::string root = absoluteRoot(line.root);
-    setProductRoot(root);
-    reloadDeviceConfig();
-    startLogging(logOptionsFromDevice());
-    loadIdentity();
-    stateFolder();
     std::signal(SIGPIPE, SIG_IGN);
-
-    // Before any thread: all of them leave the signals to the watch.
+    std::signal(SIGXFSZ, SIG_IGN);  // a file that reaches the process's limit is a failing write, not the end
+    // Before all else, so that an end in the midst of the start is one like any other; and before any thread: all of
+    // them leave the signals to the watch.
     AgentLoop loop;
     const auto end = [&loop] { loop.stop(); };
     std::function<void()> reload;
     const SignalWatch signals({{SIGTERM, end}, {SIGINT, end}, {SIGHUP, [&reload] {
                                                                    if (reload) reload();
                                                                }}});
+
+    const std::string root = absoluteRoot(line.root);
+    setProductRoot(root);
+    reloadDeviceConfig();
+    startLogging(logOptionsFromDevice());
+    loadIdentity();
+    stateFolder();
 
     std::unique_ptr<Backend> backend;
     if (line.embeddedBackend) {
@@ -109,9 +112,14 @@ int serve(const CommandLine& line) {
     NotificationService notifications(loop, [&agent] { agent.markAllChanged(); });
     agent.listen(line.listeners);
     notifications.start();
+    if (!agent.engine().hasUsers()) {
+        agent_log::warn("nobody may ask this agent yet: \"vrxctl --root " + root + " user add NAME\" makes a user");
+    }
     agent_log::info("ready");
 
     Reloader reloader(loop, agent, notifications, {root, checkCommand(root, line.modules)});
+    const AgentControl control(parseBackendAddress("unix:state/agent.sock", root), loop, agent, notifications,
+                               reloader);
     reload = [&reloader] { reloader.request(); };
     loop.run();
 
@@ -126,13 +134,13 @@ int serve(const CommandLine& line) {
 }
 
 int failed(int code, const std::exception& error) {
-    agent_log::error(error.what());
+    agent_log::fault({error.what()});
     return code;
 }
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     CLI::App app("SNMP agent that serves the objects of service modules and sends their traps.", "vrx-agentd");
     CommandLine line;
     defineOptions(app, line);
@@ -158,4 +166,6 @@ int main(int argc, char** argv) {
     } catch (const std::exception& error) {
         return failed(EX_SOFTWARE, error);
     }
+} catch (const std::exception& error) {  // no memory for the command line
+    return failed(EX_SOFTWARE, error);
 }

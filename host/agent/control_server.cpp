@@ -1,0 +1,112 @@
+#include "host/agent/control_server.h"
+
+#include <fcntl.h>
+#include <microhttpd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <exception>
+#include <system_error>
+#include <utility>
+
+namespace {
+
+constexpr unsigned int MAX_CONNECTIONS = 16;
+constexpr unsigned int IDLE_SECONDS = 30;
+
+MHD_Result addQueryItem(void* query, MHD_ValueKind, const char* name, const char* value) {
+    (*static_cast<std::map<std::string, std::string>*>(query))[name] = value == nullptr ? "" : value;
+    return MHD_YES;
+}
+
+MHD_Result send(MHD_Connection* connection, const ControlAnswer& answer) {
+    MHD_Response* const response = MHD_create_response_from_buffer(
+        answer.body.size(), const_cast<char*>(answer.body.data()), MHD_RESPMEM_MUST_COPY);
+    if (response == nullptr) return MHD_NO;
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, answer.type.c_str());
+    const MHD_Result queued = MHD_queue_response(connection, answer.status, response);
+    MHD_destroy_response(response);
+    return queued;
+}
+
+}  // namespace
+
+// One request while its body comes in.
+struct ControlServer::tPending {
+    ControlRequest request;
+    bool tooLarge = false;
+};
+
+void ControlServer::StopDaemon::operator()(MHD_Daemon* daemon) const {
+    MHD_stop_daemon(daemon);
+}
+
+ControlServer::ControlServer(const BackendAddress& address, std::vector<ControlRoute> routes)
+    : m_routes(std::move(routes)),
+      m_socketPath(address.kind == BackendAddress::Kind::Unix ? address.path : std::string()),
+      m_listener(listenSocket(address)) {
+    const auto handler = [](void* server, MHD_Connection* connection, const char* path, const char* method, const char*,
+                            const char* upload, std::size_t* uploadSize, void** pending) {
+        return serve(*static_cast<ControlServer*>(server), connection, path, method, upload, uploadSize, pending) != 0
+                   ? MHD_YES
+                   : MHD_NO;
+    };
+    const auto completed = [](void*, MHD_Connection*, void** pending, MHD_RequestTerminationCode) {
+        delete static_cast<tPending*>(*pending);
+        *pending = nullptr;
+    };
+    const int listener = ::fcntl(m_listener.get(), F_DUPFD_CLOEXEC, 0);  // the daemon closes its own
+    if (listener < 0) throw std::system_error(errno, std::generic_category(), "control socket");
+    m_daemon.reset(MHD_start_daemon(MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_THREAD_PER_CONNECTION | MHD_USE_POLL, 0,
+                                    nullptr, nullptr, static_cast<MHD_AccessHandlerCallback>(handler), this,
+                                    MHD_OPTION_LISTEN_SOCKET, listener, MHD_OPTION_CONNECTION_LIMIT, MAX_CONNECTIONS,
+                                    MHD_OPTION_CONNECTION_TIMEOUT, IDLE_SECONDS, MHD_OPTION_NOTIFY_COMPLETED,
+                                    static_cast<MHD_RequestCompletedCallback>(completed), nullptr, MHD_OPTION_END));
+    if (m_daemon == nullptr) {
+        ::close(listener);
+        throw std::system_error(EAGAIN, std::generic_category(), "control socket " + address.text());
+    }
+}
+
+ControlServer::~ControlServer() {
+    m_daemon.reset();
+    if (!m_socketPath.empty()) ::unlink(m_socketPath.c_str());
+}
+
+int ControlServer::serve(ControlServer& server, MHD_Connection* connection, const char* path, const char* method,
+                         const char* upload, std::size_t* uploadSize, void** pending) {
+    auto* request = static_cast<tPending*>(*pending);
+    if (request == nullptr) {  // the head of a request; its body comes in later calls
+        *pending = new tPending();
+        return MHD_YES;
+    }
+    if (*uploadSize > 0) {
+        request->tooLarge = request->tooLarge || request->request.body.size() + *uploadSize > MAX_BODY;
+        if (!request->tooLarge) request->request.body.append(upload, *uploadSize);
+        *uploadSize = 0;
+        return MHD_YES;
+    }
+    if (request->tooLarge) return send(connection, {MHD_HTTP_CONTENT_TOO_LARGE, "too long\n", "text/plain"});
+    MHD_get_connection_values(connection, MHD_GET_ARGUMENT_KIND, addQueryItem, &request->request.query);
+    return send(connection, server.answer(method, path, request->request));
+}
+
+ControlAnswer ControlServer::answer(const std::string& method, const std::string& path,
+                                    const ControlRequest& request) const {
+    bool pathKnown = false;
+    for (const ControlRoute& route : m_routes) {
+        if (route.path != path) continue;
+        pathKnown = true;
+        if (route.method != method) continue;
+        try {
+            return route.answer(request);
+        } catch (const ControlFault& fault) {
+            return {MHD_HTTP_BAD_REQUEST, std::string(fault.what()) + "\n", "text/plain"};
+        } catch (const std::exception& error) {
+            return {MHD_HTTP_INTERNAL_SERVER_ERROR, std::string(error.what()) + "\n", "text/plain"};
+        }
+    }
+    if (pathKnown) return {MHD_HTTP_METHOD_NOT_ALLOWED, "no such method here\n", "text/plain"};
+    return {MHD_HTTP_NOT_FOUND, "nothing here\n", "text/plain"};
+}

@@ -1,0 +1,73 @@
+// HTTP on a socket of the machine itself: how vrxctl, and whoever collects metrics, talks to a running agent.
+//
+//     ControlServer control(BackendAddress::parse("unix:/opt/vrx/state/agent.sock"), {
+//         {"GET", "/status", [](const ControlRequest&) { return ControlAnswer::json(status()); }},
+//     });
+//
+// A Unix socket has mode 0600: whoever may open the state folder may do everything. Bodies are JSON texts.
+//
+// Threads: routes are called on threads of the server's own, one request each; what they throw is answered with 500 and
+// its text. Requests that are under way when the server is destroyed are waited for.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "host/services/backend_address.h"
+#include "host/services/backend_socket.h"
+
+struct ControlRequest {
+    std::string body;
+    std::map<std::string, std::string> query;  // "?name=value" of the address
+};
+
+struct ControlAnswer {
+    unsigned int status = 200;
+    std::string body;
+    std::string type = "application/json";
+};
+
+// What the caller has asked for cannot be: answered with 400 and the text.
+class ControlFault : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+struct ControlRoute {
+    std::string method;
+    std::string path;
+    std::function<ControlAnswer(const ControlRequest& request)> answer;
+};
+
+struct MHD_Daemon;
+struct MHD_Connection;
+
+class ControlServer {
+public:
+    // Listens from here on. Throws std::system_error when it cannot.
+    ControlServer(const BackendAddress& address, std::vector<ControlRoute> routes);
+    ~ControlServer();
+    ControlServer(const ControlServer&) = delete;
+    ControlServer& operator=(const ControlServer&) = delete;
+
+    static constexpr std::size_t MAX_BODY = std::size_t{1} << 20U;
+
+private:
+    struct tPending;
+
+    ControlAnswer answer(const std::string& method, const std::string& path, const ControlRequest& request) const;
+    static int serve(ControlServer& server, MHD_Connection* connection, const char* path, const char* method,
+                     const char* upload, std::size_t* uploadSize, void** pending);
+
+    const std::vector<ControlRoute> m_routes;
+    const std::string m_socketPath;  // of a Unix socket; else empty
+    FileDescriptor m_listener;
+    struct StopDaemon {
+        void operator()(MHD_Daemon* daemon) const;
+    };
+    std::unique_ptr<MHD_Daemon, StopDaemon> m_daemon;  // last: its threads use the others
+};
