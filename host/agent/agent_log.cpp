@@ -1,5 +1,8 @@
 #include "host/agent/agent_log.h"
 
+#include <cstdio>
+#include <exception>
+
 #include "host/services/logging.h"
 
 namespace agent_log {
@@ -15,6 +18,19 @@ void info(const std::string& text) {
 }
 void debug(const std::string& text) {
     logLine("agent", LogLevel::Debug, text);
+}
+
+void fault(std::initializer_list<std::string_view> pieces) noexcept {
+    try {
+        std::string text;
+        for (const std::string_view piece : pieces) text += piece;
+        error(text);
+    } catch (const std::exception&) {
+        for (const std::string_view piece : pieces) {
+            std::fwrite(piece.data(), 1, piece.size(), stderr);  // has no buffer to allocate
+        }
+        std::fputc('\n', stderr);
+    }
 }
 
 }  // namespace agent_log

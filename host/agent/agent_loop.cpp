@@ -10,6 +10,7 @@
 #include <system_error>
 #include <utility>
 
+#include "host/agent/agent_log.h"
 #include "host/agent/net_snmp.h"
 
 namespace {
@@ -29,9 +30,9 @@ void runGuarded(const AgentLoop::Task& task) {
     try {
         task();
     } catch (const std::exception& error) {
-        snmp_log(LOG_ERR, "a task of the agent thread failed: %s\n", error.what());
+        agent_log::fault({"a task of the agent thread failed: ", error.what()});
     } catch (...) {
-        snmp_log(LOG_ERR, "a task of the agent thread failed\n");
+        agent_log::fault({"a task of the agent thread failed"});
     }
 }
 

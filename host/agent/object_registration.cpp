@@ -94,7 +94,7 @@ int ObjectRegistration::handle(netsnmp_mib_handler* self, netsnmp_handler_regist
             try {
                 registration.read(info, requests);
             } catch (const std::exception& error) {  // the engine is C: nothing may leave
-                agent_log::error(registration.m_object.mib().name + ": a read failed: " + error.what());
+                agent_log::fault({registration.m_object.mib().name, ": a read failed: ", error.what()});
                 netsnmp_set_all_requests_error(info, requests, SNMP_ERR_GENERR);
             }
             break;

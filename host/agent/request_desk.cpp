@@ -82,7 +82,7 @@ int RequestDesk::receive(int operation, netsnmp_session* session, int requestId,
         }
         if (operation == NETSNMP_CALLBACK_OP_DISCONNECT) self.drop(session);
     } catch (const std::exception& error) {  // the engine is C: nothing may leave. The manager will try again
-        agent_log::error(std::string("a request could not be handled: ") + error.what());
+        agent_log::fault({"a request could not be handled: ", error.what()});
         return 1;
     }
     return handle_snmp_packet(operation, session, requestId, pdu, nullptr);

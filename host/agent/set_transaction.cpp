@@ -31,7 +31,7 @@ void SetTransaction::apply(std::size_t step) {
         try {
             result = self->m_steps[step].execution.apply();
         } catch (const std::exception& error) {
-            untilMemory([&error] { agent_log::error(std::string("a SET failed: ") + error.what()); });
+            agent_log::fault({"a SET failed: ", error.what()});
         }
         const auto goOn = [self, step, result] {
             if (result.ok()) {

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "host/services/logging.h"
+#include "host/services/out_of_memory.h"
 #include "host/services/sqlite_database.h"
 #include "host/services/trap_destination_checks.h"
 #include "host/services/trap_destination_result.h"
@@ -342,10 +343,9 @@ void TrapDestinationStore::setListener(std::function<void()> listener) {
 }
 
 void TrapDestinationStore::notify() {
-    std::function<void()> listener;
-    {
+    const std::function<void()> listener = untilMemory([this] {  // the change is made: whoever made it must not fail
         const std::lock_guard<std::mutex> lock(m_mutex);
-        listener = m_listener;
-    }
-    if (listener) listener();
+        return m_listener;
+    });
+    if (listener) untilMemory(listener);
 }
