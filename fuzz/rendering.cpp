@@ -26,7 +26,7 @@ constexpr std::size_t MEMBERS_AT = 1 + std::size(ATTRIBUTES);
 // Values that hold placeholders of themselves are bounded, but far away: the fuzzer looks at cheaper ones, and the
 // corpus has the others.
 #ifdef TAMREL_FUZZER
-constexpr std::size_t MOST_WORK = 4 << 20;
+constexpr std::size_t MOST_WORK = 1 << 20;
 #else
 constexpr std::size_t MOST_WORK = std::numeric_limits<std::size_t>::max();
 #endif
