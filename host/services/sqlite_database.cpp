@@ -76,13 +76,22 @@ std::string SqliteStatement::Run::text(int column) const {
     return {bytes, bytes + sqlite3_column_bytes(m_statement, column)};
 }
 
+void SqliteDatabase::begin() {
+    rollBack();
+    execute("BEGIN IMMEDIATE");
+}
+
+void SqliteDatabase::rollBack() {
+    if (sqlite3_get_autocommit(m_handle.get()) != 0) return;  // also after errors where SQLite did it by itself
+    (void)sqlite3_exec(m_handle.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+}
+
 SqliteTransaction::SqliteTransaction(SqliteDatabase& database) : m_database(database) {
-    m_database.execute("BEGIN IMMEDIATE");
+    m_database.begin();
 }
 
 SqliteTransaction::~SqliteTransaction() {
-    // After some errors SQLite has rolled back by itself; then there is nothing left to do and this fails.
-    if (m_open) (void)sqlite3_exec(m_database.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+    if (m_open) m_database.rollBack();
 }
 
 void SqliteTransaction::commit() {

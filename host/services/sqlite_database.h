@@ -19,6 +19,11 @@ public:
     explicit SqliteDatabase(const std::string& path);
 
     void execute(const char* sql);
+
+    // A transaction for writing. One that is still open, because there was no memory to end it, is rolled back first.
+    void begin();
+    void rollBack();
+
     sqlite3* get() const { return m_handle.get(); }
 
 private:

@@ -84,10 +84,9 @@ public:
 
     unsigned int readLastNumber() { return static_cast<unsigned int>(readNumber("SELECT last FROM numbering")); }
 
-    void begin() { m_database.execute("BEGIN IMMEDIATE"); }
+    void begin() { m_database.begin(); }
     void commit() { m_database.execute("COMMIT"); }
-    // After some errors SQLite has rolled back by itself; then there is nothing left to do and this fails.
-    void rollBack() { (void)sqlite3_exec(m_database.get(), "ROLLBACK", nullptr, nullptr, nullptr); }
+    void rollBack() { m_database.rollBack(); }
 
     void insert(unsigned int number, const tTrapDestInfo& row) { write(m_statements->insert, number, row); }
     void update(unsigned int number, const tTrapDestInfo& row) { write(m_statements->update, number, row); }
