@@ -1,0 +1,113 @@
+"""Memory that runs out while the agent starts, its module and an embedded backend included: it starts all the same or
+ends with an exit code of sysexits and a line that says why; nothing leaks, and the next start finds its state whole.
+
+TAMREL_FAULT_STRIDE is the distance between the allocations that fail (default 29; 1: every one, some minutes).
+"""
+
+import os
+import select
+import signal
+import subprocess
+import unittest
+
+from backend_client import BackendClient
+from faults import CONFIG, Faults
+from harness import ALARMS, BUILD_DIR, System, values, wait_for
+
+STRIDE = int(os.environ.get("TAMREL_FAULT_STRIDE", "29"))
+COMMANDS, REPORTS = 198, 199  # of fault_shim.cpp
+EX_OK, EX_FIRST, EX_LAST = 0, 64, 78  # sysexits.h
+SECONDS = 60
+
+
+class Starts:
+    """The agent, many times over: processes that are forked behind the dynamic linker's work."""
+
+    def __init__(self, system, faults):
+        self.log_path = system.path("starts.log")
+        self._log = open(self.log_path, "ab")
+        command_read, self._command = os.pipe()
+        self._report, report_write = os.pipe()
+        os.dup2(command_read, COMMANDS)
+        os.dup2(report_write, REPORTS)
+        environment = dict(os.environ, **faults.environment(), VRX_FAULTS_FORK="1")
+        self._server = subprocess.Popen([os.path.join(BUILD_DIR, "bin", "vrx-agentd")] + system.agent.arguments,
+                                        stdin=subprocess.DEVNULL, stdout=self._log, stderr=self._log, env=environment,
+                                        pass_fds=(COMMANDS, REPORTS))
+        for descriptor in (command_read, report_write, COMMANDS, REPORTS):
+            os.close(descriptor)
+
+    def close(self):
+        os.close(self._command)
+        self._server.wait()
+        os.close(self._report)
+        self._log.close()
+
+    def _line(self):
+        line = b""
+        while not line.endswith(b"\n"):
+            piece = os.read(self._report, 1)
+            if not piece:
+                raise AssertionError("no report: " + self.log(0))
+            line += piece
+        return int(line)
+
+    def log(self, start):
+        with open(self.log_path, "rb") as log:
+            log.seek(start)
+            return log.read().decode("utf-8", "replace")
+
+    def run(self, number, forever=False):
+        """Starts it and ends it when it is ready: (wait status, its log)."""
+        start = os.path.getsize(self.log_path)
+        os.write(self._command, b"%d %d\n" % (number, forever))
+        process = self._line()
+        told = False
+        left = SECONDS * 100
+        while not select.select([self._report], [], [], 0.01)[0]:
+            left -= 1
+            if left == 0:
+                os.kill(process, signal.SIGKILL)
+            if not told and any(line.endswith(" ready") for line in self.log(start).splitlines()):
+                os.kill(process, signal.SIGTERM)
+                told = True
+        return self._line(), self.log(start)
+
+
+class Start(unittest.TestCase):
+    def test_every_start_succeeds_or_tells_why_it_does_not(self):
+        system = System(agent_config=CONFIG, embedded=True)
+        with system:
+            with BackendClient(system.path("state", "backend.sock")) as backend:
+                backend.raise_alarms(1)
+            system.agent.stop()
+            faults = Faults(system.path("agent.faults"))
+            starts = Starts(system, faults)
+            try:
+                self.sweep(starts, faults)
+            finally:
+                starts.close()
+            system.agent.start()
+            serial = wait_for(lambda: values(system.run("snmpget", ALARMS + ".9.1", check=False).stdout), "the alarm")
+            self.assertEqual(serial, [(ALARMS + ".9.1", "Gauge32: 1")])
+
+    def sweep(self, starts, faults):
+        failures = number = 0
+        failed = True
+        while failed:
+            number += STRIDE
+            status, log = starts.run(number)
+            failed = faults.allocations()[1] > 0
+            where = "allocation %d:\n%s" % (number, log)
+            self.assertTrue(os.WIFEXITED(status), where)
+            code = os.WEXITSTATUS(status)
+            self.assertTrue(code == EX_OK or EX_FIRST <= code <= EX_LAST, "exit code %d, %s" % (code, where))
+            if code != EX_OK:
+                self.assertTrue(log.strip(), where)
+                failures += 1
+        self.assertGreater(failures, 0)
+        print("%d allocations, each %dth failed, %d starts did not succeed" % (number, STRIDE, failures), flush=True)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,182 @@
+"""Disks that fail or are full: what was acknowledged stays, what cannot be kept is refused, one line tells of each change
+of state, and everything goes on when there is space again.
+"""
+
+import errno
+import os
+import resource
+import subprocess
+import unittest
+
+import snmp
+from backend_client import POWER_LOSS, RAISE_ALARM, BackendClient, record, text, uint
+from faults import FaultySystem
+from harness import BUILD_DIR, CLEAR_ALARM, DESTINATIONS, wait_for
+from snmp import GET, GETBULK, NO_ERROR, RESOURCE_UNAVAILABLE, SET, Manager
+from trap_receiver import TrapReceiver
+
+CREATE_AND_GO, DESTROY = 4, 6
+ERRORS = (errno.EIO, errno.ENOSPC)
+LONGEST = 200  # changes of files for one request: far more than any makes
+
+
+def create(row, port):
+    return [("%s.6.%d" % (DESTINATIONS, row), snmp.octets("127.0.0.1")),
+            ("%s.2.%d" % (DESTINATIONS, row), snmp.unsigned(port)),
+            ("%s.3.%d" % (DESTINATIONS, row), snmp.number(CREATE_AND_GO))]
+
+
+def destroy(row):
+    return [("%s.3.%d" % (DESTINATIONS, row), snmp.number(DESTROY))]
+
+
+class Storage(unittest.TestCase):
+    def setUp(self):
+        self.system = FaultySystem()
+        self.system.__enter__()
+        self.addCleanup(self.system.close)
+        self.manager = Manager(self.system.port)
+        self.addCleanup(self.manager.__exit__)
+        self.state = self.system.path("state")
+
+    def rows(self):
+        answer = self.manager.ask(GETBULK, [DESTINATIONS + ".2"], second=4)
+        return {int(name.rpartition(".")[2]): value for name, _, value in answer.bindings
+                if name.startswith(DESTINATIONS + ".2.")}
+
+    def lines(self, program, part):
+        return [line for line in program.log().splitlines() if part in line]
+
+    def raise_one(self):
+        """The serial number, or None when the backend refuses."""
+        with BackendClient(self.system.path("state", "backend.sock")) as backend:
+            try:
+                body = backend.call(record(RAISE_ALARM, uint(1, POWER_LOSS, 8), uint(2, 3), text(8, "a,b")))
+            except AssertionError:
+                return None
+        return int.from_bytes(body[-4:], "little")
+
+    # The list of destinations
+
+    def test_a_set_is_kept_whole_or_refused_wherever_a_write_fails(self):
+        for error in ERRORS:
+            for number in range(1, LONGEST):
+                self.system.agent_faults.fail_change(self.state + "/trap_destinations.db", number, error)
+                answer = self.manager.ask(SET, create(2, 9))
+                failed = self.system.agent_faults.changes()[1]
+                self.system.agent_faults.stop()
+                self.assertIn(answer.error, (NO_ERROR, RESOURCE_UNAVAILABLE), number)
+                self.assertEqual(self.rows(), {2: 9} if answer.error == NO_ERROR else {}, number)
+                if answer.error == NO_ERROR:
+                    self.assertEqual(self.manager.ask(SET, destroy(2)).error, NO_ERROR)
+                if not failed:
+                    break
+            else:
+                self.fail("changes without end")
+            self.assertGreater(number, 4)
+
+    def test_a_full_disk_refuses_sets_with_one_line_until_there_is_space(self):
+        self.assertEqual(self.manager.ask(SET, create(1, 9)).error, NO_ERROR)
+        self.system.agent_faults.fail_change(self.state + "/trap_destinations.db", forever=True)
+        for _ in range(5):
+            self.assertEqual(self.manager.ask(SET, create(2, 10)).error, RESOURCE_UNAVAILABLE)
+        self.assertEqual(self.rows(), {1: 9})
+        self.system.agent_faults.stop()
+        self.assertEqual(self.manager.ask(SET, create(2, 10)).error, NO_ERROR)
+        self.assertEqual(len(self.lines(self.system.agent, "trap_destinations.db cannot be written: ")), 1)
+        self.assertEqual(len(self.lines(self.system.agent, "trap_destinations.db can be written again")), 1)
+        self.system.agent.kill()
+        self.system.agent.start()
+        self.assertEqual(self.rows(), {1: 9, 2: 10})
+
+    # The backend's alarms
+
+    def test_an_alarm_is_kept_or_refused_wherever_a_write_fails(self):
+        for error in ERRORS:
+            acknowledged = []
+            for number in range(1, LONGEST):
+                self.system.backend_faults.fail_change(self.state + "/backend.db", number, error)
+                serial = self.raise_one()
+                failed = self.system.backend_faults.changes()[1]
+                self.system.backend_faults.stop()
+                if serial is not None:
+                    acknowledged.append(serial)
+                if not failed:
+                    break
+            else:
+                self.fail("changes without end")
+            self.assertGreater(number, 1)
+            self.system.backend.kill()
+            self.system.backend.start()
+            self.assertLessEqual(set(acknowledged), set(self.view(acknowledged)))
+
+    def view(self, serials):
+        """Those of the serial numbers that the agent's table has."""
+        def read():
+            answers = [self.manager.ask(GET, ["1.3.6.1.4.1.99871.2.91.10.1.1.1.9.%d" % serial]) for serial in serials]
+            return answers if all(answer.error == NO_ERROR for answer in answers) else None
+
+        return [answer.bindings[0][2] for answer in wait_for(read, "the alarm table")]
+
+    def test_a_full_disk_refuses_alarms_and_clears_with_one_line(self):
+        first = self.raise_one()
+        self.system.backend_faults.fail_change(self.state + "/backend.db", forever=True)
+        for _ in range(5):
+            self.assertIsNone(self.raise_one())
+            self.assertNotEqual(self.manager.ask(SET, [(CLEAR_ALARM, snmp.unsigned(first))]).error, NO_ERROR)
+        self.assertEqual(self.view([first]), [first])
+        self.system.backend_faults.stop()
+        self.assertIsNotNone(self.raise_one())
+        self.assertEqual(len(self.lines(self.system.backend, "alarm store: ")), 2)
+        self.assertEqual(len(self.lines(self.system.backend, "alarm store: can be written again")), 1)
+
+    # What the agent remembers
+
+    def test_the_agent_goes_on_when_it_cannot_remember_and_catches_up(self):
+        with TrapReceiver() as receiver:
+            self.assertEqual(self.manager.ask(SET, create(1, receiver.port)).error, NO_ERROR)
+            self.system.agent_faults.fail_change(self.state + "/notifications.db", error=errno.EIO, forever=True)
+            for _ in range(5):
+                self.assertIsNotNone(self.raise_one())
+            receiver.wait_for(5)
+            wait_for(lambda: self.lines(self.system.agent, "handled cannot be stored, trying again"), "the line")
+            self.system.agent_faults.stop()
+            wait_for(lambda: self.lines(self.system.agent, "handled can be stored again"), "the second line")
+            self.assertEqual(len(self.lines(self.system.agent, "handled cannot be stored")), 1)
+            self.system.agent.kill()
+            seen = len(receiver.datagrams())
+            self.assertIsNotNone(self.raise_one())
+            self.system.agent.start()
+            receiver.wait_for(seen + 1)  # the one that came meanwhile
+
+    def test_files_at_their_size_limit_are_failing_writes(self):
+        """The whole of Net-SNMP's own files, too, which no shim reaches: a limit on the size of every file."""
+        with open(self.system.agent.log_path, "ab") as file:
+            log = subprocess.Popen(["cat"], stdin=subprocess.PIPE, stdout=file)
+        self.addCleanup(log.wait)
+        self.addCleanup(log.stdin.close)
+        self.addCleanup(self.system.agent.stop)  # the log's other end
+        self.system.agent.stop()
+        self.system.agent._log_start = os.path.getsize(self.system.agent.log_path)
+        agent = self.restart_into(log.stdin)
+        soft, hard = resource.prlimit(agent.pid, resource.RLIMIT_FSIZE)
+        resource.prlimit(agent.pid, resource.RLIMIT_FSIZE, (0, hard))
+        self.assertEqual(self.manager.ask(SET, create(3, 11)).error, RESOURCE_UNAVAILABLE)
+        self.assertIsNotNone(self.raise_one())
+        self.assertEqual(self.rows(), {})
+        self.assertIsNone(agent.poll())
+        resource.prlimit(agent.pid, resource.RLIMIT_FSIZE, (soft, hard))
+        self.assertEqual(self.manager.ask(SET, create(3, 11)).error, NO_ERROR)
+        self.assertEqual(self.rows(), {3: 11})
+
+    def restart_into(self, log):
+        """The agent with its log in a pipe, which has no size."""
+        program = self.system.agent
+        program.process = subprocess.Popen([os.path.join(BUILD_DIR, "bin", program.name)] + program.arguments,
+                                           stdout=log, stderr=log, env=dict(os.environ, **program.environment))
+        program.wait_ready()
+        return program.process
+
+
+if __name__ == "__main__":
+    unittest.main()
