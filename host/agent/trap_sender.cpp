@@ -430,7 +430,7 @@ bool TrapSender::sendNext(const std::string& key, Link& link, Clock::time_point&
 
     TrapSendResult result;
     try {
-        result = link.channel->send(*item.submission->trap);
+        result = withPatience([&] { return link.channel->send(*item.submission->trap); });
     } catch (const std::bad_alloc&) {
         result.failure = "out of memory";
     }
