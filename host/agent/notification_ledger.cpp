@@ -93,7 +93,8 @@ void NotificationLedger::settle(const Ticket& ticket) {
         if (open == m_open.end() || --open->second > 0) return;
         const bool first = open == m_open.begin();
         m_open.erase(open);
-        if (!first) return;  // the number to store is as before
+        if (!first) return;         // the number to store is as before
+        if (!m_writerIdle) return;  // it will look by itself: waking it for every event would cost more than the event
     }
     m_changed.notify_all();
 }
@@ -137,7 +138,9 @@ void NotificationLedger::tryToFlush() {
 void NotificationLedger::run() {
     std::unique_lock<std::mutex> lock(m_mutex);
     while (!m_stopping) {
+        m_writerIdle = true;
         m_changed.wait(lock, [this] { return m_stopping || (m_lastBegun && doneLocked() != m_written); });
+        m_writerIdle = false;
         if (m_stopping) return;
         lock.unlock();
         untilMemory([this] { tryToFlush(); });

@@ -74,6 +74,7 @@ private:
     std::optional<Sequence> m_written;
     std::uint64_t m_numbering = 0;
     bool m_stopping = false;
+    bool m_writerIdle = false;  // nothing to write: it waits for m_changed
 
     std::thread m_writer;
 };

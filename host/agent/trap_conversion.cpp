@@ -1,5 +1,6 @@
 #include "host/agent/trap_conversion.h"
 
+#include <algorithm>
 #include <limits>
 
 namespace {
@@ -88,6 +89,7 @@ OidVector oidOf(const Snmp_pp::Oid& name) {
     OidVector ids;
     const Snmp_pp::SmiUINT32 length = name.len();
     if (length < SHORTEST_NAME || length > LONGEST_NAME) return ids;
+    ids.reserve(length);
     for (Snmp_pp::SmiUINT32 i = 0; i < length; ++i) {
         if (name[i] > std::numeric_limits<std::uint32_t>::max()) return {};
         ids.push_back(name[i]);
@@ -99,6 +101,7 @@ Trap trapOf(const Snmp_pp::Oid& trapOid, const Agentpp::Vbx* bindings, int count
     Trap trap;
     trap.oid = oidOf(trapOid);
     leftOut = 0;
+    trap.bindings.reserve(static_cast<std::size_t>(std::max(count, 0)));
     for (int i = 0; i < count; ++i) {
         TrapBinding binding;
         binding.name = oidOf(bindings[i].get_oid());
