@@ -90,20 +90,25 @@ class Requests(unittest.TestCase):
             for forever in (False, True):
                 self.sweep_one(system, kind, bindings, forever, then, more)
 
+    @staticmethod
+    def status(system):
+        answer = system.manager.ask(GET, [TOPOLOGY + ".8.1"])
+        return answer.error, answer.bindings[0][2]
+
     def sweep_one(self, system, kind, bindings, forever, then, more):
         failures = 0
-        for number in range(1, self.LONGEST):
+        # With all behind it failing, a few places of the failure tell as much as all: nothing gets far.
+        for number in range(1, self.LONGEST, 7 if forever else 1):
             answer, failed, told = system.ask_while_failing(kind, bindings, number, forever, **more)
             where = "allocation %d%s" % (number, " and all behind it" if forever else "")
             self.assertTrue(system.agent.running(), where)
             if answer is None and not forever:
                 self.assertTrue(told, where + ": no answer and no word about it")
-            again = system.manager.ask(GET, [TOPOLOGY + ".8.1"])
-            self.assertEqual((again.error, again.bindings[0][2]), (NO_ERROR, 1), where)
+            # Soon: after a failure the agent may pause before it asks the backend again.
+            wait_for(lambda: self.status(system) == (NO_ERROR, 1), where)
             if then:
                 then(system, None if answer is None else answer.error == NO_ERROR, where)
             if not failed:
-                # Soon: after a failure the agent may pause before it asks the backend again.
                 wait_for(lambda: system.manager.ask(kind, bindings, **more).error == NO_ERROR, where)
                 if then:
                     then(system, True, where)
@@ -111,7 +116,7 @@ class Requests(unittest.TestCase):
             failures += 1
         else:
             self.fail("allocations without end")
-        self.assertGreater(failures, 10)
+        self.assertGreater(failures, 1 if forever else 10)
 
     def test_reading_the_topology(self):
         self.sweep(GET, [TOPOLOGY + ".1.1", TOPOLOGY + ".8.1"])
@@ -131,15 +136,23 @@ class Requests(unittest.TestCase):
     def test_clearing_an_alarm(self):
         def check(system, done, where):
             serial = system.serial
-            gone = system.manager.ask(GET, ["%s.9.%d" % (ALARMS, serial)]).bindings[0][1] == "noSuchInstance"
+            def read():
+                answer = system.manager.ask(GET, ["%s.9.%d" % (ALARMS, serial)])
+                return None if answer.error != NO_ERROR else answer.bindings[0][1]
+
+            gone = wait_for(read, "the table") == "noSuchInstance"
             if done is not None:
                 # A clear that was done when memory ran out behind it is told as a failure; never the other way.
                 self.assertTrue(gone or not done, where)
-            if gone:
-                system.alarms.call(record(RAISE_ALARM, uint(1, POWER_LOSS, 8), uint(2, 3), uint(3, serial),
-                                          text(8, "someone,once")))
-            wait_for(lambda: system.manager.ask(GET, ["%s.9.%d" % (ALARMS, serial)]).bindings[0][2] == serial,
-                     "the alarm again")
+
+            def is_back():  # a SET that nobody had an answer of may be carried out only now
+                kind = read()
+                if kind == "noSuchInstance":
+                    system.alarms.call(record(RAISE_ALARM, uint(1, POWER_LOSS, 8), uint(2, 3), uint(3, serial),
+                                              text(8, "someone,once")))
+                return kind == "Gauge32"
+
+            wait_for(is_back, "the alarm again")
 
         MemorySystem.serial = 2
         self.sweep(SET, [(CLEAR_ALARM, snmp.unsigned(2))], check)
