@@ -88,6 +88,7 @@ void tinyXmlAlone(benchmark::State& state) {
 BENCHMARK(tinyXmlAlone)->Unit(benchmark::kMillisecond);
 
 void definitionLoad(benchmark::State& state) {
+    CAlarmConfigParser::destroy();  // of another benchmark
     for (auto _ : state) {
         benchmark::DoNotOptimize(CAlarmConfigParser::instance());
         state.PauseTiming();

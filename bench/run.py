@@ -64,10 +64,11 @@ def notifications(quick):
     in_burst = times("eventToSocket/%d" % burst) / burst
     ready = times("readyPduOverCachedSession")
     return [
-        Row("an event to bindings, us", times("recordToBindings"), None),
-        Row("an event to a queue without a network, us", times("eventToNoTransport/1"), None),
-        Row("an event to its trap, a ready PDU over a session, us", times("eventToSocket/1"), ready, at_most=2),
-        Row("the same in bursts of %d, us" % burst, in_burst, ready, at_most=2),
+        Row("a record to bindings, us", times("recordToBindings"), None),
+        Row("a record to its trap on the wire, sending a ready PDU, us", times("recordToSocket"), ready, at_most=2),
+        Row("an event through the agent to its trap, the same, us", times("eventToSocket/1"), ready),
+        Row("the same in bursts of %d, us" % burst, in_burst, ready),
+        Row("an event through the agent without a network, us", times("eventToNoTransport/1"), None),
         Row("traps per second in bursts, sendto of a ready packet", 1e6 / in_burst,
             1e6 / times("readyPacketBySendto")),
     ]
