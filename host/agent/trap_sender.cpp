@@ -475,13 +475,13 @@ void TrapSender::sleepUntil(Clock::time_point when) {
     const Clock::time_point now = Clock::now();
     when = std::max(when, now + SHORTEST_SLEEP);
     if (m_wakeAt > now && m_wakeAt <= when) return;  // a timer is on its way
-    m_wakeAt = when;
     m_loop.runAfter(std::chrono::ceil<milliseconds>(when - now), [this, alive = std::weak_ptr<int>(m_alive), when] {
         if (alive.expired()) return;
         if (m_wakeAt == when) m_wakeAt = Clock::time_point::max();
         const std::lock_guard<std::mutex> lock(m_mutex);
         wakePump();
     });
+    m_wakeAt = when;  // the timer is set, and not before
 }
 
 void TrapSender::takeAddress(const std::string& name, const std::string& address) {
