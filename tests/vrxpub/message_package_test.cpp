@@ -208,6 +208,14 @@ TEST(MessagePackage, DecodesOneTextCell) {
     EXPECT_THAT(log.errors(), IsEmpty());
 }
 
+TEST(MessagePackage, HeaderOfAConstPackageIsTheSame) {
+    CR8KPackageV3 package;
+    package.head().uiHeadParam1 = 7;
+    const CR8KPackageV3& seen = package;
+    EXPECT_EQ(seen.head().uiHeadParam1, 7U);
+    EXPECT_EQ(&seen.head(), &package.head());
+}
+
 TEST(MessagePackage, DecodesPackageWithoutRecords) {
     CR8KPackageV3 package;
     Bytes bytes = head(0);
