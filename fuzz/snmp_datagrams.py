@@ -225,7 +225,11 @@ class Watch:
                 self.answers()
                 self.recent, burst = [], 0
             self.recent.append(case)
-            self.link.send(case[1])
+            try:
+                self.link.send(case[1])
+            except ConnectionRefusedError:  # of an earlier one, when nobody listens any more
+                self.answers()
+                self.link.send(case[1])
             burst += len(case[1])
             self.sent += 1
             self._expected += len(case[1]) > 0  # one without content is not even a packet to the engine
