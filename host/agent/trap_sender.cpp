@@ -150,7 +150,7 @@ void TrapSender::enqueue(const std::string& key, const std::shared_ptr<Submissio
         dropItem(destination, item, TrapDrop::QueueFull, settled);
     } else {
         try {
-            destination.queue.push_back(item);
+            withPatience([&] { destination.queue.push_back(item); });
         } catch (const std::bad_alloc&) {
             dropItem(destination, item, TrapDrop::QueueFull, settled);
         }
