@@ -20,7 +20,6 @@
 
 namespace {
 
-constexpr std::size_t PACKAGE_LIMIT = 128 * 1024;
 constexpr int UNREACHABLE = 0x5000102;
 constexpr std::size_t ALARM_COLUMNS = 12;
 
@@ -108,7 +107,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     asked.type = input.byte();
     asked.whole = input.byte() % 2 != 0;
     asked.oid = input.bytes(input.byte());
-    const PackageStream stream = cutStream(input.rest(), PACKAGE_LIMIT);
+    const PackageStream stream = cutStream(input.rest());
 
     AlarmHost alarms;
     AlarmHost::definitions().write(DEFINITIONS);

@@ -8,6 +8,9 @@
 #include "vrxpub/vrx_little_endian.h"
 #include "vrxpub/vrx_message_package.h"
 
+// Largest package of the targets that read streams, in bytes: the least that a configuration may name.
+constexpr std::size_t PACKAGE_LIMIT = std::size_t{128} * 1024;
+
 struct PackageStream {
     enum class End { Closed, InsidePackage, Garbage, TooLarge };
 
@@ -21,7 +24,7 @@ inline bool decodeInto(CR8KPackageV3& package, const std::string& bytes) {
            CR8KPackageV3::FAILURE;
 }
 
-inline PackageStream cutStream(const std::string& bytes, std::size_t limit) {
+inline PackageStream cutStream(const std::string& bytes) {
     PackageStream stream;
     std::size_t at = 0;
     while (at < bytes.size()) {
@@ -32,7 +35,7 @@ inline PackageStream cutStream(const std::string& bytes, std::size_t limit) {
         if (getLe32(head) != TLVMsgHeadV3::MAGIC || getLe32(head + 4) != TLVMsgHeadV3::VERSION) return stream;
         const std::size_t size = TLVMsgHeadV3::SIZE + std::size_t{getLe32(head + 24)};
         stream.end = PackageStream::End::TooLarge;
-        if (size > limit) return stream;
+        if (size > PACKAGE_LIMIT) return stream;
         stream.end = PackageStream::End::InsidePackage;
         if (bytes.size() - at < size) return stream;
         stream.end = PackageStream::End::Garbage;
