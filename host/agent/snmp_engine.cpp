@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "host/agent/agent_log.h"
+#include "host/agent/line_budget.h"
 #include "host/agent/listener_address.h"
 #include "host/agent/net_snmp.h"
 
@@ -50,6 +51,26 @@ std::string configurationFault(const std::string& line) {
                line.substr(behindNumber + kind.size());
     }
     return {};
+}
+
+// Most of what the library says is about messages that others send.
+LineBudget& libraryLines() {
+    constexpr unsigned int LINES = 60;
+    constexpr std::chrono::seconds PERIOD{60};
+    static LineBudget budget(LINES, PERIOD);
+    return budget;
+}
+
+void writeLine(int priority, const std::string& text) {
+    if (priority <= LOG_ERR) {
+        agent_log::error(text);
+    } else if (priority == LOG_WARNING) {
+        agent_log::warn(text);
+    } else if (priority <= LOG_INFO) {
+        agent_log::info(text);
+    } else {
+        agent_log::debug(text);
+    }
 }
 
 int countPacket(netsnmp_session*, netsnmp_transport*, void*, int) {
@@ -264,14 +285,9 @@ int SnmpEngine::logLine(int, int, void* message, void*) try {
         if (std::find(g_reading->begin(), g_reading->end(), fault) != g_reading->end()) return SNMPERR_SUCCESS;
         agent_log::error(fault);
         g_reading->push_back(std::move(fault));
-    } else if (line.priority <= LOG_ERR) {
-        agent_log::error(text);
-    } else if (line.priority == LOG_WARNING) {
-        agent_log::warn(text);
-    } else if (line.priority <= LOG_INFO) {
-        agent_log::info(text);
-    } else {
-        agent_log::debug(text);
+    } else if (const auto leftOut = libraryLines().take(LineBudget::TimePoint::clock::now())) {
+        if (*leftOut > 0) agent_log::warn(std::to_string(*leftOut) + " lines of the SNMP library were left out");
+        writeLine(line.priority, text);
     }
     return SNMPERR_SUCCESS;
 } catch (const std::bad_alloc&) {  // the engine is C: nothing may leave
