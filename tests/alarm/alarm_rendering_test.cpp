@@ -484,6 +484,7 @@ INSTANTIATE_TEST_SUITE_P(
         ValueCase{"MapWithoutMatchKeepsTheValue", "##00{a:one}", {"x"}, {{0, "x"}}},
         ValueCase{"MatchIsExact", "##00{a :one;A:two}", {"a"}, {{0, "a"}}},
         ValueCase{"MapOfAMissingParameter", "##01{a:one}", {"a"}, {{1, "--"}}},
+        ValueCase{"MapThatNamesTheMissingOne", "##01{--:none}", {"a"}, {{1, "--"}}},
         ValueCase{"EmptyMap", "##00{}", {"a"}, {{0, "a"}}}, ValueCase{"EmptyMapMissing", "##01{}", {"a"}, {{1, "--"}}},
         ValueCase{"EntryWithThreePartsIsSkipped", "##00{a:b:c;a:one}", {"a"}, {{0, "one"}}},
         ValueCase{"EntryWithOnePartIsSkipped", "##00{a;a:one}", {"a"}, {{0, "one"}}},
