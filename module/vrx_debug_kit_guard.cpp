@@ -9,6 +9,11 @@
 
 namespace {
 
+constexpr std::string_view BEGUN = "enter ";
+constexpr std::string_view DONE = "leave ";
+constexpr std::string_view BEGUN_END = "...";
+constexpr std::size_t LONGEST_END = 5;  // of either line: ": NOK"
+
 CVRXDebugKit* findLogger(int module) {
     return ACE_Unmanaged_Singleton<CVRXDebugKitMgr, ACE_Thread_Mutex>::instance()->find(
         static_cast<unsigned int>(module));
@@ -16,15 +21,26 @@ CVRXDebugKit* findLogger(int module) {
 
 }  // namespace
 
-CVRXDebugKitGuard::CVRXDebugKitGuard(int module, const std::string& name) : m_logger(findLogger(module)), m_name(name) {
-    m_logger->trace("enter " + m_name + "...");
+CVRXDebugKitGuard::CVRXDebugKitGuard(int module, const std::string& name)
+    : CVRXDebugKitGuard(module, std::string_view(name)) {}
+
+CVRXDebugKitGuard::CVRXDebugKitGuard(int module, const char* name)
+    : CVRXDebugKitGuard(module, std::string_view(name)) {}
+
+CVRXDebugKitGuard::CVRXDebugKitGuard(int module, std::string_view name) : m_logger(findLogger(module)) {
+    m_line.reserve(BEGUN.size() + name.size() + LONGEST_END);
+    m_line.append(BEGUN).append(name).append(BEGUN_END);
+    m_logger->trace(m_line);
 }
 
 CVRXDebugKitGuard::~CVRXDebugKitGuard() {
     try {
-        m_logger->trace("leave " + m_name + (m_result ? ": OK" : ": NOK"));
+        m_line.replace(0, BEGUN.size(), DONE);
+        m_line.resize(m_line.size() - BEGUN_END.size());
+        m_line.append(m_result ? ": OK" : ": NOK");
+        m_logger->trace(m_line);
     } catch (...) {
-        // No memory for the line: losing it is better than losing the process.
+        // A logger without memory for the line: losing it is better than losing the process.
     }
 }
 

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 class CVRXDebugKit;
 
@@ -17,6 +18,7 @@ class CVRXDebugKitGuard {
 public:
     // `name` is the full signature of the enclosing function.
     CVRXDebugKitGuard(int module, const std::string& name);
+    CVRXDebugKitGuard(int module, const char* name);  // the same for a literal, which need not be copied before
     ~CVRXDebugKitGuard();
     CVRXDebugKitGuard(const CVRXDebugKitGuard&) = delete;
     CVRXDebugKitGuard& operator=(const CVRXDebugKitGuard&) = delete;
@@ -32,7 +34,9 @@ public:
         __attribute__((format(printf, 5, 6)));
 
 private:
+    CVRXDebugKitGuard(int module, std::string_view name);
+
     CVRXDebugKit* m_logger;  // the host's
-    std::string m_name;
+    std::string m_line;      // the line that was traced: most guards trace for nobody, so one piece of memory is enough
     bool m_result = true;
 };
