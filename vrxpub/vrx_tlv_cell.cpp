@@ -11,14 +11,6 @@
 
 namespace {
 
-// A little-endian number of up to 8 bytes; missing upper bytes are 0, further ones are ignored.
-std::uint64_t lowBytes(const CTLVCell& cell, unsigned int width) {
-    std::uint64_t value = 0;
-    const unsigned int count = std::min<unsigned int>(cell.length(), width);
-    for (unsigned int i = 0; i < count; ++i) value |= std::uint64_t{cell.data()[i]} << (8 * i);
-    return value;
-}
-
 // The only width whose sign counts in a cast. The backend's other signed numbers are read as their bit pattern.
 bool isSignedShort(const CTLVCell& cell) {
     return cell.length() == 2 && cell.type() == CTLVCell::TLV_TYPE_INT;
@@ -28,12 +20,11 @@ std::int16_t signedShort(const CTLVCell& cell) {
     return static_cast<std::int16_t>(getLe16(cell.data()));
 }
 
-// The value as a signed number of its own width.
-std::int64_t signedNumber(const CTLVCell& cell) {
-    const unsigned int bits = 8 * std::min<unsigned int>(cell.length(), 8);
-    if (bits == 0) return 0;
-    const unsigned int unused = 64 - bits;
-    return static_cast<std::int64_t>(lowBytes(cell, 8) << unused) >> unused;
+// A number as a signed one of `length` bytes.
+std::int64_t signedNumber(std::uint64_t number, unsigned int length) {
+    if (length == 0) return 0;
+    const unsigned int unused = 64 - 8 * std::min(length, 8U);
+    return static_cast<std::int64_t>(number << unused) >> unused;
 }
 
 }  // namespace
@@ -102,8 +93,8 @@ void CTLVCell::checkString() const {
 }
 
 std::string CTLVCell::toString() const {
-    if (type() == TLV_TYPE_INT) return std::to_string(signedNumber(*this));
-    if (type() > TLV_TYPE_STRING) return std::to_string(lowBytes(*this, 8));
+    if (type() == TLV_TYPE_INT) return std::to_string(signedNumber(number(), m_length));
+    if (type() > TLV_TYPE_STRING) return std::to_string(number());
     if (m_length == 0) return {};
     const auto* const text = reinterpret_cast<const char*>(data());
     return {text, strnlen(text, m_length)};
@@ -112,11 +103,11 @@ std::string CTLVCell::toString() const {
 template <>
 unsigned int CTLVCell::ValueCast<unsigned int>::operator()(const CTLVCell* cell) const {
     if (isSignedShort(*cell)) return static_cast<unsigned int>(signedShort(*cell));
-    return static_cast<unsigned int>(lowBytes(*cell, 4));
+    return static_cast<unsigned int>(cell->number());
 }
 
 template <>
 unsigned long long CTLVCell::ValueCast<unsigned long long>::operator()(const CTLVCell* cell) const {
     if (isSignedShort(*cell)) return static_cast<unsigned long long>(signedShort(*cell));
-    return lowBytes(*cell, 8);
+    return cell->number();
 }

@@ -84,6 +84,8 @@ private:
 
     static unsigned short wordOf(unsigned short tag, unsigned short type);
     bool isOutside() const { return m_length > INSIDE_SIZE; }
+    // The first 8 bytes as a little-endian number, 0 for those that a short value lacks.
+    std::uint64_t number() const { return getLe64(isOutside() ? m_value.outside : m_value.inside); }
     void wipeInside();
     static void dropArray(unsigned char* array, unsigned short length, bool isLent);
     void dropOwnArray() {
@@ -96,7 +98,7 @@ private:
     union {
         unsigned char inside[INSIDE_SIZE];  // up to INSIDE_SIZE bytes, zeros behind them
         unsigned char* outside;             // longer values: an array
-        std::uint64_t words[INSIDE_SIZE / 8];
+        std::uint64_t all;
     } m_value{};
     ACE_DLList_Node m_node{this};      // in the list of the record that holds the cell
     CTLVRecordV3* m_record = nullptr;  // that record
@@ -145,5 +147,6 @@ inline unsigned char* CTLVCell::write(unsigned char* p, const unsigned char* end
 
 // Volatile: a compiler drops other writes to an object that ends.
 inline void CTLVCell::wipeInside() {
-    for (volatile std::uint64_t& word : m_value.words) word = 0;
+    volatile std::uint64_t& all = m_value.all;
+    all = 0;
 }
