@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr std::size_t TEXT_BLOCK = 16UL * 1024UL;
+constexpr std::size_t TEXT_BLOCK = 4UL * 1024UL;
 
 }  // namespace
 
@@ -25,29 +25,29 @@ const char* TableSnapshot::Texts::add(std::string_view text) {
 TableSnapshot::TableSnapshot(const MibObject& object, std::uint64_t changes, Clock::time_point taken)
     : m_object(&object), m_changes(changes), m_taken(taken) {
     for (const MibColumn& column : object.columns) {
-        if (column.readable()) m_columns.push_back(&column);
+        if (column.readable()) m_columns.push_back({&column, {}, {}});
     }
 }
 
 void TableSnapshot::reserve(std::size_t rows) {
     m_rows.reserve(rows);
-    m_cells.reserve(rows * m_columns.size());
+    for (tColumn& column : m_columns) column.cells.reserve(rows);
 }
 
 void TableSnapshot::add(std::uint32_t number, const CTLVRecordV3& record) {
-    m_rows.push_back({number, m_cells.size()});
-    for (const MibColumn* column : m_columns) {
+    m_rows.push_back({number, static_cast<std::uint32_t>(m_rows.size())});
+    for (tColumn& column : m_columns) {
         tCell cell;
-        const auto found = record.find(static_cast<unsigned short>(column->number));
+        const auto found = record.find(static_cast<unsigned short>(column.mib->number));
         if (found != record.end()) {
-            if (const auto value = valueOfCell(CTLVRecordV3::cellAt(found), column->syntax)) {
+            if (const auto value = valueOfCell(CTLVRecordV3::cellAt(found), column.mib->syntax)) {
                 cell.type = value->type;
                 cell.length = static_cast<std::uint32_t>(value->octets.size());
                 cell.number = value->number;
-                if (cell.length > 0) cell.text = m_texts.add(value->octets);
+                if (cell.length > 0) cell.text = column.texts.add(value->octets);
             }
         }
-        m_cells.push_back(cell);
+        column.cells.push_back(cell);
     }
 }
 
@@ -59,9 +59,9 @@ std::size_t TableSnapshot::finish() {
         std::unique(m_rows.begin(), m_rows.end(), [](const tRow& a, const tRow& b) { return a.number == b.number; }),
         m_rows.end());
     // Copying all cells for the sake of a few would cost more than it gives.
-    if (m_cells.capacity() - m_cells.size() > m_cells.size() / 8) {
-        m_rows.shrink_to_fit();
-        m_cells.shrink_to_fit();
+    for (tColumn& column : m_columns) {
+        std::vector<tCell>& cells = column.cells;
+        if (cells.capacity() - cells.size() > cells.size() / 8) cells.shrink_to_fit();
     }
     return added - m_rows.size();
 }
@@ -82,7 +82,7 @@ TableSnapshot::Found TableSnapshot::find(const oid* suffix, std::size_t length, 
     }
     if (length != MibObject::INSTANCE_LENGTH) return Found::NoSuchInstance;
     const auto column = std::find_if(m_columns.begin(), m_columns.end(),
-                                     [suffix](const MibColumn* candidate) { return candidate->number == suffix[1]; });
+                                     [suffix](const tColumn& candidate) { return candidate.mib->number == suffix[1]; });
     const auto row = std::lower_bound(m_rows.begin(), m_rows.end(), suffix[2],
                                       [](const tRow& candidate, oid number) { return candidate.number < number; });
     if (row == m_rows.end() || row->number != suffix[2]) return Found::NoSuchInstance;
@@ -102,10 +102,10 @@ std::optional<TableSnapshot::Instance> TableSnapshot::next(const oid* suffix, st
 
     const auto column =
         std::lower_bound(m_columns.begin(), m_columns.end(), suffix[1],
-                         [](const MibColumn* candidate, oid wanted) { return candidate->number < wanted; });
+                         [](const tColumn& candidate, oid wanted) { return candidate.mib->number < wanted; });
     if (column == m_columns.end()) return std::nullopt;
     const auto position = static_cast<std::size_t>(column - m_columns.begin());
-    if ((*column)->number != suffix[1] || length == 2) return firstFrom(position, 0);
+    if (column->mib->number != suffix[1] || length == 2) return firstFrom(position, 0);
 
     // Behind row N, or at it when it counts itself; a longer name stands behind its row.
     const bool counts = inclusive && length == MibObject::INSTANCE_LENGTH;
@@ -138,7 +138,7 @@ OidVector TableSnapshot::columnName(std::size_t column) const {
     OidVector name = m_object->root;
     if (m_object->table) {
         name.push_back(MibObject::ENTRY);
-        name.push_back(m_columns[column]->number);
+        name.push_back(m_columns[column].mib->number);
     }
     return name;
 }

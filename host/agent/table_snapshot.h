@@ -79,7 +79,7 @@ private:
         unsigned char type = ASN_NULL;  // ASN_NULL: no instance
         union {
             std::uint64_t number = 0;
-            const char* text;  // when length is not 0; in m_texts
+            const char* text;  // when length is not 0
         };
     };
 
@@ -95,19 +95,24 @@ private:
     };
     struct tRow {
         std::uint32_t number;
-        std::size_t cells;  // position of the first one in m_cells
+        std::uint32_t cell;  // position in each column
     };
 
-    const tCell& cell(Instance instance) const { return m_cells[m_rows[instance.row].cells + instance.column]; }
+    // Walks go down the columns: each one's cells and texts lie together.
+    struct tColumn {
+        const MibColumn* mib;
+        std::vector<tCell> cells;
+        Texts texts;
+    };
+
+    const tCell& cell(Instance instance) const { return m_columns[instance.column].cells[m_rows[instance.row].cell]; }
     std::optional<Instance> firstFrom(std::size_t column, std::size_t row) const;
 
     const MibObject* m_object;
     std::uint64_t m_changes;
     Clock::time_point m_taken;
-    std::vector<const MibColumn*> m_columns;  // the readable ones
+    std::vector<tColumn> m_columns;  // the readable ones
     std::vector<tRow> m_rows;
-    std::vector<tCell> m_cells;
-    Texts m_texts;
 };
 
 using SnapshotPointer = std::shared_ptr<const TableSnapshot>;
