@@ -59,6 +59,8 @@ TEST_F(TopoHandlerTest, ProbeHasTheDefaultHeader) {
     EXPECT_EQ(seen.uiHeadParam1, 0u);
     EXPECT_EQ(seen.uiHeadParam2, 0xFFFFFFFFu);
     EXPECT_EQ(seen.usHeadParam1, 0xFFFD);
+    EXPECT_EQ(seen.usHeadParam2, 0xFFFF);
+    EXPECT_EQ(seen.usHeadParam3, 0xFFFF);
     EXPECT_EQ(seen.usHeadParam4, 0xFFFF);
 }
 

@@ -145,6 +145,17 @@ TEST_F(TrapAddrHandlerTest, FinalChecksStopAtTheFirstThatFails) {
         EXPECT_EQ(api.operations(), c.operations);
         EXPECT_THAT(FakeHost::current()->log().linesWithoutTrace(), ElementsAre(CREATE_REFUSED));
     }
+    for (const Case& c : cases) {
+        const FakeHost other;
+        FakeTrapApi& api = FakeHost::current()->trapApi();
+        api.destinations = {destination("1", "10.0.0.1", 162)};
+        api.*c.check = [](tTrapDestInfo&) { return false; };
+        EXPECT_EQ(modify(requestWith(text(4, "1"), text(1, "10.0.0.1"), u32(2, 162))), PARAM_ERROR);
+        std::vector<std::string> expected = c.operations;
+        expected.insert(expected.begin(), "checkIndex");
+        EXPECT_EQ(api.operations(), expected);
+        EXPECT_THAT(FakeHost::current()->log().linesWithoutTrace(), ElementsAre(MODIFY_REFUSED));
+    }
     expectRefused(create(requestWith(text(1, "bad"), u32(2, 162))), CREATE_REFUSED);
     EXPECT_THAT(host.trapApi().operations(), ElementsAre("checkAddress"));
 }
@@ -252,9 +263,11 @@ TEST_F(TrapAddrHandlerTest, CreateReturnsTheHostsResult) {
 }
 
 TEST_F(TrapAddrHandlerTest, CreateWithoutPortThrowsAndChangesNothing) {
-    EXPECT_EQ(thrownBy([this] { create(requestWith(text(1, "10.0.0.1"))); }),
-              "CVRX_Exception: record has no cell, tag equal to 2");
-    EXPECT_THAT(host.trapApi().changes(), IsEmpty());
+    const std::string noPort = "CVRX_Exception: record has no cell, tag equal to 2";
+    EXPECT_EQ(thrownBy([this] { create(requestWith(text(1, "10.0.0.1"))); }), noPort);
+    EXPECT_EQ(thrownBy([this] { create(requestWith(u32(5, 9), text(6, "bad"))); }), noPort);
+    EXPECT_THAT(host.trapApi().calls(), IsEmpty());  // the port is read before anything is checked
+    EXPECT_THAT(host.log().linesWithoutTrace(), IsEmpty());
 }
 
 TEST_F(TrapAddrHandlerTest, CreateWithoutRecordThrows) {
@@ -287,6 +300,28 @@ TEST_F(TrapAddrHandlerTest, OnlyTheFirstRecordIsLookedAt) {
                            recordOf(NO_IDENTIFIER, text(1, "10.0.0.2"), u32(2, 163))});
     EXPECT_EQ(create(req), 0);
     EXPECT_THAT(changed("create"), ElementsAre(destination("", "10.0.0.1", 162, 2, 1)));
+
+    const FakeHost other;
+    FakeTrapApi& api = FakeHost::current()->trapApi();
+    api.destinations = {destination("1", "10.0.0.1", 162)};
+    const TestPackage indexInTheSecond({recordOf(NO_IDENTIFIER, text(1, "10.0.0.9"), u32(2, 162)),
+                                        recordOf(NO_IDENTIFIER, text(1, "10.0.0.1"), u32(2, 162), text(4, "1"))});
+    EXPECT_EQ(modify(indexInTheSecond), PARAM_ERROR);
+    EXPECT_EQ(erase(indexInTheSecond), PARAM_ERROR);
+    EXPECT_THAT(api.changes(), IsEmpty());
+}
+
+TEST_F(TrapAddrHandlerTest, WritingLeavesTheResponseAsItWas) {
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162), destination("2", "10.0.0.2", 162)};
+    appendRecords(rsp, {recordOf(5, u32(1, 2))});
+    EXPECT_EQ(create(requestWith(text(1, "10.0.0.3"), u32(2, 162))), 0);
+    EXPECT_EQ(modify(requestWith(text(4, "1"), text(1, "10.0.0.4"), u32(2, 162))), 0);
+    EXPECT_EQ(erase(requestWith(text(1, "10.0.0.2"), u32(2, 162))), 0);
+    EXPECT_EQ(erase(requestWith(text(4, "1"))), 0);
+    EXPECT_EQ(create(requestWith(u32(2, 162))), PARAM_ERROR);
+    EXPECT_EQ(modify(requestWith(u32(2, 162))), PARAM_ERROR);
+    EXPECT_EQ(erase(requestWith(u32(2, 162))), PARAM_ERROR);
+    EXPECT_THAT(recordsOf(rsp), ElementsAre(RecordIs(5, u32(1, 2))));
 }
 
 // Modify.
@@ -364,9 +399,14 @@ TEST_F(TrapAddrHandlerTest, ModifyReturnsTheHostsResult) {
 }
 
 TEST_F(TrapAddrHandlerTest, ModifyWithoutPortThrowsAndChangesNothing) {
-    EXPECT_EQ(thrownBy([this] { modify(requestWith(text(4, "1"), text(1, "10.0.0.1"))); }),
-              "CVRX_Exception: record has no cell, tag equal to 2");
-    EXPECT_THAT(host.trapApi().changes(), IsEmpty());
+    const std::string noPort = "CVRX_Exception: record has no cell, tag equal to 2";
+    EXPECT_EQ(thrownBy([this] { modify(requestWith(text(4, "1"), text(1, "10.0.0.1"))); }), noPort);
+    EXPECT_EQ(thrownBy([this] { modify(requestWith(text(4, "1"), u32(5, 9), text(6, "bad"))); }), noPort);
+    // The index is read first.
+    EXPECT_EQ(thrownBy([this] { modify(requestWith(u32(4, 1), text(1, "10.0.0.1"))); }),
+              "CVRX_Exception: CTLVCell isn't string type! tag equal to 4");
+    EXPECT_THAT(host.trapApi().calls(), IsEmpty());  // both are read before anything is checked
+    EXPECT_THAT(host.log().linesWithoutTrace(), IsEmpty());
 }
 
 TEST_F(TrapAddrHandlerTest, ModifyWithoutRecordThrows) {
@@ -399,9 +439,9 @@ TEST_F(TrapAddrHandlerTest, DeleteComparesAddressesByteForByte) {
 TEST_F(TrapAddrHandlerTest, DeleteFallsBackToTheIndexWhenNothingMatches) {
     host.trapApi().destinations = {destination("1", "10.0.0.1", 162), destination("2", "10.0.0.2", 162)};
     EXPECT_EQ(erase(requestWith(text(1, "10.0.0.9"), u32(2, 162), text(4, "2"))), 0);
-    const std::vector<tTrapDestInfo> deleted = changed("delete");
-    ASSERT_EQ(deleted.size(), 1u);
-    EXPECT_EQ(deleted[0].index, "2");
+    // The host goes by the index; address and port are still those of the request.
+    EXPECT_THAT(changed("delete"), ElementsAre(destination("2", "10.0.0.9", 162)));
+    EXPECT_EQ(host.trapApi().calls("checkIndex").size(), 1u);
 }
 
 TEST_F(TrapAddrHandlerTest, DeleteByIndexOnly) {
@@ -415,7 +455,7 @@ TEST_F(TrapAddrHandlerTest, DeleteWithOneHalfOfAddressAndPortUsesTheIndex) {
     host.trapApi().destinations = {destination("1", "10.0.0.1", 162), destination("2", "10.0.0.2", 163)};
     EXPECT_EQ(erase(requestWith(text(1, "10.0.0.1"), text(4, "2"))), 0);
     EXPECT_EQ(erase(requestWith(u32(2, 162), text(4, "2"))), 0);
-    for (const tTrapDestInfo& deleted : changed("delete")) EXPECT_EQ(deleted.index, "2");
+    EXPECT_THAT(changed("delete"), ElementsAre(destination("2", "", 0), destination("2", "", 0)));
 }
 
 TEST_F(TrapAddrHandlerTest, DeleteThatNamesNoRowIsRefusedUnderItsOwnCode) {
@@ -461,6 +501,16 @@ TEST_F(TrapAddrHandlerTest, QueryGivesEightColumnsForEachDestinationInOrder) {
                             RecordIs(NO_IDENTIFIER, text(1, "fe80::1%eth0"), u32(2, 65535), i32(3, 1), text(4, "2"),
                                      u32(5, 3), text(6, "fe80::1%eth0"), u32(7, 4), text(8, "--"))));
     EXPECT_THAT(host.log().linesWithoutTrace(), IsEmpty());
+}
+
+TEST_F(TrapAddrHandlerTest, RowsGoBehindRecordsThatTheResponseHolds) {
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162)};
+    appendRecords(rsp, {recordOf(5, u32(1, 2))});
+    EXPECT_EQ(handler.OnQueryTable(ctx, CR8KPackageV3(), rsp), 0);
+    EXPECT_THAT(recordsOf(rsp),
+                ElementsAre(RecordIs(5, u32(1, 2)),
+                            RecordIs(NO_IDENTIFIER, text(1, "10.0.0.1"), u32(2, 162), i32(3, 1), text(4, "1"),
+                                     u32(5, 2), text(6, "10.0.0.1"), u32(7, 3), text(8, "--"))));
 }
 
 TEST_F(TrapAddrHandlerTest, QueryShowsZeroAddressForADestinationThatCannotBeReached) {

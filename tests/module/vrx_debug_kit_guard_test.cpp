@@ -5,6 +5,7 @@
 
 #include <stdexcept>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "tests/fake_host/fake_host.h"
@@ -19,6 +20,12 @@ TEST(DebugKitGuard, ScopeWritesEnterAndLeaveLines) {
     FakeHost host;
     { CVRXDebugKitGuard guard(MODULE, "f"); }
     EXPECT_THAT(host.log().lines(), ElementsAre("trace enter f...", "trace leave f: OK"));
+}
+
+TEST(DebugKitGuard, IsOneScopesAndHasNoVirtualOperations) {
+    EXPECT_FALSE(std::is_polymorphic_v<CVRXDebugKitGuard>);
+    EXPECT_FALSE(std::is_copy_constructible_v<CVRXDebugKitGuard>);
+    EXPECT_FALSE(std::is_copy_assignable_v<CVRXDebugKitGuard>);
 }
 
 TEST(DebugKitGuard, EnterLineIsWrittenAtOnce) {

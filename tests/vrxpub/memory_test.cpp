@@ -62,6 +62,24 @@ TEST(ValueWiping, LongValueIsZeroWhenItsRecordIsClearedOrEnds) {
     EXPECT_TRUE(isWiped());
 }
 
+TEST(ValueWiping, LongValueIsZeroWhenItsPackageIsClearedOrEnds) {
+    auto package = std::make_unique<CR8KPackageV3>();
+    for (const bool isCleared : {true, false}) {
+        auto row = makeRecord(1);
+        append(*row, makeCell(CTLVCell::TLV_TYPE_OCTETS, 1, Bytes(100, 0x5A)));
+        package->append(makeRecord(2));
+        package->append(std::move(row));
+        watch((*(*package)[1])[1]);
+        if (isCleared) {
+            package->clear();
+        } else {
+            package.reset();
+        }
+        EXPECT_TRUE(isReleased()) << isCleared;
+        EXPECT_TRUE(isWiped()) << isCleared;
+    }
+}
+
 // Values that stand inside the cell: its own memory is looked at.
 TEST(ValueWiping, ShortValueIsZeroWhenItsCellEndsOrIsReplaced) {
     const Bytes value(CTLVCell::INSIDE_SIZE, 0x5A);

@@ -54,6 +54,24 @@ void fill(CR8KPackageV3& package) {
     package.append(std::move(row));
 }
 
+// All nine fields, as an encoder would write them.
+Bytes fieldsOf(const TLVMsgHeadV3& head) {
+    return le32(head.uiMagic) + le32(head.uiVersion) + le32(head.uiHeadParam1) + le32(head.uiHeadParam2) +
+           le16(head.usHeadParam1) + le16(head.usHeadParam2) + le16(head.usHeadParam3) + le16(head.usHeadParam4) +
+           le32(head.uiDataLen);
+}
+
+// Values that no received header of these tests has.
+void fillHead(CR8KPackageV3& package) {
+    package.head().uiHeadParam1 = 7;
+    package.head().uiHeadParam2 = 8;
+    package.head().usHeadParam1 = 9;
+    package.head().usHeadParam2 = 10;
+    package.head().usHeadParam3 = 11;
+    package.head().usHeadParam4 = 12;
+    package.head().uiDataLen = 13;
+}
+
 Bytes withWord(Bytes bytes, std::size_t offset, unsigned int value) {
     const Bytes word = le32(value);
     for (std::size_t i = 0; i < word.size(); ++i) bytes[offset + i] = word[i];
@@ -326,13 +344,13 @@ TEST_P(BadHead, IsRefusedAndKeepsThePackage) {
     const AceLogCapture log;
     CR8KPackageV3 package;
     fill(package);
-    package.head().uiHeadParam1 = 7;
+    fillHead(package);
+    const Bytes before = fieldsOf(package.head());
     EXPECT_EQ(decode(package, GetParam().bytes), FAILURE);
     EXPECT_EQ(log.messages(), GetParam().messages);
     ASSERT_EQ(package.records().size(), 1U);
     EXPECT_EQ(package[0]->identifier(), 99U);
-    EXPECT_EQ(package.head().uiHeadParam1, 7U);
-    EXPECT_EQ(package.head().uiDataLen, 0U);
+    EXPECT_EQ(fieldsOf(package.head()), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -353,9 +371,12 @@ TEST(MessagePackage, NullBufferIsRefused) {
     const AceLogCapture log;
     CR8KPackageV3 package;
     fill(package);
+    fillHead(package);
+    const Bytes before = fieldsOf(package.head());
     EXPECT_EQ(package.decode(nullptr, 100), FAILURE);
     EXPECT_THAT(log.messages(), ElementsAre(TOO_SHORT, INVALID_HEAD));
     EXPECT_EQ(package.records().size(), 1U);
+    EXPECT_EQ(fieldsOf(package.head()), before);
 }
 
 TEST(MessagePackage, RefusalIsLoggedWithDatePriorityAndThread) {
@@ -387,13 +408,13 @@ TEST_P(BadRecord, IsRefusedAndEmptiesThePackage) {
     const AceLogCapture log;
     CR8KPackageV3 package;
     fill(package);
-    package.head().uiHeadParam1 = 7;
-    Bytes bytes = packageOf(GetParam().records);
-    bytes[8] = 1;  // uiHeadParam1
+    fillHead(package);
+    const Bytes before = fieldsOf(package.head());
+    const Bytes bytes = packageOf(GetParam().records);
     EXPECT_EQ(decode(package, bytes), FAILURE);
     EXPECT_EQ(log.messages(), GetParam().messages);
     EXPECT_THAT(package.records(), IsEmpty());
-    EXPECT_EQ(package.head().uiHeadParam1, 7U);
+    EXPECT_EQ(fieldsOf(package.head()), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -569,12 +590,11 @@ TEST(MessagePackage, NullRecordIsRefused) {
 TEST(MessagePackage, ClearKeepsTheHeader) {
     CR8KPackageV3 package;
     fill(package);
-    package.head().usHeadParam4 = 4;
-    package.head().uiDataLen = 18;
+    fillHead(package);
+    const Bytes before = fieldsOf(package.head());
     package.clear();
     EXPECT_THAT(package.records(), IsEmpty());
-    EXPECT_EQ(package.head().usHeadParam4, 4);
-    EXPECT_EQ(package.head().uiDataLen, 18U);
+    EXPECT_EQ(fieldsOf(package.head()), before);
 }
 
 TEST(MessagePackage, IsNotCopyable) {
@@ -585,6 +605,7 @@ TEST(MessagePackage, IsNotCopyable) {
 TEST(MessagePackage, DumpShowsHeaderAndRecords) {
     CR8KPackageV3 package;
     fill(package);
+    package.append(makeRecord(5));
     std::ostringstream os;
     os << std::hex;  // a caller's flags change nothing
     package.dump(os);
@@ -594,6 +615,7 @@ TEST(MessagePackage, DumpShowsHeaderAndRecords) {
               "usHeadParam2 0xFFFF usHeadParam3 0xFFFF usHeadParam4 0xFFFF uiDataLen 0\n"
               "record 99: 1 cells, 8 bytes\n"
               "  tag 1 type 3 length 4: 1\n"
+              "record 5: 0 cells, 0 bytes\n"
               "}\n");
 }
 
