@@ -91,6 +91,14 @@ protected:
         for (std::size_t i = 0; i < s_count; ++i) built.push_back(describe(s_objects[i]));
     }
 
+    void expectDestroyedInReverse() const {
+        EXPECT_EQ(s_destroyed, s_count);
+        for (std::size_t i = 0; i < s_count; ++i) {
+            EXPECT_TRUE(s_objects[i].destroyed) << built[i];
+            EXPECT_EQ(s_objects[i].destroyedAs, s_count - 1 - i) << built[i];
+        }
+    }
+
     FakeHost host;
     std::unique_ptr<LoadedModule> library;
     std::vector<std::string> built;  // what loading built, in order
@@ -125,23 +133,23 @@ TEST_F(StaticObjectsTest, NothingElseIsBuilt) {
 }
 
 TEST_F(StaticObjectsTest, LocksAreFree) {
+    std::vector<std::string> looked;
     for (std::size_t i = 0; i < s_count; ++i) {
         if (built[i].find("utex") == std::string::npos) continue;
+        looked.push_back(built[i]);
         auto* mutex = static_cast<ACE_Thread_Mutex*>(s_objects[i].object);
         EXPECT_EQ(mutex->tryacquire(), 0) << built[i];
         EXPECT_EQ(mutex->release(), 0) << built[i];
     }
+    EXPECT_THAT(looked, testing::UnorderedElementsAre("CAlarmConfigParser::_oSingletonMutex",
+                                                      "CAlarmRepository_Singleton::m_oMutex"));
 }
 
 TEST_F(StaticObjectsTest, UnloadingDestroysThemInReverseOrder) {
     ASSERT_TRUE(LoadedModule::isInProcess());
     library->unload();
     EXPECT_FALSE(LoadedModule::isInProcess());
-    EXPECT_EQ(s_destroyed, s_count);
-    for (std::size_t i = 0; i < s_count; ++i) {
-        EXPECT_TRUE(s_objects[i].destroyed) << built[i];
-        EXPECT_EQ(s_objects[i].destroyedAs, s_count - 1 - i) << built[i];
-    }
+    expectDestroyedInReverse();
 }
 
 TEST_F(StaticObjectsTest, UnloadingAfterUseDestroysThemToo) {
@@ -159,7 +167,7 @@ TEST_F(StaticObjectsTest, UnloadingAfterUseDestroysThemToo) {
     module.reset();
     library->unload();
     EXPECT_FALSE(LoadedModule::isInProcess());
-    EXPECT_EQ(s_destroyed, s_count);
+    expectDestroyedInReverse();
 }
 
 TEST_F(StaticObjectsTest, LibraryCanBeLoadedAgain) {
