@@ -17,7 +17,9 @@
 namespace {
 
 std::string enumKey(const std::string& type, const std::string& value) {
-    return type + "_" + value;
+    std::string key;
+    key.reserve(type.size() + 1 + value.size());
+    return key.append(type).append(1, '_').append(value);
 }
 
 }  // namespace

@@ -117,32 +117,41 @@ const std::string* valueOf(int index, const POSITION_LIST& pairs) {
 }
 
 // A text while its placeholders are expanded: what stands before the place of the last replacement is done, the rest is
-// searched again. Values go into the room in front of the rest, or one that names itself would move the whole rest each
-// time.
+// searched again. The rest lies in the template until a value comes that may hold a placeholder itself: such values go
+// into the room in front of a rest of our own, or one that names itself would move the whole rest each time.
 class Expansion {
 public:
-    explicit Expansion(std::string text) : m_rest(std::move(text)) {}
+    explicit Expansion(std::string_view text) : m_rest(text) { m_done.reserve(text.size() + USUAL_GROWTH); }
 
     // Goes on to the next placeholder; false when there is none.
     bool findPlaceholder() {
         const std::size_t mark = m_rest.find(PLACEHOLDER_MARK, m_at);
-        if (mark == std::string::npos) return false;
+        if (mark == std::string_view::npos) return false;
         m_done.append(m_rest, m_at, mark - m_at);
         m_at = mark;
         return true;
     }
 
-    std::string indexText() const { return m_rest.substr(m_at + PLACEHOLDER_MARK.size(), INDEX_LENGTH); }
+    std::string_view indexText() const { return m_rest.substr(m_at + PLACEHOLDER_MARK.size(), INDEX_LENGTH); }
 
     void replacePlaceholder(std::string_view value) {
         m_at = std::min(m_at + PLACEHOLDER_MARK.size() + INDEX_LENGTH, m_rest.size());
+        if (value.find(PLACEHOLDER_MARK.front()) == std::string_view::npos) {
+            m_done.append(value);  // no mark begins or ends in it
+            return;
+        }
+        if (m_own.empty()) {
+            m_own = m_rest.substr(m_at);
+            m_at = 0;
+        }
         if (value.size() > m_at) {
-            const std::size_t room = value.size() + m_rest.size();  // as much again: rarely
-            m_rest.insert(0, room, ' ');
+            const std::size_t room = value.size() + m_own.size();  // as much again: rarely
+            m_own.insert(0, room, ' ');
             m_at += room;
         }
         m_at -= value.size();
-        m_rest.replace(m_at, value.size(), value);
+        m_own.replace(m_at, value.size(), value);
+        m_rest = m_own;
     }
 
     std::size_t size() const { return m_done.size() + m_rest.size() - m_at; }
@@ -153,21 +162,33 @@ public:
     }
 
 private:
+    static constexpr std::size_t USUAL_GROWTH = 32;  // of an alarm's text; more costs a second piece of memory
+
     std::string m_done;
-    std::string m_rest;
+    std::string_view m_rest;  // the template or m_own
+    std::string m_own;
     std::size_t m_at = 0;  // where the rest begins
 };
 
-int replaceAlarmParamInfo(CVRXDebugKitGuard& guard, std::string templ, std::string& out, const POSITION_LIST& pairs) {
+// The index of a placeholder in text: blanks, a sign, digits as strtol takes them.
+int indexOf(std::string_view text) {
+    char digits[INDEX_LENGTH + 1] = {};
+    text.copy(digits, INDEX_LENGTH);
+    return static_cast<int>(std::strtol(digits, nullptr, 10));
+}
+
+// `templ` is no part of `out`.
+int replaceAlarmParamInfo(CVRXDebugKitGuard& guard, std::string_view templ, std::string& out,
+                          const POSITION_LIST& pairs) {
     if (pairs.empty()) {
-        out = std::move(templ);
+        out = templ;
         return 0;
     }
     const std::size_t maxLength = templ.size() + MAX_GROWTH;
     std::size_t handled = 0;
-    Expansion text(std::move(templ));
+    Expansion text(templ);
     while (text.findPlaceholder()) {
-        const std::string indexText = text.indexText();
+        const std::string_view indexText = text.indexText();
         if (indexText.empty()) {
             guard.error(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "no alarm parameter pos");
             return CAlarmConfigParser::NO_PARAMETER_POS;
@@ -179,7 +200,7 @@ int replaceAlarmParamInfo(CVRXDebugKitGuard& guard, std::string templ, std::stri
                        MAX_PLACEHOLDERS, MAX_GROWTH);
             break;
         }
-        const int index = static_cast<int>(std::strtol(indexText.c_str(), nullptr, 10));
+        const int index = indexOf(indexText);
         // The bound is the number of placeholders of the detail, not the number of parameters, on purpose.
         if (index < 0 || static_cast<std::size_t>(index) >= pairs.size()) {
             guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "alarm parameter pos %d is out of range[0, %d]", index,
@@ -272,7 +293,7 @@ int CAlarmConfigParser::getAlarmInfo(unsigned long long alarmId, const std::stri
                     params.c_str(), location.c_str());
         return rc;
     }
-    rc = ::replaceAlarmParamInfo(guard, std::move(detailTemplate), detail, pairs);
+    rc = ::replaceAlarmParamInfo(guard, detailTemplate, detail, pairs);
     if (rc != 0) {
         guard.setResult(false);
         guard.error(LOGCODE_GENERAL, __FUNCTION__, __LINE__,
@@ -318,7 +339,7 @@ int CAlarmConfigParser::replaceAlarmParamInfo(std::string templ, std::string& ou
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
                             "int CAlarmConfigParser::replaceAlarmParamInfo(std::string, std::string&, "
                             "const POSITION_LIST&)");
-    const int rc = ::replaceAlarmParamInfo(guard, std::move(templ), out, pairs);
+    const int rc = ::replaceAlarmParamInfo(guard, templ, out, pairs);
     if (rc != 0) guard.setResult(false);
     return rc;
 }
