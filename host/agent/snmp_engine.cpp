@@ -1,17 +1,11 @@
 #include "host/agent/snmp_engine.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <array>
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <random>
-#include <sstream>
 #include <string_view>
 #include <utility>
 
@@ -78,48 +72,17 @@ int countPacket(netsnmp_session*, netsnmp_transport*, void*, int) {
     return 1;
 }
 
-void makePrivateFolder(const std::filesystem::path& folder) {
-    std::error_code error;
-    std::filesystem::create_directories(folder, error);
-    if (!error) std::filesystem::permissions(folder, std::filesystem::perms::owner_all, error);
-    if (error) throw EngineError(folder.string() + ": " + error.message());
-}
-
-// SNMP-FRAMEWORK-MIB: the enterprise with the first bit set, format 5 (octets), eight octets of chance.
-std::string newEngineId() {
-    constexpr unsigned int ENTERPRISE = 99871;
-    constexpr int RANDOM_OCTETS = 8;
-    std::random_device random;
-    std::ostringstream text;
-    text << std::hex;
-    text.fill('0');
-    text.width(8);
-    text << (0x80000000U | ENTERPRISE) << "05";
-    for (int i = 0; i < RANDOM_OCTETS; ++i) {
-        text.width(2);
-        text << (random() & 0xFFU);
+bool takeUser(const std::string& name) {
+    bool found = false;
+    usmUser* next = nullptr;
+    for (usmUser* user = usm_get_userList(); user != nullptr; user = next) {
+        next = user->next;
+        if (user->secName == nullptr || name != user->secName) continue;
+        usm_remove_user(user);
+        usm_free_user(user);
+        found = true;
     }
-    return "0x" + text.str();
-}
-
-// A configuration file of one line, whole or not at all: read before the operator's, which may name another ID.
-void keepEngineId(const std::filesystem::path& folder) {
-    makePrivateFolder(folder);
-    const std::filesystem::path file = folder / (std::string(SnmpEngine::NAME) + ".conf");
-    if (std::filesystem::exists(file)) return;
-    const std::filesystem::path draft = file.string() + ".new";
-    std::ofstream out(draft);
-    out << "exactEngineID " << newEngineId() << '\n';
-    out.close();
-    using std::filesystem::perms;
-    std::error_code error;
-    if (out) std::filesystem::permissions(draft, perms::owner_read | perms::owner_write, error);
-    if (out && !error) std::filesystem::rename(draft, file, error);
-    if (!out || error) throw EngineError(file.string() + ": cannot be written");
-}
-
-void setFolder(int which, const std::string& value) {
-    netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, which, value.c_str());
+    return found;
 }
 
 void setSwitch(int which, int value) {
@@ -129,20 +92,16 @@ void setSwitch(int which, int value) {
 }  // namespace
 
 SnmpEngine::SnmpEngine(const std::string& root, const std::string& state)
-    : m_configurationFile(root + "/etc/" + NAME + ".conf") {
-    const std::string ownState = state + "/net-snmp";
-    const std::string engineFolder = state + "/engine";
-    makePrivateFolder(ownState);
-    keepEngineId(engineFolder);
-
+    : m_configurationFile(root + "/etc/" + NAME + ".conf"), m_state(state, NAME) {
     // The library's own search paths would mix in another agent's files; MIB texts are not needed here.
     for (const char* variable : {"SNMPCONFPATH", "SNMP_PERSISTENT_FILE", "SNMP_PERSISTENT_DIR"}) ::unsetenv(variable);
     ::setenv("MIBS", "", 1);
     snmp_disable_log();
     netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_DEBUG);
     snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, &SnmpEngine::logLine, nullptr);
-    setFolder(NETSNMP_DS_LIB_CONFIGURATION_DIR, engineFolder + ENV_SEPARATOR + root + "/etc");
-    setFolder(NETSNMP_DS_LIB_PERSISTENT_DIR, ownState);
+    const std::string configuration = m_state.idFolder() + ENV_SEPARATOR + root + "/etc";
+    netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_CONFIGURATION_DIR, configuration.c_str());
+    m_state.useFolder();
     setSwitch(NETSNMP_DS_AGENT_ROLE, 0);  // master
     setSwitch(NETSNMP_DS_AGENT_NO_ROOT_ACCESS, 1);
 
@@ -158,6 +117,7 @@ SnmpEngine::SnmpEngine(const std::string& root, const std::string& state)
     g_reading = &m_faults;
     init_snmp(NAME);
     g_reading = nullptr;
+    m_state.useDraft();
 }
 
 EngineIdentity SnmpEngine::identity() const {
@@ -199,23 +159,15 @@ std::string SnmpEngine::addUser(const UserKeys& user) {
     usm_parse_create_usmUser("createUser", line.data());
     g_reading = nullptr;
     if (!faults.empty()) return faults.front();
-    snmp_store(NAME);
-    return {};
+    std::string unkept = m_state.store();
+    if (!unkept.empty()) takeUser(user.name);
+    return unkept;
 }
 
 std::string SnmpEngine::removeUser(const std::string& name) {
-    bool found = false;
-    usmUser* next = nullptr;
-    for (usmUser* user = usm_get_userList(); user != nullptr; user = next) {
-        next = user->next;
-        if (user->secName == nullptr || name != user->secName) continue;
-        usm_remove_user(user);
-        usm_free_user(user);
-        found = true;
-    }
-    if (!found) return "there is no user " + name;
-    snmp_store(NAME);
-    return {};
+    if (!takeUser(name)) return "there is no user " + name;
+    const std::string unkept = m_state.store();
+    return unkept.empty() ? unkept : unkept + "; the user is gone until the next start only";
 }
 
 bool SnmpEngine::hasUsers() const {
@@ -225,6 +177,11 @@ bool SnmpEngine::hasUsers() const {
 
 SnmpEngine::~SnmpEngine() {
     closeListeners();
+    try {
+        m_state.store();
+    } catch (const std::exception& error) {
+        agent_log::fault({"the engine's state cannot be written: ", error.what()});
+    }
     snmp_shutdown(NAME);
     shutdown_agent();
 }
@@ -257,8 +214,9 @@ void SnmpEngine::listen(std::vector<std::string> addresses, RequestDesk& desk) {
         m_listeners.push_back(opened);
         agent_log::info("listening on " + address);
     }
-    snmp_store(
-        NAME);  // at once: the count of starts must survive the hardest end, or v3 managers reject the next start
+    // At once: the count of starts must survive the hardest end, or v3 managers reject the next start.
+    const std::string unkept = m_state.store();
+    if (!unkept.empty()) throw EngineError("no start whose number cannot be kept: " + unkept);
 }
 
 // What update_config() does, but for the state: users' keys are in memory already, and reading the count of starts
@@ -272,7 +230,7 @@ void SnmpEngine::reload() {
     read_config_with_type(m_configurationFile.c_str(), NAME);
     snmp_call_callbacks(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG, nullptr);
     g_reading = nullptr;
-    snmp_store(NAME);  // new users' keys
+    m_state.store();  // new users' keys
 }
 
 int SnmpEngine::logLine(int, int, void* message, void*) try {

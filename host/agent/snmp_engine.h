@@ -5,25 +5,18 @@
 //     ... register objects ...
 //     engine.listen(addresses, desk);     // from here on requests come
 //
-// Configuration: <root>/etc/vrx-agentd.conf, with snmpd.conf's words and our own (docs/agent.md). State: users' keys
-// and the count of starts in <state>/net-snmp/; the engine ID, made once and kept for ever, in <state>/engine/:
-// managers know SNMPv3 agents by it.
+// Configuration: <root>/etc/vrx-agentd.conf, with snmpd.conf's words and our own (docs/agent.md). State:
+// engine_state.h.
 //
 // Threads: agent thread only. One engine a process.
 #pragma once
 
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "host/agent/engine_state.h"
 #include "host/agent/engine_words.h"
 #include "host/agent/request_desk.h"
-
-// The engine cannot start; what() says what to mend.
-class EngineError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
 
 // SNMPv3's name of this agent, how often it was started under it, and since when it runs.
 struct EngineIdentity {
@@ -66,7 +59,7 @@ public:
     EngineIdentity identity() const;
 
     // A user with keys from these passphrases; they are in the state folder when it returns, the passphrases nowhere.
-    // What it may do is the configuration's matter. Gives what is wrong, or "".
+    // What it may do is the configuration's matter. Gives what is wrong, or "": a user that cannot be kept is not made.
     std::string addUser(const UserKeys& user);
 
     // Takes all users of that name and their keys away. Gives what is wrong, or "".
@@ -77,7 +70,8 @@ public:
 
     // Opens a listener on each address ("udp:127.0.0.1:1161", "udp6:[::1]:1161", "tcp:..."); on those of the
     // configuration's agentAddress when there are none, on DEFAULT_LISTENER when that is missing too. The desk gets all
-    // requests and outlives the engine. Throws EngineError.
+    // requests and outlives the engine. Throws EngineError, also when the count of starts cannot be stored: with one
+    // that SNMPv3 managers have seen before they would reject the next start.
     void listen(std::vector<std::string> addresses, RequestDesk& desk);
 
     // Reads the configuration again: communities, users, views, limits. Listeners stay, and so does the count of
@@ -91,6 +85,7 @@ private:
     static int logLine(int major, int minor, void* message, void* unused);
 
     const std::string m_configurationFile;
+    EngineState m_state;
     EngineLimits m_limits;
     std::vector<std::string> m_faults;
     std::vector<netsnmp_session*> m_listeners;
