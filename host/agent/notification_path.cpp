@@ -73,8 +73,8 @@ void NotificationPath::follow(unsigned long long sequence, const CTLVRecordV3& r
         withPatience([&] { m_binding.follow(record); });
     } catch (const std::exception& fault) {
         ++m_badRecords;
-        agent_log::error("alarm event " + std::to_string(sequence) +
-                         ": the repository of active alarms cannot follow it: " + fault.what());
+        agent_log::fault({"alarm event ", std::to_string(sequence),
+                          ": the repository of active alarms cannot follow it: ", fault.what()});
     }
 }
 
@@ -90,7 +90,7 @@ void NotificationPath::notify(INotifyMsgHandler& handler, const Ticket& ticket, 
         if (!chosen.empty()) trap = withPatience([&] { return build(handler, ticket, record); });
     } catch (const std::exception& fault) {
         ++m_notBuilt;
-        agent_log::error("alarm event " + std::to_string(ticket.sequence) + " is skipped: " + fault.what());
+        agent_log::fault({"alarm event ", std::to_string(ticket.sequence), " is skipped: ", fault.what()});
     }
     m_ledger.hold(ticket);
     try {
@@ -98,7 +98,7 @@ void NotificationPath::notify(INotifyMsgHandler& handler, const Ticket& ticket, 
     } catch (const std::bad_alloc& fault) {
         ++m_notBuilt;
         m_ledger.settle(ticket);
-        agent_log::error("alarm event " + std::to_string(ticket.sequence) + " is skipped: " + fault.what());
+        agent_log::fault({"alarm event ", std::to_string(ticket.sequence), " is skipped: ", fault.what()});
     }
 }
 

@@ -115,7 +115,10 @@ public:
     bool passes(Kind kind) const { return passes(m_kinds[kind].load(std::memory_order_relaxed)); }
 
     void write(spdlog::level::level_enum level, const std::string& origin, const std::string& text) {
-        m_logger->log(level, "[{}] {}", origin, oneLine(text));
+        const std::string line = oneLine(text);
+        t_line = &line;
+        m_logger->log(level, "[{}] {}", origin, line);
+        t_line = nullptr;
     }
     void write(Kind kind, const std::string& origin, const std::string& text) {
         write(m_kinds[kind].load(std::memory_order_relaxed), origin, text);
@@ -138,6 +141,15 @@ private:
         toStderr->set_pattern(LINE_PATTERN);
         m_sinks->add_sink(toStderr);
         m_logger->flush_on(spdlog::level::trace);  // a log is read after a crash
+        m_logger->set_error_handler(&Log::writePlainly);
+    }
+
+    // Of a line that cannot be written for want of memory, or of disk.
+    static void writePlainly(const std::string& fault) {
+        std::fwrite(fault.data(), 1, fault.size(), stderr);  // has no buffer to allocate
+        std::fputs(": ", stderr);
+        if (t_line != nullptr) std::fwrite(t_line->data(), 1, t_line->size(), stderr);
+        std::fputc('\n', stderr);
     }
 
     static spdlog::sink_ptr openFile(const std::string& path) {
@@ -162,7 +174,8 @@ private:
     std::shared_ptr<spdlog::logger> m_logger;
     std::atomic<spdlog::level::level_enum> m_kinds[KINDS];
     std::mutex m_starting;
-    bool m_tookOver = false;  // guarded by m_starting
+    bool m_tookOver = false;                                         // guarded by m_starting
+    static inline thread_local const std::string* t_line = nullptr;  // that is being written
 };
 
 spdlog::level::level_enum levelOfAce(unsigned long priority) {
@@ -190,7 +203,9 @@ ssize_t Log::AceBackend::log(ACE_Log_Record& record) {
 
 class ModuleLogger : public CVRXDebugKit {
 public:
-    explicit ModuleLogger(unsigned int module) : m_origin("module " + std::to_string(module)) {}
+    explicit ModuleLogger(unsigned int module) : m_module(module), m_origin("module " + std::to_string(module)) {}
+
+    unsigned int module() const { return m_module; }
 
     void trace(const std::string& text) override {
         if (m_log.passes(KIND_TRACE)) m_log.write(KIND_TRACE, m_origin, text);
@@ -220,6 +235,7 @@ private:
     }
 
     Log& m_log = Log::instance();
+    unsigned int m_module;
     std::string m_origin;
 };
 
@@ -266,10 +282,16 @@ CVRXDebugKitMgr::CVRXDebugKitMgr() = default;
 CVRXDebugKitMgr::~CVRXDebugKitMgr() {}  // loggers outlive their registry
 
 CVRXDebugKit* CVRXDebugKitMgr::find(unsigned int module) {
+    // Each line of a module asks, mostly for the same logger.
+    static std::atomic<ModuleLogger*> last{nullptr};
+    ModuleLogger* const known = last.load(std::memory_order_acquire);
+    if (known != nullptr && known->module() == module) return known;
+
     static std::mutex& mutex = *new std::mutex;  // never destroyed: loggers are valid until the process ends
     static auto& loggers = *new std::map<unsigned int, std::unique_ptr<ModuleLogger>>;
     const std::lock_guard<std::mutex> lock(mutex);
     std::unique_ptr<ModuleLogger>& logger = loggers[module];
     if (logger == nullptr) logger = std::make_unique<ModuleLogger>(module);
+    last.store(logger.get(), std::memory_order_release);
     return logger.get();
 }
