@@ -63,6 +63,8 @@ struct tControl {
 constexpr int COMMANDS = 198;
 constexpr int REPORTS = 199;
 
+constexpr const char* FULL_DISK = "/dev/full";
+
 tControl* s_control = nullptr;
 unsigned long s_failInMain = 0;  // the allocation that fails, counted from main() on
 bool s_trace = false;            // failing allocations show where they are
@@ -300,6 +302,17 @@ int ftruncate64(int descriptor, off64_t size) noexcept {
 int rename(const char* from, const char* to) noexcept {
     static const auto real = next(&rename, "rename");
     return pathFails(to) ? -1 : real(from, to);
+}
+
+// What is written through the C library's streams goes past write() above: a stream that fails writes to a full disk.
+FILE* fopen(const char* path, const char* mode) {
+    static const auto real = next(&fopen, "fopen");
+    return real(mode[0] != 'r' && pathFails(path) ? FULL_DISK : path, mode);
+}
+
+FILE* fopen64(const char* path, const char* mode) {
+    static const auto real = next(&fopen64, "fopen64");
+    return real(mode[0] != 'r' && pathFails(path) ? FULL_DISK : path, mode);
 }
 
 int getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** found) {

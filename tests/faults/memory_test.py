@@ -1,5 +1,7 @@
 """Memory that runs out: in a request of each object and in a notification of each kind every allocation fails once, then
 all of them from one on. Nothing crashes or leaks, a SET is done whole or not at all, and the next request is answered.
+
+TAMREL_FAULT_STRIDE is the distance between the allocations that fail in notifications (default 9; 1: every one).
 """
 
 import os
@@ -16,8 +18,8 @@ from trap_receiver import TrapReceiver, decode
 COLD_TABLES = "vrxFreshSnapshotAge 0\n"  # each request reads anew
 
 CREATE_AND_GO, DESTROY = 4, 6
-NO_SUCH_SERIAL = 999999
 UNKNOWN_ALARM = 77
+STRIDE = int(os.environ.get("TAMREL_FAULT_STRIDE", "9"))
 
 COUNT = 8  # alarms that are active
 
@@ -186,35 +188,86 @@ class Requests(unittest.TestCase):
 
 
 class Notifications(unittest.TestCase):
-    """With all the memory back, each event has given its traps, or a line tells which it did not."""
+    """With all the memory back, each event has given its traps, or a line tells which it did not; the alarm table is the
+    backend's, the list of destinations is what it was or what was asked for, and the next events give their traps.
+    """
 
     LONGEST = 5000
+    HELD_SECONDS = 0.2  # that memory stays away where all allocations fail
+    ANSWER_SECONDS = 1  # for the answer of a SET, which may have none
 
-    def sweep(self, happen, traps, cleanup=None):
+    def sweep(self, happen, traps):
         with MemorySystem() as system:
-            seen = 0
-            for number in range(1, self.LONGEST):
-                size = system.log_size()
-                before = len(system.receiver.datagrams())
-                system.agent_faults.fail_allocation(number)
-                happen(system)
-                wait_for(lambda: len(system.receiver.datagrams()) >= before + traps or self.skipped(system, size),
-                         "the traps behind allocation %d" % number, 30)
-                failed = system.agent_faults.allocations()[1]
-                system.agent_faults.stop()
-                self.assertTrue(system.agent.running())
-                if cleanup:
-                    before = len(system.receiver.datagrams())
-                    cleanup(system)
-                    wait_for(lambda: len(system.receiver.datagrams()) > before, "the traps of the end")
-                if not failed:
-                    break
-                seen += 1
-            else:
-                self.fail("allocations without end")
-            self.assertGreater(seen, 10)
+            self.active = list(range(1, COUNT + 1))
+            self.asked, self.added = False, None  # a second destination; the answer
+            self.settle(system, "before all")
+            for forever in (False, True):
+                self.sweep_one(system, happen, traps, forever)
             for datagram in system.receiver.datagrams():
                 decode(datagram)
+
+    def sweep_one(self, system, happen, traps, forever):
+        seen = 0
+        for number in range(1, self.LONGEST, STRIDE * (7 if forever else 1)):
+            where = "allocation %d%s" % (number, " and all behind it" if forever else "")
+            size, before = system.log_size(), len(system.receiver.datagrams())
+            system.agent_faults.fail_allocation(number, forever)
+            happen(system)
+            if forever:
+                time.sleep(self.HELD_SECONDS)
+                failed = system.agent_faults.allocations()[1]
+                system.agent_faults.stop()
+            wait_for(lambda: len(system.receiver.datagrams()) >= before + traps or self.skipped(system, size), where, 30)
+            if not forever:
+                failed = system.agent_faults.allocations()[1]
+                system.agent_faults.stop()
+            self.assertTrue(system.agent.running(), where)
+            self.settle(system, where)
+            if not failed:
+                break
+            seen += 1
+        else:
+            self.fail("allocations without end")
+        self.assertGreater(seen, 2)
+
+    def settle(self, system, where):
+        """The alarms as at the beginning, and one more, whose traps come behind all of before."""
+        before = len(system.receiver.datagrams())
+        for serial in self.active[COUNT:]:
+            self.clear(system, serial)
+        serial = self.raise_one(system)
+        wait_for(lambda: [trap.value(9) for trap in system.receiver.traps(before)].count(serial) == 2,
+                 where + ": the traps of the next alarm")
+        wait_for(lambda: system.wait_for_view(self.active), where + ": the alarms")
+        self.check_destinations(system, where)
+
+    def check_destinations(self, system, where):
+        """As before; or with a second one that was asked for, which goes again."""
+        there = self.destinations(system)
+        if self.added is not None and self.added.error == NO_ERROR:
+            self.assertEqual(there, [system.receiver.port, 9], where)
+        elif self.added is not None or not self.asked:
+            self.assertEqual(there, [system.receiver.port], where)
+        if len(there) > 1:
+            self.assertEqual(there, [system.receiver.port, 9], where)
+            self.assertEqual(system.manager.ask(SET, [(column(3, 2), snmp.number(DESTROY))]).error, NO_ERROR, where)
+
+    def raise_one(self, system, alarm=POWER_LOSS):
+        """Its serial number; the newest alarm stands last in `active`."""
+        body = system.alarms.call(record(RAISE_ALARM, uint(1, alarm, 8), uint(2, 3), text(8, "someone,once")))
+        serial = int.from_bytes(body[-4:], "little")
+        if alarm == POWER_LOSS:
+            self.active.append(serial)
+        return serial
+
+    def clear(self, system, serial):
+        system.alarms.clear_alarm(serial)
+        self.active.remove(serial)
+
+    @staticmethod
+    def destinations(system):
+        answer = system.manager.ask(GETBULK, [DESTINATIONS + ".2"], second=3)
+        return [value for name, _, value in answer.bindings if name.startswith(DESTINATIONS + ".2.")]
 
     @staticmethod
     def skipped(system, size):
@@ -224,7 +277,26 @@ class Notifications(unittest.TestCase):
         return "is skipped" in told or "sending fails: out of memory" in told
 
     def test_an_alarm_is_raised(self):
-        self.sweep(lambda system: system.alarms.raise_alarms(1), 2)
+        self.sweep(self.raise_one, 2)
+
+    def test_an_alarm_ends(self):
+        self.sweep(lambda system: self.clear(system, self.active[-1]), 2)
+
+    def test_an_alarm_is_not_defined(self):
+        def happen(system):  # it gives no trap: the next one tells that it is done
+            self.raise_one(system, UNKNOWN_ALARM)
+            self.raise_one(system)
+
+        self.sweep(happen, 2)
+
+    def test_a_destination_is_added_meanwhile(self):
+        def happen(system):
+            self.raise_one(system)
+            system.manager.send(SET, create(2, 9))
+            self.asked = True
+            self.added = system.manager.receive(self.ANSWER_SECONDS)
+
+        self.sweep(happen, 2)
 
 
 if __name__ == "__main__":

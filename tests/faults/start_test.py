@@ -1,7 +1,7 @@
 """Memory that runs out while the agent starts, its module and an embedded backend included: it starts all the same or
 ends with an exit code of sysexits and a line that says why; nothing leaks, and the next start finds its state whole.
 
-TAMREL_FAULT_STRIDE is the distance between the allocations that fail (default 29; 1: every one, some minutes).
+TAMREL_FAULT_STRIDE is the distance between the allocations that fail (default 53; 1: every one, some minutes).
 """
 
 import os
@@ -14,7 +14,7 @@ from backend_client import BackendClient
 from faults import CONFIG, Faults
 from harness import ALARMS, BUILD_DIR, System, values, wait_for
 
-STRIDE = int(os.environ.get("TAMREL_FAULT_STRIDE", "29"))
+STRIDE = int(os.environ.get("TAMREL_FAULT_STRIDE", "53"))
 COMMANDS, REPORTS = 198, 199  # of fault_shim.cpp
 EX_OK, EX_FIRST, EX_LAST = 0, 64, 78  # sysexits.h
 SECONDS = 60
