@@ -45,20 +45,14 @@ bool isInteger32(const tNumber& number) {
                            : number.bits <= static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max());
 }
 
+std::string_view bytesOfCell(const CTLVCell& cell) {
+    if (cell.length() == 0) return {};
+    return {reinterpret_cast<const char*>(cell.data()), cell.length()};
+}
+
 std::string octetsOfCell(const CTLVCell& cell) {
-    switch (cell.type()) {
-        case CTLVCell::TLV_TYPE_UINT:
-        case CTLVCell::TLV_TYPE_INT:
-            return cell.toString();
-        case CTLVCell::TLV_TYPE_STRING: {
-            std::size_t length = cell.length();
-            if (length > 0 && cell.data()[length - 1] == 0) --length;
-            return length == 0 ? std::string() : std::string(reinterpret_cast<const char*>(cell.data()), length);
-        }
-        default:
-            return cell.length() == 0 ? std::string()
-                                      : std::string(reinterpret_cast<const char*>(cell.data()), cell.length());
-    }
+    if (cell.type() == CTLVCell::TLV_TYPE_UINT || cell.type() == CTLVCell::TLV_TYPE_INT) return cell.toString();
+    return std::string(textOfCell(cell).value_or(bytesOfCell(cell)));
 }
 
 std::string bytesOf(const OidVector& name) {
@@ -66,6 +60,13 @@ std::string bytesOf(const OidVector& name) {
 }
 
 }  // namespace
+
+std::optional<std::string_view> textOfCell(const CTLVCell& cell) {
+    if (cell.type() != CTLVCell::TLV_TYPE_STRING && cell.type() != CTLVCell::TLV_TYPE_OCTETS) return std::nullopt;
+    std::string_view bytes = bytesOfCell(cell);
+    if (cell.type() == CTLVCell::TLV_TYPE_STRING && !bytes.empty() && bytes.back() == 0) bytes.remove_suffix(1);
+    return bytes;
+}
 
 std::optional<SnmpValue> valueOfCell(const CTLVCell& cell, const MibSyntax& syntax) {
     if (cell.type() == CTLVCell::TLV_TYPE_NONE) return std::nullopt;

@@ -24,6 +24,9 @@ struct SnmpValue {
     std::string octets;        // of octet strings, object identifiers and addresses as their bytes
 };
 
+// The bytes of a STRING (without its terminating zero) or OCTETS cell where they lie; nothing for other cells.
+std::optional<std::string_view> textOfCell(const CTLVCell& cell);
+
 // The value of a cell in a column; nothing when the cell holds none that the syntax could show.
 std::optional<SnmpValue> valueOfCell(const CTLVCell& cell, const MibSyntax& syntax);
 

@@ -29,6 +29,16 @@ TableSnapshot::TableSnapshot(const MibObject& object, std::uint64_t changes, Clo
     }
 }
 
+void TableSnapshot::tCell::set(unsigned char ofType, std::string_view octets, std::uint64_t ofNumber, Texts& texts) {
+    type = ofType;
+    length = static_cast<std::uint32_t>(octets.size());
+    if (length > 0) {
+        text = texts.add(octets);
+    } else {
+        number = ofNumber;
+    }
+}
+
 void TableSnapshot::reserve(std::size_t rows) {
     m_rows.reserve(rows);
     for (tColumn& column : m_columns) column.cells.reserve(rows);
@@ -40,11 +50,12 @@ void TableSnapshot::add(std::uint32_t number, const CTLVRecordV3& record) {
         tCell cell;
         const auto found = record.find(static_cast<unsigned short>(column.mib->number));
         if (found != record.end()) {
-            if (const auto value = valueOfCell(CTLVRecordV3::cellAt(found), column.mib->syntax)) {
-                cell.type = value->type;
-                cell.length = static_cast<std::uint32_t>(value->octets.size());
-                cell.number = value->number;
-                if (cell.length > 0) cell.text = column.texts.add(value->octets);
+            const CTLVCell& from = CTLVRecordV3::cellAt(found);
+            const auto text = column.mib->syntax.type == ASN_OCTET_STR ? textOfCell(from) : std::nullopt;
+            if (text) {  // most of a table's bytes: from the record to their place at once
+                cell.set(ASN_OCTET_STR, *text, 0, column.texts);
+            } else if (const auto value = valueOfCell(from, column.mib->syntax)) {
+                cell.set(value->type, value->octets, value->number, column.texts);
             }
         }
         column.cells.push_back(cell);

@@ -74,15 +74,6 @@ public:
     static bool isInstanceName(const MibObject& object, const oid* suffix, std::size_t length);
 
 private:
-    struct tCell {
-        std::uint32_t length = 0;       // of a text
-        unsigned char type = ASN_NULL;  // ASN_NULL: no instance
-        union {
-            std::uint64_t number = 0;
-            const char* text;  // when length is not 0
-        };
-    };
-
     // Texts one behind the other in blocks that never move.
     class Texts {
     public:
@@ -93,6 +84,18 @@ private:
         char* m_free = nullptr;
         std::size_t m_left = 0;
     };
+
+    struct tCell {
+        std::uint32_t length = 0;       // of a text
+        unsigned char type = ASN_NULL;  // ASN_NULL: no instance
+        union {
+            std::uint64_t number = 0;
+            const char* text;  // when length is not 0
+        };
+
+        void set(unsigned char ofType, std::string_view octets, std::uint64_t ofNumber, Texts& texts);
+    };
+
     struct tRow {
         std::uint32_t number;
         std::uint32_t cell;  // position in each column
