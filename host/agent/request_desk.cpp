@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "host/agent/agent_log.h"
+#include "host/agent/answer_bound.h"
 #include "host/agent/net_snmp.h"
 #include "host/agent/set_request.h"
 
@@ -116,6 +117,7 @@ bool RequestDesk::isRetry(netsnmp_session* session, int requestId, netsnmp_pdu* 
 }
 
 int RequestDesk::takeRead(netsnmp_session* session, int requestId, netsnmp_pdu* pdu) {
+    boundAnswer(*pdu);
     if (!m_waiting.empty() && isRetry(session, requestId, pdu, retryKey(session, *pdu))) return 1;
     auto transaction = std::make_unique<ReadTransaction>();
     transaction->id = m_nextId++;
