@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <initializer_list>
+#include <iterator>
 #include <list>
 #include <map>
 #include <memory>
@@ -11,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "alarm/snmp_alarm_iniparser.h"
 #include "alarm/snmp_alarm_repository.h"
 #include "handlers/snmp_topo_handler.h"
 #include "module/snmp_handler.h"
@@ -22,6 +24,7 @@
 
 using failing_memory::failAt;
 using failing_memory::failEachAllocation;
+using failing_memory::isFailureToCome;
 using failing_memory::liveBlock;
 using failing_memory::liveBlocks;
 using failing_memory::startTracking;
@@ -138,6 +141,62 @@ TEST(AllocationFailure, ChosenDestinationsBeforeTheFailureStay) {
             });
         EXPECT_GE(failures, 6u);  // three entries, three users
     }
+}
+
+TEST(AllocationFailure, BindingsBeforeTheFailureAreFilledInTheirOrder) {
+    const std::size_t order[] = {1, 2, 3, 4, 6, 7, 8, 9, 10, 11, 5, 12, 13, 14, 15};
+    const TlvRecord notification =
+        recordOf(7, u64(1, 70), u32(2, 5), u32(3, 42), u64(4, 1767323045), u64(5, 0), u64(6, 0), text(8, "7,8"));
+    CTamrelNotifyMsgHandler handler;
+    {
+        FakeHost once;  // its definitions stay loaded
+        once.setConfig("SNMP_CONF", "ALARM_INI_PATH", "definitions.xml");
+        once.setConfig("SNMP_CONF", "ALARM_PARAM_ENUM_PATH", "enumerations.xml");
+        once.writeFile("definitions.xml",
+                       "<root><eventDefinition><param eventID='70' name='n' suggestion='##00' detail='##00 ##01'"
+                       " location='##01'/></eventDefinition></root>");
+        once.writeFile("enumerations.xml", "<alarm><param_enum/></alarm>");
+        Agentpp::Vbx* array = nullptr;
+        EXPECT_EQ(handler.constructAlarmTrapVb(*makeRecord(notification), array), 0);
+        delete[] array;
+    }
+    std::size_t filled = 0;
+    std::size_t mostOfAFailure = 0;
+    const unsigned int failures = failEachAllocation(
+        [&](unsigned int n) {
+            FakeHost host;
+            const std::unique_ptr<CTLVRecordV3> record = makeRecord(notification);
+            Agentpp::Vbx* array = nullptr;
+            bool thrown = false;
+            failAt(n);
+            try {
+                EXPECT_EQ(handler.constructAlarmTrapVb(*record, array), 0);
+            } catch (const std::bad_alloc&) {
+                thrown = true;
+            }
+            const bool failed = !isFailureToCome();  // a log line without memory is not thrown
+            failAt(0);
+            const std::unique_ptr<Agentpp::Vbx[]> bindings(array);
+            filled = 0;
+            const auto isFilled = [&bindings](std::size_t number) {
+                return bindings[number - 1].get_syntax() != sNMP_SYNTAX_NULL;
+            };
+            if (bindings) {
+                const auto* const gap = std::find_if_not(std::begin(order), std::end(order), isFilled);
+                EXPECT_TRUE(std::none_of(gap, std::end(order), isFilled)) << n;
+                filled = static_cast<std::size_t>(gap - std::begin(order));
+            }
+            if (thrown) {
+                mostOfAFailure = std::max(mostOfAFailure, filled);
+            } else {
+                EXPECT_EQ(filled, std::size(order)) << n;
+            }
+            return failed;
+        },
+        [](unsigned int n, bool) { EXPECT_EQ(liveBlocks(), 0u) << "blocks lost when allocation " << n << " failed"; });
+    CAlarmConfigParser::destroy();
+    EXPECT_GE(failures, 16u);  // the array and what is in it
+    EXPECT_GE(mostOfAFailure, 14u);
 }
 
 TEST(AllocationFailure, AddedSerialNumberIsThereWholeOrNotAtAll) {

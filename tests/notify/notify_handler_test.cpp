@@ -218,7 +218,14 @@ TEST_F(NotifyHandlerTest, CategoryIsReadFromTheEndTimes) {
 
 TEST_F(NotifyHandlerTest, CategoryOfAWrongCellThrows) {
     unsigned int category = 9;
-    EXPECT_THROW(handler.getAlarmCategory(*makeRecord(notification({text(6, "0")})), category), CVRX_Exception);
+    for (const unsigned short tag : {static_cast<unsigned short>(6), static_cast<unsigned short>(5)}) {
+        try {
+            handler.getAlarmCategory(*makeRecord(notification({text(tag, "0")})), category);
+            ADD_FAILURE() << "no exception for tag " << tag;
+        } catch (const CVRX_Exception& e) {
+            EXPECT_EQ(e.what(), "CVRX_Exception: CTLVCell isn't numerical type! tag equal to " + std::to_string(tag));
+        }
+    }
     EXPECT_EQ(category, 9U);
 }
 
@@ -228,6 +235,23 @@ TEST_F(NotifyHandlerTest, LevelIsOfTheManagementSystemsScale) {
     for (const auto& [level, expected] : levels) {
         EXPECT_EQ(Trap(handler, notification({u32(2, level)})).value(6), expected);
     }
+}
+
+TEST_F(NotifyHandlerTest, CellsOfOtherWidthsAreReadInTheWidthOfTheirValue) {
+    writeDefinitions("<param eventID='70' detail='d'/>");
+    load();
+    const unsigned long long upper = 1ULL << 32;
+    const Trap trap(handler, notification({u32(1, 70), u64(2, upper + 4), u64(3, upper + 42),
+                                           u32(4, static_cast<unsigned int>(RAISED)), u32(5, 0),
+                                           rawCell(6, CTLVCell::TLV_TYPE_UINT, std::string(1, '\0'))}));
+    ASSERT_EQ(trap.result, 0);
+    EXPECT_EQ(trap.value(12), "70");
+    EXPECT_EQ(trap.value(6), "3");
+    EXPECT_EQ(trap.value(9), "42");
+    EXPECT_EQ(loggedTime(), RAISED_TEXT);
+    const Trap ended(handler, notification({u32(1, 70), u32(5, static_cast<unsigned int>(ENDED))}));
+    ASSERT_EQ(ended.result, 0);
+    EXPECT_EQ(loggedTime(), ENDED_TEXT);
 }
 
 TEST_F(NotifyHandlerTest, AlarmIdFillsBothWordsOfTheCounter) {
@@ -242,13 +266,41 @@ TEST_F(NotifyHandlerTest, AlarmIdFillsBothWordsOfTheCounter) {
 
 TEST_F(NotifyHandlerTest, EmptyTextsAreEmptyAlsoInTheLog) {
     writeDefinitions("<param eventID='70' name='' detail='' location='' suggestion=''/>");
+    host.setProductSn("");
     load();
     const Trap trap(handler, notification({u64(1, 70)}));
     ASSERT_EQ(trap.result, 0);
-    EXPECT_EQ(trap.octets(2), "");
-    EXPECT_EQ(trap.syntax(2), sNMP_SYNTAX_OCTETS);
+    for (int number : {2, 3, 4, 10, 14}) {
+        SCOPED_TRACE(number);
+        EXPECT_EQ(trap.octets(number), "");
+        EXPECT_EQ(trap.syntax(number), sNMP_SYNTAX_OCTETS);
+    }
+    EXPECT_THAT(logged(), ElementsAre("warn 0x1002E the content of alarm is \n"
+                                      "ReportingAlarmNodeCode      --- NODE0001\n"
+                                      "ReportingAlarmLocationInfo  --- \n"
+                                      "ReportingAlarmRestoreAdvice --- \n"
+                                      "ReportingAlarmFaultTitle    --- \n"
+                                      "ReportingAlarmFaultType     --- 2\n"
+                                      "ReportingAlarmFaultLevel    --- 2\n"
+                                      "ReportingAlarmAlarmID       --- 70\n"
+                                      "ReportingAlarmFaultTime     --- 2026-01-02,03:04:05.0,+00:00\n"
+                                      "ReportingAlarmSerialNo      --- 42\n"
+                                      "ReportingAlarmAdditionInfo  --- \n"
+                                      "ReportingAlarmFaultCategory --- 1\n"
+                                      "ReportingAlarmLocationAlmID --- 70\n"
+                                      "ReportingAlarmProductModel  --- 7700\n"
+                                      "ReportingAlarmProductSN     --- \n"
+                                      "ReportingAlarmProductSystemName     --- storage-1\n"));
+}
+
+TEST_F(NotifyHandlerTest, PercentSignsOfTextsAreLoggedAsTheyAre) {
+    writeDefinitions("<param eventID='70' name='100%s %n %d%%' detail='d'/>");
+    load();
+    const Trap trap(handler, notification({u64(1, 70)}));
+    ASSERT_EQ(trap.result, 0);
+    EXPECT_EQ(trap.value(4), "100%s %n %d%%");
     EXPECT_THAT(host.log().lines("warn").back(),
-                testing::HasSubstr("\nReportingAlarmLocationInfo  --- \nReportingAlarmRestoreAdvice --- \n"));
+                testing::HasSubstr("\nReportingAlarmFaultTitle    --- 100%s %n %d%%\nReportingAlarmFaultType "));
 }
 
 TEST_F(NotifyHandlerTest, UnknownNodeCodeIsAnEmptyText) {
@@ -283,6 +335,8 @@ TEST_F(NotifyHandlerTest, ParametersEndAtTheFirstZeroByte) {
 
 TEST_F(NotifyHandlerTest, UnknownAlarmReturnsTheParsersCode) {
     expectFailure(notification({u64(1, 5)}), -1, "error 0x1002C parse alarm 5 failed");
+    expectFailure(notification({u64(1, 0xFFFFFFFFFFFFFFFFULL)}), -1,
+                  "error 0x1002C parse alarm 18446744073709551615 failed");
 }
 
 TEST_F(NotifyHandlerTest, AlarmThatCannotBeRenderedReturnsTheParsersCode) {
@@ -326,8 +380,10 @@ TEST_F(NotifyHandlerTest, AbsentCellIsRefused) {
         const Trap trap(handler, notificationWithout(tag));
         EXPECT_EQ(trap.result, -1);
         EXPECT_EQ(trap.bindings, nullptr);
-        EXPECT_THAT(host.log().lines("error"),
-                    ElementsAre(testing::StartsWith("error 0x1002C handle notify failed, CVRX_Exception: ")));
+        EXPECT_THAT(
+            host.log().lines("error"),
+            ElementsAre("error 0x1002C handle notify failed, CVRX_Exception: record has no cell, tag equal to " +
+                        std::to_string(tag)));
     }
 }
 
@@ -515,6 +571,9 @@ TEST_F(NotifyHandlerTest, FixedAnswersAndTheirSilence) {
     EXPECT_STREQ(handler.getTrapOid(1).get_printable(), "1.3.6.1.4.1.99871.2.91.10.2.1.0.1");
     EXPECT_EQ(&handler.getTrapOid(1), &handler.getTrapOid(2));
     EXPECT_STREQ(handler.getBaseOid().get_printable(), BASE);
+    CTamrelNotifyMsgHandler other;
+    EXPECT_EQ(&handler.getTrapOid(1), &other.getTrapOid(1));
+    EXPECT_EQ(&handler.getBaseOid(), &other.getBaseOid());
     EXPECT_TRUE(handler.useDateAndTime());
     EXPECT_EQ(handler.getTrapVbLen(), 15);
     EXPECT_THAT(host.log().lines(), IsEmpty());
@@ -688,6 +747,8 @@ TEST_F(OidBasedHandlerTest, BothResultsAreTheSameObject) {
 
 TEST_F(OidBasedHandlerTest, FixedAnswers) {
     EXPECT_STREQ(oidBased.getBaseOid().get_printable(), "1.3.6.1.4.1.99871.2.251.20.1.3");
+    CTamrelOIDBasedMsgHandler other;
+    EXPECT_EQ(&oidBased.getBaseOid(), &other.getBaseOid());
     EXPECT_FALSE(oidBased.useDateAndTime());
     EXPECT_EQ(oidBased.getTrapVbLen(), 15);
     EXPECT_THAT(host.log().lines(), IsEmpty());

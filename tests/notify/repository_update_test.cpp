@@ -88,8 +88,28 @@ TEST_F(RepositoryUpdateTest, CategoryThreeLeavesTheRepositoryAlone) {
     EXPECT_THAT(active(), ElementsAre(5U, 7U));
 }
 
+TEST_F(RepositoryUpdateTest, UpdateIsTraced) {
+    const std::string handlerName = "int CTamrelNotifyMsgHandler::";
+    const std::string put = handlerName + "putAlarmIntoRepository(u_int, u_int)";
+    const std::string get = "static CAlarmRepository_Singleton* CAlarmRepository_Singleton::getAlarmRepository()";
+    const std::string update = handlerName + "updateRepository(u_int, u_int, CAlarmRepository_Singleton*)";
+    for (u_int category : {1U, 2U}) {
+        host.log().clear();
+        EXPECT_EQ(handler.putAlarmIntoRepository(9, category), 0);
+        const std::string change = category == 1 ? "int CAlarmRepository_Singleton::addAlarm(u_int)"
+                                                 : "int CAlarmRepository_Singleton::deleteAlarm(u_int)";
+        EXPECT_THAT(host.log().lines(), ElementsAre("trace enter " + put + "...", "trace enter " + get + "...",
+                                                    "trace leave " + get + ": OK", "trace enter " + update + "...",
+                                                    "trace enter " + change + "...", "trace leave " + change + ": OK",
+                                                    "trace leave " + update + ": OK", "trace leave " + put + ": OK"));
+        for (const FakeLogLine& line : host.log().entries()) EXPECT_EQ(line.module, 4U);
+    }
+}
+
 TEST_F(RepositoryUpdateTest, AnyOtherCategoryDeletes) {
     EXPECT_EQ(handler.putAlarmIntoRepository(5, 0), 0);
+    EXPECT_EQ(repository.addAlarm(5), 0);
+    EXPECT_EQ(handler.putAlarmIntoRepository(5, 4294967295U), 0);
     EXPECT_EQ(handler.putAlarmIntoRepository(7, 4), 0);
     EXPECT_EQ(repository.getAlarmRepositorySize(), 0U);
 }
@@ -115,14 +135,14 @@ TEST_F(RepositoryUpdateTest, RefusalsAreTracedAsFailed) {
 }
 
 TEST_F(RepositoryUpdateTest, DirectUpdatePassesRefusalsOn) {
-    EXPECT_EQ(handler.updateRepository(1, 9, &repository), 0);
-    EXPECT_EQ(handler.updateRepository(1, 9, &repository), -1);
-    EXPECT_EQ(handler.updateRepository(2, 8, &repository), -1);
+    EXPECT_EQ(handler.updateRepository(1, 4294967295U, &repository), 0);
+    EXPECT_EQ(handler.updateRepository(1, 4294967295U, &repository), -1);
+    EXPECT_EQ(handler.updateRepository(2, 4294967294U, &repository), -1);
     EXPECT_THAT(host.log().lines("error"),
-                ElementsAre("error 0x1002E add alarm with serial num 9 into repository failed, errcode=-1",
-                            "error 0x1002E alarm with serial num 8 not existed.",
-                            "error 0x1002E delete clear type alarm 8 failed, errcode=-1"));
-    EXPECT_THAT(active(), ElementsAre(5U, 7U, 9U));
+                ElementsAre("error 0x1002E add alarm with serial num 4294967295 into repository failed, errcode=-1",
+                            "error 0x1002E alarm with serial num 4294967294 not existed.",
+                            "error 0x1002E delete clear type alarm 4294967294 failed, errcode=-1"));
+    EXPECT_THAT(active(), ElementsAre(5U, 7U, 4294967295U));
 }
 
 TEST_F(RepositoryUpdateTest, MissingRepositoryIsReportedForEveryCategory) {
