@@ -28,6 +28,17 @@ protected:
         EXPECT_EQ(parser.alarmItems().size(), 1U);
         return *parser.alarmItems().begin()->second;
     }
+
+    // Every text is `text`, and no parameter has an enumeration.
+    static void expectTexts(const CAlarmConfigItem& item, const std::string& text) {
+        EXPECT_EQ(item.name, text);
+        EXPECT_EQ(item.reason, text);
+        EXPECT_EQ(item.suggestion, text);
+        EXPECT_EQ(item.detail, text);
+        EXPECT_EQ(item.location, text);
+        EXPECT_EQ(item.alarmOid, text);
+        EXPECT_THAT(item.paramEnumDescs, IsEmpty());
+    }
 };
 
 TEST_F(AlarmDefinitionsTest, DefinitionKeepsItsTexts) {
@@ -44,29 +55,30 @@ TEST_F(AlarmDefinitionsTest, DefinitionKeepsItsTexts) {
 }
 
 TEST_F(AlarmDefinitionsTest, AbsentTextsAreNoneAndEmptyOnesStayEmpty) {
-    writeDefinitions("<param eventID='7' name='' detail=''/>");
-    const CAlarmConfigItem& item = only();
-    EXPECT_EQ(item.name, "");
-    EXPECT_EQ(item.detail, "");
-    EXPECT_EQ(item.reason, "None");
-    EXPECT_EQ(item.suggestion, "None");
-    EXPECT_EQ(item.location, "None");
-    EXPECT_EQ(item.alarmOid, "None");
-    EXPECT_THAT(item.paramEnumDescs, IsEmpty());
+    writeDefinitions(
+        "<param eventID='7'/>"
+        "<param eventID='8' name='' reason='' suggestion='' detail='' location='' alarmOid='' paramDesc=''/>");
+    const auto& items = load().alarmItems();
+    expectTexts(*items.at(7), "None");
+    expectTexts(*items.at(8), "");
 }
 
 TEST_F(AlarmDefinitionsTest, ElementWithoutAttributesDefinesAlarmZero) {
     writeDefinitions("<param/>");
     const CAlarmConfigItem& item = only();
     EXPECT_EQ(item.alarmId, 0U);
-    EXPECT_EQ(item.name, "None");
+    EXPECT_EQ(item.level, 0U);
+    expectTexts(item, "None");
     EXPECT_EQ(render(0, "").result, -1);
 }
 
 TEST_F(AlarmDefinitionsTest, FirstDefinitionOfAnIdentifierWins) {
-    writeDefinitions("<param eventID='7' name='first'/><param eventID='7' name='second'/>");
+    writeDefinitions(
+        "<param eventID='-1' name='first'/><param eventID='-1' name='second'/><param eventID='-1' name='third'/>");
     CAlarmConfigParser::instance();
-    EXPECT_THAT(host.log().lines("warn"), ElementsAre("warn 0x1002E repeated alarm 7, so ignore it."));
+    EXPECT_THAT(host.log().lines("warn"),
+                ElementsAre("warn 0x1002E repeated alarm 18446744073709551615, so ignore it.",
+                            "warn 0x1002E repeated alarm 18446744073709551615, so ignore it."));
     EXPECT_EQ(only().name, "first");
 }
 
@@ -294,6 +306,19 @@ TEST_F(AlarmDefinitionsTest, LineEndsAreLineFeeds) {
     EXPECT_EQ(loadFailure(), "open config file(" + path + ") failed.\nError reading end tag.. Location(row:3,col:18).");
 }
 
+TEST_F(AlarmDefinitionsTest, EncodingIsTheDeclaredOne) {
+    const std::string root = "<root><eventDefinition><param eventID='7' name='&#228;'/></eventDefinition></root>";
+    const std::pair<const char*, const char*> cases[] = {{"", "\xE4"},
+                                                         {"\xEF\xBB\xBF", "\xC3\xA4"},
+                                                         {"<?xml version='1.0'?>", "\xC3\xA4"},
+                                                         {"<?xml version='1.0' encoding='UTF-8'?>", "\xC3\xA4"},
+                                                         {"<?xml version='1.0' encoding='ISO-8859-1'?>", "\xE4"}};
+    for (const auto& [head, name] : cases) {
+        writeDefinitionFile(head + root);
+        EXPECT_EQ(only().name, name) << head;
+    }
+}
+
 TEST_F(AlarmDefinitionsTest, FailedLoadIsTriedAgain) {
     host.setConfig("SNMP_CONF", "ALARM_INI_PATH", "conf/later.xml");
     EXPECT_THAT(loadFailure(), StartsWith("open config file("));
@@ -306,8 +331,12 @@ TEST_F(AlarmDefinitionsTest, FailingEnumerationFileFailsTheWholeLoad) {
     std::filesystem::remove(host.root() + "/" + ENUMERATION_PATH);
     EXPECT_THAT(loadFailure(), StartsWith("open alarm config file("));
     EXPECT_THAT(loadFailure(), EndsWith(",col:0)."));
-    writeEnumerations(DISK_STATES);
+    writeDefinitions("<param eventID='8'/>");
+    writeEnumerations("<enum_type name='A'><enum_member value='1'>a</enum_member></enum_type>");
     EXPECT_EQ(loadFailure(), "");
+    const CAlarmConfigParser& parser = *CAlarmConfigParser::instance();
+    EXPECT_THAT(parser.alarmItems(), ElementsAre(Pair(8U, testing::_)));
+    EXPECT_THAT(parser.enumDescMap(), ElementsAre(Pair("A_1", "a")));
 }
 
 TEST_F(AlarmDefinitionsTest, FilesAreReadOncePerInstance) {

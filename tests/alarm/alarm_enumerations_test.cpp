@@ -56,7 +56,10 @@ TEST_F(AlarmEnumerationsTest, BadTypesAndMembersAreSkippedSilently) {
         "<enum_type name='A'><enum_member>no value</enum_member><enum_member value='2'/>"
         "<enum_member value='3'>  </enum_member><!--enum_member--><member value='4'>x</member>"
         "<enum_member value='5'>five</enum_member></enum_type>");
-    EXPECT_THAT(load().enumDescMap(), ElementsAre(Pair("A_5", "five")));
+    EXPECT_THAT(CAlarmConfigParser::instance()->enumDescMap(), ElementsAre(Pair("A_5", "five")));
+    EXPECT_THAT(host.log().linesWithoutTrace(),
+                ElementsAre("debug 0xFFFF file path : conf/definitions.xml",
+                            "debug 0xFFFF file path : conf/enumerations.xml", "debug 0xFFFF EnumDescKey is (A_5)"));
 }
 
 TEST_F(AlarmEnumerationsTest, TypeNodesWithoutUseAreSkipped) {

@@ -90,10 +90,10 @@ TEST_F(AlarmRenderingTest, IdentifierZeroIsRefused) {
 
 TEST_F(AlarmRenderingTest, UnknownIdentifierLeavesEveryOutputUntouched) {
     load();
-    const Rendered r = render(5, "7");
+    const Rendered r = render(0xFFFFFFFFFFFFFFFFULL, "7");
     EXPECT_EQ(r.result, -1);
     expectUntouched(r);
-    EXPECT_THAT(logged(), ElementsAre("warn 0x1002E alarm 5 desn't need to be parsed."));
+    EXPECT_THAT(logged(), ElementsAre("warn 0x1002E alarm 18446744073709551615 desn't need to be parsed."));
 }
 
 TEST_F(AlarmRenderingTest, EmptyDefinitionsAreReportedBeforeTheIdentifier) {
@@ -144,7 +144,7 @@ TEST_F(AlarmRenderingTest, IndexThatTheDetailLacksIsHyphens) {
 }
 
 TEST_F(AlarmRenderingTest, LocationEndingInAMarkFails) {
-    const Rendered r = renderTemplates("##00", "slot ##", "s ##00", "7");
+    const Rendered r = renderTemplates("##00", "slot ##", "s ##00", "7&#44;,");
     EXPECT_EQ(r.result, 16793615);
     Rendered expected;
     expected.level = 70;
@@ -154,40 +154,58 @@ TEST_F(AlarmRenderingTest, LocationEndingInAMarkFails) {
     EXPECT_EQ(r.suggestion, expected.suggestion);
     EXPECT_EQ(r.name, expected.name);
     EXPECT_THAT(logged(), ElementsAre("error 0x1002E no alarm parameter pos",
-                                      "error 0x1002E parse alarm location slot ## using parameter 7 failed. parsed "
-                                      "location is location before."));
+                                      "error 0x1002E parse alarm location slot ## using parameter 7&#44;, failed. "
+                                      "parsed location is location before."));
 }
 
 TEST_F(AlarmRenderingTest, DetailEndingInAMarkFails) {
-    const Rendered r = renderTemplates("##00 {x} ##", "slot ##00", "s", "7");
+    const Rendered r = renderTemplates("##00 {x} ##", "slot ##00", "s", "7&#44;,");
     EXPECT_EQ(r.result, 16793615);
     EXPECT_EQ(r.level, 70U);
-    EXPECT_EQ(r.location, "slot 7");
+    EXPECT_EQ(r.location, "slot 7,");
     EXPECT_EQ(r.detail, "detail before");
     EXPECT_EQ(r.suggestion, "suggestion before");
     EXPECT_EQ(r.name, "name before");
     EXPECT_THAT(logged(), ElementsAre("error 0x1002E no alarm parameter pos",
-                                      "error 0x1002E parse alarm detail ##00 {x} ## using parameter 7 failed, parsed "
-                                      "detail is detail before."));
+                                      "error 0x1002E parse alarm detail ##00 {x} ## using parameter 7&#44;, failed, "
+                                      "parsed detail is detail before."));
 }
 
 TEST_F(AlarmRenderingTest, SuggestionEndingInAMarkFailsBehindLocationAndDetail) {
-    const Rendered r = renderTemplates("##00", "slot ##00", "replace ##", "7");
+    const Rendered r = renderTemplates("##00", "slot ##00", "replace ##", "7&#44;,");
     EXPECT_EQ(r.result, 16793615);
     EXPECT_EQ(r.level, 70U);
-    EXPECT_EQ(r.location, "slot 7");
-    EXPECT_EQ(r.detail, "7");
+    EXPECT_EQ(r.location, "slot 7,");
+    EXPECT_EQ(r.detail, "7,");
     EXPECT_EQ(r.suggestion, "suggestion before");
     EXPECT_EQ(r.name, "name before");
     EXPECT_THAT(logged(), ElementsAre("error 0x1002E no alarm parameter pos",
-                                      "error 0x1002E parse alarm suggestion replace ## using parameter 7 failed, "
+                                      "error 0x1002E parse alarm suggestion replace ## using parameter 7&#44;, failed, "
                                       "parsed detail is suggestion before."));
 }
 
-TEST_F(AlarmRenderingTest, FailureReleasesTheLock) {
-    EXPECT_EQ(renderTemplates("##00", "##", "s", "7").result, 16793615);
-    EXPECT_EQ(render(0, "").result, -1);
-    EXPECT_EQ(render(ALARM, "7").result, 16793615);
+TEST_F(AlarmRenderingTest, EveryResultLeavesTheLockFree) {
+    const auto expectFree = [](CAlarmConfigParser& parser) {
+        ACE_Thread_Mutex& mutex = parser.*(&OpenParser::m_oMutex);
+        ASSERT_EQ(mutex.tryacquire(), 0);
+        mutex.release();
+    };
+    const char* const texts[][3] = {
+        {"##00", "l", "s"}, {"##00", "##", "s"}, {"##00 ##", "l", "s"}, {"##00", "l", "##"}};
+    for (const auto& [detail, location, suggestion] : texts) {
+        renderTemplates(detail, location, suggestion, "7");
+        expectFree(*CAlarmConfigParser::instance());
+    }
+    const auto lookUp = [&expectFree](CAlarmConfigParser& parser, unsigned long long alarmId) {
+        render(alarmId, "7");
+        expectFree(parser);
+        std::string oid;
+        parser.getAlarmOidInfo(alarmId, oid);
+        expectFree(parser);
+    };
+    for (unsigned long long alarmId : {0ULL, 5ULL, ALARM}) lookUp(load(), alarmId);
+    writeDefinitions("");
+    lookUp(load(), ALARM);
 }
 
 TEST_F(AlarmRenderingTest, UnclosedMapStopsTheValues) {
@@ -373,9 +391,11 @@ TEST_F(AlarmRenderingTest, OidTextIsNoneWhereTheAttributeIsAbsent) {
 
 TEST_F(AlarmRenderingTest, OidTextOfAnUnknownAlarmStaysAsItWas) {
     std::string oid = "before";
-    EXPECT_EQ(load().getAlarmOidInfo(5, oid), -1);
-    EXPECT_EQ(load().getAlarmOidInfo(0, oid), -1);
-    EXPECT_THAT(logged(), ElementsAre("error 0x1002E invalid alarm id 0"));
+    CAlarmConfigParser& parser = load();
+    EXPECT_EQ(parser.getAlarmOidInfo(0xFFFFFFFFFFFFFFFFULL, oid), -1);
+    EXPECT_EQ(parser.getAlarmOidInfo(0, oid), -1);
+    EXPECT_THAT(logged(), ElementsAre("warn 0x1002E alarm 18446744073709551615 desn't need to be parsed.",
+                                      "error 0x1002E invalid alarm id 0"));
     EXPECT_EQ(oid, "before");
 }
 
@@ -540,6 +560,7 @@ INSTANTIATE_TEST_SUITE_P(
                     TemplateCase{"FirstPairOfAnIndex", "##00", {{0, "x"}, {0, "y"}}, "x", {}},
                     TemplateCase{"ThreeDigits", "##001", {{0, "x"}}, "x1", {}},
                     TemplateCase{"BlankIsPartOfTheIndex", "##1 b", {{0, "x"}, {1, "y"}}, "yb", {}},
+                    TemplateCase{"BlankBeforeTheDigit", "## 1b", {{0, "x"}, {1, "y"}}, "yb", {}},
                     TemplateCase{"LettersAreIndexZero", "##abc", {{0, "x"}}, "xc", {}},
                     TemplateCase{"OneDigitAtTheEnd", "a##1", {{0, "x"}, {1, "y"}}, "ay", {}},
                     TemplateCase{"EmptyValue", "a##00b", {{0, ""}}, "ab", {}},
@@ -561,6 +582,7 @@ TEST_F(AlarmRenderingTest, MarkWithoutIndexLeavesTheOutputAsItWas) {
     std::string out = "before";
     EXPECT_EQ(load().replaceAlarmParamInfo("##00 ##", out, {{0, "x"}}), 0x100400F);
     EXPECT_EQ(out, "before");
+    EXPECT_THAT(logged(), ElementsAre("error 0x1002E no alarm parameter pos"));
 }
 
 TEST_F(AlarmRenderingTest, ReplacementWithoutAPairLeavesTheText) {

@@ -2,8 +2,12 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <chrono>
+#include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/alarm/failing_lock.h"
@@ -56,17 +60,25 @@ TEST_F(AlarmRepositoryTest, SerialNumberZeroIsRefusedSilently) {
 }
 
 TEST_F(AlarmRepositoryTest, SerialNumberIsAddedOnce) {
-    EXPECT_EQ(repository.addAlarm(7), 0);
-    EXPECT_EQ(repository.addAlarm(7), -1);
-    EXPECT_THAT(host.log().linesWithoutTrace(), ElementsAre("warn 0x1002E alarm with serial num 7 has existed."));
-    EXPECT_EQ(repository.getAlarmRepositorySize(), 1U);
-    EXPECT_THAT(all(), ElementsAre(7U));
+    for (u_int serialNo : {7U, 4294967295U}) {
+        repository.clearAllAlarmItems();
+        host.log().clear();
+        EXPECT_EQ(repository.addAlarm(serialNo), 0);
+        EXPECT_EQ(repository.addAlarm(serialNo), -1);
+        EXPECT_THAT(host.log().linesWithoutTrace(),
+                    ElementsAre("warn 0x1002E alarm with serial num " + std::to_string(serialNo) + " has existed."));
+        EXPECT_EQ(repository.getAlarmRepositorySize(), 1U);
+        EXPECT_THAT(all(), ElementsAre(serialNo));
+    }
 }
 
 TEST_F(AlarmRepositoryTest, AbsentSerialNumberIsNotDeleted) {
     repository.addAlarm(7);
     EXPECT_EQ(repository.deleteAlarm(9), -1);
-    EXPECT_THAT(host.log().linesWithoutTrace(), ElementsAre("error 0x1002E alarm with serial num 9 not existed."));
+    EXPECT_EQ(repository.deleteAlarm(4294967295U), -1);
+    EXPECT_THAT(host.log().linesWithoutTrace(),
+                ElementsAre("error 0x1002E alarm with serial num 9 not existed.",
+                            "error 0x1002E alarm with serial num 4294967295 not existed."));
     EXPECT_THAT(all(), ElementsAre(7U));
 }
 
@@ -176,9 +188,42 @@ TEST_F(AlarmRepositoryTest, EveryResultLeavesTheLockFree) {
     repository.addAlarm(0);
     repository.addAlarm(7);
     repository.addAlarm(7);
+    repository.getAllAlarmItems(items);
     repository.deleteAlarm(8);
+    repository.deleteAlarm(7);
+    repository.clearAllAlarmItems();  // each of them would wait for the lock that the one before kept
     ASSERT_EQ(OpenRepository::m_oMutex.tryacquire(), 0);
     OpenRepository::m_oMutex.release();
+}
+
+TEST_F(AlarmRepositoryTest, ChangesAndSnapshotWaitForTheLock) {
+    const std::pair<const char*, std::function<int()>> operations[] = {
+        {"addAlarm(", [this] { return repository.addAlarm(7); }},
+        {"getAllAlarmItems(",
+         [this] {
+             SERIALNO_LIST items;
+             return repository.getAllAlarmItems(items);
+         }},
+        {"deleteAlarm(", [this] { return repository.deleteAlarm(7); }},
+        {"clearAllAlarmItems(", [this] { return repository.clearAllAlarmItems(); }}};
+    for (const auto& [name, operation] : operations) {
+        SCOPED_TRACE(name);
+        host.log().clear();
+        ASSERT_EQ(OpenRepository::m_oMutex.acquire(), 0);
+        std::atomic<bool> done{false};
+        int result = -2;
+        std::thread thread([&done, &result, &run = operation] {
+            result = run();
+            done = true;
+        });
+        while (host.log().lines("trace").empty()) std::this_thread::yield();  // until it has begun
+        // Nothing tells that it waits: it is given far more time than it would need.
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_FALSE(done);
+        OpenRepository::m_oMutex.release();
+        thread.join();
+        EXPECT_EQ(result, 0);
+    }
 }
 
 TEST_F(AlarmRepositoryTest, ManyThreadsLoseNothing) {
