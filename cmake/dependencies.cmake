@@ -8,7 +8,6 @@ find_package(nlohmann_json REQUIRED)
 pkg_check_modules(ACE REQUIRED IMPORTED_TARGET ACE)
 pkg_check_modules(MICROHTTPD REQUIRED IMPORTED_TARGET libmicrohttpd)
 pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
-pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 pkg_check_modules(TINYXML REQUIRED IMPORTED_TARGET tinyxml)
 # net-snmp-config names Perl and every system library; the three that a host links are enough.
 find_path(NETSNMP_INCLUDE_DIR net-snmp/net-snmp-config.h REQUIRED)
