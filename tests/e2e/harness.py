@@ -181,14 +181,18 @@ class System:
 
     def close(self):
         """Stops both programs and removes the root; complains about a sanitizer's or an unclean end."""
-        codes = {}
+        codes, problems = {}, []
         for program in (self.agent, self.backend):
             killed = program.process is not None and program.process.poll() == -signal.SIGKILL
-            code = program.stop()
+            try:
+                code = program.stop()
+            except Failure as failure:  # the other one is stopped all the same
+                problems.append(str(failure))
+                continue
             if code is not None and not killed:
                 codes[program.name] = (code, program)
-        problems = ["%s ended with %d:\n%s" % (name, code, program.log())
-                    for name, (code, program) in codes.items() if code != 0]
+        problems += ["%s ended with %d:\n%s" % (name, code, program.log())
+                     for name, (code, program) in codes.items() if code != 0]
         shutil.rmtree(self.root, ignore_errors=True)
         if problems:
             raise Failure("\n".join(problems))
