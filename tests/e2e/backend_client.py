@@ -62,7 +62,11 @@ class BackendClient:
     def __init__(self, path):
         self._connection = socket.socket(socket.AF_UNIX)
         self._connection.settimeout(30)
-        self._connection.connect(path)
+        try:
+            self._connection.connect(path)
+        except OSError:
+            self._connection.close()
+            raise
 
     def __enter__(self):
         return self

@@ -9,13 +9,13 @@ import os
 import random
 import signal
 import socket
-import struct
 import subprocess
 import threading
 import time
 import unittest
 
-from backend_client import GET_CURRENT_ALARM, POWER_LOSS, RAISE_ALARM, BackendClient, record, text, uint
+from actors import Actor, Alarms
+from backend_client import GET_CURRENT_ALARM, POWER_LOSS, BackendClient, record, uint
 from harness import (AGENT_CONFIG, ALARMS, CLEAR_ALARM, DESTINATIONS, ENTERPRISE, TOPOLOGY, V2C, V3, System, free_port,
                      wait_for)
 from trap_receiver import TrapReceiver
@@ -31,75 +31,12 @@ SYS_NAME = "1.3.6.1.2.1.1.5.0"
 CONFIG = AGENT_CONFIG + "trapcommunity traps\n"
 
 
-class Actor(threading.Thread):
-    """Does the same thing again and again, each time with the number of its turn. `turns` counts what has succeeded."""
-
-    def __init__(self, name, act, pause=0.0):
-        super().__init__(name=name, daemon=True)
-        self.turns = 0
-        self.failure = None
-        self._act = act
-        self._pause = pause
-        self._stopping = threading.Event()
-
-    def run(self):
-        turn = 0
-        while not self._stopping.is_set():
-            try:
-                if self._act(turn):
-                    self.turns += 1
-            except Exception as failure:  # pylint: disable=broad-except
-                self.failure = failure
-            turn += 1
-            self._stopping.wait(self._pause)
-
-    def stop(self):
-        self._stopping.set()
-
-
-class Alarms:
-    """Raises alarms at a steady pace over a connection of its own and clears the oldest."""
-
-    def __init__(self, system):
-        self._path = system.path("state", "backend.sock")
-        self._client = None
-        self._serials = []
-        self.raised = 0
-
-    def act(self, _turn):
-        if self._client is None:
-            self._client = BackendClient(self._path)
-        try:
-            one = record(RAISE_ALARM, uint(1, POWER_LOSS, 8), uint(2, 3), text(8, "someone,once"))
-            body = self._client.call(*[one] * AT_ONCE)
-            # Each answer is a record with the one cell of its serial number: 10 bytes and 4 before it.
-            self._serials += [struct.unpack_from("<I", body, at + 14)[0] for at in range(0, len(body), 18)]
-            self.raised += AT_ONCE
-            while len(self._serials) > ACTIVE_AT_MOST:
-                self._clear(self._serials.pop(0))
-        except (OSError, ConnectionError):
-            self.close()
-            raise
-        return True
-
-    def _clear(self, serial):
-        try:
-            self._client.clear_alarm(serial)
-        except AssertionError:
-            pass  # the actor with the SETs was there before
-
-    def close(self):
-        if self._client is not None:
-            self._client.__exit__()
-            self._client = None
-
-
 class Load:
     """A system with a live and a dead destination, and all actors on it."""
 
     def __init__(self, system, receiver):
         self.system = system
-        self.alarms = Alarms(system)
+        self.alarms = Alarms(system, AT_ONCE, ACTIVE_AT_MOST)
         self._hangups = threading.Lock()
         system.add_destination(1, receiver.port)
         system.add_destination(2, free_port(), version=3, user="admin")  # nobody there: its traps go nowhere
@@ -202,6 +139,14 @@ class EndUnderLoad(unittest.TestCase):
     def setUp(self):
         self.chance = random.Random(SEED)
 
+    @staticmethod
+    def idle_seconds(program):
+        """How long an idle one takes to end here and now; it is started again."""
+        code, seconds = seconds_to_end(program)
+        assert code == 0, program.log()[-4000:]
+        program.start()
+        return seconds
+
     def ends_in_time(self, program, idle):
         code, seconds = seconds_to_end(program)
         self.assertEqual(code, 0, program.log()[-4000:])
@@ -214,9 +159,7 @@ class EndUnderLoad(unittest.TestCase):
 
     def test_the_agent_ends_in_time(self):
         with System(agent_config=CONFIG) as system, TrapReceiver() as receiver:
-            code, idle = seconds_to_end(system.agent)
-            self.assertEqual(code, 0)
-            system.agent.start()
+            idle = self.idle_seconds(system.agent)
             with Load(system, receiver) as load:
                 for _ in range(SHUTDOWNS):
                     self.at_some_moment(load)
@@ -226,9 +169,7 @@ class EndUnderLoad(unittest.TestCase):
     def test_the_agent_ends_in_time_while_the_backend_hangs(self):
         with System(agent_config=CONFIG, device={("BACKEND", "CALL_DEADLINE_MS"): 60_000}) as system, \
                 TrapReceiver() as receiver:
-            code, idle = seconds_to_end(system.agent)
-            self.assertEqual(code, 0)
-            system.agent.start()
+            idle = self.idle_seconds(system.agent)
             with Load(system, receiver) as load:
                 for _ in range(SHUTDOWNS):
                     self.at_some_moment(load)
@@ -241,9 +182,7 @@ class EndUnderLoad(unittest.TestCase):
 
     def test_the_backend_ends_in_time(self):
         with System(agent_config=CONFIG) as system, TrapReceiver() as receiver:
-            code, idle = seconds_to_end(system.backend)
-            self.assertEqual(code, 0)
-            system.backend.start()
+            idle = self.idle_seconds(system.backend)
             with Load(system, receiver) as load:
                 for _ in range(SHUTDOWNS):
                     self.at_some_moment(load)
@@ -253,9 +192,7 @@ class EndUnderLoad(unittest.TestCase):
 
     def test_a_client_that_says_nothing_or_half_of_it_does_not_hold_up_the_backend(self):
         with System() as system:
-            code, idle = seconds_to_end(system.backend)
-            self.assertEqual(code, 0)
-            system.backend.start()
+            idle = self.idle_seconds(system.backend)
             with socket.socket(socket.AF_UNIX) as silent, socket.socket(socket.AF_UNIX) as half, \
                     BackendClient(system.path("state", "backend.sock")) as asked:
                 for connection in (silent, half):

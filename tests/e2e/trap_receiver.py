@@ -161,10 +161,14 @@ class TrapReceiver:
                 datagram = self._socket.recv(65536)
             except socket.timeout:
                 continue
-            with self._lock:
-                self._datagrams.append(datagram)
+            self.take(datagram)
             if self._forward:
                 self._socket.sendto(datagram, ("127.0.0.1", self._forward))
+
+    def take(self, datagram):
+        """On the receiver's thread."""
+        with self._lock:
+            self._datagrams.append(datagram)
 
     def datagrams(self, start=0):
         with self._lock:
