@@ -186,7 +186,7 @@ public:
         : m_sender(m_loop, unpaced(), transport),
           m_ledger(surroundings().root() + "/notifications.db"),
           m_binding(CNotifyHandler::instance()->handlers()),
-          m_path(CNotifyHandler::instance()->handlers(), m_binding, m_sender, m_ledger, [] {}) {
+          m_path(CNotifyHandler::instance()->handlers(), m_binding, {&m_sender}, m_ledger, [] {}) {
         tTrapDestInfo destination;
         destination.index = "1";
         destination.address = "127.0.0.1";

@@ -4,6 +4,7 @@
 
 #include <exception>
 #include <string>
+#include <utility>
 
 #include "host/agent/agent_log.h"
 #include "host/services/backend_protocol.h"
@@ -11,14 +12,16 @@
 #include "platform/notify_msg_handler.h"
 
 NotificationPath::NotificationPath(const std::list<INotifyMsgHandler*>& handlers, const TamrelBinding& binding,
-                                   TrapSender& sender, NotificationLedger& ledger, std::function<void()> alarmsChanged)
+                                   std::vector<NotificationSink*> sinks, NotificationLedger& ledger,
+                                   std::function<void()> alarmsChanged)
     : m_handlers(handlers),
       m_binding(binding),
-      m_sender(sender),
+      m_sinks(std::move(sinks)),
       m_ledger(ledger),
-      m_alarmsChanged(std::move(alarmsChanged)) {}
+      m_alarmsChanged(std::move(alarmsChanged)),
+      m_parts(m_sinks.size()) {}
 
-// Events that began in this life of the process are in the sender's queues already and need not come again.
+// Events that began in this life of the process are in the sinks' queues already and need not come again.
 std::optional<unsigned long long> NotificationPath::lastHandledEvent() {
     return m_ledger.lastBegun();
 }
@@ -28,9 +31,9 @@ void NotificationPath::onConnected(unsigned long long lastSequenceOfStore,
     const std::lock_guard<std::mutex> handling(m_handling);
     const std::optional<unsigned long long> last = m_ledger.lastBegun();
     if (!last) {
-        m_ledger.startBehind(lastSequenceOfStore);
+        startBehind(lastSequenceOfStore);
     } else if (*last > lastSequenceOfStore) {
-        m_ledger.startBehind(0);  // a store that began anew: the source delivers all of its events
+        startBehind(0);  // a store that began anew: the source delivers all of its events
     }
     m_comparedAt = lastSequenceOfStore;
     const TamrelBinding::Difference difference = m_binding.compare(activeSerials);
@@ -39,6 +42,12 @@ void NotificationPath::onConnected(unsigned long long lastSequenceOfStore,
                         std::to_string(difference.deleted) + " deleted to match the backend");
     }
     m_alarmsChanged();
+}
+
+// The ledger last: without its word all of this is done again at the next contact.
+void NotificationPath::startBehind(unsigned long long sequence) {
+    for (NotificationSink* sink : m_sinks) sink->startBehind(sequence);
+    m_ledger.startBehind(sequence);
 }
 
 void NotificationPath::onEvent(unsigned long long sequence, const CTLVRecordV3& record) {
@@ -52,7 +61,8 @@ void NotificationPath::onEvent(unsigned long long sequence, const CTLVRecordV3& 
     ++m_events;
     follow(sequence, record);
     m_alarmsChanged();
-    for (INotifyMsgHandler* handler : m_handlers) notify(*handler, ticket, record);
+    unsigned int place = 0;
+    for (INotifyMsgHandler* handler : m_handlers) notify(*handler, place++, ticket, record);
 }
 
 void NotificationPath::onDisconnected() {
@@ -78,23 +88,59 @@ void NotificationPath::follow(unsigned long long sequence, const CTLVRecordV3& r
     }
 }
 
-void NotificationPath::notify(INotifyMsgHandler& handler, const Ticket& ticket, const CTLVRecordV3& record) {
-    const std::shared_ptr<const TrapDestinationMap> all = m_sender.destinations();
+// What the handlers choose from.
+const TrapDestinationMap& NotificationPath::allDestinations() {
+    static const TrapDestinationMap NONE;
+    const TrapDestinationMap* only = &NONE;
+    bool several = false;
+    bool same = m_merged != nullptr;
+    for (std::size_t i = 0; i < m_sinks.size(); ++i) {
+        Destinations now = m_sinks[i]->destinations();
+        if (!now->empty()) {
+            several = several || !only->empty();
+            only = now.get();
+        }
+        if (now != m_parts[i]) same = false;
+        m_parts[i] = std::move(now);
+    }
+    if (!several || !same) m_merged.reset();
+    if (!several) return *only;
+    if (m_merged == nullptr) {
+        const auto merged = std::make_shared<TrapDestinationMap>();
+        for (const Destinations& part : m_parts) merged->insert(part->begin(), part->end());
+        m_merged = merged;
+    }
+    return *m_merged;
+}
+
+void NotificationPath::notify(INotifyMsgHandler& handler, unsigned int place, const Ticket& ticket,
+                              const CTLVRecordV3& record) {
     std::list<tTrapDestInfo> chosen;
     std::shared_ptr<const Trap> trap;
     try {
+        const TrapDestinationMap& all = withPatience([&]() -> const TrapDestinationMap& { return allDestinations(); });
         withPatience([&] {
             chosen.clear();
-            handler.filterTrapMap(*all, chosen);
+            handler.filterTrapMap(all, chosen);
         });
         if (!chosen.empty()) trap = withPatience([&] { return build(handler, ticket, record); });
     } catch (const std::exception& fault) {
         ++m_notBuilt;
         agent_log::fault({"alarm event ", std::to_string(ticket.sequence), " is skipped: ", fault.what()});
     }
+    for (std::size_t sink = 0; sink < m_sinks.size(); ++sink) {
+        const bool concerned = m_parts[sink] != nullptr && !m_parts[sink]->empty();
+        if (concerned) submit(sink, {ticket.sequence, place}, chosen, trap, ticket);
+    }
+}
+
+void NotificationPath::submit(std::size_t sink, const TrapOrigin& origin, const std::list<tTrapDestInfo>& chosen,
+                              const std::shared_ptr<const Trap>& trap, const Ticket& ticket) {
     m_ledger.hold(ticket);
     try {
-        withPatience([&] { m_sender.submit(*all, chosen, trap, [this, ticket] { m_ledger.settle(ticket); }); });
+        withPatience([&] {
+            m_sinks[sink]->submit(origin, *m_parts[sink], chosen, trap, [this, ticket] { m_ledger.settle(ticket); });
+        });
     } catch (const std::bad_alloc& fault) {
         ++m_notBuilt;
         m_ledger.settle(ticket);

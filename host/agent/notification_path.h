@@ -1,6 +1,6 @@
 // From an alarm event to the traps of it: asks every notification handler of the dispatcher which destinations are to
-// get its trap, lets it build one if there is any, and hands that to the sender. The repository of active alarms and
-// the ledger follow.
+// get its trap, lets it build one if there is any, and hands that to the sinks. The repository of active alarms and the
+// ledger follow; it holds an event until every sink has settled it.
 //
 // An event whose record a handler cannot use is logged, counted and done with: it would be as bad next time.
 //
@@ -11,11 +11,13 @@
 #include <cstdint>
 #include <functional>
 #include <list>
+#include <memory>
 #include <mutex>
+#include <vector>
 
 #include "host/agent/notification_ledger.h"
+#include "host/agent/notification_sink.h"
 #include "host/agent/tamrel_binding.h"
-#include "host/agent/trap_sender.h"
 #include "host/services/alarm_event_source.h"
 
 class INotifyMsgHandler;
@@ -30,8 +32,9 @@ public:
 
     // What is given outlives the path. `alarmsChanged` is called before the traps of an event go out, from the event
     // source's thread: what was read of the alarms before is stale.
-    NotificationPath(const std::list<INotifyMsgHandler*>& handlers, const TamrelBinding& binding, TrapSender& sender,
-                     NotificationLedger& ledger, std::function<void()> alarmsChanged);
+    NotificationPath(const std::list<INotifyMsgHandler*>& handlers, const TamrelBinding& binding,
+                     std::vector<NotificationSink*> sinks, NotificationLedger& ledger,
+                     std::function<void()> alarmsChanged);
 
     std::optional<unsigned long long> lastHandledEvent() override;
     void onConnected(unsigned long long lastSequenceOfStore, const std::vector<unsigned int>& activeSerials) override;
@@ -45,18 +48,28 @@ public:
 
 private:
     using Ticket = NotificationLedger::Ticket;
+    using Destinations = std::shared_ptr<const TrapDestinationMap>;
 
+    void startBehind(unsigned long long sequence);
     void follow(unsigned long long sequence, const CTLVRecordV3& record);
-    void notify(INotifyMsgHandler& handler, const Ticket& ticket, const CTLVRecordV3& record);
+    const TrapDestinationMap& allDestinations();
+    void notify(INotifyMsgHandler& handler, unsigned int place, const Ticket& ticket, const CTLVRecordV3& record);
+    void submit(std::size_t sink, const TrapOrigin& origin, const std::list<tTrapDestInfo>& chosen,
+                const std::shared_ptr<const Trap>& trap, const Ticket& ticket);
     std::shared_ptr<const Trap> build(INotifyMsgHandler& handler, const Ticket& ticket, const CTLVRecordV3& record);
 
     const std::list<INotifyMsgHandler*>& m_handlers;
     const TamrelBinding& m_binding;
-    TrapSender& m_sender;
+    const std::vector<NotificationSink*> m_sinks;
     NotificationLedger& m_ledger;
     std::function<void()> m_alarmsChanged;
 
-    std::mutex m_handling;  // taken while an event is handled
+    std::mutex m_handling;  // taken while an event is handled; guards the rest but the counters
+
+    // Of each sink, as last seen, and all of them in one list when several have some. Lists change seldom: no event
+    // pays for putting them together.
+    std::vector<Destinations> m_parts;
+    Destinations m_merged;
 
     // The repository was compared with the backend when this was its last event: it is ahead of those up to here.
     unsigned long long m_comparedAt = 0;

@@ -42,7 +42,7 @@ NotificationService::NotificationService(AgentLoop& loop, std::function<void()> 
     : m_sender(loop, TrapOptions::fromDevice(), m_transport),
       m_ledger(VRX_Utility::getVRXRootEnv() + "/state/notifications.db"),
       m_binding(CNotifyHandler::instance()->handlers()),
-      m_path(CNotifyHandler::instance()->handlers(), m_binding, m_sender, m_ledger, std::move(alarmsChanged)),
+      m_path(CNotifyHandler::instance()->handlers(), m_binding, {&m_sender}, m_ledger, std::move(alarmsChanged)),
       m_source(m_path),
       m_reader(std::make_shared<DestinationReader>(m_sender)) {}
 

@@ -1,7 +1,6 @@
 #include "host/agent/trap_sender.h"
 
 #include <algorithm>
-#include <cctype>
 
 #include "host/agent/agent_log.h"
 #include "host/services/out_of_memory.h"
@@ -16,7 +15,6 @@ constexpr int TRAPS_PER_TURN = 16;
 // Waiting for the next token of every single trap would wake the agent thread more often than needed.
 constexpr milliseconds SHORTEST_SLEEP{5};
 
-constexpr std::size_t KEY_DIGITS = 10;
 constexpr const char* NO_NAME = "--";  // of a destination without user or community
 constexpr unsigned int SNMPV3 = 3;
 
@@ -41,12 +39,6 @@ bool sameRow(const tTrapDestInfo& a, const tTrapDestInfo& b) {
 }
 
 }  // namespace
-
-std::string trapDestinationKey(const std::string& index) {
-    const bool isNumber = !index.empty() && index.size() < KEY_DIGITS &&
-                          std::all_of(index.begin(), index.end(), [](unsigned char c) { return std::isdigit(c) != 0; });
-    return isNumber ? std::string(KEY_DIGITS - index.size(), '0') + index : index;
-}
 
 TrapSender::TrapSender(AgentLoop& loop, const TrapOptions& options, TrapTransport& transport,
                        TrapResolver::Lookup lookup)
@@ -99,9 +91,9 @@ std::shared_ptr<const TrapDestinationMap> TrapSender::destinations() const {
     return m_list;
 }
 
-void TrapSender::submit(const TrapDestinationMap& considered, const std::list<tTrapDestInfo>& chosen,
-                        std::shared_ptr<const Trap> trap, Settled settled) {
-    std::set<std::string> keys;  // a handler may append a destination twice, or one that it was not given
+void TrapSender::submit(const TrapOrigin& /*origin*/, const TrapDestinationMap& considered,
+                        const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Trap> trap, Settled settled) {
+    std::set<std::string> keys;
     for (const tTrapDestInfo& info : chosen) {
         const std::string key = trapDestinationKey(info.index);
         if (considered.count(key) != 0) keys.insert(key);
@@ -174,7 +166,7 @@ void TrapSender::sendColdStart() {
     const auto all = destinations();
     std::list<tTrapDestInfo> chosen;
     for (const auto& entry : *all) chosen.push_back(entry.second);
-    submit(*all, chosen, std::move(trap), nullptr);
+    submit(TrapOrigin(), *all, chosen, std::move(trap), nullptr);
 }
 
 void TrapSender::refresh() {

@@ -3,7 +3,7 @@
 //     TrapSender sender(loop, options, transport);
 //     sender.setDestinations(all);
 //     sender.sendColdStart();
-//     sender.submit(*sender.destinations(), chosen, trap, [] { /* no destination waits for it any more */ });
+//     sender.submit(origin, *sender.destinations(), chosen, trap, [] { /* no destination waits for it any more */ });
 //
 // submit() only puts traps into queues; the agent thread takes them out, as fast as each destination's pace allows. A
 // trap whose queue is full is dropped. Names are looked up in the background, and their traps wait for that. Order is
@@ -23,6 +23,7 @@
 #include <string>
 
 #include "host/agent/agent_loop.h"
+#include "host/agent/notification_sink.h"
 #include "host/agent/trap_channel.h"
 #include "host/agent/trap_content.h"
 #include "host/agent/trap_counters.h"
@@ -31,20 +32,12 @@
 #include "host/agent/trap_resolver.h"
 #include "platform/trap_dest_info.h"
 
-// All destinations, by their number with leading zeros: the order of the keys is that of the numbers.
-using TrapDestinationMap = std::map<std::string, tTrapDestInfo>;
-
-// The key of a destination's number; a text that is no number stays as it is.
-std::string trapDestinationKey(const std::string& index);
-
-class TrapSender {
+class TrapSender : public NotificationSink {
 public:
-    using Settled = std::function<void()>;
-
     // `loop` and `transport` outlive the sender.
     TrapSender(AgentLoop& loop, const TrapOptions& options, TrapTransport& transport,
                TrapResolver::Lookup lookup = TrapResolver::systemLookup);
-    ~TrapSender();
+    ~TrapSender() override;
     TrapSender(const TrapSender&) = delete;
     TrapSender& operator=(const TrapSender&) = delete;
 
@@ -52,13 +45,11 @@ public:
     // dropped.
     void setDestinations(const std::list<tTrapDestInfo>& destinations);
 
-    std::shared_ptr<const TrapDestinationMap> destinations() const;
+    std::shared_ptr<const TrapDestinationMap> destinations() const override;
 
-    // One trap. `considered` is the list that was chosen from: it gives what is filtered. A null trap is one that could
-    // not be built. `settled` is called once, by any thread, as soon as the trap was sent or dropped at all chosen
-    // destinations; not when the sender stops before that.
-    void submit(const TrapDestinationMap& considered, const std::list<tTrapDestInfo>& chosen,
-                std::shared_ptr<const Trap> trap, Settled settled);
+    // `settled` is called as soon as the trap was sent or dropped at all chosen destinations.
+    void submit(const TrapOrigin& origin, const TrapDestinationMap& considered, const std::list<tTrapDestInfo>& chosen,
+                std::shared_ptr<const Trap> trap, Settled settled) override;
 
     // coldStart to every destination.
     void sendColdStart();

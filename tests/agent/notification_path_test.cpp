@@ -3,6 +3,7 @@
 #include "platform/notify_msg_handler.h"
 
 #include "host/agent/notification_path.h"
+#include "host/agent/trap_sender.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -58,6 +59,42 @@ private:
     Agentpp::Oidx m_oid;
 };
 
+// A sink that keeps what it is given, and settles nothing by itself.
+class OtherSink : public NotificationSink {
+public:
+    struct Submitted {
+        TrapOrigin origin;
+        std::size_t considered = 0;
+        std::vector<std::string> chosen;
+        std::shared_ptr<const Trap> trap;
+        Settled settled;
+    };
+
+    std::shared_ptr<const TrapDestinationMap> destinations() const override { return list; }
+    void submit(const TrapOrigin& origin, const TrapDestinationMap& considered, const std::list<tTrapDestInfo>& chosen,
+                std::shared_ptr<const Trap> trap, Settled settled) override {
+        Submitted one{origin, considered.size(), {}, std::move(trap), std::move(settled)};
+        for (const tTrapDestInfo& info : chosen) one.chosen.push_back(info.index);
+        submitted.push_back(std::move(one));
+    }
+    void startBehind(unsigned long long sequence) override { startedBehind.push_back(sequence); }
+
+    void setDestinations(const std::vector<tTrapDestInfo>& infos) {
+        auto map = std::make_shared<TrapDestinationMap>();
+        for (const tTrapDestInfo& info : infos) map->emplace(trapDestinationKey(info.index), info);
+        list = std::move(map);
+    }
+
+    std::shared_ptr<const TrapDestinationMap> list = std::make_shared<TrapDestinationMap>();
+    std::vector<Submitted> submitted;
+    std::vector<unsigned long long> startedBehind;
+};
+
+tTrapDestInfo withType(tTrapDestInfo info, unsigned int trapType) {
+    info.trapType = trapType;
+    return info;
+}
+
 class NotificationPathTest : public testing::Test {
 protected:
     NotificationPathTest() {
@@ -65,12 +102,10 @@ protected:
         if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
         m_folder = name;
         m_ledger = std::make_unique<NotificationLedger>(m_folder + "/notifications.db");
-        m_path = std::make_unique<NotificationPath>(m_handlers, m_binding, m_sender, *m_ledger, [this] { ++m_stale; });
-        tTrapDestInfo one = destination("1", 1001);
-        one.trapType = 1;
-        tTrapDestInfo four = destination("4", 1004);
-        four.trapType = 4;
-        m_sender.setDestinations({one, four});
+        m_path = std::make_unique<NotificationPath>(m_handlers, m_binding,
+                                                    std::vector<NotificationSink*>{&m_sender, &m_other}, *m_ledger,
+                                                    [this] { ++m_stale; });
+        m_sender.setDestinations({withType(destination("1", 1001), 1), withType(destination("4", 1004), 4)});
     }
     ~NotificationPathTest() override {
         m_sender.stop();
@@ -89,6 +124,7 @@ protected:
     AgentLoop m_loop;
     FakeTransport m_transport;
     TrapSender m_sender{m_loop, TrapOptions(), m_transport};
+    OtherSink m_other;
     std::unique_ptr<NotificationLedger> m_ledger;
     FakeHandler m_first{1, "1.3.6.1.9.0.1"};
     FakeHandler m_second{4, "1.3.6.1.9.0.4"};
@@ -199,4 +235,66 @@ TEST_F(NotificationPathTest, WhatWasReadBeforeIsStaleOnceAnEventCame) {
     EXPECT_EQ(m_stale, 2);
     m_path->onDisconnected();
     EXPECT_EQ(m_stale, 3);
+}
+
+TEST_F(NotificationPathTest, HandlersChooseOnceAmongTheDestinationsOfAllSinks) {
+    m_other.setDestinations({withType(destination("70001", 2001), 1), withType(destination("70004", 2004), 4)});
+    m_path->onConnected(0, {});
+    event(1, alarmRecord(7, 70));
+    EXPECT_THAT(m_first.order, ElementsAre("1", "4", "70001", "70004"));
+    EXPECT_EQ(m_first.built, 1);
+    ASSERT_EQ(m_other.submitted.size(), 2U);
+    EXPECT_THAT(m_other.submitted[0].chosen, testing::Contains("70001"));
+    EXPECT_THAT(m_other.submitted[0].chosen, testing::Not(testing::Contains("70004")));
+    EXPECT_EQ(m_other.submitted[0].considered, 2U);  // its own
+    EXPECT_EQ(oidText(m_other.submitted[0].trap->oid), "1.3.6.1.9.0.1");
+    EXPECT_EQ(oidText(m_other.submitted[1].trap->oid), "1.3.6.1.9.0.4");
+    ASSERT_TRUE(turnUntil([&] { return m_transport.sent[1004].size() == 1; }));
+    EXPECT_THAT(m_transport.sent[1001], ElementsAre("1.3.6.1.9.0.1"));
+    EXPECT_EQ(m_sender.status().destinations[0].counters.considered, 2U);
+    EXPECT_EQ(m_sender.status().destinations[0].counters.filtered, 1U);
+}
+
+TEST_F(NotificationPathTest, ListsThatChangeAreSeenByTheNextEvent) {
+    m_path->onConnected(0, {});
+    m_other.setDestinations({destination("70001", 2001)});
+    event(1, alarmRecord(7, 70));
+    m_sender.setDestinations({destination("2", 1002)});
+    event(2, alarmRecord(7, 71));
+    m_other.setDestinations({destination("70002", 2002)});
+    event(3, alarmRecord(7, 72));
+    m_other.setDestinations({});
+    event(4, alarmRecord(7, 73));
+    EXPECT_THAT(m_first.order, ElementsAre("1", "4", "70001", "2", "70001", "2", "70002", "2"));
+    EXPECT_EQ(m_other.submitted.size(), 6U);
+}
+
+TEST_F(NotificationPathTest, AnEventIsDoneWhenEverySinkHasSettledIt) {
+    m_other.setDestinations({destination("70001", 2001)});
+    m_path->onConnected(10, {});
+    event(11, alarmRecord(7, 70));
+    ASSERT_TRUE(turnUntil([&] { return m_transport.sent[1004].size() == 1; }));
+    EXPECT_EQ(m_ledger->lastDone(), 10U);
+    m_other.submitted[0].settled();
+    EXPECT_EQ(m_ledger->lastDone(), 10U);
+    m_other.submitted[1].settled();
+    EXPECT_EQ(m_ledger->lastDone(), 11U);
+}
+
+TEST_F(NotificationPathTest, ATrapKnowsItsEventAndItsHandlersPlace) {
+    m_other.setDestinations({destination("70001", 2001)});
+    m_path->onConnected(10, {});
+    event(11, alarmRecord(7, 70));
+    event(12, alarmRecord(7, 71));
+    std::vector<std::pair<unsigned long long, unsigned int>> origins;
+    for (const auto& one : m_other.submitted) origins.emplace_back(one.origin.sequence, one.origin.handler);
+    using Pair = std::pair<unsigned long long, unsigned int>;
+    EXPECT_THAT(origins, ElementsAre(Pair(11, 0), Pair(11, 1), Pair(12, 0), Pair(12, 1)));
+}
+
+TEST_F(NotificationPathTest, SinksLearnThatEventsAreNumberedAnew) {
+    m_path->onConnected(500, {});
+    m_path->onConnected(600, {});
+    m_path->onConnected(3, {});
+    EXPECT_THAT(m_other.startedBehind, ElementsAre(500, 0));
 }

@@ -34,7 +34,7 @@ protected:
     }
 
     void submitTo(const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Trap> trap) {
-        sender().submit(*sender().destinations(), chosen, std::move(trap), [this] { ++m_settled; });
+        sender().submit(TrapOrigin(), *sender().destinations(), chosen, std::move(trap), [this] { ++m_settled; });
     }
     void submitToAll(std::shared_ptr<const Trap> trap) {
         std::list<tTrapDestInfo> chosen;
@@ -266,7 +266,7 @@ TEST_F(TrapSenderTest, ADestinationDeletedAfterTheChoiceIsCountedAmongTheFormer)
     sender().setDestinations({destination("1", 1001)});
     const auto before = sender().destinations();
     sender().setDestinations({});
-    sender().submit(*before, {destination("1", 1001)}, trapNumbered(1), [this] { ++m_settled; });
+    sender().submit(TrapOrigin(), *before, {destination("1", 1001)}, trapNumbered(1), [this] { ++m_settled; });
     EXPECT_EQ(m_settled, 1);
     EXPECT_EQ(sender().status().former.dropped[static_cast<std::size_t>(TrapDrop::Removed)], 1U);
 }
@@ -392,7 +392,7 @@ TEST_F(TrapSenderTest, ThreadsMaySubmitWhileTheListChanges) {
             const auto all = sender().destinations();
             std::list<tTrapDestInfo> chosen;
             for (const auto& entry : *all) chosen.push_back(entry.second);
-            sender().submit(*all, chosen, trapNumbered(i), [&settled] { ++settled; });
+            sender().submit(TrapOrigin(), *all, chosen, trapNumbered(i), [&settled] { ++settled; });
         }
         submitted = true;
     });
