@@ -1,10 +1,12 @@
 """What goes on beside a test: somebody who does the same thing again and again, and alarms that come and go.
 
-    actor = Actor("walk", lambda turn: "..." in system.walk(ALARMS))
-    actor.start()
-    ...
-    actor.finish()
-    actor.turns, actor.failures
+    class Load(Crowd):
+        def __init__(self, system):
+            self.alarms = Alarms(system, at_once=10, active_at_most=100)
+            self.actors = [Actor("alarms", self.alarms.act, pause=0.1), ...]
+
+    with Load(system) as load: ...
+    load.told()
 """
 
 import struct
@@ -51,10 +53,6 @@ class Actor(threading.Thread):
     def stop(self):
         self._stopping.set()
 
-    def finish(self):
-        self.stop()
-        self.join()
-
 
 class Alarms:
     """Raises `at_once` alarms a turn over a connection of its own and clears the oldest above `active_at_most`."""
@@ -100,3 +98,26 @@ class Alarms:
         if self._client is not None:
             self._client.__exit__()
             self._client = None
+
+
+class Crowd:
+    """Actors that begin together and end together; use as a context. Classes of it fill `actors`, and `alarms`."""
+
+    actors = ()
+    alarms = None
+
+    def __enter__(self):
+        for actor in self.actors:
+            actor.start()
+        return self
+
+    def __exit__(self, *_):
+        for actor in self.actors:
+            actor.stop()
+        for actor in self.actors:
+            actor.join()
+        self.alarms.close()
+
+    def told(self):
+        return ", ".join("%s %d%s" % (actor.name, actor.turns, " (%r)" % actor.failure if actor.failure else "")
+                         for actor in self.actors)

@@ -13,7 +13,7 @@ import os
 import time
 import unittest
 
-from actors import Actor, Alarms
+from actors import Actor, Alarms, Crowd
 from harness import AGENT_CONFIG, ALARMS, CLEAR_ALARM, DESTINATIONS, ENTERPRISE, TOPOLOGY, V3, System, values, wait_for
 from reload_test import CONTACT, ENGINE_BOOTS, answer
 from trap_receiver import COLD_START, TrapReceiver, decode
@@ -58,7 +58,7 @@ class CountingReceiver(TrapReceiver):
         self.total += 1
 
 
-class Load:
+class Load(Crowd):
     """Walks, SETs and events, none of which may ever fail."""
 
     def __init__(self, system, events_per_second, active, at_once=10):
@@ -75,16 +75,7 @@ class Load:
 
     def __enter__(self):
         self.alarms.fill()
-        for actor in self.actors:
-            actor.start()
-        return self
-
-    def __exit__(self, *_):
-        for actor in self.actors:
-            actor.stop()
-        for actor in self.actors:
-            actor.join()
-        self.alarms.close()
+        return super().__enter__()
 
     def _walk_alarms(self, _turn):
         rows = self.system.bulkwalk(ALARMS + ".4", repetitions=50, **ONE_TRY)
@@ -111,9 +102,6 @@ class Load:
         for actor in self.actors:
             test.assertEqual((actor.name, actor.failures, actor.failure), (actor.name, 0, None))
             test.assertGreater(actor.turns, 0, actor.name)
-
-    def told(self):
-        return ", ".join("%s %d" % (actor.name, actor.turns) for actor in self.actors)
 
 
 def wait_for_traps(receiver, alarms):

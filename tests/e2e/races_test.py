@@ -14,7 +14,7 @@ import threading
 import time
 import unittest
 
-from actors import Actor, Alarms
+from actors import Actor, Alarms, Crowd
 from backend_client import GET_CURRENT_ALARM, POWER_LOSS, BackendClient, record, uint
 from harness import (AGENT_CONFIG, ALARMS, CLEAR_ALARM, DESTINATIONS, ENTERPRISE, TOPOLOGY, V2C, V3, System, free_port,
                      wait_for)
@@ -31,7 +31,7 @@ SYS_NAME = "1.3.6.1.2.1.1.5.0"
 CONFIG = AGENT_CONFIG + "trapcommunity traps\n"
 
 
-class Load:
+class Load(Crowd):
     """A system with a live and a dead destination, and all actors on it."""
 
     def __init__(self, system, receiver):
@@ -51,18 +51,6 @@ class Load:
             Actor("alarms by vrxctl", self._vrxctl),
             Actor("reload", self._reload, pause=0.2),
         ]
-
-    def __enter__(self):
-        for actor in self.actors:
-            actor.start()
-        return self
-
-    def __exit__(self, *_):
-        for actor in self.actors:
-            actor.stop()
-        for actor in self.actors:
-            actor.join()
-        self.alarms.close()
 
     def start_again(self, program):
         """Before its own first line of code a program ends on a hangup: none is sent meanwhile."""
@@ -109,10 +97,6 @@ class Load:
     def wait_for_turns(self, count):
         wait_for(lambda: all(actor.turns >= count for actor in self.actors), "turns of every actor: %s" % self.told(),
                  seconds=300)
-
-    def told(self):
-        return ", ".join("%s %d%s" % (actor.name, actor.turns, " (%r)" % actor.failure if actor.failure else "")
-                         for actor in self.actors)
 
 
 def seconds_to_end(program, number=signal.SIGTERM):
