@@ -1,6 +1,8 @@
 // What can be asked of a running agent through its control socket, <root>/state/agent.sock:
 //
 //     GET  /status            how it goes, as JSON (agent_status.h)
+//     GET  /log               {"agent": "info", ...}: the level of each subsystem
+//     POST /log               {"subsystem", "level"}: another one until the configuration is read again
 //     POST /reload            takes the configuration over: {"taken": true, "faults": []}
 //     POST /users             {"name", "authentication", "privacy"}: a user with these passphrases (SHA-256, AES-128)
 //     DELETE /users?name=     takes a user and its keys away
@@ -8,16 +10,12 @@
 // Threads: the routes run on the server's threads and hand over to the agent thread; made and destroyed there.
 #pragma once
 
-#include <atomic>
-#include <chrono>
-#include <functional>
-#include <future>
 #include <memory>
-#include <string>
 
 #include "host/agent/agent.h"
 #include "host/agent/agent_loop.h"
 #include "host/agent/control_server.h"
+#include "host/agent/loop_caller.h"
 #include "host/agent/notification_service.h"
 #include "host/agent/reloader.h"
 
@@ -31,22 +29,16 @@ public:
     AgentControl& operator=(const AgentControl&) = delete;
 
 private:
-    // Runs `work` on the agent thread and gives what it gives. Throws std::runtime_error when the agent is busy for too
-    // long, or ends.
-    template <typename Result>
-    Result onAgentThread(std::function<Result()> work);
-    template <typename Result>
-    Result await(std::future<Result> result, std::chrono::milliseconds patience) const;
-
     ControlAnswer status();
+    static ControlAnswer logLevels();
+    static ControlAnswer setLogLevel(const ControlRequest& request);
     ControlAnswer reload();
     ControlAnswer addUser(const ControlRequest& request);
     ControlAnswer removeUser(const ControlRequest& request);
 
-    AgentLoop& m_loop;
+    LoopCaller m_caller;
     Agent& m_agent;
     NotificationService& m_notifications;
     Reloader& m_reloader;
-    std::atomic<bool> m_ending{false};
     std::unique_ptr<ControlServer> m_server;  // last: its routes use the others
 };

@@ -1,12 +1,18 @@
-// How a running agent does, as one JSON document for people and programs (vrxctl status --json).
+// How a running agent does: what vrxctl status, the metrics and the heartbeat tell. docs/status.md has every field.
+//
+// To add something: a table of StatusItems and a function that gives a section, in a file of its own or here, and a line
+// for it in agentStatus(). JSON, Prometheus text and vrxctl's tables follow from that.
 //
 // Threads: agent thread.
 #pragma once
 
-#include <nlohmann/json_fwd.hpp>
+#include <vector>
+
+#include "host/agent/status_section.h"
 
 class Agent;
 class NotificationService;
 class Reloader;
 
-nlohmann::json agentStatus(const Agent& agent, const NotificationService& notifications, const Reloader& reloader);
+std::vector<StatusSection> agentStatus(const Agent& agent, const NotificationService& notifications,
+                                       const Reloader& reloader);

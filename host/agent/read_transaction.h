@@ -11,10 +11,12 @@
 #include <climits>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "host/agent/managed_object.h"
+#include "host/agent/request_counters.h"
 
 struct ReadTransaction {
     struct ObjectData {
@@ -29,6 +31,7 @@ struct ReadTransaction {
     std::string client;  // address and identity: whose walks these are
     int command = 0;     // SNMP_MSG_GET, SNMP_MSG_GETNEXT or SNMP_MSG_GETBULK
     SnapshotStore::TimePoint arrived;
+    std::optional<RequestResult> givenUp;  // why it is answered without its values
     std::map<ManagedObject*, ObjectData> objects;
 
     // What the last pass ran into, if it could not be completed.

@@ -16,10 +16,6 @@ namespace {
 
 constexpr std::size_t SINGLE_ROWS = 8;  // of one request that are read one by one rather than with the whole table
 
-bool isRead(int command) {
-    return command == SNMP_MSG_GET || command == SNMP_MSG_GETNEXT || command == SNMP_MSG_GETBULK;
-}
-
 std::string bytes(const void* data, std::size_t size) {
     return size == 0 ? std::string() : std::string(static_cast<const char*>(data), size);
 }
@@ -84,15 +80,21 @@ int RequestDesk::receive(int operation, netsnmp_session* session, int requestId,
         if (operation == NETSNMP_CALLBACK_OP_DISCONNECT) self.drop(session);
     } catch (const std::exception& error) {  // the engine is C: nothing may leave. The manager will try again
         agent_log::fault({"a request could not be handled: ", error.what()});
+        if (const auto kind = requestKindOf(pdu == nullptr ? 0 : pdu->command)) {
+            self.m_counters.note(*kind, RequestResult::Lost);
+        }
         return 1;
     }
     return handle_snmp_packet(operation, session, requestId, pdu, nullptr);
 }
 
 int RequestDesk::take(netsnmp_session* session, int requestId, netsnmp_pdu* pdu) {
-    const bool ours = isRead(pdu->command) || pdu->command == SNMP_MSG_SET;
-    // The engine answers, or not, what is not allowed.
-    if (!ours || check_access(pdu) != 0) return toEngine(session, requestId, pdu);
+    const std::optional<RequestKind> kind = requestKindOf(pdu->command);
+    if (!kind) return toEngine(session, requestId, pdu);
+    if (check_access(pdu) != 0) {  // the engine answers, or not
+        m_counters.note(*kind, RequestResult::NotAllowed);
+        return toEngine(session, requestId, pdu);
+    }
     return pdu->command == SNMP_MSG_SET ? takeSet(session, requestId, pdu) : takeRead(session, requestId, pdu);
 }
 
@@ -113,6 +115,7 @@ bool RequestDesk::isRetry(netsnmp_session* session, int requestId, netsnmp_pdu* 
         found->second.requestId = requestId;
         found->second.pdu.reset(copy);
     }
+    m_counters.note(kindOf(found->second), RequestResult::Repeated);
     return true;
 }
 
@@ -129,7 +132,7 @@ int RequestDesk::takeRead(netsnmp_session* session, int requestId, netsnmp_pdu* 
     prepare(read, pdu);
     if (!read.pending() && (answerDirectly(read, session, pdu) || pass(read, session, requestId, pdu))) return 1;
     if (!wait(id, session, requestId, pdu, retryKey(session, *pdu))) {
-        fail(read);
+        fail(read, RequestResult::Overload);
         pass(read, session, requestId, pdu);
         return 1;
     }
@@ -182,6 +185,7 @@ void RequestDesk::acquire(ReadTransaction& transaction, ManagedObject& object, c
 // Takes the request through the engine. True when it is answered, false when it has to wait for another object.
 bool RequestDesk::pass(ReadTransaction& transaction, netsnmp_session* session, int requestId, netsnmp_pdu* pdu) {
     const bool late = TableSnapshot::Clock::now() - transaction.arrived >= m_limits.deadline;
+    const EngineAnswer answer;
     while (true) {
         transaction.unprepared = nullptr;
         transaction.repetitionsBefore = LONG_MAX;
@@ -200,21 +204,24 @@ bool RequestDesk::pass(ReadTransaction& transaction, netsnmp_session* session, i
             continue;
         }
         acquire(transaction, *transaction.unprepared, {});
-        if (late) fail(transaction);
+        if (late) fail(transaction, RequestResult::TimedOut);
         if (transaction.pending()) return false;
     }
-    noteAnswer(transaction);
+    noteAnswer(transaction, answer.result());
     return true;
 }
 
 bool RequestDesk::answerDirectly(ReadTransaction& transaction, netsnmp_session* session, netsnmp_pdu* pdu) {
     if (!m_directAnswer.send(transaction, session, pdu)) return false;
-    noteAnswer(transaction);
+    noteAnswer(transaction, RequestResult::Ok);
     return true;
 }
 
-void RequestDesk::noteAnswer(ReadTransaction& transaction) {
+void RequestDesk::noteAnswer(ReadTransaction& transaction, RequestResult result) {
     const auto now = TableSnapshot::Clock::now();
+    if (const auto kind = requestKindOf(transaction.command)) {
+        m_counters.note(*kind, transaction.givenUp.value_or(result), now - transaction.arrived);
+    }
     for (auto& [object, data] : transaction.objects) {
         object->snapshots().answered(transaction.client, data.snapshot, std::move(data.spans), now);
     }
@@ -232,7 +239,7 @@ bool RequestDesk::wait(std::uint64_t id, netsnmp_session* session, int requestId
     PduPointer copy(snmp_clone_pdu(pdu));
     if (copy == nullptr) return false;
     m_loop.runAfter(m_limits.deadline, [this, id] { expire(id); });  // before it waits: none waits without an end
-    m_waiting[id] = {session, requestId, key, std::move(copy), nullptr, nullptr};
+    m_waiting[id] = {session, requestId, key, std::move(copy), nullptr, nullptr, {}};
     return true;
 }
 
@@ -241,8 +248,11 @@ void RequestDesk::resume(std::uint64_t id) {
     if (found == m_waiting.end() || found->second.read->pending()) return;
     tWaiting waiting = std::move(found->second);
     m_waiting.erase(found);
-    if (snmp_sess_pointer(waiting.session) == nullptr) return;  // the manager has hung up
-    waiting.session->s_snmp_errno = 0;                          // of some other packet: the engine would drop this one
+    if (snmp_sess_pointer(waiting.session) == nullptr) {  // the manager has hung up
+        m_counters.note(kindOf(waiting), RequestResult::Lost);
+        return;
+    }
+    waiting.session->s_snmp_errno = 0;  // of some other packet: the engine would drop this one
     if (answerDirectly(*waiting.read, waiting.session, waiting.pdu.get()) ||
         pass(*waiting.read, waiting.session, waiting.requestId, waiting.pdu.get())) {
         return;
@@ -285,10 +295,13 @@ void RequestDesk::rowsRead(std::uint64_t id, ManagedObject& object, const ReadOu
     resume(id);
 }
 
-void RequestDesk::fail(ReadTransaction& transaction) {
+// Answers without the values that have not come.
+void RequestDesk::fail(ReadTransaction& transaction, RequestResult reason) {
     using State = ReadTransaction::ObjectData::State;
     for (auto& [object, data] : transaction.objects) {
-        if (data.state == State::Pending) data.state = State::Failed;
+        if (data.state != State::Pending) continue;
+        data.state = State::Failed;
+        transaction.givenUp = reason;
     }
 }
 
@@ -296,29 +309,45 @@ void RequestDesk::expire(std::uint64_t id) {
     const auto found = m_waiting.find(id);
     if (found == m_waiting.end()) return;
     if (found->second.read != nullptr) {
-        fail(*found->second.read);
+        fail(*found->second.read, RequestResult::TimedOut);
         resume(id);
     } else if (found->second.set->cancel()) {
         tWaiting waiting = std::move(found->second);
         m_waiting.erase(found);
         agent_log::warn("a SET came to its deadline before its turn: refused");
-        answerSet(waiting.session, std::move(waiting.pdu), {SNMP_ERR_GENERR, 1});
+        const bool answered = answerSet(waiting.session, std::move(waiting.pdu), {SNMP_ERR_GENERR, 1});
+        noteSet(waiting.arrived, answered ? RequestResult::TimedOut : RequestResult::Lost);
     }
 }
 
 void RequestDesk::drop(const netsnmp_session* session) {
     for (auto waiting = m_waiting.begin(); waiting != m_waiting.end();) {
         // A SET that is under way is carried through; only its answer has nowhere to go.
-        waiting = waiting->second.session == session ? m_waiting.erase(waiting) : std::next(waiting);
+        if (waiting->second.session == session) {
+            m_counters.note(kindOf(waiting->second), RequestResult::Lost);
+            waiting = m_waiting.erase(waiting);
+        } else {
+            ++waiting;
+        }
     }
 }
 
+RequestKind RequestDesk::kindOf(const tWaiting& waiting) {
+    return waiting.read == nullptr ? RequestKind::Set : requestKindOf(waiting.read->command).value_or(RequestKind::Get);
+}
+
 int RequestDesk::takeSet(netsnmp_session* session, int requestId, netsnmp_pdu* pdu) {
+    const SnapshotStore::TimePoint arrived = TableSnapshot::Clock::now();
     bool ours = false;
     for (const netsnmp_variable_list* varbind = pdu->variables; varbind != nullptr; varbind = varbind->next_variable) {
         ours = ours || objectOf(*varbind) != nullptr;
     }
-    if (!ours) return toEngine(session, requestId, pdu);
+    if (!ours) {
+        const EngineAnswer answer;
+        const int taken = toEngine(session, requestId, pdu);
+        noteSet(arrived, answer.result());
+        return taken;
+    }
     const std::string key = retryKey(session, *pdu);
     if (isRetry(session, requestId, pdu, key)) return 1;
 
@@ -333,27 +362,40 @@ int RequestDesk::takeSet(netsnmp_session* session, int requestId, netsnmp_pdu* p
         if (found == m_waiting.end()) return;
         tWaiting waiting = std::move(found->second);
         m_waiting.erase(found);
-        answerSet(waiting.session, std::move(waiting.pdu), result);
+        const bool answered = answerSet(waiting.session, std::move(waiting.pdu), result);
+        noteSet(waiting.arrived, answered ? requestResultOf(result.error) : RequestResult::Lost);
     });
     if (!parsed.ok() || !wait(id, session, requestId, pdu, key)) {
         PduPointer copy(snmp_clone_pdu(pdu));
-        if (copy != nullptr) {
-            answerSet(session, std::move(copy), parsed.ok() ? SetResult{SNMP_ERR_RESOURCEUNAVAILABLE, 1} : parsed);
-        }
+        const SetResult refusal = parsed.ok() ? SetResult{SNMP_ERR_RESOURCEUNAVAILABLE, 1} : parsed;
+        const bool answered = copy != nullptr && answerSet(session, std::move(copy), refusal);
+        const RequestResult result = parsed.ok() ? RequestResult::Overload : requestResultOf(refusal.error);
+        noteSet(arrived, answered ? result : RequestResult::Lost);
         return 1;
     }
+    m_waiting[id].arrived = arrived;
     m_waiting[id].set = transaction;
     transaction->start();
     return 1;
 }
 
-void RequestDesk::answerSet(netsnmp_session* session, PduPointer pdu, const SetResult& result) {
-    if (snmp_sess_pointer(session) == nullptr) return;
+void RequestDesk::noteSet(SnapshotStore::TimePoint arrived, RequestResult result) {
+    if (result == RequestResult::Lost) {
+        m_counters.note(RequestKind::Set, result);
+    } else {
+        m_counters.note(RequestKind::Set, result, TableSnapshot::Clock::now() - arrived);
+    }
+}
+
+// False when the manager has hung up.
+bool RequestDesk::answerSet(netsnmp_session* session, PduPointer pdu, const SetResult& result) {
+    if (snmp_sess_pointer(session) == nullptr) return false;
     session->s_snmp_errno = 0;
     pdu->command = SNMP_MSG_RESPONSE;
     pdu->errstat = pdu->version == SNMP_VERSION_1 ? v1Error(result.error) : result.error;
     pdu->errindex = result.variable;
     if (snmp_send(session, pdu.get()) != 0) static_cast<void>(pdu.release());  // the library has freed it
+    return true;
 }
 
 void RequestDesk::markAllChanged() {

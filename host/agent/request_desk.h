@@ -24,6 +24,7 @@
 #include "host/agent/direct_answer.h"
 #include "host/agent/managed_object.h"
 #include "host/agent/read_transaction.h"
+#include "host/agent/request_counters.h"
 #include "host/agent/set_transaction.h"
 
 struct DeskLimits {
@@ -50,6 +51,7 @@ public:
     void setLimits(const DeskLimits& limits) { m_limits = limits; }  // they hold for requests that come from now on
 
     std::size_t waiting() const { return m_waiting.size(); }
+    const RequestCounters& counters() const { return m_counters; }
 
 private:
     struct FreePdu {
@@ -64,6 +66,7 @@ private:
         PduPointer pdu;   // our own copy
         std::unique_ptr<ReadTransaction> read;
         std::shared_ptr<SetTransaction> set;
+        SnapshotStore::TimePoint arrived{};  // of a SET
     };
 
     int take(netsnmp_session* session, int requestId, netsnmp_pdu* pdu);
@@ -83,10 +86,12 @@ private:
     void rowsRead(std::uint64_t id, ManagedObject& object, const ReadOutcome& outcome);
     void expire(std::uint64_t id);
     void drop(const netsnmp_session* session);
-    static void fail(ReadTransaction& transaction);
-    static void noteAnswer(ReadTransaction& transaction);
+    static void fail(ReadTransaction& transaction, RequestResult reason);
+    void noteAnswer(ReadTransaction& transaction, RequestResult result);
+    void noteSet(SnapshotStore::TimePoint arrived, RequestResult result);
     void markAllChanged();
-    static void answerSet(netsnmp_session* session, PduPointer pdu, const SetResult& result);
+    static bool answerSet(netsnmp_session* session, PduPointer pdu, const SetResult& result);
+    static RequestKind kindOf(const tWaiting& waiting);
 
     AgentLoop& m_loop;
     std::vector<ManagedObject*> m_objects;
@@ -94,6 +99,7 @@ private:
     DirectAnswer m_directAnswer;
     ReadTransactions m_transactions;
     std::map<std::uint64_t, tWaiting> m_waiting;
+    RequestCounters m_counters;
     std::uint64_t m_nextId = 1;
     bool m_full = false;  // so was said in the log
 };

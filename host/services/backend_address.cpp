@@ -28,30 +28,30 @@ unsigned short parsePort(const std::string& text) {
     const char* end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, port);
     if (error != std::errc() || stop != end || port == 0)
-        throw std::invalid_argument("backend address: port \"" + text + "\" is not a number from 1 to 65535");
+        throw std::invalid_argument("port \"" + text + "\" is not a number from 1 to 65535");
     return port;
 }
 
 BackendAddress parseUnix(const std::string& path, const std::string& root) {
-    if (path.empty()) throw std::invalid_argument("backend address: \"unix:\" needs a path");
+    if (path.empty()) throw std::invalid_argument("\"unix:\" needs a path");
     BackendAddress address;
     address.kind = BackendAddress::Kind::Unix;
     address.path = path.front() == '/' ? path : root + "/" + path;
     constexpr std::size_t LONGEST = sizeof(sockaddr_un::sun_path) - 1;
     if (address.path.size() > LONGEST)
-        throw std::invalid_argument("backend address: socket path \"" + address.path + "\" is longer than " +
+        throw std::invalid_argument("socket path \"" + address.path + "\" is longer than " +
                                     std::to_string(LONGEST) + " bytes");
     return address;
 }
 
 BackendAddress parseTcp(const std::string& hostAndPort) {
     const std::size_t colon = hostAndPort.rfind(':');
-    if (colon == std::string::npos) throw std::invalid_argument("backend address: \"tcp:\" needs HOST:PORT");
+    if (colon == std::string::npos) throw std::invalid_argument("\"tcp:\" needs HOST:PORT");
     std::string host = hostAndPort.substr(0, colon);
     if (host.size() > 2 && host.front() == '[' && host.back() == ']') host = host.substr(1, host.size() - 2);
     if (host == "localhost") host = "127.0.0.1";
     if (!isLoopback(host))
-        throw std::invalid_argument("backend address: \"" + host + "\" is not a numeric loopback address");
+        throw std::invalid_argument("\"" + host + "\" is not a numeric loopback address");
     BackendAddress address;
     address.kind = BackendAddress::Kind::Tcp;
     address.host = host;
@@ -74,8 +74,10 @@ std::string BackendAddress::text() const {
     return "(no address)";
 }
 
-BackendAddress parseBackendAddress(const std::string& text, const std::string& root) {
+BackendAddress parseBackendAddress(const std::string& text, const std::string& root, const std::string& what) try {
     if (startsWith(text, UNIX_PREFIX)) return parseUnix(text.substr(sizeof(UNIX_PREFIX) - 1), root);
     if (startsWith(text, TCP_PREFIX)) return parseTcp(text.substr(sizeof(TCP_PREFIX) - 1));
-    throw std::invalid_argument("backend address: \"" + text + "\" begins with neither \"unix:\" nor \"tcp:\"");
+    throw std::invalid_argument("\"" + text + "\" begins with neither \"unix:\" nor \"tcp:\"");
+} catch (const std::invalid_argument& fault) {
+    throw std::invalid_argument(what + ": " + fault.what());
 }

@@ -1,6 +1,7 @@
-// Where the management backend listens: a Unix socket or a TCP port on the loopback interface.
+// Where a server of this machine listens (the management backend, the agent for vrxctl and for collectors): a Unix socket
+// or a TCP port on the loopback interface.
 //
-// Only loopback addresses are accepted, because the protocol has neither authentication nor encryption, and only
+// Only loopback addresses are accepted, because their protocols have neither authentication nor encryption, and only
 // numeric ones (and "localhost"), because a name look-up could outlast the deadline of a call.
 #pragma once
 
@@ -19,5 +20,6 @@ struct BackendAddress {
 };
 
 // Reads "unix:PATH" (a relative PATH stands below `root`) or "tcp:HOST:PORT" (IPv6 as "tcp:[::1]:PORT"). Throws
-// std::invalid_argument with a text that names the fault.
-BackendAddress parseBackendAddress(const std::string& text, const std::string& root);
+// std::invalid_argument with a text that names the fault, behind `what`.
+BackendAddress parseBackendAddress(const std::string& text, const std::string& root,
+                                   const std::string& what = "backend address");

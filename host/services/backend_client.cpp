@@ -175,6 +175,7 @@ void BackendClient::noteState(bool reachable, Clock::time_point begun, const std
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (reachable) {
         m_lastSuccess = Clock::now();
+        m_latency.add(m_lastSuccess - begun);
     } else if (begun < m_lastSuccess) {
         return;
     }
@@ -197,6 +198,7 @@ BackendClientCounters BackendClient::counters() const {
     counters.connects = m_connects;
     const std::lock_guard<std::mutex> lock(m_mutex);
     counters.reachable = m_reachable;
+    counters.latency = m_latency;
     return counters;
 }
 

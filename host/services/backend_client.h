@@ -21,6 +21,7 @@
 #include "host/services/backend_backoff.h"
 #include "host/services/backend_connection.h"
 #include "host/services/backend_options.h"
+#include "host/services/latency_histogram.h"
 #include "vrxpub/vrx_message_package.h"
 
 struct BackendClientCounters {
@@ -29,6 +30,7 @@ struct BackendClientCounters {
     unsigned long long failures = 0;  // calls without an answer
     unsigned long long connects = 0;  // connections that were made
     bool reachable = false;           // as the last call found it
+    LatencyHistogram latency;         // of the calls with an answer
 };
 
 class BackendClient {
@@ -71,6 +73,7 @@ private:
     bool m_stateKnown = false;
     bool m_reachable = false;
     Clock::time_point m_lastSuccess{};
+    LatencyHistogram m_latency;
 
     std::atomic<unsigned long long> m_calls{0};
     std::atomic<unsigned long long> m_refusals{0};

@@ -6,16 +6,23 @@
 #include <ace/Singleton.h>
 #include <ace/Thread_Mutex.h>
 #include <fcntl.h>
+#include <spdlog/formatter.h>
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/sinks/dist_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -31,21 +38,72 @@ namespace {
 
 constexpr const char* LINE_PATTERN = "%Y-%m-%dT%H:%M:%S.%e%z %l %v";
 
+// priority: as syslog and the journal have it.
 struct tLevelName {
     const char* name;
     LogLevel level;
     spdlog::level::level_enum ofSpdlog;
+    int priority;
 };
 
 constexpr tLevelName LEVELS[] = {
-    {"trace", LogLevel::Trace, spdlog::level::trace}, {"debug", LogLevel::Debug, spdlog::level::debug},
-    {"info", LogLevel::Info, spdlog::level::info},    {"warn", LogLevel::Warn, spdlog::level::warn},
-    {"error", LogLevel::Error, spdlog::level::err},   {"off", LogLevel::Off, spdlog::level::off},
+    {"trace", LogLevel::Trace, spdlog::level::trace, 7}, {"debug", LogLevel::Debug, spdlog::level::debug, 7},
+    {"info", LogLevel::Info, spdlog::level::info, 6},    {"warn", LogLevel::Warn, spdlog::level::warn, 4},
+    {"error", LogLevel::Error, spdlog::level::err, 3},   {"off", LogLevel::Off, spdlog::level::off, 7},
 };
+
+// What has a level of its own, by name. `OTHERS` stands for all that is not here.
+constexpr const char* SUBSYSTEMS[] = {"ace",    "agent",  "backend", "config",  "connectivity", "destinations",
+                                      "events", "module", "others",  "service", "transport"};
+constexpr std::size_t SUBSYSTEM_COUNT = std::size(SUBSYSTEMS);
+
+constexpr bool isSame(const char* a, const char* b) {
+    while (*a != '\0' && *a == *b) ++a, ++b;
+    return *a == *b;
+}
+
+// Its place in the table, or SUBSYSTEM_COUNT.
+constexpr std::size_t placeOf(const char* subsystem) {
+    for (std::size_t i = 0; i < SUBSYSTEM_COUNT; ++i) {
+        if (isSame(SUBSYSTEMS[i], subsystem)) return i;
+    }
+    return SUBSYSTEM_COUNT;
+}
+
+constexpr std::size_t ACE = placeOf("ace");
+constexpr std::size_t MODULE = placeOf("module");
+constexpr std::size_t OTHERS = placeOf("others");
+
+constexpr const char* ALL = "all";
 
 spdlog::level::level_enum levelOfSpdlog(LogLevel level) {
     return LEVELS[static_cast<int>(level)].ofSpdlog;
 }
+
+// Whether stderr is the journal's: systemd says which device and inode that has.
+bool isJournal() {
+    const char* const stream = std::getenv("JOURNAL_STREAM");
+    struct stat status = {};
+    if (stream == nullptr || ::fstat(STDERR_FILENO, &status) != 0) return false;
+    return stream == std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
+}
+
+// "<4>[agent] text": what the journal takes from a stream.
+class JournalFormatter : public spdlog::formatter {
+public:
+    void format(const spdlog::details::log_msg& message, spdlog::memory_buf_t& line) override {
+        const auto* const known = std::find_if(std::begin(LEVELS), std::end(LEVELS), [&](const tLevelName& level) {
+            return level.ofSpdlog == message.level;
+        });
+        const int priority =
+            known == std::end(LEVELS) ? LEVELS[static_cast<int>(LogLevel::Error)].priority : known->priority;
+        const char head[] = {'<', static_cast<char>('0' + priority), '>'};
+        line.append(head, head + sizeof head);
+        line.append(message.payload.begin(), message.payload.end());
+        line.push_back('\n');
+    }
+    std::unique_ptr<spdlog::formatter> clone() const override { return std::make_unique<JournalFormatter>(); }
+};
 
 // Kinds of lines that modules write.
 enum Kind : unsigned int { KIND_TRACE, KIND_DEBUG, KIND_WARN, KIND_ERROR, KINDS };
@@ -95,13 +153,15 @@ public:
     }
 
     void start(const LogOptions& options) {
-        std::vector<spdlog::sink_ptr> sinks = {std::make_shared<spdlog::sinks::stderr_sink_mt>()};
-        if (!options.file.empty()) sinks.push_back(openFile(options.file));
-        for (const spdlog::sink_ptr& sink : sinks) sink->set_pattern(LINE_PATTERN);
+        std::vector<spdlog::sink_ptr> sinks = sinksFor(options.file);
 
         const std::lock_guard<std::mutex> lock(m_starting);
         m_sinks->set_sinks(std::move(sinks));
-        m_logger->set_level(levelOfSpdlog(options.threshold));
+        m_file = options.file;
+        for (std::size_t i = 0; i < SUBSYSTEM_COUNT; ++i) {
+            const auto own = options.ofSubsystem.find(SUBSYSTEMS[i]);
+            setLevel(i, own == options.ofSubsystem.end() ? options.threshold : own->second);
+        }
         m_kinds[KIND_TRACE] = levelOfSpdlog(options.trace);
         m_kinds[KIND_DEBUG] = levelOfSpdlog(options.debug);
         m_kinds[KIND_WARN] = levelOfSpdlog(options.warn);
@@ -109,10 +169,27 @@ public:
         takeOverOthers();
     }
 
-    bool passes(spdlog::level::level_enum level) const {
-        return level != spdlog::level::off && m_logger->should_log(level);
+    void reopenFile() {
+        const std::lock_guard<std::mutex> lock(m_starting);
+        if (!m_file.empty()) m_sinks->set_sinks(sinksFor(m_file));
     }
-    bool passes(Kind kind) const { return passes(m_kinds[kind].load(std::memory_order_relaxed)); }
+
+    LogLevel level(std::size_t subsystem) const {
+        const spdlog::level::level_enum level = m_levels[subsystem].load(std::memory_order_relaxed);
+        return std::find_if(std::begin(LEVELS), std::end(LEVELS),
+                            [level](const tLevelName& known) { return known.ofSpdlog == level; })
+            ->level;
+    }
+
+    void setLevel(std::size_t subsystem, LogLevel level) {
+        m_levels[subsystem].store(levelOfSpdlog(level), std::memory_order_relaxed);
+        if (subsystem == OTHERS) m_others->set_level(levelOfSpdlog(level));
+    }
+
+    bool passes(std::size_t subsystem, spdlog::level::level_enum level) const {
+        return level != spdlog::level::off && level >= m_levels[subsystem].load(std::memory_order_relaxed);
+    }
+    bool passes(Kind kind) const { return passes(MODULE, m_kinds[kind].load(std::memory_order_relaxed)); }
 
     void write(spdlog::level::level_enum level, const std::string& origin, const std::string& text) {
         const std::string line = oneLine(text);
@@ -136,12 +213,23 @@ private:
     Log()
         : m_sinks(std::make_shared<spdlog::sinks::dist_sink_mt>()),
           m_logger(std::make_shared<spdlog::logger>("vrx", m_sinks)),
+          m_others(std::make_shared<spdlog::logger>("", m_sinks)),
           m_kinds{{spdlog::level::trace}, {spdlog::level::debug}, {spdlog::level::warn}, {spdlog::level::err}} {
-        auto toStderr = std::make_shared<spdlog::sinks::stderr_sink_mt>();
-        toStderr->set_pattern(LINE_PATTERN);
-        m_sinks->add_sink(toStderr);
-        m_logger->flush_on(spdlog::level::trace);  // a log is read after a crash
-        m_logger->set_error_handler(&Log::writePlainly);
+        m_sinks->set_sinks(sinksFor(""));
+        for (std::size_t i = 0; i < SUBSYSTEM_COUNT; ++i) setLevel(i, LogOptions().threshold);
+        m_logger->set_level(spdlog::level::trace);  // levels are looked at before
+        for (const auto& logger : {m_logger, m_others}) {
+            logger->flush_on(spdlog::level::trace);  // a log is read after a crash
+            logger->set_error_handler(&Log::writePlainly);
+        }
+    }
+
+    static std::vector<spdlog::sink_ptr> sinksFor(const std::string& file) {
+        std::vector<spdlog::sink_ptr> sinks = {std::make_shared<spdlog::sinks::stderr_sink_mt>()};
+        if (!file.empty()) sinks.push_back(openFile(file));
+        for (const spdlog::sink_ptr& sink : sinks) sink->set_pattern(LINE_PATTERN);
+        if (isJournal()) sinks.front()->set_formatter(std::make_unique<JournalFormatter>());
+        return sinks;
     }
 
     // Of a line that cannot be written for want of memory, or of disk.
@@ -163,7 +251,7 @@ private:
     void takeOverOthers() {
         if (m_tookOver) return;
         m_tookOver = true;
-        spdlog::set_default_logger(m_logger);
+        spdlog::set_default_logger(m_others);
         static AceBackend& backend = *new AceBackend;
         ACE_Log_Msg::msg_backend(&backend);
         ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::CUSTOM);
@@ -171,9 +259,12 @@ private:
     }
 
     std::shared_ptr<spdlog::sinks::dist_sink_mt> m_sinks;
-    std::shared_ptr<spdlog::logger> m_logger;
+    std::shared_ptr<spdlog::logger> m_logger;  // of all subsystems but the next
+    std::shared_ptr<spdlog::logger> m_others;  // of code that takes spdlog's default logger
+    std::atomic<spdlog::level::level_enum> m_levels[SUBSYSTEM_COUNT] = {};
     std::atomic<spdlog::level::level_enum> m_kinds[KINDS];
     std::mutex m_starting;
+    std::string m_file;                                              // guarded by m_starting
     bool m_tookOver = false;                                         // guarded by m_starting
     static inline thread_local const std::string* t_line = nullptr;  // that is being written
 };
@@ -197,7 +288,7 @@ spdlog::level::level_enum levelOfAce(unsigned long priority) {
 ssize_t Log::AceBackend::log(ACE_Log_Record& record) {
     Log& log = Log::instance();
     const spdlog::level::level_enum level = levelOfAce(record.type());
-    if (log.passes(level)) log.write(level, "ace", record.msg_data());
+    if (log.passes(ACE, level)) log.write(level, SUBSYSTEMS[ACE], record.msg_data());
     return 0;
 }
 
@@ -222,6 +313,18 @@ public:
                va_list args) override {
         write(KIND_ERROR, code, function, line, format, args);
     }
+    bool takes(Line line) const override {
+        switch (line) {
+            case Line::Trace:
+                return m_log.passes(KIND_TRACE);
+            case Line::Debug:
+                return m_log.passes(KIND_DEBUG);
+            case Line::Warn:
+                return m_log.passes(KIND_WARN);
+            default:
+                return m_log.passes(KIND_ERROR);
+        }
+    }
 
 private:
     void write(Kind kind, unsigned long long code, const char* function, unsigned int line, const char* format,
@@ -243,17 +346,42 @@ LogLevel levelItem(const std::string& key, LogLevel standard) {
     std::string text;
     text = CVRXXmlConfig::instance()->getDeviceItem("LOG", key, text);
     if (text.empty()) return standard;
-    for (const tLevelName& known : LEVELS) {
-        if (text == known.name) return known.level;
+    try {
+        return logLevelOf(text);
+    } catch (const std::invalid_argument& fault) {
+        throw std::invalid_argument("LOG/" + key + ": " + fault.what());
     }
-    throw std::invalid_argument("LOG/" + key + ": \"" + text + "\" is none of trace, debug, info, warn, error and off");
+}
+
+// LEVEL_OF_AGENT
+std::string levelKeyOf(const char* subsystem) {
+    std::string key = "LEVEL_OF_";
+    for (; *subsystem != '\0'; ++subsystem) {
+        key += static_cast<char>(std::toupper(static_cast<unsigned char>(*subsystem)));
+    }
+    return key;
 }
 
 }  // namespace
 
+const char* textOf(LogLevel level) {
+    return LEVELS[static_cast<int>(level)].name;
+}
+
+LogLevel logLevelOf(const std::string& text) {
+    for (const tLevelName& known : LEVELS) {
+        if (text == known.name) return known.level;
+    }
+    throw std::invalid_argument("\"" + text + "\" is none of trace, debug, info, warn, error and off");
+}
+
 LogOptions logOptionsFromDevice() {
     LogOptions options;
     options.threshold = levelItem("LEVEL", options.threshold);
+    for (const char* subsystem : SUBSYSTEMS) {
+        const LogLevel level = levelItem(levelKeyOf(subsystem), options.threshold);
+        if (level != options.threshold) options.ofSubsystem[subsystem] = level;
+    }
     options.trace = levelItem("LEVEL_TRACE", options.trace);
     options.debug = levelItem("LEVEL_DEBUG", options.debug);
     options.warn = levelItem("LEVEL_WARN", options.warn);
@@ -269,13 +397,37 @@ void startLogging(const LogOptions& options) {
     ACE_Unmanaged_Singleton<CVRXDebugKitMgr, ACE_Thread_Mutex>::instance();
 }
 
-void logLine(const char* subsystem, LogLevel level, const std::string& text) {
-    const spdlog::level::level_enum ofSpdlog = levelOfSpdlog(level);
-    if (Log::instance().passes(ofSpdlog)) Log::instance().write(ofSpdlog, subsystem, text);
+void reopenLogFile() {
+    try {
+        Log::instance().reopenFile();
+    } catch (const std::exception& fault) {
+        logLine("agent", LogLevel::Error, fault.what());
+    }
 }
 
-bool isLogged(LogLevel level) {
-    return Log::instance().passes(levelOfSpdlog(level));
+std::vector<std::pair<std::string, LogLevel>> logLevels() {
+    std::vector<std::pair<std::string, LogLevel>> levels;
+    for (std::size_t i = 0; i < SUBSYSTEM_COUNT; ++i) levels.emplace_back(SUBSYSTEMS[i], Log::instance().level(i));
+    return levels;
+}
+
+void setLogLevel(const std::string& subsystem, LogLevel level) {
+    const std::size_t place = placeOf(subsystem.c_str());
+    if (subsystem != ALL && place == SUBSYSTEM_COUNT) {
+        std::string names = ALL;
+        for (const char* known : SUBSYSTEMS) names += std::string(", ") + known;
+        throw std::invalid_argument("there is no subsystem \"" + subsystem + "\": " + names);
+    }
+    for (std::size_t i = 0; i < SUBSYSTEM_COUNT; ++i) {
+        if (subsystem == ALL || i == place) Log::instance().setLevel(i, level);
+    }
+}
+
+void logLine(const char* subsystem, LogLevel level, const std::string& text) {
+    const std::size_t known = placeOf(subsystem);
+    const std::size_t place = known < SUBSYSTEM_COUNT ? known : OTHERS;
+    const spdlog::level::level_enum ofSpdlog = levelOfSpdlog(level);
+    if (Log::instance().passes(place, ofSpdlog)) Log::instance().write(ofSpdlog, subsystem, text);
 }
 
 CVRXDebugKitMgr::CVRXDebugKitMgr() = default;

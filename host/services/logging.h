@@ -4,18 +4,32 @@
 //     2026-11-21T09:14:03.127+0100 warning [agent] the backend is not reachable
 //     2026-11-21T09:14:03.130+0100 error [module 4] 0x1002E OnQueryTable:123 failed to get all trap.
 //
-// One event, one line: control characters in a text are shown as escapes. Without startLogging lines of level Info and
-// above go to stderr, ACE's by ACE itself.
+// One event, one line: control characters in a text are shown as escapes, line ends within it as "\n". Where stderr is
+// the journal (JOURNAL_STREAM names it) lines go there with their priority in front and without the time, which the
+// journal has itself: "<4>[agent] the backend is not reachable".
+//
+// Each line belongs to a subsystem, which has a level of its own: those of modules to "module", those of code that
+// names none, or none that is known, to "others". Without startLogging lines of level Info and above go to stderr,
+// ACE's by ACE itself.
 //
 // Threads: any, at any time, startLogging included.
 #pragma once
 
+#include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
 enum class LogLevel { Trace, Debug, Info, Warn, Error, Off };  // the order of spdlog's levels that are used
 
+const char* textOf(LogLevel level);
+
+// "trace", "debug", "info", "warn", "error" or "off". Throws std::invalid_argument with a text that says so.
+LogLevel logLevelOf(const std::string& text);
+
 struct LogOptions {
-    LogLevel threshold = LogLevel::Info;  // lines below it are dropped; Off: all
+    LogLevel threshold = LogLevel::Info;            // lines below it are dropped; Off: all
+    std::map<std::string, LogLevel> ofSubsystem{};  // the same for one of them
 
     // The level that a module's lines of each kind have. Off: they are dropped.
     LogLevel trace = LogLevel::Trace;
@@ -26,17 +40,26 @@ struct LogOptions {
     std::string file;  // path of a file that gets the lines too; empty: none
 };
 
-// From section LOG of the device configuration: LEVEL (the threshold), LEVEL_TRACE, LEVEL_DEBUG, LEVEL_WARN and
-// LEVEL_ERROR as "trace", "debug", "info", "warn", "error" or "off", and FILE (relative to the product root). A missing
-// key leaves the default. Throws std::invalid_argument with a text that names the key.
+// From section LOG of the device configuration: LEVEL (the threshold), LEVEL_OF_AGENT and so on (of that subsystem),
+// LEVEL_TRACE, LEVEL_DEBUG, LEVEL_WARN and LEVEL_ERROR as "trace", "debug", "info", "warn", "error" or "off", and FILE
+// (relative to the product root). A missing key leaves the default. Throws std::invalid_argument with a text that names
+// the key.
 LogOptions logOptionsFromDevice();
 
 // Puts the options in force; a file is opened anew. Throws std::runtime_error when it cannot be written, and leaves
 // everything as it was. The first call takes over spdlog's default logger and ACE's output: before threads start.
 void startLogging(const LogOptions& options);
 
-// Writes a line of the host's own code. `subsystem` is one word.
-void logLine(const char* subsystem, LogLevel level, const std::string& text);
+// Opens the log file anew, as its name may stand for another one now. One that cannot be opened is a log line, and the
+// former one goes on.
+void reopenLogFile();
 
-// Whether a line of that level would be written: for texts that are costly to make.
-bool isLogged(LogLevel level);
+// The subsystems by name with their levels.
+std::vector<std::pair<std::string, LogLevel>> logLevels();
+
+// Another level for one subsystem, or for "all", until the next startLogging. Throws std::invalid_argument for a
+// subsystem that there is not.
+void setLogLevel(const std::string& subsystem, LogLevel level);
+
+// Writes a line of the host's own code. `subsystem` is one of those in logging.cpp's table.
+void logLine(const char* subsystem, LogLevel level, const std::string& text);
