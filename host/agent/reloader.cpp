@@ -88,6 +88,7 @@ void Reloader::request(Done done) {
     m_busy = true;
     m_attempts = 0;
     if (done) m_waiting.push_back(std::move(done));
+    onBegin();
     check();
 }
 
@@ -204,6 +205,7 @@ void Reloader::finish(ReloadResult result) {
     told.swap(m_waiting);
     m_waiting.swap(m_next);
     const bool again = std::exchange(m_again, false);
+    onEnd(result);
     for (const Done& done : told) done(result);
     if (again && !m_busy) request();
 }

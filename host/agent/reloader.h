@@ -61,6 +61,10 @@ public:
 
     const Counters& counters() const { return m_counters; }
 
+    // Called around each reload, for whoever shows it.
+    std::function<void()> onBegin = [] {};
+    std::function<void(const ReloadResult& result)> onEnd = [](const ReloadResult&) {};
+
 private:
     // Content of each file that a reload takes over, by path.
     using Files = std::map<std::string, std::string>;

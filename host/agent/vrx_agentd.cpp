@@ -21,11 +21,14 @@
 #include "host/agent/notification_service.h"
 #include "host/agent/reloader.h"
 #include "host/agent/signal_watch.h"
+#include "host/agent/status_service.h"
+#include "host/agent/watchdog.h"
 #include "host/backend/backend.h"
 #include "host/services/device_config.h"
 #include "host/services/identity.h"
 #include "host/services/logging.h"
 #include "host/services/product_root.h"
+#include "host/services/service_manager.h"
 #include "host/services/trap_api.h"
 #include "platform/vrx_utility.h"
 
@@ -35,6 +38,10 @@ namespace {
 constexpr int KEPT_MEMORY = 4 * 1024 * 1024;
 
 constexpr std::chrono::milliseconds PATIENCE{1'500};  // with handlers at the end
+
+// What the service manager shows.
+constexpr const char* SERVING = "answers requests";
+constexpr const char* SERVING_AS_BEFORE = "answers requests; the last change was not taken over, see the log";
 
 struct CommandLine {
     std::string root;
@@ -90,6 +97,7 @@ int check(const CommandLine& line) {
 int serve(const CommandLine& line) {
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);  // a file that reaches the process's limit is a failing write, not the end
+    const ServiceManager manager = ServiceManager::fromEnvironment();
     // Before all else, so that an end in the midst of the start is one like any other; and before any thread: all of
     // them leave the signals to the watch.
     AgentLoop loop;
@@ -124,9 +132,18 @@ int serve(const CommandLine& line) {
     Reloader reloader(loop, agent, notifications, {root, checkCommand(root, line.modules)});
     const AgentControl control(parseBackendAddress("unix:state/agent.sock", root), loop, agent, notifications,
                                reloader);
+    StatusService status(loop, agent, notifications, reloader);
+    reloader.onExchange = [&status] { status.configure(); };
     reload = [&reloader] { reloader.request(); };
+    reloader.onBegin = [&manager] { manager.reloading(); };
+    reloader.onEnd = [&manager](const ReloadResult& result) {
+        manager.ready(result.taken ? SERVING : SERVING_AS_BEFORE);
+    };
+    manager.ready(SERVING);
+    const Watchdog watchdog(loop, manager);
     loop.run();
 
+    manager.stopping();
     reloader.stop();
     notifications.stop();
     if (!agent.stop(PATIENCE)) {

@@ -123,6 +123,14 @@ void Backend::stop() {
     logLine(LOG_NAME, LogLevel::Info, "stopped");
 }
 
+void Backend::askStore() const {
+    try {
+        m_store->lastSequence();
+    } catch (const std::exception& error) {
+        logLine(LOG_NAME, LogLevel::Warn, std::string("alarm store: ") + error.what());
+    }
+}
+
 void Backend::acceptClients() {
     while (waitFor(m_listener.get(), POLLIN, Deadline::max(), m_stop.descriptor()) == Wait::Ready) {
         removeFinishedClients();

@@ -52,6 +52,10 @@ public:
     void start();
     void stop();  // ends all sessions and removes a Unix socket's file
 
+    // Comes back when the store, which every request waits for, has answered, and be it with an error. REQUIRES:
+    // started.
+    void askStore() const;
+
 private:
     struct Client;
 

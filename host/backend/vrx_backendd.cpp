@@ -2,7 +2,9 @@
 #include <sysexits.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <csignal>
+#include <ctime>
 #include <exception>
 #include <stdexcept>
 #include <string>
@@ -12,6 +14,7 @@
 #include "host/services/device_config.h"
 #include "host/services/logging.h"
 #include "host/services/product_root.h"
+#include "host/services/service_manager.h"
 
 namespace {
 
@@ -40,6 +43,19 @@ BackendSettings settingsOf(const CommandLine& line) {
     return settings;
 }
 
+// Until one of the signals comes. Meanwhile the service manager hears at its interval that the store, which every
+// request needs, answers; while it does not, nothing is told.
+void waitForSignal(const sigset_t& ending, const Backend& backend, const ServiceManager& manager) {
+    constexpr long MICROSECONDS = 1'000'000;
+    const long interval = manager.aliveInterval().count();
+    const timespec wait{interval / MICROSECONDS, interval % MICROSECONDS * 1'000};
+    while ((interval > 0 ? ::sigtimedwait(&ending, nullptr, &wait) : ::sigwaitinfo(&ending, nullptr)) < 0) {
+        if (errno != EAGAIN) continue;
+        backend.askStore();
+        manager.alive();
+    }
+}
+
 int serve(const CommandLine& line) {
     // Blocked before any thread exists, so that every thread leaves the signals to sigwait().
     sigset_t ending;
@@ -52,13 +68,15 @@ int serve(const CommandLine& line) {
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGHUP, SIG_IGN);  // sent to both programs when the agent is to reload: nothing is read again here
 
+    const ServiceManager manager = ServiceManager::fromEnvironment();
     reloadDeviceConfig();
     startLogging(logOptionsFromDevice());
     Backend backend(settingsOf(line));
     backend.start();
     logLine(LOG_NAME, LogLevel::Info, "ready");
-    int signal = 0;
-    sigwait(&ending, &signal);
+    manager.ready("serves clients");
+    waitForSignal(ending, backend, manager);
+    manager.stopping();
     backend.stop();
     return EX_OK;
 }
