@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -67,6 +68,33 @@ void replaceFile(const fs::path& file, const std::vector<std::string>& lines) {
     fs::rename(draft, file);
 }
 
+// While it lives root makes and writes files as the folder's owner: the agent, which runs as that user, can read them,
+// and nothing that stands in its folder leads root astray.
+class AsOwnerOf {
+public:
+    explicit AsOwnerOf(const fs::path& folder) : m_group(::getegid()) {
+        struct stat status {};
+        if (::geteuid() != 0 || ::stat(folder.c_str(), &status) != 0 || status.st_uid == 0) return;
+        if (::setegid(status.st_gid) != 0) fail(folder);
+        if (::seteuid(status.st_uid) != 0) {
+            const int error = errno;
+            [[maybe_unused]] const int back = ::setegid(m_group);
+            errno = error;
+            fail(folder);
+        }
+        m_changed = true;
+    }
+    ~AsOwnerOf() {
+        if (m_changed && (::seteuid(0) != 0 || ::setegid(m_group) != 0)) std::abort();  // another user than meant
+    }
+    AsOwnerOf(const AsOwnerOf&) = delete;
+    AsOwnerOf& operator=(const AsOwnerOf&) = delete;
+
+private:
+    const gid_t m_group;
+    bool m_changed = false;
+};
+
 // Whether a line lets this user in: "rwuser NAME ...".
 bool letsIn(const std::string& line, const std::string& name) {
     std::istringstream words(line);
@@ -78,7 +106,9 @@ bool letsIn(const std::string& line, const std::string& name) {
 
 // For an agent that does not run: it makes the keys when it starts, and the passphrases are gone then.
 void leaveForStart(const std::string& name, const std::string& authentication, const std::string& privacy) {
-    const fs::path file = fs::path(stateFolder()) / STATE;
+    const fs::path state = stateFolder();
+    const AsOwnerOf owner(state);
+    const fs::path file = state / STATE;
     fs::create_directories(file.parent_path());
     fs::permissions(file.parent_path(), fs::perms::owner_all);
     std::vector<std::string> lines = linesOf(file);
