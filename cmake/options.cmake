@@ -3,7 +3,10 @@ set(TAMREL_SNMPPP AUTO CACHE STRING "SNMP++ and AGENT++ value types: AUTO (insta
 set_property(CACHE TAMREL_SNMPPP PROPERTY STRINGS AUTO SYSTEM COMPAT)
 set(TAMREL_SANITIZE "" CACHE STRING "Sanitizers, as -fsanitize takes them: address,undefined or thread")
 option(TAMREL_FUZZER "Link fuzz targets with libFuzzer (clang only) instead of a replay program" OFF)
+option(TAMREL_TESTS "Build the tests (tests/, fuzz/)" ON)
 option(TAMREL_BENCHMARKS "Build the benchmarks (bench/)" ON)
+set(TAMREL_PRODUCT_ROOT ${CMAKE_INSTALL_FULL_DATADIR}/vrx CACHE STRING "Product root where neither --root nor VRX_ROOT names one")
+set(TAMREL_UNIT_DIR lib/systemd/system CACHE STRING "Where systemd's unit files are installed")
 
 add_library(tamrel_flags INTERFACE)
 target_include_directories(tamrel_flags INTERFACE ${PROJECT_SOURCE_DIR})

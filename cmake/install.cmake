@@ -1,0 +1,38 @@
+# What "cmake --install" puts where; packaging/README.md draws the map. The product root is TAMREL_PRODUCT_ROOT: MIBs stand
+# in it, its conf/ and etc/ are links to <sysconfdir>/vrx, and its state/ is one to <localstatedir>/lib/vrx.
+set(library_dir ${CMAKE_INSTALL_LIBDIR}/vrx)  # ours alone: shared libraries and the module
+
+set(TAMREL_CONFIGURATION_DIR ${CMAKE_INSTALL_FULL_SYSCONFDIR}/vrx)
+set(TAMREL_STATE_DIR ${CMAKE_INSTALL_FULL_LOCALSTATEDIR}/lib/vrx)
+set(TAMREL_MODULE ${CMAKE_INSTALL_FULL_LIBDIR}/vrx/libsnmp_tamrel.so)
+
+set_target_properties(vrx-agentd vrx-backendd vrxctl vrx_core vrx_services snmp_tamrel PROPERTIES
+    INSTALL_RPATH ${CMAKE_INSTALL_FULL_LIBDIR}/vrx)
+install(TARGETS vrx-agentd vrx-backendd DESTINATION ${CMAKE_INSTALL_SBINDIR})
+install(TARGETS vrxctl DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS vrx_core vrx_services snmp_tamrel LIBRARY DESTINATION ${library_dir})
+
+install(DIRECTORY share/conf/ share/etc/ DESTINATION ${TAMREL_CONFIGURATION_DIR})
+install(FILES mibs/VRX-TAMREL-MIB.xml DESTINATION ${TAMREL_PRODUCT_ROOT}/mibs)
+foreach(link "conf ${TAMREL_CONFIGURATION_DIR}" "etc ${TAMREL_CONFIGURATION_DIR}" "state ${TAMREL_STATE_DIR}")
+    separate_arguments(link)
+    list(GET link 0 name)
+    list(GET link 1 target)
+    install(CODE "file(CREATE_LINK ${target} \"\$ENV{DESTDIR}${TAMREL_PRODUCT_ROOT}/${name}\" SYMBOLIC)")
+endforeach()
+# Where the tools of managers look for MIB modules.
+install(FILES mibs/VRX-TAMREL-MIB mibs/VRX-TAMREL-ALARM-MIB DESTINATION ${CMAKE_INSTALL_DATADIR}/snmp/mibs)
+
+foreach(page vrxctl.1 vrx-agentd.conf.5 vrx-alarm-definitions.5 vrx.7 vrx-agentd.8 vrx-backendd.8)
+    string(REGEX MATCH "[0-9]$" section ${page})
+    install(FILES docs/man/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+endforeach()
+
+foreach(unit vrx-agentd vrx-backendd)
+    configure_file(packaging/systemd/${unit}.service.in ${PROJECT_BINARY_DIR}/packaging/${unit}.service @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/packaging/${unit}.service DESTINATION ${TAMREL_UNIT_DIR})
+endforeach()
+foreach(kind sysusers tmpfiles)
+    configure_file(packaging/systemd/vrx.${kind}.in ${PROJECT_BINARY_DIR}/packaging/${kind}/vrx.conf @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/packaging/${kind}/vrx.conf DESTINATION lib/${kind}.d)
+endforeach()
