@@ -176,15 +176,15 @@ std::vector<Alarm> AlarmStore::activeAfter(unsigned int start, std::size_t count
     return alarms;
 }
 
-std::vector<AlarmEvent> AlarmStore::eventsAfter(unsigned long long sequence, std::size_t count, std::size_t bytes) {
+std::vector<StoredEvent> AlarmStore::eventsAfter(unsigned long long sequence, std::size_t count, std::size_t bytes) {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    std::vector<AlarmEvent> events;
+    std::vector<StoredEvent> events;
     ByteBudget budget(bytes);
     SqliteStatement::Run run(m_listEvents);
     run.bind(1, sequence);
     run.bind(2, count);
     while (!budget.isSpent() && run.step()) {
-        AlarmEvent& event = events.emplace_back();
+        StoredEvent& event = events.emplace_back();
         event.sequence = run.number(0);
         event.type = static_cast<unsigned int>(run.number(1));
         event.alarm.serial = static_cast<unsigned int>(run.number(2));

@@ -25,7 +25,7 @@ struct Alarm {
     std::string parameters;
 };
 
-struct AlarmEvent {
+struct StoredEvent {
     unsigned long long sequence = 0;
     unsigned int type = ALARM_TYPE_FAULT;
     Alarm alarm;
@@ -53,7 +53,7 @@ public:
     std::vector<Alarm> activeAfter(unsigned int start, std::size_t count, std::size_t bytes);
 
     // Events behind number `sequence`, ascending; limits as above.
-    std::vector<AlarmEvent> eventsAfter(unsigned long long sequence, std::size_t count, std::size_t bytes);
+    std::vector<StoredEvent> eventsAfter(unsigned long long sequence, std::size_t count, std::size_t bytes);
 
     unsigned long long lastSequence();
     AlarmStoreStatus status();

@@ -213,7 +213,7 @@ void RequestHandler::subscribeAlarm(const Records& records, CR8KPackageV3& answe
 }
 
 void RequestHandler::fillPush(unsigned long long& position, CR8KPackageV3& package) {
-    for (const AlarmEvent& event : m_store.eventsAfter(position, MOST_RECORDS, m_packageLimit / 2)) {
+    for (const StoredEvent& event : m_store.eventsAfter(position, MOST_RECORDS, m_packageLimit / 2)) {
         auto record = alarmRecord(m_codes.subscribeAlarm, event.type, event.alarm);
         appendUint64(*record, alarm_tag::SEQUENCE, event.sequence);
         package.append(std::move(record));

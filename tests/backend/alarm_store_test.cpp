@@ -56,7 +56,7 @@ protected:
     }
     std::vector<unsigned long long> eventNumbers(unsigned long long after = 0, std::size_t count = MANY) {
         std::vector<unsigned long long> numbers;
-        for (const AlarmEvent& event : m_store->eventsAfter(after, count, MANY_BYTES))
+        for (const StoredEvent& event : m_store->eventsAfter(after, count, MANY_BYTES))
             numbers.push_back(event.sequence);
         return numbers;
     }
@@ -96,7 +96,7 @@ TEST_F(AlarmStoreTest, ARaisedAlarmIsActiveWithAllItsValues) {
 
 TEST_F(AlarmStoreTest, ARaiseIsAnEvent) {
     raise(alarmOf(77, "p"));
-    const std::vector<AlarmEvent> events = m_store->eventsAfter(0, 10, MANY_BYTES);
+    const std::vector<StoredEvent> events = m_store->eventsAfter(0, 10, MANY_BYTES);
     ASSERT_EQ(events.size(), 1U);
     EXPECT_EQ(events[0].sequence, 1U);
     EXPECT_EQ(events[0].type, ALARM_TYPE_FAULT);
@@ -112,7 +112,7 @@ TEST_F(AlarmStoreTest, AClearEndsTheAlarmAndIsAnEventWithTheAlarmsValues) {
     const unsigned int serial = raise(alarmOf(77, "p"));
     EXPECT_EQ(m_store->clear({serial}, 2000), BACKEND_OK);
     EXPECT_TRUE(activeSerials().empty());
-    const std::vector<AlarmEvent> events = m_store->eventsAfter(1, 10, MANY_BYTES);
+    const std::vector<StoredEvent> events = m_store->eventsAfter(1, 10, MANY_BYTES);
     ASSERT_EQ(events.size(), 1U);
     EXPECT_EQ(events[0].sequence, 2U);
     EXPECT_EQ(events[0].type, ALARM_TYPE_CLEAR);
