@@ -23,8 +23,18 @@ void createPrivateFile(const std::string& path) {
 
 SqliteDatabase::SqliteDatabase(const std::string& path) {
     createPrivateFile(path);
+    open(path, SQLITE_OPEN_READWRITE);
+}
+
+SqliteDatabase SqliteDatabase::readOnly(const std::string& path) {
+    SqliteDatabase database;
+    database.open(path, SQLITE_OPEN_READONLY);
+    return database;
+}
+
+void SqliteDatabase::open(const std::string& path, int flags) {
     sqlite3* handle = nullptr;
-    const int result = sqlite3_open_v2(path.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+    const int result = sqlite3_open_v2(path.c_str(), &handle, flags | SQLITE_OPEN_NOMUTEX, nullptr);
     m_handle.reset(handle);
     if (result != SQLITE_OK) throw SqliteError(path + ": " + sqlite3_errstr(result));
     sqlite3_busy_timeout(handle, BUSY_TIMEOUT_MS);
@@ -59,6 +69,10 @@ void SqliteStatement::Run::bind(int parameter, const std::string& text) {
     check(sqlite3_bind_text(m_statement, parameter, text.data(), static_cast<int>(text.size()), SQLITE_STATIC));
 }
 
+void SqliteStatement::Run::bindBytes(int parameter, const std::string& bytes) {
+    check(sqlite3_bind_blob64(m_statement, parameter, bytes.data(), bytes.size(), SQLITE_STATIC));
+}
+
 bool SqliteStatement::Run::step() {
     const int result = sqlite3_step(m_statement);
     if (result == SQLITE_ROW) return true;
@@ -74,6 +88,16 @@ std::string SqliteStatement::Run::text(int column) const {
     const unsigned char* bytes = sqlite3_column_text(m_statement, column);
     if (bytes == nullptr) return "";
     return {bytes, bytes + sqlite3_column_bytes(m_statement, column)};
+}
+
+std::string SqliteStatement::Run::bytes(int column) const {
+    const auto* bytes = static_cast<const char*>(sqlite3_column_blob(m_statement, column));
+    if (bytes == nullptr) return "";
+    return {bytes, bytes + sqlite3_column_bytes(m_statement, column)};
+}
+
+bool SqliteStatement::Run::isNull(int column) const {
+    return sqlite3_column_type(m_statement, column) == SQLITE_NULL;
 }
 
 void SqliteDatabase::begin() {

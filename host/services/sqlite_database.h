@@ -18,6 +18,9 @@ public:
     // Opens or creates the file. Throws SqliteError, as every operation does.
     explicit SqliteDatabase(const std::string& path);
 
+    // Opens a file that is there, also one that another process writes; nothing in it can be changed.
+    static SqliteDatabase readOnly(const std::string& path);
+
     void execute(const char* sql);
 
     // A transaction for writing. One that is still open, because there was no memory to end it, is rolled back first.
@@ -27,6 +30,9 @@ public:
     sqlite3* get() const { return m_handle.get(); }
 
 private:
+    SqliteDatabase() = default;
+    void open(const std::string& path, int flags);
+
     struct Close {
         void operator()(sqlite3* handle) const { sqlite3_close_v2(handle); }
     };
@@ -52,10 +58,13 @@ public:
         Run& operator=(const Run&) = delete;
 
         void bind(int parameter, unsigned long long number);
-        void bind(int parameter, const std::string& text);  // `text` outlives the run
-        bool step();                                        // whether there is a row
+        void bind(int parameter, const std::string& text);        // `text` outlives the run
+        void bindBytes(int parameter, const std::string& bytes);  // so do they
+        bool step();                                              // whether there is a row
         unsigned long long number(int column) const;
         std::string text(int column) const;
+        std::string bytes(int column) const;
+        bool isNull(int column) const;
 
     private:
         void check(int result) const;

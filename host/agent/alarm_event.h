@@ -1,0 +1,21 @@
+// What an alarm record of the backend says of the alarm, as far as anything on the way of its traps wants to know.
+//
+// Threads: any.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+class CTLVRecordV3;
+
+struct AlarmEvent {
+    std::uint64_t alarmId = 0;           // of the definition
+    std::uint32_t serial = 0;            // of this alarm
+    bool raised = true;                  // else it has ended
+    std::optional<std::uint32_t> level;  // as the backend grades it
+    std::string parameters;              // which object it is about
+};
+
+// What is missing or unreadable stays as it is above. Throws std::bad_alloc only.
+AlarmEvent alarmEventOf(const CTLVRecordV3& record);
