@@ -1,0 +1,417 @@
+#include "host/agent/inform_sender.h"
+
+#include <algorithm>
+#include <atomic>
+#include <ratio>
+#include <utility>
+
+#include "host/agent/agent_log.h"
+#include "host/agent/net_snmp.h"
+#include "host/services/out_of_memory.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr unsigned long LAST_TABLE_NUMBER = 65'535;  // of the trap destination table
+constexpr unsigned long TICKS_PER_SECOND = 100;
+
+const OidVector COLD_START = {1, 3, 6, 1, 6, 3, 1, 1, 5, 1};
+
+// How long the answer to an attempt is waited for, or a failed one rests.
+milliseconds patienceOf(const InformPolicy& policy, unsigned int attempts) {
+    milliseconds patience = policy.firstRetry;
+    for (; attempts > 0 && patience < policy.longestBackoff; --attempts) patience *= 2;
+    return std::min(patience, policy.longestBackoff);
+}
+
+// A queue that has been full is said to take informs again when a tenth of it is free: not at each one.
+bool hasRoom(std::size_t waiting, std::size_t limit) {
+    return waiting <= limit - (limit + 9) / 10;
+}
+
+// A submission that several receivers, and the one who hands it in, have a part in: settled when all are through.
+struct Submission {
+    explicit Submission(NotificationSink::Settled call) : settled(std::move(call)) {}
+    void release() {
+        if (--open == 0 && settled) settled();
+    }
+    const NotificationSink::Settled settled;
+    std::atomic<std::size_t> open{1};
+};
+
+}  // namespace
+
+InformSender::InformSender(AgentLoop& loop, InformTransport& transport, const std::string& queuePath,
+                           std::chrono::seconds resolveInterval, TrapResolver::Lookup lookup)
+    : m_loop(loop),
+      m_transport(transport),
+      m_firstUpTime(static_cast<std::uint32_t>(netsnmp_get_agent_uptime())),
+      m_list(std::make_shared<TrapDestinationMap>()),
+      m_lastNumber(LAST_TABLE_NUMBER) {
+    m_resolver = std::make_unique<TrapResolver>(
+        resolveInterval,
+        [this, alive = std::weak_ptr<int>(m_alive)](const std::string& name, const std::string& address) {
+            m_loop.post([this, alive, name, address] {
+                if (!alive.expired()) takeAddress(name, address);
+            });
+        },
+        std::move(lookup));
+    m_queue = std::make_unique<InformQueue>(queuePath, [this] {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        wakePump();
+    });
+}
+
+InformSender::~InformSender() {
+    m_resolver.reset();
+}
+
+void InformSender::setDestinations(const std::vector<InformDestination>& destinations, bool complete) {
+    InformQueue::Limits limits;
+    for (const InformDestination& one : destinations) limits[one.name()] = one.policy.queueLimit;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const InformQueue::Limits gone = m_queue->setReceivers(limits, !complete);
+    for (const auto& [name, waiting] : gone) {
+        agent_log::warn("inform destination " + name + " is not configured any more: " + std::to_string(waiting) +
+                        " informs that waited for it are dropped");
+    }
+    std::map<std::string, std::string> keys;  // by name, of those that were there
+    for (auto at = m_destinations.begin(); at != m_destinations.end();) {
+        Destination& destination = at->second;
+        keys[destination.name] = at->first;
+        const auto lost = gone.find(destination.name);
+        if (lost == gone.end()) {
+            ++at;
+            continue;
+        }
+        destination.counters.drop(InformDrop::Removed, lost->second);
+        m_former.add(destination.counters);
+        m_links.erase(at->first);
+        at = m_destinations.erase(at);
+    }
+    for (const auto& [name, waiting] : gone) {
+        if (keys.count(name) != 0) continue;  // else of an earlier life of the process
+        m_former.restored += waiting;
+        m_former.drop(InformDrop::Removed, waiting);
+    }
+    auto list = std::make_shared<TrapDestinationMap>();
+    for (const InformDestination& one : destinations) {
+        const auto known = keys.find(one.name());
+        const std::string key =
+            known != keys.end() ? known->second : trapDestinationKey(std::to_string(++m_lastNumber));
+        Destination& destination = m_destinations[key];
+        if (known == keys.end()) {
+            destination.name = one.name();
+            destination.counters.restored = m_queue->standing(one.name()).restored;
+        }
+        const auto link = m_links.find(key);
+        if (link != m_links.end() && !(link->second.peer == one.peer)) m_links.erase(link);
+        destination.settings = one;
+        tTrapDestInfo info;
+        info.index = key.substr(key.find_first_not_of('0'));
+        info.address = one.peer.host;
+        info.port = one.peer.port;
+        info.version = one.peer.version;
+        info.trapType = one.policy.trapType;
+        info.user = one.peer.name;
+        list->emplace(key, std::move(info));
+    }
+    m_list = std::move(list);
+    wakePump();
+}
+
+// Any thread
+
+std::shared_ptr<const TrapDestinationMap> InformSender::destinations() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_list;
+}
+
+std::uint32_t InformSender::upTime() const {
+    using Ticks = std::chrono::duration<std::uint64_t, std::ratio<1, TICKS_PER_SECOND>>;
+    return m_firstUpTime +
+           static_cast<std::uint32_t>(std::chrono::duration_cast<Ticks>(Clock::now() - m_start).count());
+}
+
+void InformSender::submit(const TrapOrigin& origin, const TrapDestinationMap& considered,
+                          const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Trap> trap, Settled settled) {
+    std::set<std::string> keys;
+    for (const tTrapDestInfo& info : chosen) {
+        std::string key = trapDestinationKey(info.index);
+        if (considered.count(key) != 0) keys.insert(std::move(key));
+    }
+    const auto submission = std::make_shared<Submission>(std::move(settled));
+    const auto release = [submission] { submission->release(); };
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        for (const auto& entry : considered) {
+            const auto found = m_destinations.find(entry.first);
+            const bool wanted = keys.count(entry.first) != 0;
+            InformCounters& counters = found != m_destinations.end() ? found->second.counters : m_former;
+            ++counters.considered;
+            if (!wanted) {
+                ++counters.filtered;
+            } else if (found == m_destinations.end()) {  // gone since the list was handed out
+                counters.drop(InformDrop::Removed);
+            } else if (!trap) {
+                counters.drop(InformDrop::NotBuilt);
+            } else if (trap->oid.empty()) {
+                counters.drop(InformDrop::BadOid);
+            } else {
+                ++submission->open;
+                enqueue(found->second, origin, trap, release);
+            }
+        }
+    }
+    submission->release();
+}
+
+// Caller holds m_mutex.
+void InformSender::enqueue(Destination& destination, const TrapOrigin& origin, const std::shared_ptr<const Trap>& trap,
+                           const Settled& settled) {
+    InformQueue::Added added = InformQueue::Added::Full;
+    try {
+        added = withPatience([&] { return m_queue->add(destination.name, origin, upTime(), trap, settled); });
+    } catch (const std::bad_alloc&) {
+        settled();
+    }
+    if (added == InformQueue::Added::Repeated) ++destination.counters.repeated;
+    if (added == InformQueue::Added::Full) destination.counters.drop(InformDrop::QueueFull);
+    noteFull(destination, added == InformQueue::Added::Full);
+}
+
+// Caller holds m_mutex. One line per change of state.
+void InformSender::noteFull(Destination& destination, bool full) {
+    if (full == destination.full) return;
+    const std::size_t limit = destination.settings.policy.queueLimit;
+    if (full) {
+        agent_log::error("inform destination " + destination.name + ": " + std::to_string(limit) +
+                         " informs wait for it, more are dropped");
+    } else if (hasRoom(m_queue->standing(destination.name).waiting, limit)) {
+        agent_log::info("inform destination " + destination.name + ": its queue takes informs again");
+    } else {
+        return;
+    }
+    destination.full = full;
+}
+
+void InformSender::sendColdStart() {
+    auto trap = std::make_shared<Trap>();
+    trap->oid = COLD_START;
+    const auto all = destinations();
+    std::list<tTrapDestInfo> chosen;
+    for (const auto& entry : *all) chosen.push_back(entry.second);
+    submit(TrapOrigin(), *all, chosen, std::move(trap), nullptr);
+}
+
+InformStatus InformSender::status() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    InformStatus status;
+    status.former = m_former;
+    for (const auto& entry : m_destinations) {
+        const Destination& destination = entry.second;
+        const InformPeer& peer = destination.settings.peer;
+        const InformQueue::Standing standing = m_queue->standing(destination.name);
+        InformDestinationStatus one;
+        one.name = destination.name;
+        one.address = peer.host;
+        one.port = peer.port;
+        one.version = peer.version;
+        one.trapType = destination.settings.policy.trapType;
+        one.resolvedAddress = destination.resolvedAddress;
+        one.engine = destination.engine;
+        one.state = destination.state;
+        one.lastFailure = destination.lastFailure;
+        one.counters = destination.counters;
+        one.counters.waiting = standing.waiting;
+        one.counters.drop(InformDrop::Unreadable, standing.unreadable);
+        status.destinations.push_back(std::move(one));
+    }
+    return status;
+}
+
+// Caller holds m_mutex.
+void InformSender::wakePump() {
+    if (m_pumpPosted || m_stopped) return;
+    untilMemory([this] {
+        m_loop.post([this, alive = std::weak_ptr<int>(m_alive)] {
+            if (!alive.expired()) untilMemory([this] { pump(); });
+        });
+    });
+    m_pumpPosted = true;
+}
+
+// Agent thread
+
+void InformSender::stop() {
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_stopped) return;
+        m_stopped = true;
+    }
+    m_resolver.reset();
+    m_links.clear();
+    m_queue->stop();
+    const InformStatus last = status();
+    for (const InformDestinationStatus& one : last.destinations) {
+        agent_log::info("inform destination " + one.name + ": " + one.counters.text());
+    }
+    if (last.former.restored + last.former.considered > 0) {
+        agent_log::info("former inform destinations: " + last.former.text());
+    }
+}
+
+void InformSender::pump() {
+    std::set<std::string> keys;
+    std::set<std::string> names;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_pumpPosted = false;
+        if (m_stopped) return;
+        for (const auto& [key, destination] : m_destinations) {
+            keys.insert(key);
+            const std::string& host = destination.settings.peer.host;
+            if (!isIpv4Address(host) && !isIpv6Address(host)) names.insert(host);
+        }
+    }
+    watchNames(names);
+    for (const std::string& key : keys) serve(key);
+}
+
+void InformSender::watchNames(const std::set<std::string>& names) {
+    if (names == m_watched) return;
+    for (auto at = m_addresses.begin(); at != m_addresses.end();) {
+        at = names.count(at->first) == 0 ? m_addresses.erase(at) : std::next(at);
+    }
+    m_watched = names;
+    m_resolver->watch(names);
+}
+
+// Sends the receiver's first inform, unless one is under way or its time has not come.
+void InformSender::serve(const std::string& key) {
+    InformDestination settings;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_destinations.find(key);
+        if (m_stopped || found == m_destinations.end()) return;
+        settings = found->second.settings;
+    }
+    Link& link = m_links[key];
+    if (link.underWay != 0) return;
+    const std::optional<Inform> inform = m_queue->first(settings.name());
+    if (!inform) return;
+    if (link.notBefore > Clock::now()) return sleepUntil(link.notBefore);
+    const std::string address = addressOf(settings.peer.host);
+    if (address.empty()) {  // serve() comes again when there is one
+        link.channel.reset();
+        return noteState(key, InformState::Unresolved, "");
+    }
+    if (!link.channel || !(link.peer == settings.peer) || link.address != address) {
+        std::string failure;
+        link.peer = settings.peer;
+        link.address = address;
+        link.channel = m_transport.open(settings.peer, address, failure);
+        if (!link.channel) {
+            link.notBefore = Clock::now() + patienceOf(settings.policy, link.attempts++);
+            noteState(key, InformState::Failing, failure);
+            return sleepUntil(link.notBefore);
+        }
+    }
+    link.underWay = inform->number;
+    link.channel->send(*inform, patienceOf(settings.policy, link.attempts),
+                       [this, key, number = inform->number](const InformOutcome& outcome) {
+                           take(key, number, outcome);
+                           serve(key);
+                       });
+}
+
+void InformSender::take(const std::string& key, std::uint64_t number, const InformOutcome& outcome) {
+    using Kind = InformOutcome::Kind;
+    Link& link = m_links[key];
+    link.underWay = 0;
+    std::string name;
+    InformPolicy policy;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_destinations.find(key);
+        if (found == m_destinations.end()) return;
+        name = found->second.name;
+        policy = found->second.settings.policy;
+        InformCounters& counters = found->second.counters;
+        if (outcome.wasSent) ++(link.sent == number ? counters.resent : counters.sent);
+        if (outcome.kind == Kind::Acknowledged) ++counters.acknowledged;
+        if (outcome.kind == Kind::Refused) counters.drop(InformDrop::Refused);
+        const bool failed = outcome.kind == Kind::NoAnswer || outcome.kind == Kind::Failed;
+        const bool givenUp = failed && policy.retries && link.attempts >= *policy.retries;
+        if (givenUp) counters.drop(InformDrop::GivenUp);
+        if (!failed || givenUp) m_queue->remove(name, number);
+        if (outcome.kind == Kind::Failed) link.notBefore = Clock::now() + patienceOf(policy, link.attempts);
+        link.attempts = !failed || givenUp ? 0 : link.attempts + 1;
+        if (outcome.wasSent) link.sent = number;
+        if (link.channel) found->second.resolvedAddress = link.address;
+    }
+    switch (outcome.kind) {
+        case Kind::Acknowledged:
+            return noteState(key, InformState::Answering, "");
+        case Kind::Refused:
+            return noteState(key, InformState::Answering, "the receiver refuses an inform: " + outcome.text);
+        case Kind::NoAnswer:
+            return noteState(key, InformState::Silent, "no answer");
+        case Kind::Failed:
+            return noteState(key, InformState::Failing, outcome.text);
+    }
+}
+
+// One line per change of state, and one for the first of failures that are alike.
+void InformSender::noteState(const std::string& key, InformState state, const std::string& failure) {
+    std::string line;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_destinations.find(key);
+        if (found == m_destinations.end()) return;
+        Destination& destination = found->second;
+        const bool another = !failure.empty() && (!destination.lastFailure || destination.lastFailure->text != failure);
+        if (!failure.empty()) destination.lastFailure = {failure, std::chrono::system_clock::now()};
+        if (destination.state == state && !another) return;
+        destination.state = state;
+        const auto link = m_links.find(key);
+        destination.engine = link != m_links.end() && link->second.channel ? link->second.channel->engine() : "";
+        line = "inform destination " + destination.name + ": " + textOf(state);
+        const bool explains = !failure.empty() && state != InformState::Silent;
+        if (explains) line += ": " + failure;
+    }
+    if (state == InformState::Answering && failure.empty()) {
+        agent_log::info(line);
+    } else {
+        agent_log::warn(line);
+    }
+}
+
+std::string InformSender::addressOf(const std::string& host) const {
+    if (isIpv4Address(host) || isIpv6Address(host)) return host;
+    const auto found = m_addresses.find(host);
+    return found == m_addresses.end() ? "" : found->second;
+}
+
+void InformSender::takeAddress(const std::string& name, const std::string& address) {
+    if (m_watched.count(name) == 0) return;
+    // A name that had an address keeps it while the name server is away.
+    std::string& known = m_addresses[name];
+    if (!address.empty()) known = address;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    wakePump();
+}
+
+void InformSender::sleepUntil(Clock::time_point when) {
+    const Clock::time_point now = Clock::now();
+    if (m_wakeAt > now && m_wakeAt <= when) return;  // a timer is on its way
+    const milliseconds delay = std::max(milliseconds(1), std::chrono::ceil<milliseconds>(when - now));
+    m_loop.runAfter(delay, [this, alive = std::weak_ptr<int>(m_alive), when] {
+        if (alive.expired()) return;
+        if (m_wakeAt == when) m_wakeAt = Clock::time_point::max();
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        wakePump();
+    });
+    m_wakeAt = when;  // the timer is set, and not before
+}
