@@ -12,11 +12,12 @@
 #include "platform/notify_msg_handler.h"
 
 NotificationPath::NotificationPath(const std::list<INotifyMsgHandler*>& handlers, const TamrelBinding& binding,
-                                   std::vector<NotificationSink*> sinks, NotificationLedger& ledger,
+                                   TrapDelivery& delivery, NotificationLedger& ledger,
                                    std::function<void()> alarmsChanged)
     : m_handlers(handlers),
       m_binding(binding),
-      m_sinks(std::move(sinks)),
+      m_delivery(delivery),
+      m_sinks(delivery.sinks()),
       m_ledger(ledger),
       m_alarmsChanged(std::move(alarmsChanged)),
       m_parts(m_sinks.size()) {}
@@ -61,6 +62,7 @@ void NotificationPath::onEvent(unsigned long long sequence, const CTLVRecordV3& 
     ++m_events;
     follow(sequence, record);
     m_alarmsChanged();
+    m_delivery.begin(sequence, record);
     unsigned int place = 0;
     for (INotifyMsgHandler* handler : m_handlers) notify(*handler, place++, ticket, record);
 }
@@ -128,22 +130,10 @@ void NotificationPath::notify(INotifyMsgHandler& handler, unsigned int place, co
         ++m_notBuilt;
         agent_log::fault({"alarm event ", std::to_string(ticket.sequence), " is skipped: ", fault.what()});
     }
-    for (std::size_t sink = 0; sink < m_sinks.size(); ++sink) {
-        const bool concerned = m_parts[sink] != nullptr && !m_parts[sink]->empty();
-        if (concerned) submit(sink, {ticket.sequence, place}, chosen, trap, ticket);
-    }
-}
-
-void NotificationPath::submit(std::size_t sink, const TrapOrigin& origin, const std::list<tTrapDestInfo>& chosen,
-                              const std::shared_ptr<const Trap>& trap, const Ticket& ticket) {
-    m_ledger.hold(ticket);
     try {
-        withPatience([&] {
-            m_sinks[sink]->submit(origin, *m_parts[sink], chosen, trap, [this, ticket] { m_ledger.settle(ticket); });
-        });
+        if (!m_delivery.deliver({ticket.sequence, place}, ticket, m_parts, chosen, trap)) ++m_notBuilt;
     } catch (const std::bad_alloc& fault) {
         ++m_notBuilt;
-        m_ledger.settle(ticket);
         agent_log::fault({"alarm event ", std::to_string(ticket.sequence), " is skipped: ", fault.what()});
     }
 }

@@ -1,6 +1,6 @@
 // From an alarm event to the traps of it: asks every notification handler of the dispatcher which destinations are to
-// get its trap, lets it build one if there is any, and hands that to the sinks. The repository of active alarms and the
-// ledger follow; it holds an event until every sink has settled it.
+// get its trap, lets it build one if there is any, and hands that on to be delivered to the sinks. The repository of
+// active alarms and the ledger follow; it holds an event until every sink has settled it.
 //
 // An event whose record a handler cannot use is logged, counted and done with: it would be as bad next time.
 //
@@ -18,6 +18,7 @@
 #include "host/agent/notification_ledger.h"
 #include "host/agent/notification_sink.h"
 #include "host/agent/tamrel_binding.h"
+#include "host/agent/trap_delivery.h"
 #include "host/services/alarm_event_source.h"
 
 class INotifyMsgHandler;
@@ -33,8 +34,7 @@ public:
     // What is given outlives the path. `alarmsChanged` is called before the traps of an event go out, from the event
     // source's thread: what was read of the alarms before is stale.
     NotificationPath(const std::list<INotifyMsgHandler*>& handlers, const TamrelBinding& binding,
-                     std::vector<NotificationSink*> sinks, NotificationLedger& ledger,
-                     std::function<void()> alarmsChanged);
+                     TrapDelivery& delivery, NotificationLedger& ledger, std::function<void()> alarmsChanged);
 
     std::optional<unsigned long long> lastHandledEvent() override;
     void onConnected(unsigned long long lastSequenceOfStore, const std::vector<unsigned int>& activeSerials) override;
@@ -54,13 +54,12 @@ private:
     void follow(unsigned long long sequence, const CTLVRecordV3& record);
     const TrapDestinationMap& allDestinations();
     void notify(INotifyMsgHandler& handler, unsigned int place, const Ticket& ticket, const CTLVRecordV3& record);
-    void submit(std::size_t sink, const TrapOrigin& origin, const std::list<tTrapDestInfo>& chosen,
-                const std::shared_ptr<const Trap>& trap, const Ticket& ticket);
     std::shared_ptr<const Trap> build(INotifyMsgHandler& handler, const Ticket& ticket, const CTLVRecordV3& record);
 
     const std::list<INotifyMsgHandler*>& m_handlers;
     const TamrelBinding& m_binding;
-    const std::vector<NotificationSink*> m_sinks;
+    TrapDelivery& m_delivery;
+    const std::vector<NotificationSink*>& m_sinks;
     NotificationLedger& m_ledger;
     std::function<void()> m_alarmsChanged;
 

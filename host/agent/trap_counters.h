@@ -50,6 +50,10 @@ struct DestinationStatus {
     DestinationState state = DestinationState::Unknown;
     std::string reason;  // why it is failing
     TrapCounters counters;
+
+    // Of alarms that flapped; none of these are in the counters.
+    std::uint64_t held = 0;        // now
+    std::uint64_t suppressed = 0;  // superseded while they were held
 };
 
 struct TrapStatus {

@@ -102,14 +102,18 @@ protected:
         if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
         m_folder = name;
         m_ledger = std::make_unique<NotificationLedger>(m_folder + "/notifications.db");
-        m_path = std::make_unique<NotificationPath>(m_handlers, m_binding,
-                                                    std::vector<NotificationSink*>{&m_sender, &m_other}, *m_ledger,
-                                                    [this] { ++m_stale; });
+        m_log = std::make_unique<NotificationLog>(m_folder + "/notification_log.db");
+        m_delivery = std::make_unique<TrapDelivery>(m_loop, std::vector<NotificationSink*>{&m_sender, &m_other},
+                                                    *m_ledger, *m_log);
+        m_path =
+            std::make_unique<NotificationPath>(m_handlers, m_binding, *m_delivery, *m_ledger, [this] { ++m_stale; });
         m_sender.setDestinations({withType(destination("1", 1001), 1), withType(destination("4", 1004), 4)});
     }
     ~NotificationPathTest() override {
         m_sender.stop();
         m_path.reset();
+        m_delivery.reset();
+        m_log.reset();
         m_ledger.reset();
         std::filesystem::remove_all(m_folder);
     }
@@ -126,6 +130,8 @@ protected:
     TrapSender m_sender{m_loop, TrapOptions(), m_transport};
     OtherSink m_other;
     std::unique_ptr<NotificationLedger> m_ledger;
+    std::unique_ptr<NotificationLog> m_log;
+    std::unique_ptr<TrapDelivery> m_delivery;
     FakeHandler m_first{1, "1.3.6.1.9.0.1"};
     FakeHandler m_second{4, "1.3.6.1.9.0.4"};
     std::list<INotifyMsgHandler*> m_handlers{&m_first, &m_second};

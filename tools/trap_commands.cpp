@@ -1,0 +1,309 @@
+#include "tools/trap_commands.h"
+
+#include <fmt/format.h>
+#include <time.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <stdexcept>
+
+#include "host/agent/trap_bytes.h"
+#include "host/services/product_root.h"
+#include "tools/agent_call.h"
+
+namespace {
+
+using nlohmann::json;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::system_clock;
+
+// What happened, in full; and the name of the alarm, for where that is empty. Of both kinds of traps.
+constexpr const char* DESCRIPTIONS[] = {"1.3.6.1.4.1.99871.2.91.10.3.1.1.10.0", "1.3.6.1.4.1.99871.2.251.20.1.3.10.0",
+                                        "1.3.6.1.4.1.99871.2.91.10.3.1.1.4.0", "1.3.6.1.4.1.99871.2.251.20.1.3.4.0"};
+
+NotificationLogReader openLog() {
+    return NotificationLogReader(productPath("state/notification_log.db"));
+}
+
+LoggedNotification entryOf(std::uint64_t number) {
+    const std::optional<LoggedNotification> entry = openLog().find(number);
+    if (!entry) throw std::runtime_error("the notification log has no entry " + std::to_string(number));
+    return *entry;
+}
+
+// Local time, with milliseconds.
+std::string timeText(system_clock::time_point time) {
+    const std::time_t whole = system_clock::to_time_t(std::chrono::floor<seconds>(time));
+    std::tm parts{};
+    ::localtime_r(&whole, &parts);
+    char text[32];
+    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
+    const auto rest = std::chrono::duration_cast<milliseconds>(time - std::chrono::floor<seconds>(time));
+    return fmt::format("{}.{:03}", std::string(text, length), rest.count());
+}
+
+// RFC 3339, in UTC.
+std::string utcText(system_clock::time_point time) {
+    const std::time_t whole = system_clock::to_time_t(std::chrono::floor<seconds>(time));
+    std::tm parts{};
+    ::gmtime_r(&whole, &parts);
+    char text[32];
+    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
+    const auto rest = std::chrono::duration_cast<milliseconds>(time - std::chrono::floor<seconds>(time));
+    return fmt::format("{}.{:03}Z", std::string(text, length), rest.count());
+}
+
+const char* kindText(const LoggedNotification& entry) {
+    return entry.raised ? "raise" : "clear";
+}
+
+// Why it was sent when it was; empty for the usual.
+std::string becauseText(const LoggedNotification& entry) {
+    switch (entry.because) {
+        case SentBecause::Held:
+            return "held while the alarm flapped";
+        case SentBecause::Asked:
+            return "entry " + std::to_string(entry.again) + " again";
+        default:
+            return "";
+    }
+}
+
+std::string joined(const std::vector<std::string>& names) {
+    std::string text;
+    for (const std::string& name : names) text += (text.empty() ? "" : ",") + name;
+    return text;
+}
+
+struct tTypeName {
+    unsigned char type;
+    const char* name;
+};
+constexpr tTypeName TYPES[] = {
+    {ASN_NULL, "NULL"},           {ASN_INTEGER, "INTEGER"},     {ASN_COUNTER, "Counter32"},
+    {ASN_GAUGE, "Gauge32"},       {ASN_TIMETICKS, "TimeTicks"}, {ASN_COUNTER64, "Counter64"},
+    {ASN_IPADDRESS, "IpAddress"}, {ASN_OBJECT_ID, "OID"},       {ASN_OCTET_STR, "STRING"},
+};
+
+std::string typeText(unsigned char type) {
+    const auto* found =
+        std::find_if(std::begin(TYPES), std::end(TYPES), [type](const tTypeName& one) { return one.type == type; });
+    return found == std::end(TYPES) ? fmt::format("type {}", type) : found->name;
+}
+
+std::string hexOf(const std::string& octets) {
+    std::string text;
+    for (const char octet : octets) text += fmt::format("{:02x}", static_cast<unsigned char>(octet));
+    return text;
+}
+
+// Text that a terminal may get: UTF-8 without control characters but line ends and tabs.
+bool isText(const std::string& octets) {
+    const bool plain = std::none_of(octets.begin(), octets.end(), [](unsigned char c) {
+        return (c < 0x20 && c != '\n' && c != '\t' && c != '\r') || c == 0x7F;
+    });
+    // The JSON writer knows what UTF-8 is.
+    return plain && json(octets).dump(-1, ' ', false, json::error_handler_t::ignore) ==
+                        json(octets).dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+OidVector nameOf(const std::string& octets) {
+    OidVector name(octets.size() / sizeof(oid));
+    if (!name.empty()) std::memcpy(name.data(), octets.data(), name.size() * sizeof(oid));
+    return name;
+}
+
+std::string valueText(const SnmpValue& value) {
+    switch (value.type) {
+        case ASN_NULL:
+            return "";
+        case ASN_INTEGER:
+            return std::to_string(static_cast<std::int64_t>(value.number));
+        case ASN_OCTET_STR:
+            return isText(value.octets) ? value.octets : "0x" + hexOf(value.octets);
+        case ASN_OBJECT_ID:
+            return oidText(nameOf(value.octets));
+        case ASN_IPADDRESS: {
+            std::string text;
+            for (const char octet : value.octets) {
+                text += (text.empty() ? "" : ".") + std::to_string(static_cast<unsigned char>(octet));
+            }
+            return text;
+        }
+        default:
+            return std::to_string(value.number);
+    }
+}
+
+json valueJson(const SnmpValue& value) {
+    switch (value.type) {
+        case ASN_NULL:
+            return nullptr;
+        case ASN_INTEGER:
+            return static_cast<std::int64_t>(value.number);
+        case ASN_OCTET_STR:
+        case ASN_OBJECT_ID:
+        case ASN_IPADDRESS:
+            return valueText(value);
+        default:
+            return value.number;
+    }
+}
+
+// In one line.
+std::string descriptionOf(const LoggedNotification& entry) {
+    const std::optional<Trap> trap = trapFrom(entry.trap);
+    if (!trap) return "(cannot be read)";
+    for (const char* name : DESCRIPTIONS) {
+        for (const TrapBinding& binding : trap->bindings) {
+            if (binding.value.octets.empty() || oidText(binding.name) != name) continue;
+            std::string text = valueText(binding.value);
+            std::replace_if(
+                text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r' || c == '\t'; }, ' ');
+            return text;
+        }
+    }
+    return "";
+}
+
+json jsonOf(const LoggedNotification& entry) {
+    json object = {{"number", entry.number},
+                   {"time", utcText(entry.time)},
+                   {"event", entry.sequence},
+                   {"alarmId", entry.alarmId},
+                   {"serial", entry.serial},
+                   {"kind", kindText(entry)},
+                   {"level", entry.level ? json(*entry.level) : json()},
+                   {"trapOid", entry.trapOid},
+                   {"destinations", entry.destinations},
+                   {"held", entry.because == SentBecause::Held},
+                   {"again", entry.again > 0 ? json(entry.again) : json()},
+                   {"text", descriptionOf(entry)},
+                   {"bindings", json::array()}};
+    const std::optional<Trap> trap = trapFrom(entry.trap);
+    if (!trap) return object;
+    for (const TrapBinding& binding : trap->bindings) {
+        object["bindings"].push_back({{"name", oidText(binding.name)},
+                                      {"type", typeText(binding.value.type)},
+                                      {"value", valueJson(binding.value)}});
+    }
+    return object;
+}
+
+// Texts come from files and backends of others: bytes that are no UTF-8 are replaced, not fatal.
+void print(std::ostream& out, const json& document, int indent) {
+    out << document.dump(indent, ' ', false, json::error_handler_t::replace);
+}
+
+struct tUnit {
+    char letter;
+    long length;  // in seconds
+};
+constexpr tUnit UNITS[] = {{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 86400}};
+
+std::optional<long> numberOf(std::string_view text) {
+    long number = 0;
+    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    constexpr long MOST = 100'000'000'000;  // the year 5138, in seconds
+    if (text.empty() || error != std::errc() || stop != text.data() + text.size() || number < 0 || number > MOST) {
+        return std::nullopt;
+    }
+    return number;
+}
+
+}  // namespace
+
+system_clock::time_point momentOf(const std::string& text, system_clock::time_point now) {
+    const std::invalid_argument wrong("\"" + text +
+                                      "\" is no time: 2026-11-21, \"2026-11-21 09:14:03\", 2026-11-21T09:14:03Z, "
+                                      "@SECONDS since 1970, or how long ago: 90s, 15m, 2h, 3d");
+    if (text.empty()) throw wrong;
+    if (text.front() == '@') {
+        const std::optional<long> count = numberOf(std::string_view(text).substr(1));
+        if (!count) throw wrong;
+        return system_clock::time_point(seconds(*count));
+    }
+    for (const tUnit& unit : UNITS) {
+        if (text.back() != unit.letter) continue;
+        const std::optional<long> count = numberOf(std::string_view(text).substr(0, text.size() - 1));
+        constexpr long MOST_DAYS = 100'000;
+        if (!count || *count * unit.length > MOST_DAYS * 86400) throw wrong;
+        return now - seconds(*count * unit.length);
+    }
+    const bool utc = text.back() == 'Z';
+    const std::string local = utc ? text.substr(0, text.size() - 1) : text;
+    for (const char* format :
+         {"%Y-%m-%d", "%Y-%m-%d %H:%M", "%Y-%m-%dT%H:%M", "%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M:%S"}) {
+        std::tm parts{};
+        const char* end = ::strptime(local.c_str(), format, &parts);
+        if (end == nullptr || end != local.c_str() + local.size()) continue;
+        parts.tm_isdst = -1;
+        const std::time_t time = utc ? ::timegm(&parts) : ::mktime(&parts);
+        return system_clock::from_time_t(time);
+    }
+    throw wrong;
+}
+
+void printTraps(std::ostream& out, const NotificationLogFilter& filter) {
+    constexpr const char* ROW = "{:>8}  {:<23}  {:>20}  {:<5}  {:>5}  {:<12}  {}\n";
+    bool any = false;
+    openLog().list(filter, [&](const LoggedNotification& entry) {
+        if (!any) out << fmt::format(ROW, "NUMBER", "TIME", "ALARM ID", "KIND", "LEVEL", "DESTINATIONS", "TEXT");
+        any = true;
+        const std::string because = becauseText(entry);
+        out << fmt::format(ROW, entry.number, timeText(entry.time), entry.alarmId, kindText(entry),
+                           entry.level ? std::to_string(*entry.level) : "-", joined(entry.destinations),
+                           descriptionOf(entry) + (because.empty() ? "" : " (" + because + ")"));
+    });
+    if (!any) out << "no such traps\n";
+}
+
+// One entry a line: the log may be long.
+void printTrapsAsJson(std::ostream& out, const NotificationLogFilter& filter) {
+    out << "[";
+    const char* separator = "\n";
+    openLog().list(filter, [&](const LoggedNotification& entry) {
+        out << separator;
+        print(out, jsonOf(entry), -1);
+        separator = ",\n";
+    });
+    out << "\n]\n";
+}
+
+void printTrap(std::ostream& out, std::uint64_t number) {
+    const LoggedNotification entry = entryOf(number);
+    constexpr const char* ROW = "{:<13} {}\n";
+    out << fmt::format(ROW, "number", entry.number) << fmt::format(ROW, "time", timeText(entry.time))
+        << fmt::format(ROW, "alarm ID", entry.alarmId) << fmt::format(ROW, "serial", entry.serial)
+        << fmt::format(ROW, "kind", kindText(entry))
+        << fmt::format(ROW, "level", entry.level ? std::to_string(*entry.level) : "-")
+        << fmt::format(ROW, "event", entry.sequence) << fmt::format(ROW, "trap", entry.trapOid)
+        << fmt::format(ROW, "destinations", joined(entry.destinations));
+    if (const std::string because = becauseText(entry); !because.empty()) out << fmt::format(ROW, "sent", because);
+    const std::optional<Trap> trap = trapFrom(entry.trap);
+    if (!trap) throw std::runtime_error("the trap of entry " + std::to_string(number) + " cannot be read");
+    out << "bindings\n";
+    for (const TrapBinding& binding : trap->bindings) {
+        out << fmt::format("  {} = {}: {}\n", oidText(binding.name), typeText(binding.value.type),
+                           valueText(binding.value));
+    }
+}
+
+void printTrapAsJson(std::ostream& out, std::uint64_t number) {
+    print(out, jsonOf(entryOf(number)), 2);
+    out << "\n";
+}
+
+void resendTrap(std::ostream& out, std::uint64_t number, const std::string& to) {
+    json request = {{"number", number}};
+    if (!to.empty()) request["to"] = to;
+    const json answer = json::parse(callAgent("POST", "/traps/resend", request.dump()), nullptr, false);
+    if (!answer.is_object()) throw AgentCallError("the agent's answer is no JSON");
+    out << "sent again to " << joined(answer.at("destinations").get<std::vector<std::string>>()) << "\n";
+    const auto missing = answer.at("missing").get<std::vector<std::string>>();
+    if (!missing.empty()) out << "no longer there: " << joined(missing) << "\n";
+}
