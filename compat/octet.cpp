@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t DUMP_LINE_BYTES = 16;
 
 bool isPrintable(unsigned char byte) {
-    return std::isprint(byte) != 0;
+    return (byte >= ' ' && byte <= '~') || std::isprint(byte) != 0;  // the former in every locale: most bytes
 }
 
 char hexDigit(unsigned int value) {

@@ -137,14 +137,17 @@ Oid& Oid::operator+=(SmiUINT32 subIdentifier) {
 }
 
 Oid& Oid::operator+=(const Oid& other) {
-    const std::vector<SmiUINT32> added = other.m_ids;  // a copy, because the other one may be this one
-    m_ids.insert(m_ids.end(), added.begin(), added.end());
+    const std::size_t count = other.m_ids.size();  // before the change: the other one may be this one
+    m_ids.resize(m_ids.size() + count);
+    std::copy_n(other.m_ids.begin(), count, m_ids.end() - static_cast<std::ptrdiff_t>(count));
     m_text.drop();
     return *this;
 }
 
 Oid operator+(const Oid& left, const Oid& right) {
-    Oid sum(left);
+    Oid sum;
+    sum.m_ids.reserve(left.m_ids.size() + right.m_ids.size());
+    sum.m_ids = left.m_ids;
     sum += right;
     return sum;
 }

@@ -9,11 +9,6 @@
 
 namespace {
 
-constexpr std::string_view BEGUN = "enter ";
-constexpr std::string_view DONE = "leave ";
-constexpr std::string_view BEGUN_END = "...";
-constexpr std::size_t LONGEST_END = 5;  // of either line: ": NOK"
-
 CVRXDebugKit* findLogger(int module) {
     return ACE_Unmanaged_Singleton<CVRXDebugKitMgr, ACE_Thread_Mutex>::instance()->find(
         static_cast<unsigned int>(module));
@@ -22,26 +17,33 @@ CVRXDebugKit* findLogger(int module) {
 }  // namespace
 
 CVRXDebugKitGuard::CVRXDebugKitGuard(int module, const std::string& name)
-    : CVRXDebugKitGuard(module, std::string_view(name)) {}
+    : m_logger(findLogger(module)), m_owned(name), m_name(m_owned) {
+    trace("enter ", "...");
+}
 
-CVRXDebugKitGuard::CVRXDebugKitGuard(int module, const char* name)
-    : CVRXDebugKitGuard(module, std::string_view(name)) {}
-
-CVRXDebugKitGuard::CVRXDebugKitGuard(int module, std::string_view name) : m_logger(findLogger(module)) {
-    m_line.reserve(BEGUN.size() + name.size() + LONGEST_END);
-    m_line.append(BEGUN).append(name).append(BEGUN_END);
-    m_logger->trace(m_line);
+CVRXDebugKitGuard::CVRXDebugKitGuard(int module, std::string_view name, tLiteral)
+    : m_logger(findLogger(module)), m_name(name) {
+    trace("enter ", "...");
 }
 
 CVRXDebugKitGuard::~CVRXDebugKitGuard() {
     try {
-        m_line.replace(0, BEGUN.size(), DONE);
-        m_line.resize(m_line.size() - BEGUN_END.size());
-        m_line.append(m_result ? ": OK" : ": NOK");
-        m_logger->trace(m_line);
+        trace("leave ", m_result ? ": OK" : ": NOK");
     } catch (...) {
         // A logger without memory for the line: losing it is better than losing the process.
     }
+}
+
+void CVRXDebugKitGuard::trace(std::string_view begin, std::string_view end) const {
+    if (!m_logger->takes(CVRXDebugKit::Line::Trace)) return;
+    std::string line;
+    line.reserve(begin.size() + m_name.size() + end.size());
+    line.append(begin).append(m_name).append(end);
+    m_logger->trace(line);
+}
+
+bool CVRXDebugKitGuard::takesWarnings() const {
+    return m_logger->takes(CVRXDebugKit::Line::Warn);
 }
 
 void CVRXDebugKitGuard::debug(unsigned long long code, const char* function, unsigned int line, const char* format,

@@ -22,29 +22,28 @@ Snmp_pp::Counter64 counter64(unsigned long long number) {
 }
 
 struct tBinding {
-    int number;
-    const char* suffix;  // of the OID
-    const char* label;   // in the log
+    int number;         // behind the base OID, and 0 behind that
+    const char* label;  // in the log
     void (*fill)(Vbx& vb, Values& values);
 };
 
 // clang-format off
 constexpr tBinding BINDINGS[] = {
-    { 1,  ".1.0", "ReportingAlarmNodeCode      --- ", [](Vbx& vb, Values&)   { vb.set_value(CSNMPBasicImpl::getNodeCode()); }},
-    { 2,  ".2.0", "ReportingAlarmLocationInfo  --- ", [](Vbx& vb, Values& v) { vb.set_value(v.location.c_str()); }},
-    { 3,  ".3.0", "ReportingAlarmRestoreAdvice --- ", [](Vbx& vb, Values& v) { vb.set_value(v.suggestion.c_str()); }},
-    { 4,  ".4.0", "ReportingAlarmFaultTitle    --- ", [](Vbx& vb, Values& v) { vb.set_value(v.name.c_str()); }},
-    { 5,  ".5.0", "ReportingAlarmFaultType     --- ", [](Vbx& vb, Values& v) { vb.set_value(Snmp_pp::SnmpInt32(v.category == CATEGORY_3 ? FAULT_TYPE_3 : FAULT_TYPE)); }},
-    { 6,  ".6.0", "ReportingAlarmFaultLevel    --- ", [](Vbx& vb, Values& v) { vb.set_value(Snmp_pp::SnmpInt32(v.faultLevel)); }},
-    { 7,  ".7.0", "ReportingAlarmAlarmID       --- ", [](Vbx& vb, Values& v) { vb.set_value(Snmp_pp::Gauge32(v.level)); }},
-    { 8,  ".8.0", "ReportingAlarmFaultTime     --- ", [](Vbx& vb, Values& v) { vb.set_value(v.time); }},
-    { 9,  ".9.0", "ReportingAlarmSerialNo      --- ", [](Vbx& vb, Values& v) { vb.set_value(Snmp_pp::Gauge32(v.serialNo)); }},
-    {10, ".10.0", "ReportingAlarmAdditionInfo  --- ", [](Vbx& vb, Values& v) { vb.set_value(v.detail.c_str()); }},
-    {11, ".11.0", "ReportingAlarmFaultCategory --- ", [](Vbx& vb, Values& v) { vb.set_value(Snmp_pp::SnmpInt32(static_cast<int>(v.category))); }},
-    {12, ".12.0", "ReportingAlarmLocationAlmID --- ", [](Vbx& vb, Values& v) { vb.set_value(counter64(v.alarmId)); }},
-    {13, ".13.0", "ReportingAlarmProductModel  --- ", [](Vbx& vb, Values&)   { vb.set_value(Snmp_pp::SnmpInt32(CSNMPBasicImpl::device_type)); }},
-    {14, ".14.0", "ReportingAlarmProductSN     --- ", [](Vbx& vb, Values&)   { vb.set_value(CSNMPBasicImpl::product_sn.c_str()); }},
-    {15, ".15.0", "ReportingAlarmProductSystemName     --- ", [](Vbx& vb, Values&) { vb.set_value(GetSystemName().c_str()); }},
+    { 1, "ReportingAlarmNodeCode      --- ", [](Vbx& vb, Values&)   { vb.set_value(CSNMPBasicImpl::getNodeCode()); }},
+    { 2, "ReportingAlarmLocationInfo  --- ", [](Vbx& vb, Values& v) { vb.set_value(v.location.c_str()); }},
+    { 3, "ReportingAlarmRestoreAdvice --- ", [](Vbx& vb, Values& v) { vb.set_value(v.suggestion.c_str()); }},
+    { 4, "ReportingAlarmFaultTitle    --- ", [](Vbx& vb, Values& v) { vb.set_value(v.name.c_str()); }},
+    { 5, "ReportingAlarmFaultType     --- ", [](Vbx& vb, Values& v) { vb.set_value(Snmp_pp::SnmpInt32(v.category == CATEGORY_3 ? FAULT_TYPE_3 : FAULT_TYPE)); }},
+    { 6, "ReportingAlarmFaultLevel    --- ", [](Vbx& vb, Values& v) { vb.set_value(Snmp_pp::SnmpInt32(v.faultLevel)); }},
+    { 7, "ReportingAlarmAlarmID       --- ", [](Vbx& vb, Values& v) { vb.set_value(Snmp_pp::Gauge32(v.level)); }},
+    { 8, "ReportingAlarmFaultTime     --- ", [](Vbx& vb, Values& v) { vb.set_value(v.time); }},
+    { 9, "ReportingAlarmSerialNo      --- ", [](Vbx& vb, Values& v) { vb.set_value(Snmp_pp::Gauge32(v.serialNo)); }},
+    {10, "ReportingAlarmAdditionInfo  --- ", [](Vbx& vb, Values& v) { vb.set_value(v.detail.c_str()); }},
+    {11, "ReportingAlarmFaultCategory --- ", [](Vbx& vb, Values& v) { vb.set_value(Snmp_pp::SnmpInt32(static_cast<int>(v.category))); }},
+    {12, "ReportingAlarmLocationAlmID --- ", [](Vbx& vb, Values& v) { vb.set_value(counter64(v.alarmId)); }},
+    {13, "ReportingAlarmProductModel  --- ", [](Vbx& vb, Values&)   { vb.set_value(Snmp_pp::SnmpInt32(CSNMPBasicImpl::device_type)); }},
+    {14, "ReportingAlarmProductSN     --- ", [](Vbx& vb, Values&)   { vb.set_value(CSNMPBasicImpl::product_sn.c_str()); }},
+    {15, "ReportingAlarmProductSystemName     --- ", [](Vbx& vb, Values&) { vb.set_value(GetSystemName().c_str()); }},
 };
 // clang-format on
 
@@ -76,11 +75,18 @@ static_assert(isTableSound());
 
 void fillAlarmTrapBindings(const Agentpp::Oidx& baseOid, tAlarmTrapValues& values, Agentpp::Vbx* bindings,
                            const char** texts) {
+    // The bindings' OIDs differ in one place: no text is read for each.
+    const auto place = static_cast<unsigned int>(baseOid.len());
+    Snmp_pp::Oid name(baseOid);
+    name += Snmp_pp::SmiUINT32{0};
+    name += Snmp_pp::SmiUINT32{0};
     for (const int number : FILL_ORDER) {
         const tBinding& row = BINDINGS[number - 1];
         Vbx& vb = bindings[number - 1];
-        vb.set_oid(baseOid + Snmp_pp::Oid(row.suffix));
+        name[place] = static_cast<Snmp_pp::SmiUINT32>(number);
+        vb.set_oid(name);
         row.fill(vb, values);
+        if (texts == nullptr) continue;
         // The log shows the time as text, also where the trap carries octets.
         texts[number - 1] = number == FAULT_TIME ? values.timeText.get_printable() : vb.get_printable_value();
     }

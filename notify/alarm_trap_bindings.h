@@ -9,8 +9,8 @@ struct tAlarmTrapValues;
 
 constexpr int ALARM_TRAP_BINDINGS = 15;
 
-// Fills `bindings` (ALARM_TRAP_BINDINGS elements), each below `baseOid`, and points `texts` (as many) to their
-// printable forms, which live as long as `bindings` and `values` stay as they are.
+// Fills `bindings` (ALARM_TRAP_BINDINGS elements), each below `baseOid`, and points `texts` (as many; null when nobody
+// wants them) to their printable forms, which live as long as `bindings` and `values` stay as they are.
 void fillAlarmTrapBindings(const Agentpp::Oidx& baseOid, tAlarmTrapValues& values, Agentpp::Vbx* bindings,
                            const char** texts);
 

@@ -29,6 +29,13 @@ void appendWanted(const std::map<std::string, tTrapDestInfo>& destinations, std:
     }
 }
 
+// dump_alarm_info(), whose text costs about as much as the rest of a trap: it is made when it is logged.
+void logAlarmInfo(const char** texts, bool isLogged) {
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "void CTamrelNotifyMsgHandler::dump_alarm_info(const char**)");
+    if (!isLogged) return;
+    guard.warn(LOGCODE_GENERAL, "dump_alarm_info", __LINE__, "%s", describeAlarmTrapBindings(texts).c_str());
+}
+
 }  // namespace
 
 CTamrelNotifyMsgHandler::~CTamrelNotifyMsgHandler() = default;
@@ -53,8 +60,9 @@ int CTamrelNotifyMsgHandler::constructAlarmTrapVb(const CTLVRecordV3& record, Ag
     const Agentpp::Oidx baseOid = getBaseOid();
     bindings = new Agentpp::Vbx[ALARM_TRAP_BINDINGS];  // the caller's from here, whatever follows
     const char* texts[ALARM_TRAP_BINDINGS] = {};
-    fillAlarmTrapBindings(baseOid, values, bindings, texts);
-    dump_alarm_info(texts);
+    const bool areLogged = guard.takesWarnings();
+    fillAlarmTrapBindings(baseOid, values, bindings, areLogged ? texts : nullptr);
+    logAlarmInfo(texts, areLogged);
     return 0;
 }
 
@@ -63,8 +71,7 @@ int CTamrelNotifyMsgHandler::getTrapVbLen() {
 }
 
 void CTamrelNotifyMsgHandler::dump_alarm_info(const char** texts) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "void CTamrelNotifyMsgHandler::dump_alarm_info(const char**)");
-    guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "%s", describeAlarmTrapBindings(texts).c_str());
+    logAlarmInfo(texts, true);
 }
 
 Agentpp::Oidx& CTamrelNotifyMsgHandler::getTrapOid(unsigned long long /*alarmId*/) {

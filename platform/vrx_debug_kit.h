@@ -20,6 +20,11 @@ public:
                       va_list args) = 0;
     virtual void error(unsigned long long code, const char* function, unsigned int line, const char* format,
                        va_list args) = 0;
+
+    // Whether a line of that kind goes anywhere now: one that does not need not be made. A host that does not say
+    // gets all of them.
+    enum class Line { Trace, Debug, Warn, Error };
+    virtual bool takes(Line) const { return true; }
 };
 
 // Registry of loggers by module number, reached as ACE_Unmanaged_Singleton<CVRXDebugKitMgr, ACE_Thread_Mutex>.

@@ -64,6 +64,16 @@ void FakeLog::add(FakeLogLine line) {
     m_lines.push_back(std::move(line));
 }
 
+void FakeLog::refuse(std::set<std::string> kinds) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_refused = std::move(kinds);
+}
+
+bool FakeLog::takes(const std::string& kind) const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_refused.count(kind) == 0;
+}
+
 void FakeBackend::answer(int result, std::vector<TlvRecord> records) {
     answer([result, records = std::move(records)](CR8KPackageV3&, CR8KPackageV3& response) {
         appendRecords(response, records);

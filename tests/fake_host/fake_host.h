@@ -20,6 +20,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -55,8 +56,13 @@ public:
 
     void add(FakeLogLine line);
 
+    // Lines of these kinds are said to go nowhere; those that come all the same are kept.
+    void refuse(std::set<std::string> kinds);
+    bool takes(const std::string& kind) const;
+
 private:
     mutable std::mutex m_mutex;
+    std::set<std::string> m_refused;
     std::vector<FakeLogLine> m_lines;
 };
 

@@ -78,6 +78,11 @@ public:
                va_list args) override {
         add({"error", m_module, code, function, line, formatted(format, args)});
     }
+    bool takes(Line line) const override {
+        static const char* const KINDS[] = {"trace", "debug", "warn", "error"};
+        FakeHost* const current = FakeHost::current();
+        return current != nullptr && current->log().takes(KINDS[static_cast<int>(line)]);
+    }
 
 private:
     static void add(FakeLogLine line) {

@@ -74,6 +74,39 @@ TEST(DebugKitGuard, NestedScopesLeaveInReverseOrder) {
                                                 "trace leave inner: NOK", "trace leave outer: OK"));
 }
 
+TEST(DebugKitGuard, ScopeWritesNoTraceLineThatGoesNowhere) {
+    FakeHost host;
+    host.log().refuse({"trace"});
+    {
+        CVRXDebugKitGuard guard(MODULE, "f");
+        CVRXDebugKitGuard other(MODULE, std::string("g"));
+        guard.warn(1, "f", 1, "look");
+    }
+    EXPECT_THAT(host.log().lines(), ElementsAre("warn 0x1 look"));
+}
+
+TEST(DebugKitGuard, ScopeDuringWhichTraceLinesAreTurnedOnWritesItsLeaveLine) {
+    FakeHost host;
+    host.log().refuse({"trace"});
+    {
+        CVRXDebugKitGuard guard(MODULE, "f");
+        std::string name = "a name that does not outlive the call";
+        CVRXDebugKitGuard other(MODULE, name);
+        name.assign(name.size(), '-');
+        host.log().refuse({});
+    }
+    EXPECT_THAT(host.log().lines(),
+                ElementsAre("trace leave a name that does not outlive the call: OK", "trace leave f: OK"));
+}
+
+TEST(DebugKitGuard, TellsWhetherWarningsGoAnywhere) {
+    FakeHost host;
+    const CVRXDebugKitGuard guard(MODULE, "f");
+    EXPECT_TRUE(guard.takesWarnings());
+    host.log().refuse({"warn"});
+    EXPECT_FALSE(guard.takesWarnings());
+}
+
 TEST(DebugKitGuard, NameIsNoFormat) {
     FakeHost host;
     { CVRXDebugKitGuard guard(MODULE, "%s%n"); }

@@ -542,6 +542,22 @@ TEST_F(NotifyHandlerTest, FailedConstructionIsTracedAsFailed) {
     }
 }
 
+TEST_F(NotifyHandlerTest, WhereNobodyTakesWarningsTheTrapIsTheSame) {
+    load();
+    const Trap logged(handler, notification());
+    host.log().clear();
+    host.log().refuse({"warn"});
+    const Trap trap(handler, notification());
+    ASSERT_EQ(trap.result, 0);
+    for (int number = 1; number <= 15; ++number) {
+        EXPECT_EQ(trap.oid(number), logged.oid(number));
+        EXPECT_EQ(trap.value(number), logged.value(number)) << number;
+        EXPECT_EQ(trap.syntax(number), logged.syntax(number)) << number;
+    }
+    EXPECT_THAT(host.log().linesWithoutTrace(), IsEmpty());
+    EXPECT_EQ(host.log().lines("trace").size(), 10U);
+}
+
 TEST_F(NotifyHandlerTest, NullTextsBecomeUnknownInPlace) {
     std::vector<const char*> texts(15, "x");
     texts[0] = nullptr;

@@ -118,6 +118,23 @@ TEST_F(Logging, ThresholdOffDropsEverything) {
     use(options);
     write(Kind::Error, "hidden");
     logLine("agent", LogLevel::Error, "hidden");
+TEST_F(Logging, ModulesLearnWhichLinesGoSomewhere) {
+    using Line = CVRXDebugKit::Line;
+    const CVRXDebugKit& logger = *registry().find(MODULE);
+    EXPECT_FALSE(logger.takes(Line::Trace));
+    EXPECT_FALSE(logger.takes(Line::Debug));
+    EXPECT_TRUE(logger.takes(Line::Warn));
+    EXPECT_TRUE(logger.takes(Line::Error));
+    LogOptions options;
+    options.trace = LogLevel::Info;
+    options.warn = LogLevel::Debug;
+    options.error = LogLevel::Off;
+    use(options);
+    EXPECT_TRUE(logger.takes(Line::Trace));
+    EXPECT_FALSE(logger.takes(Line::Warn));
+    EXPECT_FALSE(logger.takes(Line::Error));
+}
+
     logLine("agent", LogLevel::Off, "hidden");
     EXPECT_FALSE(isLogged(LogLevel::Error));
     EXPECT_THAT(lines(), IsEmpty());
