@@ -45,10 +45,7 @@ struct tColumn {
 template <typename Source, std::size_t N>
 void appendColumns(CTLVRecordV3& record, const tColumn<Source> (&columns)[N], const Source& source) {
     for (const tColumn<Source>& column : columns) {
-        auto cell = std::make_unique<CTLVCell>();
-        column.fill(*cell, column.tag, source);
-        record.append(cell.get());
-        (void)cell.release();  // the record owns it from here
+        record.appendNew([&](CTLVCell& cell) { column.fill(cell, column.tag, source); });
     }
 }
 

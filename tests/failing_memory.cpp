@@ -14,6 +14,7 @@ unsigned int s_failAt = 0;
 
 const void* s_watched = nullptr;
 std::size_t s_watchedSize = 0;
+std::size_t s_watchedOffset = 0;
 bool s_released = false;
 bool s_wiped = false;
 
@@ -35,7 +36,7 @@ void* allocate(std::size_t size) {
 void release(void* block) noexcept {
     if (block == nullptr) return;
     if (block == s_watched) {
-        const auto* const bytes = static_cast<const unsigned char*>(block);
+        const auto* const bytes = static_cast<const unsigned char*>(block) + s_watchedOffset;
         s_released = true;
         s_wiped = std::all_of(bytes, bytes + s_watchedSize, [](unsigned char byte) { return byte == 0; });
         s_watched = nullptr;
@@ -72,9 +73,10 @@ std::size_t liveBlocks() {
 void* liveBlock(std::size_t position) {
     return s_blocks[position];
 }
-void watch(const void* block, std::size_t size) {
+void watch(const void* block, std::size_t size, std::size_t offset) {
     s_watched = block;
     s_watchedSize = size;
+    s_watchedOffset = offset;
     s_released = s_wiped = false;
 }
 bool isReleased() {

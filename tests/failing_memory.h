@@ -19,8 +19,8 @@ void stopTracking();
 std::size_t liveBlocks();
 void* liveBlock(std::size_t position);
 
-// Watches one block: was it given back, and were its first `size` bytes zero then?
-void watch(const void* block, std::size_t size);
+// Watches one block: was it given back, and were its `size` bytes from `offset` on zero then?
+void watch(const void* block, std::size_t size, std::size_t offset = 0);
 bool isReleased();
 bool isWiped();
 

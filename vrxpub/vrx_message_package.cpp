@@ -54,9 +54,9 @@ tCellHead cellHeadAt(const unsigned char* p) {
 std::string checkCells(const unsigned char* buf, unsigned int recordLen, unsigned int remain, unsigned int& count,
                        unsigned int& longValues) {
     const unsigned int end = MIN_RECORD_SIZE + recordLen;
-    count = 0;
-    longValues = 0;
-    for (unsigned int pos = MIN_RECORD_SIZE; pos < end; ++count) {
+    unsigned int cells = 0;
+    unsigned int valueBytes = 0;
+    for (unsigned int pos = MIN_RECORD_SIZE; pos < end; ++cells) {
         if (remain - pos < MIN_TLV_SIZE) {
             return join(" : (MIN_TLV_SIZE > uiBufSize - pos) ->", MIN_TLV_SIZE, " < ", "uiBufSize", " - ", pos);
         }
@@ -69,9 +69,11 @@ std::string checkCells(const unsigned char* buf, unsigned int recordLen, unsigne
             return join(" : data length is too long, ((sDataLen + pos) > usRecordLen + MIN_RECORD_SIZE) ->",
                         head.length, "+", pos, " > ", recordLen, "+", MIN_RECORD_SIZE);
         }
-        if (head.length > CTLVCell::INSIDE_SIZE) longValues += head.length;
+        if (head.length > CTLVCell::INSIDE_SIZE) valueBytes += head.length;
         pos += head.length;  // never behind `end`: the loop ends exactly there
     }
+    count = cells;
+    longValues = valueBytes;
     return {};
 }
 
@@ -259,15 +261,16 @@ unsigned int CTLVPackageV3<MSG_S_HEAD>::getRecord(unsigned char* buf, unsigned i
     }
 
     // Nothing is made before all cells are known to be good: a malformed record costs no memory.
-    CTLVRecordV3::tWireCells cells{buf + MIN_RECORD_SIZE, 0, 0};
-    const std::string fault = checkCells(buf, recordLen, remain, cells.count, cells.longValues);
+    unsigned int cells = 0;
+    unsigned int longValues = 0;
+    const std::string fault = checkCells(buf, recordLen, remain, cells, longValues);
     if (!fault.empty()) {
         logError(join("at File=", __FILE__, ",Line=", __LINE__, ",Function=", GET_RECORD_SIGNATURE, fault));
         return 0;
     }
-    auto record = std::make_unique<CTLVRecordV3>(getLe64(buf),
-                                                 std::max<unsigned long>(CTLVRecordV3::DEFAULT_BUCKETS, cells.count));
-    if (cells.count != 0) record->appendAll(cells);
+    auto record = CTLVRecordV3::withRoom(getLe64(buf), std::max<unsigned long>(CTLVRecordV3::DEFAULT_BUCKETS, cells),
+                                         cells, longValues);
+    record->appendAll(buf + MIN_RECORD_SIZE, cells);
     out = record.release();
     return size;
 }

@@ -63,8 +63,11 @@ void CTLVCell::setCell(unsigned short word, const char* data, unsigned long leng
     const unsigned short formerLength = m_length;
     const bool wasLent = m_isLent;
 
+    bool isLent = false;
     if (kept > INSIDE_SIZE) {
-        auto* const array = new unsigned char[kept];
+        unsigned char* array = m_record != nullptr ? m_record->placeForValue(kept) : nullptr;
+        isLent = array != nullptr;
+        if (!isLent) array = new unsigned char[kept];
         memcpy(array, data, kept);
         if (kept < length && (word & TYPE_MASK) == TLV_TYPE_STRING) array[kept - 1] = 0;
         if (formerArray == nullptr) wipeInside();
@@ -73,10 +76,10 @@ void CTLVCell::setCell(unsigned short word, const char* data, unsigned long leng
         if (kept != 0) memmove(m_value.inside, data, kept);
         if (formerLength > kept) explicit_bzero(m_value.inside + kept, INSIDE_SIZE - kept);
     }
-    if (m_record != nullptr) m_record->valueReplaced(formerLength, kept);
+    if (m_record != nullptr) m_record->valueReplaced(formerLength, kept, kept > INSIDE_SIZE && !isLent);
     m_word = word;
     m_length = static_cast<unsigned short>(kept);
-    m_isLent = false;
+    m_isLent = isLent;
     if (formerArray != nullptr) dropArray(formerArray, formerLength, wasLent);
 }
 

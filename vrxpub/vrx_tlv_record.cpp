@@ -3,14 +3,27 @@
 #include <string.h>  // explicit_bzero
 
 #include <cerrno>
+#include <functional>
 #include <limits>
 #include <new>
 
 #include "module/vrx_exception.h"
 
-CTLVRecordV3::CTLVRecordV3(unsigned long long identifier, unsigned long buckets) : m_identifier(identifier) {
-    if (m_cells.sentinel() == nullptr) throw std::bad_alloc();
-    m_lastOfBlock = m_lastIndexed = end();
+std::unique_ptr<CTLVRecordV3> CTLVRecordV3::withRoom(unsigned long long identifier, unsigned long buckets,
+                                                     unsigned int cells, unsigned int valueBytes) {
+    const tRoom room{cells * sizeof(CTLVCell) + valueBytes};
+    return std::unique_ptr<CTLVRecordV3>(new (room) CTLVRecordV3(identifier, buckets, cells, valueBytes));
+}
+
+CTLVRecordV3::CTLVRecordV3(unsigned long long identifier, unsigned long buckets, unsigned int cells,
+                           unsigned int valueBytes)
+    : m_identifier(identifier),
+      m_freeCell(roomBegin()),
+      m_cellsEnd(m_freeCell + cells * sizeof(CTLVCell)),
+      m_freeValue(m_cellsEnd),
+      m_valuesEnd(m_freeValue + valueBytes) {
+    static_assert(sizeof(CTLVRecordV3) % alignof(CTLVCell) == 0);
+    m_lastIndexed = end();
     if (buckets == DEFAULT_BUCKETS) return;
     // ACE multiplies without a look: a count whose table size wraps would give a table that is too small.
     constexpr std::size_t MAX_BUCKETS = std::numeric_limits<std::size_t>::max() / sizeof(TagIndex::ENTRY);
@@ -26,23 +39,42 @@ void CTLVRecordV3::append(const CTLVCell* cell) {
     if (cell == nullptr) throw CVRX_Exception("record can't hold a null cell");
     // The record owns the cell from here, and may change it.
     insert(*const_cast<CTLVCell*>(cell));
+    m_isPieced = true;
 }
 
-void CTLVRecordV3::appendAll(const tWireCells& wire) {
-    static_assert(alignof(CTLVCell) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
-    const auto cellBytes = static_cast<unsigned int>(wire.count * sizeof(CTLVCell));
-    m_block.reset(new unsigned char[cellBytes + wire.longValues]);
-    m_blockSize = cellBytes + wire.longValues;
-    unsigned char* place = m_block.get();
-    unsigned char* longValue = place + cellBytes;
-    const unsigned char* p = wire.bytes;
-    for (unsigned int i = 0; i < wire.count; ++i, place += sizeof(CTLVCell)) {
-        auto* const cell = new (place) CTLVCell(p, longValue);
-        if (cell->isOutside()) longValue += cell->length();
-        insert(*cell);
-        p += cell->size();
+void CTLVRecordV3::appendAll(const unsigned char* wire, unsigned int count) {
+    const unsigned char* const begin = wire;
+    ACE_DLList_Node* last = m_cells.sentinel()->prev_;
+    for (unsigned int i = 0; i < count; ++i, m_freeCell += sizeof(CTLVCell)) {
+        auto* const cell = new (m_freeCell) CTLVCell(wire, m_freeValue);
+        if (cell->isOutside()) m_freeValue += cell->length();
+        cell->m_record = this;
+        cell->m_node.prev_ = last;
+        last->next_ = &cell->m_node;
+        last = &cell->m_node;
+        wire += cell->size();
     }
-    m_lastOfBlock = m_cells.sentinel()->prev_;
+    m_cells.close(*last, count);
+    m_length += static_cast<unsigned long>(wire - begin);
+}
+
+// The nodes up to `last` are linked already, but for the ring's end.
+void CTLVRecordV3::CellList::close(ACE_DLList_Node& last, std::size_t added) {
+    last.next_ = head_;
+    head_->prev_ = &last;
+    size_ += added;
+}
+
+bool CTLVRecordV3::isInRoom(const CTLVCell& cell) {
+    const std::less<const void*> before;  // in order also for pieces of memory that do not belong together
+    return !before(&cell, roomBegin()) && before(&cell, m_freeCell);
+}
+
+unsigned char* CTLVRecordV3::placeForValue(unsigned long length) {
+    if (length > static_cast<unsigned long>(m_valuesEnd - m_freeValue)) return nullptr;
+    unsigned char* const place = m_freeValue;
+    m_freeValue += length;
+    return place;
 }
 
 CTLVCell& CTLVRecordV3::operator[](unsigned short tag) const {
@@ -86,22 +118,29 @@ void CTLVRecordV3::indexNewCells() const {
 }
 
 void CTLVRecordV3::endCells() {
-    const Position appended = m_lastOfBlock->next_;
-    for (Position p = appended; p != end();) {
-        const CTLVCell& cell = cellAt(p);
-        p = p->next_;
-        delete &cell;
-    }
-    if (m_block != nullptr) {
-        // These cells are wiped at one go. Only a value that was replaced may have an array of its own.
-        if (m_isValueReplaced) {
-            for (Position p = begin(); p != appended; p = p->next_) cellAt(p).dropOwnArray();
+    if (m_isPieced) {
+        for (Position p = begin(); p != end();) {
+            CTLVCell& cell = cellAt(p);
+            p = p->next_;
+            if (isInRoom(cell)) {
+                cell.dropOwnArray();
+            } else {
+                delete &cell;
+            }
         }
-        explicit_bzero(m_block.get(), m_blockSize);
-        m_block.reset();
+        m_isPieced = false;
     }
+    // What stands in the room is wiped at one go.
+    unsigned char* const room = roomBegin();
+    if (m_freeCell == m_cellsEnd) {
+        if (m_freeValue != room) explicit_bzero(room, static_cast<std::size_t>(m_freeValue - room));
+    } else {
+        explicit_bzero(room, static_cast<std::size_t>(m_freeCell - room));
+        explicit_bzero(m_cellsEnd, static_cast<std::size_t>(m_freeValue - m_cellsEnd));
+    }
+    m_freeCell = room;
+    m_freeValue = m_cellsEnd;
     m_cells.forgetAll();
-    m_lastOfBlock = end();
     m_length = 0;
 }
 

@@ -6,6 +6,9 @@
 //     record->append(cell.get());
 //     cell.release();  // the record owns it from here
 //
+// A record made by withRoom() has memory for cells and their values right behind itself, which appendNew() and decoding
+// use: a row of a dozen cells is one piece of memory instead of two dozen.
+//
 // Threads: a record belongs to one request; no locks. find() enters the cells of a large record into its tag index when
 // they are first asked for, so even two readers of one record must take turns.
 #pragma once
@@ -13,10 +16,12 @@
 #include <ace/Containers_T.h>
 #include <ace/Functor.h>
 #include <ace/Hash_Map_Manager_T.h>
+#include <ace/Malloc_Allocator.h>
 #include <ace/Null_Mutex.h>
 
 #include <cstddef>
 #include <memory>
+#include <new>
 #include <sstream>
 
 #include "vrxpub/vrx_tlv_cell.h"
@@ -31,8 +36,17 @@ public:
 
     // With 0 buckets, or more than memory holds, ACE logs "ACE_Hash_Map_Manager_Ex\n" and the record has no tag index:
     // cells can be appended and walked, none is found.
-    CTLVRecordV3(unsigned long long identifier, unsigned long buckets);
+    CTLVRecordV3(unsigned long long identifier, unsigned long buckets) : CTLVRecordV3(identifier, buckets, 0, 0) {}
     ~CTLVRecordV3();
+
+    // Of any size: the room lies behind the record.
+    static void* operator new(std::size_t size) { return ::operator new(size); }
+    static void operator delete(void* record) { ::operator delete(record); }
+
+    // With room for that many cells and for that many bytes of values of more than CTLVCell::INSIDE_SIZE. What does not
+    // fit takes memory of its own.
+    static std::unique_ptr<CTLVRecordV3> withRoom(unsigned long long identifier, unsigned long buckets,
+                                                  unsigned int cells, unsigned int valueBytes);
     CTLVRecordV3(const CTLVRecordV3&) = delete;
     CTLVRecordV3& operator=(const CTLVRecordV3&) = delete;
 
@@ -42,6 +56,10 @@ public:
     // Adds the cell at the end and takes it over; CVRX_Exception for a null cell. A tag that the record already holds
     // keeps its first cell in the index.
     void append(const CTLVCell* cell);
+
+    // Makes a cell, lets `fill` set it, and adds it at the end. When `fill` throws nothing is added.
+    template <typename Fill>
+    void appendNew(const Fill& fill);
 
     std::size_t count() const { return m_cells.size(); }  // cells
     unsigned long length() const { return m_length; }     // bytes that the cells take on the wire
@@ -66,10 +84,20 @@ private:
     template <typename MSG_S_HEAD>
     friend class CTLVPackageV3;
 
-    // Each cell brings its own node: the list asks for memory for its sentinel alone.
+    // Each cell brings its own node: the list asks for memory for its sentinel alone, which stands in the record too.
+    class SentinelPlace : public ACE_New_Allocator {
+    public:
+        void* malloc(std::size_t) override { return m_place; }
+        void free(void*) override {}
+
+    private:
+        alignas(ACE_DLList_Node) unsigned char m_place[sizeof(ACE_DLList_Node)];
+    };
     struct CellList : ACE_DLList<CTLVCell> {
+        using ACE_DLList<CTLVCell>::ACE_DLList;
         ACE_DLList_Node* sentinel() const { return head_; }
         void insertTail(ACE_DLList_Node& node) { (void)ACE_DLList_Base::insert_tail(&node); }
+        void close(ACE_DLList_Node& last, std::size_t added);
         void forgetAll();
     };
     using TagIndex = ACE_Hash_Map_Manager_Ex<int, ACE_DLList_Node*, ACE_Hash<int>, ACE_Equal_To<int>, ACE_Null_Mutex>;
@@ -77,32 +105,43 @@ private:
     // Up to here, walking the list beats entering the cells into the index, however often they are asked for.
     static constexpr std::size_t MAX_WALKED_CELLS = DEFAULT_BUCKETS;
 
-    // Cells as they stand on the wire, one behind the other, and known to be sound.
-    struct tWireCells {
-        const unsigned char* bytes;
-        unsigned int count;
-        unsigned int longValues;  // bytes of the values that are too long for the inside of a cell
+    struct tRoom {
+        std::size_t bytes;
     };
-    // To a new record. The cells and their long values stand in one block of memory.
-    void appendAll(const tWireCells& wire);
+    static void* operator new(std::size_t size, const tRoom& room) { return ::operator new(size + room.bytes); }
+    static void operator delete(void* record, const tRoom&) { ::operator delete(record); }
+
+    CTLVRecordV3(unsigned long long identifier, unsigned long buckets, unsigned int cells, unsigned int valueBytes);
+
+    // Cells as they stand on the wire, one behind the other, and known to be sound and to fit into the room.
+    void appendAll(const unsigned char* wire, unsigned int count);
 
     void insert(CTLVCell& cell);
     void endCells();
-    void valueReplaced(unsigned long formerLength, unsigned long length) {
+
+    unsigned char* roomBegin() { return reinterpret_cast<unsigned char*>(this + 1); }
+    bool isInRoom(const CTLVCell& cell);
+
+    // Of a cell in this record. Null when the room has no place for so many bytes.
+    unsigned char* placeForValue(unsigned long length);
+    void valueReplaced(unsigned long formerLength, unsigned long length, bool hasOwnMemory) {
         m_length += length - formerLength;
-        m_isValueReplaced = true;
+        m_isPieced = m_isPieced || hasOwnMemory;
     }
 
     bool isIndexRefused() const;
     void indexNewCells() const;
 
     unsigned long long m_identifier;
-    CellList m_cells;
+    SentinelPlace m_sentinelPlace;
+    CellList m_cells{&m_sentinelPlace};
     unsigned long m_length = 0;
-    std::unique_ptr<unsigned char[]> m_block;  // of a decoded record: its first cells
-    unsigned int m_blockSize = 0;              // bytes
-    bool m_isValueReplaced = false;            // in any cell
-    Position m_lastOfBlock;                    // the cells behind it were appended one by one
+    // The room: cells from its begin on, values behind the last place of a cell.
+    unsigned char* m_freeCell;  // where the next cell goes
+    unsigned char* m_cellsEnd;
+    unsigned char* m_freeValue;  // where the next value goes
+    unsigned char* m_valuesEnd;
+    bool m_isPieced = false;  // some cell, or its value, has memory of its own
     // Filled by the first find() that needs it; a table of DEFAULT_BUCKETS is made there too, so that a flood of small
     // records costs no kilobyte each. Other tables are made with the record.
     mutable std::unique_ptr<TagIndex> m_index;
@@ -113,4 +152,27 @@ inline void CTLVRecordV3::insert(CTLVCell& cell) {
     m_cells.insertTail(cell.m_node);
     cell.m_record = this;
     m_length += cell.size();
+}
+
+template <typename Fill>
+void CTLVRecordV3::appendNew(const Fill& fill) {
+    if (m_freeCell == m_cellsEnd) {
+        auto cell = std::make_unique<CTLVCell>();
+        fill(*cell);
+        append(cell.get());
+        (void)cell.release();
+        return;
+    }
+    auto* const cell = new (m_freeCell) CTLVCell();
+    cell->m_record = this;  // its value goes into the room
+    try {
+        fill(*cell);
+    } catch (...) {
+        m_length -= cell->length();
+        cell->~CTLVCell();
+        throw;
+    }
+    m_length -= cell->length();  // which insert() counts
+    insert(*cell);
+    m_freeCell += sizeof(CTLVCell);
 }

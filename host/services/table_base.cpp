@@ -24,6 +24,10 @@ constexpr unsigned long long LOGCODE_TABLE = 0x1002E;
 
 constexpr int TABLE_FAILED = -1;
 
+// Room that a row has from the start: few rows take more.
+constexpr unsigned int USUAL_CELLS = 12;
+constexpr unsigned int USUAL_VALUES = 512;  // bytes
+
 // A backend whose numbers grow without end must not fill the memory.
 constexpr std::size_t MOST_RECORDS = 1000000;  // of one query
 
@@ -186,7 +190,8 @@ int CSnmpTableBase::GetBatchTableInfo_i(CR8KPackageV3& req, std::string& key, st
 
 int CSnmpTableBase::AppendRspPkgRecord(CR8KPackageV3& rsp, const CTLVRecordV3& record) {
     if (!queryRecordValidation(record) || preGetRspCell(record) != 0) return 0;
-    auto row = std::make_unique<CTLVRecordV3>(CTLVRecordV3::NO_IDENTIFIER, CTLVRecordV3::DEFAULT_BUCKETS);
+    auto row = CTLVRecordV3::withRoom(CTLVRecordV3::NO_IDENTIFIER, CTLVRecordV3::DEFAULT_BUCKETS, USUAL_CELLS,
+                                      USUAL_VALUES);
     fillRspRecord(record, row.get());
     postGetRspCell(record);
     if (row->count() == 0) return 0;  // no row: it may lack a number, too

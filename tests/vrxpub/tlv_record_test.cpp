@@ -54,6 +54,48 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(TlvRecord, RecordSearch, ::testing::Values(0, 30, 31, 32, 100));
 
+TEST(TlvRecord, CellsInAndBeyondItsRoomStandInTheOrderOfTheirInsertion) {
+    const auto record = CTLVRecordV3::withRoom(7, 32, 2, 10);
+    const auto set = [](unsigned short tag, const char* text) {
+        return [tag, text](CTLVCell& cell) { cell.set(tag, text); };
+    };
+    for (int round = 0; round < 2; ++round) {
+        record->appendNew(set(1, "text of 18 letters"));  // too long for the room
+        appendNumber(*record, 2, 7);
+        record->appendNew(set(3, "text of 9"));
+        record->appendNew(set(4, "the room has no place"));
+        EXPECT_THAT(tagsOf(*record), ElementsAre(1, 2, 3, 4));
+        EXPECT_EQ(record->length(), (4 + 19) + (4 + 1) + (4 + 10) + (4 + 22U));
+        EXPECT_EQ((*record)[1].toString(), "text of 18 letters");
+        EXPECT_EQ((*record)[3].toString(), "text of 9");
+        EXPECT_EQ((*record)[4].toString(), "the room has no place");
+        (*record)[3].set(3, "now it is longer than before");
+        (*record)[1].set(1, "short");
+        EXPECT_EQ((*record)[3].toString(), "now it is longer than before");
+        EXPECT_EQ((*record)[1].toString(), "short");
+        EXPECT_EQ(record->length(), (4 + 6) + (4 + 1) + (4 + 29) + (4 + 22U));
+        record->clear();
+        EXPECT_THAT(tagsOf(*record), IsEmpty());
+        EXPECT_EQ(record->length(), 0U);
+    }
+}
+
+TEST(TlvRecord, ACellThatCannotBeSetIsNotAdded) {
+    for (const unsigned int room : {0U, 2U}) {
+        const auto record = CTLVRecordV3::withRoom(7, 32, room, 100);
+        const auto fail = [](CTLVCell& cell) {
+            cell.set(1, "a text that is set before");
+            throw CVRX_Exception("no value");
+        };
+        EXPECT_THROW(record->appendNew(fail), CVRX_Exception) << room;
+        EXPECT_EQ(record->count(), 0U) << room;
+        EXPECT_EQ(record->length(), 0U) << room;
+        record->appendNew([](CTLVCell& cell) { cell.set(2, "next"); });
+        EXPECT_THAT(tagsOf(*record), ElementsAre(2)) << room;
+        EXPECT_EQ(record->length(), 4 + 5U) << room;
+    }
+}
+
 TEST(TlvRecord, IsNotCopyable) {
     EXPECT_FALSE(std::is_copy_constructible_v<CTLVRecordV3>);
     EXPECT_FALSE(std::is_copy_assignable_v<CTLVRecordV3>);
