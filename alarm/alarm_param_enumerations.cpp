@@ -34,6 +34,7 @@ int CAlarmConfigParser::parseAlarmParamEnumDesc(std::string& path) {
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmConfigParser::parseAlarmParamEnumDesc(std::string&)");
     path = VRX_Utility::getVRXRootEnv() + "/" + path;
     TiXmlDocument document;
+    document.SetTabSize(0);  // nobody asks an element for its place
     loadAlarmXmlFile("open alarm config file(", path, document);
     TiXmlElement* root = document.FirstChildElement();
     if (root == nullptr) throw CVRX_Exception("parse root element failed!");

@@ -170,8 +170,15 @@ private:
     std::size_t m_at = 0;  // where the rest begins
 };
 
-// The index of a placeholder in text: blanks, a sign, digits as strtol takes them.
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+// The index of a placeholder in text: two digits, or blanks, a sign and digits as strtol takes them.
 int indexOf(std::string_view text) {
+    if (text.size() == INDEX_LENGTH && isDigit(text[0]) && isDigit(text[1])) {  // nearly all
+        return (text[0] - '0') * 10 + (text[1] - '0');
+    }
     char digits[INDEX_LENGTH + 1] = {};
     text.copy(digits, INDEX_LENGTH);
     return static_cast<int>(std::strtol(digits, nullptr, 10));

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
 #include <cstring>
 
 namespace {
@@ -33,8 +34,15 @@ bool isQuote(char c) {
     return c == '"' || c == '\'';
 }
 
-bool isAscii(char c) {
-    return static_cast<unsigned char>(c) < 128;
+bool isAscii(const std::string& text) {
+    const char* at = text.data();
+    std::size_t left = text.size();
+    std::uint64_t bits = 0;
+    for (; left >= sizeof bits; left -= sizeof bits, at += sizeof bits) {
+        std::memcpy(&bits, at, sizeof bits);
+        if ((bits & 0x8080808080808080U) != 0) return false;
+    }
+    return std::all_of(at, at + left, [](char c) { return static_cast<unsigned char>(c) < 128; });
 }
 
 // Bytes that TinyXML takes for one UTF-8 character, whatever stands behind the first.
@@ -48,7 +56,7 @@ std::size_t utf8Length(char c) {
 // A position in the text that only moves forward. A zero byte ends the text.
 class MarkupScan {
 public:
-    explicit MarkupScan(const std::string& xml) : m_at(xml.c_str()) {
+    explicit MarkupScan(const std::string& xml) : m_at(xml.c_str()), m_isAscii(isAscii(xml)) {
         if (std::strncmp(m_at, "\xEF\xBB\xBF", 3) == 0) m_encoding = Encoding::UTF8;
     }
 
@@ -78,9 +86,8 @@ private:
 
     // Moves to the next character `c` or the end. In UTF-8 a broken character hides what follows it, as in TinyXML.
     void skipTo(char c) {
-        const char* found = strchrnul(m_at, c);
-        if (m_encoding != Encoding::UTF8 || std::all_of(m_at, found, isAscii)) {
-            m_at = found;
+        if (m_encoding != Encoding::UTF8 || m_isAscii) {
+            m_at = strchrnul(m_at, c);
             return;
         }
         while (*m_at != '\0' && *m_at != c) {
@@ -160,6 +167,7 @@ private:
     }
 
     const char* m_at;
+    const bool m_isAscii;
     Encoding m_encoding = Encoding::UNKNOWN;
 };
 

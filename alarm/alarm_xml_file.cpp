@@ -82,6 +82,11 @@ std::string parseGuarded(const std::string& path, TiXmlDocument& document) {
     }
     content.append(TINYXML_OVERRUN, '\0');
     document.Parse(content.c_str());
+    if (document.Error() && document.TabSize() == 0) {  // once more, for the error's place
+        document.Clear();
+        document.SetTabSize(TiXmlDocument().TabSize());
+        document.Parse(content.c_str());
+    }
     return "";
 }
 

@@ -102,6 +102,7 @@ void CAlarmConfigParser::parse(std::string& path) {
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "void CAlarmConfigParser::parse(std::string&)");
     path = VRX_Utility::getVRXRootEnv() + "/" + path;
     TiXmlDocument document;
+    document.SetTabSize(0);  // nobody asks an element for its place
     loadAlarmXmlFile("open config file(", path, document);
     TiXmlElement* root = document.FirstChildElement();
     if (root == nullptr) throw CVRX_Exception("parse root element failed!");
