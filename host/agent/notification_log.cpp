@@ -4,6 +4,7 @@
 #include <signal.h>
 
 #include <chrono>
+#include <filesystem>
 #include <utility>
 
 #include "host/agent/agent_log.h"
@@ -122,6 +123,8 @@ void NotificationLog::flush() {
     const std::lock_guard<std::mutex> writing(m_writing);
     try {
         const bool any = takeBatch();
+        std::error_code unknown;
+        if (m_file && !std::filesystem::exists(m_path, unknown)) m_file.reset();  // somebody has deleted it
         if (!m_file && (any || kept() > 0)) m_file.emplace(m_path);
         noteOpen();
         for (bool more = any; more; more = takeBatch()) write();

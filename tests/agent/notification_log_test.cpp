@@ -241,6 +241,16 @@ TEST_F(NotificationLogTest, TheOldestOfTooManyThatWaitAreGivenUpAndCounted) {
     EXPECT_EQ(serials().back(), MORE);
 }
 
+TEST_F(NotificationLogTest, AFileThatIsDeletedIsMadeAnew) {
+    NotificationLog log(path());
+    log.add(entryOf(1), someTrap());
+    log.flush();
+    for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(path() + suffix);
+    log.add(entryOf(2), someTrap());
+    log.flush();
+    EXPECT_THAT(serials(), ElementsAre(2));
+}
+
 TEST_F(NotificationLogTest, AFileOfSomethingElseIsAFault) {
     std::ofstream(path()) << "this is no database, and it is long enough for one to be looked for in it"
                           << std::string(4096, '.');
