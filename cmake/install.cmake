@@ -21,7 +21,7 @@ foreach(link "conf ${TAMREL_CONFIGURATION_DIR}" "etc ${TAMREL_CONFIGURATION_DIR}
     install(CODE "file(CREATE_LINK ${target} \"\$ENV{DESTDIR}${TAMREL_PRODUCT_ROOT}/${name}\" SYMBOLIC)")
 endforeach()
 # Where the tools of managers look for MIB modules.
-install(FILES mibs/VRX-TAMREL-MIB mibs/VRX-TAMREL-ALARM-MIB DESTINATION ${CMAKE_INSTALL_DATADIR}/snmp/mibs)
+install(FILES mibs/VRX-TAMREL-MIB mibs/VRX-TAMREL-ALARM-MIB mibs/VRX-AGENT-MIB DESTINATION ${CMAKE_INSTALL_DATADIR}/snmp/mibs)
 
 foreach(page vrxctl.1 vrx-agentd.conf.5 vrx-alarm-definitions.5 vrx.7 vrx-agentd.8 vrx-backendd.8)
     string(REGEX MATCH "[0-9]$" section ${page})

@@ -58,6 +58,9 @@ public:
     // With the flag set a GETBULK query goes on to the table's end instead of stopping after a batch.
     void setWholeTable(bool whole) { m_wholeTable = whole; }
 
+    // The backend command that the rows come from; 0 when the handler has none.
+    long long backendCommand() const { return m_commandCode; }
+
     // Since the object was made: records left out because a row of their number was there already, and records that
     // could not become rows. Any thread.
     unsigned long long duplicates() const { return m_duplicates; }

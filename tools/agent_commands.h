@@ -1,7 +1,8 @@
-// vrxctl status and reload: what is asked of a running agent.
+// vrxctl status, reload and log: what is asked of a running agent.
 #pragma once
 
 #include <ostream>
+#include <string>
 
 // As tables, for people. Throws AgentCallError.
 void printStatus(std::ostream& out);
@@ -12,3 +13,9 @@ void printStatusAsJson(std::ostream& out);
 // False when the agent did not take its configuration over; what is at fault is written to `faults` then, one line
 // each. Throws AgentCallError.
 bool reloadAgent(std::ostream& faults);
+
+// The subsystems of the agent's log with their levels. Throws AgentCallError.
+void printLogLevels(std::ostream& out);
+
+// Another level for a subsystem, or for "all". Throws AgentCallError, also for what there is not.
+void setLogLevel(const std::string& subsystem, const std::string& level);

@@ -19,6 +19,7 @@
 #include "tools/definition_lint.h"
 #include "tools/package_text.h"
 #include "tools/render_command.h"
+#include "tools/trap_commands.h"
 #include "tools/user_commands.h"
 
 namespace {
@@ -68,6 +69,56 @@ int decode(const std::string& hex, const std::string& file, bool hexFile) {
     }
     return printPackage(std::cout, std::move(bytes)) ? EX_OK : EX_DATAERR;
 }
+
+// vrxctl traps, with what may stand behind it.
+class TrapsCommand {
+public:
+    explicit TrapsCommand(CLI::App& app) : m_list(app.add_subcommand("traps", "show what the agent has sent")) {
+        m_list->require_subcommand(0, 1);
+        m_list->add_option("--last", m_filter.last, "that many, of all that are asked for");
+        m_list->add_option("--since", m_since, "from then on: 2026-11-21, \"2026-11-21 09:14\", or 15m, 2h, 3d ago");
+        m_list->add_option("--until", m_until, "up to then");
+        m_list->add_option("--alarm", m_filter.alarmId, "of this identifier in the definition file");
+        m_list->add_option("--serial", m_filter.serial, "of the alarm with this serial number");
+        m_list->add_option("--kind", m_kind, "raise or clear")->check(CLI::IsMember({"raise", "clear"}));
+        m_list->add_option("--destination", m_filter.destination, "that went to this destination");
+        m_list->add_flag("--json", m_json, "as JSON");
+        m_show = m_list->add_subcommand("show", "show one with all bindings");
+        m_show->add_option("NUMBER", m_number, "its number in the list")->required();
+        m_show->add_flag("--json", m_json, "as JSON");
+        m_resend = m_list->add_subcommand("resend", "let the agent send one again");
+        m_resend->add_option("NUMBER", m_number, "its number in the list")->required();
+        m_resend->add_option("--to", m_to, "to this destination (default: those that it went to)");
+    }
+
+    bool isGiven() const { return static_cast<bool>(*m_list); }
+
+    void run() {
+        if (*m_resend) {
+            resendTrap(std::cout, m_number, m_to);
+        } else if (*m_show) {
+            m_json ? printTrapAsJson(std::cout, m_number) : printTrap(std::cout, m_number);
+        } else {
+            const auto now = std::chrono::system_clock::now();
+            if (!m_since.empty()) m_filter.since = momentOf(m_since, now);
+            if (!m_until.empty()) m_filter.until = momentOf(m_until, now);
+            if (!m_kind.empty()) m_filter.raised = m_kind == "raise";
+            m_json ? printTrapsAsJson(std::cout, m_filter) : printTraps(std::cout, m_filter);
+        }
+    }
+
+private:
+    CLI::App* m_list;
+    CLI::App* m_show = nullptr;
+    CLI::App* m_resend = nullptr;
+    NotificationLogFilter m_filter;
+    std::string m_since;
+    std::string m_until;
+    std::string m_kind;
+    std::uint64_t m_number = 0;
+    std::string m_to;
+    bool m_json = false;
+};
 
 }  // namespace
 
@@ -123,7 +174,17 @@ int main(int argc, char** argv) {
     CLI::App* statusCommand = app.add_subcommand("status", "show how the agent does");
     statusCommand->add_flag("--json", json, "as JSON");
 
+    TrapsCommand traps(app);
+
     CLI::App* reloadCommand = app.add_subcommand("reload", "let the agent take its configuration over, whole or not");
+
+    std::string subsystem;
+    std::string level;
+    CLI::App* logCommand = app.add_subcommand("log", "show or change what the agent writes to its log");
+    CLI::Option* subsystemOption = logCommand->add_option("SUBSYSTEM", subsystem, "of the list, or \"all\"");
+    CLI::Option* levelOption = logCommand->add_option(
+        "LEVEL", level, "trace, debug, info, warn, error or off, until the next reload or start");
+    subsystemOption->needs(levelOption);
 
     CLI::App* userCommand = app.add_subcommand("user", "SNMPv3 users of the agent");
     userCommand->require_subcommand(1);
@@ -164,6 +225,14 @@ int main(int argc, char** argv) {
         }
         if (*statusCommand) {
             json ? printStatusAsJson(std::cout) : printStatus(std::cout);
+            return EX_OK;
+        }
+        if (traps.isGiven()) {
+            traps.run();
+            return EX_OK;
+        }
+        if (*logCommand) {
+            subsystem.empty() ? printLogLevels(std::cout) : setLogLevel(subsystem, level);
             return EX_OK;
         }
         if (*reloadCommand) return reloadAgent(std::cerr) ? EX_OK : EX_CONFIG;

@@ -1,10 +1,11 @@
 #include "host/agent/agent.h"
 
 #include "host/agent/net_snmp.h"
+#include "host/services/backend_protocol.h"
 #include "host/services/trap_api.h"
 
 Agent::Agent(AgentLoop& loop, const std::string& root, const std::vector<std::string>& modules)
-    : m_loop(loop), m_engine(root, root + "/state"), m_loader(root + "/mibs") {
+    : m_loop(loop), m_modules(modules), m_engine(root, root + "/state"), m_loader(root + "/mibs") {
     for (const std::string& module : modules) m_loader.load(module);
     std::vector<ManagedObject*> objects;
     for (const LoadedObject& loaded : m_loader.objects()) {
@@ -36,6 +37,13 @@ void Agent::listen(const std::vector<std::string>& addresses) {
 
 void Agent::markAllChanged() {
     for (const auto& object : m_objects) object->snapshots().markChanged();
+}
+
+void Agent::setAlarmsTold(const std::function<bool()>& told) {
+    const unsigned long long activeAlarms = BackendCommands::fromDevice().getCurrentAlarm;
+    for (const auto& object : m_objects) {
+        if (object->reader().asks(activeAlarms)) object->snapshots().setTold(told);
+    }
 }
 
 void Agent::reload() {

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -37,6 +38,10 @@ public:
     // The objects' values have changed, or may have: what was read before is stale. Any thread.
     void markAllChanged();
 
+    // Asked whether markAllChanged() tells every change of the active alarms soon (see SnapshotStore::setTold). Throws
+    // std::invalid_argument for command codes that are faulty.
+    void setAlarmsTold(const std::function<bool()>& told);
+
     // Reads the engine's configuration again.
     void reload();
 
@@ -48,6 +53,9 @@ public:
     std::string removeUser(const std::string& name);
 
     const SnmpEngine& engine() const { return m_engine; }
+    const RequestDesk& desk() const { return *m_desk; }
+    const std::vector<std::unique_ptr<ManagedObject>>& objects() const { return m_objects; }
+    const std::vector<std::string>& modules() const { return m_modules; }  // paths
     const std::vector<std::string>& mibFiles() const { return m_loader.mibFiles(); }
     std::vector<ObjectWorker*> workers();
 
@@ -57,6 +65,7 @@ public:
 
 private:
     AgentLoop& m_loop;
+    const std::vector<std::string> m_modules;
     SnmpEngine m_engine;
     UsmUsers m_users;
     ModuleLoader m_loader;

@@ -38,6 +38,7 @@ AgentControl::AgentControl(const BackendAddress& address, AgentLoop& loop, Agent
         {"POST", "/reload", [this](const ControlRequest&) { return reload(); }},
         {"POST", "/users", [this](const ControlRequest& request) { return addUser(request); }},
         {"DELETE", "/users", [this](const ControlRequest& request) { return removeUser(request); }},
+        {"POST", "/traps/resend", [this](const ControlRequest& request) { return resendTrap(request); }},
     };
     m_server = std::make_unique<ControlServer>(address, std::move(routes));
 }
@@ -96,4 +97,17 @@ ControlAnswer AgentControl::removeUser(const ControlRequest& request) {
         m_caller.call<std::string>([this, user = name->second] { return m_agent.removeUser(user); });
     if (!fault.empty()) throw ControlFault(fault);
     return {200, "{}\n"};
+}
+
+ControlAnswer AgentControl::resendTrap(const ControlRequest& request) {
+    const json body = parse(request.body);
+    const auto number = body.find("number");
+    if (number == body.end() || !number->is_number_unsigned()) throw ControlFault("number is missing");
+    try {
+        const TrapDelivery::SentAgain sent = m_notifications.sendAgain(
+            number->get<std::uint64_t>(), body.contains("to") ? textItem(body, "to") : std::string());
+        return {200, json{{"destinations", sent.destinations}, {"missing", sent.missing}}.dump() + "\n"};
+    } catch (const SendAgainFault& fault) {
+        throw ControlFault(fault.what());
+    }
 }

@@ -6,6 +6,8 @@
 //     POST /reload            takes the configuration over: {"taken": true, "faults": []}
 //     POST /users             {"name", "authentication", "privacy"}: a user with these passphrases (SHA-256, AES-128)
 //     DELETE /users?name=     takes a user and its keys away
+//     POST /traps/resend      {"number", "to"}: a logged trap once more; "to" may be left out:
+//                             {"destinations": [...], "missing": [...]}
 //
 // Threads: the routes run on the server's threads and hand over to the agent thread; made and destroyed there.
 #pragma once
@@ -35,6 +37,7 @@ private:
     ControlAnswer reload();
     ControlAnswer addUser(const ControlRequest& request);
     ControlAnswer removeUser(const ControlRequest& request);
+    ControlAnswer resendTrap(const ControlRequest& request);
 
     LoopCaller m_caller;
     Agent& m_agent;

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "host/agent/agent.h"
+#include "host/agent/inform_status_section.h"
 #include "host/agent/net_snmp.h"
 #include "host/agent/notification_service.h"
 #include "host/agent/reloader.h"
@@ -146,6 +147,20 @@ const StatusItem<NotificationStatus> EVENTS[] = {
      [](const NotificationStatus& s) -> Value { return s.source.malformed; }},
 };
 
+const StatusItem<NotificationLog::Counters> NOTIFICATION_LOG[] = {
+    {{"kept", Kind::Gauge, "vrx_notification_log_kept", "Entries that the notification log keeps; 0: it is off."},
+     [](const NotificationLog::Counters& l) -> Value { return l.kept; }},
+    {{"written", Kind::Counter, "vrx_notification_log_written_total", "Entries that were written."},
+     [](const NotificationLog::Counters& l) -> Value { return l.written; }},
+    {{"waiting", Kind::Gauge, "vrx_notification_log_waiting", "Entries that wait to be written."},
+     [](const NotificationLog::Counters& l) -> Value { return l.waiting; }},
+    {{"not_written", Kind::Counter, "vrx_notification_log_lost_total", "Entries that were given up: the file could not be written."},
+     [](const NotificationLog::Counters& l) -> Value { return l.notWritten; }},
+    {{"sent_again", Kind::Counter, "vrx_notification_log_sent_again_total", "Traps that an operator had sent again."},
+     [](const NotificationLog::Counters& l) -> Value { return l.askedFor; }},
+    {{"fault"}, [](const NotificationLog::Counters& l) -> Value { return l.fault; }},
+};
+
 const StatusItem<const ManagedObject*> OBJECTS[] = {
     {{"name", Kind::Label, "object"}, [](const ManagedObject* const& o) -> Value { return o->mib().name; }},
     {{"snapshot_age_seconds", Kind::Gauge, "vrx_snapshot_age_seconds", "Age of the last snapshot, while one is kept."},
@@ -208,6 +223,10 @@ const StatusItem<DestinationStatus> DESTINATIONS[] = {
     {{"reason"}, [](const DestinationStatus& d) -> Value { return d.reason; }},
     {{"ready", Kind::Gauge, "vrx_destination_ready", "1 while traps get out to the destination."},
      [](const DestinationStatus& d) -> Value { return d.state == DestinationState::Ready; }},
+    {{"held", Kind::Gauge, "vrx_traps_held", "Traps of flapping alarms that are held."},
+     [](const DestinationStatus& d) -> Value { return d.held; }},
+    {{"suppressed", Kind::Counter, "vrx_traps_suppressed_total", "Traps of flapping alarms that were superseded while they were held."},
+     [](const DestinationStatus& d) -> Value { return d.suppressed; }},
 };
 
 // Of destinations that are gone, added up.
@@ -260,11 +279,14 @@ std::vector<StatusSection> agentStatus(const Agent& agent, const NotificationSer
         statusSection("backend", BACKEND, BackendFacts{traps, BackendClient::ofProcess().counters()}),
         statusSection("alarms", ALARMS, traps.alarms),
         statusSection("events", EVENTS, traps),
+        statusSection("notification_log", NOTIFICATION_LOG, traps.log),
         objectsStatus(agent),
         statusSection("desk", DESK, agent.desk()),
         requestsStatus(agent.desk()),
         destinationsStatus(traps.traps.destinations),
         joined(statusSection("former_destinations", FORMER, traps.traps.former),
                statusSection("", TRAPS, traps.traps.former)),
+        informsStatus(traps.informs),
+        formerInformsStatus(traps.informs),
     };
 }

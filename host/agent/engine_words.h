@@ -6,13 +6,27 @@
 // Threads: agent thread only.
 #pragma once
 
+#include <chrono>
+#include <optional>
+#include <string>
+
+#include "host/agent/notification_limits.h"
 #include "host/agent/request_desk.h"
 #include "host/agent/snapshot_store.h"
+#include "host/services/backend_address.h"
+
+// How the agent tells of itself.
+struct StatusSettings {
+    std::optional<BackendAddress> metrics;  // where collectors may ask; nothing: nowhere
+    std::chrono::seconds heartbeat{3600};   // between two log lines; 0: none
+};
 
 struct EngineLimits {
     SnapshotLimits snapshots;
     DeskLimits desk;
+    StatusSettings status;
+    NotificationLimits notifications;
 };
 
-// `limits` outlives every reading of the configuration.
-void registerEngineWords(EngineLimits& limits);
+// `limits` outlives every reading of the configuration. Relative paths stand below `root`.
+void registerEngineWords(EngineLimits& limits, const std::string& root);

@@ -39,13 +39,17 @@ void ManagedObject::refresh() {
 
 void ManagedObject::refreshed(const ReadOutcome& outcome) {
     m_refreshing = false;
-    logChangeOfState(outcome);
+    noteOutcome(outcome);
     if (outcome.snapshot != nullptr) m_snapshots.put(outcome.snapshot, TableSnapshot::Clock::now());
     if (onRefreshed) onRefreshed(outcome);
     if (outcome.snapshot == nullptr) return;
     // Frees what nobody goes on with.
-    m_loop.runAfter(m_snapshots.limits().walkAge + std::chrono::milliseconds(1),
-                    [this] { m_snapshots.purge(TableSnapshot::Clock::now()); });
+    const auto purgeAfter = [this](std::chrono::milliseconds age) {
+        m_loop.runAfter(age + std::chrono::milliseconds(1), [this] { m_snapshots.purge(TableSnapshot::Clock::now()); });
+    };
+    const std::chrono::milliseconds walkAge = m_snapshots.limits().walkAge;
+    purgeAfter(walkAge);
+    if (m_snapshots.longestAge() > walkAge) purgeAfter(m_snapshots.longestAge());
 }
 
 void ManagedObject::readRows(std::vector<std::uint32_t> numbers, std::function<void(const ReadOutcome&)> done) {
@@ -53,15 +57,17 @@ void ManagedObject::readRows(std::vector<std::uint32_t> numbers, std::function<v
         const ReadOutcome outcome = attempt([&] { return m_reader.rows(numbers); });
         untilMemory([&] {
             m_loop.post([this, done, outcome] {
-                logChangeOfState(outcome);
+                noteOutcome(outcome);
                 done(outcome);
             });
         });
     });
 }
 
-void ManagedObject::logChangeOfState(const ReadOutcome& outcome) {
+void ManagedObject::noteOutcome(const ReadOutcome& outcome) {
     const bool failing = outcome.snapshot == nullptr;
+    ++m_counters.reads;
+    if (failing) ++m_counters.failures;
     if (failing == m_failing) return;
     m_failing = failing;
     if (failing) {

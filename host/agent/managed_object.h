@@ -22,6 +22,12 @@ struct ReadOutcome {
     std::string failure;
 };
 
+// Readings of an object through its handler, whole or of single rows.
+struct ReadCounters {
+    std::uint64_t reads = 0;
+    std::uint64_t failures = 0;  // of these
+};
+
 class ManagedObject {
 public:
     using TimePoint = SnapshotStore::TimePoint;
@@ -34,6 +40,9 @@ public:
     ObjectReader& reader() { return m_reader; }  // for jobs on the worker
     ObjectWorker& worker() { return m_worker; }
     SnapshotStore& snapshots() { return m_snapshots; }
+    const SnapshotStore& snapshots() const { return m_snapshots; }
+    const ReadCounters& counters() const { return m_counters; }
+    bool readable() const { return !m_failing; }  // as the last reading found it
 
     // Reads the whole object, unless that is under way already. `onRefreshed` tells when it is done.
     void refresh();
@@ -49,7 +58,7 @@ public:
 private:
     ReadOutcome attempt(const std::function<SnapshotPointer()>& read) const;
     void refreshed(const ReadOutcome& outcome);
-    void logChangeOfState(const ReadOutcome& outcome);
+    void noteOutcome(const ReadOutcome& outcome);
 
     const MibObject* m_mib;
     CSnmpHandler& m_handler;
@@ -58,5 +67,6 @@ private:
     ObjectReader m_reader;
     bool m_refreshing = false;
     bool m_failing = false;
+    ReadCounters m_counters;
     ObjectWorker m_worker;  // last: its jobs use the others
 };

@@ -40,10 +40,16 @@ private:
 
 NotificationService::NotificationService(AgentLoop& loop, std::function<void()> alarmsChanged)
     : m_sender(loop, TrapOptions::fromDevice(), m_transport),
+      m_informTransport(loop),
+      m_informs(loop, m_informTransport, VRX_Utility::getVRXRootEnv() + "/state/informs.db",
+                TrapOptions::fromDevice().resolveInterval),
       m_ledger(VRX_Utility::getVRXRootEnv() + "/state/notifications.db"),
       m_binding(CNotifyHandler::instance()->handlers()),
-      m_path(CNotifyHandler::instance()->handlers(), m_binding, {&m_sender}, m_ledger, std::move(alarmsChanged)),
-      m_source(m_path),
+      m_log(VRX_Utility::getVRXRootEnv() + "/state/notification_log.db"),
+      m_delivery(loop, {&m_sender, &m_informs}, m_ledger, m_log),
+      m_path(CNotifyHandler::instance()->handlers(), m_binding, m_delivery, m_ledger, std::move(alarmsChanged)),
+      m_alarms(m_path),
+      m_source(m_alarms),
       m_reader(std::make_shared<DestinationReader>(m_sender)) {}
 
 NotificationService::~NotificationService() {
@@ -55,7 +61,13 @@ void NotificationService::start() {
     setTrapDestinationListener([reader = m_reader] { reader->read(); });
     m_reader->read();
     m_sender.sendColdStart();
+    m_informs.sendColdStart();
     m_source.start();
+}
+
+void NotificationService::setLimits(const NotificationLimits& limits) {
+    m_log.setKept(limits.logged);
+    m_delivery.setLimits(limits.storms);
 }
 
 void NotificationService::configurationChanged() {
@@ -69,7 +81,9 @@ void NotificationService::stop() {
     setTrapDestinationListener(nullptr);
     m_reader->stop();
     m_source.stop();
+    m_delivery.stop();
     m_sender.stop();
+    m_informs.stop();
     storeProgress();
     const NotificationPath::Counters counters = m_path.counters();
     agent_log::info("alarm events: " + std::to_string(counters.events) + " handled, " +
@@ -83,6 +97,11 @@ void NotificationService::storeProgress() {
     } catch (const SqliteError& fault) {
         agent_log::error(std::string("the last alarm event handled cannot be stored: ") + fault.what());
     }
+    try {
+        m_log.flush();
+    } catch (const SqliteError& fault) {
+        agent_log::error(std::string("the last entries of the notification log cannot be written: ") + fault.what());
+    }
 }
 
 NotificationStatus NotificationService::status() const {
@@ -91,5 +110,16 @@ NotificationStatus NotificationService::status() const {
     status.source = m_source.counters();
     status.lastDone = m_ledger.lastDone();
     status.traps = m_sender.status();
+    status.informs = m_informs.status();
+    const std::map<std::string, TrapDelivery::Paced> paced = m_delivery.paced();
+    for (DestinationStatus& destination : status.traps.destinations) {
+        const auto found = paced.find(trapDestinationKey(destination.index));
+        if (found == paced.end()) continue;
+        destination.held = found->second.held;
+        destination.suppressed = found->second.suppressed;
+    }
+    status.log = m_log.counters();
+    status.alarms = m_alarms.state();
+    status.backendAddress = m_source.address();
     return status;
 }

@@ -5,17 +5,24 @@
 //     loop.run();
 //     notifications.stop();
 //
-// Threads: agent thread only, except status().
+// Threads: agent thread only, except where another is named.
 #pragma once
 
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 
+#include "host/agent/active_alarms.h"
+#include "host/agent/inform_sender.h"
+#include "host/agent/inform_session.h"
 #include "host/agent/notification_ledger.h"
+#include "host/agent/notification_limits.h"
+#include "host/agent/notification_log.h"
 #include "host/agent/notification_path.h"
 #include "host/agent/tamrel_binding.h"
+#include "host/agent/trap_delivery.h"
 #include "host/agent/trap_sender.h"
 #include "host/agent/trap_session.h"
 #include "host/services/alarm_event_source.h"
@@ -25,6 +32,10 @@ struct NotificationStatus {
     AlarmEventSource::Counters source;
     std::optional<unsigned long long> lastDone;  // event up to which all are done with
     TrapStatus traps;
+    InformStatus informs;
+    NotificationLog::Counters log;
+    ActiveAlarms::State alarms;
+    std::string backendAddress;
 };
 
 class NotificationService {
@@ -46,6 +57,19 @@ public:
     // Lets the module read its alarm definitions anew; see TamrelBinding. REQUIRES: hold(), and all workers held.
     void reloadDefinitions() { m_binding.reloadDefinitions(); }
 
+    // What the configuration says, at the start and whenever it was read again.
+    void setLimits(const NotificationLimits& limits);
+
+    // A logged trap once more; see TrapDelivery. Any thread.
+    TrapDelivery::SentAgain sendAgain(std::uint64_t number, const std::string& to) {
+        return m_delivery.sendAgain(number, to);
+    }
+
+    // The receivers of informs, at the start and whenever the configuration was read again; see InformSender.
+    void setInforms(const std::vector<InformDestination>& destinations, bool complete) {
+        m_informs.setDestinations(destinations, complete);
+    }
+
     // The configuration was read again: communities, users and destinations may have changed.
     void configurationChanged();
 
@@ -53,7 +77,14 @@ public:
     // the process. Logs what became of all.
     void stop();
 
+    // Whether `alarmsChanged` is called soon for every change; see AlarmEventSource. Any thread.
+    bool isCurrent() const { return m_source.isCurrent(); }
+
     NotificationStatus status() const;
+
+    // The parts of it that cost nothing. Any thread.
+    ActiveAlarms::State alarms() const { return m_alarms.state(); }
+    TrapCounters trapTotals() const { return m_sender.totals(); }
 
 private:
     class DestinationReader;
@@ -62,9 +93,14 @@ private:
 
     NetSnmpTrapTransport m_transport;
     TrapSender m_sender;
+    NetSnmpInformTransport m_informTransport;
+    InformSender m_informs;
     NotificationLedger m_ledger;
     TamrelBinding m_binding;
+    NotificationLog m_log;
+    TrapDelivery m_delivery;
     NotificationPath m_path;
+    ActiveAlarms m_alarms;
     AlarmEventSource m_source;
     std::shared_ptr<DestinationReader> m_reader;  // shared with the listener of the list, which another thread may run
     bool m_running = false;

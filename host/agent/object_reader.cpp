@@ -46,6 +46,10 @@ ObjectReader::ObjectReader(const MibObject& object, CSnmpHandler& handler, std::
       m_batch(m_table != nullptr && isBelow(object.root.data(), object.root.size(), ENTERPRISE)),
       m_large(m_batch) {}
 
+bool ObjectReader::asks(unsigned long long backendCommand) const {
+    return m_table != nullptr && static_cast<unsigned long long>(m_table->backendCommand()) == backendCommand;
+}
+
 std::unique_ptr<CR8KPackageV3> ObjectReader::query(const CR8KPackageV3& request) {
     const CVRX_SnmpContext context{};
     auto response = std::make_unique<CR8KPackageV3>();

@@ -41,6 +41,9 @@ public:
     // Whether single rows can be asked for: a whole table may be hundreds of backend calls, a row is one.
     bool readsRows() const { return m_batch; }
 
+    // Whether the rows are what the backend answers to that command.
+    bool asks(unsigned long long backendCommand) const;
+
 private:
     std::unique_ptr<CR8KPackageV3> query(const CR8KPackageV3& request);
     std::unique_ptr<CR8KPackageV3> batchBehind(std::uint64_t row);

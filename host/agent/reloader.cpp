@@ -164,7 +164,13 @@ void Reloader::exchange() {
         if (definitionsDiffer()) step([this] { m_notifications.reloadDefinitions(); });
         if (mibDiffers()) step([this] { m_agent.reloadMibs(); });
         step([this] { m_agent.reload(); });
+        step([this] {
+            const SnmpEngine& engine = m_agent.engine();
+            m_notifications.setInforms(engine.informs(), engine.configurationFaults().empty());
+        });
+        step([this] { m_notifications.setLimits(m_agent.engine().limits().notifications); });
         step([this] { m_notifications.configurationChanged(); });
+        if (onExchange) step(onExchange);
     }
     m_agent.markAllChanged();
     m_taken = m_checked;
@@ -200,6 +206,7 @@ void Reloader::finish(ReloadResult result) {
         agent_log::info("the configuration was read again");
     } else {
         agent_log::error("the configuration was not taken over: everything stays as it was");
+        reopenLogFile();  // whoever rotates it asks in the same way
     }
     std::vector<Done> told;
     told.swap(m_waiting);

@@ -56,6 +56,10 @@ public:
     // `done` is called from the loop.
     void request(Done done = {});
 
+    // Called while everything is exchanged, with the engine's new configuration in force; what it throws is told as a
+    // fault, and the rest is taken over all the same.
+    std::function<void()> onExchange;
+
     // Nothing is exchanged any more, and nobody held.
     void stop();
 

@@ -27,7 +27,9 @@ SnapshotPointer SnapshotStore::fresh(TimePoint now) const {
 
 bool SnapshotStore::answers(std::uint64_t changes, TimePoint started, std::uint64_t changesThen,
                             TimePoint arrived) const {
-    return changes >= changesThen && arrived - started <= m_limits.freshAge;
+    if (changes < changesThen) return false;
+    const auto age = arrived - started;
+    return age <= m_limits.freshAge || (age <= m_limits.quietAge && m_told && m_told());
 }
 
 void SnapshotStore::put(SnapshotPointer snapshot, TimePoint now) {
@@ -52,7 +54,11 @@ void SnapshotStore::answered(const std::string& client, const SnapshotPointer& s
 
 void SnapshotStore::purge(TimePoint now) {
     m_walks.remove_if([&](const tWalk& walk) { return now - walk.snapshot->taken() > m_limits.walkAge; });
-    if (m_last != nullptr && now - m_last->taken() > std::max(m_limits.walkAge, m_limits.freshAge)) m_last = nullptr;
+    if (m_last != nullptr && now - m_last->taken() > longestAge()) m_last = nullptr;
+}
+
+std::chrono::milliseconds SnapshotStore::longestAge() const {
+    return std::max({m_limits.walkAge, m_limits.freshAge, m_told ? m_limits.quietAge : m_limits.freshAge});
 }
 
 void SnapshotStore::bound() {

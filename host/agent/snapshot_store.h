@@ -3,7 +3,7 @@
 // - A client that goes on where an answer of ours to it ended is in a walk, and stays in the walk's snapshot until that
 //   is `walkAge` old: one walk sees one moment.
 // - Everybody else gets a snapshot that is at most `freshAge` old and was begun after the last change that was heard
-// of.
+// of. While every change is heard of soon it may be `quietAge` old: nothing has changed since.
 // - When neither exists the object has to be read again.
 //
 // Memory: at most `kept` snapshots are held, beside those that requests hold just now; past it the walks in the oldest
@@ -15,8 +15,10 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/agent/oid_vector.h"
@@ -25,6 +27,7 @@
 struct SnapshotLimits {
     std::chrono::milliseconds walkAge{10'000};
     std::chrono::milliseconds freshAge{1'000};
+    std::chrono::milliseconds quietAge{10'000};
     std::size_t kept = 4;
     std::size_t walks = 64;  // remembered at a time, the longest unused forgotten first
 };
@@ -52,9 +55,14 @@ public:
     bool answers(std::uint64_t changes, TimePoint started, std::uint64_t changesThen, TimePoint arrived) const;
 
     void put(SnapshotPointer snapshot, TimePoint now);
+    const SnapshotPointer& last() const { return m_last; }  // null when none is held
 
     // Remembers what a client has got, so that it can go on there.
     void answered(const std::string& client, const SnapshotPointer& snapshot, std::vector<Span> spans, TimePoint now);
+
+    // Asked whether markChanged() tells every change of the object soon; without it none is told. A change from "no" to
+    // "yes" or back comes with a markChanged().
+    void setTold(std::function<bool()> told) { m_told = std::move(told); }
 
     // The object's values have changed, or may have: what was read before is stale.
     void markChanged() { ++m_changes; }
@@ -62,6 +70,9 @@ public:
 
     // Forgets what is past its age.
     void purge(TimePoint now);
+
+    // After which no snapshot is used any more.
+    std::chrono::milliseconds longestAge() const;
 
     const SnapshotLimits& limits() const { return m_limits; }
     void setLimits(const SnapshotLimits& limits) { m_limits = limits; }  // they hold from the next snapshot on
@@ -79,6 +90,7 @@ private:
     void bound();
 
     SnapshotLimits m_limits;
+    std::function<bool()> m_told;
     std::atomic<std::uint64_t> m_changes{0};
     SnapshotPointer m_last;
     std::list<tWalk> m_walks;  // the last used first

@@ -113,7 +113,8 @@ SnmpEngine::SnmpEngine(const std::string& root, const std::string& state)
     init_usmUser();
     init_vacm_vars();
     init_sysORTable();
-    registerEngineWords(m_limits);
+    registerEngineWords(m_limits, root);
+    registerInformWords(m_informs);
     g_reading = &m_faults;
     init_snmp(NAME);
     g_reading = nullptr;
@@ -224,6 +225,7 @@ void SnmpEngine::listen(std::vector<std::string> addresses, RequestDesk& desk) {
 void SnmpEngine::reload() {
     m_faults.clear();
     m_limits = EngineLimits{};
+    m_informs = InformWords{};
     g_reading = &m_faults;
     free_config();
     snmp_call_callbacks(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_PRE_READ_CONFIG, nullptr);

@@ -16,6 +16,7 @@
 
 #include "host/agent/engine_state.h"
 #include "host/agent/engine_words.h"
+#include "host/agent/inform_words.h"
 #include "host/agent/request_desk.h"
 
 // SNMPv3's name of this agent, how often it was started under it, and since when it runs.
@@ -49,6 +50,7 @@ public:
 
     // What the configuration says, or the defaults.
     const EngineLimits& limits() const { return m_limits; }
+    const std::vector<InformDestination>& informs() const { return m_informs.destinations; }
 
     // What the engine's reader found fault with when the configuration was last read, as "FILE:LINE: text".
     const std::vector<std::string>& configurationFaults() const { return m_faults; }
@@ -87,6 +89,7 @@ private:
     const std::string m_configurationFile;
     EngineState m_state;
     EngineLimits m_limits;
+    InformWords m_informs;
     std::vector<std::string> m_faults;
     std::vector<netsnmp_session*> m_listeners;
 };

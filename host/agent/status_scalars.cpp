@@ -21,7 +21,7 @@ namespace {
 
 using Moment = ActiveAlarms::Moment;
 
-// What the objects show, gathered once for all variables of a group in a request.
+// What the objects show.
 struct Facts {
     ActiveAlarms::State alarms;
     TrapCounters traps;
@@ -121,17 +121,19 @@ bool setValue(netsnmp_variable_list* varbind, unsigned char type, const Value& v
     return snmp_set_var_typed_integer(varbind, type, static_cast<long>(value.number & LOW)) == 0;
 }
 
+// For the variables of one scalar: while it is called the registration's root is the scalar's name, group and number
+// behind the root of all.
 int answer(netsnmp_mib_handler* self, netsnmp_handler_registration* registration, netsnmp_agent_request_info* info,
            netsnmp_request_info* requests) {
     try {
         const auto& notifications = *static_cast<const NotificationService*>(self->myvoid);
         const Facts facts = {notifications.alarms(), notifications.trapTotals()};
-        const oid group = registration->rootoid[registration->rootoid_len - 1];
+        const std::size_t place = rootOid().size();
+        const bool named = registration->rootoid_len > place + 1;
+        const Scalar* const scalar =
+            named ? find(registration->rootoid[place], registration->rootoid[place + 1]) : nullptr;
         for (netsnmp_request_info* request = requests; request != nullptr; request = request->next) {
             if (request->processed != 0) continue;
-            const netsnmp_variable_list* const varbind = request->requestvb;
-            const bool below = varbind->name_length > registration->rootoid_len;
-            const Scalar* const scalar = below ? find(group, varbind->name[registration->rootoid_len]) : nullptr;
             if (scalar == nullptr) {
                 netsnmp_request_set_error(request, SNMP_NOSUCHOBJECT);
             } else if (!setValue(request->requestvb, scalar->type, scalar->value(facts))) {

@@ -195,6 +195,17 @@ TrapStatus TrapSender::status() const {
     return status;
 }
 
+TrapCounters TrapSender::totals() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    TrapCounters totals = m_former;
+    for (const auto& entry : m_destinations) {
+        const Destination& destination = entry.second;
+        totals.add(destination.counters);
+        totals.waiting += destination.queue.size() + (destination.sending ? 1 : 0);
+    }
+    return totals;
+}
+
 // Caller holds m_mutex.
 void TrapSender::wakePump() {
     if (m_pumpPosted || m_stopped) return;

@@ -51,6 +51,8 @@ public:
     void submit(const TrapOrigin& origin, const TrapDestinationMap& considered, const std::list<tTrapDestInfo>& chosen,
                 std::shared_ptr<const Trap> trap, Settled settled) override;
 
+    bool takesLate() const override { return true; }
+
     // coldStart to every destination.
     void sendColdStart();
 
@@ -61,6 +63,7 @@ public:
     void stop();
 
     TrapStatus status() const;
+    TrapCounters totals() const;  // of all destinations, those that are gone included
 
 private:
     using Clock = TrapPacing::Clock;

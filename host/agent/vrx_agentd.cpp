@@ -122,12 +122,14 @@ int serve(const CommandLine& line) {
     const DestinationsCloser closer;
     Agent agent(loop, root, line.modules);
     NotificationService notifications(loop, [&agent] { agent.markAllChanged(); });
+    agent.setAlarmsTold([&notifications] { return notifications.isCurrent(); });
+    notifications.setLimits(agent.engine().limits().notifications);
     agent.listen(line.listeners);
+    notifications.setInforms(agent.engine().informs(), agent.engine().configurationFaults().empty());
     notifications.start();
     if (!agent.engine().hasUsers()) {
         agent_log::warn("nobody may ask this agent yet: \"vrxctl --root " + root + " user add NAME\" makes a user");
     }
-    agent_log::info("ready");
 
     Reloader reloader(loop, agent, notifications, {root, checkCommand(root, line.modules)});
     const AgentControl control(parseBackendAddress("unix:state/agent.sock", root), loop, agent, notifications,
@@ -139,6 +141,7 @@ int serve(const CommandLine& line) {
     reloader.onEnd = [&manager](const ReloadResult& result) {
         manager.ready(result.taken ? SERVING : SERVING_AS_BEFORE);
     };
+    agent_log::info("ready");
     manager.ready(SERVING);
     const Watchdog watchdog(loop, manager);
     loop.run();

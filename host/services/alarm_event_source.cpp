@@ -6,6 +6,7 @@
 #include "host/services/backend_result.h"
 #include "host/services/logging.h"
 #include "host/services/out_of_memory.h"
+#include "module/vrx_exception.h"
 
 namespace {
 
@@ -43,6 +44,21 @@ void guarded(const char* what, const Call& call) {
     } catch (const std::exception& fault) {
         logLine(LOG_NAME, LogLevel::Error, std::string(what) + " failed: " + fault.what());
     }
+}
+
+unsigned int levelOf(const CTLVRecordV3& record) {
+    try {
+        return uint32Of(record, alarm_tag::LEVEL);
+    } catch (const CVRX_Exception&) {  // a backend that does not grade its alarms
+        return 0;
+    }
+}
+
+std::vector<unsigned int> serialsOf(const std::vector<ActiveAlarm>& alarms) {
+    std::vector<unsigned int> serials;
+    serials.reserve(alarms.size());
+    for (const ActiveAlarm& alarm : alarms) serials.push_back(alarm.serial);
+    return serials;
 }
 
 }  // namespace
@@ -111,7 +127,7 @@ void AlarmEventSource::runConnection() {
 
     // The store's last number first: an event that comes up from here on is among those subscribed to.
     const unsigned long long lastSequence = askLastSequence(connection);
-    const std::vector<unsigned int> serials = askActiveSerials(connection);
+    const std::vector<ActiveAlarm> alarms = askActiveAlarms(connection);
     const unsigned long long handled = chooseStart(lastSequence);
     subscribe(connection, handled);
 
@@ -120,20 +136,28 @@ void AlarmEventSource::runConnection() {
     ++m_connections;
     logLine(LOG_NAME, LogLevel::Info,
             "subscribed at " + m_options.address.text() + " behind event " + std::to_string(handled) + ", " +
-                std::to_string(serials.size()) + " active alarms");
+                std::to_string(alarms.size()) + " active alarms");
 
     // Tells the listener of the end, however it comes.
     struct Connected {
-        explicit Connected(Listener& l) : listener(l) {}
+        Connected(Listener& l, std::atomic<bool>& c) : listener(l), current(c) {}
         ~Connected() {
+            current = false;
             untilMemory([this] { guarded("the listener's onDisconnected", [this] { listener.onDisconnected(); }); });
         }
         Connected(const Connected&) = delete;
         Connected& operator=(const Connected&) = delete;
         Listener& listener;
+        std::atomic<bool>& current;
     };
-    const Connected connected(m_listener);
-    guarded("the listener's onConnected", [&] { m_listener.onConnected(lastSequence, serials); });
+    const Connected connected(m_listener, m_current);
+    m_currentAt.reset();
+    guarded("the listener's onConnected", [&] {
+        m_listener.onActiveAlarms(alarms);
+        m_listener.onConnected(lastSequence, serialsOf(alarms));
+        m_currentAt = lastSequence;
+    });
+    noteHandled(handled);
     deliverEvents(connection, handled);
 }
 
@@ -157,8 +181,8 @@ unsigned long long AlarmEventSource::askLastSequence(BackendConnection& connecti
 }
 
 // Until an answer is empty: one with fewer alarms than asked for may have been cut at the package limit.
-std::vector<unsigned int> AlarmEventSource::askActiveSerials(BackendConnection& connection) {
-    std::vector<unsigned int> serials;
+std::vector<ActiveAlarm> AlarmEventSource::askActiveAlarms(BackendConnection& connection) {
+    std::vector<ActiveAlarm> alarms;
     unsigned int start = 0;
     for (;;) {
         auto request = std::make_unique<CTLVRecordV3>(m_commands.getCurrentAlarm, CTLVRecordV3::DEFAULT_BUCKETS);
@@ -166,11 +190,11 @@ std::vector<unsigned int> AlarmEventSource::askActiveSerials(BackendConnection& 
         appendUint32(*request, alarm_tag::COUNT, SERIALS_PER_REQUEST);
         CR8KPackageV3 answer;
         ask(connection, std::move(request), answer);
-        if (answer.records().empty()) return serials;
+        if (answer.records().empty()) return alarms;
         for (const CTLVRecordV3* record : answer.records()) {
             const unsigned int serial = uint32Of(*record, alarm_tag::SERIAL);
             if (serial <= start) throw ConnectionLost("active alarms are not in the order of their serial numbers");
-            serials.push_back(serial);
+            alarms.push_back({serial, levelOf(*record)});
             start = serial;
         }
     }
@@ -231,4 +255,9 @@ void AlarmEventSource::deliver(const CTLVRecordV3& record, unsigned long long& h
     handled = sequence;
     ++m_events;
     guarded("the listener's onEvent", [&] { m_listener.onEvent(sequence, record); });
+    noteHandled(sequence);
+}
+
+void AlarmEventSource::noteHandled(unsigned long long sequence) {
+    if (m_currentAt && sequence >= *m_currentAt) m_current = true;
 }

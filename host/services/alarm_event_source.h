@@ -28,6 +28,12 @@
 #include "host/services/backend_options.h"
 #include "host/services/backend_protocol.h"
 
+// An alarm as the backend lists it among the active ones.
+struct ActiveAlarm {
+    unsigned int serial = 0;
+    unsigned int level = 0;  // as the backend grades it; 0 when it does not say
+};
+
 class AlarmEventSource {
 public:
     // What a listener throws is logged, and the source goes on with the next event.
@@ -38,6 +44,9 @@ public:
         // Number of the last event handled, in this life of the process or an earlier one; nothing when none ever was.
         // Asked before each subscription.
         virtual std::optional<unsigned long long> lastHandledEvent() = 0;
+
+        // The active alarms with their levels, ascending by serial number; just before each onConnected().
+        virtual void onActiveAlarms(const std::vector<ActiveAlarm>& alarms) { (void)alarms; }
 
         // Connected: `lastSequenceOfStore` was the number of the store's last event just before `activeSerials`
         // (ascending) was read. The events behind lastHandledEvent() follow, and where that was nothing those behind
@@ -71,16 +80,22 @@ public:
     void start();
     void stop();  // returns within moments, unless the listener is at work
     Counters counters() const;
+    std::string address() const { return m_options.address.text(); }  // of the backend
+
+    // Whether the listener hears of every change soon: it is connected, was told so without an exception, and has every
+    // event that the store had then. False from before onDisconnected() on. Any thread.
+    bool isCurrent() const { return m_current; }
 
 private:
     void run();
     void runConnection();
     unsigned long long askLastSequence(BackendConnection& connection);
-    std::vector<unsigned int> askActiveSerials(BackendConnection& connection);
+    std::vector<ActiveAlarm> askActiveAlarms(BackendConnection& connection);
     unsigned long long chooseStart(unsigned long long lastSequenceOfStore);
     void subscribe(BackendConnection& connection, unsigned long long handled);
     void deliverEvents(BackendConnection& connection, unsigned long long handled);
     void deliver(const CTLVRecordV3& record, unsigned long long& handled);
+    void noteHandled(unsigned long long sequence);
     void ask(BackendConnection& connection, std::unique_ptr<CTLVRecordV3> request, CR8KPackageV3& answer);
     void noteFailure(const std::string& reason);
 
@@ -93,7 +108,9 @@ private:
     // of the source's thread
     BackendBackoff m_backoff;
     bool m_failureKnown = false;  // the reason for the lack of a subscription was logged
+    std::optional<unsigned long long> m_currentAt;  // event with which the listener has come up with the store
 
+    std::atomic<bool> m_current{false};
     std::atomic<unsigned long long> m_connections{0};
     std::atomic<unsigned long long> m_events{0};
     std::atomic<unsigned long long> m_missing{0};

@@ -16,6 +16,7 @@ protected:
         SnapshotLimits l;
         l.walkAge = milliseconds(10'000);
         l.freshAge = milliseconds(1'000);
+        l.quietAge = milliseconds(5'000);
         l.kept = 2;
         l.walks = 3;
         return l;
@@ -49,6 +50,54 @@ TEST_F(SnapshotStoreTest, ASnapshotIsFreshForItsTime) {
     store.put(snapshot, start);
     EXPECT_EQ(store.fresh(start + milliseconds(1'000)), snapshot);
     EXPECT_EQ(store.fresh(start + milliseconds(1'001)), nullptr);
+}
+
+TEST_F(SnapshotStoreTest, WhileChangesAreToldItIsFreshForLonger) {
+    store.setTold([] { return true; });
+    const auto snapshot = taken(start);
+    store.put(snapshot, start);
+    EXPECT_EQ(store.fresh(start + milliseconds(5'000)), snapshot);
+    EXPECT_EQ(store.fresh(start + milliseconds(5'001)), nullptr);
+}
+
+TEST_F(SnapshotStoreTest, AChangeMakesItStaleAtOnceAlsoWhileChangesAreTold) {
+    store.setTold([] { return true; });
+    store.put(taken(start), start);
+    store.markChanged();
+    EXPECT_EQ(store.fresh(start), nullptr);
+}
+
+TEST_F(SnapshotStoreTest, WhenChangesAreNotToldAnyMoreTheShortAgeHoldsAtOnce) {
+    bool told = true;
+    store.setTold([&told] { return told; });
+    const auto snapshot = taken(start);
+    store.put(snapshot, start);
+    told = false;
+    EXPECT_EQ(store.fresh(start + milliseconds(1'000)), snapshot);
+    EXPECT_EQ(store.fresh(start + milliseconds(1'001)), nullptr);
+}
+
+TEST_F(SnapshotStoreTest, AShorterQuietAgeTakesNothingFromTheOther) {
+    SnapshotLimits shorter = limits();
+    shorter.quietAge = milliseconds(0);
+    store.setLimits(shorter);
+    store.setTold([] { return true; });
+    const auto snapshot = taken(start);
+    store.put(snapshot, start);
+    EXPECT_EQ(store.fresh(start + milliseconds(1'000)), snapshot);
+    EXPECT_EQ(store.fresh(start + milliseconds(1'001)), nullptr);
+}
+
+TEST_F(SnapshotStoreTest, ASnapshotThatMayStillAnswerIsNotPurged) {
+    SnapshotLimits longer = limits();
+    longer.quietAge = milliseconds(20'000);
+    store.setLimits(longer);
+    store.put(taken(start), start);
+    store.setTold([] { return true; });
+    store.purge(start + milliseconds(20'000));
+    EXPECT_EQ(store.held(), 1U);
+    store.purge(start + milliseconds(20'001));
+    EXPECT_EQ(store.held(), 0U);
 }
 
 TEST_F(SnapshotStoreTest, AChangeMakesItStaleAtOnce) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -33,12 +34,14 @@ public:
         m_lastSequenceOfStore = lastSequenceOfStore;
         m_activeSerials = activeSerials;
         if (!m_handled) m_handled = lastSequenceOfStore;
+        if (m_failsAtConnection) throw std::runtime_error("cannot compare");
     }
     void onEvent(unsigned long long sequence, const CTLVRecordV3& record) override {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_handled = sequence;
         m_events.push_back(sequence);
         m_cells.push_back(record.count());
+        m_currentAtEvents.push_back(m_isCurrent());
         if (sequence == m_failAt) throw std::runtime_error("cannot handle it");
     }
     void onDisconnected() override {
@@ -48,9 +51,12 @@ public:
 
     void setHandled(unsigned long long handled) { m_handled = handled; }  // before the start
     void failAt(unsigned long long sequence) { m_failAt = sequence; }     // before the start
+    void failAtConnection() { m_failsAtConnection = true; }               // before the start
+    void watch(std::function<bool()> isCurrent) { m_isCurrent = std::move(isCurrent); }
 
     Numbers events() const { return copy(m_events); }
     std::vector<std::size_t> cells() const { return copy(m_cells); }
+    std::vector<bool> currentAtEvents() const { return copy(m_currentAtEvents); }
     Serials activeSerials() const { return copy(m_activeSerials); }
     unsigned long long lastSequenceOfStore() const { return copy(m_lastSequenceOfStore); }
     int connected() const { return copy(m_connected); }
@@ -66,6 +72,9 @@ private:
     mutable std::mutex m_mutex;
     std::optional<unsigned long long> m_handled;
     unsigned long long m_failAt = 0;
+    bool m_failsAtConnection = false;
+    std::function<bool()> m_isCurrent;
+    std::vector<bool> m_currentAtEvents;  // what the source said when each event came
     unsigned long long m_lastSequenceOfStore = 0;
     Serials m_activeSerials;
     Numbers m_events;
@@ -89,6 +98,7 @@ protected:
         m_settings.transport = m_options;
         m_settings.commands = testCommands();
         m_settings.stateDirectory = m_directory.file("state");
+        m_listener.watch([this] { return m_source.isCurrent(); });
     }
     ~AlarmEventSourceTest() override { m_source.stop(); }
 
@@ -265,6 +275,37 @@ TEST_F(AlarmEventSourceTest, TheListenerHearsOfEachConnectionAndOfItsEnd) {
     m_source.stop();
     EXPECT_EQ(m_listener.disconnected(), 2);
     EXPECT_EQ(m_source.counters().connections, 2U);
+}
+
+TEST_F(AlarmEventSourceTest, ItIsCurrentFromItsConnectionToItsEnd) {
+    EXPECT_FALSE(m_source.isCurrent());
+    startBackend();
+    m_source.start();
+    ASSERT_TRUE(eventually([this] { return m_source.isCurrent(); }));
+    EXPECT_EQ(m_listener.connected(), 1);
+    m_backend.reset();
+    ASSERT_TRUE(eventually([this] { return m_listener.disconnected() == 1; }));
+    EXPECT_FALSE(m_source.isCurrent());
+    startBackend();
+    ASSERT_TRUE(eventually([this] { return m_source.isCurrent(); }));
+    m_source.stop();
+    EXPECT_FALSE(m_source.isCurrent());
+}
+
+TEST_F(AlarmEventSourceTest, ItIsCurrentWhenItHasComeUpWithTheStore) {
+    m_listener.setHandled(8);
+    const PushingServer server(m_address, {PushingServer::push({9, 10, 11})});
+    m_source.start();
+    ASSERT_TRUE(hasEvents(3));
+    EXPECT_EQ(m_listener.currentAtEvents(), (std::vector<bool>{false, false, true})) << "the store's last was 10";
+}
+
+TEST_F(AlarmEventSourceTest, AListenerThatDidNotTakeTheConnectionIsNotCurrent) {
+    m_listener.failAtConnection();
+    const PushingServer server(m_address, {PushingServer::push({11, 12})});
+    m_source.start();
+    ASSERT_TRUE(hasEvents(2));
+    EXPECT_EQ(m_listener.currentAtEvents(), (std::vector<bool>{false, false}));
 }
 
 TEST_F(AlarmEventSourceTest, AYoungerStoreIsFollowedFromItsFirstEvent) {

@@ -7,7 +7,13 @@
 #include <spdlog/spdlog.h>
 #include <sys/stat.h>
 
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <map>
 #include <regex>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -112,12 +118,6 @@ TEST_F(Logging, KindOfLineCanGetAnotherLevel) {
                 ElementsAre("info [module 4] 0xFFFF work:12 raised", "warning [module 4] 0x1002E work:56 lowered"));
 }
 
-TEST_F(Logging, ThresholdOffDropsEverything) {
-    LogOptions options;
-    options.threshold = LogLevel::Off;
-    use(options);
-    write(Kind::Error, "hidden");
-    logLine("agent", LogLevel::Error, "hidden");
 TEST_F(Logging, ModulesLearnWhichLinesGoSomewhere) {
     using Line = CVRXDebugKit::Line;
     const CVRXDebugKit& logger = *registry().find(MODULE);
@@ -135,8 +135,13 @@ TEST_F(Logging, ModulesLearnWhichLinesGoSomewhere) {
     EXPECT_FALSE(logger.takes(Line::Error));
 }
 
+TEST_F(Logging, ThresholdOffDropsEverything) {
+    LogOptions options;
+    options.threshold = LogLevel::Off;
+    use(options);
+    write(Kind::Error, "hidden");
+    logLine("agent", LogLevel::Error, "hidden");
     logLine("agent", LogLevel::Off, "hidden");
-    EXPECT_FALSE(isLogged(LogLevel::Error));
     EXPECT_THAT(lines(), IsEmpty());
 }
 
@@ -145,9 +150,6 @@ TEST_F(Logging, LinesOfTheHostShowTheirSubsystem) {
     logLine("agent", LogLevel::Debug, "hidden");
     logLine("agent", LogLevel::Off, "hidden");
     EXPECT_THAT(lines(), ElementsAre("info [agent] ready"));
-    EXPECT_TRUE(isLogged(LogLevel::Info));
-    EXPECT_FALSE(isLogged(LogLevel::Debug));
-    EXPECT_FALSE(isLogged(LogLevel::Off));
 }
 
 TEST_F(Logging, EachModuleHasOneLoggerForEver) {
@@ -241,6 +243,140 @@ TEST_F(Logging, LinesOfManyThreadsStayWholeWhileOptionsChange) {
     EXPECT_THAT(lines(), AllOf(testing::SizeIs(THREADS * LINES), testing::Each("info [agent] whole")));
 }
 
+std::map<std::string, LogLevel> levels() {
+    const auto list = logLevels();
+    return {list.begin(), list.end()};
+}
+
+TEST_F(Logging, ASubsystemsLevelHoldsForItsLinesAlone) {
+    setLogLevel("agent", LogLevel::Debug);
+    setLogLevel("events", LogLevel::Off);
+    setLogLevel("module", LogLevel::Error);
+    setLogLevel("ace", LogLevel::Debug);
+    logLine("agent", LogLevel::Debug, "shown");
+    logLine("events", LogLevel::Error, "hidden");
+    logLine("transport", LogLevel::Debug, "hidden");
+    write(Kind::Warn, "hidden");
+    write(Kind::Error, "shown");
+    ACE_DEBUG((LM_DEBUG, "shown\n"));
+    EXPECT_THAT(lines(),
+                ElementsAre("debug [agent] shown", "error [module 4] 0x1002E work:56 shown", "debug [ace] shown"));
+}
+
+TEST_F(Logging, LevelsOfAllAreSetAtOnceAndGoBackWithTheNextStart) {
+    EXPECT_THAT(levels(), testing::Each(testing::Pair(testing::_, LogLevel::Info)));
+    setLogLevel("all", LogLevel::Error);
+    EXPECT_THAT(levels(), testing::Each(testing::Pair(testing::_, LogLevel::Error)));
+    LogOptions options;
+    options.threshold = LogLevel::Warn;
+    options.ofSubsystem["transport"] = LogLevel::Trace;
+    use(options);
+    EXPECT_EQ(levels().at("agent"), LogLevel::Warn);
+    EXPECT_EQ(levels().at("transport"), LogLevel::Trace);
+}
+
+TEST_F(Logging, WhatIsInNoTableIsAmongTheOthers) {
+    setLogLevel("others", LogLevel::Warn);
+    logLine("something", LogLevel::Info, "hidden");
+    logLine("something", LogLevel::Warn, "shown");
+    spdlog::info("hidden");
+    EXPECT_THAT(lines(), ElementsAre("warning [something] shown"));
+}
+
+TEST_F(Logging, ASubsystemThatThereIsNotIsRefusedWithTheListOfThoseThereAre) {
+    try {
+        setLogLevel("agents", LogLevel::Info);
+        FAIL() << "no exception";
+    } catch (const std::invalid_argument& error) {
+        EXPECT_THAT(error.what(), testing::StartsWith("there is no subsystem \"agents\": all, ace, agent, backend, "));
+    }
+}
+
+TEST_F(Logging, AFileThatWasMovedAwayIsOpenedAnew) {
+    logLine("agent", LogLevel::Info, "one");
+    std::filesystem::rename(m_root.pathOf("log"), m_root.pathOf("log.1"));
+    logLine("agent", LogLevel::Info, "two");
+    reopenLogFile();
+    logLine("agent", LogLevel::Info, "three");
+    EXPECT_THAT(lines(), ElementsAre("info [agent] three"));
+}
+
+TEST_F(Logging, AFileThatCannotBeOpenedAnewGoesOn) {
+    std::filesystem::rename(m_root.pathOf("log"), m_root.pathOf("log.1"));
+    std::filesystem::create_directory(m_root.pathOf("log"));
+    testing::internal::CaptureStderr();
+    reopenLogFile();
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr(" error [agent] log file "));
+    std::ifstream former(m_root.pathOf("log.1"));
+    std::string line;
+    std::getline(former, line);
+    EXPECT_THAT(line, testing::HasSubstr(" error [agent] log file "));
+}
+
+// Where stderr is the journal, as the service manager says.
+class JournalLogging : public Logging {
+protected:
+    void SetUp() override {
+        testing::internal::CaptureStderr();
+        setStream(0);
+    }
+    void TearDown() override {
+        ::unsetenv("JOURNAL_STREAM");
+        use({});
+    }
+
+    // The environment names the stream that stderr is, or one that is so many inodes off.
+    void setStream(unsigned long off) {
+        struct stat status = {};
+        ASSERT_EQ(::fstat(STDERR_FILENO, &status), 0);
+        const std::string stream = std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino + off);
+        ::setenv("JOURNAL_STREAM", stream.c_str(), 1);
+        LogOptions options;
+        options.threshold = LogLevel::Trace;
+        use(options);
+    }
+};
+
+TEST_F(JournalLogging, LinesHaveTheirPriorityAndNoTime) {
+    logLine("agent", LogLevel::Error, "one");
+    logLine("agent", LogLevel::Warn, "two\nhalves");
+    logLine("agent", LogLevel::Info, "three");
+    logLine("agent", LogLevel::Debug, "four");
+    registry().find(MODULE)->trace("five");
+    spdlog::critical("six");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "<3>[agent] one\n<4>[agent] two\\nhalves\n<6>[agent] three\n<7>[agent] four\n<7>[module 4] five\n"
+              "<3>six\n");
+    EXPECT_THAT(lines(), testing::Contains("error [agent] one"));  // the file stays as it is
+}
+
+TEST_F(JournalLogging, AnotherStreamThanStderrIsNoJournal) {
+    setStream(1);
+    logLine("agent", LogLevel::Info, "ready");
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith(" info [agent] ready\n"));
+}
+
+// What the module writes of an alarm: one text of 16 lines, as CTamrelNotifyMsgHandler::dump_alarm_info hands it over.
+TEST_F(Logging, AnAlarmsDumpIsOneRecordWhoeverWritesBesides) {
+    constexpr int THREADS = 4;
+    constexpr int DUMPS = 50;
+    std::string dump = "the content of alarm is \n";
+    std::string record = "warning [module 4] 0x1002C work:34 the content of alarm is \\n";
+    for (int binding = 1; binding <= 15; ++binding) {
+        const std::string row = "Binding " + std::to_string(binding) + " --- value";
+        dump += row + "\n";
+        record += row + (binding < 15 ? "\\n" : "");
+    }
+    std::vector<std::thread> threads;
+    for (int i = 0; i < THREADS; ++i) {
+        threads.emplace_back([&dump] {
+            for (int n = 0; n < DUMPS; ++n) write(Kind::Warn, "%s", dump.c_str());
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_THAT(lines(), AllOf(testing::SizeIs(THREADS * DUMPS), testing::Each(record)));
+}
+
 class LogOptionsOfDevice : public Logging {
 protected:
     LogOptions optionsWith(const std::string& items) {
@@ -270,6 +406,24 @@ TEST_F(LogOptionsOfDevice, EachKeyIsRead) {
     EXPECT_EQ(options.warn, LogLevel::Error);
     EXPECT_EQ(options.error, LogLevel::Warn);
     EXPECT_EQ(options.file, m_root.pathOf("log/x"));
+}
+
+TEST_F(LogOptionsOfDevice, SubsystemsHaveKeysOfTheirOwn) {
+    const LogOptions options = optionsWith(
+        "<item key='LEVEL' value='warn'/><item key='LEVEL_OF_AGENT' value='debug'/>"
+        "<item key='LEVEL_OF_TRANSPORT' value='warn'/><item key='LEVEL_OF_MODULE' value='off'/>");
+    EXPECT_EQ(options.threshold, LogLevel::Warn);
+    const std::map<std::string, LogLevel> own = {{"agent", LogLevel::Debug}, {"module", LogLevel::Off}};
+    EXPECT_EQ(options.ofSubsystem, own);
+}
+
+TEST_F(LogOptionsOfDevice, UnknownLevelOfASubsystemNamesItsKey) {
+    try {
+        optionsWith("<item key='LEVEL_OF_EVENTS' value='loud'/>");
+        FAIL() << "no exception";
+    } catch (const std::invalid_argument& error) {
+        EXPECT_STREQ(error.what(), "LOG/LEVEL_OF_EVENTS: \"loud\" is none of trace, debug, info, warn, error and off");
+    }
 }
 
 TEST_F(LogOptionsOfDevice, UnknownLevelNamesItsKey) {
