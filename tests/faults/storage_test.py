@@ -3,6 +3,7 @@ of state, and everything goes on when there is space again.
 """
 
 import errno
+import json
 import os
 import resource
 import subprocess
@@ -148,6 +149,48 @@ class Storage(unittest.TestCase):
             self.assertIsNotNone(self.raise_one())
             self.system.agent.start()
             receiver.wait_for(seen + 1)  # the one that came meanwhile
+
+    def test_a_full_disk_costs_no_trap_and_the_notification_log_catches_up(self):
+        def log_status():
+            return json.loads(self.system.vrxctl("status", "--json"))["notification_log"]
+
+        with TrapReceiver() as receiver:
+            self.assertEqual(self.manager.ask(SET, create(1, receiver.port)).error, NO_ERROR)
+            self.system.agent_faults.fail_change(self.state + "/notification_log.db", forever=True)
+            serials = [self.raise_one() for _ in range(5)]
+            receiver.wait_for(5)
+            wait_for(lambda: self.lines(self.system.agent, "the notification log cannot be written, trying again: "),
+                     "the line")
+            wait_for(lambda: log_status()["waiting"] >= 5, "entries that wait")
+            self.assertEqual(log_status()["written"], 0)
+            self.assertNotEqual(log_status()["fault"], "")
+            self.system.agent_faults.stop()
+            wait_for(lambda: self.lines(self.system.agent, "the notification log can be written again"),
+                     "the second line")
+            self.assertEqual(len(self.lines(self.system.agent, "the notification log cannot be written")), 1)
+            self.assertEqual((log_status()["waiting"], log_status()["not_written"], log_status()["fault"]), (0, 0, ""))
+            logged = [entry["serial"] for entry in json.loads(self.system.vrxctl("traps", "--json"))]
+            self.assertEqual(sorted(set(logged)), serials)
+            self.assertEqual(len(logged), len(receiver.datagrams()))
+
+    def test_an_entry_is_whole_or_waits_wherever_a_write_fails(self):
+        with TrapReceiver() as receiver:
+            self.assertEqual(self.manager.ask(SET, create(1, receiver.port)).error, NO_ERROR)
+            for error in ERRORS:
+                for number in range(1, LONGEST):
+                    self.system.agent_faults.fail_change(self.state + "/notification_log.db", number, error)
+                    serial = self.raise_one()
+                    wait_for(lambda serial=serial: self.system.vrxctl("traps", "--json", "--serial", str(serial),
+                                                                      check=False).stdout.count("number") > 0, "the entry")
+                    failed = self.system.agent_faults.changes()[1]
+                    self.system.agent_faults.stop()
+                    if not failed:
+                        break
+                else:
+                    self.fail("changes without end")
+                self.assertGreater(number, 1)
+            numbers = [entry["number"] for entry in json.loads(self.system.vrxctl("traps", "--json"))]
+            self.assertEqual(numbers, list(range(1, len(numbers) + 1)))
 
     def test_files_at_their_size_limit_are_failing_writes(self):
         """The whole of Net-SNMP's own files, too, which no shim reaches: a limit on the size of every file."""
