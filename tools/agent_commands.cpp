@@ -88,14 +88,16 @@ void printList(std::ostream& out, const json& rows) {
 }
 
 void printDestinations(std::ostream& out, const json& destinations) {
-    constexpr const char* ROW = "  {:>6}  {:<28} {:>3}  {:<13} {:>10} {:>10} {:>8}  {:<8}  {}\n";
-    out << fmt::format(ROW, "number", "address", "ver", "state", "sent", "filtered", "waiting", "dropped", "reason");
+    constexpr const char* ROW = "  {:>6}  {:<28} {:>3}  {:<13} {:>10} {:>10} {:>10} {:>8}  {:<8}  {}\n";
+    out << fmt::format(ROW, "number", "address", "ver", "state", "sent", "filtered", "suppressed", "waiting", "dropped",
+                       "reason");
     for (const json& destination : destinations) {
-        out << fmt::format(
-            ROW, plain(destination.at("number")),
-            plain(destination.at("address")) + " " + plain(destination.at("port")), plain(destination.at("version")),
-            plain(destination.at("state")), plain(destination.at("sent")), plain(destination.at("filtered")),
-            plain(destination.at("waiting")), plain(destination.at("dropped")), plain(destination.at("reason")));
+        out << fmt::format(ROW, plain(destination.at("number")),
+                           plain(destination.at("address")) + " " + plain(destination.at("port")),
+                           plain(destination.at("version")), plain(destination.at("state")),
+                           plain(destination.at("sent")), plain(destination.at("filtered")),
+                           plain(destination.at("suppressed")), plain(destination.at("waiting")),
+                           plain(destination.at("dropped")), plain(destination.at("reason")));
     }
 }
 
