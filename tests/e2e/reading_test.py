@@ -9,6 +9,7 @@ import unittest
 
 from backend_client import (GET_CURRENT_ALARM, GET_SYSTEM_WWN, BackendClient, CountingProxy)
 from harness import (AGENT_CONFIG, ALARMS, CLEAR_ALARM, DESTINATIONS, TOPOLOGY, V1, V2C, V3, System, values, wait_for)
+from trap_receiver import TrapReceiver
 
 SYS_NAME = "1.3.6.1.2.1.1.5.0"
 TOPOLOGY_TABLE = TOPOLOGY.rpartition(".")[0]
@@ -281,6 +282,77 @@ class WalksWhileAlarmsComeAndGo(unittest.TestCase):
         self.check(170, seed=2)
 
 
+class QuietTimes(unittest.TestCase):
+    """While the backend tells of every change, rows that were read answer until there is one."""
+
+    ALARMS = 5
+    CONFIG = "vrxFreshSnapshotAge 0\nvrxQuietSnapshotAge 600000\nvrxWalkSnapshotAge 600000\n"
+
+    def setUp(self):
+        self.system = System(start=False, extra_config=self.CONFIG,
+                             device={("BACKEND", "ADDRESS"): "unix:state/proxy.sock"},
+                             backend_arguments=["--address", "unix:state/backend.sock"])
+        self.addCleanup(self.system.close)
+        self.system.backend.start()
+        self.proxy = CountingProxy(self.system.path("state", "proxy.sock"), self.system.path("state", "backend.sock"))
+        self.addCleanup(self.proxy.__exit__)
+        self.alarms = BackendClient(self.system.path("state", "backend.sock"))
+        self.addCleanup(self.alarms.__exit__)
+        self.alarms.raise_alarms(self.ALARMS)
+
+    def serials(self):
+        return [int(value.split()[-1]) for _, value in values(self.system.bulkwalk(ALARMS + ".9"))]
+
+    def calls(self, read):
+        """How many calls for alarms a reading makes."""
+        before = self.proxy.calls[GET_CURRENT_ALARM]
+        read()
+        return self.proxy.calls[GET_CURRENT_ALARM] - before
+
+    def start_in_quiet(self):
+        self.system.agent.start()
+        wait_for(lambda: self.calls(self.serials) == 0, "a walk that asks the backend for nothing")
+
+    def test_a_walk_reads_nothing_again_until_an_alarm_is_raised(self):
+        self.start_in_quiet()
+        self.alarms.raise_alarms(1)
+        seen = wait_for(lambda: self.serials()[self.ALARMS:], "the new alarm")
+        self.assertEqual(seen, [self.ALARMS + 1])
+        self.assertEqual(self.calls(self.serials), 0)
+        self.alarms.clear_alarm(1)
+        wait_for(lambda: self.serials()[0] == 2, "the end of the first alarm")
+
+    def test_a_get_after_the_trap_shows_the_alarm(self):
+        with TrapReceiver() as receiver:
+            self.start_in_quiet()
+            self.system.add_destination(1, receiver.port, trap_type=1, user="public")
+            new = ALARMS + ".9.%d" % (self.ALARMS + 1)
+            self.assertIn("No Such Instance", values(self.system.get(new))[0][1])
+            self.alarms.raise_alarms(1)
+            receiver.wait_for(1)
+            self.assertEqual(values(self.system.get(new)), [(new, "Gauge32: %d" % (self.ALARMS + 1))])
+
+    def test_an_alarm_that_a_manager_clears_is_gone_from_the_next_request(self):
+        self.start_in_quiet()
+        for serial in range(1, self.ALARMS):
+            self.system.set(CLEAR_ALARM, "u", str(serial))
+            self.assertEqual(self.serials(), list(range(serial + 1, self.ALARMS + 1)))
+
+    def test_without_a_subscription_each_walk_reads(self):
+        self.system.set_device({("COMMAND", "SUBSCRIBE_ALARM"): 2999})  # which the running backend does not know
+        self.system.agent.start()
+        wait_for(lambda: "no subscription" in self.system.agent.log(), "the refusal")
+        for _ in range(3):
+            self.assertGreater(self.calls(self.serials), 0)
+
+    def test_a_backend_that_is_gone_is_an_error_at_once(self):
+        self.start_in_quiet()
+        self.system.backend.stop()
+        wait_for(lambda: "no subscription" in self.system.agent.log(), "the loss")
+        done = self.system.run("snmpgetnext", ALARMS + ".9", check=False)
+        self.assertIn("genError", done.stdout + done.stderr)
+
+
 class Alarms(unittest.TestCase):
     COLUMNS = 12
 
@@ -293,7 +365,8 @@ class Alarms(unittest.TestCase):
     def test_ten_thousand_alarms_walk_completely_with_a_call_for_fifty(self):
         count = 10_000
         system = System(backend=False, device={("BACKEND", "ADDRESS"): "unix:state/proxy.sock"},
-                        extra_config="vrxWalkSnapshotAge 600000\nvrxRequestDeadline 60000\n",
+                        extra_config="vrxFreshSnapshotAge 0\nvrxQuietSnapshotAge 0\nvrxWalkSnapshotAge 600000\n"
+                                     "vrxRequestDeadline 60000\n",
                         backend_arguments=["--address", "unix:state/backend.sock"])
         with CountingProxy(system.path("state", "proxy.sock"), system.path("state", "backend.sock")) as proxy:
             system.backend.start()

@@ -133,7 +133,8 @@ class FaultyProxy:
 
 class FaultyBackend(unittest.TestCase):
     def setUp(self):
-        self.system = System(agent_config=CONFIG + "vrxFreshSnapshotAge 0\n", start=False,
+        self.system = System(agent_config=CONFIG + "vrxFreshSnapshotAge 0\nvrxQuietSnapshotAge 0\n",
+                             start=False,
                              device={("BACKEND", "ADDRESS"): "unix:state/proxy.sock",
                                      ("BACKEND", "CALL_DEADLINE_MS"): DEADLINE_MS},
                              backend_arguments=["--address", "unix:state/backend.sock"])

@@ -20,7 +20,8 @@ class ClockSystem(System):
     """The agent's, and the backend's, wall clock is where move() puts it."""
 
     def __init__(self, **more):
-        super().__init__(agent_config=CONFIG + "vrxFreshSnapshotAge 200\nvrxWalkSnapshotAge 2000\n", start=False, **more)
+        super().__init__(agent_config=CONFIG + "vrxFreshSnapshotAge 200\nvrxQuietSnapshotAge 200\nvrxWalkSnapshotAge 2000\n",
+                         start=False, **more)
         self.clock = self.path("clock")
         self.move("+0")
         for program in (self.agent, self.backend):

@@ -15,7 +15,7 @@ from harness import ALARMS, CLEAR_ALARM, DESTINATIONS, TOPOLOGY, wait_for
 from snmp import GET, GETBULK, NO_ERROR, SET, Manager
 from trap_receiver import TrapReceiver, decode
 
-COLD_TABLES = "vrxFreshSnapshotAge 0\n"  # each request reads anew
+COLD_TABLES = "vrxFreshSnapshotAge 0\nvrxQuietSnapshotAge 0\n"  # each request reads anew
 
 CREATE_AND_GO, DESTROY = 4, 6
 UNKNOWN_ALARM = 77
