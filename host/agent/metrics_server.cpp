@@ -38,5 +38,9 @@ void MetricsServer::listen(const std::optional<BackendAddress>& address) {
     const std::string now = address ? address->text() : "";
     if (now == before) return;
     m_listening = address ? std::make_unique<Listening>(m_loop, *address, m_text) : nullptr;
-    agent_log::info(address ? "metrics are at " + now : "metrics are not given any more");
+    if (address) {
+        agent_log::info("metrics are given at " + now);
+    } else {
+        agent_log::info("metrics are not given any more");
+    }
 }

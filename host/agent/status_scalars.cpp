@@ -41,12 +41,18 @@ struct Scalar {
 
 enum BackendState : std::uint8_t { CONNECTED = 1, AWAY = 2 };
 
+// When sysUpTime was 0. Found once: a time stamp is not to waver by the hundredth that the clocks are read apart.
+std::chrono::steady_clock::time_point agentsStart() {
+    static const auto start =
+        std::chrono::steady_clock::now() - std::chrono::milliseconds(10) * netsnmp_get_agent_uptime();
+    return start;
+}
+
 // sysUpTime at that moment; 0 for one before the agent's start.
 std::uint64_t timeStampOf(const Moment& moment) {
     using Hundredths = std::chrono::duration<std::int64_t, std::centi>;
-    const auto ago = std::chrono::duration_cast<Hundredths>(std::chrono::steady_clock::now() - moment.steady).count();
-    const auto up = static_cast<std::int64_t>(netsnmp_get_agent_uptime());
-    return ago >= up ? 0 : static_cast<std::uint64_t>(up - ago);
+    const auto ticks = std::chrono::duration_cast<Hundredths>(moment.steady - agentsStart()).count();
+    return ticks < 0 ? 0 : static_cast<std::uint64_t>(ticks);
 }
 
 // DateAndTime; all zero for no time, as RFC 2579 has no other way to say so.

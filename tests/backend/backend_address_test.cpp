@@ -31,6 +31,15 @@ TEST(BackendAddress, AbsoluteUnixPathStaysAsItIs) {
     EXPECT_EQ(parseBackendAddress("unix:/run/b.sock", ROOT).path, "/run/b.sock");
 }
 
+TEST(BackendAddress, AFaultSaysWhatTheAddressIsOf) {
+    try {
+        parseBackendAddress("tcp:192.0.2.1:9161", ROOT, "vrxMetrics");
+        FAIL() << "accepted";
+    } catch (const std::invalid_argument& fault) {
+        EXPECT_STREQ(fault.what(), "vrxMetrics: \"192.0.2.1\" is not a numeric loopback address");
+    }
+}
+
 TEST(BackendAddress, UnixWithoutPathIsRefused) {
     EXPECT_EQ(faultOf("unix:"), "backend address: \"unix:\" needs a path");
 }

@@ -21,7 +21,7 @@ class DocumentsTest(unittest.TestCase):
 
     def names(self):
         found = {}
-        for name in ("VRX-TAMREL-MIB", "VRX-TAMREL-ALARM-MIB"):
+        for name in ("VRX-TAMREL-MIB", "VRX-TAMREL-ALARM-MIB", "VRX-AGENT-MIB"):
             for element in mib.module(name).iter():
                 if element.get("oid") is not None:
                     found[element.get("name")] = element.get("oid")
@@ -59,6 +59,14 @@ class DocumentsTest(unittest.TestCase):
         self.assertGreaterEqual(len(rows), 5)
         for oid, name in rows:
             self.assertEqual(mib.ROOT + oid.removesuffix(".0"), known[name])
+
+    def test_the_agents_own_objects_on_the_mib_page(self):
+        rows = re.findall(r"^\| `(vrxAgent\w+)` \| `(\.[0-9.]+)\.0` \| (\w+)", text_of("docs", "mib.md"), re.MULTILINE)
+        root = mib.AGENT_OBJECTS.rpartition(".")[0]
+        listed = [(name, root + oid, syntax) for name, oid, syntax in rows]
+        objects = [(scalar.get("name"), scalar.get("oid"), mib.syntax(scalar).split()[0].replace("Enumeration", "INTEGER"))
+                   for scalar in mib.module("VRX-AGENT-MIB").iter("scalar")]
+        self.assertEqual(listed, objects)
 
     def test_example_of_the_mib_page_prints_what_the_page_says(self):
         page = text_of("docs", "mib.md")

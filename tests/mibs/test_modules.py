@@ -27,7 +27,7 @@ class ModulesTest(unittest.TestCase):
             target.write(text.replace(old, new))
 
     def test_smilint_prints_nothing(self):
-        for name in ("VRX-TAMREL-MIB", "VRX-TAMREL-ALARM-MIB"):
+        for name in ("VRX-TAMREL-MIB", "VRX-TAMREL-ALARM-MIB", "VRX-AGENT-MIB"):
             with self.subTest(name):
                 code, output = mib.run("smilint", "-l", "6", "-s", "-m", mib.path("mibs", name),
                                        SMIPATH=mib.path("mibs") + ":" + mib.base_mibs())
@@ -78,9 +78,11 @@ class ModulesTest(unittest.TestCase):
     def test_net_snmp_resolves_names_of_both_modules(self):
         code, directories = mib.run(mib.path("scripts", "mib-path"))
         self.assertEqual(code, 0)
-        for modules in ("+VRX-TAMREL-MIB:VRX-TAMREL-ALARM-MIB", "SNMPv2-MIB:VRX-TAMREL-MIB:VRX-TAMREL-ALARM-MIB"):
+        for modules in ("+VRX-TAMREL-MIB:VRX-TAMREL-ALARM-MIB:VRX-AGENT-MIB",
+                        "SNMPv2-MIB:VRX-TAMREL-MIB:VRX-TAMREL-ALARM-MIB:VRX-AGENT-MIB"):
             for name, oid in (("VRX-TAMREL-MIB::vrxAlarmNotification", mib.FIXED_TRAP),
                               ("VRX-TAMREL-MIB::vrxTrapDestAddress.3", mib.DESTINATIONS + ".1.6.3"),
+                              ("VRX-AGENT-MIB::vrxAgentAlarmsActive.0", mib.AGENT_OBJECTS + ".1.1.0"),
                               ("VRX-TAMREL-ALARM-MIB::vrxDiskFailed", mib.NAMED_TRAPS + ".0.403")):
                 with self.subTest(modules=modules, name=name):
                     options = ["snmptranslate", "-M", directories.strip(), "-m", modules]
@@ -93,7 +95,7 @@ class ModulesTest(unittest.TestCase):
         code, directories = mib.run(mib.path("scripts", "mib-path"))
         self.assertEqual(code, 0)
         code, output = mib.run("snmptranslate", "-M", directories.strip(), "-m",
-                               "SNMPv2-MIB:VRX-TAMREL-MIB:VRX-TAMREL-ALARM-MIB", "-Ln", "-On", ".1.3",
+                               "SNMPv2-MIB:VRX-TAMREL-MIB:VRX-TAMREL-ALARM-MIB:VRX-AGENT-MIB", "-Ln", "-On", ".1.3",
                                SNMPCONFPATH=self.folder)
         self.assertEqual((code, output), (0, ".1.3\n"))
 

@@ -57,6 +57,25 @@ TYPES = {
     "VrxFaultCategory": ("Enumeration", ["active(1)", "cleared(2)", "event(3)"]),
 }
 
+# Group, number, name, syntax; the type with which the agent answers.
+AGENT = [
+    (1, 1, "vrxAgentAlarmsActive", "Gauge32", "ASN_GAUGE"),
+    (1, 2, "vrxAgentAlarmsCritical", "Gauge32", "ASN_GAUGE"),
+    (1, 3, "vrxAgentAlarmsMajor", "Gauge32", "ASN_GAUGE"),
+    (1, 4, "vrxAgentAlarmsMinor", "Gauge32", "ASN_GAUGE"),
+    (1, 5, "vrxAgentAlarmsWarning", "Gauge32", "ASN_GAUGE"),
+    (1, 6, "vrxAgentAlarmChanges", "Counter32", "ASN_COUNTER"),
+    (1, 7, "vrxAgentAlarmLastChange", "TimeStamp", "ASN_TIMETICKS"),
+    (1, 8, "vrxAgentAlarmLastChangeTime", "DateAndTime", "ASN_OCTET_STR"),
+    (1, 9, "vrxAgentAlarmLastEvent", "Counter64", "ASN_COUNTER64"),
+    (2, 1, "vrxAgentBackendState", "Enumeration connected(1) away(2)", "ASN_INTEGER"),
+    (2, 2, "vrxAgentBackendSince", "TimeStamp", "ASN_TIMETICKS"),
+    (2, 3, "vrxAgentBackendConnections", "Counter32", "ASN_COUNTER"),
+    (3, 1, "vrxAgentTrapsSent", "Counter32", "ASN_COUNTER"),
+    (3, 2, "vrxAgentTrapsDropped", "Counter32", "ASN_COUNTER"),
+    (3, 3, "vrxAgentTrapsWaiting", "Gauge32", "ASN_GAUGE"),
+]
+
 REGISTERED = [mib.TOPOLOGY, mib.ALARMS, mib.CLEAR_ALARM, mib.DESTINATIONS]
 
 
@@ -94,6 +113,21 @@ class ObjectsTest(unittest.TestCase):
         scalars = [(scalar.get("oid"), scalar.get("name"), mib.syntax(scalar), scalar.findtext("access"))
                    for scalar in self.smi.iter("scalar") if scalar.findtext("access") != "notifyonly"]
         self.assertEqual(scalars, [(mib.CLEAR_ALARM, "vrxClearAlarm", "Unsigned32", RW)])
+
+    def test_objects_of_the_agent(self):
+        scalars = [(scalar.get("oid"), scalar.get("name"), mib.syntax(scalar), scalar.findtext("access"))
+                   for scalar in mib.module("VRX-AGENT-MIB").iter("scalar")]
+        self.assertEqual(scalars, [("%s.%d.%d" % (mib.AGENT_OBJECTS, group, number), name, syntax, R)
+                                   for group, number, name, syntax, _ in AGENT])
+
+    def test_the_agent_registers_the_objects_of_its_mib(self):
+        with open(mib.path("host", "agent", "status_scalars.cpp"), encoding="utf-8") as source:
+            text = source.read()
+        self.assertIn('parseOid("%s")' % mib.AGENT_OBJECTS, text)
+        groups = {name: int(number) for name, number in re.findall(r"constexpr oid (GROUP_\w+) = (\d+);", text)}
+        rows = re.findall(r"^    \{(GROUP_\w+), +(\d+), (ASN_\w+),", text, re.MULTILINE)
+        self.assertEqual([(groups[group], int(number), kind) for group, number, kind in rows],
+                         [(group, number, kind) for group, number, _, _, kind in AGENT])
 
     def test_types(self):
         types = {}
