@@ -19,8 +19,11 @@
 
 #include "host/agent/agent_loop.h"
 #include "host/agent/notification_ledger.h"
+#include "host/agent/notification_log.h"
 #include "host/agent/notification_path.h"
+#include "host/agent/trap_delivery.h"
 #include "host/agent/trap_pdu.h"
+#include "host/agent/trap_sender.h"
 #include "host/agent/trap_session.h"
 #include "host/services/backend_protocol.h"
 #include "host/services/backend_socket.h"
@@ -185,8 +188,10 @@ public:
     explicit Way(TrapTransport& transport)
         : m_sender(m_loop, unpaced(), transport),
           m_ledger(surroundings().root() + "/notifications.db"),
+          m_log(surroundings().root() + "/notification_log.db"),
+          m_delivery(m_loop, {&m_sender}, m_ledger, m_log),
           m_binding(CNotifyHandler::instance()->handlers()),
-          m_path(CNotifyHandler::instance()->handlers(), m_binding, {&m_sender}, m_ledger, [] {}) {
+          m_path(CNotifyHandler::instance()->handlers(), m_binding, m_delivery, m_ledger, [] {}) {
         tTrapDestInfo destination;
         destination.index = "1";
         destination.address = "127.0.0.1";
@@ -230,6 +235,8 @@ private:
     AgentLoop m_loop;
     TrapSender m_sender;
     NotificationLedger m_ledger;
+    NotificationLog m_log;
+    TrapDelivery m_delivery;
     TamrelBinding m_binding;
     NotificationPath m_path;
     unsigned long long m_sequence = 0;

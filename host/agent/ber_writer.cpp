@@ -80,10 +80,20 @@ void BerWriter::subIdentifier(oid number) {
     }
 }
 
+void BerWriter::nameContent(const oid* ids, std::size_t length) {
+    for (std::size_t i = length; i-- > 2;) subIdentifier(ids[i]);
+    subIdentifier(ids[0] * FIRST_ARCS + ids[1]);
+}
+
+void BerWriter::name(const oid* ids, std::size_t length) {
+    const std::size_t contentEnd = size();
+    nameContent(ids, length);
+    header(ASN_OBJECT_ID, contentEnd);
+}
+
 std::string berContentOf(const OidVector& name) {
     std::vector<unsigned char> buffer(LONGEST_NAME);
     BerWriter out(buffer);
-    for (std::size_t i = name.size(); i-- > 2;) out.subIdentifier(name[i]);
-    out.subIdentifier(name[0] * FIRST_ARCS + name[1]);
+    out.nameContent(name.data(), name.size());
     return {reinterpret_cast<const char*>(out.data()), out.size()};
 }

@@ -36,9 +36,13 @@ public:
     // The header of an element whose content is all that was written since size() was `contentEnd`.
     void header(unsigned char tag, std::size_t contentEnd);
 
+    // An object identifier. REQUIRES: two sub-identifiers at least.
+    void name(const oid* ids, std::size_t length);
+
     // Pieces of an object identifier's content.
     void subIdentifier(oid number);
     void bytes(std::string_view content);
+    void nameContent(const oid* ids, std::size_t length);
 
 private:
     void byte(unsigned char value);

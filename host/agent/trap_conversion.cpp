@@ -86,13 +86,12 @@ bool readValue(const Agentpp::Vbx& binding, SnmpValue& value) {
 }  // namespace
 
 OidVector oidOf(const Snmp_pp::Oid& name) {
-    OidVector ids;
     const Snmp_pp::SmiUINT32 length = name.len();
-    if (length < SHORTEST_NAME || length > LONGEST_NAME) return ids;
-    ids.reserve(length);
+    if (length < SHORTEST_NAME || length > LONGEST_NAME) return {};
+    OidVector ids(length);
     for (Snmp_pp::SmiUINT32 i = 0; i < length; ++i) {
         if (name[i] > std::numeric_limits<std::uint32_t>::max()) return {};
-        ids.push_back(name[i]);
+        ids[i] = name[i];
     }
     return ids;
 }
@@ -104,7 +103,7 @@ Trap trapOf(const Snmp_pp::Oid& trapOid, const Agentpp::Vbx* bindings, int count
     trap.bindings.reserve(static_cast<std::size_t>(std::max(count, 0)));
     for (int i = 0; i < count; ++i) {
         TrapBinding binding;
-        binding.name = oidOf(bindings[i].get_oid());
+        binding.name = oidOf(static_cast<const Snmp_pp::Vb&>(bindings[i]).get_oid());  // Vbx's gives a copy
         if (binding.name.empty()) {
             ++leftOut;
             continue;

@@ -2,10 +2,11 @@
 
 #include <cstring>
 
-namespace {
-
 const OidVector SYS_UP_TIME = {1, 3, 6, 1, 2, 1, 1, 3, 0};
 const OidVector SNMP_TRAP_OID = {1, 3, 6, 1, 6, 3, 1, 1, 4, 1, 0};
+
+namespace {
+
 const OidVector SNMP_TRAPS = {1, 3, 6, 1, 6, 3, 1, 1, 5};  // coldStart is .1, egpNeighborLoss .6
 constexpr oid LAST_STANDARD_TRAP = 6;
 

@@ -24,6 +24,9 @@ struct TrapNameV1 {
     long specificTrap = 0;
 };
 
+extern const OidVector SYS_UP_TIME;    // sysUpTime.0
+extern const OidVector SNMP_TRAP_OID;  // snmpTrapOID.0
+
 // REQUIRES: at least two sub-identifiers.
 TrapNameV1 trapNameV1(const OidVector& trapOid);
 

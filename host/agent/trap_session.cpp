@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "host/agent/trap_message.h"
 #include "host/agent/trap_pdu.h"
 #include "host/agent/trap_resolver.h"
 #include "host/services/backend_socket.h"
@@ -71,16 +72,14 @@ bool hasUsableZone(const std::string& address) {
            ::if_indextoname(static_cast<unsigned int>(std::strtoul(zone.c_str(), nullptr, 10)), name) != nullptr;
 }
 
-class NetSnmpTrapChannel : public TrapChannel {
+// A session of the library, which encodes and sends.
+class SessionChannel : public TrapChannel {
 public:
-    NetSnmpTrapChannel(SessionPointer session, bool isV1, std::uint32_t agentAddress)
-        : m_session(std::move(session)), m_isV1(isV1), m_agentAddress(agentAddress) {}
+    explicit SessionChannel(SessionPointer session) : m_session(std::move(session)) {}
 
     TrapSendResult send(const Trap& trap) override {
         TrapSendResult result;
-        const unsigned long upTime = netsnmp_get_agent_uptime();
-        PduPointer pdu =
-            m_isV1 ? makeTrapPduV1(trap, upTime, m_agentAddress, result.leftOut) : makeTrapPdu(trap, upTime);
+        PduPointer pdu = makePdu(trap, netsnmp_get_agent_uptime(), result.leftOut);
         if (!pdu) {
             result.failure = "no memory";
         } else if (snmp_sess_send(m_session.get(), pdu.get()) != 0) {
@@ -93,9 +92,65 @@ public:
         return result;
     }
 
+protected:
+    virtual PduPointer makePdu(const Trap& trap, unsigned long upTime, unsigned int& /*leftOut*/) {
+        return makeTrapPdu(trap, upTime);
+    }
+
+    void* session() const { return m_session.get(); }
+
 private:
     SessionPointer m_session;
-    bool m_isV1;
+};
+
+// SNMPv1 and SNMPv2c: our own bytes through the session's socket. Whatever cannot be written or sent that way goes
+// through the session after all, which says why it fails.
+class CommunityChannel : public SessionChannel {
+public:
+    CommunityChannel(SessionPointer session, std::string community, std::shared_ptr<TrapBuffer> buffer)
+        : SessionChannel(std::move(session)), m_community(std::move(community)), m_buffer(std::move(buffer)) {}
+
+    TrapSendResult send(const Trap& trap) override {
+        TrapSendResult result;
+        BerWriter out(*m_buffer);
+        if (!write(out, trap, result.leftOut) || !sendBytes(out)) return SessionChannel::send(trap);
+        return result;
+    }
+
+protected:
+    const std::string& community() const { return m_community; }
+
+    virtual bool write(BerWriter& out, const Trap& trap, unsigned int& /*leftOut*/) {
+        return writeTrap(out, trap, m_community, netsnmp_get_agent_uptime(), snmp_get_next_reqid());
+    }
+
+private:
+    bool sendBytes(const BerWriter& out) {
+        netsnmp_transport* const transport = snmp_sess_transport(session());
+        void* toRemote = nullptr;  // the session's peer
+        int length = 0;
+        return netsnmp_transport_send(transport, out.data(), static_cast<int>(out.size()), &toRemote, &length) > 0;
+    }
+
+    std::string m_community;
+    std::shared_ptr<TrapBuffer> m_buffer;
+};
+
+class V1Channel : public CommunityChannel {
+public:
+    V1Channel(SessionPointer session, std::string community, std::shared_ptr<TrapBuffer> buffer,
+              std::uint32_t agentAddress)
+        : CommunityChannel(std::move(session), std::move(community), std::move(buffer)), m_agentAddress(agentAddress) {}
+
+protected:
+    PduPointer makePdu(const Trap& trap, unsigned long upTime, unsigned int& leftOut) override {
+        return makeTrapPduV1(trap, upTime, m_agentAddress, leftOut);
+    }
+    bool write(BerWriter& out, const Trap& trap, unsigned int& leftOut) override {
+        return writeTrapV1(out, trap, community(), netsnmp_get_agent_uptime(), m_agentAddress, leftOut);
+    }
+
+private:
     std::uint32_t m_agentAddress;
 };
 
@@ -162,6 +217,9 @@ std::unique_ptr<TrapChannel> NetSnmpTrapTransport::open(const TrapRoute& route, 
         failure = takeText(text);
         return nullptr;
     }
-    const std::uint32_t agentAddress = route.version == 1 && !isIpv6 ? localAddressTowards(route) : 0;
-    return std::make_unique<NetSnmpTrapChannel>(std::move(session), route.version == 1, agentAddress);
+    if (route.version == 3) return std::make_unique<SessionChannel>(std::move(session));
+    if (m_buffer == nullptr) m_buffer = std::make_shared<TrapBuffer>(LONGEST_MESSAGE);
+    if (route.version != 1) return std::make_unique<CommunityChannel>(std::move(session), route.name, m_buffer);
+    return std::make_unique<V1Channel>(std::move(session), route.name, m_buffer,
+                                       isIpv6 ? 0 : localAddressTowards(route));
 }

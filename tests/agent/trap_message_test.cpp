@@ -22,6 +22,7 @@ std::string built(netsnmp_pdu& pdu, long version, std::string community) {
     session.version = version;
     session.community = reinterpret_cast<u_char*>(community.data());
     session.community_len = community.size();
+    pdu.version = version;
     std::size_t size = ROOM;
     auto* packet = static_cast<u_char*>(std::malloc(size));
     std::size_t written = 0;
@@ -72,7 +73,7 @@ std::vector<SnmpValue> valuesOfEveryKind() {
     for (const std::int64_t n : {0L, 1L, -1L, 127L, 128L, -128L, -129L, 32768L, 2147483647L, -2147483648L}) {
         values.push_back(number(ASN_INTEGER, static_cast<std::uint64_t>(n)));
     }
-    for (const unsigned char type : {ASN_GAUGE, ASN_COUNTER, ASN_TIMETICKS}) {
+    for (const u_char type : {u_char{ASN_GAUGE}, u_char{ASN_COUNTER}, u_char{ASN_TIMETICKS}}) {
         for (const std::uint64_t n : {0UL, 127UL, 128UL, 65536UL, 2147483648UL, 4294967295UL}) {
             values.push_back(number(type, n));
         }

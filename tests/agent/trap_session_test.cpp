@@ -97,6 +97,36 @@ TEST(TrapSession, SnmpV2cReachesAnIpv6AddressWithAZone) {
     expectArrives(AF_INET6, "::1%lo", 2);
 }
 
+// A message of SNMPv1 or v2c is counted as the library, which encodes unusual values, counts its own.
+TEST(TrapSession, MessagesAreCountedAsTheLibraryCountsThem) {
+    const auto counted = [](TrapChannel& channel, const Trap& trap) {
+        std::vector<u_int> counts;
+        for (int which = 0; which <= NETSNMP_STAT_MAX_STATS - 1; ++which) counts.push_back(snmp_get_statistic(which));
+        EXPECT_EQ(channel.send(trap).failure, "");
+        for (int which = 0; which <= NETSNMP_STAT_MAX_STATS - 1; ++which) {
+            u_int& count = counts[static_cast<std::size_t>(which)];
+            count = snmp_get_statistic(which) - count;
+        }
+        return counts;
+    };
+    Receiver receiver(AF_INET);
+    NetSnmpTrapTransport transport;
+    std::string failure;
+    for (const unsigned int version : {1U, 2U}) {
+        const auto channel = transport.open(routeTo("127.0.0.1", receiver.port(), version), failure);
+        ASSERT_NE(channel, nullptr) << failure;
+        Trap unusual = coldStart();
+        TrapBinding binding;
+        binding.name = {1, 3, 6, 1, 9, 1};
+        binding.value.type = ASN_OPAQUE;
+        binding.value.octets = "x";
+        unusual.bindings.push_back(binding);
+        EXPECT_EQ(counted(*channel, coldStart()), counted(*channel, unusual)) << version;
+        EXPECT_NE(receiver.receive(), "");
+        EXPECT_NE(receiver.receive(), "");
+    }
+}
+
 TEST(TrapSession, AZoneThatDoesNotExistIsAFailure) {
     NetSnmpTrapTransport transport;
     std::string failure;
