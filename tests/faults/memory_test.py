@@ -4,6 +4,7 @@ all of them from one on. Nothing crashes or leaks, a SET is done whole or not at
 TAMREL_FAULT_STRIDE is the distance between the allocations that fail in notifications (default 9; 1: every one).
 """
 
+import json
 import os
 import time
 import unittest
@@ -15,10 +16,12 @@ from harness import ALARMS, CLEAR_ALARM, DESTINATIONS, TOPOLOGY, wait_for
 from snmp import GET, GETBULK, NO_ERROR, SET, Manager
 from trap_receiver import TrapReceiver, decode
 
+STORMS = "vrxStormChanges 2\nvrxStormWindow 3600\nvrxStormInterval 1\n"
 COLD_TABLES = "vrxFreshSnapshotAge 0\nvrxQuietSnapshotAge 0\n"  # each request reads anew
 
 CREATE_AND_GO, DESTROY = 4, 6
 UNKNOWN_ALARM = 77
+ACTIVE, ENDED = 1, 2  # the category of a trap
 STRIDE = int(os.environ.get("TAMREL_FAULT_STRIDE", "9"))
 
 COUNT = 8  # alarms that are active
@@ -36,8 +39,8 @@ def create(row, port):
 class MemorySystem(FaultySystem):
     """With alarms, and a destination that takes both kinds of traps."""
 
-    def __init__(self, **more):
-        super().__init__(extra_config=COLD_TABLES, device={("TRAP", "RATE"): 0}, **more)
+    def __init__(self, words="", **more):
+        super().__init__(extra_config=COLD_TABLES + words, device={("TRAP", "RATE"): 0}, **more)
 
     def __enter__(self):
         super().__enter__()
@@ -281,6 +284,50 @@ class Notifications(unittest.TestCase):
 
     def test_an_alarm_ends(self):
         self.sweep(lambda system: self.clear(system, self.active[-1]), 2)
+
+    def test_an_alarm_flaps(self):
+        """Held traps: in the end the last state is told, or a line tells that it could not be."""
+        markers = set()
+        with MemorySystem(words=STORMS) as system:
+            for number in range(1, self.LONGEST, STRIDE * 7):
+                where, size = "allocation %d" % number, system.log_size()
+                system.agent_faults.fail_allocation(number)
+                for _ in range(3):
+                    flapping = self.raise_with(system, "on,off")
+                    system.alarms.clear_alarm(flapping)
+                marker = self.raise_with(system, "marker,%d" % number)
+
+                def told():
+                    return [(trap.value(9), trap.value(11)) for trap in system.receiver.traps()]
+
+                def is_settled():
+                    """Behind the marker all events were handled; then an interval ends."""
+                    if self.skipped(system, size):
+                        return True
+                    changes = told()
+                    ours = [change for change in changes if COUNT < change[0] < marker and change[0] not in markers]
+                    return (marker, ACTIVE) in changes and ours[-1][1] == ENDED
+
+                wait_for(is_settled, where, 30)
+                markers.add(marker)
+                failed = system.agent_faults.allocations()[1]
+                system.agent_faults.stop()
+                self.assertTrue(system.agent.running(), where)
+                wait_for(lambda: self.held(system) == 0, where + ": nothing is held")
+                if not failed:
+                    break
+            else:
+                self.fail("allocations without end")
+            self.assertGreater(len(markers), 2)
+
+    @staticmethod
+    def raise_with(system, parameters):
+        body = system.alarms.call(record(RAISE_ALARM, uint(1, POWER_LOSS, 8), uint(2, 3), text(8, parameters)))
+        return int.from_bytes(body[-4:], "little")
+
+    @staticmethod
+    def held(system):
+        return sum(d["held"] for d in json.loads(system.vrxctl("status", "--json"))["destinations"])
 
     def test_an_alarm_is_not_defined(self):
         def happen(system):  # it gives no trap: the next one tells that it is done
