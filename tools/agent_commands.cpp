@@ -52,10 +52,10 @@ std::string plainNumber(const json& value) {
 
 std::string timesOf(const json& histogram) {
     if (histogram.at("count") == 0) return "-";
-    const auto seconds = [&](const char* name) { return plainNumber(histogram.at(name)); };
-    return fmt::format("{} in all; half within {} s, 90 % within {} s, 99 % within {} s, longest {} s",
-                       plainNumber(histogram.at("count")), seconds("p50_seconds"), seconds("p90_seconds"),
-                       seconds("p99_seconds"), seconds("max_seconds"));
+    const auto milliseconds = [&](const char* name) { return histogram.at(name).get<double>() * 1000; };
+    return fmt::format("{}; half within {:.3g} ms, 90 % {:.3g} ms, 99 % {:.3g} ms, longest {:.3g} ms",
+                       plainNumber(histogram.at("count")), milliseconds("p50_seconds"), milliseconds("p90_seconds"),
+                       milliseconds("p99_seconds"), milliseconds("max_seconds"));
 }
 
 // A value as people read it: no quotes, "-" for none.
@@ -104,7 +104,11 @@ void printDestinations(std::ostream& out, const json& destinations) {
 }  // namespace
 
 void printStatus(std::ostream& out) {
-    const json status = ask("GET", "/status");
+    printStatusTables(out, callAgent("GET", "/status"));
+}
+
+void printStatusTables(std::ostream& out, const std::string& answer) {
+    const json status = parsed(answer);
     for (const auto& [title, section] : status.items()) {
         out << title << "\n";
         if (title == "destinations") {

@@ -7,6 +7,9 @@
 // As tables, for people. Throws AgentCallError.
 void printStatus(std::ostream& out);
 
+// The same of an answer that is there: the agent's JSON. Throws AgentCallError when it is none.
+void printStatusTables(std::ostream& out, const std::string& answer);
+
 // As the agent gives it, for programs. Throws AgentCallError.
 void printStatusAsJson(std::ostream& out);
 

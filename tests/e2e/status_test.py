@@ -10,8 +10,8 @@ import subprocess
 import unittest
 
 from backend_client import BackendClient
-from harness import AGENT_CONFIG, ALARMS, CLEAR_ALARM, ENTERPRISE, PROGRAM_DIR, TOPOLOGY, V1, System, free_port
-from harness import values, wait_for
+from harness import (AGENT_CONFIG, ALARMS, CLEAR_ALARM, ENTERPRISE, PROGRAM_DIR, SOURCE_DIR, TOPOLOGY, V1, System,
+                     free_port, values, wait_for)
 from trap_receiver import TrapReceiver
 
 EX_DATAERR, EX_CONFIG = 65, 78
@@ -296,6 +296,23 @@ class Metrics(unittest.TestCase):
             self.assertEqual(after[("vrx_backend_connected", "")], 1)
             info = [labels for name, labels in after if name == "vrx_agent_info"][0]
             self.assertIn('engine_id="%s"' % told["agent"]["engine_id"], info)
+
+    def test_the_page_has_every_field_and_metric_and_no_other(self):
+        with open(os.path.join(SOURCE_DIR, "docs", "status.md"), encoding="utf-8") as file:
+            page = file.read()
+        port = free_port(socket.SOCK_STREAM)
+        config = CONFIG + "vrxMetrics tcp:127.0.0.1:%d\ninformsink 127.0.0.1 community 9\n" % port
+        with System(agent_config=config) as system:
+            system.add_destination(1, 9)
+            system.get(TOPOLOGY + ".1.1")
+            raise_alarm(system, 3)
+            wait_for(lambda: number(system, ACTIVE) == 1, "the alarm")
+            _, types = parsed(tcp_metrics(port)[2])
+            self.assertEqual(set(re.findall(r"`(vrx_\w+)`", page)) - set(types), set())
+            self.assertEqual([name for name in types if "`%s`" % name not in page], [])
+            for title, section in status(system).items():
+                for row in section if isinstance(section, list) else [section]:
+                    self.assertEqual([(title, key) for key in row if "`%s`" % key not in page], [])
 
     def test_a_unix_socket_is_the_owners_and_other_paths_are_not_there(self):
         with System(agent_config=AGENT_CONFIG + "vrxMetrics unix:state/metrics.sock\n") as system:
