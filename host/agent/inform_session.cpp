@@ -6,6 +6,7 @@
 #include "host/agent/net_snmp.h"
 #include "host/agent/trap_pdu.h"
 #include "host/agent/trap_resolver.h"
+#include "host/agent/usm_users.h"
 #include "host/services/out_of_memory.h"
 
 #include <net-snmp/library/lcd_time.h>
@@ -62,6 +63,12 @@ public:
           m_session(std::move(session)),
           m_engine(m_peer.engineId) {}
 
+    // Closing the session tells of what is under way as if it had no answer.
+    ~NetSnmpInformChannel() override {
+        m_closing = true;
+        m_session.reset();
+    }
+
     void send(const Inform& inform, std::chrono::milliseconds patience, Done done) override;
     std::string engine() const override { return hexadecimal(m_engine); }
 
@@ -88,6 +95,7 @@ private:
 
     Inform m_inform;  // under way
     Done m_done;      // null when none is
+    bool m_closing = false;
     bool m_asked = false;
     bool m_wasSent = false;
     std::shared_ptr<int> m_alive = std::make_shared<int>(0);  // tasks in the loop hold it weakly
@@ -165,6 +173,7 @@ void NetSnmpInformChannel::hand(PduPointer pdu, netsnmp_callback callback) {
 
 int NetSnmpInformChannel::answered(int operation, netsnmp_session*, int, netsnmp_pdu* pdu, void* self) {
     auto& channel = *static_cast<NetSnmpInformChannel*>(self);
+    if (channel.m_closing) return 1;
     untilMemory([&] {
         if (operation == NETSNMP_CALLBACK_OP_TIMED_OUT) {
             channel.forgetEngine();
@@ -180,6 +189,7 @@ int NetSnmpInformChannel::answered(int operation, netsnmp_session*, int, netsnmp
 
 int NetSnmpInformChannel::engineAnswered(int operation, netsnmp_session*, int, netsnmp_pdu* pdu, void* self) {
     auto& channel = *static_cast<NetSnmpInformChannel*>(self);
+    if (channel.m_closing) return 1;
     untilMemory([&] {
         if (operation == NETSNMP_CALLBACK_OP_TIMED_OUT) channel.finish(InformOutcome::Kind::NoAnswer);
         if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE) channel.takeEngine(*pdu);

@@ -4,10 +4,13 @@
 #include <cstring>
 
 #include "host/agent/net_snmp.h"
+#include "host/agent/usm_users.h"
 
 namespace {
 
 constexpr const char* OTHER_KEYS = "the engine of the receiver has a user of that name with other keys here";
+
+constexpr std::size_t NO_PROTOCOL_LENGTH = 10;  // 1.3.6.1.6.3.10.1.1.1 and 1.3.6.1.6.3.10.1.2.1
 
 usmUser* find(const std::string& engine, const std::string& name) {
     for (usmUser* user = usm_get_userList(); user != nullptr; user = user->next) {
@@ -31,6 +34,9 @@ bool add(const std::string& engine, const InformPeer& peer) {
     wanted.securityEngineIDLen = id.size();
     wanted.securityName = name.data();
     wanted.securityNameLen = name.size();
+    wanted.securityAuthProto = usmNoAuthProtocol;
+    wanted.securityPrivProto = usmNoPrivProtocol;
+    wanted.securityAuthProtoLen = wanted.securityPrivProtoLen = NO_PROTOCOL_LENGTH;
     if (peer.level >= SNMP_SEC_LEVEL_AUTHNOPRIV) {
         wanted.securityAuthProto = sc_get_auth_oid(peer.authentication, &wanted.securityAuthProtoLen);
         std::copy(peer.authenticationKey.begin(), peer.authenticationKey.end(), wanted.securityAuthKey);
@@ -52,13 +58,6 @@ void take(const std::string& engine, const std::string& name) {
 }
 
 }  // namespace
-
-std::string ownEngineId() {
-    constexpr std::size_t LONGEST = 32;
-    std::string id(LONGEST, '\0');
-    id.resize(snmpv3_get_engineID(reinterpret_cast<u_char*>(id.data()), id.size()));
-    return id;
-}
 
 InformUsers::Hold InformUsers::acquire(const std::string& engine, const InformPeer& peer, std::string& failure) {
     // Keys for our own engine would be those of a manager, who may ask and set.

@@ -26,6 +26,3 @@ private:
     using Key = std::pair<std::string, std::string>;  // engine, name
     std::map<Key, std::weak_ptr<const InformPeer>> m_held;
 };
-
-// The engine ID of this agent as bytes.
-std::string ownEngineId();

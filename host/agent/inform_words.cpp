@@ -60,6 +60,9 @@ unsigned int number(const std::string& text, unsigned int least, unsigned int mo
 // brackets.
 void readHost(std::string text, InformPeer& peer) {
     const std::string all = text;
+    for (const std::string transport : {"tcp:", "tcp6:", "tlstcp:", "dtlsudp:", "ssh:", "unix:"}) {
+        if (text.compare(0, transport.size(), transport) == 0) throw Fault("informs are sent over UDP only: " + all);
+    }
     for (const std::string transport : {"udp:", "udp6:", "udpv6:", "udpipv6:"}) {
         if (text.compare(0, transport.size(), transport) == 0) {
             text.erase(0, transport.size());

@@ -13,6 +13,7 @@
 #include "host/agent/line_budget.h"
 #include "host/agent/listener_address.h"
 #include "host/agent/net_snmp.h"
+#include "host/agent/usm_users.h"
 
 // The standard groups are in a library of their own, whose headers are not installed.
 extern "C" {
@@ -150,9 +151,9 @@ std::string SnmpEngine::addUser(const UserKeys& user) {
             return "a passphrase has at least 8 printable ASCII characters, without quotes and backslashes";
         }
     }
-    for (const usmUser* other = usm_get_userList(); other != nullptr; other = other->next) {
-        if (other->secName != nullptr && user.name == other->secName)
-            return "there is a user " + user.name + " already";
+    const std::string own = ownEngineId();
+    if (usm_get_user(reinterpret_cast<const u_char*>(own.data()), own.size(), user.name.c_str()) != nullptr) {
+        return "there is a user " + user.name + " already";
     }
     std::string line = user.name + " SHA-256 \"" + user.authentication + "\" AES \"" + user.privacy + "\"";
     std::vector<std::string> faults;

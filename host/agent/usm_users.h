@@ -1,4 +1,5 @@
-// The SNMPv3 users of the engine, for those who may not ask the engine itself.
+// The SNMPv3 users of the engine, for those who may not ask the engine itself. The library's list has users of other
+// engines, too: those that informs are sent as.
 //
 // Threads: refresh() on the agent thread, exists() on any.
 #pragma once
@@ -6,6 +7,9 @@
 #include <mutex>
 #include <set>
 #include <string>
+
+// The ID of this process's engine, as its bytes. Agent thread.
+std::string ownEngineId();
 
 class UsmUsers {
 public:

@@ -20,7 +20,7 @@ SNMP_TRAP_OID = "1.3.6.1.6.3.1.1.4.1.0"
 TYPES = {0x02: "INTEGER", 0x04: "OCTET STRING", 0x05: "NULL", 0x06: "OBJECT IDENTIFIER", 0x40: "IpAddress",
          0x41: "Counter32", 0x42: "Gauge32", 0x43: "TimeTicks", 0x46: "Counter64"}
 SIGNED, OCTETS, OID = (0x02,), (0x04, 0x40), 0x06
-SEQUENCE, TRAP_V1, TRAP_V2 = 0x30, 0xA4, 0xA7
+SEQUENCE, TRAP_V1, TRAP_V2, INFORM = 0x30, 0xA4, 0xA7, 0xA6
 
 Binding = namedtuple("Binding", "name type value")  # value: int, bytes or dotted text
 
@@ -97,7 +97,9 @@ def decode(datagram):
     outer.end()
     version = integer(message.next(0x02)[1])
     community = message.next(0x04)[1].decode()
-    tag, content = message.next(TRAP_V1 if version == 0 else TRAP_V2)
+    tag, content = message.next()
+    if tag not in ((TRAP_V1,) if version == 0 else (TRAP_V2, INFORM)):
+        raise ValueError("a PDU of type 0x%02X" % tag)
     message.end()
     pdu = Reader(content)
     if tag == TRAP_V1:
@@ -158,10 +160,11 @@ class TrapReceiver:
     def _run(self):
         while not self._stopping:
             try:
-                datagram = self._socket.recv(65536)
+                datagram, sender = self._socket.recvfrom(65536)
             except socket.timeout:
                 continue
             self.take(datagram)
+            self.took(datagram, sender)
             if self._forward:
                 self._socket.sendto(datagram, ("127.0.0.1", self._forward))
 
@@ -169,6 +172,9 @@ class TrapReceiver:
         """On the receiver's thread."""
         with self._lock:
             self._datagrams.append(datagram)
+
+    def took(self, datagram, sender):
+        """What a receiver that answers does then."""
 
     def datagrams(self, start=0):
         with self._lock:
