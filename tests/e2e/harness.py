@@ -145,6 +145,11 @@ class System:
     agent_arguments, backend_arguments: more of the command lines
     """
 
+    # Makes what stands before the agent in every System: front(folder, agent_port, configuration), an object with
+    # start(), stop() and port, which managers then ask; and the lines of the agent's configuration that let it in.
+    front = None
+    front_config = ""
+
     def __init__(self, backend=True, embedded=False, agent_config=None, extra_config="", device=None,
                  agent_arguments=(), backend_arguments=(), start=True):
         self.root = tempfile.mkdtemp(prefix="vrx-e2e-")
@@ -152,7 +157,9 @@ class System:
         self.embedded = embedded
         self._start_backend = backend and not embedded
         self._start = start
-        self._make_root(agent_config if agent_config is not None else AGENT_CONFIG, extra_config, device or {})
+        config = agent_config if agent_config is not None else AGENT_CONFIG
+        self._make_root(config, extra_config + self.front_config, device or {})
+        self._front = self.front and type(self).front(self.path("front"), self.port, config + extra_config)
         self.backend = Program("vrx-backendd", ["--root", self.root] + list(backend_arguments),
                                os.path.join(self.root, "backend.log"))
         arguments = ["--root", self.root, "--module", self.module_path(), "--listen", "udp:127.0.0.1:%d" % self.port]
@@ -168,6 +175,8 @@ class System:
                 if self._start_backend:
                     self.backend.start()
                 self.agent.start()
+                if self._front:
+                    self._front.start()
         except BaseException:
             self.close()
             raise
@@ -182,6 +191,8 @@ class System:
     def close(self):
         """Stops both programs and removes the root; complains about a sanitizer's or an unclean end."""
         codes, problems = {}, []
+        if self._front:
+            self._front.stop()
         for program in (self.agent, self.backend):
             killed = program.process is not None and program.process.poll() == -signal.SIGKILL
             try:
@@ -239,7 +250,8 @@ class System:
 
     @property
     def address(self):
-        return "udp:127.0.0.1:%d" % self.port
+        """Where managers ask."""
+        return "udp:127.0.0.1:%d" % (self._front.port if self._front else self.port)
 
     def tool_environment(self, named=False):
         """For Net-SNMP's tools: nothing of this machine's configuration, and MIB files only where names are wanted."""
