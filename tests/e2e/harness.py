@@ -175,8 +175,6 @@ class System:
                 if self._start_backend:
                     self.backend.start()
                 self.agent.start()
-                if self._front:
-                    self._front.start()
         except BaseException:
             self.close()
             raise
@@ -251,6 +249,8 @@ class System:
     @property
     def address(self):
         """Where managers ask."""
+        if self._front:
+            self._front.start()  # unless it runs already
         return "udp:127.0.0.1:%d" % (self._front.port if self._front else self.port)
 
     def tool_environment(self, named=False):

@@ -27,7 +27,7 @@ DIFFERENT = {
         "an unanswered SET holds every request of the snmpd until it is given up",
 }
 # What takes longer than a default run has time for; the same behaviour is seen there without a proxy.
-LONG = {"SlowBackend", "FailingBackend", "WalksWhileAlarmsComeAndGo", "Alarms"}
+LONG = {"SlowBackend", "FailingBackend", "WalksWhileAlarmsComeAndGo", "Alarms", "QuietTimes"}
 SHORT_OVER_V2C = {"Reading", "Views"}
 
 

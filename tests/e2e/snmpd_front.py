@@ -38,6 +38,9 @@ class SnmpdFront:
             file.write("\n".join(lines) + "\n")
 
     def start(self):
+        """Once; the agent may be started before or after it."""
+        if self.process is not None:
+            return
         command = ["snmpd", "-f", "-Lf", self.log_path, "-C", "-c", os.path.join(self.folder, "snmpd.conf"),
                    "-I", MODULES, "-p", os.path.join(self.folder, "snmpd.pid"), "udp:127.0.0.1:%d" % self.port]
         environment = dict(os.environ, MIBS="", SNMPCONFPATH=os.path.join(self.folder, "none"),
