@@ -29,6 +29,17 @@ constexpr std::size_t MAP_DISTANCE = 7;
 constexpr std::size_t MAX_PLACEHOLDERS = 10000;
 constexpr std::size_t MAX_GROWTH = 1024UL * 1024UL;
 
+// Two digits, as nearly all indexes are: these have one meaning, whoever reads them.
+bool isPlainIndex(std::string_view text) {
+    const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+    return text.size() == INDEX_LENGTH && isDigit(text[0]) && isDigit(text[1]);
+}
+
+// REQUIRES: isPlainIndex().
+int plainIndex(std::string_view text) {
+    return (text[0] - '0') * 10 + (text[1] - '0');
+}
+
 std::string_view valueOrMissing(const std::vector<std::string>& params, unsigned int index) {
     return index < params.size() ? std::string_view(params[index]) : MISSING_PARAMETER;
 }
@@ -63,14 +74,16 @@ void parserParmeterByDetail(CVRXDebugKitGuard& guard, const std::vector<std::str
     for (std::size_t mark = detail.find(PLACEHOLDER_MARK); mark != std::string::npos;
          // Right behind this mark, so that one inside of a value map is a placeholder too.
          mark = detail.find(PLACEHOLDER_MARK, mark + PLACEHOLDER_MARK.size())) {
-        const std::string indexText = detail.substr(mark + PLACEHOLDER_MARK.size(), INDEX_LENGTH);
+        const std::string_view indexText =
+            std::string_view(detail).substr(mark + PLACEHOLDER_MARK.size(), INDEX_LENGTH);
         if (indexText.empty()) return;
         if (++handled > MAX_PLACEHOLDERS) {
             guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__,
                        "alarm detail has more than %zu placeholders, the rest has no value.", MAX_PLACEHOLDERS);
             return;
         }
-        const unsigned int index = StrToUint(indexText);
+        const unsigned int index = isPlainIndex(indexText) ? static_cast<unsigned int>(plainIndex(indexText))
+                                                           : StrToUint(std::string(indexText));
         const std::size_t open = findMap(detail, mark);
         if (open == std::string::npos) {
             pairs.emplace_back(index, valueOrMissing(params, index));
@@ -170,15 +183,9 @@ private:
     std::size_t m_at = 0;  // where the rest begins
 };
 
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
-// The index of a placeholder in text: two digits, or blanks, a sign and digits as strtol takes them.
+// The index of a placeholder in text: blanks, a sign, digits as strtol takes them.
 int indexOf(std::string_view text) {
-    if (text.size() == INDEX_LENGTH && isDigit(text[0]) && isDigit(text[1])) {  // nearly all
-        return (text[0] - '0') * 10 + (text[1] - '0');
-    }
+    if (isPlainIndex(text)) return plainIndex(text);
     char digits[INDEX_LENGTH + 1] = {};
     text.copy(digits, INDEX_LENGTH);
     return static_cast<int>(std::strtol(digits, nullptr, 10));

@@ -179,10 +179,6 @@ int Oid::nCompare(const Oid& other) const {
     return nCompare(std::max(len(), other.len()), other);
 }
 
-SmiUINT32 Oid::operator[](SmiUINT32 position) const {
-    return position < m_ids.size() ? m_ids[position] : 0;
-}
-
 SmiUINT32& Oid::operator[](SmiUINT32 position) {
     m_text.drop();
     return m_ids[position];

@@ -51,7 +51,7 @@ public:
     int nCompare(const Oid& other) const;
 
     // 0 from len() on.
-    SmiUINT32 operator[](SmiUINT32 position) const;
+    SmiUINT32 operator[](SmiUINT32 position) const { return position < m_ids.size() ? m_ids[position] : 0; }
 
     // REQUIRES: position below len(). Write values of 32 bits only.
     SmiUINT32& operator[](SmiUINT32 position);

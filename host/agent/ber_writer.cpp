@@ -10,6 +10,15 @@ constexpr unsigned char CONTINUES = 0x80;    // an octet of a sub-identifier tha
 constexpr unsigned char LONG_LENGTH = 0x80;  // the first octet of a length that tells how many follow
 constexpr oid FIRST_ARCS = 40;  // the first two sub-identifiers share a number: 40 times one plus the other
 constexpr std::size_t LONGEST_NAME = 5UL * MAX_OID_LEN;
+constexpr std::size_t LONGEST_SUB_IDENTIFIER = (sizeof(oid) * BITS + NAME_BITS - 1) / NAME_BITS;
+
+unsigned char* subIdentifierBefore(unsigned char* at, oid number) {
+    *--at = static_cast<unsigned char>(number & (CONTINUES - 1));
+    for (number >>= NAME_BITS; number != 0; number >>= NAME_BITS) {
+        *--at = static_cast<unsigned char>(CONTINUES | (number & (CONTINUES - 1)));
+    }
+    return at;
+}
 
 }  // namespace
 
@@ -81,6 +90,12 @@ void BerWriter::subIdentifier(oid number) {
 }
 
 void BerWriter::nameContent(const oid* ids, std::size_t length) {
+    const auto room = static_cast<std::size_t>(m_at - m_begin);
+    if (room / length >= LONGEST_SUB_IDENTIFIER) {  // nearly always: no look at the room for each octet
+        for (std::size_t i = length; i-- > 2;) m_at = subIdentifierBefore(m_at, ids[i]);
+        m_at = subIdentifierBefore(m_at, ids[0] * FIRST_ARCS + ids[1]);
+        return;
+    }
     for (std::size_t i = length; i-- > 2;) subIdentifier(ids[i]);
     subIdentifier(ids[0] * FIRST_ARCS + ids[1]);
 }

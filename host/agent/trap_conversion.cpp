@@ -8,6 +8,8 @@ namespace {
 constexpr Snmp_pp::SmiUINT32 SHORTEST_NAME = 2;  // BER puts the first two sub-identifiers into one number
 constexpr Snmp_pp::SmiUINT32 LONGEST_NAME = 128;
 
+constexpr std::size_t USUAL_OCTETS = 1024;  // fewer are in nearly every text
+
 bool readInteger(const Agentpp::Vbx& binding, SnmpValue& value) {
     int number = 0;
     if (binding.get_value(number) != SNMP_CLASS_SUCCESS) return false;
@@ -34,6 +36,13 @@ bool readCounter64(const Agentpp::Vbx& binding, SnmpValue& value) {
 }
 
 bool readOctets(const Agentpp::Vbx& binding, SnmpValue& value) {
+    unsigned char usual[USUAL_OCTETS];
+    unsigned long length = 0;
+    if (binding.get_value(usual, length, sizeof usual) == SNMP_CLASS_SUCCESS && length < sizeof usual) {
+        value.type = ASN_OCTET_STR;
+        value.octets.assign(usual, usual + length);
+        return true;
+    }
     Snmp_pp::OctetStr octets;
     if (binding.get_value(octets) != SNMP_CLASS_SUCCESS || !octets.valid()) return false;
     value.type = ASN_OCTET_STR;
@@ -90,8 +99,8 @@ OidVector oidOf(const Snmp_pp::Oid& name) {
     if (length < SHORTEST_NAME || length > LONGEST_NAME) return {};
     OidVector ids(length);
     for (Snmp_pp::SmiUINT32 i = 0; i < length; ++i) {
-        if (name[i] > std::numeric_limits<std::uint32_t>::max()) return {};
         ids[i] = name[i];
+        if (ids[i] > std::numeric_limits<std::uint32_t>::max()) return {};
     }
     return ids;
 }

@@ -1,5 +1,5 @@
-#include <cstdio>
 #include <ctime>
+#include <string>
 
 #include "platform/snmp_util.h"
 
@@ -23,6 +23,13 @@ tLocalTime localTime(long seconds) {
     }
     local.offsetMinutes = local.parts.tm_gmtoff / 60;
     return local;
+}
+
+// At least that many digits.
+void appendNumber(std::string& text, long number, unsigned int digits) {
+    const std::string shown = std::to_string(number);
+    if (shown.size() < digits) text.append(digits - shown.size(), '0');
+    text += shown;
 }
 
 }  // namespace
@@ -51,9 +58,17 @@ void CSnmpUtil::convertTime2DateTimeStr(Snmp_pp::OctetStr& out, long seconds) {
     const tLocalTime local = localTime(seconds);
     const std::tm& t = local.parts;
     const long offset = local.offsetMinutes < 0 ? -local.offsetMinutes : local.offsetMinutes;
-    char text[64];
-    std::snprintf(text, sizeof text, "%04ld-%02d-%02d,%02d:%02d:%02d.0,%c%02ld:%02ld", t.tm_year + 1900L, t.tm_mon + 1,
-                  t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec, local.offsetMinutes < 0 ? '-' : '+', offset / 60,
-                  offset % 60);
-    out = text;
+    std::string text;
+    appendNumber(text, t.tm_year + 1900L, 4);
+    const struct {
+        const char* before;
+        long number;
+    } parts[] = {{"-", t.tm_mon + 1L}, {"-", t.tm_mday}, {",", t.tm_hour},
+                 {":", t.tm_min},      {":", t.tm_sec},  {local.offsetMinutes < 0 ? ".0,-" : ".0,+", offset / 60},
+                 {":", offset % 60}};
+    for (const auto& part : parts) {
+        text += part.before;
+        appendNumber(text, part.number, 2);
+    }
+    out = text.c_str();
 }

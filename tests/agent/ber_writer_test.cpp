@@ -93,6 +93,15 @@ TEST(BerWriter, WritesNamesAsTheLibraryDoes) {
               berContentOf(whole));
 }
 
+TEST(BerWriter, WritesTheSameNameWhateverTheRoom) {
+    const OidVector name = {1, 3, 6, 1, 4, 1, 99871, 2, 4294967295, 0, 127, 128};
+    const std::string whole = written([&](BerWriter& out) { out.name(name.data(), name.size()); });
+    EXPECT_EQ(whole, written([&](BerWriter& out) { out.octets(ASN_OBJECT_ID, berContentOf(name)); }));
+    for (std::size_t room = whole.size(); room < whole.size() + 150; ++room) {
+        EXPECT_EQ(written([&](BerWriter& out) { out.name(name.data(), name.size()); }, room), whole) << room;
+    }
+}
+
 TEST(BerWriter, PutsAHeaderAroundWhatIsThere) {
     const std::string nested = written([](BerWriter& out) {
         out.integer(ASN_INTEGER, 2);
