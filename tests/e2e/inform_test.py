@@ -25,6 +25,8 @@ from traps_test import expected_bindings
 AWAY = float(os.environ.get("VRX_INFORM_AWAY", "0"))
 ALARMS = int(os.environ.get("VRX_INFORM_ALARMS", "300"))
 
+# A first wait that also a busy machine's answer is in time for, and one for tests in which there is none.
+PATIENT = "vrxInformRetry 1000\nvrxInformBackoff 2000\n"
 QUICK = "vrxInformRetry 100\nvrxInformBackoff 400\n"
 USER = "-v3 -u informer -l authPriv -a SHA-256 -A informer-auth-pass -x AES -X informer-priv-pass"
 DAEMON = """
@@ -49,7 +51,7 @@ def session(port, arguments=USER):
 
 
 class InformSystem(TrapSystem):
-    def __init__(self, lines, config=AGENT_CONFIG + QUICK, **more):
+    def __init__(self, lines, config=AGENT_CONFIG + PATIENT, **more):
         super().__init__(config=config + lines, **more)
 
     def __enter__(self):
@@ -77,6 +79,11 @@ class InformSystem(TrapSystem):
         return wait_for(lambda: (lambda status: status if condition(status) else None)(self.inform(port)), what)
 
 
+def once(serials):
+    """Without repetitions, which come directly behind what they repeat: an answer may always be too late."""
+    return [serial for place, serial in enumerate(serials) if place == 0 or serials[place - 1] != serial]
+
+
 def is_balanced(inform):
     return inform["restored"] + inform["considered"] == (
         inform["filtered"] + inform["repeated"] + inform["acknowledged"] + inform["waiting"]
@@ -89,7 +96,8 @@ class Content(unittest.TestCase):
                 InformSystem("vrxInformTraps 3\n" + sink(receiver.port)) as system:
             system.add_destination(1, traps.port, trap_type=BOTH, user="traps")
             system.raise_alarm()
-            received = [inform.trap for inform in wait_for(lambda: receiver.informs()[2:] and receiver.informs(), "3")]
+            wait_for(lambda: len(receiver.informs()) >= 3, "the informs")
+            received = [inform.trap for inform in receiver.informs()]
             self.assertEqual([trap.oid for trap in received], [COLD_START, COMMON_TRAP, NAMED_TRAP])
             self.assertEqual({(trap.version, trap.community) for trap in received}, {(1, "informs")})
             self.assertEqual([tuple(b) for b in received[1].bindings], expected_bindings(COMMON_BASE, COMMON_TIME))
@@ -98,7 +106,7 @@ class Content(unittest.TestCase):
                     if trap.oid != COLD_START]
             self.assertEqual([trap.bindings for trap in received[1:]], [trap.bindings for trap in sent])
             status = system.wait_inform(receiver.port, lambda inform: inform["acknowledged"] == 3, "the status")
-            self.assertEqual((status["state"], status["sent"], status["resent"]), ("answers", 3, 0))
+            self.assertEqual((status["state"], status["sent"]), ("answers", 3))
             self.assertTrue(is_balanced(status), status)
 
     def test_each_receiver_gets_the_traps_of_its_type(self):
@@ -112,15 +120,15 @@ class Content(unittest.TestCase):
     def test_an_inform_that_is_sent_again_is_the_same(self):
         with InformReceiver() as receiver:
             receiver.lose = 3
-            with InformSystem(sink(receiver.port)) as system:
+            with InformSystem(QUICK + sink(receiver.port)) as system:
                 system.raise_alarm()
-                wait_for(lambda: len(receiver.informs()) == 5, "the informs")
+                status = system.wait_inform(receiver.port, lambda inform: inform["acknowledged"] == 2, "the informs")
                 informs = receiver.informs()
-                self.assertEqual([inform.trap.oid for inform in informs], [COLD_START] * 4 + [COMMON_TRAP])
-                self.assertEqual(len(set(receiver.datagrams()[:4])), 1)  # request ID and time included
-                self.assertEqual(informs[4].request_id, informs[0].request_id + 1)
-                status = system.wait_inform(receiver.port, lambda inform: inform["waiting"] == 0, "the status")
-                self.assertEqual((status["sent"], status["resent"], status["acknowledged"]), (2, 3, 2))
+                self.assertEqual(once([inform.trap.oid for inform in informs]), [COLD_START, COMMON_TRAP])
+                self.assertEqual(len(set(receiver.datagrams())), 2)  # request ID and time included
+                self.assertEqual(once([inform.request_id - informs[0].request_id for inform in informs]), [0, 1])
+                self.assertGreaterEqual(status["resent"], 3)
+                self.assertEqual((status["sent"], status["resent"]), (2, len(informs) - 2))
 
     def test_an_inform_that_is_refused_is_dropped_and_the_next_one_sent(self):
         with InformReceiver() as receiver:
@@ -153,12 +161,11 @@ class Levels(unittest.TestCase):
                 expected = wait_for(lambda: [line for line in traps.lines() if len(line) > 2], "the trap")[0]
                 for user, daemon in daemons.items():
                     with self.subTest(user=user):
-                        wait_for(lambda: len(daemon.lines()) == 2, "the informs")
+                        wait_for(lambda: len(daemon.lines()) >= 2, "the informs")
                         line = daemon.lines()[1]
                         self.assertEqual(list(line)[1:], list(expected)[1:])
                         self.assertEqual(list(line.values())[1:], list(expected.values())[1:])
-                        status = system.wait_inform(daemon.port, lambda inform: inform["acknowledged"] == 2, "status")
-                        self.assertEqual(status["resent"], 0)
+                        system.wait_inform(daemon.port, lambda inform: inform["acknowledged"] == 2, "the status")
         finally:
             for daemon in daemons.values():
                 daemon.__exit__()
@@ -202,7 +209,7 @@ class Levels(unittest.TestCase):
             system.raise_alarms(2)
             status = system.wait_inform(daemon.port, lambda inform: "reports" in inform["last_failure"], "the failure")
             self.assertEqual((status["state"], status["acknowledged"]), ("sending fails", 0))
-            system.write("etc/vrx-agentd.conf", AGENT_CONFIG + QUICK + session(daemon.port))
+            system.write("etc/vrx-agentd.conf", AGENT_CONFIG + PATIENT + session(daemon.port))
             reload(system)
             wait_for(lambda: daemon.serials() == [1, 2], "the alarms")
 
@@ -236,10 +243,11 @@ class Away(unittest.TestCase):
             system.wait_inform(daemon.port, lambda inform: inform["waiting"] == ALARMS, "all to wait")
             before = time.monotonic()
             daemon.start()
-            wait_for(lambda: len(daemon.serials()) >= 3 + ALARMS, "all alarms", 120)
+            wait_for(lambda: 3 + ALARMS in daemon.serials(), "all alarms", 120)
             took = time.monotonic() - before
             status = system.wait_inform(daemon.port, lambda inform: inform["waiting"] == 0, "the status")
-            self.assertEqual(daemon.serials(), list(range(1, 4 + ALARMS)))
+            self.assertEqual(once(daemon.serials()), list(range(1, 4 + ALARMS)))
+            self.assertLessEqual(len(daemon.serials()) - 3 - ALARMS, status["resent"])
             self.assertEqual(status["acknowledged"], 4 + ALARMS)
             self.assertEqual(status["sent"], 4 + ALARMS)
             self.assertTrue(is_balanced(status), status)
@@ -268,9 +276,9 @@ class Away(unittest.TestCase):
                 system.agent.kill()
                 system.agent.start()
             daemon.start()
-            wait_for(lambda: len(daemon.serials()) >= expected, "all alarms")
+            wait_for(lambda: expected in daemon.serials(), "all alarms")
             status = system.wait_inform(daemon.port, lambda inform: inform["waiting"] == 0, "the status")
-            self.assertEqual(daemon.serials(), list(range(1, expected + 1)))
+            self.assertEqual(once(daemon.serials()), list(range(1, expected + 1)))
             self.assertTrue(is_balanced(status), status)
 
     def test_nothing_comes_again_after_its_acknowledgement(self):
@@ -300,15 +308,17 @@ class Away(unittest.TestCase):
             receiver.lose = 2
             system.raise_alarms(10)
             wait_for(lambda: 10 in receiver.serials(), "the alarms")
-            self.assertEqual(receiver.serials(acknowledged=True), list(range(1, 11)))
-            self.assertEqual(receiver.serials(), [1, 1] + list(range(1, 11)))
+            self.assertEqual(once(receiver.serials(acknowledged=True)), list(range(1, 11)))
+            self.assertEqual(receiver.serials()[:3], [1, 1, 1])
+            self.assertEqual(once(receiver.serials()), list(range(1, 11)))
 
 
 class Isolation(unittest.TestCase):
     def test_a_dead_receiver_delays_neither_another_nor_traps(self):
         with InformReceiver() as alive, InformReceiver() as dead, TrapReceiver() as traps:
             dead.answering = False
-            lines = sink(dead.port) + session(free_port()) + ("trapsess -Ci %s no-such-host.invalid\n" % USER) + sink(alive.port)
+            lines = (sink(dead.port) + session(free_port()) + "trapsess -Ci %s no-such-host.invalid\n" % USER +
+                     sink(alive.port))
             with InformSystem(lines) as system:
                 system.add_destination(1, traps.port, trap_type=1, user="traps")
                 for serial in range(1, 31):
@@ -358,7 +368,7 @@ class Reloads(unittest.TestCase):
             with InformSystem(sink(stays.port) + sink(goes.port)) as system:
                 system.raise_alarms(3)
                 wait_for(lambda: 3 in stays.serials(), "the alarms")
-                system.write("etc/vrx-agentd.conf", AGENT_CONFIG + QUICK + sink(stays.port) + sink(comes.port))
+                system.write("etc/vrx-agentd.conf", AGENT_CONFIG + PATIENT + sink(stays.port) + sink(comes.port))
                 said = reload(system)
                 self.assertIn("inform destination 127.0.0.1:%d is not configured any more: 4 informs that waited for it "
                               "are dropped" % goes.port, said)
@@ -379,7 +389,7 @@ class Reloads(unittest.TestCase):
                 system.raise_alarms(3)
                 system.wait_inform(receiver.port, lambda inform: inform["waiting"] == 4, "all to wait")
                 system.write("etc/vrx-agentd.conf",
-                             AGENT_CONFIG + QUICK + "informsink 127.0.0.1 another %d\n" % receiver.port)
+                             AGENT_CONFIG + PATIENT + "informsink 127.0.0.1 another %d\n" % receiver.port)
                 reload(system)
                 receiver.answering = True
                 wait_for(lambda: receiver.serials(acknowledged=True) == [1, 2, 3], "all")
@@ -392,10 +402,10 @@ class Reloads(unittest.TestCase):
                 system.raise_alarms(3)
                 system.wait_inform(receiver.port, lambda inform: inform["waiting"] == 4, "all to wait")
                 system.agent.stop()
-                system.write("etc/vrx-agentd.conf", AGENT_CONFIG + QUICK + "informsink 127.0.0.1: informs\n")
+                system.write("etc/vrx-agentd.conf", AGENT_CONFIG + PATIENT + "informsink 127.0.0.1: informs\n")
                 system.agent.start()
                 self.assertEqual(system.informs(), {})
-                system.write("etc/vrx-agentd.conf", AGENT_CONFIG + QUICK + sink(receiver.port))
+                system.write("etc/vrx-agentd.conf", AGENT_CONFIG + PATIENT + sink(receiver.port))
                 receiver.answering = True
                 reload(system)
                 wait_for(lambda: receiver.serials(acknowledged=True) == [1, 2, 3], "all")
