@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <ctime>
 #include <optional>
 #include <string>
 
@@ -18,22 +17,9 @@ namespace {
 
 using Kind = StatusKind;
 using Value = StatusValue;
-using SystemTime = std::chrono::system_clock::time_point;
-
-// "2026-11-21T09:14:03Z"; null for a time that never was.
-Value timeOf(SystemTime time) {
-    if (time == SystemTime{}) return nullptr;
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-    std::tm parts{};
-    char text[32];
-    if (::gmtime_r(&seconds, &parts) == nullptr || std::strftime(text, sizeof text, "%FT%TZ", &parts) == 0) {
-        return nullptr;
-    }
-    return text;
-}
 
 Value timeOf(const std::optional<ActiveAlarms::Moment>& moment) {
-    return moment ? timeOf(moment->time) : Value();
+    return moment ? statusOf(moment->time) : Value();
 }
 
 Value secondsSince(std::chrono::steady_clock::time_point time) {
@@ -74,7 +60,7 @@ const StatusItem<AgentFacts> AGENT[] = {
      [](const AgentFacts& f) -> Value { return f.reloads.refused; }},
     {{"last_reload_taken", Kind::Gauge, "vrx_last_reload_taken", "1 unless the last reload was refused."},
      [](const AgentFacts& f) -> Value { return f.reloads.lastTaken; }},
-    {{"last_reload_at"}, [](const AgentFacts& f) { return timeOf(f.reloads.last); }},
+    {{"last_reload_at"}, [](const AgentFacts& f) { return statusOf(f.reloads.last); }},
 };
 
 struct BackendFacts {
@@ -259,6 +245,7 @@ StatusSection objectsStatus(const Agent& agent) {
 
 StatusSection requestsStatus(const RequestDesk& desk) {
     std::vector<RequestFacts> kinds;
+    kinds.reserve(REQUEST_KINDS);
     for (std::size_t i = 0; i < REQUEST_KINDS; ++i) kinds.push_back({&desk.counters(), static_cast<RequestKind>(i)});
     return statusSection("requests", REQUESTS, kinds);
 }

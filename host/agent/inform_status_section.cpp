@@ -1,6 +1,5 @@
 #include "host/agent/inform_status_section.h"
 
-#include <ctime>
 #include <vector>
 
 namespace {
@@ -13,16 +12,8 @@ Value failureText(const Destination& destination) {
     return destination.lastFailure ? destination.lastFailure->text : "";
 }
 
-// "2026-11-21T09:14:03Z"; null when there was none.
 Value failureTime(const Destination& destination) {
-    if (!destination.lastFailure) return nullptr;
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(destination.lastFailure->when);
-    std::tm parts{};
-    char text[32];
-    if (::gmtime_r(&seconds, &parts) == nullptr || std::strftime(text, sizeof text, "%FT%TZ", &parts) == 0) {
-        return nullptr;
-    }
-    return text;
+    return destination.lastFailure ? statusOf(destination.lastFailure->when) : Value();
 }
 
 Value dropsOf(const InformCounters& counters) {

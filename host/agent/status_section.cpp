@@ -1,6 +1,7 @@
 #include "host/agent/status_section.h"
 
 #include <algorithm>
+#include <ctime>
 #include <utility>
 
 namespace {
@@ -142,6 +143,17 @@ StatusSection joined(StatusSection left, const StatusSection& right) {
         left.rows[i].insert(left.rows[i].end(), right.rows.at(i).begin(), right.rows.at(i).end());
     }
     return left;
+}
+
+StatusValue statusOf(std::chrono::system_clock::time_point time) {
+    if (time == std::chrono::system_clock::time_point{}) return nullptr;
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+    std::tm parts{};
+    char text[32];
+    if (::gmtime_r(&seconds, &parts) == nullptr || std::strftime(text, sizeof text, "%FT%TZ", &parts) == 0) {
+        return nullptr;
+    }
+    return text;
 }
 
 StatusValue statusOf(const LatencyHistogram& histogram) {

@@ -10,6 +10,7 @@
 // Threads: any; nothing is kept.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -85,6 +86,9 @@ StatusSection statusSection(std::string name, const StatusItem<Source> (&items)[
 
 // The fields of both, row by row. REQUIRES: as many rows in one as in the other.
 StatusSection joined(StatusSection left, const StatusSection& right);
+
+// "2026-11-21T09:14:03Z"; null for a time that never was.
+StatusValue statusOf(std::chrono::system_clock::time_point time);
 
 // Count, sum, maximum, 50th, 90th and 99th percentile in seconds, and the buckets with the count of all up to each.
 StatusValue statusOf(const LatencyHistogram& histogram);

@@ -89,6 +89,12 @@ TEST(StatusSection, BytesThatAreNoTextAreReplaced) {
     EXPECT_NE(statusAsMetrics(sections).find("{tap=\"a\xEF\xBF\xBD\"}"), std::string::npos);
 }
 
+TEST(StatusSection, TimesAreUtcAndNoTimeIsNull) {
+    using std::chrono::system_clock;
+    EXPECT_EQ(statusOf(system_clock::from_time_t(1700000000)), "2023-11-14T22:13:20Z");
+    EXPECT_EQ(statusOf(system_clock::time_point{}), nullptr);
+}
+
 TEST(StatusSection, AHistogramsBucketsCountAllUpToThem) {
     LatencyHistogram histogram;
     histogram.add(microseconds(10));
