@@ -67,7 +67,8 @@ public:
     void begin(unsigned long long sequence, const CTLVRecordV3& record);
 
     // The trap of one handler, null when it could not be built. `offered` are the destinations of each sink that were
-    // chosen from. False when there was no memory for it at some sink, for which it is settled then.
+    // chosen from. False when there was no memory for it at some sink, for which it is settled then. Throws
+    // std::bad_alloc, and no sink got it.
     bool deliver(const TrapOrigin& origin, const Ticket& ticket, const std::vector<Destinations>& offered,
                  const std::list<tTrapDestInfo>& chosen, const std::shared_ptr<const Trap>& trap);
 
