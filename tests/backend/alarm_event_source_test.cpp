@@ -28,6 +28,11 @@ public:
         const std::lock_guard<std::mutex> lock(m_mutex);
         return m_handled;
     }
+    void onActiveAlarms(const std::vector<ActiveAlarm>& alarms) override {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_activeLevels.clear();
+        for (const ActiveAlarm& alarm : alarms) m_activeLevels.push_back(alarm.level);
+    }
     void onConnected(unsigned long long lastSequenceOfStore, const std::vector<unsigned int>& activeSerials) override {
         const std::lock_guard<std::mutex> lock(m_mutex);
         ++m_connected;
@@ -58,6 +63,7 @@ public:
     std::vector<std::size_t> cells() const { return copy(m_cells); }
     std::vector<bool> currentAtEvents() const { return copy(m_currentAtEvents); }
     Serials activeSerials() const { return copy(m_activeSerials); }
+    std::vector<unsigned int> activeLevels() const { return copy(m_activeLevels); }
     unsigned long long lastSequenceOfStore() const { return copy(m_lastSequenceOfStore); }
     int connected() const { return copy(m_connected); }
     int disconnected() const { return copy(m_disconnected); }
@@ -77,6 +83,7 @@ private:
     std::vector<bool> m_currentAtEvents;  // what the source said when each event came
     unsigned long long m_lastSequenceOfStore = 0;
     Serials m_activeSerials;
+    std::vector<unsigned int> m_activeLevels;
     Numbers m_events;
     std::vector<std::size_t> m_cells;
     int m_connected = 0;
@@ -195,6 +202,7 @@ TEST_F(AlarmEventSourceTest, TheFirstStartEverBeginsWithTheStoresLastNumber) {
     ASSERT_TRUE(isConnected());
     EXPECT_EQ(m_listener.lastSequenceOfStore(), 3U);
     EXPECT_EQ(m_listener.activeSerials(), (Serials{1, 2, 3}));
+    EXPECT_EQ(m_listener.activeLevels(), (std::vector<unsigned int>{3, 3, 3}));
     raise(1);
     ASSERT_TRUE(hasEvents(1));
     EXPECT_EQ(m_listener.events(), Numbers{4});
