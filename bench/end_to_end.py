@@ -7,26 +7,24 @@ Programs come from TAMREL_BUILD_DIR, as in tests/e2e, whose harness starts them.
 import glob
 import os
 import shutil
-import statistics
 import subprocess
 import sys
 import tempfile
 import time
 
-from report import Row
+from report import Measured, Row
 
 SOURCE_DIR = os.environ.get("TAMREL_SOURCE_DIR") or os.path.abspath(os.path.join(os.path.dirname(__file__), ".."))
 sys.path.insert(0, os.path.join(SOURCE_DIR, "tests", "e2e"))
 
-from backend_client import BackendClient  # noqa: E402
+from backend_client import POWER_LOSS, RAISE_ALARM, BackendClient, record, text, uint  # noqa: E402
 from harness import ALARMS, BUILD_DIR, CLEAR_ALARM, V2C, Program, System, free_port, wait_for  # noqa: E402
 
 ALARM_TABLE = ALARMS.rpartition(".")[0]
 REPETITIONS = 50
 
 STOCK_CONFIG = "rocommunity public 127.0.0.1\ndontLogTCPWrappersConnects yes\n"  # a line per packet otherwise
-FRESH_SECONDS = 1.1  # after that long a walk reads the table anew: every walk measured pays for its reading
-ALWAYS_FRESH = "vrxFreshSnapshotAge 0\n"
+ALWAYS_FRESH = "vrxFreshSnapshotAge 0\nvrxQuietSnapshotAge 0\n"  # every walk reads the table anew
 
 
 class Sizes:
@@ -35,9 +33,8 @@ class Sizes:
         self.rows = 200 if quick else 10_000
         self.gets = 200 if quick else 10_000
         self.growth = (50, 100) if quick else (100, 1_000, 10_000, 100_000)
-        self.growth_rows = 100 if quick else 30_000  # walked at least at each size, in each round
-        self.growth_rounds = 1 if quick else 3
-        self.fresh_seconds = 0 if quick else FRESH_SECONDS
+        self.growth_rows = 100 if quick else 20_000  # walked at least at each size, in each round
+        self.growth_rounds = 1 if quick else 5
 
 
 def cpu_seconds(pid):
@@ -130,26 +127,23 @@ def tool_walk(system, address):
     return done.stdout.splitlines(), time.monotonic() - begin
 
 
-class Measured:
-    """Medians of one figure of ours and of the other's, taken in turns."""
-
-    def __init__(self):
-        self._ours = []
-        self._other = []
-
-    def add(self, ours, other):
-        self._ours.append(ours)
-        self._other.append(other)
-
-    ours = property(lambda self: statistics.median(self._ours))
-    other = property(lambda self: statistics.median(self._other))
-    ratio = property(lambda self: self.ours / self.other)
+def change_alarms(system):
+    """Raises an alarm and ends it: the rows are as before, but the agent has to read them anew."""
+    with BackendClient(system.path("state", "backend.sock")) as backend:
+        raised = backend.call(record(RAISE_ALARM, uint(1, POWER_LOSS, 8), uint(2, 3), text(8, "someone,once")))
+        backend.clear_alarm(int.from_bytes(raised[-4:], "little"))
+    wait_idle(system.agent, system.backend)
 
 
-def compare_walks(system, stock, sizes):
-    agent, both, speed = Measured(), Measured(), Measured()
-    for _ in range(sizes.rounds):
-        time.sleep(sizes.fresh_seconds)
+class Walks:
+    """Figures of one kind of walks."""
+
+    def __init__(self, system, stock, sizes):
+        self._system, self._stock, self._sizes = system, stock, sizes
+        self.agent, self.both, self.speed = Measured(), Measured(), Measured()
+
+    def take_turn(self):
+        system, stock = self._system, self._stock
         with CpuTime(system.agent, system.backend) as ours:
             lines, seconds = tool_walk(system, system.address)
         with CpuTime(stock.agent) as other:
@@ -157,14 +151,25 @@ def compare_walks(system, stock, sizes):
         if lines != other_lines or not lines:
             raise RuntimeError("the agents do not show the same rows")
         microseconds = 1e6 / len(lines)
-        agent.add(ours.seconds[0] * microseconds, other.seconds[0] * microseconds)
-        both.add(sum(ours.seconds) * microseconds, other.seconds[0] * microseconds)
-        speed.add(sizes.rows / seconds, sizes.rows / other_seconds)
-    walk = "bulk walk of %d alarms, " % sizes.rows
+        self.agent.add(ours.seconds[0] * microseconds, other.seconds[0] * microseconds)
+        self.both.add(sum(ours.seconds) * microseconds, other.seconds[0] * microseconds)
+        self.speed.add(self._sizes.rows / seconds, self._sizes.rows / other_seconds)
+
+
+def compare_walks(system, stock, sizes):
+    """Walks of rows that are in memory, as the stock agent's are, and walks right after a change of the alarms."""
+    quiet, changed = Walks(system, stock, sizes), Walks(system, stock, sizes)
+    for _ in range(sizes.rounds):
+        change_alarms(system)
+        changed.take_turn()
+        quiet.take_turn()
+    walk = "bulk walk of %d alarms" % sizes.rows
     return [
-        Row(walk + "agent's CPU per variable, us", agent.ours, agent.other, at_most=0.25),
-        Row(walk + "the same, backend included, us", both.ours, both.other),
-        Row(walk + "rows per second", speed.ours, speed.other, at_least=1.8),
+        Row.of(walk + ", agent's CPU per variable, us", quiet.agent, at_most=0.25),
+        Row.of(walk + ", rows per second", quiet.speed, at_least=1.8),
+        Row.of(walk + " after a change, agent's CPU per variable, us", changed.agent),
+        Row.of(walk + " after a change, the same, backend included, us", changed.both),
+        Row.of(walk + " after a change, rows per second", changed.speed),
     ]
 
 
@@ -179,32 +184,37 @@ def compare_gets(system, stock, sizes):
                     load("get", port, CLEAR_ALARM, sizes.gets, under_way)
                 spent.append(used.seconds[0] * 1e6 / sizes.gets)
             cpu.add(*spent)
-        rows.append(Row("GET of a scalar, %d under way, agent's CPU, us" % under_way, cpu.ours, cpu.other,
-                        at_most=0.6))
+        rows.append(Row.of("GET of a scalar, %d under way, agent's CPU, us" % under_way, cpu, at_most=0.6))
     return rows
 
 
+def cost_of_walks(system, size, rows):
+    """CPU microseconds of the agent per row, of as many walks as make at least that many rows."""
+    walks = max(1, rows // size)
+    with CpuTime(system.agent) as cpu:
+        for _ in range(walks):
+            load("walk", system.port, ALARM_TABLE, REPETITIONS)
+    return cpu.seconds[0] * 1e6 / (walks * size)
+
+
 def growth(sizes):
-    """CPU per row, against that of the smallest table."""
+    """CPU per row, against that of the smallest table in a system of its own, by turns."""
+    smallest, *larger = sizes.growth
     rows = []
-    with System(extra_config=ALWAYS_FRESH) as system:
-        raised, smallest = 0, None
-        for size in sizes.growth:
+    with System(extra_config=ALWAYS_FRESH) as system, System(extra_config=ALWAYS_FRESH) as small:
+        raise_alarms(small, smallest)
+        raised = 0
+        for size in larger:
             raise_alarms(system, size - raised)
             raised = size
-            walks = max(1, sizes.growth_rows // size)
             load("walk", system.port, ALARM_TABLE, REPETITIONS)
-            costs = []
+            load("walk", small.port, ALARM_TABLE, REPETITIONS)
+            cost = Measured()
             for _ in range(sizes.growth_rounds):
-                with CpuTime(system.agent) as cpu:
-                    for _ in range(walks):
-                        load("walk", system.port, ALARM_TABLE, REPETITIONS)
-                costs.append(cpu.seconds[0] * 1e6 / (walks * size))
-            cost = statistics.median(costs)
-            smallest = smallest or cost
-            what = "bulk walk, agent's CPU per row, us: %d alarms against %d" % (size, sizes.growth[0])
-            if size != sizes.growth[0]:
-                rows.append(Row(what, cost, smallest, at_most=1.15))
+                ours = cost_of_walks(system, size, sizes.growth_rows)
+                cost.add(ours, cost_of_walks(small, smallest, sizes.growth_rows))
+            what = "bulk walk, agent's CPU per row, us: %d alarms against %d" % (size, smallest)
+            rows.append(Row.of(what, cost, at_most=1.15))
     return rows
 
 
@@ -216,5 +226,5 @@ def rows_of(quick):
             rows = compare_walks(system, stock, sizes)
             memory = resident_megabytes(system.agent.pid)
             rows += compare_gets(system, stock, sizes)
-            rows.append(Row("resident memory of the agent with %d alarms, MB" % sizes.rows, memory, None, at_most=60))
+            rows.append(Row("resident memory of the agent with %d alarms, MB" % sizes.rows, memory, at_most=60))
     return rows + growth(sizes)

@@ -1,19 +1,24 @@
 """The rows of the benchmarks' table."""
 
+import statistics
+
 
 class Row:
     """One comparison. With a target the ratio of ours to the other's decides, or, where there is no other, our figure."""
 
-    def __init__(self, what, ours, other, at_most=None, at_least=None):
+    def __init__(self, what, ours, other=None, at_most=None, at_least=None):
         self.what = what
         self.ours = ours
         self.other = other
+        self.ratio = None if other is None else ours / other
         self._at_most = at_most
         self._at_least = at_least
 
-    @property
-    def ratio(self):
-        return None if self.other is None else self.ours / self.other
+    @classmethod
+    def of(cls, what, measured, **target):
+        row = cls(what, measured.ours, measured.other, **target)
+        row.ratio = measured.ratio
+        return row
 
     @property
     def missed(self):
@@ -31,6 +36,21 @@ class Row:
             verdict = "missed" if self.missed else "ok"
         return [self.what, figure(self.ours), figure(self.other), "" if self.ratio is None else "%.2f" % self.ratio,
                 target, verdict]
+
+
+class Measured:
+    """One figure of ours and of the other's, taken by turns. The ratio is the median of the turns' own ratios: what slows
+    the machine down for a while slows both of a turn."""
+
+    def __init__(self):
+        self._turns = []
+
+    def add(self, ours, other):
+        self._turns.append((ours, other))
+
+    ours = property(lambda self: statistics.median(ours for ours, _ in self._turns))
+    other = property(lambda self: statistics.median(other for _, other in self._turns))
+    ratio = property(lambda self: statistics.median(ours / other for ours, other in self._turns))
 
 
 def figure(number):
