@@ -107,7 +107,7 @@ private:
 
     // of the source's thread
     BackendBackoff m_backoff;
-    bool m_failureKnown = false;  // the reason for the lack of a subscription was logged
+    bool m_failureKnown = false;                    // the reason for the lack of a subscription was logged
     std::optional<unsigned long long> m_currentAt;  // event with which the listener has come up with the store
 
     std::atomic<bool> m_current{false};

@@ -39,8 +39,8 @@ BackendAddress parseUnix(const std::string& path, const std::string& root) {
     address.path = path.front() == '/' ? path : root + "/" + path;
     constexpr std::size_t LONGEST = sizeof(sockaddr_un::sun_path) - 1;
     if (address.path.size() > LONGEST)
-        throw std::invalid_argument("socket path \"" + address.path + "\" is longer than " +
-                                    std::to_string(LONGEST) + " bytes");
+        throw std::invalid_argument("socket path \"" + address.path + "\" is longer than " + std::to_string(LONGEST) +
+                                    " bytes");
     return address;
 }
 
@@ -50,8 +50,7 @@ BackendAddress parseTcp(const std::string& hostAndPort) {
     std::string host = hostAndPort.substr(0, colon);
     if (host.size() > 2 && host.front() == '[' && host.back() == ']') host = host.substr(1, host.size() - 2);
     if (host == "localhost") host = "127.0.0.1";
-    if (!isLoopback(host))
-        throw std::invalid_argument("\"" + host + "\" is not a numeric loopback address");
+    if (!isLoopback(host)) throw std::invalid_argument("\"" + host + "\" is not a numeric loopback address");
     BackendAddress address;
     address.kind = BackendAddress::Kind::Tcp;
     address.host = host;

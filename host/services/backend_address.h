@@ -1,5 +1,5 @@
-// Where a server of this machine listens (the management backend, the agent for vrxctl and for collectors): a Unix socket
-// or a TCP port on the loopback interface.
+// Where a server of this machine listens (the management backend, the agent for vrxctl and for collectors): a Unix
+// socket or a TCP port on the loopback interface.
 //
 // Only loopback addresses are accepted, because their protocols have neither authentication nor encryption, and only
 // numeric ones (and "localhost"), because a name look-up could outlast the deadline of a call.
