@@ -24,7 +24,9 @@ ALARM_TABLE = ALARMS.rpartition(".")[0]
 REPETITIONS = 50
 
 STOCK_CONFIG = "rocommunity public 127.0.0.1\ndontLogTCPWrappersConnects yes\n"  # a line per packet otherwise
-ALWAYS_FRESH = "vrxFreshSnapshotAge 0\nvrxQuietSnapshotAge 0\n"  # every walk reads the table anew
+# Every walk reads the table anew, and goes on in what it read also where the machine is so busy that it takes minutes.
+ALWAYS_FRESH = ("vrxFreshSnapshotAge 0\nvrxQuietSnapshotAge 0\nvrxWalkSnapshotAge 600000\nvrxSnapshotsKept 1\n"
+                "vrxRequestDeadline 60000\n")
 
 
 class Sizes:
