@@ -8,7 +8,7 @@
 
 namespace {
 
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 SnmpValue numberValue(unsigned char type, std::uint64_t number) {
     SnmpValue value;
