@@ -239,6 +239,7 @@ const StatusItem<TrapCounters> TRAPS[] = {
 
 StatusSection objectsStatus(const Agent& agent) {
     std::vector<const ManagedObject*> objects;
+    objects.reserve(agent.objects().size());
     for (const auto& object : agent.objects()) objects.push_back(object.get());
     return statusSection("objects", OBJECTS, objects);
 }
@@ -252,6 +253,7 @@ StatusSection requestsStatus(const RequestDesk& desk) {
 
 StatusSection destinationsStatus(const std::vector<DestinationStatus>& destinations) {
     std::vector<TrapCounters> counters;
+    counters.reserve(destinations.size());
     for (const DestinationStatus& destination : destinations) counters.push_back(destination.counters);
     return joined(statusSection("destinations", DESTINATIONS, destinations), statusSection("", TRAPS, counters));
 }

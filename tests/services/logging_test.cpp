@@ -368,6 +368,7 @@ TEST_F(Logging, AnAlarmsDumpIsOneRecordWhoeverWritesBesides) {
         record += row + (binding < 15 ? "\\n" : "");
     }
     std::vector<std::thread> threads;
+    threads.reserve(THREADS);
     for (int i = 0; i < THREADS; ++i) {
         threads.emplace_back([&dump] {
             for (int n = 0; n < DUMPS; ++n) write(Kind::Warn, "%s", dump.c_str());
