@@ -190,8 +190,8 @@ int CSnmpTableBase::GetBatchTableInfo_i(CR8KPackageV3& req, std::string& key, st
 
 int CSnmpTableBase::AppendRspPkgRecord(CR8KPackageV3& rsp, const CTLVRecordV3& record) {
     if (!queryRecordValidation(record) || preGetRspCell(record) != 0) return 0;
-    auto row = CTLVRecordV3::withRoom(CTLVRecordV3::NO_IDENTIFIER, CTLVRecordV3::DEFAULT_BUCKETS, USUAL_CELLS,
-                                      USUAL_VALUES);
+    auto row =
+        CTLVRecordV3::withRoom(CTLVRecordV3::NO_IDENTIFIER, CTLVRecordV3::DEFAULT_BUCKETS, USUAL_CELLS, USUAL_VALUES);
     fillRspRecord(record, row.get());
     postGetRspCell(record);
     if (row->count() == 0) return 0;  // no row: it may lack a number, too
