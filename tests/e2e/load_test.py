@@ -59,18 +59,18 @@ class CountingReceiver(TrapReceiver):
 
 
 class Load(Crowd):
-    """Walks, SETs and events, none of which may ever fail."""
+    """Walks, GETs, SETs and events, none of which may ever fail; `pause`: seconds between two requests of a kind."""
 
-    def __init__(self, system, events_per_second, active, at_once=10):
+    def __init__(self, system, events_per_second, active, at_once=10, pause=0.0):
         self.system = system
         self.alarms = Alarms(system, at_once, active)
         # Each turn clears as many alarms as it raises: two events for one of `at_once`.
         self.actors = [
             Actor("alarms", self.alarms.act, pause=2 * at_once / events_per_second),
-            Actor("walk of alarms", self._walk_alarms),
-            Actor("walk over v3", self._walk_v3),
-            Actor("get", self._get),
-            Actor("set", self._set),
+            Actor("walk of alarms", self._walk_alarms, pause),
+            Actor("walk over v3", self._walk_v3, pause),
+            Actor("get", self._get, pause),
+            Actor("set", self._set, pause),
         ]
 
     def __enter__(self):
@@ -177,7 +177,7 @@ class Soak(unittest.TestCase):
         with System(agent_config=CONFIG) as system, CountingReceiver() as receiver:
             system.add_destination(1, receiver.port, trap_type=COMMON)
             samples = []
-            with Load(system, events_per_second=self.RATE, active=1000, at_once=25) as load:
+            with Load(system, events_per_second=self.RATE, active=1000, at_once=25, pause=0.2) as load:
                 start = time.monotonic()
                 while time.monotonic() < start + SOAK_SECONDS:
                     time.sleep(1)
