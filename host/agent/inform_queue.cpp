@@ -1,8 +1,5 @@
 #include "host/agent/inform_queue.h"
 
-#include <pthread.h>
-#include <signal.h>
-
 #include <chrono>
 #include <random>
 #include <tuple>
@@ -11,6 +8,7 @@
 #include "host/agent/agent_log.h"
 #include "host/agent/trap_bytes.h"
 #include "host/services/out_of_memory.h"
+#include "host/services/thread_without_signals.h"
 
 namespace {
 
@@ -101,13 +99,7 @@ InformQueue::InformQueue(const std::string& path, std::function<void()> onReady)
     load();
     m_statements = std::make_unique<Statements>(m_database);
 
-    // Signals are the agent thread's: a new thread inherits the mask.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_BLOCK, &all, &before);
-    m_thread = std::thread([this] { run(); });
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    m_thread = threadWithoutSignals([this] { run(); });
 }
 
 InformQueue::~InformQueue() {

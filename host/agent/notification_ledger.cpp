@@ -1,12 +1,10 @@
 #include "host/agent/notification_ledger.h"
 
-#include <pthread.h>
-#include <signal.h>
-
 #include <chrono>
 
 #include "host/agent/agent_log.h"
 #include "host/services/out_of_memory.h"
+#include "host/services/thread_without_signals.h"
 
 namespace {
 
@@ -25,13 +23,7 @@ NotificationLedger::NotificationLedger(const std::string& path) : m_database(pat
     SqliteStatement::Run row(select);
     if (row.step()) m_written = m_lastBegun = row.number(0);
 
-    // Signals are the agent thread's: a new thread inherits the mask.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_BLOCK, &all, &before);
-    m_writer = std::thread([this] { run(); });
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    m_writer = threadWithoutSignals([this] { run(); });
 }
 
 NotificationLedger::~NotificationLedger() {

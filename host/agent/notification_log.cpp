@@ -1,8 +1,5 @@
 #include "host/agent/notification_log.h"
 
-#include <pthread.h>
-#include <signal.h>
-
 #include <chrono>
 #include <filesystem>
 #include <utility>
@@ -10,6 +7,7 @@
 #include "host/agent/agent_log.h"
 #include "host/agent/trap_bytes.h"
 #include "host/services/out_of_memory.h"
+#include "host/services/thread_without_signals.h"
 
 namespace {
 
@@ -22,13 +20,7 @@ constexpr std::size_t BATCH = 1000;
 
 NotificationLog::NotificationLog(std::string path) : m_path(std::move(path)) {
     m_counters.kept = KEPT;
-    // Signals are the agent thread's: a new thread inherits the mask.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_BLOCK, &all, &before);
-    m_writer = std::thread([this] { run(); });
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    m_writer = threadWithoutSignals([this] { run(); });
 }
 
 NotificationLog::~NotificationLog() {

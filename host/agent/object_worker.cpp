@@ -2,21 +2,12 @@
 
 #include <pthread.h>
 
-#include <csignal>
 #include <utility>
 
+#include "host/services/thread_without_signals.h"
+
 ObjectWorker::ObjectWorker(const std::string& name) {
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);  // the new thread inherits the mask
-    try {
-        m_thread = std::thread([this] { run(); });
-    } catch (...) {
-        pthread_sigmask(SIG_SETMASK, &before, nullptr);
-        throw;
-    }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    m_thread = threadWithoutSignals([this] { run(); });
     pthread_setname_np(m_thread.native_handle(), name.substr(0, 15).c_str());
 }
 

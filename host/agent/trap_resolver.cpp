@@ -2,8 +2,6 @@
 
 #include <arpa/inet.h>
 #include <netdb.h>
-#include <pthread.h>
-#include <signal.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -13,6 +11,7 @@
 #include <thread>
 
 #include "host/services/out_of_memory.h"
+#include "host/services/thread_without_signals.h"
 
 namespace {
 
@@ -92,19 +91,7 @@ TrapResolver::TrapResolver(seconds interval, Answer answer, Lookup lookup) : m_s
     m_state->interval = interval;
     m_state->answer = std::move(answer);
     m_state->lookup = std::move(lookup);
-    // Signals are the agent thread's: a new thread inherits the mask.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_BLOCK, &all, &before);
-    const auto restore = [&before] { pthread_sigmask(SIG_SETMASK, &before, nullptr); };
-    try {
-        std::thread([state = m_state] { state->run(); }).detach();
-    } catch (...) {
-        restore();
-        throw;
-    }
-    restore();
+    threadWithoutSignals([state = m_state] { state->run(); }).detach();
 }
 
 TrapResolver::~TrapResolver() {
