@@ -42,8 +42,8 @@ public:
     virtual void submit(const TrapOrigin& origin, const TrapDestinationMap& considered,
                         const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Trap> trap, Settled settled) = 0;
 
-    // Whether a trap may come behind others of younger origin: it was held while its alarm flapped. A sink that does not
-    // take such gets every trap at once.
+    // Whether a trap may come behind others of younger origin: it was held while its alarm flapped. A sink that does
+    // not take such gets every trap at once.
     virtual bool takesLate() const { return false; }
 
     // Events are numbered anew, from `sequence` + 1. What the sink remembers of it is on disk when it returns; throws
