@@ -1,6 +1,7 @@
 #include "host/agent/notification_ledger.h"
 
 #include <chrono>
+#include <utility>
 
 #include "host/agent/agent_log.h"
 #include "host/services/out_of_memory.h"
@@ -17,7 +18,8 @@ constexpr const char* SCHEMA =
 
 }  // namespace
 
-NotificationLedger::NotificationLedger(const std::string& path) : m_database(path) {
+NotificationLedger::NotificationLedger(const std::string& path, std::function<void()> beforeWrite)
+    : m_beforeWrite(std::move(beforeWrite)), m_database(path) {
     m_database.execute(SCHEMA);
     SqliteStatement select(m_database, "SELECT done FROM ledger");
     SqliteStatement::Run row(select);
@@ -100,6 +102,7 @@ void NotificationLedger::flush() {
         done = doneLocked();
         if (done == m_written) return;
     }
+    if (m_beforeWrite) m_beforeWrite();
     write(*done);
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_written = done;

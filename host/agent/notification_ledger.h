@@ -15,6 +15,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -33,8 +34,9 @@ public:
         std::uint64_t numbering = 0;  // of the backend's store: a younger one starts anew
     };
 
-    // Opens or creates the file. Throws SqliteError.
-    explicit NotificationLedger(const std::string& path);
+    // Opens or creates the file. `beforeWrite` is called, by any thread, before a number of events that are done with
+    // is written: for what has to be on disk by then, since those events never come again. Throws SqliteError.
+    explicit NotificationLedger(const std::string& path, std::function<void()> beforeWrite = nullptr);
     ~NotificationLedger();  // writes what is known
     NotificationLedger(const NotificationLedger&) = delete;
     NotificationLedger& operator=(const NotificationLedger&) = delete;
@@ -62,6 +64,8 @@ private:
     void tryToFlush();
     void write(Sequence sequence);  // caller holds m_writing
     Sequence doneLocked() const;    // caller holds m_mutex
+
+    const std::function<void()> m_beforeWrite;
 
     std::mutex m_writing;  // taken before m_mutex; guards the next
     SqliteDatabase m_database;

@@ -127,6 +127,13 @@ void NotificationLog::flush() {
     }
 }
 
+void NotificationLog::flushWhatCanBe() {
+    try {
+        flush();
+    } catch (const SqliteError&) {  // the writer tells of it when it tries again
+    }
+}
+
 // Caller holds m_writing.
 void NotificationLog::noteOpen() {
     const std::lock_guard<std::mutex> lock(m_mutex);

@@ -53,6 +53,9 @@ public:
     // Writes what waits now. Throws SqliteError, and what waits goes on waiting.
     void flush();
 
+    // The same, but that a file which cannot be written keeps nobody from going on.
+    void flushWhatCanBe();
+
     Counters counters() const;
 
     const std::string& path() const { return m_path; }

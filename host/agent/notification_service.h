@@ -95,9 +95,9 @@ private:
     TrapSender m_sender;
     NetSnmpInformTransport m_informTransport;
     InformSender m_informs;
-    NotificationLedger m_ledger;
-    TamrelBinding m_binding;
     NotificationLog m_log;
+    NotificationLedger m_ledger;  // its thread uses the log
+    TamrelBinding m_binding;
     TrapDelivery m_delivery;
     NotificationPath m_path;
     ActiveAlarms m_alarms;

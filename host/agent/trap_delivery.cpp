@@ -155,6 +155,13 @@ void TrapDelivery::follow(const StormPacing::Verdict& verdict) {
 
 // The sink settles what was held by the ledger.
 void TrapDelivery::sendHeld(const Held& held) {
+    // The event stays open until it is logged.
+    struct Open {
+        ~Open() { ledger.settle(ticket); }
+        NotificationLedger& ledger;
+        const Ticket ticket;
+    } const open{m_ledger, held.ticket};
+    m_ledger.hold(held.ticket);
     bool taken = true;
     try {
         withPatience([&] {

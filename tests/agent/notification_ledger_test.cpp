@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
 #include <thread>
 
@@ -46,6 +47,25 @@ TEST_F(NotificationLedgerTest, TheFirstNumberIsOnDiskBeforeAnythingElse) {
     SqliteStatement::Run row(select);
     ASSERT_TRUE(row.step());
     EXPECT_EQ(row.number(0), 41U);
+}
+
+TEST_F(NotificationLedgerTest, WhatHasToBeOnDiskBeforeANumberIsWrittenBeforeIt) {
+    std::atomic<int> calls{0};
+    std::atomic<unsigned long long> numberThen{0};
+    NotificationLedger ledger(path(), [&] {
+        SqliteDatabase other(path());
+        SqliteStatement select(other, "SELECT done FROM ledger");
+        SqliteStatement::Run row(select);
+        if (row.step()) numberThen = row.number(0);
+        ++calls;
+    });
+    ledger.startBehind(41);
+    ledger.settle(ledger.begin(42));
+    ledger.flush();
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(numberThen, 41U);
+    ledger.flush();  // nothing is left to write
+    EXPECT_EQ(calls, 1);
 }
 
 TEST_F(NotificationLedgerTest, AnEventIsDoneWhenAllItsTrapsAre) {
