@@ -3,8 +3,10 @@
 VRX_STORM_CHANGES (default 120) is how often the alarm changes, 50 times a second.
 """
 
+import contextlib
 import json
 import os
+import sqlite3
 import threading
 import time
 import unittest
@@ -58,6 +60,17 @@ class Flapping:
 
     def last(self):
         return (self.serial, RAISED if self.changes % 2 == 1 else ENDED)
+
+
+def last_done(system):
+    return json.loads(system.vrxctl("status", "--json"))["events"]["last_done"]
+
+
+def remembered(system):
+    """What the agent would go on behind if it were killed now."""
+    database = sqlite3.connect("file:%s?mode=ro" % system.path("state", "notifications.db"), uri=True)
+    with contextlib.closing(database):
+        return database.execute("SELECT done FROM ledger").fetchone()[0]
 
 
 class Storms(unittest.TestCase):
@@ -122,6 +135,8 @@ class Storms(unittest.TestCase):
             wait_for(lambda: destination(system)["held"] == 1 or destination(system)["held"] == 2, "a held trap")
             self.assertNotEqual(changes_of(receiver)[-1], alarm.last())
             for end in (system.agent.kill, system.agent.stop):
+                # What is done with is remembered: else all changes come again, and are held again.
+                wait_for(lambda: remembered(system) == last_done(system), "the number of the last event done")
                 seen = len(receiver.datagrams())
                 end()
                 system.agent.start()
