@@ -13,6 +13,7 @@
 #include "host/agent/line_budget.h"
 #include "host/agent/listener_address.h"
 #include "host/agent/net_snmp.h"
+#include "host/agent/udp_listener.h"
 #include "host/agent/usm_users.h"
 
 // The standard groups are in a library of their own, whose headers are not installed.
@@ -204,6 +205,7 @@ void SnmpEngine::listen(std::vector<std::string> addresses, RequestDesk& desk) {
             throw EngineError("cannot listen on " + address +
                               (errno == 0 ? "" : std::string(": ") + std::strerror(errno)));
         }
+        receiveDirectly(*transport);
         netsnmp_session session;
         snmp_sess_init(&session);
         session.version = SNMP_DEFAULT_VERSION;
