@@ -15,8 +15,7 @@ using std::chrono::milliseconds;
 
 constexpr unsigned long LAST_TABLE_NUMBER = 65'535;  // of the trap destination table
 constexpr unsigned long TICKS_PER_SECOND = 100;
-
-const OidVector COLD_START = {1, 3, 6, 1, 6, 3, 1, 1, 5, 1};
+constexpr milliseconds SHORTEST_SLEEP{1};
 
 // How long the answer to an attempt is waited for, or a failed one rests.
 milliseconds patienceOf(const InformPolicy& policy, unsigned int attempts) {
@@ -44,34 +43,19 @@ struct Submission {
 
 InformSender::InformSender(AgentLoop& loop, InformTransport& transport, const std::string& queuePath,
                            std::chrono::seconds resolveInterval, TrapResolver::Lookup lookup)
-    : m_loop(loop),
-      m_transport(transport),
+    : m_transport(transport),
       m_firstUpTime(static_cast<std::uint32_t>(netsnmp_get_agent_uptime())),
       m_list(std::make_shared<TrapDestinationMap>()),
-      m_lastNumber(LAST_TABLE_NUMBER) {
-    m_resolver = std::make_unique<TrapResolver>(
-        resolveInterval,
-        [this, alive = std::weak_ptr<int>(m_alive)](const std::string& name, const std::string& address) {
-            m_loop.post([this, alive, name, address] {
-                if (!alive.expired()) takeAddress(name, address);
-            });
-        },
-        std::move(lookup));
-    m_queue = std::make_unique<InformQueue>(queuePath, [this] {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        wakePump();
-    });
-}
-
-InformSender::~InformSender() {
-    m_resolver.reset();
-}
+      m_lastNumber(LAST_TABLE_NUMBER),
+      m_turns(
+          loop, [this] { takeTurn(); }, SHORTEST_SLEEP, resolveInterval, std::move(lookup)),
+      m_queue(queuePath, [this] { m_turns.wake(); }) {}
 
 void InformSender::setDestinations(const std::vector<InformDestination>& destinations, bool complete) {
     InformQueue::Limits limits;
     for (const InformDestination& one : destinations) limits[one.name()] = one.policy.queueLimit;
     const std::lock_guard<std::mutex> lock(m_mutex);
-    const InformQueue::Limits gone = m_queue->setReceivers(limits, !complete);
+    const InformQueue::Limits gone = m_queue.setReceivers(limits, !complete);
     for (const auto& [name, waiting] : gone) {
         agent_log::warn("inform destination " + name + " is not configured any more: " + std::to_string(waiting) +
                         " informs that waited for it are dropped");
@@ -103,7 +87,7 @@ void InformSender::setDestinations(const std::vector<InformDestination>& destina
         Destination& destination = m_destinations[key];
         if (known == keys.end()) {
             destination.name = one.name();
-            destination.counters.restored = m_queue->standing(one.name()).restored;
+            destination.counters.restored = m_queue.standing(one.name()).restored;
         }
         const auto link = m_links.find(key);
         if (link != m_links.end() && !(link->second.peer == one.peer)) m_links.erase(link);
@@ -118,7 +102,7 @@ void InformSender::setDestinations(const std::vector<InformDestination>& destina
         list->emplace(key, std::move(info));
     }
     m_list = std::move(list);
-    wakePump();
+    m_turns.wake();
 }
 
 // Any thread
@@ -136,11 +120,7 @@ std::uint32_t InformSender::upTime() const {
 
 void InformSender::submit(const TrapOrigin& origin, const TrapDestinationMap& considered,
                           const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Trap> trap, Settled settled) {
-    std::set<std::string> keys;
-    for (const tTrapDestInfo& info : chosen) {
-        std::string key = trapDestinationKey(info.index);
-        if (considered.count(key) != 0) keys.insert(std::move(key));
-    }
+    const std::set<std::string> keys = chosenKeys(considered, chosen);
     const auto submission = std::make_shared<Submission>(std::move(settled));
     const auto release = [submission] { submission->release(); };
     {
@@ -172,7 +152,7 @@ void InformSender::enqueue(Destination& destination, const TrapOrigin& origin, c
                            const Settled& settled) {
     InformQueue::Added added = InformQueue::Added::Full;
     try {
-        added = withPatience([&] { return m_queue->add(destination.name, origin, upTime(), trap, settled); });
+        added = withPatience([&] { return m_queue.add(destination.name, origin, upTime(), trap, settled); });
     } catch (const std::bad_alloc&) {
         settled();
     }
@@ -188,21 +168,12 @@ void InformSender::noteFull(Destination& destination, bool full) {
     if (full) {
         agent_log::error("inform destination " + destination.name + ": " + std::to_string(limit) +
                          " informs wait for it, more are dropped");
-    } else if (hasRoom(m_queue->standing(destination.name).waiting, limit)) {
+    } else if (hasRoom(m_queue.standing(destination.name).waiting, limit)) {
         agent_log::info("inform destination " + destination.name + ": its queue takes informs again");
     } else {
         return;
     }
     destination.full = full;
-}
-
-void InformSender::sendColdStart() {
-    auto trap = std::make_shared<Trap>();
-    trap->oid = COLD_START;
-    const auto all = destinations();
-    std::list<tTrapDestInfo> chosen;
-    for (const auto& entry : *all) chosen.push_back(entry.second);
-    submit(TrapOrigin(), *all, chosen, std::move(trap), nullptr);
 }
 
 InformStatus InformSender::status() const {
@@ -212,7 +183,7 @@ InformStatus InformSender::status() const {
     for (const auto& entry : m_destinations) {
         const Destination& destination = entry.second;
         const InformPeer& peer = destination.settings.peer;
-        const InformQueue::Standing standing = m_queue->standing(destination.name);
+        const InformQueue::Standing standing = m_queue.standing(destination.name);
         InformDestinationStatus one;
         one.name = destination.name;
         one.address = peer.host;
@@ -231,28 +202,13 @@ InformStatus InformSender::status() const {
     return status;
 }
 
-// Caller holds m_mutex.
-void InformSender::wakePump() {
-    if (m_pumpPosted || m_stopped) return;
-    untilMemory([this] {
-        m_loop.post([this, alive = std::weak_ptr<int>(m_alive)] {
-            if (!alive.expired()) untilMemory([this] { pump(); });
-        });
-    });
-    m_pumpPosted = true;
-}
-
 // Agent thread
 
 void InformSender::stop() {
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_stopped) return;
-        m_stopped = true;
-    }
-    m_resolver.reset();
+    if (m_turns.stopped()) return;
+    m_turns.stop();
     m_links.clear();
-    m_queue->stop();
+    m_queue.stop();
     const InformStatus last = status();
     for (const InformDestinationStatus& one : last.destinations) {
         agent_log::info("inform destination " + one.name + ": " + one.counters.text());
@@ -262,30 +218,18 @@ void InformSender::stop() {
     }
 }
 
-void InformSender::pump() {
+void InformSender::takeTurn() {
     std::set<std::string> keys;
-    std::set<std::string> names;
+    std::set<std::string> hosts;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_pumpPosted = false;
-        if (m_stopped) return;
         for (const auto& [key, destination] : m_destinations) {
             keys.insert(key);
-            const std::string& host = destination.settings.peer.host;
-            if (!isIpv4Address(host) && !isIpv6Address(host)) names.insert(host);
+            hosts.insert(destination.settings.peer.host);
         }
     }
-    watchNames(names);
+    m_turns.watch(hosts);
     for (const std::string& key : keys) serve(key);
-}
-
-void InformSender::watchNames(const std::set<std::string>& names) {
-    if (names == m_watched) return;
-    for (auto at = m_addresses.begin(); at != m_addresses.end();) {
-        at = names.count(at->first) == 0 ? m_addresses.erase(at) : std::next(at);
-    }
-    m_watched = names;
-    m_resolver->watch(names);
 }
 
 // Sends the receiver's first inform, unless one is under way or its time has not come.
@@ -294,15 +238,15 @@ void InformSender::serve(const std::string& key) {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         const auto found = m_destinations.find(key);
-        if (m_stopped || found == m_destinations.end()) return;
+        if (m_turns.stopped() || found == m_destinations.end()) return;
         settings = found->second.settings;
     }
     Link& link = m_links[key];
     if (link.underWay != 0) return;
-    const std::optional<Inform> inform = m_queue->first(settings.name());
+    const std::optional<Inform> inform = m_queue.first(settings.name());
     if (!inform) return;
-    if (link.notBefore > Clock::now()) return sleepUntil(link.notBefore);
-    const std::string address = addressOf(settings.peer.host);
+    if (link.notBefore > Clock::now()) return m_turns.sleepUntil(link.notBefore);
+    const std::string address = m_turns.addressOf(settings.peer.host);
     if (address.empty()) {  // serve() comes again when there is one
         link.channel.reset();
         return noteState(key, InformState::Unresolved, "");
@@ -315,7 +259,7 @@ void InformSender::serve(const std::string& key) {
         if (!link.channel) {
             link.notBefore = Clock::now() + patienceOf(settings.policy, link.attempts++);
             noteState(key, InformState::Failing, failure);
-            return sleepUntil(link.notBefore);
+            return m_turns.sleepUntil(link.notBefore);
         }
     }
     link.underWay = inform->number;
@@ -345,7 +289,7 @@ void InformSender::take(const std::string& key, std::uint64_t number, const Info
         const bool failed = outcome.kind == Kind::NoAnswer || outcome.kind == Kind::Failed;
         const bool givenUp = failed && policy.retries && link.attempts >= *policy.retries;
         if (givenUp) counters.drop(InformDrop::GivenUp);
-        if (!failed || givenUp) m_queue->remove(name, number);
+        if (!failed || givenUp) m_queue.remove(name, number);
         if (outcome.kind == Kind::Failed) link.notBefore = Clock::now() + patienceOf(policy, link.attempts);
         link.attempts = !failed || givenUp ? 0 : link.attempts + 1;
         if (outcome.wasSent) link.sent = number;
@@ -386,32 +330,4 @@ void InformSender::noteState(const std::string& key, InformState state, const st
     } else {
         agent_log::warn(line);
     }
-}
-
-std::string InformSender::addressOf(const std::string& host) const {
-    if (isIpv4Address(host) || isIpv6Address(host)) return host;
-    const auto found = m_addresses.find(host);
-    return found == m_addresses.end() ? "" : found->second;
-}
-
-void InformSender::takeAddress(const std::string& name, const std::string& address) {
-    if (m_watched.count(name) == 0) return;
-    // A name that had an address keeps it while the name server is away.
-    std::string& known = m_addresses[name];
-    if (!address.empty()) known = address;
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    wakePump();
-}
-
-void InformSender::sleepUntil(Clock::time_point when) {
-    const Clock::time_point now = Clock::now();
-    if (m_wakeAt > now && m_wakeAt <= when) return;  // a timer is on its way
-    const milliseconds delay = std::max(milliseconds(1), std::chrono::ceil<milliseconds>(when - now));
-    m_loop.runAfter(delay, [this, alive = std::weak_ptr<int>(m_alive), when] {
-        if (alive.expired()) return;
-        if (m_wakeAt == when) m_wakeAt = Clock::time_point::max();
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        wakePump();
-    });
-    m_wakeAt = when;  // the timer is set, and not before
 }

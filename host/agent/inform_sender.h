@@ -17,7 +17,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -26,14 +25,13 @@
 #include "host/agent/inform_queue.h"
 #include "host/agent/inform_status.h"
 #include "host/agent/notification_sink.h"
-#include "host/agent/trap_resolver.h"
+#include "host/agent/sender_turns.h"
 
 class InformSender : public NotificationSink {
 public:
     // `loop` and `transport` outlive the sender. Throws SqliteError when the queue's file cannot be used.
     InformSender(AgentLoop& loop, InformTransport& transport, const std::string& queuePath,
                  std::chrono::seconds resolveInterval, TrapResolver::Lookup lookup = TrapResolver::systemLookup);
-    ~InformSender() override;
     InformSender(const InformSender&) = delete;
     InformSender& operator=(const InformSender&) = delete;
 
@@ -48,10 +46,7 @@ public:
     void submit(const TrapOrigin& origin, const TrapDestinationMap& considered, const std::list<tTrapDestInfo>& chosen,
                 std::shared_ptr<const Trap> trap, Settled settled) override;
 
-    void startBehind(unsigned long long sequence) override { m_queue->startBehind(sequence); }
-
-    // coldStart to every receiver.
-    void sendColdStart();
+    void startBehind(unsigned long long sequence) override { m_queue.startBehind(sequence); }
 
     // Sends nothing any more, and writes what is not on disk yet; one log line per receiver.
     void stop();
@@ -88,19 +83,13 @@ private:
     void enqueue(Destination& destination, const TrapOrigin& origin, const std::shared_ptr<const Trap>& trap,
                  const Settled& settled);
     void noteFull(Destination& destination, bool full);
-    void wakePump();
 
     // Agent thread.
-    void pump();
-    void watchNames(const std::set<std::string>& names);
+    void takeTurn();
     void serve(const std::string& key);
     void take(const std::string& key, std::uint64_t number, const InformOutcome& outcome);
     void noteState(const std::string& key, InformState state, const std::string& failure);
-    std::string addressOf(const std::string& host) const;
-    void takeAddress(const std::string& name, const std::string& address);
-    void sleepUntil(Clock::time_point when);
 
-    AgentLoop& m_loop;
     InformTransport& m_transport;
     const std::uint32_t m_firstUpTime;  // hundredths of a second
     const Clock::time_point m_start = Clock::now();
@@ -109,16 +98,10 @@ private:
     std::map<std::string, Destination> m_destinations;  // by key; guarded by m_mutex, as the rest down to the next line
     std::shared_ptr<const TrapDestinationMap> m_list;
     InformCounters m_former;
-    bool m_pumpPosted = false;
-    bool m_stopped = false;
 
-    unsigned long m_lastNumber;                      // of a destination; agent thread only, as the rest
-    std::map<std::string, Link> m_links;             // by key
-    std::map<std::string, std::string> m_addresses;  // of names; "" while there is none
-    std::set<std::string> m_watched;
-    Clock::time_point m_wakeAt = Clock::time_point::max();
+    unsigned long m_lastNumber;           // of a destination; agent thread only, as the next
+    std::map<std::string, Link> m_links;  // by key
 
-    std::shared_ptr<int> m_alive = std::make_shared<int>(0);  // tasks in the loop hold it weakly
-    std::unique_ptr<TrapResolver> m_resolver;
-    std::unique_ptr<InformQueue> m_queue;  // last: its thread uses the others
+    SenderTurns m_turns;
+    InformQueue m_queue;  // behind the turns: its thread wakes them
 };

@@ -8,6 +8,7 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 
 #include "host/agent/trap_content.h"
@@ -18,6 +19,9 @@ using TrapDestinationMap = std::map<std::string, tTrapDestInfo>;
 
 // The key of a destination's number; a text that is no number stays as it is.
 std::string trapDestinationKey(const std::string& index);
+
+// Keys of those of `considered` that `chosen` names.
+std::set<std::string> chosenKeys(const TrapDestinationMap& considered, const std::list<tTrapDestInfo>& chosen);
 
 // What a trap is about: which of the handlers built it for which alarm event. Origins of traps that are submitted
 // ascend; an event that comes again, after a restart of the agent, has the origins that it had.
@@ -41,6 +45,9 @@ public:
     // the sink stops before that. Throws std::bad_alloc, and nothing was taken.
     virtual void submit(const TrapOrigin& origin, const TrapDestinationMap& considered,
                         const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Trap> trap, Settled settled) = 0;
+
+    // coldStart to all destinations.
+    void sendColdStart();
 
     // Whether a trap may come behind others of younger origin: it was held while its alarm flapped. A sink that does
     // not take such gets every trap at once.

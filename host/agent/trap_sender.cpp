@@ -18,8 +18,6 @@ constexpr milliseconds SHORTEST_SLEEP{5};
 constexpr const char* NO_NAME = "--";  // of a destination without user or community
 constexpr unsigned int SNMPV3 = 3;
 
-const OidVector COLD_START = {1, 3, 6, 1, 6, 3, 1, 1, 5, 1};
-
 std::string describe(const tTrapDestInfo& info) {
     static const char* const VERSIONS[] = {"", "SNMPv1", "SNMPv2c", "SNMPv3"};
     const std::string version = info.version >= 1 && info.version <= SNMPV3 ? VERSIONS[info.version] : "no version";
@@ -42,20 +40,11 @@ bool sameRow(const tTrapDestInfo& a, const tTrapDestInfo& b) {
 
 TrapSender::TrapSender(AgentLoop& loop, const TrapOptions& options, TrapTransport& transport,
                        TrapResolver::Lookup lookup)
-    : m_loop(loop), m_options(options), m_transport(transport), m_list(std::make_shared<TrapDestinationMap>()) {
-    m_resolver = std::make_unique<TrapResolver>(
-        options.resolveInterval,
-        [this, alive = std::weak_ptr<int>(m_alive)](const std::string& name, const std::string& address) {
-            m_loop.post([this, alive, name, address] {
-                if (!alive.expired()) takeAddress(name, address);
-            });
-        },
-        std::move(lookup));
-}
-
-TrapSender::~TrapSender() {
-    m_resolver.reset();
-}
+    : m_options(options),
+      m_transport(transport),
+      m_list(std::make_shared<TrapDestinationMap>()),
+      m_turns(
+          loop, [this] { takeTurn(); }, SHORTEST_SLEEP, options.resolveInterval, std::move(lookup)) {}
 
 // Any thread
 
@@ -81,7 +70,7 @@ void TrapSender::setDestinations(const std::list<tTrapDestInfo>& destinations) {
             destination.info = info;
         }
         m_list = std::move(list);
-        wakePump();
+        m_turns.wake();
     }
     callAll(settled);
 }
@@ -93,11 +82,7 @@ std::shared_ptr<const TrapDestinationMap> TrapSender::destinations() const {
 
 void TrapSender::submit(const TrapOrigin& /*origin*/, const TrapDestinationMap& considered,
                         const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Trap> trap, Settled settled) {
-    std::set<std::string> keys;
-    for (const tTrapDestInfo& info : chosen) {
-        const std::string key = trapDestinationKey(info.index);
-        if (considered.count(key) != 0) keys.insert(key);
-    }
+    const std::set<std::string> keys = chosenKeys(considered, chosen);
     const auto submission = std::make_shared<Submission>();
     submission->trap = std::move(trap);
     submission->settled = std::move(settled);
@@ -115,7 +100,7 @@ void TrapSender::submit(const TrapOrigin& /*origin*/, const TrapDestinationMap& 
         }
         for (const std::string& key : keys) enqueue(key, submission, due);
         release(*submission, due);
-        wakePump();
+        m_turns.wake();
     }
     callAll(due);
 }
@@ -160,18 +145,8 @@ void TrapSender::release(Submission& submission, std::vector<Settled>& settled) 
     if (--submission.open == 0) settled.push_back(std::move(submission.settled));
 }
 
-void TrapSender::sendColdStart() {
-    auto trap = std::make_shared<Trap>();
-    trap->oid = COLD_START;
-    const auto all = destinations();
-    std::list<tTrapDestInfo> chosen;
-    for (const auto& entry : *all) chosen.push_back(entry.second);
-    submit(TrapOrigin(), *all, chosen, std::move(trap), nullptr);
-}
-
 void TrapSender::refresh() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    wakePump();
+    m_turns.wake();
 }
 
 TrapStatus TrapSender::status() const {
@@ -206,26 +181,11 @@ TrapCounters TrapSender::totals() const {
     return totals;
 }
 
-// Caller holds m_mutex.
-void TrapSender::wakePump() {
-    if (m_pumpPosted || m_stopped) return;
-    untilMemory([this] {
-        m_loop.post([this, alive = std::weak_ptr<int>(m_alive)] {
-            if (!alive.expired()) untilMemory([this] { pump(); });
-        });
-    });
-    m_pumpPosted = true;
-}
-
 // Agent thread
 
 void TrapSender::stop() {
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_stopped) return;
-        m_stopped = true;
-    }
-    m_resolver.reset();
+    if (m_turns.stopped()) return;
+    m_turns.stop();
     m_links.clear();
     const TrapStatus last = status();
     for (const DestinationStatus& one : last.destinations) {
@@ -234,36 +194,26 @@ void TrapSender::stop() {
     if (last.former.considered > 0) agent_log::info("deleted trap destinations: " + last.former.text());
 }
 
-void TrapSender::pump() {
+void TrapSender::takeTurn() {
     std::set<std::string> keys;
-    std::set<std::string> names;
+    std::set<std::string> hosts;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_pumpPosted = false;
-        if (m_stopped) return;
         for (const auto& [key, destination] : m_destinations) {
             keys.insert(key);
-            const std::string& address = destination.info.address;
-            if (!isIpv4Address(address) && !isIpv6Address(address)) names.insert(address);
+            hosts.insert(destination.info.address);
         }
     }
     closeLostLinks(keys);
-    if (names != m_watched) {
-        for (auto at = m_addresses.begin(); at != m_addresses.end();) {
-            at = names.count(at->first) == 0 ? m_addresses.erase(at) : std::next(at);
-        }
-        m_watched = names;
-        m_resolver->watch(names);
-    }
+    m_turns.watch(hosts);
 
     Clock::time_point nextTurn = Clock::time_point::max();
     bool more = false;
     for (const std::string& key : keys) more = serve(key, nextTurn) || more;
     if (more) {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        wakePump();
+        m_turns.wake();
     } else if (nextTurn != Clock::time_point::max()) {
-        sleepUntil(nextTurn);
+        m_turns.sleepUntil(nextTurn);
     }
 }
 
@@ -327,7 +277,8 @@ TrapSender::Readiness TrapSender::makeReady(const tTrapDestInfo& info, Link& lin
             return result;
         }
     }
-    if (!addressOf(info.address, route.address)) {
+    route.address = m_turns.addressOf(info.address);
+    if (route.address.empty()) {
         link.channel.reset();
         result.state = DestinationState::Unresolved;
         return result;
@@ -337,17 +288,6 @@ TrapSender::Readiness TrapSender::makeReady(const tTrapDestInfo& info, Link& lin
     link.route = route;
     if (!link.channel) result.state = DestinationState::Failing;
     return result;
-}
-
-bool TrapSender::addressOf(const std::string& text, std::string& address) const {
-    if (isIpv4Address(text) || isIpv6Address(text)) {
-        address = text;
-        return true;
-    }
-    const auto found = m_addresses.find(text);
-    if (found == m_addresses.end() || found->second.empty()) return false;
-    address = found->second;
-    return true;
 }
 
 // One line per change of state. A destination that failed is ready again when a trap got out.
@@ -472,26 +412,4 @@ bool TrapSender::sendNext(const std::string& key, Link& link, Clock::time_point&
     }
     noteState(key, readiness);
     return true;
-}
-
-void TrapSender::sleepUntil(Clock::time_point when) {
-    const Clock::time_point now = Clock::now();
-    when = std::max(when, now + SHORTEST_SLEEP);
-    if (m_wakeAt > now && m_wakeAt <= when) return;  // a timer is on its way
-    m_loop.runAfter(std::chrono::ceil<milliseconds>(when - now), [this, alive = std::weak_ptr<int>(m_alive), when] {
-        if (alive.expired()) return;
-        if (m_wakeAt == when) m_wakeAt = Clock::time_point::max();
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        wakePump();
-    });
-    m_wakeAt = when;  // the timer is set, and not before
-}
-
-void TrapSender::takeAddress(const std::string& name, const std::string& address) {
-    if (m_watched.count(name) == 0) return;
-    // A name that had an address keeps it while the name server is away.
-    std::string& known = m_addresses[name];
-    if (!address.empty()) known = address;
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    wakePump();
 }

@@ -24,12 +24,12 @@
 
 #include "host/agent/agent_loop.h"
 #include "host/agent/notification_sink.h"
+#include "host/agent/sender_turns.h"
 #include "host/agent/trap_channel.h"
 #include "host/agent/trap_content.h"
 #include "host/agent/trap_counters.h"
 #include "host/agent/trap_options.h"
 #include "host/agent/trap_pacing.h"
-#include "host/agent/trap_resolver.h"
 #include "platform/trap_dest_info.h"
 
 class TrapSender : public NotificationSink {
@@ -37,7 +37,6 @@ public:
     // `loop` and `transport` outlive the sender.
     TrapSender(AgentLoop& loop, const TrapOptions& options, TrapTransport& transport,
                TrapResolver::Lookup lookup = TrapResolver::systemLookup);
-    ~TrapSender() override;
     TrapSender(const TrapSender&) = delete;
     TrapSender& operator=(const TrapSender&) = delete;
 
@@ -52,9 +51,6 @@ public:
                 std::shared_ptr<const Trap> trap, Settled settled) override;
 
     bool takesLate() const override { return true; }
-
-    // coldStart to every destination.
-    void sendColdStart();
 
     // The configuration changed: communities and users are looked up anew.
     void refresh();
@@ -113,22 +109,17 @@ private:
     void enqueue(const std::string& key, const std::shared_ptr<Submission>& submission, std::vector<Settled>& settled);
     void release(Submission& submission, std::vector<Settled>& settled);
     void dropItem(Destination& destination, Item& item, TrapDrop reason, std::vector<Settled>& settled);
-    void wakePump();
 
     // Agent thread.
-    void pump();
+    void takeTurn();
     bool serve(const std::string& key, Clock::time_point& nextTurn);
     Readiness makeReady(const tTrapDestInfo& info, Link& link);
-    bool addressOf(const std::string& text, std::string& address) const;
     void noteState(const std::string& key, const Readiness& readiness);
     void dropAll(const std::string& key, TrapDrop reason);
     void dropAged(const std::string& key, Clock::time_point& nextTurn);
     bool sendNext(const std::string& key, Link& link, Clock::time_point& nextTurn);
-    void sleepUntil(Clock::time_point when);
-    void takeAddress(const std::string& name, const std::string& address);
     void closeLostLinks(const std::set<std::string>& keys);
 
-    AgentLoop& m_loop;
     const TrapOptions m_options;
     TrapTransport& m_transport;
 
@@ -136,14 +127,8 @@ private:
     std::map<std::string, Destination> m_destinations;  // guarded by m_mutex, as the rest down to the next line
     std::shared_ptr<const TrapDestinationMap> m_list;
     TrapCounters m_former;
-    bool m_pumpPosted = false;
-    bool m_stopped = false;
 
-    std::map<std::string, Link> m_links;             // agent thread only, as the rest
-    std::map<std::string, std::string> m_addresses;  // of names; "" while there is none
-    std::set<std::string> m_watched;
-    Clock::time_point m_wakeAt = Clock::time_point::max();
+    std::map<std::string, Link> m_links;  // agent thread only
 
-    std::shared_ptr<int> m_alive = std::make_shared<int>(0);  // tasks in the loop hold it weakly
-    std::unique_ptr<TrapResolver> m_resolver;
+    SenderTurns m_turns;
 };
