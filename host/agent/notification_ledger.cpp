@@ -1,15 +1,10 @@
 #include "host/agent/notification_ledger.h"
 
-#include <chrono>
 #include <utility>
 
 #include "host/agent/agent_log.h"
-#include "host/services/out_of_memory.h"
-#include "host/services/thread_without_signals.h"
 
 namespace {
-
-constexpr std::chrono::milliseconds WRITE_INTERVAL{100};
 
 constexpr const char* SCHEMA =
     "PRAGMA journal_mode=WAL;"
@@ -19,22 +14,15 @@ constexpr const char* SCHEMA =
 }  // namespace
 
 NotificationLedger::NotificationLedger(const std::string& path, std::function<void()> beforeWrite)
-    : m_beforeWrite(std::move(beforeWrite)), m_database(path) {
+    : m_beforeWrite(std::move(beforeWrite)), m_database(path), m_writer([this] { return tryToFlush(); }) {
     m_database.execute(SCHEMA);
     SqliteStatement select(m_database, "SELECT done FROM ledger");
     SqliteStatement::Run row(select);
     if (row.step()) m_written = m_lastBegun = row.number(0);
-
-    m_writer = threadWithoutSignals([this] { run(); });
 }
 
 NotificationLedger::~NotificationLedger() {
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_stopping = true;
-    }
-    m_changed.notify_all();
-    m_writer.join();
+    m_writer.stop();
     try {
         flush();
     } catch (const SqliteError& fault) {
@@ -87,10 +75,9 @@ void NotificationLedger::settle(const Ticket& ticket) {
         if (open == m_open.end() || --open->second > 0) return;
         const bool first = open == m_open.begin();
         m_open.erase(open);
-        if (!first) return;         // the number to store is as before
-        if (!m_writerIdle) return;  // it will look by itself: waking it for every event would cost more than the event
+        if (!first) return;  // the number to store is as before
     }
-    m_changed.notify_all();
+    m_writer.wake();
 }
 
 void NotificationLedger::flush() {
@@ -115,8 +102,8 @@ void NotificationLedger::write(Sequence sequence) {
     row.step();
 }
 
-// One line for each change of state.
-void NotificationLedger::tryToFlush() {
+// False when there is something left. One line for each change of state.
+bool NotificationLedger::tryToFlush() {
     try {
         flush();
         if (m_writeFailed) agent_log::info("the last alarm event handled can be stored again");
@@ -128,18 +115,5 @@ void NotificationLedger::tryToFlush() {
         }
         m_writeFailed = true;
     }
-}
-
-void NotificationLedger::run() {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    while (!m_stopping) {
-        m_writerIdle = true;
-        m_changed.wait(lock, [this] { return m_stopping || (m_lastBegun && doneLocked() != m_written); });
-        m_writerIdle = false;
-        if (m_stopping) return;
-        lock.unlock();
-        untilMemory([this] { tryToFlush(); });
-        lock.lock();
-        m_changed.wait_for(lock, WRITE_INTERVAL, [this] { return m_stopping; });
-    }
+    return !m_writeFailed;
 }

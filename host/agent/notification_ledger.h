@@ -13,15 +13,14 @@
 // Threads: any.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 
+#include "host/agent/background_writer.h"
 #include "host/services/sqlite_database.h"
 
 class NotificationLedger {
@@ -60,8 +59,7 @@ public:
     void flush();
 
 private:
-    void run();
-    void tryToFlush();
+    bool tryToFlush();
     void write(Sequence sequence);  // caller holds m_writing
     Sequence doneLocked() const;    // caller holds m_mutex
 
@@ -71,14 +69,11 @@ private:
     SqliteDatabase m_database;
     bool m_writeFailed = false;  // writer thread only
 
-    mutable std::mutex m_mutex;  // guards the rest
-    std::condition_variable m_changed;
+    mutable std::mutex m_mutex;               // guards the rest
     std::map<Sequence, unsigned int> m_open;  // holds of each event that is under way
     std::optional<Sequence> m_lastBegun;
     std::optional<Sequence> m_written;
     std::uint64_t m_numbering = 0;
-    bool m_stopping = false;
-    bool m_writerIdle = false;  // nothing to write: it waits for m_changed
 
-    std::thread m_writer;
+    BackgroundWriter m_writer;  // last: its thread uses the others
 };

@@ -1,35 +1,26 @@
 #include "host/agent/notification_log.h"
 
-#include <chrono>
 #include <filesystem>
 #include <utility>
 
 #include "host/agent/agent_log.h"
 #include "host/agent/trap_bytes.h"
 #include "host/services/out_of_memory.h"
-#include "host/services/thread_without_signals.h"
 
 namespace {
-
-constexpr std::chrono::milliseconds WRITE_INTERVAL{100};
 
 // Entries of one transaction: readers wait for none of them long, and memory for their bytes stays small.
 constexpr std::size_t BATCH = 1000;
 
 }  // namespace
 
-NotificationLog::NotificationLog(std::string path) : m_path(std::move(path)) {
-    m_counters.kept = KEPT;
-    m_writer = threadWithoutSignals([this] { run(); });
+NotificationLog::NotificationLog(std::string path)
+    : m_path(std::move(path)), m_writer([this] { return tryToFlush(); }) {
+    setKept(KEPT);
 }
 
 NotificationLog::~NotificationLog() {
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_stopping = true;
-    }
-    m_changed.notify_all();
-    m_writer.join();
+    m_writer.stop();
     try {
         flush();
     } catch (const std::exception& fault) {
@@ -42,7 +33,7 @@ void NotificationLog::setKept(std::uint64_t kept) {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_counters.kept = kept;
     }
-    m_changed.notify_all();
+    m_writer.wake();  // the file is made before the first entry, for people who look
 }
 
 void NotificationLog::add(LoggedNotification entry, std::shared_ptr<const Trap> trap) noexcept {
@@ -61,9 +52,8 @@ void NotificationLog::add(LoggedNotification entry, std::shared_ptr<const Trap> 
             m_queue.pop_front();
             ++m_counters.notWritten;
         }
-        if (!m_writerIdle) return;  // it will look by itself: waking it for every entry would cost more than the entry
     }
-    m_changed.notify_all();
+    m_writer.wake();
 }
 
 NotificationLog::Counters NotificationLog::counters() const {
@@ -118,11 +108,9 @@ void NotificationLog::flush() {
         std::error_code unknown;
         if (m_file && !std::filesystem::exists(m_path, unknown)) m_file.reset();  // somebody has deleted it
         if (!m_file && (any || kept() > 0)) m_file.emplace(m_path);
-        noteOpen();
         for (bool more = any; more; more = takeBatch()) write();
     } catch (const SqliteError&) {
         m_file.reset();  // a file that is replaced, or mended, is found at the next attempt
-        noteOpen();
         throw;
     }
 }
@@ -134,14 +122,8 @@ void NotificationLog::flushWhatCanBe() {
     }
 }
 
-// Caller holds m_writing.
-void NotificationLog::noteOpen() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_open = m_file.has_value();
-}
-
-// One line for each change of state.
-void NotificationLog::tryToFlush() {
+// False when there is something left. One line for each change of state.
+bool NotificationLog::tryToFlush() {
     std::string fault;
     try {
         flush();
@@ -157,20 +139,5 @@ void NotificationLog::tryToFlush() {
     }
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_counters.fault = std::move(fault);
-}
-
-void NotificationLog::run() {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    while (!m_stopping) {
-        m_writerIdle = true;
-        m_changed.wait(lock, [this] {
-            return m_stopping || !m_queue.empty() || m_batchSize > 0 || (m_counters.kept > 0 && !m_open);
-        });
-        m_writerIdle = false;
-        if (m_stopping) return;
-        lock.unlock();
-        untilMemory([this] { tryToFlush(); });
-        lock.lock();
-        m_changed.wait_for(lock, WRITE_INTERVAL, [this] { return m_stopping; });
-    }
+    return m_counters.fault.empty();
 }

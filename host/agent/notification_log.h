@@ -11,16 +11,15 @@
 // Threads: any.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "host/agent/background_writer.h"
 #include "host/agent/notification_log_file.h"
 #include "host/agent/trap_content.h"
 
@@ -66,11 +65,9 @@ private:
         std::shared_ptr<const Trap> trap;
     };
 
-    void run();
-    void tryToFlush();
+    bool tryToFlush();
     bool takeBatch();
     void write();
-    void noteOpen();
     std::uint64_t kept() const;
 
     const std::string m_path;
@@ -80,13 +77,9 @@ private:
     std::vector<LoggedNotification> m_batch;    // out of the queue and not written yet
 
     mutable std::mutex m_mutex;  // guards the rest
-    std::condition_variable m_changed;
     std::deque<Waiting> m_queue;
     std::size_t m_batchSize = 0;
     Counters m_counters;
-    bool m_open = false;  // m_file is; it is made before the first entry, for people who look
-    bool m_stopping = false;
-    bool m_writerIdle = false;
 
-    std::thread m_writer;
+    BackgroundWriter m_writer;  // last: its thread uses the others
 };

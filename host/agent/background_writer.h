@@ -1,0 +1,44 @@
+// A thread that writes to disk what others leave to it, soon after it came: at most every 100 ms, so that what comes
+// meanwhile shares a transaction.
+//
+//     BackgroundWriter writer([this] { return wroteAll(); });
+//     queue.push_back(entry);
+//     writer.wake();
+//
+// `write` is called by the thread, one call at a time. What it throws for lack of memory, and false, the sign of a disk
+// that does not take it, mean that it is called again.
+//
+// Threads: wake() from any, also under a lock that `write` takes; the rest from its owner's.
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+class BackgroundWriter {
+public:
+    // Throws std::system_error when no thread can be started.
+    explicit BackgroundWriter(std::function<bool()> write);
+    ~BackgroundWriter();  // as stop()
+    BackgroundWriter(const BackgroundWriter&) = delete;
+    BackgroundWriter& operator=(const BackgroundWriter&) = delete;
+
+    // There is something to write.
+    void wake();
+
+    // Returns when nothing is being written, and nothing will be; what is left is its owner's business.
+    void stop();
+
+private:
+    void run();
+
+    const std::function<bool()> m_write;
+
+    std::mutex m_mutex;  // guards the next three
+    std::condition_variable m_changed;
+    bool m_awake = false;
+    bool m_stopping = false;
+
+    std::thread m_thread;
+};
