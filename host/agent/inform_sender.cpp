@@ -262,39 +262,42 @@ void InformSender::serve(const std::string& key) {
             return m_turns.sleepUntil(link.notBefore);
         }
     }
-    link.underWay = inform->number;
     link.channel->send(*inform, patienceOf(settings.policy, link.attempts),
                        [this, key, number = inform->number](const InformOutcome& outcome) {
-                           take(key, number, outcome);
-                           serve(key);
+                           untilMemory([&] { take(key, number, outcome); });
+                           untilMemory([&] { noteOutcome(key, outcome); });
+                           untilMemory([&] { serve(key); });
                        });
+    link.underWay = inform->number;  // it is, and not before: without memory it is sent again
 }
 
+// All or nothing when it throws.
 void InformSender::take(const std::string& key, std::uint64_t number, const InformOutcome& outcome) {
     using Kind = InformOutcome::Kind;
     Link& link = m_links[key];
     link.underWay = 0;
-    std::string name;
-    InformPolicy policy;
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        const auto found = m_destinations.find(key);
-        if (found == m_destinations.end()) return;
-        name = found->second.name;
-        policy = found->second.settings.policy;
-        InformCounters& counters = found->second.counters;
-        if (outcome.wasSent) ++(link.sent == number ? counters.resent : counters.sent);
-        if (outcome.kind == Kind::Acknowledged) ++counters.acknowledged;
-        if (outcome.kind == Kind::Refused) counters.drop(InformDrop::Refused);
-        const bool failed = outcome.kind == Kind::NoAnswer || outcome.kind == Kind::Failed;
-        const bool givenUp = failed && policy.retries && link.attempts >= *policy.retries;
-        if (givenUp) counters.drop(InformDrop::GivenUp);
-        if (!failed || givenUp) m_queue.remove(name, number);
-        if (outcome.kind == Kind::Failed) link.notBefore = Clock::now() + patienceOf(policy, link.attempts);
-        link.attempts = !failed || givenUp ? 0 : link.attempts + 1;
-        if (outcome.wasSent) link.sent = number;
-        if (link.channel) found->second.resolvedAddress = link.address;
-    }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = m_destinations.find(key);
+    if (found == m_destinations.end()) return;
+    Destination& destination = found->second;
+    const InformPolicy& policy = destination.settings.policy;
+    const bool failed = outcome.kind == Kind::NoAnswer || outcome.kind == Kind::Failed;
+    const bool givenUp = failed && policy.retries && link.attempts >= *policy.retries;
+    if (link.channel) destination.resolvedAddress = link.address;
+    if (!failed || givenUp) m_queue.remove(destination.name, number);
+    // Nothing from here on needs memory.
+    InformCounters& counters = destination.counters;
+    if (outcome.wasSent) ++(link.sent == number ? counters.resent : counters.sent);
+    if (outcome.kind == Kind::Acknowledged) ++counters.acknowledged;
+    if (outcome.kind == Kind::Refused) counters.drop(InformDrop::Refused);
+    if (givenUp) counters.drop(InformDrop::GivenUp);
+    if (outcome.kind == Kind::Failed) link.notBefore = Clock::now() + patienceOf(policy, link.attempts);
+    link.attempts = !failed || givenUp ? 0 : link.attempts + 1;
+    if (outcome.wasSent) link.sent = number;
+}
+
+void InformSender::noteOutcome(const std::string& key, const InformOutcome& outcome) {
+    using Kind = InformOutcome::Kind;
     switch (outcome.kind) {
         case Kind::Acknowledged:
             return noteState(key, InformState::Answering, "");
@@ -307,7 +310,7 @@ void InformSender::take(const std::string& key, std::uint64_t number, const Info
     }
 }
 
-// One line per change of state, and one for the first of failures that are alike.
+// One line per change of state, and one for the first of failures that are alike. All or nothing when it throws.
 void InformSender::noteState(const std::string& key, InformState state, const std::string& failure) {
     std::string line;
     {
@@ -315,16 +318,21 @@ void InformSender::noteState(const std::string& key, InformState state, const st
         const auto found = m_destinations.find(key);
         if (found == m_destinations.end()) return;
         Destination& destination = found->second;
-        const bool another = !failure.empty() && (!destination.lastFailure || destination.lastFailure->text != failure);
-        if (!failure.empty()) destination.lastFailure = {failure, std::chrono::system_clock::now()};
-        if (destination.state == state && !another) return;
-        destination.state = state;
-        const auto link = m_links.find(key);
-        destination.engine = link != m_links.end() && link->second.channel ? link->second.channel->engine() : "";
-        line = "inform destination " + destination.name + ": " + textOf(state);
-        const bool explains = !failure.empty() && state != InformState::Silent;
-        if (explains) line += ": " + failure;
+        std::optional<InformFailure> last;
+        if (!failure.empty()) last = {failure, std::chrono::system_clock::now()};
+        const bool another = last && (!destination.lastFailure || destination.lastFailure->text != failure);
+        if (destination.state != state || another) {
+            const auto link = m_links.find(key);
+            std::string engine = link != m_links.end() && link->second.channel ? link->second.channel->engine() : "";
+            line = "inform destination " + destination.name + ": " + textOf(state);
+            const bool explains = !failure.empty() && state != InformState::Silent;
+            if (explains) line += ": " + failure;
+            destination.engine = std::move(engine);
+            destination.state = state;
+        }
+        if (last) destination.lastFailure = std::move(last);
     }
+    if (line.empty()) return;
     if (state == InformState::Answering && failure.empty()) {
         agent_log::info(line);
     } else {

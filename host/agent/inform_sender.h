@@ -88,6 +88,7 @@ private:
     void takeTurn();
     void serve(const std::string& key);
     void take(const std::string& key, std::uint64_t number, const InformOutcome& outcome);
+    void noteOutcome(const std::string& key, const InformOutcome& outcome);
     void noteState(const std::string& key, InformState state, const std::string& failure);
 
     InformTransport& m_transport;

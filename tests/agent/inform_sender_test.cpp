@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <new>
 #include <stdexcept>
 
 #include "tests/agent/trap_test_tools.h"
@@ -28,6 +29,7 @@ struct FakeInforms : InformTransport {
         Channel(FakeInforms& t, unsigned int p) : transport(t), port(p) { ++transport.openChannels; }
         ~Channel() override { --transport.openChannels; }
         void send(const Inform& inform, milliseconds patience, Done done) override {
+            if (transport.sendsWithoutMemory > 0 && transport.sendsWithoutMemory-- > 0) throw std::bad_alloc();
             transport.sent[port].push_back({inform.number, inform.trap->oid.back(), patience});
             const auto outcome = transport.answers.find(port);
             if (outcome == transport.answers.end()) {
@@ -36,7 +38,10 @@ struct FakeInforms : InformTransport {
                 transport.loop.post([done = std::move(done), answer = outcome->second] { done(answer); });
             }
         }
-        std::string engine() const override { return "80001f"; }
+        std::string engine() const override {
+            if (transport.enginesWithoutMemory > 0 && transport.enginesWithoutMemory-- > 0) throw std::bad_alloc();
+            return "80001f";
+        }
         FakeInforms& transport;
         unsigned int port;
     };
@@ -68,6 +73,8 @@ struct FakeInforms : InformTransport {
     std::map<unsigned int, InformChannel::Done> underWay;
     std::vector<std::string> opened;
     bool openFails = false;
+    int sendsWithoutMemory = 0;  // so many from now on
+    int enginesWithoutMemory = 0;
     int openChannels = 0;
 };
 
@@ -210,6 +217,31 @@ TEST_F(InformSenderTest, AChannelThatCannotBeOpenedIsTriedAgain) {
     EXPECT_EQ(status().lastFailure->text, "no socket");
     m_transport.openFails = false;
     ASSERT_TRUE(turnUntil([&] { return status().counters.acknowledged == 1; }));
+}
+
+TEST_F(InformSenderTest, AnInformThatCouldNotBeSentForLackOfMemoryIsSentAgain) {
+    m_transport.sendsWithoutMemory = 2;
+    m_sender->setDestinations({receiver(2001)}, true);
+    acknowledgeAll(2001);
+    submit(1);
+    ASSERT_TRUE(turnUntil([&] { return status().counters.acknowledged == 1; }));
+    m_transport.sendsWithoutMemory = 2;
+    submit(2);
+    ASSERT_TRUE(turnUntil([&] { return status().counters.acknowledged == 2; }));
+    EXPECT_THAT(m_transport.events(2001), ElementsAre(1, 2));
+    EXPECT_EQ(status().counters.resent, 0U);
+}
+
+TEST_F(InformSenderTest, TheNextInformGoesOutThoughTheStateWasNotedWithoutMemory) {
+    m_transport.enginesWithoutMemory = 2;
+    m_sender->setDestinations({receiver(2001)}, true);
+    acknowledgeAll(2001);
+    submit(1);
+    submit(2);
+    ASSERT_TRUE(turnUntil([&] { return status().counters.acknowledged == 2; }));
+    EXPECT_THAT(m_transport.events(2001), ElementsAre(1, 2));
+    EXPECT_EQ(status().engine, "80001f");
+    expectBalance();
 }
 
 TEST_F(InformSenderTest, AnInformIsGivenUpAfterItsRetries) {
