@@ -2,9 +2,11 @@
 
 #include <algorithm>
 
-void boundAnswer(netsnmp_pdu& pdu) {
+void boundAnswer(netsnmp_pdu& pdu, std::size_t longestValue) {
     if (pdu.command != SNMP_MSG_GETBULK || pdu.version != SNMP_VERSION_3 || pdu.msgMaxSize <= 0) return;
-    const long room = pdu.msgMaxSize / static_cast<long>(LONG_VARIABLE);  // variables that fit for sure
+    const auto variable = static_cast<long>(std::max(LONG_VARIABLE, VARIABLE_OVERHEAD + longestValue));
+    const long octets = std::max(pdu.msgMaxSize - static_cast<long>(MESSAGE_OVERHEAD), 0L);
+    const long room = octets / variable;  // variables that fit for sure
     long variables = 0;
     for (const netsnmp_variable_list* v = pdu.variables; v != nullptr; v = v->next_variable) ++variables;
     const long single = std::clamp(pdu.non_repeaters, 0L, variables);

@@ -12,6 +12,9 @@
 
 #include "host/agent/net_snmp.h"
 
-constexpr std::size_t LONG_VARIABLE = 640;  // octets: a longer one is rare (name, and a text of several lines)
+constexpr std::size_t LONG_VARIABLE = 640;     // octets of one, name and value, as long as nothing is known of it
+constexpr std::size_t VARIABLE_OVERHEAD = 80;  // octets around a value of ours: its name, tags and lengths
+constexpr std::size_t MESSAGE_OVERHEAD = 256;  // octets around the variables of an SNMPv3 message, security included
 
-void boundAnswer(netsnmp_pdu& pdu);
+// `longestValue`: octets of the longest one that may be in the answer, as far as values are known.
+void boundAnswer(netsnmp_pdu& pdu, std::size_t longestValue = 0);

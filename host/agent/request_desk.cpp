@@ -130,8 +130,10 @@ int RequestDesk::takeRead(netsnmp_session* session, int requestId, netsnmp_pdu* 
     const std::uint64_t id = transaction->id;
     ReadTransaction& read = *transaction;
     prepare(read, pdu);
-    if (!read.pending() && (answerDirectly(read, session, pdu) || pass(read, session, requestId, pdu))) return 1;
-    if (!wait(id, session, requestId, pdu, retryKey(session, *pdu))) {
+    if (!read.pending() && answerDirectly(read, session, pdu)) return 1;
+    const std::string key = retryKey(session, *pdu);  // of what was asked: the engine may have to be asked for less
+    if (!read.pending() && pass(read, session, requestId, pdu)) return 1;
+    if (!wait(id, session, requestId, pdu, key)) {
         fail(read, RequestResult::Overload);
         pass(read, session, requestId, pdu);
         return 1;
@@ -190,7 +192,12 @@ bool RequestDesk::pass(ReadTransaction& transaction, netsnmp_session* session, i
         transaction.unprepared = nullptr;
         transaction.repetitionsBefore = LONG_MAX;
         transaction.unfinished = nullptr;
-        for (auto& [object, data] : transaction.objects) data.spans.clear();
+        std::size_t longestText = 0;
+        for (auto& [object, data] : transaction.objects) {
+            data.spans.clear();
+            if (data.snapshot != nullptr) longestText = std::max(longestText, data.snapshot->longestText());
+        }
+        boundAnswer(*pdu, longestText);
 
         m_transactions.enter(pdu->transid, transaction);
         toEngine(session, requestId, pdu);

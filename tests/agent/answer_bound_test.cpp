@@ -44,14 +44,14 @@ TEST(AnswerBoundTest, RequestsOfManagersThatTakeLongMessagesStayAsTheyAre) {
 }
 
 TEST(AnswerBoundTest, RepetitionsFitIntoWhatIsTaken) {
-    const Pdu pdu = getBulk(3, 1, 10, 9 * LONG_VARIABLE);
+    const Pdu pdu = getBulk(3, 1, 10, MESSAGE_OVERHEAD + 9 * LONG_VARIABLE);
     boundAnswer(*pdu);
     EXPECT_EQ(pdu->command, SNMP_MSG_GETBULK);
     EXPECT_EQ(pdu->max_repetitions, 4);  // one and four pairs
 }
 
 TEST(AnswerBoundTest, NoMoreRepetitionsThanWereAskedFor) {
-    const Pdu pdu = getBulk(1, 0, 2, 9 * LONG_VARIABLE);
+    const Pdu pdu = getBulk(1, 0, 2, MESSAGE_OVERHEAD + 9 * LONG_VARIABLE);
     boundAnswer(*pdu);
     EXPECT_EQ(pdu->max_repetitions, 2);
 }
@@ -77,6 +77,17 @@ TEST(AnswerBoundTest, WithoutRepetitionsOnlyTheFirstVariablesAreAsked) {
     boundAnswer(*none);
     EXPECT_EQ(none->command, SNMP_MSG_GETBULK);
     EXPECT_EQ(variablesOf(*none), 0);
+}
+
+TEST(AnswerBoundTest, ALongerValueTakesMoreRoom) {
+    const Pdu pdu = getBulk(2, 1, 10, MESSAGE_OVERHEAD + 9 * (VARIABLE_OVERHEAD + 2000));
+    boundAnswer(*pdu, 2000);
+    EXPECT_EQ(pdu->command, SNMP_MSG_GETBULK);
+    EXPECT_EQ(pdu->max_repetitions, 8);
+
+    const Pdu tooLong = getBulk(2, 1, 10, MESSAGE_OVERHEAD + 2000);
+    boundAnswer(*tooLong, 2000);
+    EXPECT_EQ(tooLong->command, SNMP_MSG_GETNEXT);
 }
 
 TEST(AnswerBoundTest, OtherRequestsAreLeftAlone) {
