@@ -54,6 +54,9 @@ void TrapSender::setDestinations(const std::list<tTrapDestInfo>& destinations) {
     for (const tTrapDestInfo& info : destinations) list->emplace(trapDestinationKey(info.index), info);
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
+        std::size_t waiting = 0;
+        for (const auto& entry : m_destinations) waiting += entry.second.queue.size();
+        settled.reserve(waiting);
         for (auto at = m_destinations.begin(); at != m_destinations.end();) {
             if (list->count(at->first) != 0) {
                 ++at;
@@ -134,13 +137,13 @@ void TrapSender::enqueue(const std::string& key, const std::shared_ptr<Submissio
     }
 }
 
-// Caller holds m_mutex.
+// Caller holds m_mutex, and has room in `settled`: what is half done cannot be done again.
 void TrapSender::dropItem(Destination& destination, Item& item, TrapDrop reason, std::vector<Settled>& settled) {
     ++destination.counters.dropped[static_cast<std::size_t>(reason)];
     release(*item.submission, settled);
 }
 
-// Caller holds m_mutex, and calls `settled` without it.
+// Caller holds m_mutex, has room in `settled`, and calls it without the lock.
 void TrapSender::release(Submission& submission, std::vector<Settled>& settled) {
     if (--submission.open == 0) settled.push_back(std::move(submission.settled));
 }
@@ -325,6 +328,7 @@ void TrapSender::dropAll(const std::string& key, TrapDrop reason) {
         const auto found = m_destinations.find(key);
         if (found == m_destinations.end()) return;
         Destination& destination = found->second;
+        settled.reserve(destination.queue.size());
         for (Item& item : destination.queue) dropItem(destination, item, reason, settled);
         destination.queue.clear();
     }
@@ -338,6 +342,7 @@ void TrapSender::dropAged(const std::string& key, Clock::time_point& nextTurn) {
         const auto found = m_destinations.find(key);
         if (found == m_destinations.end()) return;
         Destination& destination = found->second;
+        settled.reserve(destination.queue.size());
         const Clock::time_point now = Clock::now();
         while (!destination.queue.empty() && destination.queue.front().since + m_options.unresolvedTime <= now) {
             dropItem(destination, destination.queue.front(), TrapDrop::Unresolved, settled);
@@ -354,6 +359,8 @@ void TrapSender::dropAged(const std::string& key, Clock::time_point& nextTurn) {
 bool TrapSender::sendNext(const std::string& key, Link& link, Clock::time_point& nextTurn) {
     Item item;
     bool paced = false;
+    std::vector<Settled> settled;
+    settled.reserve(1);
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         const auto found = m_destinations.find(key);
@@ -378,9 +385,6 @@ bool TrapSender::sendNext(const std::string& key, Link& link, Clock::time_point&
         result.failure = "out of memory";
     }
 
-    std::vector<Settled> settled;
-    bool firstLeftOut = false;
-    std::string described;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         const auto found = m_destinations.find(key);
@@ -391,18 +395,13 @@ bool TrapSender::sendNext(const std::string& key, Link& link, Clock::time_point&
             ++counters.sent;
             if (paced) ++counters.paced;
             counters.counter64LeftOut += result.leftOut;
-            firstLeftOut = result.leftOut > 0 && !link.leftOutKnown;
-            if (firstLeftOut && !gone) described = describe(found->second.info);
         } else {
             ++counters.dropped[static_cast<std::size_t>(TrapDrop::SendFailed)];
         }
         release(*item.submission, settled);
     }
     callAll(settled);
-    if (firstLeftOut) {
-        link.leftOutKnown = true;
-        agent_log::info(described + ": Counter64 values are left out of its traps, SNMPv1 cannot carry them");
-    }
+    if (result.leftOut > 0) noteLeftOut(key, link);
     Readiness readiness;
     readiness.proven = true;
     if (!result.failure.empty()) {
@@ -412,4 +411,18 @@ bool TrapSender::sendNext(const std::string& key, Link& link, Clock::time_point&
     }
     noteState(key, readiness);
     return true;
+}
+
+// One line for each destination.
+void TrapSender::noteLeftOut(const std::string& key, Link& link) {
+    if (link.leftOutKnown) return;
+    std::string line;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_destinations.find(key);
+        if (found == m_destinations.end()) return;
+        line = describe(found->second.info) + ": Counter64 values are left out of its traps, SNMPv1 cannot carry them";
+    }
+    agent_log::info(line);
+    link.leftOutKnown = true;
 }

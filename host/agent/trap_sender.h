@@ -115,6 +115,7 @@ private:
     bool serve(const std::string& key, Clock::time_point& nextTurn);
     Readiness makeReady(const tTrapDestInfo& info, Link& link);
     void noteState(const std::string& key, const Readiness& readiness);
+    void noteLeftOut(const std::string& key, Link& link);
     void dropAll(const std::string& key, TrapDrop reason);
     void dropAged(const std::string& key, Clock::time_point& nextTurn);
     bool sendNext(const std::string& key, Link& link, Clock::time_point& nextTurn);

@@ -1,0 +1,66 @@
+// Traps on their way out without memory at any one place: each is counted and settled once.
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "tests/agent/trap_test_tools.h"
+#include "tests/failing_memory.h"
+
+namespace {
+
+constexpr int TRAPS = 3;
+
+class TrapSenderMemoryTest : public testing::Test {
+protected:
+    // Submits traps to one destination and runs the loop with the n-th allocation failing, for n = 1, 2, ... until
+    // there are no more of them.
+    void failEach(const tTrapDestInfo& info, const std::function<void(FakeTransport& transport)>& prepare,
+                  const std::function<void(const TrapCounters& counters)>& check) {
+        bool failed = true;
+        unsigned int n = 0;
+        while (failed) {
+            SCOPED_TRACE(++n);
+            FakeTransport transport;
+            prepare(transport);
+            TrapSender sender(m_loop, m_options, transport, [](const std::string&) { return std::string(); });
+            sender.setDestinations({info});
+            int settled = 0;
+            for (int i = 1; i <= TRAPS; ++i) {
+                sender.submit(TrapOrigin(), *sender.destinations(), {info}, trapNumbered(1), [&] { ++settled; });
+            }
+            failing_memory::failAt(n);
+            agent_check_and_process(0);
+            failed = !failing_memory::isFailureToCome();
+            failing_memory::failAt(0);
+            ASSERT_TRUE(turnUntil([&] { return sender.totals().waiting == 0; }));
+            EXPECT_EQ(settled, TRAPS);
+            EXPECT_EQ(sender.totals().considered, static_cast<std::uint64_t>(TRAPS));
+            check(sender.totals());
+            sender.stop();
+        }
+        EXPECT_GT(n, 5U) << "allocations fail";
+    }
+
+    AgentLoop m_loop;
+    TrapOptions m_options;
+};
+
+}  // namespace
+
+TEST_F(TrapSenderMemoryTest, EachTrapIsSentAndSettledOnce) {
+    failEach(
+        destination("1", 1001, "127.0.0.1", 1), [](FakeTransport& transport) { transport.leftOut = 1; },
+        [](const TrapCounters& counters) {
+            EXPECT_EQ(counters.sent, static_cast<std::uint64_t>(TRAPS));
+            EXPECT_EQ(counters.droppedInAll(), 0U);
+        });
+}
+
+TEST_F(TrapSenderMemoryTest, EachTrapIsDroppedAndSettledOnce) {
+    failEach(
+        destination("1", 1001), [](FakeTransport& transport) { transport.configuredCommunity = ""; },
+        [](const TrapCounters& counters) {
+            EXPECT_EQ(counters.sent, 0U);
+            EXPECT_EQ(counters.droppedInAll(), static_cast<std::uint64_t>(TRAPS));
+        });
+}
