@@ -184,6 +184,14 @@ TEST_F(AlarmRenderingTest, SuggestionEndingInAMarkFailsBehindLocationAndDetail) 
                                       "parsed detail is suggestion before."));
 }
 
+TEST_F(AlarmRenderingTest, TextsThatFailAreTracedAsFailed) {
+    for (const char* failing : {"detail", "location", "suggestion"}) {
+        const auto text = [failing](const std::string& part) { return part == failing ? "##" : "##00"; };
+        renderTemplates(std::string("##00 ") + text("detail"), text("location"), text("suggestion"), "7");
+        EXPECT_THAT(host.log().lines().back(), EndsWith(": NOK")) << failing;
+    }
+}
+
 TEST_F(AlarmRenderingTest, EveryResultLeavesTheLockFree) {
     const auto expectFree = [](CAlarmConfigParser& parser) {
         ACE_Thread_Mutex& mutex = parser.*(&OpenParser::m_oMutex);
@@ -252,7 +260,11 @@ TEST_F(AlarmRenderingTest, LongValueThatRepeatsItselfIsBounded) {
 
 TEST_F(AlarmRenderingTest, DetailWithVeryManyPlaceholdersIsBounded) {
     std::string detail;
-    for (int i = 0; i < 10001; ++i) detail += "##00";
+    for (int i = 0; i < 10000; ++i) detail += "##00";
+    EXPECT_EQ(renderDetail(detail, "7"), std::string(10000, '7'));
+    EXPECT_THAT(logged(), IsEmpty());
+
+    detail += "##00";
     const Rendered r = renderTemplates(detail, "l", "s", "7");
     EXPECT_EQ(r.result, 0);
     EXPECT_EQ(r.detail, std::string(10000, '7') + "##00");
@@ -507,6 +519,7 @@ INSTANTIATE_TEST_SUITE_P(
         ValueCase{"MapThatNamesTheMissingOne", "##01{--:none}", {"a"}, {{1, "--"}}},
         ValueCase{"EmptyMap", "##00{}", {"a"}, {{0, "a"}}}, ValueCase{"EmptyMapMissing", "##01{}", {"a"}, {{1, "--"}}},
         ValueCase{"EntryWithThreePartsIsSkipped", "##00{a:b:c;a:one}", {"a"}, {{0, "one"}}},
+        ValueCase{"EntryWithTwoColonsInARowIsSkipped", "##00{a::b;a:one}", {"a"}, {{0, "one"}}},
         ValueCase{"EntryWithOnePartIsSkipped", "##00{a;a:one}", {"a"}, {{0, "one"}}},
         ValueCase{"EntryWithEmptyText", "##00{a:}", {"a"}, {{0, ""}}},
         ValueCase{"EntryForTheEmptyValue", "##00{:empty}", {""}, {{0, "empty"}}},
@@ -595,6 +608,8 @@ TEST_F(AlarmRenderingTest, ReplacementWithoutAPairLeavesTheText) {
     EXPECT_EQ(text, "axb");
     EXPECT_TRUE(parser.replaceParaWithBraceValue(text, 0, 2, 4, {{0, "z"}}));
     EXPECT_EQ(text, "axz");
+    EXPECT_TRUE(parser.replaceParaWithBraceValue(text, 0, 3, 0, {{0, "!"}}));  // nothing at the end
+    EXPECT_EQ(text, "axz!");
 }
 
 }  // namespace
