@@ -78,6 +78,7 @@ def codec(programs):
         Row.of("decoding 50 alarms, protobuf, us", times("decode", "protobufParse"), at_most=1.5),
         Row.of("encoding 50 alarms, protobuf, us", times("encode", "protobufSerialize"), at_most=1.0),
         Row.of("decoding 50 alarms, a copy of the bytes, us", times("decode", "copyBytes")),
+        Row.of("encoding 50 alarms, a copy of the bytes, us", times("encode", "copyBytes")),
     ]
 
 
