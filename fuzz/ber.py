@@ -42,8 +42,18 @@ class Node:
         return Node(self.tag, content, self.length)
 
 
+class Raw(Node):
+    """Bytes as they are, where a value should stand."""
+
+    def __init__(self, data):
+        super().__init__(None, data)
+
+    def encode(self):
+        return self.content
+
+
 def parse(data):
-    """The tree of a well-formed message; a string that holds a whole sequence (SNMPv3's security) is one of its nodes."""
+    """The tree of a well-formed message; of a string that holds a whole sequence (SNMPv3's security), its nodes too."""
     nodes = parse_all(data)
     if len(nodes) != 1:
         raise ValueError("not one value")
@@ -110,10 +120,14 @@ def message(body, version=1, community=b"public"):
     return sequence(integer(version), octets(community), body)
 
 
+def scoped_pdu(body, engine, context=b""):
+    return sequence(octets(engine), octets(context), body)
+
+
 def message_v3(body, engine, user=b"open", flags=4, context=b"", boots=0, time=0, authentication=b"", privacy=b"",
                number=1, model=3, most=65507):
     """Without encryption; flags 4: the sender wants reports."""
     security = sequence(octets(engine), integer(boots), integer(time), octets(user), octets(authentication),
                         octets(privacy))
     head = sequence(integer(number), integer(most), octets(bytes([flags])), integer(model))
-    return sequence(integer(3), head, Node(OCTETS, [security]), sequence(octets(engine), octets(context), body))
+    return sequence(integer(3), head, Node(OCTETS, [security]), scoped_pdu(body, engine, context))

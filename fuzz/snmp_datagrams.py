@@ -7,20 +7,19 @@
 After every few datagrams a good request is to be answered; after every thousand all that the agent serves is to be what
 it was, over v1, v2c and v3, and its counter is to show that the datagrams did arrive. Its memory is not to grow, and in
 the end it has to stop as usual: a report of a sanitizer is a finding, too. The datagrams before a finding go to a file,
-alone the one that repeats it where there is one. The last line tells the result; a finding makes the exit code 1.
+alone the one that repeats it where there is one. The same seed gives the same datagrams in the same order. The last
+line tells seed and result; a finding makes the exit code 1.
 """
 
 import argparse
+import collections
 import glob
 import hashlib
-import hmac
 import itertools
 import os
-import random
 import select
 import socket
 import sys
-import threading
 import time
 
 if __name__ == "__main__":  # the harness looks for programs where the environment says
@@ -47,9 +46,10 @@ sys.path[:0] = [HERE, E2E]
 # pylint: disable=wrong-import-position
 import ber  # noqa: E402
 import datagram_cases  # noqa: E402
+import snmp_engine  # noqa: E402
 from backend_client import BackendClient  # noqa: E402
-from harness import (AGENT_CONFIG, ALARMS, BUILD_DIR, CLEAR_ALARM, DESTINATIONS, TOPOLOGY, V1, V2C, V3, Failure,  # noqa: E402
-                     System, free_port, values)
+from harness import (  # noqa: E402
+    AGENT_CONFIG, ALARMS, BUILD_DIR, CLEAR_ALARM, DESTINATIONS, TOPOLOGY, V1, V2C, V3, Failure, System, values)
 
 FIXTURES = os.path.join(E2E, "datagrams")
 BURST = 20              # datagrams, and
@@ -58,7 +58,6 @@ ROUND = 1000            # datagrams between two looks at everything
 ANSWER_SECONDS = 20     # for a good request: generous, sanitizers on a busy machine are slow
 WARM_ROUNDS = 10        # of which memory is still that of caches and pools being filled
 GROWTH_LIMIT_KB = {False: 6 << 10, True: 24 << 10}  # after that, without and with a sanitizer's own book-keeping
-SIGNER_PASSPHRASE = "signer-auth-pass"
 SNMP_IN_PACKETS = "1.3.6.1.2.1.11.1.0"
 SYS_NAME = "1.3.6.1.2.1.1.5.0"
 CONFIG = AGENT_CONFIG + """
@@ -67,9 +66,7 @@ createUser open
 rouser open noauth
 createUser writer
 rwuser writer noauth .1.3.6.1.4.1.99871
-createUser signer SHA-256 "%s"
-rouser signer auth
-""" % SIGNER_PASSPHRASE
+""" + snmp_engine.CONFIG
 OPEN = ["-v3", "-l", "noAuthNoPriv", "-u", "open"]
 SANITIZER_WORDS = ("AddressSanitizer", "LeakSanitizer", "runtime error:", "ThreadSanitizer")
 
@@ -82,87 +79,16 @@ class Finding(Exception):
         self.datagrams = list(datagrams)
 
 
-class Engine:
-    """The agent as an SNMPv3 engine, and messages of a user of it who signs."""
-
-    def __init__(self, identity, boots, seconds):
-        self.id = identity
-        self._boots = boots
-        self._started = time.monotonic() - seconds
-        key = hashlib.sha256((SIGNER_PASSPHRASE.encode() * (1 << 20))[:1 << 20]).digest()  # RFC 3414, A.2
-        self._key = hashlib.sha256(key + identity + key).digest()
-
-    def message(self, body, offset=0):
-        return ber.message_v3(body, self.id, user=b"signer", flags=5, boots=self._boots,
-                              time=int(time.monotonic() - self._started) + offset, authentication=b"\0" * 24)
-
-    def sign(self, data):
-        """HMAC-SHA-256 in 192 bits (RFC 7860) over the message with 24 zero octets in its place."""
-        at = data.find(b"\0" * 24)
-        if at < 0:
-            return data
-        return data[:at] + hmac.new(self._key, data, hashlib.sha256).digest()[:24] + data[at + 24:]
-
-
-class Relay:
-    """Passes datagrams on to the agent and back, and keeps those of the managers."""
-
-    def __init__(self, port):
-        self.captured = []
-        self._front, self._back = (socket.socket(socket.AF_INET, socket.SOCK_DGRAM) for _ in range(2))
-        self._front.bind(("127.0.0.1", 0))
-        self._back.connect(("127.0.0.1", port))
-        self.address = "udp:127.0.0.1:%d" % self._front.getsockname()[1]
-        self._stopping = False
-        self._thread = threading.Thread(target=self._run, daemon=True)
-
-    def __enter__(self):
-        self._thread.start()
-        return self
-
-    def __exit__(self, *_):
-        self._stopping = True
-        self._thread.join()
-        self._front.close()
-        self._back.close()
-
-    def _run(self):
-        manager = None
-        while not self._stopping:
-            for ready in select.select([self._front, self._back], [], [], 0.1)[0]:
-                if ready is self._front:
-                    data, manager = self._front.recvfrom(65536)
-                    self.captured.append(data)
-                    self._back.send(data)
-                elif manager:
-                    self._front.sendto(self._back.recv(65536), manager)
-
-
-def capture(system):
-    """What Net-SNMP's tools send; the writes among them change nothing."""
-    with Relay(system.port) as relay:
-        there = {"address": relay.address, "timeout": ANSWER_SECONDS}
-        for version in (V1, V2C, OPEN, V3):
-            system.get(SYS_NAME, ALARMS + ".4.1", TOPOLOGY + ".5.1", version=version, **there)
-            system.getnext(ALARMS, DESTINATIONS + ".6", version=version, **there)
-            if version is not V1:
-                system.bulkget(SYS_NAME, ALARMS + ".4", TOPOLOGY, non_repeaters=1, version=version, **there)
-        port = "%s.2.1" % DESTINATIONS
-        system.set(port, "u", values(system.get(port))[0][1].split(": ")[1], **there)
-        for version in (V1, V2C):
-            system.set(port, "u", "162", version=version, check=False, **there)
-        system.set(CLEAR_ALARM, "u", "4000000000", check=False, **there)
-        return relay.captured
-
-
 def discover(port):
-    """Asks the agent for its engine's name, as RFC 3414, 4 has it."""
+    """Asks the agent for its engine's clock, as RFC 3414, 4 has it."""
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as link:
         link.settimeout(ANSWER_SECONDS)
         link.connect(("127.0.0.1", port))
         link.send(ber.message_v3(ber.pdu(ber.GET, []), b"", user=b"").encode())
         security = ber.parse(link.recv(65536)).content[2].content[0].content
-    return Engine(security[0].content, *(int.from_bytes(node.content, "big") for node in security[1:3]))
+    if security[0].content != snmp_engine.ENGINE_ID:
+        raise Finding("the agent has another engine ID than the configured one: %s" % security[0].content.hex())
+    return snmp_engine.Engine(*(int.from_bytes(node.content, "big") for node in security[1:3]))
 
 
 class Watch:
@@ -177,6 +103,7 @@ class Watch:
         self.link.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4 << 20)
         self.recent = []
         self.sent = 0
+        self.classes = collections.Counter()  # of what was sent
         self.memory = []
         self._numbers = itertools.count(0x40000000)
         self._counted = self._expected = 0  # packets by the agent's counter, and what it has to have risen by
@@ -203,10 +130,9 @@ class Watch:
         with BackendClient(self.system.path("state", "backend.sock")) as backend:
             backend.raise_alarms(20)
         # A destination that is not in use: it has no notifications to lose.
-        self.system.add_destination(1, free_port())
+        self.system.add_destination(1, datagram_cases.PORT)
         self.link.connect(("127.0.0.1", self.system.port))
         self.engine = discover(self.system.port)
-        self.captures = capture(self.system)
         self.first = self._state()
         if len(self.first[2]) < 20:
             raise Finding("the alarms cannot be read")
@@ -217,7 +143,7 @@ class Watch:
         self._expected = 0
 
     def send(self, cases):
-        """Sends (class, datagram) pairs and looks after the agent as the file's head tells."""
+        """Sends (kind, datagram) pairs and looks after the agent as the file's head tells."""
         left = ROUND
         burst = 0
         for case in cases:
@@ -225,14 +151,16 @@ class Watch:
                 self.answers()
                 self.recent, burst = [], 0
             self.recent.append(case)
+            datagram = self.engine.fill(case[1])
             try:
-                self.link.send(case[1])
+                self.link.send(datagram)
             except ConnectionRefusedError:  # of an earlier one, when nobody listens any more
                 self.answers()
-                self.link.send(case[1])
-            burst += len(case[1])
+                self.link.send(datagram)
+            burst += len(datagram)
             self.sent += 1
-            self._expected += len(case[1]) > 0  # one without content is not even a packet to the engine
+            self.classes[case[0].partition(":")[0]] += 1
+            self._expected += len(datagram) > 0  # one without content is not even a packet to the engine
             left -= 1
             if left == 0:
                 self.look()
@@ -243,7 +171,7 @@ class Watch:
         if not self.system.agent.running():
             text += "\nthe agent has ended with %s" % self.system.agent.process.returncode
         log = self.system.agent.log()
-        raise Finding("%s\n%s" % (text, log[-20_000:]), self.recent)
+        raise Finding("after %d datagrams: %s\n%s" % (self.sent, text, log[-20_000:]), self.recent)
 
     def answers(self):
         """A good request is answered: then all before it have been taken from the socket, too."""
@@ -336,6 +264,12 @@ class Watch:
                 self.fail("memory has grown by %d KB since round %d: %s" % (growth, WARM_ROUNDS, self.memory))
 
 
+    def summary(self):
+        return "%d cases: %s\nKB of memory after each %d: %s" % (
+            self.sent, ", ".join("%s %d" % pair for pair in self.classes.most_common()), ROUND,
+            " ".join(map(str, self.memory)))
+
+
 def is_sanitized():
     with open(os.path.join(BUILD_DIR, "CMakeCache.txt"), encoding="utf-8") as cache:
         return any(line.startswith("TAMREL_SANITIZE:") and line.rstrip().rpartition("=")[2] for line in cache)
@@ -350,13 +284,14 @@ def read_cases(path):
 
 def fixtures():
     """What was once found, in every run again."""
-    return [case for path in sorted(glob.glob(os.path.join(FIXTURES, "*.hex"))) for case in read_cases(path)]
+    found = [case for path in sorted(glob.glob(os.path.join(FIXTURES, "*.hex"))) for case in read_cases(path)]
+    if not found:
+        raise RuntimeError("there are no datagrams in %s" % FIXTURES)
+    return found
 
 
-def all_cases(watch, seed):
-    yield from fixtures()
-    yield from datagram_cases.systematic(watch.captures, watch.engine)
-    yield from datagram_cases.chance(watch.captures, watch.engine, random.Random(seed))
+def all_cases(seed):
+    return itertools.chain(fixtures(), datagram_cases.all_cases(seed))
 
 
 def until(cases, seconds):
@@ -365,15 +300,15 @@ def until(cases, seconds):
 
 
 def run(seed=1, count=None, seconds=None, cases=None):
-    """Sends so many cases, or for so long, or the cases given; returns how many, and the memory after each round."""
+    """Sends so many cases, or for so long, or the cases given; returns the Watch, which has counted them."""
     with Watch() as watch:
-        chosen = cases if cases is not None else all_cases(watch, seed)
+        chosen = cases if cases is not None else all_cases(seed)
         if count is not None:
             chosen = itertools.islice(chosen, count)
         if seconds is not None:
             chosen = until(chosen, seconds)
         watch.send(chosen)
-        return watch.sent, watch.memory
+        return watch
 
 
 def keep(finding, seed):
@@ -399,15 +334,15 @@ def keep(finding, seed):
 def main(options):
     try:
         if options.replay:
-            sent, memory = run(cases=read_cases(options.replay))
+            watch = run(cases=read_cases(options.replay))
         else:
-            sent, memory = run(options.seed, options.cases, options.seconds)
+            watch = run(options.seed, options.cases, options.seconds)
     except Finding as finding:
         print(finding)
-        print("snmp_datagrams: FINDING, see above; %s" % keep(finding, options.seed))
+        print("snmp_datagrams: seed %d, FINDING, see above; %s" % (options.seed, keep(finding, options.seed)))
         return 1
-    print("%d cases; KB of memory after each %d: %s" % (sent, ROUND, " ".join(map(str, memory))))
-    print("snmp_datagrams: %d datagrams, no finding" % sent)
+    print(watch.summary())
+    print("snmp_datagrams: seed %d, %d datagrams, no finding" % (options.seed, watch.sent))
     return 0
 
 
