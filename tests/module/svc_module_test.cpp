@@ -9,6 +9,7 @@
 #include <typeinfo>
 #include <vector>
 
+#include "alarm/snmp_alarm_iniparser.h"
 #include "handlers/snmp_tamrel_alarm_handler.h"
 #include "handlers/snmp_tamrel_trap_addr_handler.h"
 #include "handlers/snmp_topo_handler.h"
@@ -164,15 +165,60 @@ TEST_F(SvcModuleTest, MibFileNameIsExact) {
 
 TEST_F(SvcModuleTest, HandlersOutliveTheModule) {
     host.setConfig("COMMAND", "GET_SYSTEM_WWN", "1001");
-    host.backend().answer(0);
+    host.setConfig("COMMAND", "GET_CURRENT_ALARM", "2001");
+    host.setConfig("COMMAND", "CLEAR_ALARM", "2002");
+    host.setConfig("SNMP_CONF", "ALARM_INI_PATH", "definitions.xml");
+    host.setConfig("SNMP_CONF", "ALARM_PARAM_ENUM_PATH", "enumerations.xml");
+    host.writeFile("definitions.xml",
+                   "<root><eventDefinition><param eventID=\"5\" name=\"Title\" detail=\"Part ##00\" location=\"Here\""
+                   " suggestion=\"Look\" alarmOid=\"0.1\"/></eventDefinition></root>");
+    host.writeFile("enumerations.xml", "<alarm><param_enum/></alarm>");
+    tTrapDestInfo destination;
+    destination.index = "7";
+    destination.address = "10.0.0.1";
+    destination.port = 162;
+    host.trapApi().destinations = {destination};
     std::unique_ptr<CSNMP_Svc_Module> module(SNMP_SvcModuleCreator());
     module->getSvcHandler(handlers);
     module.reset();
+    ASSERT_EQ(oids(), REGISTERED);
 
     CVRX_SnmpContext ctx;
-    CR8KPackageV3 rsp;
-    EXPECT_EQ(handlers.front().second->OnQueryTable(ctx, CR8KPackageV3(), rsp), 0);
-    EXPECT_EQ(rsp.records().size(), 1u);
+    auto next = handlers.begin();
+    CSnmpHandler& topology = *(next++)->second;
+    host.backend().answer(0);
+    CR8KPackageV3 row;
+    EXPECT_EQ(topology.OnQueryTable(ctx, CR8KPackageV3(), row), 0);
+    EXPECT_THAT(recordsOf(row),
+                ElementsAre(RecordIs(NO_IDENTIFIER, text(1, "NODE0001"), u32(2, 1), i32(3, 1), text(4, "192.168.2.10"),
+                                     text(5, "Array"), text(6, " "), text(7, " "), i32(8, 1))));
+
+    CSnmpHandler& alarms = *(next++)->second;
+    host.backend().answer(0, {recordOf(2001, u32(0, 1), u64(1, 5), u32(2, 3), u32(3, 17), u64(4, 0), text(8, "A"))});
+    CR8KPackageV3 alarmRows;
+    EXPECT_EQ(alarms.OnQueryTable(ctx, requestWith(u32(1, 161), text(2, "91.10.1.1.1.9.16")), alarmRows), 0);
+    const std::vector<TlvRecord> rows = recordsOf(alarmRows);
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_EQ(rows[0].identifier, 17u);
+    EXPECT_THAT(rows[0].cells, testing::IsSupersetOf({text(4, "Title"), u32(9, 17), text(10, "Part A")}));
+    CAlarmConfigParser::destroy();
+
+    CSnmpHandler& clear = *(next++)->second;
+    host.backend().answer(0);
+    CR8KPackageV3 nothing;
+    EXPECT_EQ(clear.OnSetLeaf(ctx, requestWith(u32(0, 17)), nothing), 0);
+    EXPECT_EQ(host.backend().sent().back(), recordOf(2002, u32(3, 17), text(7, "SNMP_AGENT")));
+    CR8KPackageV3 scalar;
+    EXPECT_EQ(clear.OnQueryLeaf(ctx, CR8KPackageV3(), scalar), 0);
+    EXPECT_THAT(recordsOf(scalar), ElementsAre(RecordIs(NO_IDENTIFIER, u32(0, 0))));
+
+    CSnmpHandler& destinations = *(next++)->second;
+    CR8KPackageV3 list;
+    EXPECT_EQ(destinations.OnQueryTable(ctx, CR8KPackageV3(), list), 0);
+    EXPECT_THAT(recordsOf(list),
+                ElementsAre(RecordIs(NO_IDENTIFIER, text(1, "10.0.0.1"), u32(2, 162), i32(3, 1), text(4, "7"),
+                                     u32(5, 2), text(6, "10.0.0.1"), u32(7, 3), text(8, "--"))));
+
     for (INotifyMsgHandler* handler : host.dispatcher().handlers()) EXPECT_EQ(handler->getTrapVbLen(), 15);
     EXPECT_EQ(host.dispatcher().handlers().size(), 2u);
 }
