@@ -16,29 +16,44 @@ namespace {
 
 constexpr std::size_t SINGLE_ROWS = 8;  // of one request that are read one by one rather than with the whole table
 
-std::string bytes(const void* data, std::size_t size) {
-    return size == 0 ? std::string() : std::string(static_cast<const char*>(data), size);
+constexpr std::size_t KEY_SIZE = 256;  // octets that keys rarely have more of
+
+template <typename Number>
+void addNumber(std::string& key, Number number) {
+    key.append(reinterpret_cast<const char*>(&number), sizeof number);
 }
 
-std::string peerOf(const netsnmp_pdu& pdu) {
-    return bytes(pdu.transport_data, static_cast<std::size_t>(std::max(pdu.transport_data_length, 0)));
+// The length in front keeps a part apart from what follows.
+void addPart(std::string& key, const void* data, std::size_t size) {
+    if (data == nullptr) size = 0;
+    addNumber(key, size);
+    key.append(static_cast<const char*>(data), size);
 }
 
 // Who asks: his walks are not another's.
 std::string clientOf(const netsnmp_session* session, const netsnmp_pdu& pdu) {
-    return std::to_string(reinterpret_cast<std::uintptr_t>(session)) + '\0' + peerOf(pdu) + '\0' +
-           std::to_string(pdu.version) + '\0' + bytes(pdu.community, pdu.community_len) + '\0' +
-           bytes(pdu.securityName, pdu.securityNameLen) + '\0' + bytes(pdu.contextName, pdu.contextNameLen);
+    std::string key;
+    key.reserve(KEY_SIZE);
+    addNumber(key, session);
+    addNumber(key, pdu.version);
+    addPart(key, pdu.transport_data, static_cast<std::size_t>(std::max(pdu.transport_data_length, 0)));
+    addPart(key, pdu.community, pdu.community_len);
+    addPart(key, pdu.securityName, pdu.securityNameLen);
+    addPart(key, pdu.contextName, pdu.contextNameLen);
+    return key;
 }
 
 // Equal for a request and its retries: all but the message around it.
 std::string retryKey(const netsnmp_session* session, const netsnmp_pdu& pdu) {
-    std::string key = clientOf(session, pdu) + '\0' + std::to_string(pdu.command) + '\0' + std::to_string(pdu.reqid) +
-                      '\0' + std::to_string(pdu.errstat) + '\0' + std::to_string(pdu.errindex);
+    std::string key = clientOf(session, pdu);
+    addNumber(key, pdu.command);
+    addNumber(key, pdu.reqid);
+    addNumber(key, pdu.errstat);
+    addNumber(key, pdu.errindex);
     for (const netsnmp_variable_list* varbind = pdu.variables; varbind != nullptr; varbind = varbind->next_variable) {
-        key += '\0' + bytes(varbind->name, varbind->name_length * sizeof(oid)) + '\0';
-        key += static_cast<char>(varbind->type);
-        if (varbind->val.string != nullptr) key += bytes(varbind->val.string, varbind->val_len);
+        addPart(key, varbind->name, varbind->name_length * sizeof(oid));
+        addNumber(key, varbind->type);
+        addPart(key, varbind->val.string, varbind->val_len);
     }
     return key;
 }
