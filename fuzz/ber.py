@@ -37,10 +37,6 @@ class Node:
             for node in self.content:
                 yield from node.nodes()
 
-    def copy(self):
-        content = self.content if isinstance(self.content, bytes) else [node.copy() for node in self.content]
-        return Node(self.tag, content, self.length)
-
 
 class Raw(Node):
     """Bytes as they are, where a value should stand."""

@@ -49,7 +49,7 @@ class Datagrams(unittest.TestCase):
 class Cases(unittest.TestCase):
     """What is sent is what it is said to be."""
 
-    COUNT = 20000
+    COUNT = 6000
 
     @classmethod
     def digest(cls, seed):
@@ -61,8 +61,8 @@ class Cases(unittest.TestCase):
         others = [subprocess.run([sys.executable, "-c", code % seed], env=dict(os.environ, PYTHONHASHSEED=str(seed)),
                                  cwd=os.path.dirname(os.path.abspath(__file__)), stdout=subprocess.PIPE, check=True,
                                  text=True).stdout.strip() for seed in (1, 2)]
-        self.assertEqual(self.digest(1), others[0])
-        self.assertNotEqual(self.digest(1), others[1])
+        self.assertEqual([self.digest(1)], others[:1])
+        self.assertNotEqual(others[0], others[1])
 
     def test_what_was_found_is_sent_first(self):
         found = snmp_datagrams.fixtures()
