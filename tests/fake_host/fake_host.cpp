@@ -273,6 +273,10 @@ void FakeHost::setSystemName(const std::string& name) {
     m_systemName = name;
 }
 
+void FakeHost::failTimeConversions() {
+    m_timeConversionsFail = true;
+}
+
 void FakeHost::deleteHandlers() {
     for (INotifyMsgHandler* handler : m_dispatcher.handlers()) delete handler;
     m_dispatcher.handlers().clear();

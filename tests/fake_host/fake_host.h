@@ -162,6 +162,9 @@ public:
     void setProductSn(const std::string& number);
     void setSystemName(const std::string& name);
 
+    // From now on times cannot be converted: both conversions say nothing and leave what they were given.
+    void failTimeConversions();
+
     // The dispatcher. Handlers that are still registered when the FakeHost ends are deleted by it: delete those of an
     // unloaded module before (deleteHandlers).
     CNotifyHandler& dispatcher() { return m_dispatcher; }
@@ -188,6 +191,7 @@ private:
     std::optional<std::string> m_nodeCode = "NODE0001";
     unsigned int m_nodeType = 1;
     std::string m_systemName = "storage-1";
+    bool m_timeConversionsFail = false;
     int m_previousDeviceType;
     std::string m_previousProductSn;
 };

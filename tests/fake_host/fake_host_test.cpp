@@ -95,6 +95,16 @@ TEST(FakeHost, TimesAreUtc) {
     EXPECT_STREQ(text.get_printable(), "1970-01-01,00:00:00.0,+00:00");
 }
 
+TEST(FakeHost, TimeThatCannotBeConvertedLeavesWhatWasThere) {
+    FakeHost host;
+    host.failTimeConversions();
+    Snmp_pp::OctetStr octets("before");
+    CSnmpUtil::convertTime2DateTime(octets, 1767323045);
+    EXPECT_STREQ(octets.get_printable(), "before");
+    CSnmpUtil::convertTime2DateTimeStr(octets, 0);
+    EXPECT_STREQ(octets.get_printable(), "before");
+}
+
 TEST(FakeHost, SplittingKeepsEmptyPieces) {
     const auto split = [](const std::string& text) {
         std::vector<std::string> pieces;

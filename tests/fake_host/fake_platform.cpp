@@ -26,6 +26,10 @@ struct FakeHostAccess {
     static const std::optional<std::string>& nodeCode(FakeHost& host) { return host.m_nodeCode; }
     static unsigned int nodeType(FakeHost& host) { return host.m_nodeType; }
     static std::string systemName(FakeHost& host) { return host.m_systemName; }
+    static bool timeConversionsFail() {
+        const FakeHost* const current = FakeHost::current();
+        return current != nullptr && current->m_timeConversionsFail;
+    }
 
     static CNotifyHandler* dispatcher(FakeHost& host) {
         unsigned int left = host.m_dispatcherFailsAt;
@@ -153,6 +157,7 @@ std::string GetSystemName() {
 }
 
 void CSnmpUtil::convertTime2DateTime(Snmp_pp::OctetStr& out, long seconds) {
+    if (FakeHostAccess::timeConversionsFail()) return;
     const tm parts = utc(seconds);
     const auto octet = [](int number) { return static_cast<unsigned char>(number & 0xFF); };
     const int year = parts.tm_year + 1900;
@@ -171,6 +176,7 @@ void CSnmpUtil::convertTime2DateTime(Snmp_pp::OctetStr& out, long seconds) {
 }
 
 void CSnmpUtil::convertTime2DateTimeStr(Snmp_pp::OctetStr& out, long seconds) {
+    if (FakeHostAccess::timeConversionsFail()) return;
     const tm parts = utc(seconds);
     char buffer[96];
     std::snprintf(buffer, sizeof buffer, "%04d-%02d-%02d,%02d:%02d:%02d.0,+00:00", parts.tm_year + 1900,

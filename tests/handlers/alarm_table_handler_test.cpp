@@ -248,6 +248,14 @@ TEST_F(AlarmTableHandlerTest, UnknownNodeCodeIsAStringOfLengthZero) {
     EXPECT_EQ(cells[0], noText(1));
 }
 
+TEST_F(AlarmTableHandlerTest, TimeThatTheHostCannotConvertIsAnEmptyCell) {
+    host.failTimeConversions();
+    const std::vector<TlvCell> cells = rowOf(alarmRecord(DISK_FAULT));
+    ASSERT_EQ(cells.size(), 12u);
+    EXPECT_EQ(cells[8], octets(8, ""));
+    EXPECT_THAT(ownLines(), IsEmpty());
+}
+
 TEST_F(AlarmTableHandlerTest, HandlerWithoutDateAndTimeShowsTheTimeAsText) {
     class TextTimeHandler : public CSnmpTamrelVrxAlarmHandler {
         bool useDateAndTime() override { return false; }

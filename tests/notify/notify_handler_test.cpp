@@ -312,6 +312,38 @@ TEST_F(NotifyHandlerTest, UnknownNodeCodeIsAnEmptyText) {
     EXPECT_EQ(trap.syntax(1), sNMP_SYNTAX_OCTETS);
 }
 
+TEST_F(NotifyHandlerTest, IdentityThatTheHostDoesNotKnowIsSentEmpty) {
+    host.setNodeCode(std::nullopt);
+    host.setDeviceType(0);
+    host.setProductSn("");
+    host.setSystemName("");
+    load();
+    const Trap trap(handler, notification());
+    ASSERT_EQ(trap.result, 0);
+    for (int number : {1, 14, 15}) {
+        SCOPED_TRACE(number);
+        EXPECT_EQ(trap.octets(number), "");
+        EXPECT_EQ(trap.syntax(number), sNMP_SYNTAX_OCTETS);
+    }
+    EXPECT_EQ(trap.value(13), "0");
+    EXPECT_THAT(host.log().lines("error"), IsEmpty());
+}
+
+TEST_F(NotifyHandlerTest, TimeThatTheHostCannotConvertIsSentEmpty) {
+    host.failTimeConversions();
+    load();
+    CTamrelOIDBasedMsgHandler oidBased;
+    for (INotifyMsgHandler* each : std::vector<INotifyMsgHandler*>{&handler, &oidBased}) {
+        const Trap trap(*each, notification());
+        ASSERT_EQ(trap.result, 0);
+        EXPECT_EQ(trap.octets(8), "");
+        EXPECT_EQ(trap.syntax(8), sNMP_SYNTAX_OCTETS);
+        EXPECT_EQ(loggedTime(), "");
+        EXPECT_EQ(trap.value(9), "42");
+    }
+    EXPECT_THAT(host.log().lines("error"), IsEmpty());
+}
+
 TEST_F(NotifyHandlerTest, NegativeDeviceTypeStaysNegative) {
     host.setDeviceType(-5);
     load();
