@@ -57,6 +57,16 @@ class Faults(unittest.TestCase):
         library = os.path.join(BUILD_DIR, "lib", "libvrx_core.so")
         self.ends(EX_CONFIG, "module %s: exports no SNMP_SvcModuleCreator" % library, *self.root(), "--module", library)
 
+    def test_a_module_whose_creator_gives_none(self):
+        library = os.path.join(BUILD_DIR, "lib", "libmodule_without_object.so")
+        self.ends(EX_CONFIG, "module %s: SNMP_SvcModuleCreator returned no module\n" % library, *self.root(),
+                  "--module", library)
+
+    def test_a_module_whose_creator_throws(self):
+        library = os.path.join(BUILD_DIR, "lib", "libmodule_that_throws.so")
+        self.ends(EX_CONFIG, "module %s: SNMP_SvcModuleCreator threw: no dispatcher\n" % library, *self.root(),
+                  "--module", library)
+
     def test_a_mib_file_that_is_missing(self):
         os.unlink(self.system.path("mibs/VRX-TAMREL-MIB.xml"))
         self.ends(EX_CONFIG, "mibs/VRX-TAMREL-MIB.xml: ", *self.module())
