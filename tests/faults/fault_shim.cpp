@@ -1,5 +1,6 @@
 // A library for LD_PRELOAD that makes calls of a program fail from outside: allocations, changes of files, look-ups of
-// names. What fails is said in a small file that the test and the program both map (faults.py has the other side).
+// names, datagrams. What fails is said in a small file that the test and the program both map (faults.py has the other
+// side).
 //
 // Allocations count where the caller is code of ours or of what we use in C++ (SQLite, too). Those that Net-SNMP, the C
 // library, the dynamic linker and the libraries below Net-SNMP make for themselves never fail: Net-SNMP does not
@@ -14,7 +15,9 @@
 #include <fcntl.h>
 #include <link.h>
 #include <netdb.h>
+#include <netinet/in.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -56,8 +59,9 @@ struct tControl {
     Number fileError;      // errno of a failing change of a file
     Number lookupDelayMs;  // how long a look-up of a name hangs before it fails; 0: look-ups are left alone
     Number lookups;        // that hung
-    Number unused;
-    char folder[256];  // files below it can fail
+    Number deadPort;       // datagrams to it are not sent; 0: all are
+    Number sendError;      // errno of these
+    char folder[256];      // files below it can fail
 };
 
 constexpr int COMMANDS = 198;
@@ -157,6 +161,19 @@ bool pathFails(const char* path) {
     return true;
 }
 
+bool sendingFails(const void* to) {
+    if (s_control == nullptr || to == nullptr) return false;
+    const std::uint64_t port = s_control->deadPort.load(std::memory_order_relaxed);
+    if (port == 0) return false;
+    in_port_t asked = 0;
+    const auto* const address = static_cast<const sockaddr*>(to);
+    if (address->sa_family == AF_INET) asked = static_cast<const sockaddr_in*>(to)->sin_port;
+    if (address->sa_family == AF_INET6) asked = static_cast<const sockaddr_in6*>(to)->sin6_port;
+    if (asked != htons(static_cast<std::uint16_t>(port))) return false;
+    errno = static_cast<int>(s_control->sendError.load());
+    return true;
+}
+
 template <typename Function>
 Function next(Function, const char* name) {
     return reinterpret_cast<Function>(::dlsym(RTLD_NEXT, name));
@@ -170,7 +187,11 @@ int (*s_main)(int, char**, char**) = nullptr;
 
 int armedMain(int count, char** arguments, char** environment) {
     if (s_failInMain != 0) s_control->allocations.failAt = s_failInMain;
-    return s_main(count, arguments, environment);
+    const int code = s_main(count, arguments, environment);
+    if (s_failInMain != 0 && s_control->allocations.forever != 0) {
+        s_control->allocations.failAt = 0;  // the end of ACE needs memory
+    }
+    return code;
 }
 
 void serveForks() {
@@ -192,6 +213,7 @@ void serveForks() {
         if (child == 0) {
             ::close(COMMANDS);
             ::close(REPORTS);
+            s_control->allocations.failAt = 0;  // what the one before was to have
             s_control->allocations.count = 0;
             s_control->allocations.failed = 0;
             s_control->allocations.forever = forever;
@@ -313,6 +335,16 @@ FILE* fopen(const char* path, const char* mode) {
 FILE* fopen64(const char* path, const char* mode) {
     static const auto real = next(&fopen64, "fopen64");
     return real(mode[0] != 'r' && pathFails(path) ? FULL_DISK : path, mode);
+}
+
+ssize_t sendto(int socket, const void* data, std::size_t size, int flags, const sockaddr* to, socklen_t length) {
+    static const auto real = next(&sendto, "sendto");
+    return sendingFails(to) ? -1 : real(socket, data, size, flags, to, length);
+}
+
+ssize_t sendmsg(int socket, const msghdr* message, int flags) {
+    static const auto real = next(&sendmsg, "sendmsg");
+    return sendingFails(message->msg_name) ? -1 : real(socket, message, flags);
 }
 
 int getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** found) {

@@ -29,7 +29,7 @@ class Faults:
     """What the shim makes fail in one program; see tControl in fault_shim.cpp."""
 
     ALLOCATIONS, FILES = 0, 32  # each: failAt, forever, count, failed
-    FILE_ERROR, LOOKUP_DELAY, LOOKUPS, FOLDER, SIZE = 64, 72, 80, 96, 96 + 256
+    FILE_ERROR, LOOKUP_DELAY, LOOKUPS, DEAD_PORT, SEND_ERROR, FOLDER, SIZE = 64, 72, 80, 88, 96, 104, 104 + 256
 
     def __init__(self, path):
         self.path = path
@@ -68,10 +68,16 @@ class Faults:
     def lookups(self):
         return self._get(self.LOOKUPS)
 
+    def fail_sending(self, port, error=errno.EHOSTUNREACH):
+        """Datagrams to the port are not sent."""
+        self._put(self.SEND_ERROR, error)
+        self._put(self.DEAD_PORT, port)
+
     def stop(self):
         self._put(self.ALLOCATIONS, 0)
         self._put(self.FILES, 0)
         self._put(self.LOOKUP_DELAY, 0)
+        self._put(self.DEAD_PORT, 0)
 
     def allocations(self):
         """Of allocations since the last call of fail_allocation: (counted, failed)."""

@@ -1,7 +1,10 @@
-"""Trap destinations that are refused, swallow everything, have no address or a dead name server: the others get their
-traps all the same, requests go on, and the counters tell what became of each trap.
+"""Trap destinations that are refused, swallow everything, cannot be reached, have no address or a dead name server: the
+others get their traps all the same, requests go on, and the counters tell what became of each trap.
 """
 
+import errno
+import json
+import os
 import re
 import socket
 import unittest
@@ -50,6 +53,11 @@ class Names(unittest.TestCase):
             found[int(row)] = (int(considered), int(sent), int(dropped), reasons.strip(" ()"), int(waiting))
         return found
 
+    def dropped(self, row):
+        """Traps of that destination that could not be sent."""
+        rows = json.loads(self.system.vrxctl("status", "--json"))["destinations"]
+        return [one["dropped"]["send failed"] for one in rows if one["number"] == str(row)][0]
+
     def changes(self, row):
         return [line.partition("): ")[2] for line in self.system.agent.log().splitlines()
                 if "trap destination %d (" % row in line]
@@ -91,17 +99,34 @@ class Names(unittest.TestCase):
         with TrapReceiver() as receiver:
             self.add(1, "127.0.0.1", free_port())
             self.add(2, "127.0.0.1", silent.getsockname()[1])
-            self.add(3, "127.255.255.254", free_port())
-            self.add(4, "127.0.0.1", receiver.port)
+            self.add(3, "127.0.0.1", receiver.port)
             self.raise_alarms()
             receiver.wait_for(TRAPS)
             self.assertNotIn(COLD_START, [trap.oid for trap in receiver.traps()])
-        counters = self.counters()
-        self.assertEqual(counters[4], (TRAPS, TRAPS, 0, "", 0))
-        for row in (1, 2, 3):
-            considered, sent, dropped, _, waiting = counters[row]
-            self.assertEqual((considered, sent + dropped, waiting), (TRAPS, TRAPS, 0))
-            self.assertLessEqual(len(self.changes(row)), 2 + 2 * dropped)
+        # UDP tells the sender of neither.
+        self.assertEqual(self.counters(), {row: (TRAPS, TRAPS, 0, "", 0) for row in (1, 2, 3)})
+        self.assertEqual([self.changes(row) for row in (1, 2, 3)], [["ready"]] * 3)
+
+    def test_a_host_without_a_route_costs_its_own_traps_and_two_lines_each_time(self):
+        with TrapReceiver() as receiver, TrapReceiver() as other:
+            self.add(1, "127.0.0.1", receiver.port)
+            self.add(2, "127.0.0.1", other.port)
+            told = ["ready"]  # until the first trap is to be sent
+            for turn, error in enumerate((errno.EHOSTUNREACH, errno.ENETUNREACH), 1):
+                self.system.agent_faults.fail_sending(receiver.port, error)
+                self.raise_alarms()
+                other.wait_for((2 * turn - 1) * TRAPS)
+                wait_for(lambda turn=turn: self.dropped(1) == turn * TRAPS, "drops")
+                self.system.agent_faults.stop()
+                self.raise_alarms()
+                receiver.wait_for(turn * TRAPS)
+                other.wait_for(2 * turn * TRAPS)
+                told += ["sending fails: Failure in sendto (%s)" % os.strerror(error), "ready"]
+                self.assertEqual(self.changes(1), told)
+            self.assertEqual(len(receiver.datagrams()), 2 * TRAPS)
+        self.assertEqual(self.changes(2), ["ready"])
+        self.assertEqual(self.counters(), {1: (4 * TRAPS, 2 * TRAPS, 2 * TRAPS, "send failed %d" % (2 * TRAPS), 0),
+                                           2: (4 * TRAPS, 4 * TRAPS, 0, "", 0)})
 
 
 if __name__ == "__main__":
