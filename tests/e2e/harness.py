@@ -14,6 +14,7 @@ is another place of the programs alone: in a cross build, scripts that run them 
 
 import glob
 import os
+import re
 import shutil
 import signal
 import socket
@@ -69,6 +70,12 @@ def wait_for(condition, what, seconds=START_SECONDS):
         if time.monotonic() > end:
             raise Failure("waited %d s in vain for: %s" % (seconds, what))
         time.sleep(0.02)
+
+
+def slowdown():
+    """How many times as long as others the programs of this build may take: 1 without sanitizers."""
+    with open(os.path.join(BUILD_DIR, "CMakeCache.txt"), encoding="utf-8") as cache:
+        return 5 if re.search(r"^TAMREL_SANITIZE:\w+=.", cache.read(), re.MULTILINE) else 1
 
 
 def mib_path():

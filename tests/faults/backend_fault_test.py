@@ -1,7 +1,8 @@
-"""A backend that refuses, hangs, sends half packages, garbage, a byte at a time, closes in the middle and is killed under
-load: requests end in a bounded time, and after each return the agent's alarms equal the backend's within two seconds.
+"""A backend that refuses, hangs, sends half packages, garbage, a byte at a time, closes in the middle and is killed:
+requests end in a bounded time, the system's row says offline, and after each return the agent's alarms equal the
+backend's within two seconds; each alarm gives its trap, each change of state its two lines and no other.
 
-TAMREL_BACKEND_CYCLES is the number of faults in a row (default 60).
+TAMREL_BACKEND_CYCLES is the number of faults in a row (default 60), half of them kills of the real process.
 """
 
 import os
@@ -13,15 +14,23 @@ import unittest
 
 from backend_client import HEAD, POWER_LOSS, RAISE_ALARM, BackendClient, receive_package, record, text, uint
 from faults import CONFIG
-from harness import ALARMS, TOPOLOGY, System, wait_for
+from harness import ALARMS, TOPOLOGY, System, slowdown, wait_for
 from snmp import GET, GETBULK, NO_ERROR, Manager
+from trap_receiver import TrapReceiver
 
 CYCLES = int(os.environ.get("TAMREL_BACKEND_CYCLES", "60"))
 SEED = int(os.environ.get("TAMREL_BACKEND_SEED", "0")) or random.randrange(1, 1 << 31)
-RETURN_SECONDS = 2
+RETURN_SECONDS = 2.0 * slowdown()
 DEADLINE_MS = 300
+REQUESTS = 3  # while it is faulty: each may take the deadline
+AWAY_SECONDS = 2  # until the agent's pauses between two attempts are at their longest
 
-FAULTS = ("refuse", "hang", "half", "garbage", "trickle", "cut", "kill")
+ONLINE, OFFLINE = 1, 2  # column 8 of the topology
+ACTIVE = 1              # the category of a trap
+COMMON = 1              # the traps of a destination
+
+BACKEND_SOCKET = "state/backend.sock"
+CLOSED = "the peer closed the connection"
 
 
 class FaultyProxy:
@@ -48,8 +57,8 @@ class FaultyProxy:
             self._listener.close()
             self._listener = None
             os.unlink(self._path)
-        self.mode = mode
         with self._lock:
+            self.mode = mode
             for connection in self._open:
                 try:
                     connection.shutdown(socket.SHUT_RDWR)
@@ -67,12 +76,13 @@ class FaultyProxy:
                 client, _ = listener.accept()
             except OSError:
                 return
-            threading.Thread(target=self._serve, args=(client, self.mode), daemon=True).start()
+            backend = socket.socket(socket.AF_UNIX)
+            with self._lock:
+                self._open |= {client, backend}
+                mode = self.mode
+            threading.Thread(target=self._serve, args=(client, backend, mode), daemon=True).start()
 
-    def _serve(self, client, mode):
-        backend = socket.socket(socket.AF_UNIX)
-        with self._lock:
-            self._open |= {client, backend}
+    def _serve(self, client, backend, mode):
         try:
             if mode == "hang":
                 while client.recv(4096):
@@ -114,7 +124,7 @@ class FaultyProxy:
     @staticmethod
     def _answer(client, head, body, mode):
         whole = head + body
-        if mode in ("good", "kill"):
+        if mode == "good":
             client.sendall(whole)
         elif mode == "half":  # and then nothing
             client.sendall(whole[:max(1, len(whole) // 2)])
@@ -131,30 +141,46 @@ class FaultyProxy:
                 time.sleep(1)
 
 
-class FaultyBackend(unittest.TestCase):
+class BackendCase(unittest.TestCase):
+    """A system whose agent looks for its backend at `agents_socket`, with a manager and a destination for traps."""
+
+    agents_socket = BACKEND_SOCKET
+
     def setUp(self):
+        self.chance = random.Random(SEED)
         self.system = System(agent_config=CONFIG + "vrxFreshSnapshotAge 0\nvrxQuietSnapshotAge 0\n",
                              start=False,
-                             device={("BACKEND", "ADDRESS"): "unix:state/proxy.sock",
+                             device={("BACKEND", "ADDRESS"): "unix:" + self.agents_socket,
                                      ("BACKEND", "CALL_DEADLINE_MS"): DEADLINE_MS},
-                             backend_arguments=["--address", "unix:state/backend.sock"])
+                             backend_arguments=["--address", "unix:" + BACKEND_SOCKET])
         self.addCleanup(self.system.close)
         self.system.backend.start()
-        self.proxy = FaultyProxy(self.system.path("state", "proxy.sock"), self.system.path("state", "backend.sock"))
-        self.addCleanup(self.proxy.close)
+        self.set_up_way()
         self.system.agent.start()
         self.manager = Manager(self.system.port)
         self.addCleanup(self.manager.__exit__)
+        self.receiver = TrapReceiver()
+        self.receiver.__enter__()
+        self.addCleanup(self.receiver.__exit__)
+        self.system.add_destination(1, self.receiver.port, trap_type=COMMON)
+        wait_for(lambda: "] subscribed at " in self.system.agent.log(), "the subscription")
         self.expected = set()
+        self.raised = []
 
-    def change(self, chance):
+    def set_up_way(self):
+        """What is between agent and backend."""
+
+    # Alarms
+
+    def change(self):
         """Raises some alarms and ends some, at the backend itself."""
-        with BackendClient(self.system.path("state", "backend.sock")) as backend:
-            for _ in range(chance.randint(1, 3)):
+        with BackendClient(self.system.path(BACKEND_SOCKET)) as backend:
+            for _ in range(self.chance.randint(1, 3)):
                 body = backend.call(record(RAISE_ALARM, uint(1, POWER_LOSS, 8), uint(2, 3), text(8, "a,b")))
-                self.expected.add(int.from_bytes(body[-4:], "little"))
-            while len(self.expected) > 20 or (self.expected and chance.random() < 0.5):
-                serial = chance.choice(sorted(self.expected))
+                self.raised.append(int.from_bytes(body[-4:], "little"))
+                self.expected.add(self.raised[-1])
+            while len(self.expected) > 20 or (self.expected and self.chance.random() < 0.5):
+                serial = self.chance.choice(sorted(self.expected))
                 backend.clear_alarm(serial)
                 self.expected.remove(serial)
 
@@ -164,48 +190,123 @@ class FaultyBackend(unittest.TestCase):
             return None
         return {value for name, _, value in answer.bindings if name.startswith(ALARMS + ".9.")}
 
+    def seconds_until_equal(self, since, where):
+        wait_for(lambda: self.view() == self.expected, where + ": the alarms", RETURN_SECONDS)
+        seconds = time.monotonic() - since
+        self.assertLessEqual(seconds, RETURN_SECONDS, where)
+        self.assertTrue(self.system.agent.running(), where)
+        return seconds
+
+    def check_traps(self):
+        """Every alarm that was raised has given its trap; one may come twice."""
+        def arrived():
+            return {trap.value(9) for trap in self.receiver.traps() if trap.value(11) == ACTIVE}
+
+        wait_for(lambda: len(self.receiver.datagrams()) >= 2 * len(self.raised) - len(self.expected), "the traps")
+        wait_for(lambda: arrived() >= set(self.raised), "the traps of all alarms")
+        self.assertEqual(arrived(), set(self.raised))
+
+    # State
+
+    def status(self):
+        answer = self.manager.ask(GET, [TOPOLOGY + ".8.1"], seconds=10)
+        self.assertIsNotNone(answer)
+        return answer.error, answer.bindings[0][2]
+
+    def check_lines(self, go, come_back, transport, events):
+        """What the agent's log tells of a fault, twice, with some requests meanwhile; `transport` and `events`: why the
+        calls and the subscription fail."""
+        wait_for(lambda: self.status() == (NO_ERROR, ONLINE), "the beginning")
+        address = "unix:" + self.system.path(self.agents_socket)
+        backend = "the management backend at " + address
+        for _ in range(2):
+            start = len(self.system.agent.log())
+
+            def lines():
+                return [line.partition(" ")[2] for line in self.system.agent.log()[start:].splitlines()]
+
+            go()
+            for _ in range(REQUESTS):
+                self.assertEqual(self.status(), (NO_ERROR, OFFLINE))
+            wait_for(lambda: any("no subscription at " in line for line in lines()), "the end of the subscription")
+            gone = lines()
+            come_back()
+            wait_for(lambda: self.status() == (NO_ERROR, ONLINE), "the return")
+            wait_for(lambda: any("] subscribed at " in line for line in lines()), "the subscription")
+            # Calls and the subscription have threads of their own: their lines may change places.
+            self.assertEqual(sorted(gone), ["warning [events] no subscription at %s: %s" % (address, events),
+                                            "warning [transport] %s is not reachable: %s" % (backend, transport)])
+            self.assertEqual(sorted(lines()[len(gone):]),
+                             ["info [events] subscribed at %s behind event 0, 0 active alarms" % address,
+                              "info [transport] %s is reachable" % backend])
+
+
+class FaultyBackend(BackendCase):
+    agents_socket = "state/proxy.sock"
+
+    # Why calls fail. The subscription of before always ends with its connection.
+    FAULTS = {
+        "refuse": "connect: No such file or directory",
+        "hang": "no package in time",
+        "half": "no package in time",
+        "garbage": "bytes that do not begin a package",
+        "trickle": "no package in time",
+        "cut": CLOSED + " in the middle of a package",
+    }
+
+    def set_up_way(self):
+        self.proxy = FaultyProxy(self.system.path(self.agents_socket), self.system.path(BACKEND_SOCKET))
+        self.addCleanup(self.proxy.close)
+
     def test_the_agents_alarms_equal_the_backends_soon_after_each_return(self):
-        chance = random.Random(SEED)
         longest = 0.0
         order = []
-        for cycle in range(CYCLES):
+        for cycle in range(CYCLES - CYCLES // 2):
             if not order:
-                order = list(FAULTS)
-                chance.shuffle(order)
+                order = list(self.FAULTS)
+                self.chance.shuffle(order)
             fault = order.pop()
             where = "seed %d, cycle %d: %s" % (SEED, cycle, fault)
-            if fault == "kill":
-                self.system.backend.kill()
             self.proxy.set_mode(fault)
-            asked = self.manager.ask(GET, [TOPOLOGY + ".1.1"], seconds=10)  # ends, as it may
-            self.assertIsNotNone(asked, where)
-            if fault == "kill":
-                self.system.backend.start()
-            self.change(chance)
+            self.assertEqual(self.status(), (NO_ERROR, OFFLINE), where)
+            self.change()
             self.proxy.set_mode("good")
-            back = time.monotonic()
-            patience = RETURN_SECONDS * max(1.0, os.getloadavg()[0] / os.cpu_count())  # of a busy machine
-            wait_for(lambda: self.view() == self.expected, where + ": the alarms", patience)
-            longest = max(longest, time.monotonic() - back)
-            self.assertTrue(self.system.agent.running(), where)
-        print("seed %d: %d cycles, longest until equal %.2f s" % (SEED, CYCLES, longest), flush=True)
+            longest = max(longest, self.seconds_until_equal(time.monotonic(), where))
+        self.check_traps()
+        print("seed %d: %d faults, longest until equal %.2f s" % (SEED, cycle + 1, longest), flush=True)
 
-    def test_one_line_when_the_backend_goes_and_one_when_it_comes(self):
-        wait_for(lambda: self.view() == set() and self.lines("] subscribed at "), "the beginning")
-        for number in (1, 2):
-            self.proxy.set_mode("refuse")
-            for _ in range(20):
-                self.assertIsNotNone(self.manager.ask(GET, [TOPOLOGY + ".1.1"], seconds=10))
-            wait_for(lambda: self.lines("no subscription at ") >= number, "the end of the subscription")
-            self.proxy.set_mode("good")
-            wait_for(lambda: self.view() == set() and self.lines("] subscribed at ") > number, "the return")
-            self.assertEqual(self.lines(" is not reachable: "), number)
-            self.assertEqual(self.lines(" is reachable"), number + 1)
-            self.assertEqual(self.lines("no subscription at "), number)
-            self.assertEqual(self.lines("] subscribed at "), number + 1)
+    def test_one_line_of_each_kind_when_it_goes_and_one_when_it_comes(self):
+        for fault, reason in self.FAULTS.items():
+            with self.subTest(fault):
+                self.check_lines(lambda fault=fault: self.proxy.set_mode(fault), lambda: self.proxy.set_mode("good"),
+                                 reason, CLOSED)
 
-    def lines(self, part):
-        return sum(part in line for line in self.system.agent.log().splitlines())
+
+class KilledBackend(BackendCase):
+    """Nothing stands between the two."""
+
+    def test_the_agents_alarms_equal_the_backends_soon_after_each_start(self):
+        longest = 0.0
+        for cycle in range(CYCLES // 2):
+            where = "seed %d, restart %d" % (SEED, cycle)
+            self.change()  # some of it is on its way to the agent when the backend ends
+            self.system.backend.kill()
+            back = time.monotonic() + (AWAY_SECONDS if cycle % 15 == 0 else 0)
+            while True:
+                self.assertEqual(self.status(), (NO_ERROR, OFFLINE), where)
+                if time.monotonic() >= back:
+                    break
+                time.sleep(0.01)
+            self.system.backend.start()
+            ready = time.monotonic()
+            self.change()
+            longest = max(longest, self.seconds_until_equal(ready, where))
+        self.check_traps()
+        print("seed %d: %d restarts, longest until equal %.2f s" % (SEED, cycle + 1, longest), flush=True)
+
+    def test_one_line_of_each_kind_when_it_goes_and_one_when_it_comes(self):
+        self.check_lines(self.system.backend.kill, self.system.backend.start,
+                         "connect: Connection refused", CLOSED)
 
 
 if __name__ == "__main__":
