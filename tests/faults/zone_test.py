@@ -1,11 +1,15 @@
 """Zones that change: times of alarms stand in the zone of the agent's start, summer and winter."""
 
+import os
+import shutil
 import unittest
 
 from backend_client import POWER_LOSS, RAISE_ALARM, BackendClient, record, text, uint
 from faults import CONFIG
 from harness import ALARMS, System, values, wait_for
+from reload_test import reload
 
+ZONES = "/usr/share/zoneinfo"
 SUMMER, WINTER = 1751364000, 1735725600  # 2025-07-01 and 2025-01-01, 10:00 UTC
 
 
@@ -32,6 +36,27 @@ class Zones(unittest.TestCase):
                 wait_for(lambda: "subscribed at " in system.agent.log(since_start=True), "the backend")
                 self.assertEqual(self.times(system, (summer, winter)),
                                  {summer: "Hex-STRING: %s " % in_summer, winter: "Hex-STRING: %s " % in_winter}, zone)
+
+    def test_a_zone_that_changes_meanwhile_counts_from_the_next_start_on(self):
+        with System(agent_config=CONFIG, start=False) as system:
+            zone = system.path("zone")
+            shutil.copy(os.path.join(ZONES, "Europe/Berlin"), zone)
+            system.backend.start()
+            system.agent.environment["TZ"] = ":" + zone
+            system.agent.start()
+            summer = raise_one(system, SUMMER)
+            berlin, utc = "07 E9 07 01 0C 00 00 00 2B 02 00", "07 E9 07 01 0A 00 00 00 2B 00 00"
+            self.assertEqual(self.times(system, (summer,)), {summer: "Hex-STRING: %s " % berlin})
+            shutil.copy(os.path.join(ZONES, "UTC"), zone + ".new")
+            os.rename(zone + ".new", zone)
+            reload(system)
+            system.vrxctl("status")  # has times of its own
+            later = raise_one(system, SUMMER)
+            self.assertEqual(self.times(system, (later,)), {later: "Hex-STRING: %s " % berlin})
+            system.agent.stop()
+            system.agent.start()
+            self.assertEqual(self.times(system, (summer, later)),
+                             {serial: "Hex-STRING: %s " % utc for serial in (summer, later)})
 
 
 if __name__ == "__main__":
