@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <ctime>
+#include <limits>
 #include <string>
 #include <thread>
 #include <vector>
@@ -42,6 +44,22 @@ protected:
         const Rendered r = renderTemplates(detail, "l", "s", params);
         EXPECT_EQ(r.result, 0);
         return r.detail;
+    }
+
+    // The processor's time, of several renderings the shortest.
+    static double secondsOfRendering(const std::string& params) {
+        const auto used = [] {
+            timespec time = {};
+            clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+            return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+        };
+        double shortest = std::numeric_limits<double>::max();
+        for (int i = 0; i < 5; ++i) {
+            const double before = used();
+            render(ALARM, params);
+            shortest = std::min(shortest, used() - before);
+        }
+        return shortest;
     }
 
     std::vector<std::string> logged() { return host.log().linesWithoutTrace(); }
@@ -256,6 +274,21 @@ TEST_F(AlarmRenderingTest, LongValueThatRepeatsItselfIsBounded) {
     EXPECT_LT(detail.size(), 1024UL * 1024 + 2 * filler.size());
     EXPECT_THAT(detail, AllOf(StartsWith("##00x"), EndsWith("x")));
     EXPECT_THAT(logged(), ElementsAre(GROWTH_WARNING));
+}
+
+// As many replacements as the other one makes, of as much text; but here what was put in is searched again, and stands
+// before all that came earlier. Moving that text with each replacement would take some hundred times as long.
+TEST_F(AlarmRenderingTest, ValueThatNamesItselfBeforeALongTextCostsNoMoreThanManyPlaceholders) {
+    constexpr std::size_t REPLACEMENTS = 10000;
+    std::string manyPlaceholders;
+    for (std::size_t i = 0; i < REPLACEMENTS; ++i) manyPlaceholders += "##00";
+    const std::string value(100, 'x');
+    EXPECT_EQ(renderTemplates("##00", manyPlaceholders, "s", value).location.size(), REPLACEMENTS * value.size());
+    const double plain = secondsOfRendering(value);
+
+    const std::string valueThatNamesItself = "##00" + std::string(96, 'x');
+    EXPECT_EQ(renderTemplates("##00", "l", "s", valueThatNamesItself).detail.size(), 4 + REPLACEMENTS * 96);
+    EXPECT_LT(secondsOfRendering(valueThatNamesItself), 20 * plain);
 }
 
 TEST_F(AlarmRenderingTest, DetailWithVeryManyPlaceholdersIsBounded) {
