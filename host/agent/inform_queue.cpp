@@ -94,11 +94,14 @@ struct InformQueue::Job {
 
 InformQueue::InformQueue(const std::string& path, std::function<void()> onReady)
     : m_database(path), m_onReady(std::move(onReady)) {
-    m_database.execute(SCHEMA);
-    startNumbers(m_database);
-    load();
-    m_statements = std::make_unique<Statements>(m_database);
-
+    try {
+        m_database.execute(SCHEMA);
+        startNumbers(m_database);
+        load();
+        m_statements = std::make_unique<Statements>(m_database);
+    } catch (const SqliteError& fault) {
+        throw SqliteError(path + ": " + fault.what());
+    }
     m_thread = threadWithoutSignals([this] { run(); });
 }
 

@@ -1,5 +1,6 @@
 #include "host/agent/notification_ledger.h"
 
+#include <exception>
 #include <utility>
 
 #include "host/agent/agent_log.h"
@@ -15,18 +16,22 @@ constexpr const char* SCHEMA =
 
 NotificationLedger::NotificationLedger(const std::string& path, std::function<void()> beforeWrite)
     : m_beforeWrite(std::move(beforeWrite)), m_database(path), m_writer([this] { return tryToFlush(); }) {
-    m_database.execute(SCHEMA);
-    SqliteStatement select(m_database, "SELECT done FROM ledger");
-    SqliteStatement::Run row(select);
-    if (row.step()) m_written = m_lastBegun = row.number(0);
+    try {
+        m_database.execute(SCHEMA);
+        SqliteStatement select(m_database, "SELECT done FROM ledger");
+        SqliteStatement::Run row(select);
+        if (row.step()) m_written = m_lastBegun = row.number(0);
+    } catch (const SqliteError& fault) {
+        throw SqliteError(path + ": " + fault.what());
+    }
 }
 
 NotificationLedger::~NotificationLedger() {
     m_writer.stop();
     try {
         flush();
-    } catch (const SqliteError& fault) {
-        agent_log::error(std::string("the last alarm event handled cannot be stored: ") + fault.what());
+    } catch (const std::exception& fault) {
+        agent_log::fault({"the last alarm event handled cannot be stored: ", fault.what()});
     }
 }
 

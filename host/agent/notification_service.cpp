@@ -1,31 +1,47 @@
 #include "host/agent/notification_service.h"
 
+#include <chrono>
+#include <exception>
 #include <list>
 #include <mutex>
 #include <string>
 
 #include "host/agent/agent_log.h"
+#include "host/services/out_of_memory.h"
 #include "host/services/trap_api.h"
 #include "platform/notify_handler.h"
 #include "platform/snmp_trap_api.h"
 #include "platform/vrx_utility.h"
+
+namespace {
+
+constexpr std::chrono::seconds LIST_INTERVAL{1};  // between two attempts to read the list of trap destinations
+
+}  // namespace
 
 // Hands the list of trap destinations to the sender, whole changes in their order.
 class NotificationService::DestinationReader {
 public:
     explicit DestinationReader(TrapSender& sender) : m_sender(&sender) {}
 
-    void read() {
+    // Whether it was there. One line for each change of state.
+    bool read() {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_sender == nullptr) return;
+        if (m_sender == nullptr) return false;
         std::list<tTrapDestInfo> destinations;
         const int result = CSNMP_TrapApi::getAllTrapAddr(destinations);
         if (result != 0) {
-            agent_log::error("the list of trap destinations cannot be read (" + std::to_string(result) +
-                             "): the last one that was read stays in force");
-            return;
+            if (!m_failing) {
+                agent_log::error("the list of trap destinations cannot be read (" + std::to_string(result) +
+                                 "): alarm events wait for it");
+            }
+            m_failing = true;
+            return false;
         }
+        if (m_failing) agent_log::info("the list of trap destinations can be read again");
+        m_failing = false;
         m_sender->setDestinations(destinations);
+        return true;
     }
 
     void stop() {
@@ -35,11 +51,13 @@ public:
 
 private:
     std::mutex m_mutex;
-    TrapSender* m_sender;  // guarded by m_mutex; null after stop()
+    TrapSender* m_sender;  // guarded by m_mutex, as the next; null after stop()
+    bool m_failing = false;
 };
 
 NotificationService::NotificationService(AgentLoop& loop, std::function<void()> alarmsChanged)
-    : m_sender(loop, TrapOptions::fromDevice(), m_transport),
+    : m_loop(loop),
+      m_sender(loop, TrapOptions::fromDevice(), m_transport),
       m_informTransport(loop),
       m_informs(loop, m_informTransport, VRX_Utility::getVRXRootEnv() + "/state/informs.db",
                 TrapOptions::fromDevice().resolveInterval),
@@ -53,13 +71,28 @@ NotificationService::NotificationService(AgentLoop& loop, std::function<void()> 
       m_reader(std::make_shared<DestinationReader>(m_sender)) {}
 
 NotificationService::~NotificationService() {
-    stop();
+    try {
+        stop();
+    } catch (const std::exception& fault) {  // the parts come to their end all the same
+        agent_log::fault({"what became of the notifications cannot be told: ", fault.what()});
+    }
 }
 
 void NotificationService::start() {
     m_running = true;
     setTrapDestinationListener([reader = m_reader] { reader->read(); });
-    m_reader->read();
+    begin();
+}
+
+// Without the list the events would be done with, and nobody told of them.
+void NotificationService::begin() {
+    if (!m_running) return;
+    if (!m_reader->read()) {
+        m_loop.runAfter(LIST_INTERVAL, [this, alive = std::weak_ptr<DestinationReader>(m_reader)] {
+            if (!alive.expired()) untilMemory([this] { begin(); });
+        });
+        return;
+    }
     m_sender.sendColdStart();
     m_informs.sendColdStart();
     m_source.start();
@@ -94,13 +127,13 @@ void NotificationService::stop() {
 void NotificationService::storeProgress() {
     try {
         m_ledger.flush();
-    } catch (const SqliteError& fault) {
-        agent_log::error(std::string("the last alarm event handled cannot be stored: ") + fault.what());
+    } catch (const std::exception& fault) {
+        agent_log::fault({"the last alarm event handled cannot be stored: ", fault.what()});
     }
     try {
         m_log.flush();
-    } catch (const SqliteError& fault) {
-        agent_log::error(std::string("the last entries of the notification log cannot be written: ") + fault.what());
+    } catch (const std::exception& fault) {
+        agent_log::fault({"the last entries of the notification log cannot be written: ", fault.what()});
     }
 }
 

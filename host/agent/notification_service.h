@@ -48,7 +48,7 @@ public:
     NotificationService(const NotificationService&) = delete;
     NotificationService& operator=(const NotificationService&) = delete;
 
-    // Sends coldStart, then asks the backend for events.
+    // Sends coldStart, then asks the backend for events; both wait while the list of trap destinations cannot be read.
     void start();
 
     // No notification is handled while the lock lives; events wait. It waits for the one under way.
@@ -89,8 +89,10 @@ public:
 private:
     class DestinationReader;
 
+    void begin();
     void storeProgress();
 
+    AgentLoop& m_loop;
     NetSnmpTrapTransport m_transport;
     TrapSender m_sender;
     NetSnmpInformTransport m_informTransport;

@@ -29,6 +29,7 @@
 #include "host/services/logging.h"
 #include "host/services/product_root.h"
 #include "host/services/service_manager.h"
+#include "host/services/sqlite_database.h"
 #include "host/services/trap_api.h"
 #include "platform/vrx_utility.h"
 
@@ -72,9 +73,10 @@ std::string absoluteRoot(const std::string& given) {
     return path.string();
 }
 
-// Closes the store of trap destinations when all who use it are gone.
+// Closes the store of trap destinations when all who use it are gone. What is closed is made by then, as nothing can be
+// at an end for lack of memory: the first call makes it.
 struct DestinationsCloser {
-    DestinationsCloser() = default;
+    DestinationsCloser() { closeTrapDestinations(); }
     DestinationsCloser(const DestinationsCloser&) = delete;
     DestinationsCloser& operator=(const DestinationsCloser&) = delete;
     ~DestinationsCloser() { closeTrapDestinations(); }
@@ -182,6 +184,8 @@ int main(int argc, char** argv) try {
         return failed(EX_UNAVAILABLE, error);
     } catch (const ModuleError& error) {
         return failed(EX_CONFIG, error);
+    } catch (const SqliteError& error) {
+        return failed(EX_IOERR, error);
     } catch (const DeviceConfigError& error) {
         return failed(EX_CONFIG, error);
     } catch (const std::invalid_argument& error) {  // a value of the device configuration, or the root

@@ -53,15 +53,11 @@ unsigned int numberOf(const std::string& index) {
 class TrapDestinationStore::Database {
 public:
     explicit Database(const std::string& path) : m_database(path) {
-        m_database.execute(OPEN_SQL);
-        const unsigned long long version = readNumber("PRAGMA user_version");
-        if (version == 0) {
-            m_database.execute(CREATE_SQL);
-        } else if (version != SCHEMA_VERSION) {
-            throw SqliteError(path + ": schema " + std::to_string(version) + " is not known");
+        try {
+            prepare(path);
+        } catch (const SqliteError& error) {
+            throw SqliteError(path + ": " + error.what());
         }
-        if (chmod(path.c_str(), S_IRUSR | S_IWUSR) != 0) throw SqliteError(path + ": cannot be made private");
-        m_statements = std::make_unique<Statements>(m_database);
     }
 
     Rows readRows() {
@@ -110,6 +106,18 @@ private:
         SqliteStatement remove;
         SqliteStatement numbering;
     };
+
+    void prepare(const std::string& path) {
+        m_database.execute(OPEN_SQL);
+        const unsigned long long version = readNumber("PRAGMA user_version");
+        if (version == 0) {
+            m_database.execute(CREATE_SQL);
+        } else if (version != SCHEMA_VERSION) {
+            throw SqliteError("schema " + std::to_string(version) + " is not known");
+        }
+        if (chmod(path.c_str(), S_IRUSR | S_IWUSR) != 0) throw SqliteError("cannot be made private");
+        m_statements = std::make_unique<Statements>(m_database);
+    }
 
     unsigned long long readNumber(const char* sql) {
         SqliteStatement statement(m_database, sql);

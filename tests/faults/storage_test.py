@@ -6,19 +6,23 @@ import errno
 import json
 import os
 import resource
+import sqlite3
 import subprocess
 import unittest
 
 import snmp
 from backend_client import POWER_LOSS, RAISE_ALARM, BackendClient, record, text, uint
 from faults import FaultySystem
-from harness import BUILD_DIR, CLEAR_ALARM, DESTINATIONS, wait_for
+from harness import BUILD_DIR, CLEAR_ALARM, DESTINATIONS, values, wait_for
+from inform_receiver import InformReceiver
 from snmp import GET, GETBULK, NO_ERROR, RESOURCE_UNAVAILABLE, SET, Manager
 from trap_receiver import TrapReceiver
 
 CREATE_AND_GO, DESTROY = 4, 6
 ERRORS = (errno.EIO, errno.ENOSPC)
 LONGEST = 200  # changes of files for one request: far more than any makes
+EX_IOERR = 74  # sysexits.h
+SECONDS = 60   # for the end of a program that cannot start
 
 
 def create(row, port):
@@ -48,11 +52,11 @@ class Storage(unittest.TestCase):
     def lines(self, program, part):
         return [line for line in program.log().splitlines() if part in line]
 
-    def raise_one(self):
+    def raise_one(self, parameters="a,b"):
         """The serial number, or None when the backend refuses."""
         with BackendClient(self.system.path("state", "backend.sock")) as backend:
             try:
-                body = backend.call(record(RAISE_ALARM, uint(1, POWER_LOSS, 8), uint(2, 3), text(8, "a,b")))
+                body = backend.call(record(RAISE_ALARM, uint(1, POWER_LOSS, 8), uint(2, 3), text(8, parameters)))
             except AssertionError:
                 return None
         return int.from_bytes(body[-4:], "little")
@@ -93,15 +97,19 @@ class Storage(unittest.TestCase):
     # The backend's alarms
 
     def test_an_alarm_is_kept_or_refused_wherever_a_write_fails(self):
+        acknowledged, refused = {}, 0
         for error in ERRORS:
-            acknowledged = []
             for number in range(1, LONGEST):
+                parameters = "%s,%d" % (errno.errorcode[error], number)
                 self.system.backend_faults.fail_change(self.state + "/backend.db", number, error)
-                serial = self.raise_one()
+                serial = self.raise_one(parameters)
                 failed = self.system.backend_faults.changes()[1]
                 self.system.backend_faults.stop()
-                if serial is not None:
-                    acknowledged.append(serial)
+                if serial is None:
+                    refused += 1
+                else:
+                    acknowledged[serial] = parameters
+                self.assertEqual(self.kept(), acknowledged, parameters)
                 if not failed:
                     break
             else:
@@ -109,7 +117,13 @@ class Storage(unittest.TestCase):
             self.assertGreater(number, 1)
             self.system.backend.kill()
             self.system.backend.start()
-            self.assertLessEqual(set(acknowledged), set(self.view(acknowledged)))
+            self.assertEqual(self.kept(), acknowledged)
+            self.assertEqual(self.view(acknowledged), list(acknowledged))
+        self.assertGreater(refused, 1)
+
+    def kept(self):
+        """The backend's alarms: their parameters by serial number."""
+        return {alarm["serial"]: alarm["parameters"] for alarm in json.loads(self.system.vrxctl("list", "--json"))}
 
     def view(self, serials):
         """Those of the serial numbers that the agent's table has."""
@@ -149,6 +163,40 @@ class Storage(unittest.TestCase):
             self.assertIsNotNone(self.raise_one())
             self.system.agent.start()
             receiver.wait_for(seen + 1)  # the one that came meanwhile
+
+    def test_what_is_done_with_is_remembered_wherever_a_write_fails(self):
+        with TrapReceiver() as receiver:
+            self.assertEqual(self.manager.ask(SET, create(1, receiver.port)).error, NO_ERROR)
+            serials = []
+            for error in ERRORS:
+                for number in range(1, LONGEST):
+                    self.system.agent_faults.fail_change(self.state + "/notifications.db", number, error)
+                    serials.append(self.raise_one())
+                    wait_for(lambda: self.remembered() == len(serials), "event %d" % len(serials))
+                    failed = self.system.agent_faults.changes()[1]
+                    self.system.agent_faults.stop()
+                    if not failed:
+                        break
+                else:
+                    self.fail("changes without end")
+                self.assertGreater(number, 1)
+                self.system.agent.kill()
+                self.system.agent.start()
+                serials.append(self.raise_one())  # it comes behind what would come again
+                wait_for(lambda: [trap.value(9) for trap in receiver.traps() if trap.bindings][-1:] == serials[-1:],
+                         "the trap behind the restart")
+                self.assertEqual([trap.value(9) for trap in receiver.traps() if trap.bindings], serials)
+        lines = [self.lines(self.system.agent, "handled can" + rest) for rest in ("not be stored", " be stored again")]
+        self.assertGreater(len(lines[0]), 1)
+        self.assertEqual(len(lines[0]), len(lines[1]))
+
+    def remembered(self):
+        """The number of the last event that is done with, on disk."""
+        database = sqlite3.connect("file:%s/notifications.db?mode=ro" % self.state, uri=True)
+        try:
+            return database.execute("SELECT done FROM ledger").fetchone()[0]
+        finally:
+            database.close()
 
     def test_a_full_disk_costs_no_trap_and_the_notification_log_catches_up(self):
         def log_status():
@@ -219,6 +267,88 @@ class Storage(unittest.TestCase):
                                            stdout=log, stderr=log, env=dict(os.environ, **program.environment))
         program.wait_ready()
         return program.process
+
+
+class Start(unittest.TestCase):
+    """Disks that fail when a program opens its stores: it ends and names the file, or goes on and catches up."""
+
+    # By store: what is told, and the exit code, or None for a program that goes on.
+    FIRST = {
+        "backend.db": ("alarm store: %s: ", EX_IOERR),
+        "informs.db": ("error [agent] %s: ", EX_IOERR),
+        "notifications.db": ("error [agent] %s: ", EX_IOERR),
+        "notification_log.db": ("the notification log cannot be written, trying again: ", None),
+        "trap_destinations.db": ("the store of trap destinations cannot be opened: %s: ", None),
+    }
+    LATER = dict(FIRST, **{"trap_destinations.db": ("info [agent] ready", None)})  # it is only read
+
+    def start(self, system, store, expected):
+        """With a disk that fails for this store alone, and then, unless it goes on, with one that does not."""
+        line, code = expected
+        path = os.path.realpath(system.path("state")) + "/" + store
+        program, faults = ((system.backend, system.backend_faults) if store == "backend.db" else
+                           (system.agent, system.agent_faults))
+        faults.fail_change(path, forever=True)
+        program.start(wait=False)
+        if code is None:
+            program.wait_ready()
+        else:
+            self.assertEqual(program.process.wait(SECONDS), code, program.log(since_start=True))
+            program.process = None
+        told = line % path if "%s" in line else line
+        wait_for(lambda: told in program.log(since_start=True), told)
+        self.assertEqual(program.log(since_start=True).count(told), 1)
+        faults.stop()
+        if code is not None:
+            program.start()
+
+    @staticmethod
+    def raise_one(system):
+        with BackendClient(system.path("state", "backend.sock")) as backend:
+            body = backend.call(record(RAISE_ALARM, uint(1, POWER_LOSS, 8), uint(2, 3), text(8, "a,b")))
+        return int.from_bytes(body[-4:], "little")
+
+    @staticmethod
+    def serials(receiver):
+        return {trap.value(9) for trap in receiver.traps() if trap.bindings}
+
+    def test_a_first_start_ends_with_a_word_or_waits_for_the_disk(self):
+        for store, expected in self.FIRST.items():
+            with self.subTest(store), FaultySystem(start=False) as system, TrapReceiver() as receiver:
+                if store != "backend.db":
+                    system.backend.start()
+                self.start(system, store, expected)
+                if store == "backend.db":
+                    system.agent.start()
+                wait_for(lambda: "subscribed at " in system.agent.log(), "the subscription")
+                system.add_destination(1, receiver.port)
+                serial = self.raise_one(system)
+                wait_for(lambda: self.serials(receiver) == {serial}, "its trap")
+                wait_for(lambda: system.vrxctl("traps", "--json", "--serial", str(serial), check=False).stdout.count(
+                    "number"), "its entry")
+
+    def test_a_start_behind_kill_loses_nothing(self):
+        with InformReceiver() as informs, TrapReceiver() as receiver, \
+                FaultySystem(extra_config="informsink 127.0.0.1 informs %d\n" % informs.port) as system:
+            informs.answering = False  # what it gets waits on disk
+            wait_for(lambda: "subscribed at " in system.agent.log(), "the subscription")
+            system.add_destination(1, receiver.port)
+            serials = [self.raise_one(system)]
+            for store, expected in self.LATER.items():
+                wait_for(lambda: self.serials(receiver) == set(serials), "traps before " + store)
+                system.agent.kill()
+                serials.append(self.raise_one(system))  # while the agent is away
+                if store == "backend.db":
+                    system.backend.kill()
+                    self.start(system, store, expected)
+                    system.agent.start()
+                else:
+                    self.start(system, store, expected)
+                self.assertEqual(values(system.get(DESTINATIONS + ".2.1"))[0][1], "Gauge32: %d" % receiver.port, store)
+            wait_for(lambda: self.serials(receiver) == set(serials), "all traps")
+            self.assertEqual([alarm["serial"] for alarm in json.loads(system.vrxctl("list", "--json"))], serials)
+            informs.answering = True
+            wait_for(lambda: set(informs.serials(acknowledged=True)) == set(serials), "all informs")
 
 
 if __name__ == "__main__":
