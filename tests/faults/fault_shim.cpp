@@ -7,8 +7,8 @@
 // outlive all of its own.
 //
 // With VRX_FAULTS_TRACE each failing allocation writes where it is to standard error. With VRX_FAULTS_FORK the program
-// waits before main() and becomes one fresh process per line on descriptor 198, "N M": allocation N from main() on
-// fails, and all behind it where M is 1. Its process id, then its wait status, come back on descriptor 199.
+// waits before main() and becomes one fresh process per line on descriptor 198, "N M": allocation N of main() fails,
+// and all behind it where M is 1. Its process id, then its wait status, come back on descriptor 199.
 #include <dlfcn.h>
 #include <elf.h>
 #include <execinfo.h>
@@ -188,9 +188,7 @@ int (*s_main)(int, char**, char**) = nullptr;
 int armedMain(int count, char** arguments, char** environment) {
     if (s_failInMain != 0) s_control->allocations.failAt = s_failInMain;
     const int code = s_main(count, arguments, environment);
-    if (s_failInMain != 0 && s_control->allocations.forever != 0) {
-        s_control->allocations.failAt = 0;  // the end of ACE needs memory
-    }
+    if (s_failInMain != 0) s_control->allocations.failAt = 0;  // behind it is the end of ACE, which needs memory
     return code;
 }
 
