@@ -12,7 +12,8 @@ import unittest
 import snmp
 from backend_client import POWER_LOSS, RAISE_ALARM, BackendClient, record, text, uint
 from faults import FaultySystem
-from harness import ALARMS, CLEAR_ALARM, DESTINATIONS, TOPOLOGY, wait_for
+from harness import ALARMS, CLEAR_ALARM, DESTINATIONS, TOPOLOGY, V3, slowdown, wait_for
+from inform_receiver import InformReceiver
 from snmp import GET, GETBULK, NO_ERROR, SET, Manager
 from trap_receiver import TrapReceiver, decode
 
@@ -89,9 +90,12 @@ class MemorySystem(FaultySystem):
 class Requests(unittest.TestCase):
     LONGEST = 2000  # allocations of one request: far more than any has
 
-    def sweep(self, kind, bindings, then=None, **more):
-        """`then` sees, after each request, whether it was carried out: True, False, or None where nobody said."""
+    def sweep(self, kind, bindings, then=None, before=None, **more):
+        """`then` sees, after each request, whether it was carried out: True, False, or None where nobody said. `before`
+        is a SET that makes what the request needs."""
         with MemorySystem() as system:
+            if before:
+                self.assertEqual(system.manager.ask(SET, before).error, NO_ERROR)
             for forever in (False, True):
                 self.sweep_one(system, kind, bindings, forever, then, more)
 
@@ -178,6 +182,17 @@ class Requests(unittest.TestCase):
 
         self.sweep(SET, create(2, 9), check)
 
+    def test_destroying_a_destination(self):
+        def check(system, done, where):
+            rows = self.rows(system)
+            gone = {"1": system.receiver.port}
+            there = dict(gone, **{"2": 9})
+            self.assertIn(rows, [gone, there] if done is None else [gone] if done else [there], where)
+            if rows == gone:
+                self.assertEqual(system.manager.ask(SET, create(2, 9)).error, NO_ERROR)
+
+        self.sweep(SET, [(column(3, 2), snmp.number(DESTROY))], check, before=create(2, 9))
+
     def test_changing_a_destination(self):
         def check(system, done, where):
             rows = self.rows(system)
@@ -190,6 +205,42 @@ class Requests(unittest.TestCase):
         self.sweep(SET, [(column(2), snmp.unsigned(9))], check)
 
 
+class RequestsOfUsers(unittest.TestCase):
+    """SNMPv3, with authentication and privacy: discovery and request of Net-SNMP's own tool."""
+
+    LONGEST = 2000
+    SECONDS = 0.5 * slowdown()  # for an answer, which may have to be none
+    STRIDE = 3                  # each allocation costs a run of the tool
+
+    def test_reading_the_topology(self):
+        with MemorySystem() as system:
+            for forever in (False, True):
+                self.sweep_one(system, forever)
+
+    def sweep_one(self, system, forever):
+        def ask(seconds):
+            return system.run("snmpget", TOPOLOGY + ".8.1", version=V3, timeout=seconds, retries=0, check=False)
+
+        failures = 0
+        for number in range(1, self.LONGEST, self.STRIDE * (7 if forever else 1)):
+            where = "allocation %d%s" % (number, " and all behind it" if forever else "")
+            size = system.log_size()
+            system.agent_faults.fail_allocation(number, forever)
+            done = ask(0.1 if forever else self.SECONDS)
+            failed = system.agent_faults.allocations()[1]
+            system.agent_faults.stop()
+            self.assertTrue(system.agent.running(), where)
+            if "Timeout" in done.stderr and not forever:
+                self.assertGreater(system.log_size(), size, where + ": no answer and no word about it")
+            wait_for(lambda: ask(10).stdout == ".%s.8.1 = INTEGER: 1\n" % TOPOLOGY, where)
+            if not failed:
+                break
+            failures += 1
+        else:
+            self.fail("allocations without end")
+        self.assertGreater(failures, 1 if forever else 10)
+
+
 class Notifications(unittest.TestCase):
     """With all the memory back, each event has given its traps, or a line tells which it did not; the alarm table is the
     backend's, the list of destinations is what it was or what was asked for, and the next events give their traps.
@@ -199,28 +250,40 @@ class Notifications(unittest.TestCase):
     HELD_SECONDS = 0.2  # that memory stays away where all allocations fail
     ANSWER_SECONDS = 1  # for the answer of a SET, which may have none
 
-    def sweep(self, happen, traps):
-        with MemorySystem() as system:
+    def sweep(self, happen, also=None, **more):
+        """`also` adds another receiver to the system; gives it and the number of notifications that it gets of an event.
+        """
+        with MemorySystem(**more) as system:
+            self.ports = [system.receiver.port]
+            self.receivers = [(system.receiver, 2)]
+            if also:
+                self.receivers.append(also(system))
             self.active = list(range(1, COUNT + 1))
+            self.raised = []  # beside these
             self.asked, self.added = False, None  # a second destination; the answer
             self.settle(system, "before all")
             for forever in (False, True):
-                self.sweep_one(system, happen, traps, forever)
+                self.sweep_one(system, happen, forever)
             for datagram in system.receiver.datagrams():
                 decode(datagram)
+            self.skips = system.agent.log().count("is skipped")
+            # Each trap of each destination has come to its end.
+            for one in self.destinations_status(system):
+                self.assertEqual(one["considered"], one["sent"] + one["filtered"] + sum(one["dropped"].values()), one)
+                self.assertGreater(one["sent"], sum(one["dropped"].values()))
 
-    def sweep_one(self, system, happen, traps, forever):
+    def sweep_one(self, system, happen, forever):
         seen = 0
         for number in range(1, self.LONGEST, STRIDE * (7 if forever else 1)):
             where = "allocation %d%s" % (number, " and all behind it" if forever else "")
-            size, before = system.log_size(), len(system.receiver.datagrams())
+            size, before = system.log_size(), self.counts()
             system.agent_faults.fail_allocation(number, forever)
             happen(system)
             if forever:
                 time.sleep(self.HELD_SECONDS)
                 failed = system.agent_faults.allocations()[1]
                 system.agent_faults.stop()
-            wait_for(lambda: len(system.receiver.datagrams()) >= before + traps or self.skipped(system, size), where, 30)
+            wait_for(lambda: self.have_come(before) or self.skipped(system, size), where, 30)
             if not forever:
                 failed = system.agent_faults.allocations()[1]
                 system.agent_faults.stop()
@@ -233,20 +296,32 @@ class Notifications(unittest.TestCase):
             self.fail("allocations without end")
         self.assertGreater(seen, 2)
 
+    def counts(self):
+        return [len(receiver.datagrams()) for receiver, _ in self.receivers]
+
+    def have_come(self, before):
+        """Whether every receiver has got one event's notifications since then."""
+        return all(now >= then + due for now, then, (_, due) in zip(self.counts(), before, self.receivers))
+
     def settle(self, system, where):
         """The alarms as at the beginning, and one more, whose traps come behind all of before."""
-        before = len(system.receiver.datagrams())
+        counts = self.counts()
+        before = counts[0]
         for serial in self.active[COUNT:]:
             self.clear(system, serial)
         serial = self.raise_one(system)
         wait_for(lambda: [trap.value(9) for trap in system.receiver.traps(before)].count(serial) == 2,
                  where + ": the traps of the next alarm")
+        wait_for(lambda: self.have_come(counts), where + ": the same of the other receiver")
         wait_for(lambda: system.wait_for_view(self.active), where + ": the alarms")
         self.check_destinations(system, where)
 
     def check_destinations(self, system, where):
         """As before; or with a second one that was asked for, which goes again."""
         there = self.destinations(system)
+        if len(self.ports) > 1:
+            self.assertEqual(there, self.ports, where)
+            return
         if self.added is not None and self.added.error == NO_ERROR:
             self.assertEqual(there, [system.receiver.port, 9], where)
         elif self.added is not None or not self.asked:
@@ -261,6 +336,7 @@ class Notifications(unittest.TestCase):
         serial = int.from_bytes(body[-4:], "little")
         if alarm == POWER_LOSS:
             self.active.append(serial)
+            self.raised.append(serial)
         return serial
 
     def clear(self, system, serial):
@@ -280,10 +356,28 @@ class Notifications(unittest.TestCase):
         return "is skipped" in told or "sending fails: out of memory" in told
 
     def test_an_alarm_is_raised(self):
-        self.sweep(self.raise_one, 2)
+        self.sweep(self.raise_one)
 
     def test_an_alarm_ends(self):
-        self.sweep(lambda system: self.clear(system, self.active[-1]), 2)
+        self.sweep(lambda system: self.clear(system, self.active[-1]))
+
+    def test_an_alarm_is_raised_for_a_destination_of_a_user(self):
+        def add(system):
+            receiver = TrapReceiver()
+            receiver.__enter__()
+            self.addCleanup(receiver.__exit__)
+            system.add_destination(2, receiver.port, version=3, user="admin")
+            self.ports.append(receiver.port)
+            return receiver, 2
+
+        self.sweep(self.raise_one, also=add)
+
+    def test_an_alarm_is_raised_for_a_receiver_of_informs(self):
+        with InformReceiver() as receiver:
+            self.sweep(self.raise_one, also=lambda system: (receiver, 1),
+                       words="informsink 127.0.0.1 informs %d\nvrxInformRetry 100\nvrxInformBackoff 400\n" % receiver.port)
+            missing = set(self.raised) - set(receiver.serials(acknowledged=True))
+            self.assertLessEqual(len(missing), self.skips, missing)
 
     def test_an_alarm_flaps(self):
         """Held traps: in the end the last state is told, or a line tells that it could not be."""
@@ -326,15 +420,18 @@ class Notifications(unittest.TestCase):
         return int.from_bytes(body[-4:], "little")
 
     @staticmethod
-    def held(system):
-        return sum(d["held"] for d in json.loads(system.vrxctl("status", "--json"))["destinations"])
+    def destinations_status(system):
+        return json.loads(system.vrxctl("status", "--json"))["destinations"]
+
+    def held(self, system):
+        return sum(one["held"] for one in self.destinations_status(system))
 
     def test_an_alarm_is_not_defined(self):
         def happen(system):  # it gives no trap: the next one tells that it is done
             self.raise_one(system, UNKNOWN_ALARM)
             self.raise_one(system)
 
-        self.sweep(happen, 2)
+        self.sweep(happen)
 
     def test_a_destination_is_added_meanwhile(self):
         def happen(system):
@@ -343,7 +440,7 @@ class Notifications(unittest.TestCase):
             self.asked = True
             self.added = system.manager.receive(self.ANSWER_SECONDS)
 
-        self.sweep(happen, 2)
+        self.sweep(happen)
 
 
 if __name__ == "__main__":
