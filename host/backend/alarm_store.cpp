@@ -130,7 +130,7 @@ BackendResult AlarmStore::raise(std::vector<Alarm>& alarms) {
         addEvent(ALARM_TYPE_FAULT, alarm);
     }
     dropOldEvents();
-    transaction.commit();
+    commit(transaction);
     alarms = std::move(raised);
     return BACKEND_OK;
 }
@@ -155,7 +155,7 @@ BackendResult AlarmStore::clear(const std::vector<unsigned int>& serials, unsign
         addEvent(ALARM_TYPE_CLEAR, alarm);
     }
     dropOldEvents();
-    transaction.commit();
+    commit(transaction);
     return BACKEND_OK;
 }
 
@@ -214,6 +214,18 @@ std::string AlarmStore::worldWideName() {
     const std::lock_guard<std::mutex> lock(m_mutex);
     SqliteStatement::Run run(m_worldWideName);
     return run.step() ? run.text(0) : "";
+}
+
+// Caller holds m_mutex. What could not be synchronized may stand in the journal all the same, and would be taken for
+// done after a crash: the journal is emptied, if the disk lets us.
+void AlarmStore::commit(SqliteTransaction& transaction) {
+    try {
+        transaction.commit();
+    } catch (const SqliteError&) {
+        m_database.rollBack();
+        (void)sqlite3_wal_checkpoint_v2(m_database.get(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+        throw;
+    }
 }
 
 // Caller holds m_mutex and a transaction.

@@ -62,6 +62,7 @@ public:
     std::string worldWideName();
 
 private:
+    void commit(SqliteTransaction& transaction);
     void addEvent(unsigned int type, const Alarm& alarm);
     void dropOldEvents();
 

@@ -105,8 +105,10 @@ class Storage(unittest.TestCase):
                 serial = self.raise_one(parameters)
                 failed = self.system.backend_faults.changes()[1]
                 self.system.backend_faults.stop()
-                if serial is None:
+                if serial is None:  # it does not come up after a crash either
                     refused += 1
+                    self.system.backend.kill()
+                    self.system.backend.start()
                 else:
                     acknowledged[serial] = parameters
                 self.assertEqual(self.kept(), acknowledged, parameters)
