@@ -70,6 +70,7 @@ class Starts:
         """Starts it and ends it when it is ready: (wait status, its log). `forever`: memory is away for a while."""
         start = os.path.getsize(self.log_path)
         failing_since = None
+        self._faults.fail_allocation(0)  # forgets the counts of before
         os.write(self._command, b"%d %d\n" % (number, forever))
         process = self._line()
         told = False
