@@ -42,6 +42,7 @@ public:
         argv.reserve(words.size() + 1);
         for (std::string& word : words) argv.push_back(word.data());
         argv.push_back(nullptr);
+        ::unlink(logPath.c_str());  // so that no one takes what the run before said for this one's
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
