@@ -61,23 +61,30 @@ class Storage(unittest.TestCase):
                 return None
         return int.from_bytes(body[-4:], "little")
 
+    def each_change_failing(self, faults, database, error, act):
+        """Does it again and again, while one change of the file after the other fails, until none does. Gives the number
+        of the change and what came of it, when the disk is well again."""
+        for number in range(1, LONGEST):
+            faults.fail_change("%s/%s" % (self.state, database), number, error)
+            result = act(number)
+            failed = faults.changes()[1]
+            faults.stop()
+            yield number, result
+            if not failed:
+                self.assertGreater(number, 1)
+                return
+        self.fail("changes without end")
+
     # The list of destinations
 
     def test_a_set_is_kept_whole_or_refused_wherever_a_write_fails(self):
         for error in ERRORS:
-            for number in range(1, LONGEST):
-                self.system.agent_faults.fail_change(self.state + "/trap_destinations.db", number, error)
-                answer = self.manager.ask(SET, create(2, 9))
-                failed = self.system.agent_faults.changes()[1]
-                self.system.agent_faults.stop()
+            for number, answer in self.each_change_failing(self.system.agent_faults, "trap_destinations.db", error,
+                                                           lambda _: self.manager.ask(SET, create(2, 9))):
                 self.assertIn(answer.error, (NO_ERROR, RESOURCE_UNAVAILABLE), number)
                 self.assertEqual(self.rows(), {2: 9} if answer.error == NO_ERROR else {}, number)
                 if answer.error == NO_ERROR:
                     self.assertEqual(self.manager.ask(SET, destroy(2)).error, NO_ERROR)
-                if not failed:
-                    break
-            else:
-                self.fail("changes without end")
             self.assertGreater(number, 4)
 
     def test_a_full_disk_refuses_sets_with_one_line_until_there_is_space(self):
@@ -99,12 +106,12 @@ class Storage(unittest.TestCase):
     def test_an_alarm_is_kept_or_refused_wherever_a_write_fails(self):
         acknowledged, refused = {}, 0
         for error in ERRORS:
-            for number in range(1, LONGEST):
-                parameters = "%s,%d" % (errno.errorcode[error], number)
-                self.system.backend_faults.fail_change(self.state + "/backend.db", number, error)
-                serial = self.raise_one(parameters)
-                failed = self.system.backend_faults.changes()[1]
-                self.system.backend_faults.stop()
+            def parameters_of(number, error=error):
+                return "%s,%d" % (errno.errorcode[error], number)
+
+            for number, serial in self.each_change_failing(self.system.backend_faults, "backend.db", error,
+                                                           lambda number: self.raise_one(parameters_of(number))):
+                parameters = parameters_of(number)
                 if serial is None:  # it does not come up after a crash either
                     refused += 1
                     self.system.backend.kill()
@@ -112,11 +119,6 @@ class Storage(unittest.TestCase):
                 else:
                     acknowledged[serial] = parameters
                 self.assertEqual(self.kept(), acknowledged, parameters)
-                if not failed:
-                    break
-            else:
-                self.fail("changes without end")
-            self.assertGreater(number, 1)
             self.system.backend.kill()
             self.system.backend.start()
             self.assertEqual(self.kept(), acknowledged)
@@ -170,18 +172,13 @@ class Storage(unittest.TestCase):
         with TrapReceiver() as receiver:
             self.assertEqual(self.manager.ask(SET, create(1, receiver.port)).error, NO_ERROR)
             serials = []
+
+            def act(_):
+                serials.append(self.raise_one())
+                wait_for(lambda: self.remembered() == len(serials), "event %d" % len(serials))
+
             for error in ERRORS:
-                for number in range(1, LONGEST):
-                    self.system.agent_faults.fail_change(self.state + "/notifications.db", number, error)
-                    serials.append(self.raise_one())
-                    wait_for(lambda: self.remembered() == len(serials), "event %d" % len(serials))
-                    failed = self.system.agent_faults.changes()[1]
-                    self.system.agent_faults.stop()
-                    if not failed:
-                        break
-                else:
-                    self.fail("changes without end")
-                self.assertGreater(number, 1)
+                list(self.each_change_failing(self.system.agent_faults, "notifications.db", error, act))
                 self.system.agent.kill()
                 self.system.agent.start()
                 serials.append(self.raise_one())  # it comes behind what would come again
@@ -226,19 +223,14 @@ class Storage(unittest.TestCase):
     def test_an_entry_is_whole_or_waits_wherever_a_write_fails(self):
         with TrapReceiver() as receiver:
             self.assertEqual(self.manager.ask(SET, create(1, receiver.port)).error, NO_ERROR)
+
+            def act(_):
+                serial = self.raise_one()
+                wait_for(lambda: self.system.vrxctl("traps", "--json", "--serial", str(serial),
+                                                    check=False).stdout.count("number") > 0, "the entry")
+
             for error in ERRORS:
-                for number in range(1, LONGEST):
-                    self.system.agent_faults.fail_change(self.state + "/notification_log.db", number, error)
-                    serial = self.raise_one()
-                    wait_for(lambda serial=serial: self.system.vrxctl("traps", "--json", "--serial", str(serial),
-                                                                      check=False).stdout.count("number") > 0, "the entry")
-                    failed = self.system.agent_faults.changes()[1]
-                    self.system.agent_faults.stop()
-                    if not failed:
-                        break
-                else:
-                    self.fail("changes without end")
-                self.assertGreater(number, 1)
+                list(self.each_change_failing(self.system.agent_faults, "notification_log.db", error, act))
             numbers = [entry["number"] for entry in json.loads(self.system.vrxctl("traps", "--json"))]
             self.assertEqual(numbers, list(range(1, len(numbers) + 1)))
 
