@@ -80,25 +80,27 @@ TEST(ValueWiping, LongValueIsZeroWhenItsPackageIsClearedOrEnds) {
     }
 }
 
-// Values that stand inside the cell: its own memory is looked at.
+// Values that stand inside the cell: its own memory is looked at, in which addresses may hold such bytes by chance.
 TEST(ValueWiping, ShortValueIsZeroWhenItsCellEndsOrIsReplaced) {
     const Bytes value(CTLVCell::INSIDE_SIZE, 0x5A);
     alignas(CTLVCell) unsigned char place[sizeof(CTLVCell)];
-    const auto countOfValueBytes = [&place] {
-        std::size_t count = 0;
-        for (const unsigned char byte : place) count += byte == 0x5A;
-        return count;
+    const auto countIn = [](const void* memory, std::size_t size) {
+        const auto* const bytes = static_cast<const unsigned char*>(memory);
+        return static_cast<std::size_t>(std::count(bytes, bytes + size, 0x5A));
     };
     for (std::size_t length = 1; length <= value.size(); ++length) {
         std::fill(std::begin(place), std::end(place), 0);
         auto* const cell = ::new (place) CTLVCell;
+        const std::size_t others = countIn(place, sizeof place);
+        const auto countOfValueBytes = [&] { return countIn(place, sizeof place) - others; };
         cell->setCell(0, reinterpret_cast<const char*>(value.data()), length);
         EXPECT_EQ(countOfValueBytes(), length);
         cell->setCell(0, "x", 1);
         EXPECT_EQ(countOfValueBytes(), 0U) << length;
         cell->setCell(0, reinterpret_cast<const char*>(value.data()), length);
         cell->setCell(0, std::string(100, 'y').data(), 100);
-        EXPECT_EQ(countOfValueBytes(), 0U) << length;
+        const unsigned char* const outside = cell->data();
+        EXPECT_EQ(countOfValueBytes(), countIn(&outside, sizeof outside)) << length;
         cell->setCell(0, reinterpret_cast<const char*>(value.data()), length);
         cell->~CTLVCell();
         EXPECT_EQ(countOfValueBytes(), 0U) << length;
