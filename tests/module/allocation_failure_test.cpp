@@ -21,6 +21,7 @@
 #include "platform/snmp_table_base.h"
 #include "tests/failing_memory.h"
 #include "tests/fake_host/fake_host.h"
+#include "tests/module/host_setup.h"
 
 using failing_memory::failAt;
 using failing_memory::failEachAllocation;
@@ -150,12 +151,7 @@ TEST(AllocationFailure, BindingsBeforeTheFailureAreFilledInTheirOrder) {
     CTamrelNotifyMsgHandler handler;
     {
         FakeHost once;  // its definitions stay loaded
-        once.setConfig("SNMP_CONF", "ALARM_INI_PATH", "definitions.xml");
-        once.setConfig("SNMP_CONF", "ALARM_PARAM_ENUM_PATH", "enumerations.xml");
-        once.writeFile("definitions.xml",
-                       "<root><eventDefinition><param eventID='70' name='n' suggestion='##00' detail='##00 ##01'"
-                       " location='##01'/></eventDefinition></root>");
-        once.writeFile("enumerations.xml", "<alarm><param_enum/></alarm>");
+        giveAlarmFiles(once, "<param eventID='70' name='n' suggestion='##00' detail='##00 ##01' location='##01'/>");
         Agentpp::Vbx* array = nullptr;
         EXPECT_EQ(handler.constructAlarmTrapVb(*makeRecord(notification), array), 0);
         delete[] array;

@@ -1,5 +1,6 @@
 // The library as a host meets it: dlopen, the one exported function, and from then on base pointers only.
 #include "tests/module/loaded_module.h"
+#include "tests/module/host_setup.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,28 +12,21 @@
 #include "platform/notify_msg_handler.h"
 #include "platform/snmp_table_base.h"
 #include "tests/fake_host/fake_host.h"
+#include "tests/module/host_setup.h"
 
 namespace {
 
 using testing::ElementsAre;
 
-constexpr const char* DEFINITIONS =
-    "<root><eventDefinition>"
+constexpr const char* DEFINITION =
     "<param eventID=\"7\" name=\"Fan fault\" suggestion=\"Replace fan ##00.\" detail=\"Fan ##00 failed.\""
-    " location=\"Slot ##00\" alarmOid=\"0.5\"/>"
-    "</eventDefinition></root>";
-constexpr const char* ENUMERATIONS = "<alarm><param_enum/></alarm>";
+    " location=\"Slot ##00\" alarmOid=\"0.5\"/>";
 
 class LoadedModuleTest : public testing::Test {
 protected:
     LoadedModuleTest() {
-        host.setConfig("COMMAND", "GET_SYSTEM_WWN", "1001");
-        host.setConfig("COMMAND", "GET_CURRENT_ALARM", "2001");
-        host.setConfig("COMMAND", "CLEAR_ALARM", "2002");
-        host.setConfig("SNMP_CONF", "ALARM_INI_PATH", "definitions.xml");
-        host.setConfig("SNMP_CONF", "ALARM_PARAM_ENUM_PATH", "enumerations.xml");
-        host.writeFile("definitions.xml", DEFINITIONS);
-        host.writeFile("enumerations.xml", ENUMERATIONS);
+        giveCommands(host);
+        giveAlarmFiles(host, DEFINITION);
         module.reset(library.create());
         module->getSvcHandler(list);
         for (const auto& row : list) handlers.push_back(row.second);

@@ -16,6 +16,7 @@
 #include "module/snmp_tamrel_svc_module.h"
 #include "notify/snmp_tamrel_notify_handler.h"
 #include "tests/fake_host/fake_host.h"
+#include "tests/module/host_setup.h"
 
 namespace {
 
@@ -164,15 +165,9 @@ TEST_F(SvcModuleTest, MibFileNameIsExact) {
 }
 
 TEST_F(SvcModuleTest, HandlersOutliveTheModule) {
-    host.setConfig("COMMAND", "GET_SYSTEM_WWN", "1001");
-    host.setConfig("COMMAND", "GET_CURRENT_ALARM", "2001");
-    host.setConfig("COMMAND", "CLEAR_ALARM", "2002");
-    host.setConfig("SNMP_CONF", "ALARM_INI_PATH", "definitions.xml");
-    host.setConfig("SNMP_CONF", "ALARM_PARAM_ENUM_PATH", "enumerations.xml");
-    host.writeFile("definitions.xml",
-                   "<root><eventDefinition><param eventID=\"5\" name=\"Title\" detail=\"Part ##00\" location=\"Here\""
-                   " suggestion=\"Look\" alarmOid=\"0.1\"/></eventDefinition></root>");
-    host.writeFile("enumerations.xml", "<alarm><param_enum/></alarm>");
+    giveCommands(host);
+    giveAlarmFiles(
+        host, "<param eventID='5' name='Title' detail='Part ##00' location='Here' suggestion='Look' alarmOid='0.1'/>");
     tTrapDestInfo destination;
     destination.index = "7";
     destination.address = "10.0.0.1";
