@@ -1,6 +1,5 @@
 // The library as a host meets it: dlopen, the one exported function, and from then on base pointers only.
 #include "tests/module/loaded_module.h"
-#include "tests/module/host_setup.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
