@@ -39,11 +39,21 @@ void Agent::markAllChanged() {
     for (const auto& object : m_objects) object->snapshots().markChanged();
 }
 
-void Agent::setAlarmsTold(const std::function<bool()>& told) {
+std::vector<ManagedObject*> Agent::alarmTables() const {
     const unsigned long long activeAlarms = BackendCommands::fromDevice().getCurrentAlarm;
+    std::vector<ManagedObject*> tables;
     for (const auto& object : m_objects) {
-        if (object->reader().asks(activeAlarms)) object->snapshots().setTold(told);
+        if (object->reader().asks(activeAlarms)) tables.push_back(object.get());
     }
+    return tables;
+}
+
+void Agent::setAlarmsTold(const std::function<bool()>& told) {
+    for (ManagedObject* table : alarmTables()) table->snapshots().setTold(told);
+}
+
+void Agent::setAlarmsObstacle(const std::function<std::optional<std::string>()>& obstacle) {
+    for (ManagedObject* table : alarmTables()) table->reader().setObstacle(obstacle);
 }
 
 void Agent::reload() {

@@ -12,6 +12,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -42,6 +43,10 @@ public:
     // std::invalid_argument for command codes that are faulty.
     void setAlarmsTold(const std::function<bool()>& told);
 
+    // Asked before the active alarms are read: a text is why they cannot be (see ObjectReader::setObstacle). Before
+    // listen(). Throws as the one above.
+    void setAlarmsObstacle(const std::function<std::optional<std::string>()>& obstacle);
+
     // Reads the engine's configuration again.
     void reload();
 
@@ -64,6 +69,9 @@ public:
     bool stop(std::chrono::milliseconds patience);
 
 private:
+    // Objects whose rows are the backend's active alarms.
+    std::vector<ManagedObject*> alarmTables() const;
+
     AgentLoop& m_loop;
     const std::vector<std::string> m_modules;
     SnmpEngine m_engine;

@@ -12,10 +12,11 @@
 #include "platform/notify_msg_handler.h"
 
 NotificationPath::NotificationPath(const std::list<INotifyMsgHandler*>& handlers, const TamrelBinding& binding,
-                                   TrapDelivery& delivery, NotificationLedger& ledger,
+                                   AlarmDefinitions& definitions, TrapDelivery& delivery, NotificationLedger& ledger,
                                    std::function<void()> alarmsChanged)
     : m_handlers(handlers),
       m_binding(binding),
+      m_definitions(definitions),
       m_delivery(delivery),
       m_sinks(delivery.sinks()),
       m_ledger(ledger),
@@ -52,7 +53,8 @@ void NotificationPath::startBehind(unsigned long long sequence) {
 }
 
 void NotificationPath::onEvent(unsigned long long sequence, const CTLVRecordV3& record) {
-    const std::lock_guard<std::mutex> handling(m_handling);
+    std::unique_lock<std::mutex> handling(m_handling);
+    if (!mayBegin(handling)) return;
     struct Begun {
         ~Begun() { ledger.settle(ticket); }
         NotificationLedger& ledger;
@@ -65,6 +67,21 @@ void NotificationPath::onEvent(unsigned long long sequence, const CTLVRecordV3& 
     m_delivery.begin(sequence, record);
     unsigned int place = 0;
     for (INotifyMsgHandler* handler : m_handlers) notify(*handler, place++, ticket, record);
+}
+
+// Waits while traps of the event are wanted and cannot be built; false when the wait ended because the path stops.
+bool NotificationPath::mayBegin(std::unique_lock<std::mutex>& handling) {
+    while (!m_stopping) {
+        if (withPatience([&] { return allDestinations().empty() || !m_definitions.fault(); })) return true;
+        m_stopped.wait_for(handling, m_definitions.pause());
+    }
+    return false;
+}
+
+void NotificationPath::stop() {
+    const std::lock_guard<std::mutex> handling(m_handling);
+    m_stopping = true;
+    m_stopped.notify_all();
 }
 
 void NotificationPath::onDisconnected() {

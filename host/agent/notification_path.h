@@ -2,12 +2,14 @@
 // get its trap, lets it build one if there is any, and hands that on to be delivered to the sinks. The repository of
 // active alarms and the ledger follow; it holds an event until every sink has settled it.
 //
-// An event whose record a handler cannot use is logged, counted and done with: it would be as bad next time.
+// An event whose record a handler cannot use is logged, counted and done with: it would be as bad next time. While the
+// alarm definitions cannot be loaded no event is begun that somebody is to be told of: it waits, and those after it.
 //
 // Threads: the event source's; counters() from any.
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -15,6 +17,7 @@
 #include <mutex>
 #include <vector>
 
+#include "host/agent/alarm_definitions.h"
 #include "host/agent/notification_ledger.h"
 #include "host/agent/notification_sink.h"
 #include "host/agent/tamrel_binding.h"
@@ -34,7 +37,8 @@ public:
     // What is given outlives the path. `alarmsChanged` is called before the traps of an event go out, from the event
     // source's thread: what was read of the alarms before is stale.
     NotificationPath(const std::list<INotifyMsgHandler*>& handlers, const TamrelBinding& binding,
-                     TrapDelivery& delivery, NotificationLedger& ledger, std::function<void()> alarmsChanged);
+                     AlarmDefinitions& definitions, TrapDelivery& delivery, NotificationLedger& ledger,
+                     std::function<void()> alarmsChanged);
 
     std::optional<unsigned long long> lastHandledEvent() override;
     void onConnected(unsigned long long lastSequenceOfStore, const std::vector<unsigned int>& activeSerials) override;
@@ -43,7 +47,10 @@ public:
 
     Counters counters() const;
 
-    // Keeps the handlers idle while the lock lives; waits for the event that is under way.
+    // No event is begun from here on; one that waits for the definitions comes again in the next life of the process.
+    void stop();
+
+    // Keeps the handlers idle while the lock lives; waits for the event that is under way, but not for one that waits.
     std::unique_lock<std::mutex> hold() { return std::unique_lock<std::mutex>(m_handling); }
 
 private:
@@ -51,6 +58,7 @@ private:
     using Destinations = std::shared_ptr<const TrapDestinationMap>;
 
     void startBehind(unsigned long long sequence);
+    bool mayBegin(std::unique_lock<std::mutex>& handling);
     void follow(unsigned long long sequence, const CTLVRecordV3& record);
     const TrapDestinationMap& allDestinations();
     void notify(INotifyMsgHandler& handler, unsigned int place, const Ticket& ticket, const CTLVRecordV3& record);
@@ -58,12 +66,15 @@ private:
 
     const std::list<INotifyMsgHandler*>& m_handlers;
     const TamrelBinding& m_binding;
+    AlarmDefinitions& m_definitions;
     TrapDelivery& m_delivery;
     const std::vector<NotificationSink*>& m_sinks;
     NotificationLedger& m_ledger;
     std::function<void()> m_alarmsChanged;
 
     std::mutex m_handling;  // taken while an event is handled; guards the rest but the counters
+    std::condition_variable m_stopped;
+    bool m_stopping = false;
 
     // Of each sink, as last seen, and all of them in one list when several have some. Lists change seldom: no event
     // pays for putting them together.

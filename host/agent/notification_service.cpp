@@ -64,8 +64,10 @@ NotificationService::NotificationService(AgentLoop& loop, std::function<void()> 
       m_log(VRX_Utility::getVRXRootEnv() + "/state/notification_log.db"),
       m_ledger(VRX_Utility::getVRXRootEnv() + "/state/notifications.db", [this] { m_log.flushWhatCanBe(); }),
       m_binding(CNotifyHandler::instance()->handlers()),
+      m_definitions(m_binding),
       m_delivery(loop, {&m_sender, &m_informs}, m_ledger, m_log),
-      m_path(CNotifyHandler::instance()->handlers(), m_binding, m_delivery, m_ledger, std::move(alarmsChanged)),
+      m_path(CNotifyHandler::instance()->handlers(), m_binding, m_definitions, m_delivery, m_ledger,
+             std::move(alarmsChanged)),
       m_alarms(m_path),
       m_source(m_alarms),
       m_reader(std::make_shared<DestinationReader>(m_sender)) {}
@@ -80,6 +82,7 @@ NotificationService::~NotificationService() {
 
 void NotificationService::start() {
     m_running = true;
+    (void)m_definitions.fault();
     setTrapDestinationListener([reader = m_reader] { reader->read(); });
     begin();
 }
@@ -113,6 +116,7 @@ void NotificationService::stop() {
     m_running = false;
     setTrapDestinationListener(nullptr);
     m_reader->stop();
+    m_path.stop();
     m_source.stop();
     m_delivery.stop();
     m_sender.stop();
@@ -151,6 +155,7 @@ NotificationStatus NotificationService::status() const {
         destination.held = found->second.held;
         destination.suppressed = found->second.suppressed;
     }
+    status.definitionsFault = m_definitions.lastFault();
     status.log = m_log.counters();
     status.alarms = m_alarms.state();
     status.backendAddress = m_source.address();

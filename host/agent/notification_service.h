@@ -15,6 +15,7 @@
 #include <string>
 
 #include "host/agent/active_alarms.h"
+#include "host/agent/alarm_definitions.h"
 #include "host/agent/inform_sender.h"
 #include "host/agent/inform_session.h"
 #include "host/agent/notification_ledger.h"
@@ -30,7 +31,8 @@
 struct NotificationStatus {
     NotificationPath::Counters path;
     AlarmEventSource::Counters source;
-    std::optional<unsigned long long> lastDone;  // event up to which all are done with
+    std::optional<unsigned long long> lastDone;   // event up to which all are done with
+    std::optional<std::string> definitionsFault;  // while it lasts events wait
     TrapStatus traps;
     InformStatus informs;
     NotificationLog::Counters log;
@@ -49,13 +51,17 @@ public:
     NotificationService& operator=(const NotificationService&) = delete;
 
     // Sends coldStart, then asks the backend for events; both wait while the list of trap destinations cannot be read.
+    // Alarm definitions that cannot be loaded are a log line: what needs them waits.
     void start();
 
     // No notification is handled while the lock lives; events wait. It waits for the one under way.
     std::unique_lock<std::mutex> hold() { return m_path.hold(); }
 
-    // Lets the module read its alarm definitions anew; see TamrelBinding. REQUIRES: hold(), and all workers held.
-    void reloadDefinitions() { m_binding.reloadDefinitions(); }
+    // Lets the module read its alarm definitions anew; see AlarmDefinitions. REQUIRES: hold(), and all workers held.
+    void reloadDefinitions() { m_definitions.reload(); }
+
+    // Why the module's alarm definitions cannot be used now; nothing when they can. Any thread.
+    std::optional<std::string> definitionsFault() { return m_definitions.fault(); }
 
     // What the configuration says, at the start and whenever it was read again.
     void setLimits(const NotificationLimits& limits);
@@ -100,6 +106,7 @@ private:
     NotificationLog m_log;
     NotificationLedger m_ledger;  // its thread uses the log
     TamrelBinding m_binding;
+    AlarmDefinitions m_definitions;
     TrapDelivery m_delivery;
     NotificationPath m_path;
     ActiveAlarms m_alarms;

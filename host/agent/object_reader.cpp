@@ -54,6 +54,7 @@ std::unique_ptr<CR8KPackageV3> ObjectReader::query(const CR8KPackageV3& request)
     const CVRX_SnmpContext context{};
     auto response = std::make_unique<CR8KPackageV3>();
     int result = 0;
+    if (const auto obstacle = m_obstacle ? m_obstacle() : std::nullopt) throw ReadError(*obstacle);
     try {
         result = m_object->table ? m_handler.OnQueryTable(context, request, *response)
                                  : m_handler.OnQueryLeaf(context, request, *response);

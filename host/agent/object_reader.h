@@ -4,7 +4,10 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <stdexcept>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "host/agent/mib_model.h"
@@ -23,6 +26,9 @@ class ObjectReader {
 public:
     // `changes` counts the object's changes, for any thread. Object and handler outlive the reader.
     ObjectReader(const MibObject& object, CSnmpHandler& handler, std::function<std::uint64_t()> changes);
+
+    // `obstacle` is asked before the handler is: a text is why the object cannot be read. Before the first reading.
+    void setObstacle(std::function<std::optional<std::string>()> obstacle) { m_obstacle = std::move(obstacle); }
 
     // Another shape of the same object; not while a reading is under way.
     void setShape(const MibObject& object) { m_object = &object; }
@@ -53,6 +59,7 @@ private:
     const MibObject* m_object;
     CSnmpHandler& m_handler;
     std::function<std::uint64_t()> m_changes;
+    std::function<std::optional<std::string>()> m_obstacle;
     CSnmpTableBase* m_table;  // the handler, if it reads in batches
     bool m_batch;             // and gives them one by one
     bool m_large;             // it had more than a batch of rows when it was read last, or was not read yet

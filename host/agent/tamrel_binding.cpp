@@ -91,6 +91,10 @@ void TamrelBinding::follow(const CTLVRecordV3& record) const {
     m_putAlarm(m_handler, serial, category);  // it logs what it refuses
 }
 
+void TamrelBinding::loadDefinitions() const {
+    if (found()) (void)m_getDefinitions();
+}
+
 void TamrelBinding::reloadDefinitions() const {
     if (!found()) return;
     m_destroyDefinitions();

@@ -8,7 +8,7 @@
 // Without such a module, or when it lacks one of the operations, one log line says so and every operation here does
 // nothing.
 //
-// Threads: one at a time.
+// Threads: one at a time, except where another is named.
 #pragma once
 
 #include <list>
@@ -37,6 +37,10 @@ public:
 
     // Adds the serial numbers that are missing, deletes those that are not among the active ones.
     Difference compare(const std::vector<unsigned int>& activeSerials) const;
+
+    // Lets the module read its alarm definitions, unless it has them. Any thread. Throws what the module throws when a
+    // file is at fault; nothing is kept then.
+    void loadDefinitions() const;
 
     // Lets the module forget its alarm definitions and read their files anew. REQUIRES: no handler of the module is at
     // work. Throws what the module throws when a file is at fault; it tries again at its next use of a definition.

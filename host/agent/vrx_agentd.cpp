@@ -125,6 +125,7 @@ int serve(const CommandLine& line) {
     Agent agent(loop, root, line.modules);
     NotificationService notifications(loop, [&agent] { agent.markAllChanged(); });
     agent.setAlarmsTold([&notifications] { return notifications.isCurrent(); });
+    agent.setAlarmsObstacle([&notifications] { return notifications.definitionsFault(); });
     notifications.setLimits(agent.engine().limits().notifications);
     agent.listen(line.listeners);
     notifications.setInforms(agent.engine().informs(), agent.engine().configurationFaults().empty());

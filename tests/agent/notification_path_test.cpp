@@ -9,8 +9,10 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <atomic>
 #include <filesystem>
 #include <stdexcept>
+#include <thread>
 
 #include "module/vrx_exception.h"
 #include "tests/agent/notification_records.h"
@@ -105,8 +107,8 @@ protected:
         m_log = std::make_unique<NotificationLog>(m_folder + "/notification_log.db");
         m_delivery = std::make_unique<TrapDelivery>(m_loop, std::vector<NotificationSink*>{&m_sender, &m_other},
                                                     *m_ledger, *m_log);
-        m_path =
-            std::make_unique<NotificationPath>(m_handlers, m_binding, *m_delivery, *m_ledger, [this] { ++m_stale; });
+        m_path = std::make_unique<NotificationPath>(m_handlers, m_binding, m_definitions, *m_delivery, *m_ledger,
+                                                    [this] { ++m_stale; });
         m_sender.setDestinations({withType(destination("1", 1001), 1), withType(destination("4", 1004), 4)});
     }
     ~NotificationPathTest() override {
@@ -136,6 +138,11 @@ protected:
     FakeHandler m_second{4, "1.3.6.1.9.0.4"};
     std::list<INotifyMsgHandler*> m_handlers{&m_first, &m_second};
     TamrelBinding m_binding{{}};
+    std::atomic<bool> m_definitionsAway{false};
+    AlarmDefinitions m_definitions{[this] {
+                                       if (m_definitionsAway) throw std::runtime_error("no file");
+                                   },
+                                   [] {}, std::chrono::milliseconds(1)};
     int m_stale = 0;
     std::unique_ptr<NotificationPath> m_path;
 };
@@ -207,6 +214,50 @@ TEST_F(NotificationPathTest, ATrapOidThatIsNoneIsDroppedWithItsReason) {
     event(1, alarmRecord(7, 70));
     EXPECT_EQ(m_ledger->lastDone(), 1U);
     EXPECT_EQ(m_sender.status().destinations[0].counters.dropped[static_cast<std::size_t>(TrapDrop::BadOid)], 1U);
+}
+
+TEST_F(NotificationPathTest, AnEventWaitsForTheDefinitionsAndIsToldThen) {
+    m_definitionsAway = true;
+    m_path->onConnected(0, {});
+    std::thread source([this] {
+        event(1, alarmRecord(7, 70));
+        event(2, alarmRecord(7, 71));
+    });
+    ASSERT_TRUE(turnUntil([this] { return m_definitions.lastFault().has_value(); }));
+    EXPECT_EQ(m_path->lastHandledEvent(), 0U) << "a restart now must bring it again";
+    EXPECT_EQ(m_first.built, 0);
+    {
+        const auto held = m_path->hold();  // a reload need not wait for what waits for it
+        m_definitionsAway = false;
+    }
+    source.join();
+    ASSERT_TRUE(turnUntilDone(2));
+    EXPECT_EQ(m_transport.sent[1001].size(), 2U);
+    EXPECT_EQ(m_path->counters().notBuilt, 0U);
+}
+
+TEST_F(NotificationPathTest, AnEventThatNobodyIsToBeToldOfWaitsForNothing) {
+    m_definitionsAway = true;
+    m_sender.setDestinations({});
+    m_path->onConnected(0, {});
+    event(1, alarmRecord(7, 70));
+    EXPECT_EQ(m_ledger->lastDone(), 1U);
+}
+
+TEST_F(NotificationPathTest, TheEndLeavesAnEventThatWaitsForTheNextLife) {
+    m_definitionsAway = true;
+    m_path->onConnected(0, {});
+    std::thread source([this] {
+        event(1, alarmRecord(7, 70));
+        event(2, alarmRecord(7, 71));
+    });
+    ASSERT_TRUE(turnUntil([this] { return m_definitions.lastFault().has_value(); }));
+    m_path->stop();
+    source.join();
+    EXPECT_EQ(m_ledger->lastBegun(), 0U);
+    m_definitionsAway = false;
+    event(3, alarmRecord(7, 72));
+    EXPECT_EQ(m_ledger->lastBegun(), 0U) << "it would be taken for told";
 }
 
 TEST_F(NotificationPathTest, TheFirstContactCountsFromTheStoresLastEvent) {

@@ -1,0 +1,110 @@
+"""Alarms while the definition files cannot be loaded: nothing is lost, and nobody is told that there are no alarms."""
+
+import os
+import unittest
+
+from backend_client import BackendClient
+from harness import ALARMS, wait_for
+from trap_receiver import TrapReceiver
+from traps_test import COMMON_TRAP, TrapSystem
+
+DEFINITIONS, ENUMERATIONS = ("conf", "alarm_definitions.xml"), ("conf", "alarm_enumerations.xml")
+AWAY, BACK = "the alarm definitions cannot be loaded", "the alarm definitions are loaded again"
+MANY = 2000
+
+
+def take_away(system, parts=DEFINITIONS):
+    os.rename(system.path(*parts), system.path(*parts) + ".away")
+
+
+def put_back(system, parts=DEFINITIONS):
+    os.rename(system.path(*parts) + ".away", system.path(*parts))
+
+
+def lines_with(system, text):
+    return [line for line in system.agent.log(since_start=True).splitlines() if text in line]
+
+
+def told(receiver):
+    """Serial numbers of both kinds of traps, each in the order of their arrival."""
+    common, named = [], []
+    for trap in receiver.traps():
+        if trap.bindings and trap.bindings[-1].name.endswith(".15.0"):
+            (common if trap.oid == COMMON_TRAP else named).append(trap.value(9))
+    return common, named
+
+
+class WithoutDefinitions(unittest.TestCase):
+    def raise_while_away(self, system, receiver, parts=DEFINITIONS):
+        """The agent is started without the file, then three alarms are raised."""
+        system.add_destination(1, receiver.port)
+        system.agent.stop()
+        take_away(system, parts)
+        system.agent.start()
+        (line,) = lines_with(system, AWAY)
+        self.assertIn(" error [agent] ", line)
+        self.assertIn(parts[-1], line)
+        with BackendClient(system.path("state", "backend.sock")) as backend:
+            backend.raise_alarms(3)
+
+    def check_all_told_once(self, system, receiver, alarms=3):
+        wait_for(lambda: all(len(kind) >= alarms for kind in told(receiver)), "the traps")
+        system.agent.stop()  # nothing comes after this
+        self.assertEqual(told(receiver), (list(range(1, alarms + 1)),) * 2)
+        self.assertEqual(len(lines_with(system, AWAY)), 1)
+        self.assertEqual(len(lines_with(system, BACK)), 1)
+
+    def test_alarms_are_told_after_a_reload(self):
+        for parts in (DEFINITIONS, ENUMERATIONS):
+            with self.subTest(file=parts[-1]), TrapSystem() as system, TrapReceiver() as receiver:
+                self.raise_while_away(system, receiver, parts)
+                put_back(system, parts)
+                system.vrxctl("reload")
+                self.check_all_told_once(system, receiver)
+
+    def test_alarms_are_told_without_a_reload(self):
+        with TrapSystem() as system, TrapReceiver() as receiver:
+            self.raise_while_away(system, receiver)
+            put_back(system)
+            self.check_all_told_once(system, receiver)
+
+    def test_alarms_wait_over_a_kill_and_further_ones_come_after_them(self):
+        with TrapSystem() as system, TrapReceiver() as receiver:
+            self.raise_while_away(system, receiver)
+            wait_for(lambda: '"definitions_loaded": false' in system.vrxctl("status", "--json"), "the status")
+            system.agent.kill()
+            system.agent.start()
+            with BackendClient(system.path("state", "backend.sock")) as backend:
+                backend.raise_alarms(2)
+            put_back(system)
+            self.check_all_told_once(system, receiver, 5)
+
+    def test_the_agent_ends_while_events_wait(self):
+        with TrapSystem() as system, TrapReceiver() as receiver:
+            self.raise_while_away(system, receiver)
+            self.assertEqual(system.agent.stop(), 0)
+            put_back(system)
+            system.agent.start()
+            wait_for(lambda: all(len(kind) >= 3 for kind in told(receiver)), "the traps")
+            self.assertEqual(lines_with(system, AWAY), [])
+
+    def test_the_alarm_table_is_an_error_then_and_few_lines_say_so(self):
+        with TrapSystem() as system:
+            with BackendClient(system.path("state", "backend.sock")) as backend:
+                backend.raise_alarms(MANY)
+            system.agent.stop()
+            take_away(system)
+            system.agent.start()
+            for _ in range(3):
+                done = system.run("snmpbulkwalk", ALARMS, check=False)
+                self.assertIn("genError", done.stdout + done.stderr)
+                done = system.run("snmpget", ALARMS + ".4.7", check=False)
+                self.assertIn("genError", done.stdout + done.stderr)
+            self.assertLess(len(system.agent.log(since_start=True).splitlines()), 50)
+            put_back(system)
+            system.vrxctl("reload")
+            self.assertEqual(len(system.walk(ALARMS + ".9").splitlines()), MANY)
+
+
+if __name__ == "__main__":
+    unittest.main()
