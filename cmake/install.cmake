@@ -6,8 +6,14 @@ set(TAMREL_CONFIGURATION_DIR ${CMAKE_INSTALL_FULL_SYSCONFDIR}/vrx)
 set(TAMREL_STATE_DIR ${CMAKE_INSTALL_FULL_LOCALSTATEDIR}/lib/vrx)
 set(TAMREL_MODULE ${CMAKE_INSTALL_FULL_LIBDIR}/vrx/libsnmp_tamrel.so)
 
-set_target_properties(vrx-agentd vrx-backendd vrxctl vrx_core vrx_services snmp_tamrel PROPERTIES
-    INSTALL_RPATH ${CMAKE_INSTALL_FULL_LIBDIR}/vrx)
+# The same RUNPATH before and after installing. One that installing changes keeps room for the longer of the two, filled with
+# empty entries, and each of those is the folder in which somebody starts the program. A link gives the build the same map.
+set_target_properties(vrx-agentd vrx-backendd vrxctl PROPERTIES INSTALL_RPATH "$ORIGIN/../${library_dir}")
+set_target_properties(vrx_core vrx_services snmp_tamrel PROPERTIES INSTALL_RPATH "$ORIGIN")
+set_target_properties(vrx-agentd vrx-backendd vrxctl vrx_core vrx_services snmp_tamrel PROPERTIES BUILD_WITH_INSTALL_RPATH ON)
+file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR})
+file(CREATE_LINK ${CMAKE_LIBRARY_OUTPUT_DIRECTORY} ${PROJECT_BINARY_DIR}/${library_dir} SYMBOLIC)
+
 install(TARGETS vrx-agentd vrx-backendd DESTINATION ${CMAKE_INSTALL_SBINDIR})
 install(TARGETS vrxctl DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS vrx_core vrx_services snmp_tamrel LIBRARY DESTINATION ${library_dir})

@@ -73,13 +73,15 @@ class InstalledFiles(unittest.TestCase):
         private = next(self.tree.rglob("libvrx_core.so")).parent
         self.assertEqual({file.name for file in private.iterdir()},
                          {"libvrx_core.so", "libvrx_services.so", "libsnmp_tamrel.so"})
-        expected = "/" + str(private.relative_to(self.tree))
         programs = [*self.prefix.glob("sbin/*"), *self.prefix.glob("bin/*")]
         self.assertEqual({file.name for file in programs}, {"vrx-agentd", "vrx-backendd", "vrxctl"})
         for file in programs + list(private.iterdir()):
             said = subprocess.run(["readelf", "-d", str(file)], stdout=subprocess.PIPE, text=True, check=True).stdout
             paths = re.findall(r"\(R(?:UN)?PATH\).*\[(.*)\]", said)
-            self.assertEqual(paths, [expected], file.name)
+            self.assertEqual(len(paths), 1, file.name)
+            self.assertRegex(paths[0], r"^\$ORIGIN(/[^:]+)?$", file.name)
+            folder = file.parent / paths[0].replace("$ORIGIN", ".")
+            self.assertEqual(folder.resolve(), private.resolve(), file.name)
 
 
 if __name__ == "__main__":
