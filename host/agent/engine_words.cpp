@@ -34,6 +34,8 @@ const tWord WORDS[] = {
     {"vrxRequestDeadline", "milliseconds", 1,
      [](EngineLimits& l, unsigned long v) { l.desk.deadline = std::chrono::milliseconds(v); }},
     {"vrxWaitingRequests", "number", 1, [](EngineLimits& l, unsigned long v) { l.desk.waiting = v; }},
+    {"vrxTcpConnections", "number", 1, [](EngineLimits& l, unsigned long v) { l.streams.connections = v; }},
+    {"vrxTcpIdle", "seconds", 1, [](EngineLimits& l, unsigned long v) { l.streams.idle = std::chrono::seconds(v); }},
     {"vrxNotificationLog", "number, 0 for none", 0,
      [](EngineLimits& l, unsigned long v) { l.notifications.logged = v; }},
     {"vrxStormChanges", "number, 0 for none", 0,

@@ -13,6 +13,7 @@
 #include "host/agent/notification_limits.h"
 #include "host/agent/request_desk.h"
 #include "host/agent/snapshot_store.h"
+#include "host/agent/stream_listeners.h"
 #include "host/services/backend_address.h"
 
 // How the agent tells of itself.
@@ -26,6 +27,7 @@ struct EngineLimits {
     DeskLimits desk;
     StatusSettings status;
     NotificationLimits notifications;
+    StreamLimits streams;
 };
 
 // `limits` outlives every reading of the configuration. Relative paths stand below `root`.

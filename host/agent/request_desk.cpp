@@ -110,6 +110,7 @@ int RequestDesk::take(netsnmp_session* session, int requestId, netsnmp_pdu* pdu)
         m_counters.note(*kind, RequestResult::NotAllowed);
         return toEngine(session, requestId, pdu);
     }
+    if (onAllowed) onAllowed(session);
     return pdu->command == SNMP_MSG_SET ? takeSet(session, requestId, pdu) : takeRead(session, requestId, pdu);
 }
 

@@ -43,6 +43,9 @@ public:
     // A session's callback, with the desk as the session's magic.
     static int receive(int operation, netsnmp_session* session, int requestId, netsnmp_pdu* pdu, void* desk);
 
+    // Called with the session of each request that its sender may make.
+    std::function<void(const netsnmp_session*)> onAllowed;
+
     // Called before a SET is checked.
     std::function<void()> onSet;
 

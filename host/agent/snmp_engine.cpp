@@ -205,6 +205,12 @@ void SnmpEngine::listen(std::vector<std::string> addresses, RequestDesk& desk) {
             throw EngineError("cannot listen on " + address +
                               (errno == 0 ? "" : std::string(": ") + std::strerror(errno)));
         }
+        if (StreamListeners::isStream(*transport)) {
+            if (m_streams == nullptr) m_streams = std::make_unique<StreamListeners>(m_limits.streams, desk);
+            m_streams->add(transport, address);
+            agent_log::info("listening on " + address);
+            continue;
+        }
         receiveDirectly(*transport);
         netsnmp_session session;
         snmp_sess_init(&session);
@@ -260,4 +266,5 @@ int SnmpEngine::logLine(int, int, void* message, void*) try {
 void SnmpEngine::closeListeners() {
     for (netsnmp_session* listener : m_listeners) snmp_close(listener);
     m_listeners.clear();
+    m_streams.reset();
 }

@@ -11,6 +11,7 @@
 // Threads: agent thread only. One engine a process.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@
 #include "host/agent/engine_words.h"
 #include "host/agent/inform_words.h"
 #include "host/agent/request_desk.h"
+#include "host/agent/stream_listeners.h"
 
 // SNMPv3's name of this agent, how often it was started under it, and since when it runs.
 struct EngineIdentity {
@@ -92,4 +94,5 @@ private:
     InformWords m_informs;
     std::vector<std::string> m_faults;
     std::vector<netsnmp_session*> m_listeners;
+    std::unique_ptr<StreamListeners> m_streams;  // when an address is one of theirs
 };

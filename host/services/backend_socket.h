@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <string>
+#include <utility>
 
 #include "host/services/backend_address.h"
 
@@ -21,6 +22,7 @@ public:
     FileDescriptor& operator=(const FileDescriptor&) = delete;
 
     int get() const { return m_descriptor; }
+    int release() { return std::exchange(m_descriptor, -1); }  // the caller owns it then
     explicit operator bool() const { return m_descriptor >= 0; }
 
 private:
