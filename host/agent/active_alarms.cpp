@@ -18,32 +18,26 @@ FaultLevel faultLevelOf(unsigned int backendLevel) {
     }
 }
 
-void ActiveAlarms::onActiveAlarms(const std::vector<ActiveAlarm>& alarms) {
+void ActiveAlarms::onConnected(const BackendState& state) {
     Levels levels;
-    levels.reserve(alarms.size());
-    for (const ActiveAlarm& alarm : alarms) levels[alarm.serial] = faultLevelOf(alarm.level);
+    levels.reserve(state.alarms.size());
+    for (const ActiveAlarm& alarm : state.alarms) levels[alarm.serial] = faultLevelOf(alarm.level);
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (levels != m_levels) noteChange(Moment::now());
         m_state.active = levels.size();
         m_state.ofLevel = {};
         for (const auto& [serial, level] : levels) count(level, 1);
-    }
-    m_levels = std::move(levels);
-    m_next.onActiveAlarms(alarms);
-}
-
-void ActiveAlarms::onConnected(unsigned long long lastSequenceOfStore, const std::vector<unsigned int>& activeSerials) {
-    m_comparedAt = lastSequenceOfStore;
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_state.lastEvent != lastSequenceOfStore) m_state.lastEventAt.reset();
-        m_state.lastEvent = lastSequenceOfStore;
+        if (m_state.lastEvent != state.lastSequence) m_state.lastEventAt.reset();
+        m_state.store = state.store;
+        m_state.lastEvent = state.lastSequence;
         m_state.connected = true;
         m_state.since = Moment::now();
         ++m_state.connections;
     }
-    m_next.onConnected(lastSequenceOfStore, activeSerials);
+    m_levels = std::move(levels);
+    m_comparedAt = state.lastSequence;
+    m_next.onConnected(state);
 }
 
 // Before the event goes on: who gets its trap and asks then finds it counted. Events that the backend's list was ahead

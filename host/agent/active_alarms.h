@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
@@ -43,6 +44,7 @@ public:
         std::array<std::size_t, FAULT_LEVELS> ofLevel{};  // by FaultLevel, the first one at 0
         std::uint64_t changes = 0;                        // of the alarms, since the agent started
         std::optional<Moment> lastChange;
+        std::string store;                  // identity of the backend's store; empty: it does not tell
         unsigned long long lastEvent = 0;   // number of the backend's last event that is known
         std::optional<Moment> lastEventAt;  // when it came; nothing when it was there before the connection
         bool connected = false;             // with the backend
@@ -55,9 +57,8 @@ public:
     // `next` outlives this.
     explicit ActiveAlarms(AlarmEventSource::Listener& next) : m_next(next) {}
 
-    std::optional<unsigned long long> lastHandledEvent() override { return m_next.lastHandledEvent(); }
-    void onActiveAlarms(const std::vector<ActiveAlarm>& alarms) override;
-    void onConnected(unsigned long long lastSequenceOfStore, const std::vector<unsigned int>& activeSerials) override;
+    std::optional<HandledEvent> lastHandledEvent() override { return m_next.lastHandledEvent(); }
+    void onConnected(const BackendState& state) override;
     void onEvent(unsigned long long sequence, const CTLVRecordV3& record) override;
     void onDisconnected() override;
 

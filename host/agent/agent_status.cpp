@@ -70,6 +70,7 @@ struct BackendFacts {
 
 const StatusItem<BackendFacts> BACKEND[] = {
     {{"address"}, [](const BackendFacts& f) -> Value { return f.traps.backendAddress; }},
+    {{"store"}, [](const BackendFacts& f) -> Value { return f.traps.alarms.store; }},
     {{"connected", Kind::Gauge, "vrx_backend_connected", "1 while alarm events come from the management backend."},
      [](const BackendFacts& f) -> Value { return f.traps.alarms.connected; }},
     {{"since"}, [](const BackendFacts& f) { return timeOf(f.traps.alarms.since); }},

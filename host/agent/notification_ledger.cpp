@@ -12,15 +12,29 @@ constexpr const char* SCHEMA =
     "PRAGMA synchronous=FULL;"  // a number that was written is not taken back by a power cut
     "CREATE TABLE IF NOT EXISTS ledger (id INTEGER PRIMARY KEY CHECK (id = 1), done INTEGER NOT NULL)";
 
+// Files of older programs have no identity of the store.
+constexpr const char* HAS_STORE = "SELECT 1 FROM pragma_table_info('ledger') WHERE name = 'store'";
+constexpr const char* ADD_STORE = "ALTER TABLE ledger ADD COLUMN store TEXT";
+
+bool hasRow(const SqliteDatabase& database, const char* query) {
+    SqliteStatement statement(database, query);
+    SqliteStatement::Run run(statement);
+    return run.step();
+}
+
 }  // namespace
 
 NotificationLedger::NotificationLedger(const std::string& path, std::function<void()> beforeWrite)
     : m_beforeWrite(std::move(beforeWrite)), m_database(path), m_writer([this] { return tryToFlush(); }) {
     try {
         m_database.execute(SCHEMA);
-        SqliteStatement select(m_database, "SELECT done FROM ledger");
+        if (!hasRow(m_database, HAS_STORE)) m_database.execute(ADD_STORE);
+        SqliteStatement select(m_database, "SELECT done, store FROM ledger");
         SqliteStatement::Run row(select);
-        if (row.step()) m_written = m_lastBegun = row.number(0);
+        if (row.step()) {
+            m_written = m_lastBegun = row.number(0);
+            if (!row.isNull(1)) m_writtenStore = m_store = row.text(1);
+        }
     } catch (const SqliteError& fault) {
         throw SqliteError(path + ": " + fault.what());
     }
@@ -51,13 +65,28 @@ NotificationLedger::Sequence NotificationLedger::doneLocked() const {
     return m_open.empty() ? *m_lastBegun : m_open.begin()->first - 1;
 }
 
-void NotificationLedger::startBehind(Sequence sequence) {
+std::string NotificationLedger::store() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_store;
+}
+
+void NotificationLedger::setStore(const std::string& store) {
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (store == m_store) return;
+        m_store = store;
+    }
+    m_writer.wake();
+}
+
+void NotificationLedger::startBehind(Sequence sequence, const std::string& store) {
     const std::lock_guard<std::mutex> writing(m_writing);
-    write(sequence);
+    write(sequence, store);
     const std::lock_guard<std::mutex> lock(m_mutex);
     ++m_numbering;  // events of the old numbering are settled into nothing
     m_open.clear();
     m_lastBegun = m_written = sequence;
+    m_store = m_writtenStore = store;
 }
 
 NotificationLedger::Ticket NotificationLedger::begin(Sequence sequence) {
@@ -88,22 +117,26 @@ void NotificationLedger::settle(const Ticket& ticket) {
 void NotificationLedger::flush() {
     const std::lock_guard<std::mutex> writing(m_writing);
     std::optional<Sequence> done;
+    std::string store;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (!m_lastBegun) return;
         done = doneLocked();
-        if (done == m_written) return;
+        store = m_store;
+        if (done == m_written && store == m_writtenStore) return;
     }
     if (m_beforeWrite) m_beforeWrite();
-    write(*done);
+    write(*done, store);
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_written = done;
+    m_writtenStore = store;
 }
 
-void NotificationLedger::write(Sequence sequence) {
-    SqliteStatement insert(m_database, "INSERT OR REPLACE INTO ledger (id, done) VALUES (1, ?)");
+void NotificationLedger::write(Sequence sequence, const std::string& store) {
+    SqliteStatement insert(m_database, "INSERT OR REPLACE INTO ledger (id, done, store) VALUES (1, ?, ?)");
     SqliteStatement::Run row(insert);
     row.bind(1, sequence);
+    row.bind(2, store);
     row.step();
 }
 

@@ -46,9 +46,15 @@ public:
     // The last event up to which all are done with.
     std::optional<Sequence> lastDone() const;
 
-    // Counts from here: on disk when it returns. For the first contact with a backend and for a store that began anew.
-    // Throws SqliteError.
-    void startBehind(Sequence sequence);
+    // Identity of the backend's store that the numbers are of; empty when it never told one.
+    std::string store() const;
+
+    // Counts from here, in the numbering of that store: on disk when it returns. For the first contact with a backend
+    // and for another store than before. Throws SqliteError.
+    void startBehind(Sequence sequence, const std::string& store = "");
+
+    // The store that the numbers are of has told its identity; on disk with the next number.
+    void setStore(const std::string& store);
 
     // REQUIRES: `sequence` above lastBegun().
     Ticket begin(Sequence sequence);
@@ -60,8 +66,8 @@ public:
 
 private:
     bool tryToFlush();
-    void write(Sequence sequence);  // caller holds m_writing
-    Sequence doneLocked() const;    // caller holds m_mutex
+    void write(Sequence sequence, const std::string& store);  // caller holds m_writing
+    Sequence doneLocked() const;                              // caller holds m_mutex
 
     const std::function<void()> m_beforeWrite;
 
@@ -73,6 +79,8 @@ private:
     std::map<Sequence, unsigned int> m_open;  // holds of each event that is under way
     std::optional<Sequence> m_lastBegun;
     std::optional<Sequence> m_written;
+    std::string m_store;
+    std::string m_writtenStore;
     std::uint64_t m_numbering = 0;
 
     BackgroundWriter m_writer;  // last: its thread uses the others

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "host/agent/agent_log.h"
+#include "host/agent/alarm_event.h"
 #include "host/services/backend_protocol.h"
 #include "host/services/out_of_memory.h"
 #include "platform/notify_msg_handler.h"
@@ -24,21 +25,29 @@ NotificationPath::NotificationPath(const std::list<INotifyMsgHandler*>& handlers
       m_parts(m_sinks.size()) {}
 
 // Events that began in this life of the process are in the sinks' queues already and need not come again.
-std::optional<unsigned long long> NotificationPath::lastHandledEvent() {
-    return m_ledger.lastBegun();
+std::optional<HandledEvent> NotificationPath::lastHandledEvent() {
+    const std::optional<unsigned long long> last = m_ledger.lastBegun();
+    if (!last) return std::nullopt;
+    return HandledEvent{*last, m_ledger.store()};
 }
 
-void NotificationPath::onConnected(unsigned long long lastSequenceOfStore,
-                                   const std::vector<unsigned int>& activeSerials) {
+void NotificationPath::onConnected(const BackendState& state) {
     const std::lock_guard<std::mutex> handling(m_handling);
-    const std::optional<unsigned long long> last = m_ledger.lastBegun();
-    if (!last) {
-        startBehind(lastSequenceOfStore);
-    } else if (*last > lastSequenceOfStore) {
-        startBehind(0);  // a store that began anew: the source delivers all of its events
+    if (!m_ledger.lastBegun()) {
+        startBehind(state.lastSequence, state.store);
+    } else if (state.isAnother) {
+        startBehind(0, state.store);
+    } else if (!state.store.empty()) {
+        m_ledger.setStore(state.store);  // it may be the first time that the backend tells it
     }
-    m_comparedAt = lastSequenceOfStore;
-    const TamrelBinding::Difference difference = m_binding.compare(activeSerials);
+    std::vector<unsigned int> serials;
+    serials.reserve(state.alarms.size());
+    for (const ActiveAlarm& alarm : state.alarms) serials.push_back(alarm.serial);
+    m_comparedAt = state.lastSequence;
+    m_listedUpTo = state.listedUpTo;
+    m_held.clear();
+    if (m_listedUpTo > m_comparedAt) m_held.insert(serials.begin(), serials.end());
+    const TamrelBinding::Difference difference = m_binding.compare(serials);
     if (difference.added + difference.deleted > 0) {
         agent_log::info("repository of active alarms: " + std::to_string(difference.added) + " added and " +
                         std::to_string(difference.deleted) + " deleted to match the backend");
@@ -47,9 +56,9 @@ void NotificationPath::onConnected(unsigned long long lastSequenceOfStore,
 }
 
 // The ledger last: without its word all of this is done again at the next contact.
-void NotificationPath::startBehind(unsigned long long sequence) {
+void NotificationPath::startBehind(unsigned long long sequence, const std::string& store) {
     for (NotificationSink* sink : m_sinks) sink->startBehind(sequence);
-    m_ledger.startBehind(sequence);
+    m_ledger.startBehind(sequence, store);
 }
 
 void NotificationPath::onEvent(unsigned long long sequence, const CTLVRecordV3& record) {
@@ -96,10 +105,22 @@ NotificationPath::Counters NotificationPath::counters() const {
     return counters;
 }
 
+// Whether the repository is behind the event. The module takes an alarm that it has already for an error.
+bool NotificationPath::changesList(unsigned long long sequence, const CTLVRecordV3& record) {
+    if (sequence <= m_comparedAt) return false;
+    if (sequence > m_listedUpTo) {
+        if (!m_held.empty()) m_held = {};
+        return true;
+    }
+    const AlarmEvent event = alarmEventOf(record);
+    if (event.serial == 0) return true;  // who follows it says what is wrong
+    return event.raised ? m_held.insert(event.serial).second : m_held.erase(event.serial) > 0;
+}
+
 void NotificationPath::follow(unsigned long long sequence, const CTLVRecordV3& record) {
-    if (sequence <= m_comparedAt) return;
     try {
-        withPatience([&] { m_binding.follow(record); });
+        const bool changes = withPatience([&] { return changesList(sequence, record); });
+        if (changes) withPatience([&] { m_binding.follow(record); });
     } catch (const std::exception& fault) {
         ++m_badRecords;
         agent_log::fault({"alarm event ", std::to_string(sequence),

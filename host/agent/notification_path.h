@@ -15,6 +15,9 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "host/agent/alarm_definitions.h"
@@ -40,8 +43,8 @@ public:
                      AlarmDefinitions& definitions, TrapDelivery& delivery, NotificationLedger& ledger,
                      std::function<void()> alarmsChanged);
 
-    std::optional<unsigned long long> lastHandledEvent() override;
-    void onConnected(unsigned long long lastSequenceOfStore, const std::vector<unsigned int>& activeSerials) override;
+    std::optional<HandledEvent> lastHandledEvent() override;
+    void onConnected(const BackendState& state) override;
     void onEvent(unsigned long long sequence, const CTLVRecordV3& record) override;
     void onDisconnected() override;
 
@@ -57,7 +60,8 @@ private:
     using Ticket = NotificationLedger::Ticket;
     using Destinations = std::shared_ptr<const TrapDestinationMap>;
 
-    void startBehind(unsigned long long sequence);
+    void startBehind(unsigned long long sequence, const std::string& store);
+    bool changesList(unsigned long long sequence, const CTLVRecordV3& record);
     bool mayBegin(std::unique_lock<std::mutex>& handling);
     void follow(unsigned long long sequence, const CTLVRecordV3& record);
     const TrapDestinationMap& allDestinations();
@@ -83,6 +87,11 @@ private:
 
     // The repository was compared with the backend when this was its last event: it is ahead of those up to here.
     unsigned long long m_comparedAt = 0;
+
+    // Of the events from there to this one the backend's list may have been ahead, or not. Until they are followed,
+    // what the repository holds.
+    unsigned long long m_listedUpTo = 0;
+    std::unordered_set<unsigned int> m_held;
 
     std::atomic<std::uint64_t> m_events{0};
     std::atomic<std::uint64_t> m_notBuilt{0};

@@ -61,6 +61,9 @@ public:
     // World wide name of the system that this store stands for: made when the store is, constant then.
     std::string worldWideName();
 
+    // Which numbering the events' numbers belong to: made with the file, and another one in every other file.
+    std::string identity();
+
 private:
     void commit(SqliteTransaction& transaction);
     void addEvent(unsigned int type, const Alarm& alarm);
@@ -82,4 +85,5 @@ private:
     SqliteStatement m_lastSequence;
     SqliteStatement m_oldestSequence;
     SqliteStatement m_worldWideName;
+    SqliteStatement m_identity;
 };

@@ -170,6 +170,7 @@ void RequestHandler::getBackendStatus(const Records& /*records*/, CR8KPackageV3&
     appendUint64(*record, status_tag::SUBSCRIBERS, m_traffic.subscribers);
     appendUint64(*record, status_tag::REQUESTS, m_traffic.requests);
     appendUint64(*record, status_tag::REFUSALS, m_traffic.refusals);
+    appendText(*record, status_tag::STORE, m_store.identity());
     answer.append(std::move(record));
 }
 

@@ -1,5 +1,6 @@
 #include "host/services/alarm_event_source.h"
 
+#include <algorithm>
 #include <exception>
 #include <stdexcept>
 
@@ -52,13 +53,6 @@ unsigned int levelOf(const CTLVRecordV3& record) {
     } catch (const CVRX_Exception&) {  // a backend that does not grade its alarms
         return 0;
     }
-}
-
-std::vector<unsigned int> serialsOf(const std::vector<ActiveAlarm>& alarms) {
-    std::vector<unsigned int> serials;
-    serials.reserve(alarms.size());
-    for (const ActiveAlarm& alarm : alarms) serials.push_back(alarm.serial);
-    return serials;
 }
 
 }  // namespace
@@ -126,17 +120,18 @@ void AlarmEventSource::runConnection() {
     BackendConnection connection(std::move(socket), m_options.packageLimit, m_stop.descriptor());
 
     // The store's last number first: an event that comes up from here on is among those subscribed to.
-    const unsigned long long lastSequence = askLastSequence(connection);
-    const std::vector<ActiveAlarm> alarms = askActiveAlarms(connection);
-    const unsigned long long handled = chooseStart(lastSequence);
-    subscribe(connection, handled);
+    BackendState state;
+    askStore(connection, state);
+    state.alarms = askActiveAlarms(connection);
+    const unsigned long long handled = chooseStart(state);
+    state.listedUpTo = std::max(subscribe(connection, handled), state.lastSequence);
 
     m_failureKnown = false;
     m_backoff.succeeded();
     ++m_connections;
     logLine(LOG_NAME, LogLevel::Info,
             "subscribed at " + m_options.address.text() + " behind event " + std::to_string(handled) + ", " +
-                std::to_string(alarms.size()) + " active alarms");
+                std::to_string(state.alarms.size()) + " active alarms");
 
     // Tells the listener of the end, however it comes.
     struct Connected {
@@ -153,9 +148,8 @@ void AlarmEventSource::runConnection() {
     const Connected connected(m_listener, m_current);
     m_currentAt.reset();
     guarded("the listener's onConnected", [&] {
-        m_listener.onActiveAlarms(alarms);
-        m_listener.onConnected(lastSequence, serialsOf(alarms));
-        m_currentAt = lastSequence;
+        m_listener.onConnected(state);
+        m_currentAt = state.lastSequence;
     });
     noteHandled(handled);
     deliverEvents(connection, handled);
@@ -174,10 +168,13 @@ void AlarmEventSource::ask(BackendConnection& connection, std::unique_ptr<CTLVRe
     if (result != BACKEND_OK) throw ConnectionLost(std::string("refused: ") + backendResultText(result));
 }
 
-unsigned long long AlarmEventSource::askLastSequence(BackendConnection& connection) {
+void AlarmEventSource::askStore(BackendConnection& connection, BackendState& state) {
     CR8KPackageV3 answer;
     ask(connection, std::make_unique<CTLVRecordV3>(m_commands.getBackendStatus, CTLVRecordV3::DEFAULT_BUCKETS), answer);
-    return uint64Of(*answer[0], status_tag::LAST_SEQUENCE);
+    state.lastSequence = uint64Of(*answer[0], status_tag::LAST_SEQUENCE);
+    if (!answer[0]->has(status_tag::STORE)) return;
+    state.store = textOf(*answer[0], status_tag::STORE);
+    if (state.store.size() > LONGEST_STORE_IDENTITY) throw ConnectionLost("the identity of its store is too long");
 }
 
 // Until an answer is empty: one with fewer alarms than asked for may have been cut at the package limit.
@@ -200,21 +197,34 @@ std::vector<ActiveAlarm> AlarmEventSource::askActiveAlarms(BackendConnection& co
     }
 }
 
-unsigned long long AlarmEventSource::chooseStart(unsigned long long lastSequenceOfStore) {
-    const std::optional<unsigned long long> remembered = m_listener.lastHandledEvent();
-    if (!remembered) return lastSequenceOfStore;
-    if (*remembered <= lastSequenceOfStore) return *remembered;
-    logLine(LOG_NAME, LogLevel::Warn,
-            "event " + std::to_string(*remembered) + " was handled, but the backend's last one is " +
-                std::to_string(lastSequenceOfStore) + ": its store is a younger one, going on with its first event");
+// Where one side knows no identity the numbers alone decide.
+unsigned long long AlarmEventSource::chooseStart(BackendState& state) {
+    const std::optional<HandledEvent> remembered = m_listener.lastHandledEvent();
+    if (!remembered) return state.lastSequence;
+    if (!remembered->store.empty() && !state.store.empty() && remembered->store != state.store) {
+        logLine(LOG_NAME, LogLevel::Warn,
+                "event " + std::to_string(remembered->sequence) + " of store " + remembered->store +
+                    " was handled, but the backend's store is another one, " + state.store +
+                    ": going on with its first event");
+    } else if (remembered->sequence > state.lastSequence) {
+        logLine(LOG_NAME, LogLevel::Warn,
+                "event " + std::to_string(remembered->sequence) + " was handled, but the backend's last one is " +
+                    std::to_string(state.lastSequence) + ": its store is a younger one, going on with its first event");
+    } else {
+        return remembered->sequence;
+    }
+    state.isAnother = true;
     return 0;
 }
 
-void AlarmEventSource::subscribe(BackendConnection& connection, unsigned long long handled) {
+// The number of the store's last event, once it is done; 0 from a backend that does not tell.
+unsigned long long AlarmEventSource::subscribe(BackendConnection& connection, unsigned long long handled) {
     auto request = std::make_unique<CTLVRecordV3>(m_commands.subscribeAlarm, CTLVRecordV3::DEFAULT_BUCKETS);
     appendUint64(*request, alarm_tag::HANDLED, handled);
     CR8KPackageV3 answer;
     ask(connection, std::move(request), answer);
+    if (answer.records().empty() || !answer[0]->has(alarm_tag::LAST_SEQUENCE)) return 0;
+    return uint64Of(*answer[0], alarm_tag::LAST_SEQUENCE);
 }
 
 void AlarmEventSource::deliverEvents(BackendConnection& connection, unsigned long long handled) {

@@ -34,6 +34,21 @@ struct ActiveAlarm {
     unsigned int level = 0;  // as the backend grades it; 0 when it does not say
 };
 
+// The last event that was handled.
+struct HandledEvent {
+    unsigned long long sequence = 0;
+    std::string store;  // identity of the store that numbered it; empty: not known
+};
+
+// What the backend had when the subscription began.
+struct BackendState {
+    unsigned long long lastSequence = 0;  // number of the store's last event before the alarms were read
+    unsigned long long listedUpTo = 0;    // and after: the list may be ahead of the events up to here
+    std::vector<ActiveAlarm> alarms;      // the active ones, ascending by serial number
+    std::string store;                    // the store's identity; empty: the backend does not tell
+    bool isAnother = false;               // store than that of lastHandledEvent(): all its events follow, from 1 on
+};
+
 class AlarmEventSource {
 public:
     // What a listener throws is logged, and the source goes on with the next event.
@@ -41,19 +56,13 @@ public:
     public:
         virtual ~Listener() = default;
 
-        // Number of the last event handled, in this life of the process or an earlier one; nothing when none ever was.
-        // Asked before each subscription.
-        virtual std::optional<unsigned long long> lastHandledEvent() = 0;
+        // The last event handled, in this life of the process or an earlier one; nothing when none ever was. Asked
+        // before each subscription.
+        virtual std::optional<HandledEvent> lastHandledEvent() = 0;
 
-        // The active alarms with their levels, ascending by serial number; just before each onConnected().
-        virtual void onActiveAlarms(const std::vector<ActiveAlarm>& alarms) { (void)alarms; }
-
-        // Connected: `lastSequenceOfStore` was the number of the store's last event just before `activeSerials`
-        // (ascending) was read. The events behind lastHandledEvent() follow, and where that was nothing those behind
-        // lastSequenceOfStore: a listener remembers that number then. Where it is below lastHandledEvent() the store is
-        // a younger one, and all its events follow, numbered from 1.
-        virtual void onConnected(unsigned long long lastSequenceOfStore,
-                                 const std::vector<unsigned int>& activeSerials) = 0;
+        // Connected. The events after lastHandledEvent() follow, and where that was nothing those after
+        // state.lastSequence: a listener remembers that number then, and the store's identity with it.
+        virtual void onConnected(const BackendState& state) = 0;
 
         // An alarm was raised or cleared. Apart from `sequence` nothing in the record is checked.
         virtual void onEvent(unsigned long long sequence, const CTLVRecordV3& record) = 0;
@@ -89,10 +98,10 @@ public:
 private:
     void run();
     void runConnection();
-    unsigned long long askLastSequence(BackendConnection& connection);
+    void askStore(BackendConnection& connection, BackendState& state);
     std::vector<ActiveAlarm> askActiveAlarms(BackendConnection& connection);
-    unsigned long long chooseStart(unsigned long long lastSequenceOfStore);
-    void subscribe(BackendConnection& connection, unsigned long long handled);
+    unsigned long long chooseStart(BackendState& state);
+    unsigned long long subscribe(BackendConnection& connection, unsigned long long handled);
     void deliverEvents(BackendConnection& connection, unsigned long long handled);
     void deliver(const CTLVRecordV3& record, unsigned long long& handled);
     void noteHandled(unsigned long long sequence);

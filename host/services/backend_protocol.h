@@ -47,7 +47,7 @@ namespace wwn_tag {
 constexpr unsigned short WWN = 1;  // STRING: 16 hexadecimal digits
 }
 
-// Tags of the answer to GET_BACKEND_STATUS, all UINT 8.
+// Tags of the answer to GET_BACKEND_STATUS, all but the last UINT 8.
 namespace status_tag {
 constexpr unsigned short ACTIVE_ALARMS = 1;
 constexpr unsigned short LAST_SEQUENCE = 2;    // number of the last event, 0 before the first one
@@ -56,7 +56,11 @@ constexpr unsigned short CLIENTS = 4;          // connections now, subscribers i
 constexpr unsigned short SUBSCRIBERS = 5;
 constexpr unsigned short REQUESTS = 6;  // since the backend's start
 constexpr unsigned short REFUSALS = 7;  // of these
+constexpr unsigned short STORE = 8;     // STRING: identity of the store that the events are numbered in
 }  // namespace status_tag
+
+// The longest identity of a store in bytes.
+constexpr std::size_t LONGEST_STORE_IDENTITY = 64;
 
 // The longest parameter text of an alarm in bytes: its record, with the other cells, fits the 16-bit record length.
 constexpr std::size_t LONGEST_ALARM_PARAMETERS = 60000;

@@ -21,12 +21,9 @@ constexpr unsigned int MINOR = 4;
 // The next listener; sees the counts that hold when it is called.
 class Next : public AlarmEventSource::Listener {
 public:
-    std::optional<unsigned long long> lastHandledEvent() override { return 17; }
-    void onActiveAlarms(const std::vector<ActiveAlarm>& listed) override {
-        note("listed " + std::to_string(listed.size()));
-    }
-    void onConnected(unsigned long long last, const std::vector<unsigned int>& serials) override {
-        note("connected " + std::to_string(last) + " " + std::to_string(serials.size()));
+    std::optional<HandledEvent> lastHandledEvent() override { return HandledEvent{17, "s"}; }
+    void onConnected(const BackendState& state) override {
+        note("connected " + std::to_string(state.lastSequence) + " " + std::to_string(state.alarms.size()));
     }
     void onEvent(unsigned long long sequence, const CTLVRecordV3&) override {
         note("event " + std::to_string(sequence));
@@ -47,10 +44,10 @@ protected:
     ActiveAlarmsTest() { m_next.alarms = &m_alarms; }
 
     void connect(unsigned long long last, const std::vector<ActiveAlarm>& alarms) {
-        std::vector<unsigned int> serials;
-        for (const ActiveAlarm& alarm : alarms) serials.push_back(alarm.serial);
-        m_alarms.onActiveAlarms(alarms);
-        m_alarms.onConnected(last, serials);
+        BackendState state;
+        state.lastSequence = state.listedUpTo = last;
+        state.alarms = alarms;
+        m_alarms.onConnected(state);
     }
 
     void event(unsigned long long sequence, unsigned int serial, unsigned int level, unsigned long long ended = 0) {
@@ -80,7 +77,7 @@ TEST_F(ActiveAlarmsTest, BeforeTheFirstConnectionNothingIsKnown) {
     EXPECT_EQ(state.active, 0U);
     EXPECT_EQ(state.changes, 0U);
     EXPECT_FALSE(state.lastChange.has_value());
-    EXPECT_EQ(m_alarms.lastHandledEvent(), 17U);
+    EXPECT_EQ(m_alarms.lastHandledEvent()->sequence, 17U);
 }
 
 TEST_F(ActiveAlarmsTest, TheBackendsListGivesTheCounts) {
@@ -100,8 +97,8 @@ TEST_F(ActiveAlarmsTest, EventsAreCountedBeforeTheNextListenerHearsOfThem) {
     event(1, 10, MAJOR);
     event(2, 11, MINOR);
     event(3, 10, MAJOR, 1700000000);
-    EXPECT_THAT(m_next.heard, ElementsAre("listed 0, active 0", "connected 0 0, active 0", "event 1, active 1",
-                                          "event 2, active 2", "event 3, active 1"));
+    EXPECT_THAT(m_next.heard,
+                ElementsAre("connected 0 0, active 0", "event 1, active 1", "event 2, active 2", "event 3, active 1"));
     EXPECT_THAT(levels(), ElementsAre(0, 0, 1, 0));
     EXPECT_EQ(m_alarms.state().changes, 3U);
     EXPECT_EQ(m_alarms.state().lastEvent, 3U);

@@ -49,6 +49,49 @@ TEST_F(NotificationLedgerTest, TheFirstNumberIsOnDiskBeforeAnythingElse) {
     EXPECT_EQ(row.number(0), 41U);
 }
 
+TEST_F(NotificationLedgerTest, TheStoreIsRememberedWithTheNumber) {
+    {
+        NotificationLedger ledger(path());
+        EXPECT_EQ(ledger.store(), "");
+        ledger.startBehind(41, "first");
+        EXPECT_EQ(ledger.store(), "first");
+        ledger.settle(ledger.begin(42));
+    }
+    NotificationLedger ledger(path());
+    EXPECT_EQ(ledger.lastDone(), 42U);
+    EXPECT_EQ(ledger.store(), "first");
+}
+
+TEST_F(NotificationLedgerTest, AStoreThatIsToldLaterIsWrittenWithoutAnEvent) {
+    {
+        NotificationLedger ledger(path());
+        ledger.startBehind(41);
+        ledger.setStore("first");
+    }
+    const NotificationLedger ledger(path());
+    EXPECT_EQ(ledger.lastDone(), 41U);
+    EXPECT_EQ(ledger.store(), "first");
+}
+
+TEST_F(NotificationLedgerTest, AFileWithoutAStoreIsTakenOver) {
+    {
+        SqliteDatabase older(path());
+        older.execute(
+            "CREATE TABLE ledger (id INTEGER PRIMARY KEY CHECK (id = 1), done INTEGER NOT NULL);"
+            "INSERT INTO ledger (id, done) VALUES (1, 7)");
+    }
+    NotificationLedger ledger(path());
+    EXPECT_EQ(ledger.lastDone(), 7U);
+    EXPECT_EQ(ledger.store(), "");
+    ledger.setStore("first");
+    ledger.flush();
+    SqliteDatabase older(path());
+    older.execute("INSERT OR REPLACE INTO ledger (id, done) VALUES (1, 9)");  // as an older program writes it
+    const NotificationLedger again(path());
+    EXPECT_EQ(again.lastDone(), 9U);
+    EXPECT_EQ(again.store(), "");
+}
+
 TEST_F(NotificationLedgerTest, WhatHasToBeOnDiskBeforeANumberIsWrittenBeforeIt) {
     std::atomic<int> calls{0};
     std::atomic<unsigned long long> numberThen{0};

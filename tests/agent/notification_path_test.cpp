@@ -119,6 +119,22 @@ protected:
         m_ledger.reset();
         std::filesystem::remove_all(m_folder);
     }
+    // As the source tells it of a store whose last event is `last`.
+    void connect(unsigned long long last, const std::vector<unsigned int>& serials, const std::string& store = "") {
+        BackendState state;
+        state.lastSequence = state.listedUpTo = last;
+        state.store = store;
+        for (const unsigned int serial : serials) state.alarms.push_back({serial, 5});
+        const auto before = m_path->lastHandledEvent();
+        state.isAnother =
+            before && (before->sequence > last || (before->store != store && !before->store.empty() && !store.empty()));
+        m_path->onConnected(state);
+    }
+    std::optional<unsigned long long> handled() {
+        const auto last = m_path->lastHandledEvent();
+        if (!last) return std::nullopt;
+        return last->sequence;
+    }
     void event(unsigned long long sequence, const std::unique_ptr<CTLVRecordV3>& record) {
         m_path->onEvent(sequence, *record);
     }
@@ -150,7 +166,7 @@ protected:
 }  // namespace
 
 TEST_F(NotificationPathTest, EachHandlersTrapGoesToTheDestinationsThatItChose) {
-    m_path->onConnected(0, {});
+    connect(0, {});
     event(1, alarmRecord(7, 70));
     ASSERT_TRUE(turnUntilDone(1));
     EXPECT_THAT(m_transport.sent[1001], ElementsAre("1.3.6.1.9.0.1"));
@@ -160,7 +176,7 @@ TEST_F(NotificationPathTest, EachHandlersTrapGoesToTheDestinationsThatItChose) {
 
 TEST_F(NotificationPathTest, NothingIsBuiltWhenNoDestinationWasChosen) {
     m_sender.setDestinations({});
-    m_path->onConnected(0, {});
+    connect(0, {});
     event(1, alarmRecord(7, 70));
     EXPECT_EQ(m_first.built, 0);
     EXPECT_THAT(m_first.askedFor, IsEmpty());
@@ -169,21 +185,21 @@ TEST_F(NotificationPathTest, NothingIsBuiltWhenNoDestinationWasChosen) {
 
 TEST_F(NotificationPathTest, DestinationsAreOfferedInTheOrderOfTheirNumbers) {
     m_sender.setDestinations({destination("10", 1010), destination("9", 1009), destination("100", 1100)});
-    m_path->onConnected(0, {});
+    connect(0, {});
     event(1, alarmRecord(7, 70));
     EXPECT_THAT(m_first.order, ElementsAre("9", "10", "100"));
 }
 
 TEST_F(NotificationPathTest, AnEventIsDoneOnlyWhenItsTrapsAreSent) {
-    m_path->onConnected(10, {});
+    connect(10, {});
     event(11, alarmRecord(7, 70));
     EXPECT_EQ(m_ledger->lastDone(), 10U);
-    EXPECT_EQ(m_path->lastHandledEvent(), 11U);  // of this life: it must not come again
+    EXPECT_EQ(handled(), 11U);  // of this life: it must not come again
     ASSERT_TRUE(turnUntilDone(11));
 }
 
 TEST_F(NotificationPathTest, ABadRecordIsSkippedCountedAndDone) {
-    m_path->onConnected(0, {});
+    connect(0, {});
     event(1, emptyRecord());
     event(2, alarmRecord(666, 70));
     event(3, alarmRecord(7, 71));
@@ -199,7 +215,7 @@ TEST_F(NotificationPathTest, ABadRecordIsSkippedCountedAndDone) {
 
 TEST_F(NotificationPathTest, AHandlerThatThrowsDoesNotKeepTheOtherFromItsTrap) {
     m_first.throws = true;
-    m_path->onConnected(0, {});
+    connect(0, {});
     event(1, alarmRecord(7, 70));
     ASSERT_TRUE(turnUntilDone(1));
     EXPECT_THAT(m_transport.sent[1001], IsEmpty());
@@ -210,7 +226,7 @@ TEST_F(NotificationPathTest, AHandlerThatThrowsDoesNotKeepTheOtherFromItsTrap) {
 TEST_F(NotificationPathTest, ATrapOidThatIsNoneIsDroppedWithItsReason) {
     FakeHandler bad(1, "1.3.6.1.9.None");
     m_handlers = {&bad};
-    m_path->onConnected(0, {});
+    connect(0, {});
     event(1, alarmRecord(7, 70));
     EXPECT_EQ(m_ledger->lastDone(), 1U);
     EXPECT_EQ(m_sender.status().destinations[0].counters.dropped[static_cast<std::size_t>(TrapDrop::BadOid)], 1U);
@@ -218,13 +234,13 @@ TEST_F(NotificationPathTest, ATrapOidThatIsNoneIsDroppedWithItsReason) {
 
 TEST_F(NotificationPathTest, AnEventWaitsForTheDefinitionsAndIsToldThen) {
     m_definitionsAway = true;
-    m_path->onConnected(0, {});
+    connect(0, {});
     std::thread source([this] {
         event(1, alarmRecord(7, 70));
         event(2, alarmRecord(7, 71));
     });
     ASSERT_TRUE(turnUntil([this] { return m_definitions.lastFault().has_value(); }));
-    EXPECT_EQ(m_path->lastHandledEvent(), 0U) << "a restart now must bring it again";
+    EXPECT_EQ(handled(), 0U) << "a restart now must bring it again";
     EXPECT_EQ(m_first.built, 0);
     {
         const auto held = m_path->hold();  // a reload need not wait for what waits for it
@@ -239,14 +255,14 @@ TEST_F(NotificationPathTest, AnEventWaitsForTheDefinitionsAndIsToldThen) {
 TEST_F(NotificationPathTest, AnEventThatNobodyIsToBeToldOfWaitsForNothing) {
     m_definitionsAway = true;
     m_sender.setDestinations({});
-    m_path->onConnected(0, {});
+    connect(0, {});
     event(1, alarmRecord(7, 70));
     EXPECT_EQ(m_ledger->lastDone(), 1U);
 }
 
 TEST_F(NotificationPathTest, TheEndLeavesAnEventThatWaitsForTheNextLife) {
     m_definitionsAway = true;
-    m_path->onConnected(0, {});
+    connect(0, {});
     std::thread source([this] {
         event(1, alarmRecord(7, 70));
         event(2, alarmRecord(7, 71));
@@ -261,32 +277,53 @@ TEST_F(NotificationPathTest, TheEndLeavesAnEventThatWaitsForTheNextLife) {
 }
 
 TEST_F(NotificationPathTest, TheFirstContactCountsFromTheStoresLastEvent) {
-    EXPECT_EQ(m_path->lastHandledEvent(), std::nullopt);
-    m_path->onConnected(500, {});
-    EXPECT_EQ(m_path->lastHandledEvent(), 500U);
+    EXPECT_EQ(handled(), std::nullopt);
+    connect(500, {});
+    EXPECT_EQ(handled(), 500U);
     EXPECT_EQ(m_ledger->lastDone(), 500U);
 }
 
 TEST_F(NotificationPathTest, AReconnectGoesOnBehindTheLastEvent) {
-    m_path->onConnected(5, {});
+    connect(5, {});
     event(6, alarmRecord(7, 70));
     m_path->onDisconnected();
-    EXPECT_EQ(m_path->lastHandledEvent(), 6U);
-    m_path->onConnected(9, {});
-    EXPECT_EQ(m_path->lastHandledEvent(), 6U);
+    EXPECT_EQ(handled(), 6U);
+    connect(9, {});
+    EXPECT_EQ(handled(), 6U);
 }
 
 TEST_F(NotificationPathTest, AYoungerStoreIsTakenFromItsFirstEvent) {
-    m_path->onConnected(100, {});
+    connect(100, {});
     m_path->onDisconnected();
-    m_path->onConnected(3, {});
-    EXPECT_EQ(m_path->lastHandledEvent(), 0U);
+    connect(3, {});
+    EXPECT_EQ(handled(), 0U);
     event(1, alarmRecord(7, 70));
     ASSERT_TRUE(turnUntilDone(1));
 }
 
+TEST_F(NotificationPathTest, TheStoreIsRememberedWithTheNumber) {
+    connect(100, {}, "a");
+    EXPECT_EQ(m_path->lastHandledEvent()->store, "a");
+    m_path->onDisconnected();
+    connect(200, {}, "b");
+    EXPECT_EQ(m_path->lastHandledEvent()->sequence, 0U);
+    EXPECT_EQ(m_path->lastHandledEvent()->store, "b");
+    EXPECT_THAT(m_other.startedBehind, ElementsAre(100, 0));
+}
+
+TEST_F(NotificationPathTest, AStoreThatTellsItsIdentityLaterIsTheSame) {
+    connect(100, {});
+    m_path->onDisconnected();
+    connect(100, {}, "a");
+    EXPECT_EQ(m_path->lastHandledEvent()->sequence, 100U);
+    EXPECT_EQ(m_path->lastHandledEvent()->store, "a");
+    m_path->onDisconnected();
+    connect(100, {});  // a backend that does not tell is no other store
+    EXPECT_EQ(m_path->lastHandledEvent()->store, "a");
+}
+
 TEST_F(NotificationPathTest, WhatWasReadBeforeIsStaleOnceAnEventCame) {
-    m_path->onConnected(0, {});
+    connect(0, {});
     EXPECT_EQ(m_stale, 1);
     event(1, alarmRecord(7, 70));
     EXPECT_EQ(m_stale, 2);
@@ -296,7 +333,7 @@ TEST_F(NotificationPathTest, WhatWasReadBeforeIsStaleOnceAnEventCame) {
 
 TEST_F(NotificationPathTest, HandlersChooseOnceAmongTheDestinationsOfAllSinks) {
     m_other.setDestinations({withType(destination("70001", 2001), 1), withType(destination("70004", 2004), 4)});
-    m_path->onConnected(0, {});
+    connect(0, {});
     event(1, alarmRecord(7, 70));
     EXPECT_THAT(m_first.order, ElementsAre("1", "4", "70001", "70004"));
     EXPECT_EQ(m_first.built, 1);
@@ -313,7 +350,7 @@ TEST_F(NotificationPathTest, HandlersChooseOnceAmongTheDestinationsOfAllSinks) {
 }
 
 TEST_F(NotificationPathTest, ListsThatChangeAreSeenByTheNextEvent) {
-    m_path->onConnected(0, {});
+    connect(0, {});
     m_other.setDestinations({destination("70001", 2001)});
     event(1, alarmRecord(7, 70));
     m_sender.setDestinations({destination("2", 1002)});
@@ -328,7 +365,7 @@ TEST_F(NotificationPathTest, ListsThatChangeAreSeenByTheNextEvent) {
 
 TEST_F(NotificationPathTest, AnEventIsDoneWhenEverySinkHasSettledIt) {
     m_other.setDestinations({destination("70001", 2001)});
-    m_path->onConnected(10, {});
+    connect(10, {});
     event(11, alarmRecord(7, 70));
     ASSERT_TRUE(turnUntil([&] { return m_transport.sent[1004].size() == 1; }));
     EXPECT_EQ(m_ledger->lastDone(), 10U);
@@ -340,7 +377,7 @@ TEST_F(NotificationPathTest, AnEventIsDoneWhenEverySinkHasSettledIt) {
 
 TEST_F(NotificationPathTest, ATrapKnowsItsEventAndItsHandlersPlace) {
     m_other.setDestinations({destination("70001", 2001)});
-    m_path->onConnected(10, {});
+    connect(10, {});
     event(11, alarmRecord(7, 70));
     event(12, alarmRecord(7, 71));
     std::vector<std::pair<unsigned long long, unsigned int>> origins;
@@ -350,8 +387,8 @@ TEST_F(NotificationPathTest, ATrapKnowsItsEventAndItsHandlersPlace) {
 }
 
 TEST_F(NotificationPathTest, SinksLearnThatEventsAreNumberedAnew) {
-    m_path->onConnected(500, {});
-    m_path->onConnected(600, {});
-    m_path->onConnected(3, {});
+    connect(500, {});
+    connect(600, {});
+    connect(3, {});
     EXPECT_THAT(m_other.startedBehind, ElementsAre(500, 0));
 }

@@ -24,26 +24,29 @@ using Serials = std::vector<unsigned int>;
 // Remembers what it is told; like an agent it takes the store's last number when it has none of its own.
 class RecordingListener : public AlarmEventSource::Listener {
 public:
-    std::optional<unsigned long long> lastHandledEvent() override {
+    std::optional<HandledEvent> lastHandledEvent() override {
         const std::lock_guard<std::mutex> lock(m_mutex);
         return m_handled;
     }
-    void onActiveAlarms(const std::vector<ActiveAlarm>& alarms) override {
+    void onConnected(const BackendState& state) override {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_activeLevels.clear();
-        for (const ActiveAlarm& alarm : alarms) m_activeLevels.push_back(alarm.level);
-    }
-    void onConnected(unsigned long long lastSequenceOfStore, const std::vector<unsigned int>& activeSerials) override {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_activeSerials.clear();
+        for (const ActiveAlarm& alarm : state.alarms) {
+            m_activeSerials.push_back(alarm.serial);
+            m_activeLevels.push_back(alarm.level);
+        }
         ++m_connected;
-        m_lastSequenceOfStore = lastSequenceOfStore;
-        m_activeSerials = activeSerials;
-        if (!m_handled) m_handled = lastSequenceOfStore;
+        m_lastSequenceOfStore = state.lastSequence;
+        m_listedUpTo = state.listedUpTo;
+        m_isAnother.push_back(state.isAnother);
+        if (!m_handled) m_handled = HandledEvent{state.lastSequence, ""};
+        m_handled->store = state.store;
         if (m_failsAtConnection) throw std::runtime_error("cannot compare");
     }
     void onEvent(unsigned long long sequence, const CTLVRecordV3& record) override {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_handled = sequence;
+        m_handled->sequence = sequence;
         m_events.push_back(sequence);
         m_cells.push_back(record.count());
         m_currentAtEvents.push_back(m_isCurrent());
@@ -54,9 +57,12 @@ public:
         ++m_disconnected;
     }
 
-    void setHandled(unsigned long long handled) { m_handled = handled; }  // before the start
-    void failAt(unsigned long long sequence) { m_failAt = sequence; }     // before the start
-    void failAtConnection() { m_failsAtConnection = true; }               // before the start
+    // Before the start.
+    void setHandled(unsigned long long handled, const std::string& store = "") {
+        m_handled = HandledEvent{handled, store};
+    }
+    void failAt(unsigned long long sequence) { m_failAt = sequence; }  // before the start
+    void failAtConnection() { m_failsAtConnection = true; }            // before the start
     void watch(std::function<bool()> isCurrent) { m_isCurrent = std::move(isCurrent); }
 
     Numbers events() const { return copy(m_events); }
@@ -65,6 +71,9 @@ public:
     Serials activeSerials() const { return copy(m_activeSerials); }
     std::vector<unsigned int> activeLevels() const { return copy(m_activeLevels); }
     unsigned long long lastSequenceOfStore() const { return copy(m_lastSequenceOfStore); }
+    unsigned long long listedUpTo() const { return copy(m_listedUpTo); }
+    std::vector<bool> isAnother() const { return copy(m_isAnother); }
+    std::string store() const { return copy(m_handled)->store; }
     int connected() const { return copy(m_connected); }
     int disconnected() const { return copy(m_disconnected); }
 
@@ -76,7 +85,9 @@ private:
     }
 
     mutable std::mutex m_mutex;
-    std::optional<unsigned long long> m_handled;
+    std::optional<HandledEvent> m_handled;
+    unsigned long long m_listedUpTo = 0;
+    std::vector<bool> m_isAnother;
     unsigned long long m_failAt = 0;
     bool m_failsAtConnection = false;
     std::function<bool()> m_isCurrent;
@@ -154,17 +165,18 @@ protected:
     AlarmEventSource m_source;
 };
 
-// Plays a backend whose store ends with event 10 and has no active alarms, then sends `pushes` and waits.
+// Plays a backend whose store ends with event 10, or with `later` when the subscription begins, and has no active
+// alarms; then sends `pushes` and waits.
 class PushingServer {
 public:
-    PushingServer(const BackendAddress& address, std::vector<Bytes> pushes)
-        : m_server(address, [pushes = std::move(pushes)](int peer, int) {
+    PushingServer(const BackendAddress& address, std::vector<Bytes> pushes, unsigned long long later = 10)
+        : m_server(address, [pushes = std::move(pushes), later](int peer, int) {
               readPackage(peer);
-              writeAll(peer, numberAnswer(status_tag::LAST_SEQUENCE));
+              writeAll(peer, numberAnswer(status_tag::LAST_SEQUENCE, 10));
               readPackage(peer);
               writeAll(peer, answerBytes(0));
               readPackage(peer);
-              writeAll(peer, numberAnswer(alarm_tag::LAST_SEQUENCE));
+              writeAll(peer, numberAnswer(alarm_tag::LAST_SEQUENCE, later));
               for (const Bytes& push : pushes) writeAll(peer, push);
               readPackage(peer);
           }) {}
@@ -182,10 +194,10 @@ public:
     int connections() const { return m_server.connections(); }
 
 private:
-    static Bytes numberAnswer(unsigned short tag) {
+    static Bytes numberAnswer(unsigned short tag, unsigned long long number) {
         CR8KPackageV3 answer;
         auto record = makeRecord(1);
-        appendUint64(*record, tag, 10);
+        appendUint64(*record, tag, number);
         answer.append(std::move(record));
         return encoded(answer);
     }
@@ -326,6 +338,73 @@ TEST_F(AlarmEventSourceTest, AYoungerStoreIsFollowedFromItsFirstEvent) {
     EXPECT_EQ(m_log.linesWith("younger"),
               std::vector<std::string>{"warning [events] event 500 was handled, but the backend's last one is 3: "
                                        "its store is a younger one, going on with its first event"});
+}
+
+TEST_F(AlarmEventSourceTest, AnotherStoreIsFollowedFromItsFirstEvent) {
+    startBackend();
+    raise(5);
+    m_listener.setHandled(3, "another");
+    m_source.start();
+    ASSERT_TRUE(hasEvents(5));
+    EXPECT_EQ(m_listener.events(), (Numbers{1, 2, 3, 4, 5}));
+    EXPECT_EQ(m_listener.isAnother(), std::vector<bool>{true});
+    EXPECT_EQ(m_log.linesWith("another"),
+              std::vector<std::string>{"warning [events] event 3 of store another was handled, but the backend's store "
+                                       "is another one, " +
+                                       m_listener.store() + ": going on with its first event"});
+}
+
+TEST_F(AlarmEventSourceTest, AStoreIsTheSameAfterARestartOfTheBackend) {
+    startBackend();
+    raise(2);
+    m_source.start();
+    ASSERT_TRUE(isConnected());
+    m_backend.reset();
+    startBackend();
+    ASSERT_TRUE(isConnected(2));
+    EXPECT_EQ(m_listener.isAnother(), (std::vector<bool>{false, false}));
+    EXPECT_EQ(m_listener.store().size(), 32U);
+}
+
+// One side knows no identity: the backend is older, or the agent was when it handled its last event.
+TEST_F(AlarmEventSourceTest, WithoutAnIdentityTheNumbersDecide) {
+    m_listener.setHandled(10, "mine");
+    const PushingServer server(m_address, {PushingServer::push({11})});
+    m_source.start();
+    ASSERT_TRUE(hasEvents(1));
+    EXPECT_EQ(m_listener.isAnother(), std::vector<bool>{false});
+}
+
+TEST_F(AlarmEventSourceTest, AnAgentThatKnowsNoIdentityYetGoesOnBehindItsEvent) {
+    startBackend();
+    raise(5);
+    m_listener.setHandled(3);
+    m_source.start();
+    ASSERT_TRUE(hasEvents(2));
+    EXPECT_EQ(m_listener.events(), (Numbers{4, 5}));
+    EXPECT_EQ(m_listener.isAnother(), std::vector<bool>{false});
+}
+
+TEST_F(AlarmEventSourceTest, AnIdentityWithoutEndIsRefused) {
+    CR8KPackageV3 answer;
+    auto record = makeRecord(1);
+    appendUint64(*record, status_tag::LAST_SEQUENCE, 10);
+    appendText(*record, status_tag::STORE, std::string(LONGEST_STORE_IDENTITY + 1, 'x'));
+    answer.append(std::move(record));
+    const Bytes status = encoded(answer);
+    const ScriptedServer server(m_address, [&status](int peer, int) { answerAll(peer, status); });
+    m_source.start();
+    ASSERT_TRUE(eventually([this] { return !m_log.linesWith("identity").empty(); }));
+    EXPECT_EQ(m_listener.connected(), 0);
+}
+
+// The list of alarms is read between two answers that tell how far the store has come.
+TEST_F(AlarmEventSourceTest, ItTellsUpToWhichEventTheListMayBeAhead) {
+    const PushingServer server(m_address, {}, 14);
+    m_source.start();
+    ASSERT_TRUE(isConnected());
+    EXPECT_EQ(m_listener.lastSequenceOfStore(), 10U);
+    EXPECT_EQ(m_listener.listedUpTo(), 14U);
 }
 
 TEST_F(AlarmEventSourceTest, EventsThatAreNoLongerKeptAreCountedAsMissing) {

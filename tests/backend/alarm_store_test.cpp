@@ -237,6 +237,27 @@ TEST_F(AlarmStoreTest, TheWorldWideNameIsLocallyAssignedAndConstant) {
     EXPECT_EQ(m_store->worldWideName(), name);
 }
 
+TEST_F(AlarmStoreTest, TheIdentityIsTheFilesOwnAndConstant) {
+    const std::string identity = m_store->identity();
+    EXPECT_EQ(identity.size(), 32U);
+    open();
+    EXPECT_EQ(m_store->identity(), identity);
+    AlarmStore other(m_directory.file("other.db"), 1000);
+    EXPECT_NE(other.identity(), identity);
+}
+
+TEST_F(AlarmStoreTest, AFileOfAnOlderProgramGetsAnIdentity) {
+    raise(alarmOf(1));
+    m_store.reset();
+    SqliteDatabase(path()).execute("DROP TABLE store_identity");
+    open();
+    const std::string identity = m_store->identity();
+    EXPECT_EQ(identity.size(), 32U);
+    EXPECT_EQ(eventNumbers(), std::vector<unsigned long long>{1});
+    open();
+    EXPECT_EQ(m_store->identity(), identity);
+}
+
 TEST_F(AlarmStoreTest, FilesAreReadableByTheirOwnerOnly) {
     raise(alarmOf(1));
     for (const char* suffix : {"", "-wal", "-shm"}) {

@@ -107,6 +107,7 @@ TEST_F(RequestHandlerTest, StatusCountsAlarmsEventsAndTraffic) {
     EXPECT_EQ(uint64Of(status, status_tag::SUBSCRIBERS), 2U);
     EXPECT_EQ(uint64Of(status, status_tag::REQUESTS), 3U);
     EXPECT_EQ(uint64Of(status, status_tag::REFUSALS), 1U);
+    EXPECT_EQ(textOf(status, status_tag::STORE), m_store.identity());
 }
 
 TEST_F(RequestHandlerTest, RaiseAnswersTheSerialNumberOfEachAlarm) {

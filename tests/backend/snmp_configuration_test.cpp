@@ -21,8 +21,8 @@ namespace {
 
 class CountingListener : public AlarmEventSource::Listener {
 public:
-    std::optional<unsigned long long> lastHandledEvent() override { return 0; }
-    void onConnected(unsigned long long, const std::vector<unsigned int>&) override {}
+    std::optional<HandledEvent> lastHandledEvent() override { return HandledEvent{}; }
+    void onConnected(const BackendState&) override {}
     void onEvent(unsigned long long, const CTLVRecordV3&) override { ++events; }
     void onDisconnected() override {}
 

@@ -95,12 +95,14 @@ class BackendClient:
 
 
 class CountingProxy:
-    """Stands between agent and backend and counts the agent's calls by command code.
+    """Stands between agent and backend and counts the agent's calls by command code; `on_call(code)` is called before
+    each one goes on.
 
         with CountingProxy(system.path("state", "proxy.sock"), system.path("state", "backend.sock")) as proxy: ...
     """
 
-    def __init__(self, path, backend_path):
+    def __init__(self, path, backend_path, on_call=None):
+        self.on_call = on_call
         self.calls = Counter()
         self._backend_path = backend_path
         self._lock = threading.Lock()
@@ -143,8 +145,11 @@ class CountingProxy:
             while True:
                 head, body = receive_package(source)
                 if count and len(body) >= 8:
+                    code = int.from_bytes(body[:8], "little")
                     with self._lock:
-                        self.calls[int.from_bytes(body[:8], "little")] += 1
+                        self.calls[code] += 1
+                    if self.on_call:
+                        self.on_call(code)
                 target.sendall(head + body)
         except (OSError, ConnectionError):
             pass

@@ -12,7 +12,8 @@ import threading
 import time
 import unittest
 
-from backend_client import BackendClient
+from backend_client import GET_CURRENT_ALARM, BackendClient, CountingProxy
+from harness import ALARMS as ALARM_TABLE
 from harness import wait_for
 from trap_receiver import COLD_START, TrapReceiver
 from traps_test import COMMON_TRAP, TrapSystem
@@ -116,6 +117,79 @@ class Restarts(unittest.TestCase):
         self.assertEqual(sent, 1 + sum(len(lives[-1][kind]) for kind in KINDS), line)
         (line,) = system.wait_log("alarm events:", 1)[-1:]
         self.assertIn("alarm events: %d handled" % ((sent - 1) // 2), line)
+
+
+class Connecting(unittest.TestCase):
+    def test_alarms_that_come_up_while_the_agent_connects_are_no_errors(self):
+        raised, cleared = 40, 10
+
+        def meanwhile(code):
+            """Between the number of the last event and the list of active alarms."""
+            if code == GET_CURRENT_ALARM and not done:
+                done.append(code)
+                with BackendClient(system.path("state", "backend.sock")) as backend:
+                    backend.raise_alarms(raised)
+                    for serial in range(1, cleared + 1):
+                        backend.clear_alarm(serial)
+
+        done = [None]  # nothing before the agent starts
+        device = {("BACKEND", "ADDRESS"): "unix:state/proxy.sock"}
+        arguments = ["--address", "unix:state/backend.sock"]
+        with TrapSystem(device=device, backend_arguments=arguments, start_agent=False) as system, \
+                TrapReceiver() as receiver, \
+                CountingProxy(system.path("state", "proxy.sock"), system.path("state", "backend.sock"), meanwhile):
+            system.agent.start()
+            system.add_destination(1, receiver.port)
+            system.agent.stop()
+            with BackendClient(system.path("state", "backend.sock")) as backend:
+                backend.raise_alarms(cleared)
+            done.clear()
+            system.agent.start()
+            common = lambda: [trap for trap in receiver.traps() if trap.oid == COMMON_TRAP]
+            wait_for(lambda: len(common()) == raised + 2 * cleared, "the traps")
+            log = system.agent.log()
+            self.assertNotIn("repository failed", log)
+            self.assertNotIn("clear type alarm", log)
+            self.assertEqual(len(system.walk(ALARM_TABLE + ".9").splitlines()), raised)
+            with BackendClient(system.path("state", "backend.sock")) as backend:
+                backend.clear_alarm(raised)
+            wait_for(lambda: len(common()) == raised + 2 * cleared + 1, "the trap of a later event")
+            self.assertNotIn("clear type alarm", system.agent.log())  # the list of active alarms is right
+
+
+class AnotherStore(unittest.TestCase):
+    """The backend's file is exchanged for one that has had more events than the agent has handled."""
+
+    def exchange(self, system, raised):
+        system.backend.stop()
+        for name in os.listdir(system.path("state")):
+            if name.startswith("backend.db"):
+                os.remove(system.path("state", name))
+        system.backend.start()
+        with BackendClient(system.path("state", "backend.sock")) as backend:
+            backend.raise_alarms(raised)
+
+    def serials(self, receiver):
+        return [trap.value(9) for trap in receiver.traps() if trap.oid == COMMON_TRAP]
+
+    def test_all_of_its_alarms_are_told(self):
+        with TrapSystem() as system, TrapReceiver() as receiver:
+            system.add_destination(1, receiver.port)
+            with BackendClient(system.path("state", "backend.sock")) as backend:
+                backend.raise_alarms(10)
+            wait_for(lambda: len(self.serials(receiver)) == 10, "the first traps")
+            system.agent.stop()
+            self.exchange(system, 26)
+            system.agent.start()
+            wait_for(lambda: len(self.serials(receiver)) >= 36, "the traps of the other store")
+            self.assertEqual(self.serials(receiver)[10:], list(range(1, 27)))
+            self.assertEqual(len([line for line in system.agent.log().splitlines() if "is another one" in line]), 1)
+            system.agent.stop()
+            system.agent.start()  # it is the same one from here on
+            with BackendClient(system.path("state", "backend.sock")) as backend:
+                backend.raise_alarms(1)
+            wait_for(lambda: 27 in self.serials(receiver), "the trap of a further alarm")
+            self.assertEqual(self.serials(receiver)[36:], [27])
 
 
 if __name__ == "__main__":

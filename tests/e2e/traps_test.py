@@ -61,14 +61,16 @@ def expected_bindings(base, time, serial=SERIAL):
 class TrapSystem(System):
     """A system whose configuration has a trap community and users of all levels; its clock zone is UTC."""
 
-    def __init__(self, config=CONFIG, **more):
+    def __init__(self, config=CONFIG, start_agent=True, **more):
         super().__init__(agent_config=config, start=False, **more)
+        self._start_agent = start_agent
         self.agent.environment["TZ"] = "UTC"
 
     def __enter__(self):
         try:
             self.backend.start()
-            self.agent.start()
+            if self._start_agent:
+                self.agent.start()
         except BaseException:
             self.close()
             raise
