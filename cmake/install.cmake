@@ -10,7 +10,8 @@ set(TAMREL_MODULE ${CMAKE_INSTALL_FULL_LIBDIR}/vrx/libsnmp_tamrel.so)
 # empty entries, and each of those is the folder in which somebody starts the program. A link gives the build the same map.
 set_target_properties(vrx-agentd vrx-backendd vrxctl PROPERTIES INSTALL_RPATH "$ORIGIN/../${library_dir}")
 set_target_properties(vrx_core vrx_services snmp_tamrel PROPERTIES INSTALL_RPATH "$ORIGIN")
-set_target_properties(vrx-agentd vrx-backendd vrxctl vrx_core vrx_services snmp_tamrel PROPERTIES BUILD_WITH_INSTALL_RPATH ON)
+set_target_properties(vrx-agentd vrx-backendd vrxctl vrx_core vrx_services snmp_tamrel PROPERTIES
+    BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH_USE_LINK_PATH ON)  # libraries that stand elsewhere, SNMP++ for one
 file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR})
 file(CREATE_LINK ${CMAKE_LIBRARY_OUTPUT_DIRECTORY} ${PROJECT_BINARY_DIR}/${library_dir} SYMBOLIC)
 
