@@ -110,6 +110,7 @@ private:
     void valueMap(int line, const tPlaceholder& placeholder);
     void braces(const TiXmlElement& alarm, const std::string& detail);
     void otherTemplate(const TiXmlElement& alarm, const char* attribute, const std::vector<tPlaceholder>& detail);
+    void endOf(const TiXmlElement& alarm, const char* attribute);
     std::string enumerationOf(const TiXmlElement& alarm, unsigned int position) const;
 
     std::string m_file;
@@ -245,6 +246,7 @@ void Linter::alarm(const TiXmlElement& alarm) {
     braces(alarm, detail);
     otherTemplate(alarm, "location", placeholders);
     otherTemplate(alarm, "suggestion", placeholders);
+    for (const char* name : {"detail", "location", "suggestion"}) endOf(alarm, name);
     paramDesc(alarm, placeholders);
 }
 
@@ -439,6 +441,23 @@ void Linter::otherTemplate(const TiXmlElement& alarm, const char* name, const st
                               *placeholder.index, name));
         }
     }
+}
+
+// A value that is put in is searched for marks again. When it ends in "##", and the text ends with it, that is a mark
+// without an index, and the alarm is not rendered. The map of a last placeholder is not shown, so it is no end of the
+// text.
+void Linter::endOf(const TiXmlElement& alarm, const char* name) {
+    const std::string text = attribute(alarm, name);
+    const std::size_t mark = text.rfind("##");
+    if (mark == std::string::npos) return;
+    std::size_t end = mark + MARK_LENGTH + INDEX_LENGTH;
+    if (end > text.size() || !isNumber(text.substr(mark + MARK_LENGTH, INDEX_LENGTH))) return;
+    if (std::strcmp(name, "detail") == 0 && text.compare(end, 1, "{") == 0) end = text.find('}', end) + 1;
+    if (end == text.size())
+        warning(alarm.Row(), "placeholder-at-end",
+                fmt::format("the {} ends in a placeholder: a value that ends in \"##\" takes the alarm away from traps "
+                            "and table; let a full stop or a word follow",
+                            name));
 }
 
 }  // namespace

@@ -40,7 +40,7 @@ COMMON_TIME, NAMED_TIME = bytes.fromhex("07e90b15080000002b0000"), b"2025-11-21,
 def expected_bindings(base, time, serial=SERIAL):
     values = [
         ("OCTET STRING", b"VRX-0001"),
-        ("OCTET STRING", b"Storage system"),
+        ("OCTET STRING", b"Storage system."),
         ("OCTET STRING", ADVICE.encode()),
         ("OCTET STRING", b"System Restarted Unexpectedly"),
         ("INTEGER", 2),

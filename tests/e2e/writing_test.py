@@ -164,6 +164,7 @@ class Writing(unittest.TestCase):
         self.refused([DESTINATIONS + ".2.1", "i", "5"], "wrongType", DESTINATIONS + ".2.1")
         self.refused([DESTINATIONS + ".6.1", "s", ""], "wrongLength", DESTINATIONS + ".6.1")
         self.refused([DESTINATIONS + ".6.1", "s", "a" * 256], "wrongLength", DESTINATIONS + ".6.1")
+        self.refused([DESTINATIONS + ".8.1", "s", "a" * 33], "wrongLength", DESTINATIONS + ".8.1")
         self.refused([DESTINATIONS + ".6.1", "x", "61 00 62"], "wrongValue", DESTINATIONS + ".6.1")
 
     def test_what_cannot_be_written(self):

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "alarm/snmp_alarm_iniparser.h"
+#include "platform/vrx_utility.h"
 #include "tests/fake_host/fake_host.h"
 
 using testing::AnyOf;
@@ -94,11 +96,28 @@ TEST_F(ShippedAlarms, AllRenderWithoutParameters) {
     }
 }
 
+// A value is searched for placeholders again: at the end of a text a mark would end the rendering. Anywhere else it
+// names parameter 0, and a value of that parameter so puts itself in up to the end of the text.
+TEST_F(ShippedAlarms, AreRenderedThoughAValueEndsInAMarkWhereItIsNotTheFirst) {
+    for (const auto& [id, alarm] : parser->alarmItems()) {
+        SCOPED_TRACE(alarm->name);
+        std::vector<std::string> values;
+        SplitToStr(sampleParameters(*alarm), ',', values);
+        for (std::size_t position = 1; position < values.size(); ++position) {
+            SCOPED_TRACE(position);
+            std::string parameters = values[0];
+            for (std::size_t i = 1; i < values.size(); ++i) parameters += "," + (i == position ? "a##" : values[i]);
+            EXPECT_EQ(render(id, parameters).result, 0);
+        }
+    }
+    EXPECT_EQ(render(DISK_FAILED, "a##,CTE0,1").result, 16793615);
+}
+
 // The worked example of docs/alarm-definitions.md.
 
 TEST_F(ShippedAlarms, ExampleOfThePage) {
     const Texts texts = render(DISK_FAILED, "7,CTE0&#44;A,1");
-    EXPECT_EQ(texts.location, "Enclosure CTE0,A, slot 7");
+    EXPECT_EQ(texts.location, "Enclosure CTE0,A, slot 7.");
     EXPECT_EQ(texts.detail, "The disk in slot 7 of enclosure CTE0,A cannot be used any more: it is not reachable.");
     EXPECT_EQ(texts.suggestion, "Replace the disk in slot 7 of enclosure CTE0,A.");
 }
@@ -106,7 +125,7 @@ TEST_F(ShippedAlarms, ExampleOfThePage) {
 TEST_F(ShippedAlarms, ExampleOfThePageWithTooFewParameters) {
     host.log().clear();
     const Texts texts = render(DISK_FAILED, "7");
-    EXPECT_EQ(texts.location, "Enclosure --, slot 7");
+    EXPECT_EQ(texts.location, "Enclosure --, slot 7.");
     EXPECT_EQ(texts.detail, "The disk in slot 7 of enclosure -- cannot be used any more: it is --.");
     EXPECT_EQ(texts.suggestion, "Replace the disk in slot 7 of enclosure --.");
     EXPECT_THAT(host.log().lines("warn"), ElementsAre(HasSubstr("parameter enume value 2 is out of rang[0, 1]")));

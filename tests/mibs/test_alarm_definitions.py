@@ -74,6 +74,11 @@ class AlarmDefinitionsTest(unittest.TestCase):
         self.each(lambda alarm: [self.assertEqual(alarm.get(text).count("##"), len(placeholders(alarm.get(text))), text)
                                  for text in TEXTS])
 
+    def test_no_text_ends_in_a_placeholder(self):
+        # A value that ends in a mark would then end the text, which cannot be rendered.
+        self.each(lambda alarm: [self.assertRegex(alarm.get(text), r"\.$", text)
+                                 for text in ("location", "detail", "suggestion")])
+
     def test_details_use_every_parameter_from_the_first_on(self):
         # Then each index lies below the number of placeholders, which is the bound that rendering applies.
         def check(alarm):

@@ -40,6 +40,12 @@ class ModulesTest(unittest.TestCase):
         self.assertEqual(code, 1)
         self.assertIn("vrxTopologyKind", output)
 
+    def test_no_import_reads_like_a_notification(self):
+        """Converters that go by lines take NOTIFICATION-TYPE alone on one for a definition: its name is on the line before."""
+        for name in ("VRX-TAMREL-MIB", "VRX-TAMREL-ALARM-MIB", "VRX-AGENT-MIB"):
+            with open(mib.path("mibs", name), encoding="utf-8") as file:
+                self.assertNotRegex(file.read(), r"(?m)^\s*NOTIFICATION-TYPE\s*$", name)
+
     def test_generated_files_are_fresh(self):
         code, output = mib.run(mib.path("scripts", "generate-mibs"), "--check")
         self.assertEqual((code, output), (0, ""))

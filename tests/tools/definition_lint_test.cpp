@@ -113,9 +113,25 @@ TEST(DefinitionLint, FileOfDeeplyNestedElementsIsRefusedNotParsed) {
 
 TEST(DefinitionLint, WithoutEnumerationFileTypesAreNotChecked) {
     const ScratchFile file(
-        "<root><eventDefinition><param eventID='1' name='A' reason='R' suggestion='S' detail='##00' location='L' "
+        "<root><eventDefinition><param eventID='1' name='A' reason='R' suggestion='S' detail='##00.' location='L' "
         "alarmOid='0.1' paramDesc='0=Unknown'/></eventDefinition></root>");
     EXPECT_THAT(lintDefinitions(file.path, ""), IsEmpty());
+}
+
+TEST(DefinitionLint, PlaceholderThatEndsATextIsNamed) {
+    const auto rulesOf = [](const std::string& detail, const std::string& location) {
+        const ScratchFile file(
+            "<root><eventDefinition><param eventID='1' name='A' reason='R' suggestion='S ##00.' detail='" + detail +
+            "' location='" + location + "' alarmOid='0.1'/></eventDefinition></root>");
+        return rulesWithLines(lintDefinitions(file.path, ""));
+    };
+    EXPECT_THAT(rulesOf("D ##00.", "L ##00."), IsEmpty());
+    EXPECT_THAT(rulesOf("D ##00.", "L ##00"), ElementsAre("1 placeholder-at-end"));
+    EXPECT_THAT(rulesOf("D ##00", "L"), ElementsAre("1 placeholder-at-end"));
+    EXPECT_THAT(rulesOf("D ##00{a:b}", "L"), ElementsAre("1 placeholder-at-end"));
+    EXPECT_THAT(rulesOf("D ##00{a:b}.", "L"), IsEmpty());
+    EXPECT_THAT(rulesOf("D ##00{a:b", "L"), ElementsAre("1 unclosed-brace"));
+    EXPECT_THAT(rulesOf("D ##00 ##0", "L"), ElementsAre("1 bad-placeholder"));
 }
 
 TEST(DefinitionLint, PrintsFileLineSeverityTextAndRule) {
