@@ -84,6 +84,21 @@ class Engine:
             data = before + hmac.new(self._signing_key, unsigned, hashlib.sha256).digest()[:len(mark)] + behind
         return data
 
+    def body(self, data):
+        """The PDU of an answer, whatever is around it."""
+        parts = ber.parse(data).content
+        if len(parts) == 3:  # SNMPv1 and v2c
+            return parts[2]
+        scoped = parts[3]
+        if scoped.tag == ber.OCTETS:
+            _, boots, seconds, _, _, salt = (node.content for node in parts[2].content[0].content)
+            vector = b"".join(octets.rjust(4, b"\0")[-4:] for octets in (boots, seconds)) + salt
+            sealed = scoped.content
+            if not isinstance(sealed, bytes):  # by chance it reads like a sequence
+                sealed = b"".join(node.encode() for node in sealed)
+            scoped = ber.parse(decrypt(self._sealing_key, vector, sealed))
+        return scoped.content[2]
+
 
 def _key(passphrase):
     """RFC 3414, A.2, for the one engine."""
@@ -94,9 +109,9 @@ def _key(passphrase):
 def _load_crypto():
     crypto = ctypes.CDLL(ctypes.util.find_library("crypto"))  # Net-SNMP's own library needs it, so it is there
     crypto.EVP_CIPHER_CTX_new.restype = crypto.EVP_aes_128_cfb128.restype = ctypes.c_void_p
-    crypto.EVP_EncryptInit_ex.argtypes = [ctypes.c_void_p] * 3 + [ctypes.c_char_p] * 2
-    crypto.EVP_EncryptUpdate.argtypes = [ctypes.c_void_p, ctypes.c_char_p, ctypes.POINTER(ctypes.c_int),
-                                         ctypes.c_char_p, ctypes.c_int]
+    crypto.EVP_CipherInit_ex.argtypes = [ctypes.c_void_p] * 3 + [ctypes.c_char_p] * 2 + [ctypes.c_int]
+    crypto.EVP_CipherUpdate.argtypes = [ctypes.c_void_p, ctypes.c_char_p, ctypes.POINTER(ctypes.c_int),
+                                        ctypes.c_char_p, ctypes.c_int]
     crypto.EVP_CIPHER_CTX_free.argtypes = [ctypes.c_void_p]
     return crypto
 
@@ -106,13 +121,21 @@ CRYPTO = _load_crypto()
 
 def encrypt(key, vector, plain):
     """AES-128 in CFB mode: as long as the plain text."""
+    return _cipher(key, vector, plain, 1)
+
+
+def decrypt(key, vector, sealed):
+    return _cipher(key, vector, sealed, 0)
+
+
+def _cipher(key, vector, octets, encrypts):
     context = CRYPTO.EVP_CIPHER_CTX_new()
     try:
-        out = ctypes.create_string_buffer(max(len(plain), 1))
+        out = ctypes.create_string_buffer(max(len(octets), 1))
         size = ctypes.c_int()
-        if (not CRYPTO.EVP_EncryptInit_ex(context, CRYPTO.EVP_aes_128_cfb128(), None, key, vector)
-                or not CRYPTO.EVP_EncryptUpdate(context, out, ctypes.byref(size), plain, len(plain))):
-            raise OSError("libcrypto does not encrypt")
+        if (not CRYPTO.EVP_CipherInit_ex(context, CRYPTO.EVP_aes_128_cfb128(), None, key, vector, encrypts)
+                or not CRYPTO.EVP_CipherUpdate(context, out, ctypes.byref(size), octets, len(octets))):
+            raise OSError("libcrypto refuses")
         return out.raw[:size.value]
     finally:
         CRYPTO.EVP_CIPHER_CTX_free(context)

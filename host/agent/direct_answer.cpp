@@ -2,29 +2,20 @@
 
 #include <algorithm>
 
+#include "host/agent/answer_bound.h"
 #include "host/agent/net_snmp.h"
 
 namespace {
 
 constexpr unsigned char SEQUENCE = ASN_SEQUENCE | ASN_CONSTRUCTOR;
-constexpr std::size_t MOST_VARIABLES = 10'000;  // of an answer; more fit into no datagram
-
-// The engine's own default for configurations without maxGetbulkResponses.
-constexpr int DEFAULT_BULK_RESPONSES = 100;
-
-int bulkSetting(int which) {
-    return netsnmp_ds_get_int(NETSNMP_DS_APPLICATION_ID, which);
-}
 
 // How many followers each of the variables is to be answered with, as the engine bounds it.
 std::size_t repetitionsOf(const netsnmp_pdu& pdu, std::size_t variables) {
     if (pdu.command != SNMP_MSG_GETBULK) return 1;
     long repetitions = pdu.max_repetitions;
-    const int mostRepeats = bulkSetting(NETSNMP_DS_AGENT_MAX_GETBULKREPEATS);
+    const int mostRepeats = netsnmp_ds_get_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_MAX_GETBULKREPEATS);
     if (mostRepeats > 0) repetitions = std::min<long>(repetitions, mostRepeats);
-    const int configured = bulkSetting(NETSNMP_DS_AGENT_MAX_GETBULKRESPONSES);
-    const long mostResponses = configured == 0 ? DEFAULT_BULK_RESPONSES : configured;
-    if (mostResponses > 0) repetitions = std::min(repetitions, mostResponses / static_cast<long>(variables));
+    repetitions = std::min(repetitions, mostBulkResponses() / static_cast<long>(variables));
     return static_cast<std::size_t>(std::max(repetitions, 0L));
 }
 
@@ -43,12 +34,6 @@ bool isUndivided(const OidVector& root) {
     ++end.back();
     return compareOid(range->start_a, range->start_len, root.data(), root.size()) == 0 &&
            compareOid(range->end_a, range->end_len, end.data(), end.size()) == 0;
-}
-
-std::size_t longestMessage(const netsnmp_session& session, const netsnmp_transport& transport) {
-    std::size_t longest = transport.msgMaxSize;
-    if (session.sndMsgMaxSize != 0) longest = std::min<std::size_t>(longest, session.sndMsgMaxSize);
-    return longest;
 }
 
 // False for a type that is left to the engine.
@@ -84,7 +69,7 @@ bool DirectAnswer::send(ReadTransaction& transaction, netsnmp_session* session, 
 
     const TableSnapshot& snapshot = *data.snapshot;
     if (!collect(mib, snapshot, pdu)) return false;
-    m_buffer.resize(longestMessage(*session, *transport));
+    m_buffer.resize(longestMessage(*session));
     BerWriter out(m_buffer);
     if (!write(out, snapshot, *pdu)) return false;
     if (pdu->command != SNMP_MSG_GET) data.spans = spans(snapshot, *pdu);

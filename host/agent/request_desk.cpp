@@ -106,12 +106,18 @@ int RequestDesk::receive(int operation, netsnmp_session* session, int requestId,
 int RequestDesk::take(netsnmp_session* session, int requestId, netsnmp_pdu* pdu) {
     const std::optional<RequestKind> kind = requestKindOf(pdu->command);
     if (!kind) return toEngine(session, requestId, pdu);
+    boundAnswer(*session, *pdu);
     if (check_access(pdu) != 0) {  // the engine answers, or not
         m_counters.note(*kind, RequestResult::NotAllowed);
         return toEngine(session, requestId, pdu);
     }
     if (onAllowed) onAllowed(session);
-    return pdu->command == SNMP_MSG_SET ? takeSet(session, requestId, pdu) : takeRead(session, requestId, pdu);
+    const bool set = pdu->command == SNMP_MSG_SET;
+    if (set && !answerFits(*session, *pdu)) {
+        m_counters.note(*kind, answerTooBig(*session, *pdu) ? RequestResult::OtherError : RequestResult::Lost);
+        return 1;
+    }
+    return set ? takeSet(session, requestId, pdu) : takeRead(session, requestId, pdu);
 }
 
 ManagedObject* RequestDesk::objectOf(const netsnmp_variable_list& varbind) const {
@@ -136,7 +142,6 @@ bool RequestDesk::isRetry(netsnmp_session* session, int requestId, netsnmp_pdu* 
 }
 
 int RequestDesk::takeRead(netsnmp_session* session, int requestId, netsnmp_pdu* pdu) {
-    boundAnswer(*pdu);
     if (!m_waiting.empty() && isRetry(session, requestId, pdu, retryKey(session, *pdu))) return 1;
     auto transaction = std::make_unique<ReadTransaction>();
     transaction->id = m_nextId++;
@@ -208,12 +213,7 @@ bool RequestDesk::pass(ReadTransaction& transaction, netsnmp_session* session, i
         transaction.unprepared = nullptr;
         transaction.repetitionsBefore = LONG_MAX;
         transaction.unfinished = nullptr;
-        std::size_t longestText = 0;
-        for (auto& [object, data] : transaction.objects) {
-            data.spans.clear();
-            if (data.snapshot != nullptr) longestText = std::max(longestText, data.snapshot->longestText());
-        }
-        boundAnswer(*pdu, longestText);
+        for (auto& [object, data] : transaction.objects) data.spans.clear();
 
         m_transactions.enter(pdu->transid, transaction);
         toEngine(session, requestId, pdu);

@@ -4,6 +4,12 @@
 #include <set>
 #include <utility>
 
+namespace {
+
+constexpr std::size_t MOST_SPANS = 256;  // of a walk; a request of more variables is none, and is not remembered
+
+}  // namespace
+
 SnapshotPointer SnapshotStore::ofWalk(const std::string& client, const OidVector& name, TimePoint now) {
     purge(now);
     const auto walk = std::find_if(m_walks.begin(), m_walks.end(), [&](const tWalk& candidate) {
@@ -40,7 +46,7 @@ void SnapshotStore::put(SnapshotPointer snapshot, TimePoint now) {
 
 void SnapshotStore::answered(const std::string& client, const SnapshotPointer& snapshot, std::vector<Span> spans,
                              TimePoint now) {
-    if (spans.empty()) return;
+    if (spans.empty() || spans.size() > MOST_SPANS) return;
     const auto before = std::find_if(m_walks.begin(), m_walks.end(), [&](const tWalk& walk) {
         return walk.client == client && walk.snapshot == snapshot &&
                std::any_of(spans.begin(), spans.end(), [&](const Span& span) { return goesOn(walk, span.asked); });

@@ -57,7 +57,7 @@ public:
     void put(SnapshotPointer snapshot, TimePoint now);
     const SnapshotPointer& last() const { return m_last; }  // null when none is held
 
-    // Remembers what a client has got, so that it can go on there.
+    // Remembers what a client has got, so that it can go on there; not of a request that is no walk by its size.
     void answered(const std::string& client, const SnapshotPointer& snapshot, std::vector<Span> spans, TimePoint now);
 
     // Asked whether markChanged() tells every change of the object soon; without it none is told. A change from "no" to

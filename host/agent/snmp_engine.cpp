@@ -12,6 +12,7 @@
 #include "host/agent/agent_log.h"
 #include "host/agent/line_budget.h"
 #include "host/agent/listener_address.h"
+#include "host/agent/listener_session.h"
 #include "host/agent/net_snmp.h"
 #include "host/agent/udp_listener.h"
 #include "host/agent/usm_users.h"
@@ -69,9 +70,9 @@ void writeLine(int priority, const std::string& text) {
     }
 }
 
-int countPacket(netsnmp_session*, netsnmp_transport*, void*, int) {
-    snmp_increment_statistic(STAT_SNMPINPKTS);
-    return 1;
+// The library's other encoder writes beyond its buffers; a word of the configuration asks for it.
+void encodeBackwards() {
+    netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_REVERSE_ENCODE, 1);
 }
 
 bool takeUser(const std::string& name) {
@@ -120,6 +121,7 @@ SnmpEngine::SnmpEngine(const std::string& root, const std::string& state)
     g_reading = &m_faults;
     init_snmp(NAME);
     g_reading = nullptr;
+    encodeBackwards();
     m_state.useDraft();
 }
 
@@ -212,15 +214,9 @@ void SnmpEngine::listen(std::vector<std::string> addresses, RequestDesk& desk) {
             continue;
         }
         receiveDirectly(*transport);
-        netsnmp_session session;
-        snmp_sess_init(&session);
-        session.version = SNMP_DEFAULT_VERSION;
-        session.isAuthoritative = SNMP_SESS_AUTHORITATIVE;
-        session.callback = &RequestDesk::receive;
-        session.callback_magic = &desk;
-        netsnmp_session* const opened = snmp_add(&session, transport, countPacket, netsnmp_agent_check_parse);
-        if (opened == nullptr)
-            throw EngineError("cannot listen on " + address + ": " + snmp_api_errstring(session.s_snmp_errno));
+        std::string error;
+        netsnmp_session* const opened = openSession(transport, desk, error);
+        if (opened == nullptr) throw EngineError("cannot listen on " + address + ": " + error);
         m_listeners.push_back(opened);
         agent_log::info("listening on " + address);
     }
@@ -241,6 +237,7 @@ void SnmpEngine::reload() {
     read_config_with_type(m_configurationFile.c_str(), NAME);
     snmp_call_callbacks(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG, nullptr);
     g_reading = nullptr;
+    encodeBackwards();
     m_state.store();  // new users' keys
 }
 

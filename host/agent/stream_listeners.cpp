@@ -18,6 +18,7 @@
 #include <utility>
 
 #include "host/agent/agent_log.h"
+#include "host/agent/listener_session.h"
 #include "host/agent/request_desk.h"
 
 namespace {
@@ -36,11 +37,6 @@ constexpr std::chrono::seconds LINES_PERIOD{60};
 int checked(int descriptor, const char* what) {
     if (descriptor < 0) throw std::system_error(errno, std::generic_category(), what);
     return descriptor;
-}
-
-int countPacket(netsnmp_session*, netsnmp_transport*, void*, int) {
-    snmp_increment_statistic(STAT_SNMPINPKTS);
-    return 1;
 }
 
 // The length of the message that begins there, 0 as long as that is unknown; what is negative ends the connection.
@@ -162,14 +158,8 @@ void StreamListeners::admit(tListener& listener, int descriptor) {
     transport->f_recv = receive;
     transport->f_send = send;
     transport->f_close = close;
-    netsnmp_session session;
-    snmp_sess_init(&session);
-    session.version = SNMP_DEFAULT_VERSION;
-    session.isAuthoritative = SNMP_SESS_AUTHORITATIVE;
-    session.callback = &RequestDesk::receive;
-    session.callback_magic = &m_desk;
-    netsnmp_session* const opened = snmp_add_full(&session, transport, countPacket, nullptr, netsnmp_agent_check_parse,
-                                                  nullptr, nullptr, lengthOfMessage, nullptr);
+    std::string error;
+    netsnmp_session* const opened = openSession(transport, m_desk, error, lengthOfMessage);
     if (opened == nullptr) return;  // the library has closed the transport
     connection.session = opened;
     armTimer(true);

@@ -58,7 +58,6 @@ void TableSnapshot::add(std::uint32_t number, const CTLVRecordV3& record) {
                 cell.set(value->type, value->octets, value->number, column.texts);
             }
         }
-        m_longestText = std::max<std::size_t>(m_longestText, cell.length);
         column.cells.push_back(cell);
     }
 }

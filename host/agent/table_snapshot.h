@@ -56,7 +56,6 @@ public:
     std::size_t columns() const { return m_columns.size(); }  // readable ones
     std::uint64_t changes() const { return m_changes; }
     Clock::time_point taken() const { return m_taken; }
-    std::size_t longestText() const { return m_longestText; }  // of all values, octets
 
     // Names come as what stands behind the object's root.
     Found find(const oid* suffix, std::size_t length, Instance& instance) const;
@@ -115,7 +114,6 @@ private:
     const MibObject* m_object;
     std::uint64_t m_changes;
     Clock::time_point m_taken;
-    std::size_t m_longestText = 0;
     std::vector<tColumn> m_columns;  // the readable ones
     std::vector<tRow> m_rows;
 };

@@ -124,6 +124,14 @@ TEST_F(SnapshotStoreTest, AClientThatGoesOnStaysInItsSnapshot) {
     EXPECT_EQ(store.ofWalk("client", name(50), start), old);
 }
 
+TEST_F(SnapshotStoreTest, ARequestOfHundredsOfVariablesIsNoWalk) {
+    const auto old = taken(start);
+    store.answered("client", old, std::vector<SnapshotStore::Span>(256, {name(0), name(50)}), start);
+    EXPECT_EQ(store.ofWalk("client", name(50), start), old);
+    store.answered("other", old, std::vector<SnapshotStore::Span>(257, {name(0), name(50)}), start);
+    EXPECT_EQ(store.ofWalk("other", name(50), start), nullptr);
+}
+
 TEST_F(SnapshotStoreTest, AnAnswerThatLostItsEndIsGoneOnWithFromAnyOfItsNames) {
     const auto old = taken(start);
     store.answered("client", old, {{name(0), name(50)}}, start);

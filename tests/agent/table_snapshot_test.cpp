@@ -131,12 +131,6 @@ TEST_F(TableSnapshotTest, OfRowsWithOneNumberTheFirstStays) {
     snmp_free_var_internals(&varbind);
 }
 
-TEST_F(TableSnapshotTest, KnowsItsLongestText) {
-    EXPECT_EQ(snapshot.longestText(), 6U);
-    snapshot.add(4, *makeRow(4, textCell(1, std::string(2000, 'x').c_str())));
-    EXPECT_EQ(snapshot.longestText(), 2000U);
-}
-
 TEST_F(TableSnapshotTest, AnEmptyTableHasNoInstance) {
     TableSnapshot empty(table(), 0, TableSnapshot::Clock::now());
     empty.finish();
