@@ -164,7 +164,8 @@ void recordToSocket(benchmark::State& state) {
     const std::unique_ptr<TrapChannel> channel = transport.open(route, failure);
     const auto record = alarmRecord();
     for (auto _ : state) {
-        if (channel == nullptr || !channel->send(trapOfAlarm(*record)).failure.empty()) state.SkipWithError("not sent");
+        if (channel == nullptr || !channel->send(trapOfAlarm(*record), LONGEST_MESSAGE).failure.empty())
+            state.SkipWithError("not sent");
     }
 }
 BENCHMARK(recordToSocket);
@@ -178,7 +179,7 @@ public:
 
 private:
     struct Channel : TrapChannel {
-        TrapSendResult send(const Trap&) override { return {}; }
+        TrapSendResult send(const Trap&, std::size_t) override { return {}; }
     };
 };
 

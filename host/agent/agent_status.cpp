@@ -233,6 +233,8 @@ const StatusItem<TrapCounters> TRAPS[] = {
      [](const TrapCounters& c) -> Value { return c.sent; }},
     {{"paced", Kind::Counter, "vrx_traps_paced_total", "Traps sent that had to wait for the destination's pace."},
      [](const TrapCounters& c) -> Value { return c.paced; }},
+    {{"shortened", Kind::Counter, "vrx_traps_shortened_total", "Traps whose texts were shortened to fit into a message."},
+     [](const TrapCounters& c) -> Value { return c.shortened; }},
     {{"waiting", Kind::Gauge, "vrx_traps_waiting", "Traps that wait to be sent."},
      [](const TrapCounters& c) -> Value { return c.waiting; }},
     {{"counter64_left_out", Kind::Counter, "vrx_trap_bindings_left_out_total", "Bindings that SNMPv1 cannot carry."},

@@ -24,7 +24,7 @@ unsigned char* subIdentifierBefore(unsigned char* at, oid number) {
 
 void BerWriter::byte(unsigned char value) {
     if (m_at == m_begin) {
-        m_overflowed = true;
+        ++m_missing;
         return;
     }
     *--m_at = value;
@@ -32,7 +32,7 @@ void BerWriter::byte(unsigned char value) {
 
 void BerWriter::bytes(std::string_view content) {
     if (content.size() > static_cast<std::size_t>(m_at - m_begin)) {
-        m_overflowed = true;
+        m_missing += content.size();
         return;
     }
     if (content.empty()) return;

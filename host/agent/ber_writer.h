@@ -24,10 +24,11 @@ public:
 
     // What was written so far, last element first.
     const unsigned char* data() const { return m_at; }
-    std::size_t size() const { return static_cast<std::size_t>(m_end - m_at); }
+    // After an overflow: what it would be in a buffer that is large enough.
+    std::size_t size() const { return static_cast<std::size_t>(m_end - m_at) + m_missing; }
 
     // The buffer was too small; what is in it means nothing.
-    bool overflowed() const { return m_overflowed; }
+    bool overflowed() const { return m_missing > 0; }
 
     void integer(unsigned char tag, std::int64_t value);
     void unsignedInteger(unsigned char tag, std::uint64_t value);
@@ -51,7 +52,7 @@ private:
     unsigned char* m_begin;
     unsigned char* m_end;
     unsigned char* m_at;
-    bool m_overflowed = false;
+    std::size_t m_missing = 0;  // octets that found no room
 };
 
 // The content octets of a name, which has two sub-identifiers at least.

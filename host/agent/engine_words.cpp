@@ -38,6 +38,8 @@ const tWord WORDS[] = {
     {"vrxTcpIdle", "seconds", 1, [](EngineLimits& l, unsigned long v) { l.streams.idle = std::chrono::seconds(v); }},
     {"vrxNotificationLog", "number, 0 for none", 0,
      [](EngineLimits& l, unsigned long v) { l.notifications.logged = v; }},
+    {"vrxNotificationSize", "octets", SHORTEST_MAX_MESSAGE,
+     [](EngineLimits& l, unsigned long v) { l.notifications.messageSize = v; }, LONGEST_MESSAGE},
     {"vrxStormChanges", "number, 0 for none", 0,
      [](EngineLimits& l, unsigned long v) { l.notifications.storms.changes = static_cast<unsigned int>(v); },
      MAX_CHANGES},

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -23,13 +24,15 @@ struct Inform {
 struct InformOutcome {
     enum class Kind {
         Acknowledged,
-        NoAnswer,  // in the time given
-        Failed,    // it could not be sent, or its receiver rejected it for a reason that may pass
-        Refused,   // answered with an error: it will never be taken
+        NoAnswer,    // in the time given
+        Failed,      // it could not be sent, or its receiver rejected it for a reason that may pass
+        Refused,     // answered with an error: it will never be taken
+        Unsendable,  // no message can be made of it, or none that goes into a datagram
     };
     Kind kind = Kind::NoAnswer;
     bool wasSent = false;  // and not a question about the receiver's engine only
     std::string text;      // of a failure
+    unsigned int cut = 0;  // texts that were shortened
 };
 
 class InformChannel {
@@ -38,9 +41,10 @@ public:
 
     virtual ~InformChannel() = default;  // what is under way ends without an outcome
 
-    // Sends the inform and waits for its answer. `done` is called from the loop, not before this returns.
+    // Sends the inform, in a message of at most `wanted` octets or the shortest that can be made (see trap_fitting.h),
+    // and waits for its answer. `done` is called from the loop, not before this returns.
     // REQUIRES: none is under way.
-    virtual void send(const Inform& inform, std::chrono::milliseconds patience, Done done) = 0;
+    virtual void send(const Inform& inform, std::size_t wanted, std::chrono::milliseconds patience, Done done) = 0;
 
     // What is known of the receiver's engine: its ID in hexadecimal digits, or "".
     virtual std::string engine() const = 0;

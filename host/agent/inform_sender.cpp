@@ -7,6 +7,7 @@
 
 #include "host/agent/agent_log.h"
 #include "host/agent/net_snmp.h"
+#include "host/agent/trap_subject.h"
 #include "host/services/out_of_memory.h"
 
 namespace {
@@ -16,6 +17,11 @@ using std::chrono::milliseconds;
 constexpr unsigned long LAST_TABLE_NUMBER = 65'535;  // of the trap destination table
 constexpr unsigned long TICKS_PER_SECOND = 100;
 constexpr milliseconds SHORTEST_SLEEP{1};
+
+// Some paths drop the fragments of long messages. One that was not acknowledged so often is sent in one packet, as
+// IPv6 carries it anywhere: 1280 octets with the headers of IP and UDP.
+constexpr unsigned int ATTEMPTS_WHOLE = 3;
+constexpr std::size_t SINGLE_PACKET = 1232;
 
 // How long the answer to an attempt is waited for, or a failed one rests.
 milliseconds patienceOf(const InformPolicy& policy, unsigned int attempts) {
@@ -262,9 +268,10 @@ void InformSender::serve(const std::string& key) {
             return m_turns.sleepUntil(link.notBefore);
         }
     }
-    link.channel->send(*inform, patienceOf(settings.policy, link.attempts),
-                       [this, key, number = inform->number](const InformOutcome& outcome) {
-                           untilMemory([&] { take(key, number, outcome); });
+    link.channel->send(*inform, wantedSize(link), patienceOf(settings.policy, link.attempts),
+                       [this, key, sent = *inform](const InformOutcome& outcome) {
+                           untilMemory([&] { take(key, sent.number, outcome); });
+                           untilMemory([&] { noteFate(key, sent, outcome); });
                            untilMemory([&] { noteOutcome(key, outcome); });
                            untilMemory([&] { serve(key); });
                        });
@@ -290,10 +297,34 @@ void InformSender::take(const std::string& key, std::uint64_t number, const Info
     if (outcome.wasSent) ++(link.sent == number ? counters.resent : counters.sent);
     if (outcome.kind == Kind::Acknowledged) ++counters.acknowledged;
     if (outcome.kind == Kind::Refused) counters.drop(InformDrop::Refused);
+    if (outcome.kind == Kind::Unsendable) counters.drop(InformDrop::Unsendable);
     if (givenUp) counters.drop(InformDrop::GivenUp);
     if (outcome.kind == Kind::Failed) link.notBefore = Clock::now() + patienceOf(policy, link.attempts);
     link.attempts = !failed || givenUp ? 0 : link.attempts + 1;
     if (outcome.wasSent) link.sent = number;
+}
+
+std::size_t InformSender::wantedSize(const Link& link) const {
+    return link.attempts < ATTEMPTS_WHOLE ? m_messageSize : std::min(m_messageSize, SINGLE_PACKET);
+}
+
+// One line for each inform that does not go out as it is because of what is in it. All or nothing when it throws.
+void InformSender::noteFate(const std::string& key, const Inform& inform, const InformOutcome& outcome) {
+    Link& link = m_links[key];
+    const bool shortened = outcome.wasSent && outcome.cut > 0 && link.cut != inform.number;
+    const bool unsendable = outcome.kind == InformOutcome::Kind::Unsendable;
+    if (!shortened && !unsendable) return;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = m_destinations.find(key);
+    if (found == m_destinations.end()) return;
+    const std::string line = "inform destination " + found->second.name + ": " + subjectOf(*inform.trap);
+    if (unsendable) {
+        agent_log::error(line + " cannot be sent and is dropped: " + outcome.text);
+    } else {
+        agent_log::warn(line + " is sent with " + std::to_string(outcome.cut) + " texts shortened");
+        ++found->second.counters.shortened;
+        link.cut = inform.number;
+    }
 }
 
 void InformSender::noteOutcome(const std::string& key, const InformOutcome& outcome) {
@@ -303,6 +334,8 @@ void InformSender::noteOutcome(const std::string& key, const InformOutcome& outc
             return noteState(key, InformState::Answering, "");
         case Kind::Refused:
             return noteState(key, InformState::Answering, "the receiver refuses an inform: " + outcome.text);
+        case Kind::Unsendable:
+            return;  // tells nothing of the receiver
         case Kind::NoAnswer:
             return noteState(key, InformState::Silent, "no answer");
         case Kind::Failed:
@@ -321,14 +354,14 @@ void InformSender::noteState(const std::string& key, InformState state, const st
         std::optional<InformFailure> last;
         if (!failure.empty()) last = {failure, std::chrono::system_clock::now()};
         const bool another = last && (!destination.lastFailure || destination.lastFailure->text != failure);
+        const auto link = m_links.find(key);
+        std::string engine = link != m_links.end() && link->second.channel ? link->second.channel->engine() : "";
         if (destination.state != state || another) {
-            const auto link = m_links.find(key);
-            std::string engine = link != m_links.end() && link->second.channel ? link->second.channel->engine() : "";
             line = "inform destination " + destination.name + ": " + textOf(state);
             const bool explains = !failure.empty() && state != InformState::Silent;
             if (explains) line += ": " + failure;
-            destination.engine = std::move(engine);
             destination.state = state;
+            destination.engine = std::move(engine);
         }
         if (last) destination.lastFailure = std::move(last);
     }

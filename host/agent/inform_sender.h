@@ -26,6 +26,7 @@
 #include "host/agent/inform_status.h"
 #include "host/agent/notification_sink.h"
 #include "host/agent/sender_turns.h"
+#include "host/agent/trap_fitting.h"
 
 class InformSender : public NotificationSink {
 public:
@@ -45,6 +46,9 @@ public:
     // `settled` is called as soon as the informs are on disk.
     void submit(const TrapOrigin& origin, const TrapDestinationMap& considered, const std::list<tTrapDestInfo>& chosen,
                 std::shared_ptr<const Trap> trap, Settled settled) override;
+
+    // Octets that the message of an inform has at most, as far as its texts can be shortened. Agent thread.
+    void setMessageSize(std::size_t octets) { m_messageSize = octets; }
 
     void startBehind(unsigned long long sequence) override { m_queue.startBehind(sequence); }
 
@@ -75,6 +79,7 @@ private:
         std::unique_ptr<InformChannel> channel;
         std::uint64_t underWay = 0;  // number of the inform whose outcome is awaited; 0: none is
         std::uint64_t sent = 0;      // number of the inform that went out last
+        std::uint64_t cut = 0;       // number of the last inform that is known to be shortened
         unsigned int attempts = 0;   // at the first inform that came to nothing
         Clock::time_point notBefore{};
     };
@@ -88,6 +93,8 @@ private:
     void takeTurn();
     void serve(const std::string& key);
     void take(const std::string& key, std::uint64_t number, const InformOutcome& outcome);
+    std::size_t wantedSize(const Link& link) const;
+    void noteFate(const std::string& key, const Inform& inform, const InformOutcome& outcome);
     void noteOutcome(const std::string& key, const InformOutcome& outcome);
     void noteState(const std::string& key, InformState state, const std::string& failure);
 
@@ -100,8 +107,9 @@ private:
     std::shared_ptr<const TrapDestinationMap> m_list;
     InformCounters m_former;
 
-    unsigned long m_lastNumber;           // of a destination; agent thread only, as the next
-    std::map<std::string, Link> m_links;  // by key
+    std::size_t m_messageSize = LONGEST_MESSAGE;  // agent thread only, as the next
+    unsigned long m_lastNumber;                   // of a destination
+    std::map<std::string, Link> m_links;          // by key
 
     SenderTurns m_turns;
     InformQueue m_queue;  // behind the turns: its thread wakes them

@@ -1,9 +1,12 @@
 #include "host/agent/inform_session.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <utility>
 
 #include "host/agent/net_snmp.h"
+#include "host/agent/trap_fitting.h"
+#include "host/agent/trap_message.h"
 #include "host/agent/trap_pdu.h"
 #include "host/agent/trap_resolver.h"
 #include "host/agent/usm_users.h"
@@ -13,7 +16,6 @@
 
 namespace {
 
-constexpr std::size_t LONGEST_MESSAGE = 65507;  // a UDP datagram's largest payload
 constexpr unsigned int SNMPV3 = 3;
 constexpr std::size_t SHORTEST_ENGINE_ID = 5;  // RFC 3411, SnmpEngineID
 constexpr std::size_t LONGEST_ENGINE_ID = 32;
@@ -69,7 +71,7 @@ public:
         m_session.reset();
     }
 
-    void send(const Inform& inform, std::chrono::milliseconds patience, Done done) override;
+    void send(const Inform& inform, std::size_t wanted, std::chrono::milliseconds patience, Done done) override;
     std::string engine() const override { return hexadecimal(m_engine); }
 
 private:
@@ -77,6 +79,11 @@ private:
     static int engineAnswered(int operation, netsnmp_session*, int, netsnmp_pdu* pdu, void* self);
 
     bool isV3() const { return m_peer.version == SNMPV3; }
+    std::string contextEngine() const {
+        return m_peer.contextEngineId.empty() ? ownEngineId() : m_peer.contextEngineId;
+    }
+    FittedTrap fitted() const;
+    void noteSize(const netsnmp_pdu& pdu);
     void ask();
     void transmit();
     void hand(PduPointer pdu, netsnmp_callback callback);
@@ -93,17 +100,24 @@ private:
     std::string m_engine;  // of the receiver; empty while unknown
     InformUsers::Hold m_user;
 
+    std::size_t m_receiverTakes = LONGEST_MESSAGE;  // octets of a message, as its engine said last
+
     Inform m_inform;  // under way
     Done m_done;      // null when none is
+    std::size_t m_wanted = LONGEST_MESSAGE;
+    unsigned int m_cut = 0;
     bool m_closing = false;
     bool m_asked = false;
     bool m_wasSent = false;
     std::shared_ptr<int> m_alive = std::make_shared<int>(0);  // tasks in the loop hold it weakly
 };
 
-void NetSnmpInformChannel::send(const Inform& inform, std::chrono::milliseconds patience, Done done) {
+void NetSnmpInformChannel::send(const Inform& inform, std::size_t wanted, std::chrono::milliseconds patience,
+                                Done done) {
     m_inform = inform;
     m_done = std::move(done);
+    m_wanted = wanted;
+    m_cut = 0;
     m_asked = m_wasSent = false;
     m_session->timeout = static_cast<long>(std::chrono::microseconds(patience).count());
     if (isV3() && m_engine.empty()) {
@@ -129,8 +143,20 @@ void NetSnmpInformChannel::ask() {
     hand(std::move(pdu), &NetSnmpInformChannel::engineAnswered);
 }
 
+FittedTrap NetSnmpInformChannel::fitted() const {
+    const Trap& trap = *m_inform.trap;
+    const std::optional<std::size_t> size =
+        isV3() ? longestMessageV3(
+                     trap, m_peer.name.size() + m_peer.contextName.size() + m_engine.size() + contextEngine().size())
+               : longestMessage(trap, m_peer.name);
+    return {trap, size.value_or(0), std::min(m_wanted, m_receiverTakes)};
+}
+
 void NetSnmpInformChannel::transmit() {
-    PduPointer pdu = makeTrapPdu(*m_inform.trap, m_inform.upTime);
+    const FittedTrap trap = fitted();
+    if (trap.size() > LONGEST_MESSAGE) return finish(InformOutcome::Kind::Unsendable, tooLongText(trap));
+    m_cut = trap.cut();
+    PduPointer pdu = makeTrapPdu(trap.trap(), m_inform.upTime);
     if (pdu) {
         pdu->command = SNMP_MSG_INFORM;
         pdu->flags |= UCD_MSG_FLAG_EXPECT_RESPONSE;
@@ -144,7 +170,6 @@ void NetSnmpInformChannel::transmit() {
             return finish(InformOutcome::Kind::Failed, failure);
         }
         m_user = std::move(user);
-        const std::string context = m_peer.contextEngineId.empty() ? ownEngineId() : m_peer.contextEngineId;
         if (pdu) {
             pdu->version = SNMP_VERSION_3;
             pdu->securityModel = USM_SEC_MODEL_NUMBER;
@@ -152,7 +177,7 @@ void NetSnmpInformChannel::transmit() {
             const bool complete = setText(m_peer.name, pdu->securityName, pdu->securityNameLen) &&
                                   setText(m_peer.contextName, pdu->contextName, pdu->contextNameLen) &&
                                   setBytes(m_engine, pdu->securityEngineID, pdu->securityEngineIDLen) &&
-                                  setBytes(context, pdu->contextEngineID, pdu->contextEngineIDLen);
+                                  setBytes(contextEngine(), pdu->contextEngineID, pdu->contextEngineIDLen);
             if (!complete) pdu.reset();
         }
     }
@@ -164,8 +189,11 @@ void NetSnmpInformChannel::hand(PduPointer pdu, netsnmp_callback callback) {
     const bool isInform = pdu->command == SNMP_MSG_INFORM;
     if (snmp_async_send(m_session.get(), pdu.get(), callback, this) == 0) {
         char* text = nullptr;
-        snmp_error(m_session.get(), nullptr, nullptr, &text);
-        return finish(InformOutcome::Kind::Failed, takeText(text));
+        int systemError = 0;
+        int snmpError = 0;
+        snmp_error(m_session.get(), &systemError, &snmpError, &text);
+        const bool unsendable = isInform && isFaultOfPdu(snmpError, systemError);
+        return finish(unsendable ? InformOutcome::Kind::Unsendable : InformOutcome::Kind::Failed, takeText(text));
     }
     (void)pdu.release();  // the library has it
     m_wasSent = m_wasSent || isInform;
@@ -174,6 +202,7 @@ void NetSnmpInformChannel::hand(PduPointer pdu, netsnmp_callback callback) {
 int NetSnmpInformChannel::answered(int operation, netsnmp_session*, int, netsnmp_pdu* pdu, void* self) {
     auto& channel = *static_cast<NetSnmpInformChannel*>(self);
     if (channel.m_closing) return 1;
+    if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE) channel.noteSize(*pdu);
     untilMemory([&] {
         if (operation == NETSNMP_CALLBACK_OP_TIMED_OUT) {
             channel.forgetEngine();
@@ -190,6 +219,7 @@ int NetSnmpInformChannel::answered(int operation, netsnmp_session*, int, netsnmp
 int NetSnmpInformChannel::engineAnswered(int operation, netsnmp_session*, int, netsnmp_pdu* pdu, void* self) {
     auto& channel = *static_cast<NetSnmpInformChannel*>(self);
     if (channel.m_closing) return 1;
+    if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE) channel.noteSize(*pdu);
     untilMemory([&] {
         if (operation == NETSNMP_CALLBACK_OP_TIMED_OUT) channel.finish(InformOutcome::Kind::NoAnswer);
         if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE) channel.takeEngine(*pdu);
@@ -224,6 +254,11 @@ void NetSnmpInformChannel::takeEngine(const netsnmp_pdu& pdu) {
     transmit();
 }
 
+void NetSnmpInformChannel::noteSize(const netsnmp_pdu& pdu) {
+    if (!isV3() || pdu.msgMaxSize < static_cast<long>(SHORTEST_MAX_MESSAGE)) return;
+    m_receiverTakes = std::min(LONGEST_MESSAGE, static_cast<std::size_t>(pdu.msgMaxSize));
+}
+
 // What is known of its time goes, and its ID, unless the configuration has it.
 void NetSnmpInformChannel::forgetEngine() {
     if (!isV3() || m_engine.empty()) return;
@@ -236,7 +271,7 @@ void NetSnmpInformChannel::forgetEngine() {
 
 // Not at once: the library is at work with this session.
 void NetSnmpInformChannel::finish(InformOutcome::Kind kind, const std::string& text) {
-    const InformOutcome outcome{kind, m_wasSent, text};
+    const InformOutcome outcome{kind, m_wasSent, text, m_cut};
     m_loop.post([this, alive = std::weak_ptr<int>(m_alive), outcome] {
         if (alive.expired() || !m_done) return;
         const Done done = std::exchange(m_done, nullptr);

@@ -4,8 +4,8 @@
 
 namespace {
 
-constexpr const char* DROP_TEXTS[INFORM_DROPS] = {"queue full", "refused",    "given up",           "bad OID",
-                                                  "not built",  "unreadable", "destination removed"};
+constexpr const char* DROP_TEXTS[INFORM_DROPS] = {
+    "queue full", "refused", "given up", "bad OID", "not built", "unreadable", "destination removed", "unsendable"};
 
 }  // namespace
 
@@ -35,6 +35,7 @@ void InformCounters::add(const InformCounters& other) {
     repeated += other.repeated;
     sent += other.sent;
     resent += other.resent;
+    shortened += other.shortened;
     acknowledged += other.acknowledged;
     waiting += other.waiting;
     for (std::size_t i = 0; i < INFORM_DROPS; ++i) dropped[i] += other.dropped[i];

@@ -20,8 +20,9 @@ enum class InformDrop {
     NotBuilt,    // the notification handler could not build it
     Unreadable,  // the file has something else
     Removed,     // the receiver was taken out of the configuration
+    Unsendable,  // no message can be made of it, or none that goes into a datagram
 };
-constexpr std::size_t INFORM_DROPS = 7;
+constexpr std::size_t INFORM_DROPS = 8;
 const char* textOf(InformDrop reason);
 
 struct InformCounters {
@@ -31,6 +32,7 @@ struct InformCounters {
     std::uint64_t repeated = 0;      // of events that came again, after a restart: it has them already
     std::uint64_t sent = 0;          // went out
     std::uint64_t resent = 0;        // went out again: how many times
+    std::uint64_t shortened = 0;     // of those sent: with texts cut, to fit into a message
     std::uint64_t acknowledged = 0;  // answered
     std::uint64_t waiting = 0;       // now
     std::array<std::uint64_t, INFORM_DROPS> dropped{};

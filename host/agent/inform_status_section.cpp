@@ -58,6 +58,8 @@ const StatusItem<InformCounters> COUNTERS[] = {
      [](const InformCounters& c) -> Value { return c.sent; }},
     {{"resent", Kind::Counter, "vrx_informs_resent_total", "Times that an inform went out again."},
      [](const InformCounters& c) -> Value { return c.resent; }},
+    {{"shortened", Kind::Counter, "vrx_informs_shortened_total", "Informs whose texts were shortened to fit into a message."},
+     [](const InformCounters& c) -> Value { return c.shortened; }},
     {{"acknowledged", Kind::Counter, "vrx_informs_acknowledged_total", "Informs that were acknowledged."},
      [](const InformCounters& c) -> Value { return c.acknowledged; }},
     {{"dropped", Kind::Counter, "vrx_informs_dropped_total", "Informs that were dropped, by reason.", "reason"}, dropsOf},

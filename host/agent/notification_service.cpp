@@ -103,6 +103,8 @@ void NotificationService::begin() {
 
 void NotificationService::setLimits(const NotificationLimits& limits) {
     m_log.setKept(limits.logged);
+    m_sender.setMessageSize(limits.messageSize);
+    m_informs.setMessageSize(limits.messageSize);
     m_delivery.setLimits(limits.storms);
 }
 

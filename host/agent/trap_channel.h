@@ -4,6 +4,7 @@
 // Threads: agent thread.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -26,13 +27,17 @@ struct TrapRoute {
 
 struct TrapSendResult {
     std::string failure;       // empty: handed to the network
+    bool unsendable = false;   // no way takes a message of this trap: it is not the destination that fails
     unsigned int leftOut = 0;  // bindings that the version cannot carry
+    unsigned int cut = 0;      // texts that were shortened
 };
 
 class TrapChannel {
 public:
     virtual ~TrapChannel() = default;
-    virtual TrapSendResult send(const Trap& trap) = 0;
+
+    // In a message of at most `wanted` octets, or the shortest that can be made; see trap_fitting.h.
+    virtual TrapSendResult send(const Trap& trap, std::size_t wanted) = 0;
 };
 
 class TrapTransport {

@@ -4,8 +4,9 @@
 
 namespace {
 
-constexpr const char* DROP_TEXTS[TRAP_DROPS] = {"queue full",  "unresolved", "no community", "unknown user",
-                                                "send failed", "bad OID",    "not built",    "destination removed"};
+constexpr const char* DROP_TEXTS[TRAP_DROPS] = {"queue full",   "unresolved",          "no community",
+                                                "unknown user", "send failed",         "bad OID",
+                                                "not built",    "destination removed", "unsendable"};
 
 }  // namespace
 
@@ -39,6 +40,7 @@ void TrapCounters::add(const TrapCounters& other) {
     filtered += other.filtered;
     sent += other.sent;
     paced += other.paced;
+    shortened += other.shortened;
     counter64LeftOut += other.counter64LeftOut;
     waiting += other.waiting;
     for (std::size_t i = 0; i < TRAP_DROPS; ++i) dropped[i] += other.dropped[i];

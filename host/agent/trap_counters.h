@@ -20,8 +20,9 @@ enum class TrapDrop {
     BadOid,       // the trap's OID is no object identifier
     NotBuilt,     // the notification handler could not build it
     Removed,      // the destination was deleted while the trap was waiting
+    Unsendable,   // no message can be made of it, or none that goes into a datagram
 };
-constexpr std::size_t TRAP_DROPS = 8;
+constexpr std::size_t TRAP_DROPS = 9;
 const char* textOf(TrapDrop reason);
 
 struct TrapCounters {
@@ -29,6 +30,7 @@ struct TrapCounters {
     std::uint64_t filtered = 0;          // not for this destination
     std::uint64_t sent = 0;              // handed to the network
     std::uint64_t paced = 0;             // of those sent: had to wait because of the pace
+    std::uint64_t shortened = 0;         // of those sent: with texts cut, to fit into a message
     std::uint64_t counter64LeftOut = 0;  // bindings that SNMPv1 cannot carry
     std::uint64_t waiting = 0;           // now
     std::array<std::uint64_t, TRAP_DROPS> dropped{};

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <limits>
+#include <vector>
 
 #include "host/agent/trap_pdu.h"
 
@@ -62,12 +63,11 @@ bool writeBinding(BerWriter& out, const TrapBinding& binding) {
 }
 
 // What stands around every PDU, behind which nothing was written.
-bool finish(BerWriter& out, unsigned char command, std::string_view community, long version) {
+void finish(BerWriter& out, unsigned char command, std::string_view community, long version) {
     out.header(command, 0);
     out.octets(ASN_OCTET_STR, community);
     out.integer(ASN_INTEGER, version);
     out.header(SEQUENCE, 0);
-    return !out.overflowed();
 }
 
 }  // namespace
@@ -88,7 +88,8 @@ bool writeTrap(BerWriter& out, const Trap& trap, std::string_view community, uns
     out.integer(ASN_INTEGER, 0);  // error index
     out.integer(ASN_INTEGER, 0);  // error status
     out.integer(ASN_INTEGER, requestId);
-    return finish(out, SNMP_MSG_TRAP2, community, SNMP_VERSION_2c);
+    finish(out, SNMP_MSG_TRAP2, community, SNMP_VERSION_2c);
+    return true;
 }
 
 bool writeTrapV1(BerWriter& out, const Trap& trap, std::string_view community, unsigned long upTime,
@@ -109,6 +110,31 @@ bool writeTrapV1(BerWriter& out, const Trap& trap, std::string_view community, u
     char address[sizeof agentAddress];
     std::memcpy(address, &agentAddress, sizeof address);
     out.octets(ASN_IPADDRESS, {address, sizeof address});
-    return writeName(out, name.enterprise.data(), name.enterprise.size()) &&
-           finish(out, SNMP_MSG_TRAP, community, SNMP_VERSION_1);
+    if (!writeName(out, name.enterprise.data(), name.enterprise.size())) return false;
+    finish(out, SNMP_MSG_TRAP, community, SNMP_VERSION_1);
+    return true;
+}
+
+std::optional<std::size_t> longestMessage(const Trap& trap, std::string_view community) {
+    std::vector<unsigned char> none;  // the writer counts what finds no room
+    BerWriter out(none);
+    constexpr long LONGEST_NUMBER = std::numeric_limits<std::int32_t>::max();
+    if (!writeTrap(out, trap, community, MAX_UNSIGNED32, LONGEST_NUMBER)) return std::nullopt;
+    return out.size();
+}
+
+std::optional<std::size_t> longestMessageV3(const Trap& trap, std::size_t names) {
+    // RFC 3412 and 3414; what encloses the PDU of SNMPv2c is counted with that.
+    constexpr std::size_t NUMBER = 6;
+    constexpr std::size_t HEADER = 4;
+    constexpr std::size_t GLOBAL_DATA = HEADER + 2 * NUMBER + 3 + NUMBER;  // ID, size, flags, security model
+    constexpr std::size_t LONGEST_SIGNATURE = 48;                          // HMAC-SHA-512
+    constexpr std::size_t SALT = 8;
+    constexpr std::size_t LONGEST_PADDING = 8;
+    constexpr std::size_t SECURITY =  // engine ID, boots, time, user, signature, salt
+        2 * HEADER + HEADER + 2 * NUMBER + HEADER + HEADER + LONGEST_SIGNATURE + HEADER + SALT;
+    constexpr std::size_t SCOPED_PDU = HEADER + LONGEST_PADDING + HEADER + 2 * HEADER;
+    const std::optional<std::size_t> plain = longestMessage(trap, "");
+    if (!plain) return std::nullopt;
+    return *plain + GLOBAL_DATA + SECURITY + SCOPED_PDU + names;
 }

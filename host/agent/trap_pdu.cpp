@@ -1,5 +1,6 @@
 #include "host/agent/trap_pdu.h"
 
+#include <cerrno>
 #include <cstring>
 
 const OidVector SYS_UP_TIME = {1, 3, 6, 1, 2, 1, 1, 3, 0};
@@ -82,4 +83,9 @@ PduPointer makeTrapPduV1(const Trap& trap, unsigned long upTime, std::uint32_t a
         }
     }
     return pdu;
+}
+
+bool isFaultOfPdu(int snmpError, int systemError) {
+    return snmpError == SNMPERR_TOO_LONG || snmpError == SNMPERR_BAD_ASN1_BUILD ||
+           (snmpError == SNMPERR_BAD_SENDTO && systemError == EMSGSIZE);
 }

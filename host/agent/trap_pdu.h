@@ -36,3 +36,7 @@ PduPointer makeTrapPdu(const Trap& trap, unsigned long upTime);
 // The bindings without those of type Counter64, which SNMPv1 cannot carry; `leftOut` tells how many. `agentAddress` in
 // network byte order, 0 when the agent has no IPv4 address towards the destination. Null when there is no memory.
 PduPointer makeTrapPduV1(const Trap& trap, unsigned long upTime, std::uint32_t agentAddress, unsigned int& leftOut);
+
+// Of the errors that the library leaves in a session when it cannot send a PDU: no message can be made of this one, or
+// none that goes into a datagram, whatever is tried.
+bool isFaultOfPdu(int snmpError, int systemError);

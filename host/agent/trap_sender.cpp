@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "host/agent/agent_log.h"
+#include "host/agent/trap_subject.h"
 #include "host/services/out_of_memory.h"
 
 namespace {
@@ -23,6 +24,11 @@ std::string describe(const tTrapDestInfo& info) {
     const std::string version = info.version >= 1 && info.version <= SNMPV3 ? VERSIONS[info.version] : "no version";
     return "trap destination " + info.index + " (" + info.address + " port " + std::to_string(info.port) + ", " +
            version + ")";
+}
+
+// "alarm event 5 (alarm 4295229443, serial number 7)"
+std::string describe(const Trap& trap, unsigned long long sequence) {
+    return sequence == 0 ? subjectOf(trap) : "alarm event " + std::to_string(sequence) + " (" + subjectOf(trap) + ")";
 }
 
 void callAll(const std::vector<TrapSender::Settled>& settled) {
@@ -83,11 +89,12 @@ std::shared_ptr<const TrapDestinationMap> TrapSender::destinations() const {
     return m_list;
 }
 
-void TrapSender::submit(const TrapOrigin& /*origin*/, const TrapDestinationMap& considered,
+void TrapSender::submit(const TrapOrigin& origin, const TrapDestinationMap& considered,
                         const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Trap> trap, Settled settled) {
     const std::set<std::string> keys = chosenKeys(considered, chosen);
     const auto submission = std::make_shared<Submission>();
     submission->trap = std::move(trap);
+    submission->sequence = origin.sequence;
     submission->settled = std::move(settled);
     submission->open = 1;
     std::vector<Settled> due;
@@ -313,6 +320,7 @@ void TrapSender::noteState(const std::string& key, const Readiness& readiness) {
         destination.reason = readiness.reason;
         line = describe(destination.info) + ": " + textOf(readiness.state);
         if (!readiness.reason.empty()) line += ": " + readiness.reason;
+        if (!readiness.lost.empty()) line += "; first lost: " + readiness.lost;
     }
     if (readiness.state == DestinationState::Ready) {
         agent_log::info(line);
@@ -380,7 +388,7 @@ bool TrapSender::sendNext(const std::string& key, Link& link, Clock::time_point&
 
     TrapSendResult result;
     try {
-        result = withPatience([&] { return link.channel->send(*item.submission->trap); });
+        result = withPatience([&] { return link.channel->send(*item.submission->trap, m_messageSize); });
     } catch (const std::bad_alloc&) {
         result.failure = "out of memory";
     }
@@ -394,19 +402,24 @@ bool TrapSender::sendNext(const std::string& key, Link& link, Clock::time_point&
         if (result.failure.empty()) {
             ++counters.sent;
             if (paced) ++counters.paced;
+            if (result.cut > 0) ++counters.shortened;
             counters.counter64LeftOut += result.leftOut;
         } else {
-            ++counters.dropped[static_cast<std::size_t>(TrapDrop::SendFailed)];
+            const TrapDrop reason = result.unsendable ? TrapDrop::Unsendable : TrapDrop::SendFailed;
+            ++counters.dropped[static_cast<std::size_t>(reason)];
         }
         release(*item.submission, settled);
     }
     callAll(settled);
     if (result.leftOut > 0) noteLeftOut(key, link);
+    noteFate(key, *item.submission, result);
+    if (result.unsendable) return true;  // tells nothing of the destination
     Readiness readiness;
     readiness.proven = true;
     if (!result.failure.empty()) {
         readiness.state = DestinationState::Failing;
         readiness.reason = result.failure;
+        readiness.lost = describe(*item.submission->trap, item.submission->sequence);
         link.channel.reset();  // the next one may find another way
     }
     noteState(key, readiness);
@@ -425,4 +438,22 @@ void TrapSender::noteLeftOut(const std::string& key, Link& link) {
     }
     agent_log::info(line);
     link.leftOutKnown = true;
+}
+
+// One line for each trap that does not go out as it is because of what is in it.
+void TrapSender::noteFate(const std::string& key, const Submission& submission, const TrapSendResult& result) {
+    const bool shortened = result.cut > 0 && result.failure.empty();
+    if (!shortened && !result.unsendable) return;
+    std::string line;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_destinations.find(key);
+        if (found == m_destinations.end()) return;
+        line = describe(found->second.info) + ": " + describe(*submission.trap, submission.sequence);
+    }
+    if (shortened) {
+        agent_log::warn(line + " is sent with " + std::to_string(result.cut) + " texts shortened");
+    } else {
+        agent_log::error(line + " cannot be sent: " + result.failure);
+    }
 }

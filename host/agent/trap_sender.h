@@ -13,6 +13,8 @@
 // not marked otherwise may be called from any thread.
 #pragma once
 
+#include <atomic>
+#include <cstddef>
 #include <deque>
 #include <functional>
 #include <list>
@@ -28,6 +30,7 @@
 #include "host/agent/trap_channel.h"
 #include "host/agent/trap_content.h"
 #include "host/agent/trap_counters.h"
+#include "host/agent/trap_fitting.h"
 #include "host/agent/trap_options.h"
 #include "host/agent/trap_pacing.h"
 #include "platform/trap_dest_info.h"
@@ -52,6 +55,9 @@ public:
 
     bool takesLate() const override { return true; }
 
+    // Octets that the message of a trap has at most, as far as its texts can be shortened.
+    void setMessageSize(std::size_t octets) { m_messageSize = octets; }
+
     // The configuration changed: communities and users are looked up anew.
     void refresh();
 
@@ -66,6 +72,7 @@ private:
 
     struct Submission {
         std::shared_ptr<const Trap> trap;
+        unsigned long long sequence = 0;  // of the alarm event; 0: of none
         Settled settled;
         std::size_t open = 0;  // destinations it waits for, and 1 while it is handed in
     };
@@ -104,6 +111,7 @@ private:
         std::string reason;
         TrapDrop drop = TrapDrop::SendFailed;  // what happens to traps while it is neither ready nor unresolved
         bool proven = false;                   // ready: a trap got out
+        std::string lost;                      // failing: what was to get out
     };
 
     void enqueue(const std::string& key, const std::shared_ptr<Submission>& submission, std::vector<Settled>& settled);
@@ -116,6 +124,7 @@ private:
     Readiness makeReady(const tTrapDestInfo& info, Link& link);
     void noteState(const std::string& key, const Readiness& readiness);
     void noteLeftOut(const std::string& key, Link& link);
+    void noteFate(const std::string& key, const Submission& submission, const TrapSendResult& result);
     void dropAll(const std::string& key, TrapDrop reason);
     void dropAged(const std::string& key, Clock::time_point& nextTurn);
     bool sendNext(const std::string& key, Link& link, Clock::time_point& nextTurn);
@@ -123,6 +132,7 @@ private:
 
     const TrapOptions m_options;
     TrapTransport& m_transport;
+    std::atomic<std::size_t> m_messageSize{LONGEST_MESSAGE};
 
     mutable std::mutex m_mutex;
     std::map<std::string, Destination> m_destinations;  // guarded by m_mutex, as the rest down to the next line

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "host/agent/trap_fitting.h"
 #include "host/agent/trap_message.h"
 #include "host/agent/trap_pdu.h"
 #include "host/agent/trap_resolver.h"
@@ -22,10 +23,6 @@
 extern "C" char* snmp_trapcommunity;
 
 namespace {
-
-// A UDP datagram's largest payload. Traps with long texts are fragmented rather than lost, whatever the limit of
-// answers is.
-constexpr std::size_t LONGEST_MESSAGE = 65507;
 
 struct CloseSession {
     void operator()(void* session) const { snmp_sess_close(session); }
@@ -72,13 +69,31 @@ bool hasUsableZone(const std::string& address) {
            ::if_indextoname(static_cast<unsigned int>(std::strtoul(zone.c_str(), nullptr, 10)), name) != nullptr;
 }
 
-// A session of the library, which encodes and sends.
+void setTooLong(TrapSendResult& result, const FittedTrap& fitted) {
+    result.unsendable = true;
+    result.failure = tooLongText(fitted);
+}
+
+// A session of the library, which encodes and sends: SNMPv3.
 class SessionChannel : public TrapChannel {
 public:
-    explicit SessionChannel(SessionPointer session) : m_session(std::move(session)) {}
+    // `names`: octets of all names and IDs in a message.
+    SessionChannel(SessionPointer session, std::size_t names) : m_session(std::move(session)), m_names(names) {}
 
-    TrapSendResult send(const Trap& trap) override {
+    TrapSendResult send(const Trap& trap, std::size_t wanted) override {
         TrapSendResult result;
+        const FittedTrap fitted(trap, longestMessageV3(trap, m_names).value_or(0), wanted);
+        result.cut = fitted.cut();
+        if (fitted.size() > LONGEST_MESSAGE) {
+            setTooLong(result, fitted);
+        } else {
+            encodeAndSend(fitted.trap(), result);
+        }
+        return result;
+    }
+
+protected:
+    void encodeAndSend(const Trap& trap, TrapSendResult& result) {
         PduPointer pdu = makePdu(trap, netsnmp_get_agent_uptime(), result.leftOut);
         if (!pdu) {
             result.failure = "no memory";
@@ -86,13 +101,14 @@ public:
             (void)pdu.release();  // the library has freed it
         } else {
             char* text = nullptr;
-            snmp_sess_error(m_session.get(), nullptr, nullptr, &text);
+            int systemError = 0;
+            int snmpError = 0;
+            snmp_sess_error(m_session.get(), &systemError, &snmpError, &text);
             result.failure = takeText(text);
+            result.unsendable = isFaultOfPdu(snmpError, systemError);
         }
-        return result;
     }
 
-protected:
     virtual PduPointer makePdu(const Trap& trap, unsigned long upTime, unsigned int& /*leftOut*/) {
         return makeTrapPdu(trap, upTime);
     }
@@ -101,6 +117,7 @@ protected:
 
 private:
     SessionPointer m_session;
+    const std::size_t m_names;
 };
 
 // SNMPv1 and SNMPv2c: our own bytes through the session's socket. Whatever cannot be written or sent that way goes
@@ -108,12 +125,18 @@ private:
 class CommunityChannel : public SessionChannel {
 public:
     CommunityChannel(SessionPointer session, std::string community, std::shared_ptr<TrapBuffer> buffer)
-        : SessionChannel(std::move(session)), m_community(std::move(community)), m_buffer(std::move(buffer)) {}
+        : SessionChannel(std::move(session), 0), m_community(std::move(community)), m_buffer(std::move(buffer)) {}
 
-    TrapSendResult send(const Trap& trap) override {
+    TrapSendResult send(const Trap& trap, std::size_t wanted) override {
         TrapSendResult result;
-        BerWriter out(*m_buffer);
-        if (!write(out, trap, result.leftOut) || !sendBytes(out)) return SessionChannel::send(trap);
+        BerWriter whole(*m_buffer);
+        if (!write(whole, trap, result.leftOut)) {
+            encodeAndSend(trap, result);
+        } else if (whole.size() <= wanted && !whole.overflowed()) {
+            if (!sendBytes(whole)) encodeAndSend(trap, result);
+        } else {
+            sendShorter(FittedTrap(trap, whole.size(), wanted), result);
+        }
         return result;
     }
 
@@ -125,6 +148,17 @@ protected:
     }
 
 private:
+    void sendShorter(const FittedTrap& fitted, TrapSendResult& result) {
+        BerWriter out(*m_buffer);
+        (void)write(out, fitted.trap(), result.leftOut);  // it could be written
+        result.cut = fitted.cut();
+        if (out.overflowed()) {
+            setTooLong(result, fitted);
+        } else if (!sendBytes(out)) {
+            encodeAndSend(fitted.trap(), result);
+        }
+    }
+
     bool sendBytes(const BerWriter& out) {
         netsnmp_transport* const transport = snmp_sess_transport(session());
         void* toRemote = nullptr;  // the session's peer
@@ -217,7 +251,9 @@ std::unique_ptr<TrapChannel> NetSnmpTrapTransport::open(const TrapRoute& route, 
         failure = takeText(text);
         return nullptr;
     }
-    if (route.version == 3) return std::make_unique<SessionChannel>(std::move(session));
+    if (route.version == 3) {
+        return std::make_unique<SessionChannel>(std::move(session), name.size() + 2 * engine.size());
+    }
     if (m_buffer == nullptr) m_buffer = std::make_shared<TrapBuffer>(LONGEST_MESSAGE);
     if (route.version != 1) return std::make_unique<CommunityChannel>(std::move(session), route.name, m_buffer);
     return std::make_unique<V1Channel>(std::move(session), route.name, m_buffer,

@@ -24,13 +24,16 @@ struct FakeInforms : InformTransport {
         std::uint64_t number;
         unsigned long event;
         milliseconds patience;
+        std::size_t wanted;  // octets of its message
     };
     struct Channel : InformChannel {
-        Channel(FakeInforms& t, unsigned int p) : transport(t), port(p) { ++transport.openChannels; }
+        Channel(FakeInforms& t, const InformPeer& peer) : transport(t), port(peer.port), version(peer.version) {
+            ++transport.openChannels;
+        }
         ~Channel() override { --transport.openChannels; }
-        void send(const Inform& inform, milliseconds patience, Done done) override {
+        void send(const Inform& inform, std::size_t wanted, milliseconds patience, Done done) override {
             if (transport.sendsWithoutMemory > 0 && transport.sendsWithoutMemory-- > 0) throw std::bad_alloc();
-            transport.sent[port].push_back({inform.number, inform.trap->oid.back(), patience});
+            transport.sent[port].push_back({inform.number, inform.trap->oid.back(), patience, wanted});
             const auto outcome = transport.answers.find(port);
             if (outcome == transport.answers.end()) {
                 transport.underWay[port] = std::move(done);
@@ -40,10 +43,11 @@ struct FakeInforms : InformTransport {
         }
         std::string engine() const override {
             if (transport.enginesWithoutMemory > 0 && transport.enginesWithoutMemory-- > 0) throw std::bad_alloc();
-            return "80001f";
+            return version == 3 ? "80001f" : "";
         }
         FakeInforms& transport;
         unsigned int port;
+        unsigned int version;
     };
 
     explicit FakeInforms(AgentLoop& l) : loop(l) {}
@@ -55,7 +59,7 @@ struct FakeInforms : InformTransport {
             failure = "no socket";
             return nullptr;
         }
-        return std::make_unique<Channel>(*this, peer.port);
+        return std::make_unique<Channel>(*this, peer);
     }
     void finish(unsigned int port, Kind kind) {
         const auto done = std::exchange(underWay[port], nullptr);
@@ -149,7 +153,6 @@ TEST_F(InformSenderTest, InformsGoOutOneAfterTheOther) {
     m_transport.finish(2001, Kind::Acknowledged);
     EXPECT_EQ(status().counters.acknowledged, 2U);
     EXPECT_EQ(status().state, InformState::Answering);
-    EXPECT_EQ(status().engine, "80001f");
     expectBalance();
 }
 
@@ -197,6 +200,48 @@ TEST_F(InformSenderTest, AnInformThatIsRefusedIsDropped) {
     expectBalance();
 }
 
+TEST_F(InformSenderTest, AnInformThatNoMessageCanBeMadeOfIsDroppedAndSaysNothingOfItsReceiver) {
+    m_sender->setDestinations({receiver(2001)}, true);
+    acknowledgeAll(2001);
+    submit(1);
+    ASSERT_TRUE(turnUntil([&] { return status().counters.acknowledged == 1; }));
+    m_transport.answers[2001] = {Kind::Unsendable, false, "too long"};
+    submit(2);
+    ASSERT_TRUE(turnUntil([&] { return dropped(status().counters, InformDrop::Unsendable) == 1; }));
+    EXPECT_EQ(status().state, InformState::Answering);
+    EXPECT_EQ(status().lastFailure, std::nullopt);
+    EXPECT_EQ(status().counters.waiting, 0U);
+    acknowledgeAll(2001);
+    submit(3);
+    ASSERT_TRUE(turnUntil([&] { return status().counters.acknowledged == 2; }));
+    expectBalance();
+}
+
+TEST_F(InformSenderTest, AShortenedInformIsCountedOnce) {
+    m_sender->setDestinations({receiver(2001)}, true);
+    m_transport.answers[2001] = {Kind::NoAnswer, true, "", 3};
+    submit(1);
+    ASSERT_TRUE(turnUntil([&] { return m_transport.sent[2001].size() >= 3; }));
+    m_transport.answers[2001] = {Kind::Acknowledged, true, "", 3};
+    submit(2);
+    ASSERT_TRUE(turnUntil([&] { return status().counters.acknowledged == 2; }));
+    EXPECT_EQ(status().counters.shortened, 2U);
+}
+
+TEST_F(InformSenderTest, WhatIsNotAcknowledgedThreeTimesGoesInOnePacket) {
+    m_sender->setDestinations({receiver(2001)}, true);
+    m_sender->setMessageSize(2000);
+    m_transport.answers[2001] = {Kind::NoAnswer, true, ""};
+    submit(1);
+    ASSERT_TRUE(turnUntil([&] { return m_transport.sent[2001].size() >= 5; }));
+    acknowledgeAll(2001);
+    submit(2);
+    ASSERT_TRUE(turnUntil([&] { return status().counters.acknowledged == 2; }));
+    const std::vector<FakeInforms::Sent>& sent = m_transport.sent[2001];
+    for (std::size_t i = 0; i + 1 < sent.size(); ++i) EXPECT_EQ(sent[i].wanted, i < 3 ? 2000U : 1232U) << i;
+    EXPECT_EQ(sent.back().wanted, 2000U);
+}
+
 TEST_F(InformSenderTest, AfterAFailureItIsTriedAgainAfterAPause) {
     m_sender->setDestinations({receiver(2001)}, true);
     m_transport.answers[2001] = {Kind::Failed, false, "no route"};
@@ -234,7 +279,9 @@ TEST_F(InformSenderTest, AnInformThatCouldNotBeSentForLackOfMemoryIsSentAgain) {
 
 TEST_F(InformSenderTest, TheNextInformGoesOutThoughTheStateWasNotedWithoutMemory) {
     m_transport.enginesWithoutMemory = 2;
-    m_sender->setDestinations({receiver(2001)}, true);
+    InformDestination v3 = receiver(2001);
+    v3.peer.version = 3;
+    m_sender->setDestinations({v3}, true);
     acknowledgeAll(2001);
     submit(1);
     submit(2);

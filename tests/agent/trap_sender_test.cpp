@@ -287,6 +287,39 @@ TEST_F(TrapSenderTest, FailedSendsAreCountedAndTheDestinationRecovers) {
     EXPECT_THAT(m_transport.sent[1001], ElementsAre("1.3.6.1.9.0.3"));
 }
 
+TEST_F(TrapSenderTest, ATrapThatNoMessageCanBeMadeOfIsDroppedAndSaysNothingOfItsDestination) {
+    sender().setDestinations({destination("1", 1001)});
+    submitToAll(trapNumbered(1));
+    ASSERT_TRUE(turnUntil([this] { return idle(); }));
+    m_transport.sendFails = m_transport.unsendable = true;
+    submitToAll(trapNumbered(2));
+    ASSERT_TRUE(turnUntil([this] { return idle(); }));
+    EXPECT_EQ(dropped("1", TrapDrop::Unsendable), 1U);
+    EXPECT_EQ(statusOf("1").state, DestinationState::Ready);
+    EXPECT_EQ(m_settled, 2);
+    m_transport.sendFails = false;
+    submitToAll(trapNumbered(3));
+    ASSERT_TRUE(turnUntil([this] { return idle(); }));
+    EXPECT_EQ(statusOf("1").counters.sent, 2U);
+    EXPECT_EQ(m_transport.routes.size(), 1U);
+}
+
+TEST_F(TrapSenderTest, ShortenedTrapsAreCountedAndTheSizeIsThatOfTheConfiguration) {
+    sender().setDestinations({destination("1", 1001)});
+    submitToAll(trapNumbered(1));
+    ASSERT_TRUE(turnUntil([this] { return idle(); }));
+    EXPECT_EQ(m_transport.wanted, LONGEST_MESSAGE);
+    EXPECT_EQ(statusOf("1").counters.shortened, 0U);
+    m_transport.cut = 3;
+    sender().setMessageSize(1232);
+    submitToAll(trapNumbered(2));
+    ASSERT_TRUE(turnUntil([this] { return idle(); }));
+    EXPECT_EQ(m_transport.wanted, 1232U);
+    EXPECT_EQ(statusOf("1").counters.shortened, 1U);
+    EXPECT_EQ(statusOf("1").counters.sent, 2U);
+    EXPECT_EQ(sender().totals().shortened, 1U);
+}
+
 TEST_F(TrapSenderTest, AChannelThatCannotBeOpenedDropsTheTraps) {
     m_transport.openFails = true;
     sender().setDestinations({destination("1", 1001)});

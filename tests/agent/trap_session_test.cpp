@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 
 #include "host/agent/net_snmp.h"
+#include "host/agent/trap_fitting.h"
 #include "host/services/backend_socket.h"
 
 namespace {
@@ -40,9 +41,10 @@ public:
     std::string receive() {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
         if (waitFor(m_socket.get(), POLLIN, deadline, -1) != Wait::Ready) return "";
-        char bytes[2048];
-        const ssize_t got = ::recv(m_socket.get(), bytes, sizeof bytes, 0);
-        return got < 0 ? "" : std::string(bytes, static_cast<std::size_t>(got));
+        std::string bytes(LONGEST_MESSAGE, '\0');
+        const ssize_t got = ::recv(m_socket.get(), bytes.data(), bytes.size(), 0);
+        bytes.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
+        return bytes;
     }
 
 private:
@@ -65,13 +67,25 @@ Trap coldStart() {
     return trap;
 }
 
+Trap withTexts(oid number, std::size_t length) {
+    Trap trap = coldStart();
+    for (oid i = 1; i <= number; ++i) {
+        TrapBinding binding;
+        binding.name = {1, 3, 6, 1, 9, i};
+        binding.value.type = ASN_OCTET_STR;
+        binding.value.octets.assign(length, 'x');
+        trap.bindings.push_back(binding);
+    }
+    return trap;
+}
+
 void expectArrives(int family, const std::string& address, unsigned int version) {
     Receiver receiver(family);
     NetSnmpTrapTransport transport;
     std::string failure;
     const auto channel = transport.open(routeTo(address, receiver.port(), version), failure);
     ASSERT_NE(channel, nullptr) << failure;
-    const TrapSendResult result = channel->send(coldStart());
+    const TrapSendResult result = channel->send(coldStart(), LONGEST_MESSAGE);
     EXPECT_EQ(result.failure, "");
     const std::string message = receiver.receive();
     ASSERT_GT(message.size(), 10U);
@@ -102,7 +116,7 @@ TEST(TrapSession, MessagesAreCountedAsTheLibraryCountsThem) {
     const auto counted = [](TrapChannel& channel, const Trap& trap) {
         std::vector<u_int> counts;
         for (int which = 0; which <= NETSNMP_STAT_MAX_STATS - 1; ++which) counts.push_back(snmp_get_statistic(which));
-        EXPECT_EQ(channel.send(trap).failure, "");
+        EXPECT_EQ(channel.send(trap, LONGEST_MESSAGE).failure, "");
         for (int which = 0; which <= NETSNMP_STAT_MAX_STATS - 1; ++which) {
             u_int& count = counts[static_cast<std::size_t>(which)];
             count = snmp_get_statistic(which) - count;
@@ -138,23 +152,62 @@ TEST(TrapSession, AZoneMayBeANumber) {
     expectArrives(AF_INET6, "::1%" + std::to_string(if_nametoindex("lo")), 2);
 }
 
-TEST(TrapSession, AMessageThatIsTooLongIsAFailure) {
+TEST(TrapSession, AMessageThatIsTooLongIsSentWithShorterTexts) {
+    for (const unsigned int version : {1U, 2U}) {
+        for (const std::size_t wanted : {LONGEST_MESSAGE, std::size_t{1400}}) {
+            SCOPED_TRACE(std::to_string(version) + " " + std::to_string(wanted));
+            Receiver receiver(AF_INET);
+            NetSnmpTrapTransport transport;
+            std::string failure;
+            const auto channel = transport.open(routeTo("127.0.0.1", receiver.port(), version), failure);
+            ASSERT_NE(channel, nullptr) << failure;
+            const TrapSendResult result = channel->send(withTexts(2, 40000), wanted);
+            EXPECT_EQ(result.failure, "");
+            EXPECT_EQ(result.cut, 2U);
+            const std::string message = receiver.receive();
+            EXPECT_LE(message.size(), wanted);
+            EXPECT_GT(message.size(), wanted - 20);
+            EXPECT_NE(message.find("x..."), std::string::npos);
+        }
+    }
+}
+
+TEST(TrapSession, AMessageThatFitsExactlyIsSentWhole) {
     Receiver receiver(AF_INET);
     NetSnmpTrapTransport transport;
     std::string failure;
     const auto channel = transport.open(routeTo("127.0.0.1", receiver.port(), 2), failure);
     ASSERT_NE(channel, nullptr) << failure;
-    Trap trap = coldStart();
-    for (oid i = 1; i <= 2; ++i) {
-        TrapBinding binding;
-        binding.name = {1, 3, 6, 1, 9, i};
-        binding.value.type = ASN_OCTET_STR;
-        binding.value.octets.assign(40000, 'x');
-        trap.bindings.push_back(binding);
+    EXPECT_EQ(channel->send(withTexts(1, 65000), LONGEST_MESSAGE).cut, 0U);
+    const std::size_t around = receiver.receive().size() - 65000;
+    for (const std::size_t more : {0U, 1U}) {
+        const TrapSendResult result = channel->send(withTexts(1, LONGEST_MESSAGE - around + more), LONGEST_MESSAGE);
+        EXPECT_EQ(result.failure, "");
+        EXPECT_EQ(result.cut, more);
+        EXPECT_EQ(receiver.receive().size(), LONGEST_MESSAGE);
     }
-    EXPECT_NE(channel->send(trap).failure, "");
-    EXPECT_EQ(channel->send(coldStart()).failure, "");
-    EXPECT_NE(receiver.receive(), "");
+}
+
+TEST(TrapSession, ATrapThatNoMessageCanBeMadeOfIsUnsendableAndTheNextOneGoes) {
+    for (const unsigned int version : {1U, 2U}) {
+        SCOPED_TRACE(version);
+        Receiver receiver(AF_INET);
+        NetSnmpTrapTransport transport;
+        std::string failure;
+        const auto channel = transport.open(routeTo("127.0.0.1", receiver.port(), version), failure);
+        ASSERT_NE(channel, nullptr) << failure;
+        const TrapSendResult tooLong = channel->send(withTexts(2000, LONGEST_WHOLE_TEXT), LONGEST_MESSAGE);
+        EXPECT_TRUE(tooLong.unsendable);
+        EXPECT_NE(tooLong.failure.find(" octets, with all texts shortened"), std::string::npos) << tooLong.failure;
+        Trap wrongName = withTexts(1, 1);
+        wrongName.bindings.front().name = {3, 1, 2};
+        const TrapSendResult wrong = channel->send(wrongName, LONGEST_MESSAGE);
+        EXPECT_TRUE(wrong.unsendable) << wrong.failure;
+        const TrapSendResult next = channel->send(coldStart(), LONGEST_MESSAGE);
+        EXPECT_EQ(next.failure, "");
+        EXPECT_FALSE(next.unsendable);
+        EXPECT_LT(receiver.receive().size(), 200U);
+    }
 }
 
 TEST(TrapSession, AUserThatNobodyCreatedIsUnknown) {

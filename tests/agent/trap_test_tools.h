@@ -29,13 +29,16 @@ struct FakeTransport : TrapTransport {
     struct Channel : TrapChannel {
         Channel(FakeTransport& t, const TrapRoute& r) : transport(t), route(r) { ++transport.openChannels; }
         ~Channel() override { --transport.openChannels; }
-        TrapSendResult send(const Trap& trap) override {
+        TrapSendResult send(const Trap& trap, std::size_t wanted) override {
             TrapSendResult result;
+            transport.wanted = wanted;
             if (transport.sendFails) {
                 result.failure = "network is unreachable";
+                result.unsendable = transport.unsendable;
             } else {
                 transport.sent[route.port].push_back(oidText(trap.oid));
                 result.leftOut = route.version == 1 ? transport.leftOut : 0;
+                result.cut = transport.cut;
             }
             return result;
         }
@@ -61,7 +64,10 @@ struct FakeTransport : TrapTransport {
     std::map<std::string, int> users;
     bool openFails = false;
     bool sendFails = false;
+    bool unsendable = false;  // because of what is in the trap
     unsigned int leftOut = 0;
+    unsigned int cut = 0;
+    std::size_t wanted = 0;  // octets of a message, last
     int openChannels = 0;
     std::vector<TrapRoute> routes;                          // opened
     std::map<unsigned int, std::vector<std::string>> sent;  // trap OIDs by port

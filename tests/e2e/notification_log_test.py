@@ -208,8 +208,8 @@ class Keeping(unittest.TestCase):
 
     def test_words_that_are_wrong_are_told(self):
         with TrapSystem() as system:
-            for word in ("vrxNotificationLog -1", "vrxNotificationLog many", "vrxStormChanges 1001",
-                         "vrxStormWindow 0", "vrxStormInterval 0"):
+            for word in ("vrxNotificationLog -1", "vrxNotificationLog many", "vrxNotificationSize 483",
+                         "vrxStormChanges 1001", "vrxStormWindow 0", "vrxStormInterval 0"):
                 system.write("etc/vrx-agentd.conf", CONFIG + word + "\n")
                 done = system.vrxctl("reload", check=False)
                 line = CONFIG.count("\n") + 1
