@@ -97,6 +97,7 @@ void InformSender::setDestinations(const std::vector<InformDestination>& destina
         }
         const auto link = m_links.find(key);
         if (link != m_links.end() && !(link->second.peer == one.peer)) m_links.erase(link);
+        if (!(destination.settings.peer == one.peer)) destination.engine.clear();  // as it was met before
         destination.settings = one;
         tTrapDestInfo info;
         info.index = key.substr(key.find_first_not_of('0'));
@@ -361,8 +362,8 @@ void InformSender::noteState(const std::string& key, InformState state, const st
             const bool explains = !failure.empty() && state != InformState::Silent;
             if (explains) line += ": " + failure;
             destination.state = state;
-            destination.engine = std::move(engine);
         }
+        destination.engine = std::move(engine);
         if (last) destination.lastFailure = std::move(last);
     }
     if (line.empty()) return;

@@ -242,6 +242,26 @@ TEST_F(InformSenderTest, WhatIsNotAcknowledgedThreeTimesGoesInOnePacket) {
     EXPECT_EQ(sent.back().wanted, 2000U);
 }
 
+TEST_F(InformSenderTest, TheEngineIsThatOfTheReceiverAsItIsConfiguredNow) {
+    constexpr unsigned int SNMPV3 = 3;
+    InformDestination v3 = receiver(2001);
+    v3.peer.version = SNMPV3;
+    acknowledgeAll(2001);
+    m_sender->setDestinations({v3}, true);
+    submit(1);
+    ASSERT_TRUE(turnUntil([&] { return status().counters.acknowledged == 1; }));
+    EXPECT_EQ(status().engine, "80001f");
+    m_sender->setDestinations({receiver(2001)}, true);
+    EXPECT_EQ(status().engine, "");
+    submit(2);
+    ASSERT_TRUE(turnUntil([&] { return status().counters.acknowledged == 2; }));
+    EXPECT_EQ(status().engine, "");
+    m_sender->setDestinations({v3}, true);
+    submit(3);
+    ASSERT_TRUE(turnUntil([&] { return status().counters.acknowledged == 3; }));
+    EXPECT_EQ(status().engine, "80001f");
+}
+
 TEST_F(InformSenderTest, AfterAFailureItIsTriedAgainAfterAPause) {
     m_sender->setDestinations({receiver(2001)}, true);
     m_transport.answers[2001] = {Kind::Failed, false, "no route"};
