@@ -41,7 +41,7 @@ struct InformPeer {
 struct InformPolicy {
     unsigned int trapType = 1;                         // which traps, as in the trap destination table
     std::size_t queueLimit = 20000;                    // informs that wait
-    std::chrono::milliseconds firstRetry{1000};        // how long the first answer is waited for; then twice as long
+    std::chrono::milliseconds firstRetry{5000};        // how long the first answer is waited for; then twice as long
     std::chrono::milliseconds longestBackoff{30'000};  // and so on, up to this
     std::optional<unsigned int> retries;               // nothing: until it is acknowledged
 };

@@ -141,6 +141,18 @@ class Content(unittest.TestCase):
                 self.assertIn("tooBig", system.inform(receiver.port)["last_failure"])
 
 
+class Defaults(unittest.TestCase):
+    def test_a_receiver_that_is_slow_to_acknowledge_gets_each_once(self):
+        """snmptrapd acknowledges after its handler has ended, which in Perl takes more than a second now and then."""
+        config = DAEMON.replace("log informs", "log,execute informs") + "traphandle default /bin/sleep 1.5\n"
+        with TrapDaemon(config) as daemon, \
+                InformSystem(session(daemon.port, "-v2c -c informs"), config=AGENT_CONFIG) as system:
+            system.raise_alarms(2)
+            status = system.wait_inform(daemon.port, lambda inform: inform["acknowledged"] == 3, "the informs")
+            self.assertEqual(daemon.serials(), [1, 2])
+            self.assertEqual((status["sent"], status["resent"]), (3, 0))
+
+
 class Levels(unittest.TestCase):
     def test_snmptrapd_gets_informs_of_all_versions_and_levels(self):
         users = {
