@@ -1,6 +1,7 @@
 #include "host/agent/listener_session.h"
 
 #include "host/agent/answer_bound.h"
+#include "host/agent/message_numbers.h"
 
 namespace {
 
@@ -19,8 +20,9 @@ netsnmp_session* openSession(netsnmp_transport* transport, RequestDesk& desk, st
     session.isAuthoritative = SNMP_SESS_AUTHORITATIVE;
     session.callback = &RequestDesk::receive;
     session.callback_magic = &desk;
-    netsnmp_session* const opened = snmp_add_full(&session, transport, countPacket, nullptr, netsnmp_agent_check_parse,
-                                                  nullptr, buildMessage, lengthOfMessage, nullptr);
+    netsnmp_session* const opened =
+        snmp_add_full(&session, transport, countPacket, parseMessage, netsnmp_agent_check_parse, nullptr, buildMessage,
+                      lengthOfMessage, nullptr);
     if (opened == nullptr) error = snmp_api_errstring(session.s_snmp_errno);
     return opened;
 }

@@ -13,6 +13,7 @@
 #include "host/agent/line_budget.h"
 #include "host/agent/listener_address.h"
 #include "host/agent/listener_session.h"
+#include "host/agent/message_numbers.h"
 #include "host/agent/net_snmp.h"
 #include "host/agent/udp_listener.h"
 #include "host/agent/usm_users.h"
@@ -122,6 +123,7 @@ SnmpEngine::SnmpEngine(const std::string& root, const std::string& state)
     init_snmp(NAME);
     g_reading = nullptr;
     encodeBackwards();
+    checkScopedPdus();
     m_state.useDraft();
 }
 
