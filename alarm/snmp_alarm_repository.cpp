@@ -17,8 +17,8 @@ std::atomic<CAlarmRepository_Singleton*> CAlarmRepository_Singleton::m_AlarmRep{
 ACE_Thread_Mutex CAlarmRepository_Singleton::m_oMutex;
 
 CAlarmRepository_Singleton* CAlarmRepository_Singleton::getAlarmRepository() {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
-                            "static CAlarmRepository_Singleton* CAlarmRepository_Singleton::getAlarmRepository()");
+    CVRXDebugKitGuard guard(
+        TAMREL_LOG_MODULE, "static CAlarmRepository_Singleton* CAlarmRepository_Singleton::getAlarmRepository()"_scope);
     CAlarmRepository_Singleton* repository = m_AlarmRep.load(std::memory_order_acquire);
     if (repository == nullptr) {
         const Lock lock(m_oMutex);
@@ -32,12 +32,12 @@ CAlarmRepository_Singleton* CAlarmRepository_Singleton::getAlarmRepository() {
 }
 
 u_int CAlarmRepository_Singleton::getAlarmRepositorySize() {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "u_int CAlarmRepository_Singleton::getAlarmRepositorySize()");
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "u_int CAlarmRepository_Singleton::getAlarmRepositorySize()"_scope);
     return m_size.load(std::memory_order_relaxed);
 }
 
 int CAlarmRepository_Singleton::addAlarm(u_int serialNo) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmRepository_Singleton::addAlarm(u_int)");
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmRepository_Singleton::addAlarm(u_int)"_scope);
     if (serialNo == 0) {
         guard.setResult(false);
         return -1;
@@ -56,7 +56,7 @@ int CAlarmRepository_Singleton::addAlarm(u_int serialNo) {
 }
 
 int CAlarmRepository_Singleton::deleteAlarm(u_int serialNo) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmRepository_Singleton::deleteAlarm(u_int)");
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmRepository_Singleton::deleteAlarm(u_int)"_scope);
     {
         const Lock lock(m_oMutex);
         const auto found = std::find(m_serialNumbers.begin(), m_serialNumbers.end(), serialNo);
@@ -72,7 +72,7 @@ int CAlarmRepository_Singleton::deleteAlarm(u_int serialNo) {
 }
 
 int CAlarmRepository_Singleton::clearAllAlarmItems() {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmRepository_Singleton::clearAllAlarmItems()");
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmRepository_Singleton::clearAllAlarmItems()"_scope);
     const Lock lock(m_oMutex);
     m_serialNumbers.clear();
     m_size.store(0, std::memory_order_relaxed);
@@ -80,7 +80,8 @@ int CAlarmRepository_Singleton::clearAllAlarmItems() {
 }
 
 int CAlarmRepository_Singleton::getAllAlarmItems(SERIALNO_LIST& items) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmRepository_Singleton::getAllAlarmItems(SERIALNO_LIST&)");
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
+                            "int CAlarmRepository_Singleton::getAllAlarmItems(SERIALNO_LIST&)"_scope);
     {
         const Lock lock(m_oMutex);
         if (getAlarmRepositorySize() != 0) {

@@ -88,7 +88,7 @@ constexpr tColumn<tAlarmRow> ALARM_COLUMNS[] = {
     {5, fillConst<2>},
     {6, [](CTLVCell& cell, unsigned short tag, const tAlarmRow& row) { setInt32(cell, tag, row.level); }},
     {7, [](CTLVCell& cell, unsigned short tag, const tAlarmRow& row) { setUInt32(cell, tag, row.number); }},
-    // Before column 8 on purpose: the record's order is not the order of the tags.
+    // Before column 8: the order of the record, which readers of its bytes know, is not that of the tags.
     {12, [](CTLVCell& cell, unsigned short tag, const tAlarmRow& row) { setUInt64(cell, tag, row.alarmId); }},
     {8, fillRaised},
     {9, [](CTLVCell& cell, unsigned short tag, const tAlarmRow& row) { setUInt32(cell, tag, row.serial); }},
@@ -138,7 +138,7 @@ void CSnmpTamrelVrxAlarmHandler::fillReqRecord(CTLVRecordV3* record) {
 void CSnmpTamrelVrxAlarmHandler::fillRspRecord(const CTLVRecordV3& in, CTLVRecordV3* out) {
     CVRXDebugKitGuard guard(
         TAMREL_LOG_MODULE,
-        "virtual void CSnmpTamrelVrxAlarmHandler::fillRspRecord(const CTLVRecordV3&, CTLVRecordV3*)");
+        "virtual void CSnmpTamrelVrxAlarmHandler::fillRspRecord(const CTLVRecordV3&, CTLVRecordV3*)"_scope);
     if (in.has(TAG_NO_ALARM)) return;
 
     tAlarmRow row(*this, in);
@@ -176,14 +176,15 @@ void CSnmpTamrelVrxAlarmHandler::fillRspRecord(const CTLVRecordV3& in, CTLVRecor
 }
 
 std::string CSnmpTamrelVrxAlarmHandler::getIndexOfRecord(const CTLVRecordV3& record) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
-                            "virtual std::string CSnmpTamrelVrxAlarmHandler::getIndexOfRecord(const CTLVRecordV3&)");
+    CVRXDebugKitGuard guard(
+        TAMREL_LOG_MODULE,
+        "virtual std::string CSnmpTamrelVrxAlarmHandler::getIndexOfRecord(const CTLVRecordV3&)"_scope);
     return record[TAG_SERIAL].toString();
 }
 
 std::string CSnmpTamrelVrxAlarmHandler::getMibKey(const Agentpp::Oidx& oid) {
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
-                            "virtual std::string CSnmpTamrelVrxAlarmHandler::getMibKey(const Agentpp::Oidx&)");
+                            "virtual std::string CSnmpTamrelVrxAlarmHandler::getMibKey(const Agentpp::Oidx&)"_scope);
     if (oid.len() != ROW_OID_LENGTH) return INVALID_KEY;
     return UintToStr(static_cast<unsigned int>(oid[ROW_OID_LENGTH - 1]));
 }
@@ -193,7 +194,7 @@ CSnmpTamrelVrxClearAlarmHandler::~CSnmpTamrelVrxClearAlarmHandler() = default;
 int CSnmpTamrelVrxClearAlarmHandler::OnSetLeaf(const CVRX_SnmpContext&, const CR8KPackageV3& req, CR8KPackageV3& rsp) {
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
                             "virtual int CSnmpTamrelVrxClearAlarmHandler::OnSetLeaf(const CVRX_SnmpContext&, const "
-                            "CR8KPackageV3&, CR8KPackageV3&)");
+                            "CR8KPackageV3&, CR8KPackageV3&)"_scope);
     CR8KPackageV3 request;
     const auto code = static_cast<unsigned long long>(commandCode("CLEAR_ALARM"));
     const tClearRequest clear{readUInt32(*req[0], 0)};
@@ -211,7 +212,7 @@ int CSnmpTamrelVrxClearAlarmHandler::OnSetLeaf(const CVRX_SnmpContext&, const CR
 int CSnmpTamrelVrxClearAlarmHandler::queryLeaf(const CVRX_SnmpContext&, CTLVCell*& cell) {
     CVRXDebugKitGuard guard(
         TAMREL_LOG_MODULE,
-        "virtual int CSnmpTamrelVrxClearAlarmHandler::queryLeaf(const CVRX_SnmpContext&, CTLVCell*&)");
+        "virtual int CSnmpTamrelVrxClearAlarmHandler::queryLeaf(const CVRX_SnmpContext&, CTLVCell*&)"_scope);
     auto zero = std::make_unique<CTLVCell>();
     setUInt32(*zero, 0, 0);
     cell = zero.release();  // the caller's

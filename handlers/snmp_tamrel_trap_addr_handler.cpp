@@ -129,7 +129,7 @@ void CTamrelTrapAddrHandler::makeIntTrapPackage(const tTrapDestInfo& info, CTLVR
 int CTamrelTrapAddrHandler::OnCreateTable(const CVRX_SnmpContext&, const CR8KPackageV3& req, CR8KPackageV3&) {
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
                             "virtual int CTamrelTrapAddrHandler::OnCreateTable(const CVRX_SnmpContext&, const "
-                            "CR8KPackageV3&, CR8KPackageV3&)");
+                            "CR8KPackageV3&, CR8KPackageV3&)"_scope);
     const CTLVRecordV3& row = *req[0];
     tTrapDestInfo info = writtenDestination(row);
     if (CheckParam(req)) {
@@ -145,11 +145,11 @@ int CTamrelTrapAddrHandler::OnCreateTable(const CVRX_SnmpContext&, const CR8KPac
 int CTamrelTrapAddrHandler::OnModifyTable(const CVRX_SnmpContext&, const CR8KPackageV3& req, CR8KPackageV3&) {
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
                             "virtual int CTamrelTrapAddrHandler::OnModifyTable(const CVRX_SnmpContext&, const "
-                            "CR8KPackageV3&, CR8KPackageV3&)");
+                            "CR8KPackageV3&, CR8KPackageV3&)"_scope);
     const CTLVRecordV3& row = *req[0];
     if (!row.has(TAG_INDEX)) {
         guard.setResult(false);
-        // "supporttd" is spelled so on purpose.
+        // Rules of log collectors match "supporttd".
         guard.error(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "can't find trap index, old method is not supporttd.");
         return PARAM_ERROR;
     }
@@ -169,7 +169,7 @@ int CTamrelTrapAddrHandler::OnModifyTable(const CVRX_SnmpContext&, const CR8KPac
 int CTamrelTrapAddrHandler::OnDeleteTable(const CVRX_SnmpContext&, const CR8KPackageV3& req, CR8KPackageV3&) {
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
                             "virtual int CTamrelTrapAddrHandler::OnDeleteTable(const CVRX_SnmpContext&, const "
-                            "CR8KPackageV3&, CR8KPackageV3&)");
+                            "CR8KPackageV3&, CR8KPackageV3&)"_scope);
     std::list<tTrapDestInfo> destinations;
     if (CSNMP_TrapApi::getAllTrapAddr(destinations) != 0) {
         guard.setResult(false);
@@ -208,7 +208,7 @@ int CTamrelTrapAddrHandler::OnDeleteTable(const CVRX_SnmpContext&, const CR8KPac
 int CTamrelTrapAddrHandler::OnQueryTable(const CVRX_SnmpContext&, const CR8KPackageV3&, CR8KPackageV3& rsp) {
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
                             "virtual int CTamrelTrapAddrHandler::OnQueryTable(const CVRX_SnmpContext&, const "
-                            "CR8KPackageV3&, CR8KPackageV3&)");
+                            "CR8KPackageV3&, CR8KPackageV3&)"_scope);
     std::list<tTrapDestInfo> destinations;
     if (CSNMP_TrapApi::getAllTrapAddr(destinations) != 0) {
         guard.setResult(false);

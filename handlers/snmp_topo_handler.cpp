@@ -49,7 +49,7 @@ CSnmpTopoHandler::~CSnmpTopoHandler() = default;
 int CSnmpTopoHandler::OnQueryTable(const CVRX_SnmpContext&, const CR8KPackageV3&, CR8KPackageV3& rsp) {
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
                             "virtual int CSnmpTopoHandler::OnQueryTable(const CVRX_SnmpContext&, const CR8KPackageV3&, "
-                            "CR8KPackageV3&)");
+                            "CR8KPackageV3&)"_scope);
     const tTopoRow source{probeBackend()};
     std::unique_ptr<CTLVRecordV3> row = makeRow();
     appendColumns(*row, TOPO_COLUMNS, source);

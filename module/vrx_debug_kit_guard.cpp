@@ -14,32 +14,40 @@ CVRXDebugKit* findLogger(int module) {
         static_cast<unsigned int>(module));
 }
 
+// Whether a trace line goes anywhere: all that most scopes cost.
+bool takesTraceLines(const CVRXDebugKit& logger) {
+    return logger.takes(CVRXDebugKit::Line::Trace);
+}
+
 }  // namespace
 
 CVRXDebugKitGuard::CVRXDebugKitGuard(int module, const std::string& name)
     : m_logger(findLogger(module)), m_owned(name), m_name(m_owned) {
-    trace("enter ", "...");
+    if (takesTraceLines(*m_logger)) trace("enter ", "...");
 }
 
-CVRXDebugKitGuard::CVRXDebugKitGuard(int module, std::string_view name, tLiteral)
-    : m_logger(findLogger(module)), m_name(name) {
-    trace("enter ", "...");
+CVRXDebugKitGuard::CVRXDebugKitGuard(int module, CVRXScopeName name)
+    : m_logger(findLogger(module)), m_name(name.text()) {
+    if (takesTraceLines(*m_logger)) trace("enter ", "...");
 }
 
 CVRXDebugKitGuard::~CVRXDebugKitGuard() {
     try {
-        trace("leave ", m_result ? ": OK" : ": NOK");
+        if (takesTraceLines(*m_logger)) trace("leave ", m_result ? ": OK" : ": NOK");
     } catch (...) {
         // A logger without memory for the line: losing it is better than losing the process.
     }
 }
 
-void CVRXDebugKitGuard::trace(std::string_view begin, std::string_view end) const {
-    if (!m_logger->takes(CVRXDebugKit::Line::Trace)) return;
+void CVRXDebugKitGuard::trace(const char* begin, const char* end) const {
     std::string line;
-    line.reserve(begin.size() + m_name.size() + end.size());
+    line.reserve(m_name.size() + 16);
     line.append(begin).append(m_name).append(end);
     m_logger->trace(line);
+}
+
+bool CVRXDebugKitGuard::takesTrace() const {
+    return takesTraceLines(*m_logger);
 }
 
 bool CVRXDebugKitGuard::takesWarnings() const {

@@ -1,6 +1,6 @@
 // Scoped logging of one operation.
 //
-//     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CThing::work(u_int)");
+//     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CThing::work(u_int)"_scope);
 //     if (failed) guard.error(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "work of %u failed.", number);
 //
 // Writes "enter NAME..." when it is made and "leave NAME: OK" (or "NOK") when the scope closes, by whatever way it is
@@ -17,13 +17,27 @@
 
 class CVRXDebugKit;
 
+// The name of a scope that is written as a literal, "..."_scope: it lasts as long as the program and is not copied.
+class CVRXScopeName {
+public:
+    constexpr std::string_view text() const { return m_text; }
+
+private:
+    friend constexpr CVRXScopeName operator""_scope(const char* text, std::size_t length);
+    constexpr explicit CVRXScopeName(std::string_view text) : m_text(text) {}
+
+    std::string_view m_text;
+};
+
+constexpr CVRXScopeName operator""_scope(const char* text, std::size_t length) {
+    return CVRXScopeName(std::string_view(text, length));
+}
+
 class CVRXDebugKitGuard {
 public:
-    // `name` is the full signature of the enclosing function.
+    // `name` is the full signature of the enclosing function; a copy is kept.
     CVRXDebugKitGuard(int module, const std::string& name);
-    template <std::size_t SIZE>
-    CVRXDebugKitGuard(int module, const char (&name)[SIZE])  // a literal, which need not be copied
-        : CVRXDebugKitGuard(module, std::string_view(name), tLiteral()) {}
+    CVRXDebugKitGuard(int module, CVRXScopeName name);
     ~CVRXDebugKitGuard();
     CVRXDebugKitGuard(const CVRXDebugKitGuard&) = delete;
     CVRXDebugKitGuard& operator=(const CVRXDebugKitGuard&) = delete;
@@ -31,7 +45,8 @@ public:
     // Marks the scope as failed (false) or not (true): decides between "NOK" and "OK".
     void setResult(bool ok) { m_result = ok; }
 
-    // Whether warn() lines go anywhere now: for texts that cost something to make.
+    // Whether trace lines, and warn() lines, go anywhere now: for what costs something and serves them alone.
+    bool takesTrace() const;
     bool takesWarnings() const;
 
     void debug(unsigned long long code, const char* function, unsigned int line, const char* format, ...)
@@ -42,10 +57,7 @@ public:
         __attribute__((format(printf, 5, 6)));
 
 private:
-    struct tLiteral {};
-    CVRXDebugKitGuard(int module, std::string_view name, tLiteral);
-
-    void trace(std::string_view begin, std::string_view end) const;
+    void trace(const char* begin, const char* end) const __attribute__((cold));
 
     CVRXDebugKit* m_logger;   // the host's
     std::string m_owned;      // the name, where it is no literal

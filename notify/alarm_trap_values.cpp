@@ -42,7 +42,7 @@ unsigned long long readEventTime(const CTLVRecordV3& record, unsigned int catego
 
 }  // namespace
 
-// Reads 32 bits of times that readEventTime reads whole; the difference is kept on purpose.
+// Reads 32 bits of times that readEventTime reads whole: an end time whose low 32 bits are 0 counts as none.
 void CTamrelNotifyMsgHandler::getAlarmCategory(const CTLVRecordV3& record, unsigned int& category) {
     const bool ended = readNumber<unsigned int>(record, TAG_SECOND_END_TIME) != 0 ||
                        readNumber<unsigned int>(record, TAG_END_TIME) != 0;

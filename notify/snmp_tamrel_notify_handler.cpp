@@ -31,7 +31,7 @@ void appendWanted(const std::map<std::string, tTrapDestInfo>& destinations, std:
 
 // dump_alarm_info(), whose text costs about as much as the rest of a trap: it is made when it is logged.
 void logAlarmInfo(const char** texts, bool isLogged) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "void CTamrelNotifyMsgHandler::dump_alarm_info(const char**)");
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "void CTamrelNotifyMsgHandler::dump_alarm_info(const char**)"_scope);
     if (!isLogged) return;
     guard.warn(LOGCODE_GENERAL, "dump_alarm_info", __LINE__, "%s", describeAlarmTrapBindings(texts).c_str());
 }
@@ -43,7 +43,7 @@ CTamrelNotifyMsgHandler::~CTamrelNotifyMsgHandler() = default;
 int CTamrelNotifyMsgHandler::constructAlarmTrapVb(const CTLVRecordV3& record, Agentpp::Vbx*& bindings) {
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
                             "virtual int CTamrelNotifyMsgHandler::constructAlarmTrapVb(const CTLVRecordV3&, "
-                            "Agentpp::Vbx*&)");
+                            "Agentpp::Vbx*&)"_scope);
     tAlarmTrapValues values;
     try {
         const int rc = readAlarmTrapValues(*this, record, values);
@@ -92,7 +92,8 @@ void CTamrelNotifyMsgHandler::filterTrapMap(const std::map<std::string, tTrapDes
 }
 
 int CTamrelNotifyMsgHandler::putAlarmIntoRepository(u_int serialNo, u_int category) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CTamrelNotifyMsgHandler::putAlarmIntoRepository(u_int, u_int)");
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
+                            "int CTamrelNotifyMsgHandler::putAlarmIntoRepository(u_int, u_int)"_scope);
     CAlarmRepository_Singleton* repository = CAlarmRepository_Singleton::getAlarmRepository();
     if (repository == nullptr) {
         guard.setResult(false);
@@ -106,8 +107,9 @@ int CTamrelNotifyMsgHandler::putAlarmIntoRepository(u_int serialNo, u_int catego
 }
 
 int CTamrelNotifyMsgHandler::updateRepository(u_int category, u_int serialNo, CAlarmRepository_Singleton* repository) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
-                            "int CTamrelNotifyMsgHandler::updateRepository(u_int, u_int, CAlarmRepository_Singleton*)");
+    CVRXDebugKitGuard guard(
+        TAMREL_LOG_MODULE,
+        "int CTamrelNotifyMsgHandler::updateRepository(u_int, u_int, CAlarmRepository_Singleton*)"_scope);
     if (category == CATEGORY_ACTIVE) {
         const int rc = repository->addAlarm(serialNo);
         if (rc != 0) {
@@ -129,8 +131,9 @@ int CTamrelNotifyMsgHandler::updateRepository(u_int category, u_int serialNo, CA
 CTamrelOIDBasedMsgHandler::~CTamrelOIDBasedMsgHandler() = default;
 
 Agentpp::Oidx& CTamrelOIDBasedMsgHandler::getTrapOid(unsigned long long alarmId) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
-                            "virtual Agentpp::Oidx& CTamrelOIDBasedMsgHandler::getTrapOid(long long unsigned int)");
+    CVRXDebugKitGuard guard(
+        TAMREL_LOG_MODULE,
+        "virtual Agentpp::Oidx& CTamrelOIDBasedMsgHandler::getTrapOid(long long unsigned int)"_scope);
     std::string oidText;
     int rc = -1;
     try {
@@ -146,7 +149,7 @@ Agentpp::Oidx& CTamrelOIDBasedMsgHandler::getTrapOid(unsigned long long alarmId)
     const std::string trapOid = "1.3.6.1.4.1.99871.2.91.10.2.1.1." + oidText;
     m_trapOid = trapOid.c_str();
     guard.debug(LOGCODE_DEBUG, __FUNCTION__, __LINE__, "alarmid = %x;oid = %s ",
-                static_cast<unsigned int>(alarmId),  // its low 32 bits, in hexadecimal, on purpose
+                static_cast<unsigned int>(alarmId),  // its low 32 bits, in hexadecimal
                 trapOid.c_str());
     return m_trapOid;
 }

@@ -99,6 +99,39 @@ TEST(DebugKitGuard, ScopeDuringWhichTraceLinesAreTurnedOnWritesItsLeaveLine) {
                 ElementsAre("trace leave a name that does not outlive the call: OK", "trace leave f: OK"));
 }
 
+TEST(DebugKitGuard, KeepsTheNameThatACallersArrayHadWhenTheScopeOpened) {
+    FakeHost host;
+    {
+        char name[] = "first";
+        CVRXDebugKitGuard guard(MODULE, name);
+        name[0] = '-';
+        char other[] = "second";
+        const char(&seenAsConstant)[sizeof other] = other;
+        CVRXDebugKitGuard otherGuard(MODULE, seenAsConstant);
+        other[0] = '-';
+    }
+    EXPECT_THAT(host.log().lines(), ElementsAre("trace enter first...", "trace enter second...",
+                                                "trace leave second: OK", "trace leave first: OK"));
+}
+
+TEST(DebugKitGuard, NothingButALiteralIsTakenWithoutACopy) {
+    EXPECT_FALSE((std::is_constructible_v<CVRXScopeName, const char*>));
+    EXPECT_FALSE((std::is_constructible_v<CVRXScopeName, const char(&)[2]>));
+    EXPECT_FALSE((std::is_constructible_v<CVRXScopeName, std::string_view>));
+    EXPECT_FALSE((std::is_constructible_v<CVRXScopeName, std::string>));
+    FakeHost host;
+    { CVRXDebugKitGuard guard(MODULE, "int f(u_int)"_scope); }
+    EXPECT_THAT(host.log().lines(), ElementsAre("trace enter int f(u_int)...", "trace leave int f(u_int): OK"));
+}
+
+TEST(DebugKitGuard, TellsWhetherTraceLinesGoAnywhere) {
+    FakeHost host;
+    const CVRXDebugKitGuard guard(MODULE, "f");
+    EXPECT_TRUE(guard.takesTrace());
+    host.log().refuse({"trace"});
+    EXPECT_FALSE(guard.takesTrace());
+}
+
 TEST(DebugKitGuard, TellsWhetherWarningsGoAnywhere) {
     FakeHost host;
     const CVRXDebugKitGuard guard(MODULE, "f");
@@ -133,6 +166,7 @@ TEST(DebugKitGuard, LinesCarryCodeFunctionLineAndFormattedText) {
 
 TEST(DebugKitGuard, LinesGoToTheLoggerOfTheModuleGiven) {
     FakeHost host;
+    host.log().takeAnyModule();
     CVRXDebugKitGuard four(4, "f");
     CVRXDebugKitGuard nine(9, "g");
     four.warn(1, "f", 1, "four");
