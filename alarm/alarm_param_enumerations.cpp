@@ -1,9 +1,8 @@
 // The file of parameter enumerations, the paramDesc attribute and the replacement of raw values by descriptions.
 #include <tinyxml.h>
 
-#include <algorithm>
 #include <cstdlib>
-#include <string_view>
+#include <cstring>
 
 #include "alarm/alarm_constants.h"
 #include "alarm/alarm_xml_file.h"
@@ -25,13 +24,14 @@ std::string enumKey(const std::string& type, const std::string& value) {
 }  // namespace
 
 void CAlarmConfigParser::getAlarmParamEnumFilePath(std::string& path) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "void CAlarmConfigParser::getAlarmParamEnumFilePath(std::string&)");
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
+                            "void CAlarmConfigParser::getAlarmParamEnumFilePath(std::string&)"_scope);
     path = CVRXXmlConfig::instance()->getDeviceItem(KSNMPCONF, "ALARM_PARAM_ENUM_PATH", path);
     if (!path.empty()) guard.debug(LOGCODE_DEBUG, __FUNCTION__, __LINE__, "file path : %s", path.c_str());
 }
 
 int CAlarmConfigParser::parseAlarmParamEnumDesc(std::string& path) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmConfigParser::parseAlarmParamEnumDesc(std::string&)");
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmConfigParser::parseAlarmParamEnumDesc(std::string&)"_scope);
     path = VRX_Utility::getVRXRootEnv() + "/" + path;
     TiXmlDocument document;
     document.SetTabSize(0);  // nobody asks an element for its place
@@ -51,7 +51,7 @@ int CAlarmConfigParser::parseAlarmParamEnumDesc(std::string& path) {
 }
 
 int CAlarmConfigParser::parseAlarmParamEnumType(TiXmlNode* node) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmConfigParser::parseAlarmParamEnumType(TiXmlNode*)");
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmConfigParser::parseAlarmParamEnumType(TiXmlNode*)"_scope);
     TiXmlElement* element = node != nullptr ? node->ToElement() : nullptr;
     const char* type = element != nullptr ? element->Attribute("name") : nullptr;
     if (type == nullptr) {
@@ -72,16 +72,24 @@ int CAlarmConfigParser::parseAlarmParamEnumType(TiXmlNode* node) {
 }
 
 int CAlarmConfigParser::parseAlarmParamEnumDescPair(const char* paramDesc, POSITION_LIST& out) {
-    if (paramDesc == nullptr) throw CVRX_Exception("Null pointer.");
-    std::string_view rest = paramDesc;
-    while (!rest.empty()) {
-        const std::string_view token = rest.substr(0, rest.find(','));
-        const std::size_t equals = token.find('=');
-        if (equals != std::string_view::npos) {
-            const long position = std::strtol(token.data(), nullptr, 10);  // ends at the "=" at the latest
-            out.emplace_back(static_cast<unsigned int>(position), token.substr(equals + 1));  // its low 32 bits
-        }
-        rest.remove_prefix(std::min(token.size() + 1, rest.size()));
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
+                            "int CAlarmConfigParser::parseAlarmParamEnumDescPair(const char*, POSITION_LIST&)"_scope);
+    if (paramDesc == nullptr) {
+        guard.setResult(false);
+        throw CVRX_Exception("Null pointer.");
+    }
+    std::string copy(std::strlen(paramDesc) + 1, '\0');  // its final zero included
+    if (memcpy_s(copy.data(), copy.size(), paramDesc, copy.size()) != 0) {
+        guard.setResult(false);
+        throw CVRX_Exception("parameter description can't be copied.");
+    }
+    char* rest = nullptr;
+    for (const char* token = strtok_r(copy.data(), ",", &rest); token != nullptr;
+         token = strtok_r(nullptr, ",", &rest)) {
+        const char* const equals = std::strchr(token, '=');
+        if (equals == nullptr) continue;
+        const long position = std::strtol(token, nullptr, 10);              // ends at the "=" at the latest
+        out.emplace_back(static_cast<unsigned int>(position), equals + 1);  // its low 32 bits
     }
     return 0;
 }
@@ -90,17 +98,11 @@ void CAlarmConfigParser::replaceAlarmParamEnumValueDesc(unsigned long long alarm
                                                         const POSITION_LIST& enumDescs) {
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
                             "void CAlarmConfigParser::replaceAlarmParamEnumValueDesc(long long unsigned int, "
-                            "std::vector<std::string>&, const POSITION_LIST&)");
-    replaceAlarmParamEnumValueDesc(guard, alarmId, params, enumDescs);
-}
-
-void CAlarmConfigParser::replaceAlarmParamEnumValueDesc(CVRXDebugKitGuard& guard, unsigned long long alarmId,
-                                                        std::vector<std::string>& params,
-                                                        const POSITION_LIST& enumDescs) {
+                            "std::vector<std::string>&, const POSITION_LIST&)"_scope);
     const auto count = static_cast<unsigned int>(params.size());
     for (const auto& [position, type] : enumDescs) {
         if (position >= count) {
-            // Spelled so on purpose; the line shows both numbers signed.
+            // Rules of log collectors match this spelling; the line shows both numbers signed.
             guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__,
                        "alarm %llu parameter enume value %d is out of rang[0, %d]", alarmId, static_cast<int>(position),
                        static_cast<int>(count));

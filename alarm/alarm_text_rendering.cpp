@@ -20,13 +20,19 @@ using Lock = ACE_Guard<ACE_Thread_Mutex>;
 constexpr std::string_view PLACEHOLDER_MARK = "##";
 constexpr std::size_t INDEX_LENGTH = 2;
 constexpr std::string_view MISSING_PARAMETER = "--";
+constexpr char ENTRY_SEPARATOR = ';';  // between the entries of a value map
+constexpr char VALUE_SEPARATOR = ':';  // between an entry's raw value and its text
+
+constexpr CVRXScopeName REPLACE_PARA_WITH_BRACE_VALUE =
+    "bool CAlarmConfigParser::replaceParaWithBraceValue(std::string&, int, std::size_t, std::size_t, "
+    "const POSITION_LIST&)"_scope;
 
 // The brace of a value map stands at most this far behind the start of its placeholder.
 constexpr std::size_t MAP_DISTANCE = 7;
 
 // A replaced value is searched again, so one that holds its own placeholder would never end. No real text comes near
-// these: placeholders handled in one template, and bytes by which a text may grow.
-constexpr std::size_t MAX_PLACEHOLDERS = 10000;
+// these: replacements in one template, and bytes by which a text may grow.
+constexpr std::size_t MAX_REPLACEMENTS = 10000;
 constexpr std::size_t MAX_GROWTH = 1024UL * 1024UL;
 
 // Two digits, as nearly all indexes are: these have one meaning, whoever reads them.
@@ -51,73 +57,22 @@ std::size_t findMap(const std::string& detail, std::size_t mark) {
 }
 
 // The value of a placeholder with a value map: the text of the first entry for the parameter, else the parameter. An
-// entry without exactly one colon stands for nothing.
-std::string_view mappedValue(const std::vector<std::string>& params, unsigned int index, std::string_view map) {
+// entry that is not two pieces stands for nothing.
+std::string mappedValue(const std::vector<std::string>& params, unsigned int index, std::string_view map) {
     const std::string_view value = valueOrMissing(params, index);
-    if (index >= params.size()) return value;
-    while (!map.empty()) {
-        const std::string_view entry = map.substr(0, map.find(';'));
-        const std::size_t colon = entry.find(':');
-        if (colon != std::string_view::npos && entry.find(':', colon + 1) == std::string_view::npos &&
-            entry.substr(0, colon) == value) {
-            return entry.substr(colon + 1);
+    if (index < params.size()) {
+        std::vector<std::string> entries;
+        entries.reserve(1 + static_cast<std::size_t>(std::count(map.begin(), map.end(), ENTRY_SEPARATOR)));
+        SplitToStr(std::string(map), ENTRY_SEPARATOR, entries);
+        std::vector<std::string> parts;
+        parts.reserve(2);
+        for (std::string& entry : entries) {
+            parts.clear();
+            SplitToStr(std::move(entry), VALUE_SEPARATOR, parts);
+            if (parts.size() == 2 && parts[0] == value) return std::move(parts[1]);
         }
-        map.remove_prefix(std::min(entry.size() + 1, map.size()));
     }
-    return value;
-}
-
-// The steps of a look-up write their lines through the look-up's guard: one entry in the trace for each alarm.
-void parserParmeterByDetail(CVRXDebugKitGuard& guard, const std::vector<std::string>& params, POSITION_LIST& pairs,
-                            const std::string& detail) {
-    std::size_t handled = 0;
-    for (std::size_t mark = detail.find(PLACEHOLDER_MARK); mark != std::string::npos;
-         // Right behind this mark, so that one inside of a value map is a placeholder too.
-         mark = detail.find(PLACEHOLDER_MARK, mark + PLACEHOLDER_MARK.size())) {
-        const std::string_view indexText =
-            std::string_view(detail).substr(mark + PLACEHOLDER_MARK.size(), INDEX_LENGTH);
-        if (indexText.empty()) return;
-        if (++handled > MAX_PLACEHOLDERS) {
-            guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__,
-                       "alarm detail has more than %zu placeholders, the rest has no value.", MAX_PLACEHOLDERS);
-            return;
-        }
-        const unsigned int index = isPlainIndex(indexText) ? static_cast<unsigned int>(plainIndex(indexText))
-                                                           : StrToUint(std::string(indexText));
-        const std::size_t open = findMap(detail, mark);
-        if (open == std::string::npos) {
-            pairs.emplace_back(index, valueOrMissing(params, index));
-            continue;
-        }
-        const std::size_t close = detail.find('}', mark);
-        if (close == std::string::npos) {
-            guard.debug(LOGCODE_DEBUG, __FUNCTION__, __LINE__, "parserParmeterByDetail error");
-            return;
-        }
-        // A brace that closes before one opens leaves a map without entries.
-        const std::size_t length = close > open ? close - open - 1 : 0;
-        pairs.emplace_back(index, mappedValue(params, index, std::string_view(detail).substr(open + 1, length)));
-    }
-}
-
-void replaceBraceWithEmptyString(CVRXDebugKitGuard& guard, std::string& text) {
-    std::size_t kept = 0;      // bytes that are in their final place
-    std::size_t position = 0;  // what follows is not looked at yet
-    const auto keepUpTo = [&](std::size_t end) {
-        std::string::traits_type::move(&text[kept], &text[position], end - position);
-        kept += end - position;
-    };
-    for (std::size_t open = text.find('{'); open != std::string::npos; open = text.find('{', position)) {
-        const std::size_t close = text.find('}', open);
-        if (close == std::string::npos) {
-            guard.debug(LOGCODE_DEBUG, __FUNCTION__, __LINE__, "replaceBraceWithEmptyString error");
-            break;
-        }
-        keepUpTo(open);
-        position = close + 1;
-    }
-    keepUpTo(text.size());
-    text.resize(kept);
+    return std::string(value);
 }
 
 // The value of the first pair with that index, null when none has it.
@@ -191,9 +146,23 @@ int indexOf(std::string_view text) {
     return static_cast<int>(std::strtol(digits, nullptr, 10));
 }
 
-// `templ` is no part of `out`.
-int replaceAlarmParamInfo(CVRXDebugKitGuard& guard, std::string_view templ, std::string& out,
-                          const POSITION_LIST& pairs) {
+// Replaces the placeholder that the text stands at, as CAlarmConfigParser::replaceParaWithBraceValue would.
+bool replaceParaWithBraceValue(Expansion& text, int index, const POSITION_LIST& pairs) {
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, REPLACE_PARA_WITH_BRACE_VALUE);
+    const std::string* value = valueOf(index, pairs);
+    if (value == nullptr) {
+        guard.setResult(false);
+        return false;
+    }
+    text.replacePlaceholder(*value);
+    return true;
+}
+
+// CAlarmConfigParser::replaceAlarmParamInfo without a copy of the template, which is no part of `out`.
+int replaceAlarmParamInfo(std::string_view templ, std::string& out, const POSITION_LIST& pairs) {
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
+                            "int CAlarmConfigParser::replaceAlarmParamInfo(std::string, std::string&, "
+                            "const POSITION_LIST&)"_scope);
     if (pairs.empty()) {
         out = templ;
         return 0;
@@ -204,25 +173,24 @@ int replaceAlarmParamInfo(CVRXDebugKitGuard& guard, std::string_view templ, std:
     while (text.findPlaceholder()) {
         const std::string_view indexText = text.indexText();
         if (indexText.empty()) {
+            guard.setResult(false);
             guard.error(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "no alarm parameter pos");
             return CAlarmConfigParser::NO_PARAMETER_POS;
         }
-        if (++handled > MAX_PLACEHOLDERS || text.size() > maxLength) {
+        if (++handled > MAX_REPLACEMENTS || text.size() > maxLength) {
             guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__,
                        "alarm text needs more than %zu replacements or grows by more than %zu bytes, the rest stays "
                        "as it is.",
-                       MAX_PLACEHOLDERS, MAX_GROWTH);
+                       MAX_REPLACEMENTS, MAX_GROWTH);
             break;
         }
         const int index = indexOf(indexText);
-        // The bound is the number of placeholders of the detail, not the number of parameters, on purpose.
+        // The bound is the number of placeholders of the detail, not the number of parameters.
         if (index < 0 || static_cast<std::size_t>(index) >= pairs.size()) {
             guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "alarm parameter pos %d is out of range[0, %d]", index,
                        static_cast<int>(pairs.size()));
             text.replacePlaceholder(KNONESTRING);
-        } else if (const std::string* value = valueOf(index, pairs)) {
-            text.replacePlaceholder(*value);
-        } else {
+        } else if (!replaceParaWithBraceValue(text, index, pairs)) {
             guard.warn(LOGCODE_GENERAL, __FUNCTION__, __LINE__,
                        "alarm parameter pos %d is not in the parameters of the detail", index);
             text.replacePlaceholder(MISSING_PARAMETER);
@@ -235,6 +203,7 @@ int replaceAlarmParamInfo(CVRXDebugKitGuard& guard, std::string_view templ, std:
 }  // namespace
 
 std::string relpacestr(std::string text, std::string from, std::string to) {
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "std::string relpacestr(std::string, std::string, std::string)"_scope);
     if (from.empty()) return text;
     for (std::size_t position = text.find(from); position != std::string::npos;
          position = text.find(from, position + to.size())) {
@@ -246,13 +215,50 @@ std::string relpacestr(std::string text, std::string from, std::string to) {
 void parserParmeterByDetail(std::vector<std::string>& params, POSITION_LIST& pairs, const std::string& detail) {
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
                             "void parserParmeterByDetail(std::vector<std::string>&, POSITION_LIST&, "
-                            "const std::string&)");
-    parserParmeterByDetail(guard, params, pairs, detail);
+                            "const std::string&)"_scope);
+    for (std::size_t mark = detail.find(PLACEHOLDER_MARK); mark != std::string::npos;
+         // Right after this mark, so that one inside of a value map is a placeholder too.
+         mark = detail.find(PLACEHOLDER_MARK, mark + PLACEHOLDER_MARK.size())) {
+        const std::string_view indexText =
+            std::string_view(detail).substr(mark + PLACEHOLDER_MARK.size(), INDEX_LENGTH);
+        if (indexText.empty()) return;
+        const unsigned int index = isPlainIndex(indexText) ? static_cast<unsigned int>(plainIndex(indexText))
+                                                           : StrToUint(std::string(indexText));
+        const std::size_t open = findMap(detail, mark);
+        if (open == std::string::npos) {
+            pairs.emplace_back(index, valueOrMissing(params, index));
+            continue;
+        }
+        const std::size_t close = detail.find('}', mark);
+        if (close == std::string::npos) {
+            guard.debug(LOGCODE_DEBUG, __FUNCTION__, __LINE__, "parserParmeterByDetail error");
+            return;
+        }
+        // A brace that closes before one opens leaves a map without entries.
+        const std::size_t length = close > open ? close - open - 1 : 0;
+        pairs.emplace_back(index, mappedValue(params, index, std::string_view(detail).substr(open + 1, length)));
+    }
 }
 
 void replaceBraceWithEmptyString(std::string& text) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "void replaceBraceWithEmptyString(std::string&)");
-    replaceBraceWithEmptyString(guard, text);
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "void replaceBraceWithEmptyString(std::string&)"_scope);
+    std::size_t kept = 0;      // bytes that are in their final place
+    std::size_t position = 0;  // what follows is not looked at yet
+    const auto keepUpTo = [&](std::size_t end) {
+        std::string::traits_type::move(&text[kept], &text[position], end - position);
+        kept += end - position;
+    };
+    for (std::size_t open = text.find('{'); open != std::string::npos; open = text.find('{', position)) {
+        const std::size_t close = text.find('}', open);
+        if (close == std::string::npos) {
+            guard.debug(LOGCODE_DEBUG, __FUNCTION__, __LINE__, "replaceBraceWithEmptyString error");
+            break;
+        }
+        keepUpTo(open);
+        position = close + 1;
+    }
+    keepUpTo(text.size());
+    text.resize(kept);
 }
 
 const CAlarmConfigItem* CAlarmConfigParser::findItem(unsigned long long alarmId, CVRXDebugKitGuard& guard,
@@ -268,7 +274,7 @@ const CAlarmConfigItem* CAlarmConfigParser::findItem(unsigned long long alarmId,
     }
     const auto found = m_AlarmItems.find(alarmId);
     if (found == m_AlarmItems.end()) {
-        // Spelled so on purpose.
+        // Rules of log collectors match this spelling.
         guard.warn(LOGCODE_GENERAL, function, __LINE__, "alarm %llu desn't need to be parsed.", alarmId);
         return nullptr;
     }
@@ -280,7 +286,7 @@ int CAlarmConfigParser::getAlarmInfo(unsigned long long alarmId, const std::stri
                                      std::string& detail, u_int& level, std::string& name, std::string& suggestion) {
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
                             "int CAlarmConfigParser::getAlarmInfo(long long unsigned int, const std::string&, "
-                            "std::string&, std::string&, u_int&, std::string&, std::string&)");
+                            "std::string&, std::string&, u_int&, std::string&, std::string&)"_scope);
     const Lock lock(m_oMutex);
     const CAlarmConfigItem* item = findItem(alarmId, guard, __FUNCTION__);
     if (item == nullptr) return -1;
@@ -290,16 +296,16 @@ int CAlarmConfigParser::getAlarmInfo(unsigned long long alarmId, const std::stri
     for (std::string& value : list) {
         if (value.empty()) value = MISSING_PARAMETER;
     }
-    if (!item->paramEnumDescs.empty()) replaceAlarmParamEnumValueDesc(guard, alarmId, list, item->paramEnumDescs);
+    if (!item->paramEnumDescs.empty()) replaceAlarmParamEnumValueDesc(alarmId, list, item->paramEnumDescs);
     level = item->level;
 
     POSITION_LIST pairs;
     pairs.reserve(list.size());  // most details show each parameter once
-    parserParmeterByDetail(guard, list, pairs, item->detail);
+    parserParmeterByDetail(list, pairs, item->detail);
     std::string detailTemplate = item->detail;
-    replaceBraceWithEmptyString(guard, detailTemplate);
+    replaceBraceWithEmptyString(detailTemplate);
 
-    int rc = ::replaceAlarmParamInfo(guard, item->location, location, pairs);
+    int rc = ::replaceAlarmParamInfo(item->location, location, pairs);
     if (rc != 0) {
         guard.setResult(false);
         guard.error(LOGCODE_GENERAL, __FUNCTION__, __LINE__,
@@ -307,7 +313,7 @@ int CAlarmConfigParser::getAlarmInfo(unsigned long long alarmId, const std::stri
                     params.c_str(), location.c_str());
         return rc;
     }
-    rc = ::replaceAlarmParamInfo(guard, detailTemplate, detail, pairs);
+    rc = ::replaceAlarmParamInfo(detailTemplate, detail, pairs);
     if (rc != 0) {
         guard.setResult(false);
         guard.error(LOGCODE_GENERAL, __FUNCTION__, __LINE__,
@@ -315,10 +321,10 @@ int CAlarmConfigParser::getAlarmInfo(unsigned long long alarmId, const std::stri
                     params.c_str(), detail.c_str());
         return rc;
     }
-    rc = ::replaceAlarmParamInfo(guard, item->suggestion, suggestion, pairs);
+    rc = ::replaceAlarmParamInfo(item->suggestion, suggestion, pairs);
     if (rc != 0) {
         guard.setResult(false);
-        // "parsed detail" here too, on purpose.
+        // "parsed detail" here too: rules of log collectors match it.
         guard.error(LOGCODE_GENERAL, __FUNCTION__, __LINE__,
                     "parse alarm suggestion %s using parameter %s failed, parsed detail is %s.",
                     item->suggestion.c_str(), params.c_str(), suggestion.c_str());
@@ -330,7 +336,7 @@ int CAlarmConfigParser::getAlarmInfo(unsigned long long alarmId, const std::stri
 
 int CAlarmConfigParser::getAlarmOidInfo(unsigned long long alarmId, std::string& oid) {
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
-                            "int CAlarmConfigParser::getAlarmOidInfo(long long unsigned int, std::string&)");
+                            "int CAlarmConfigParser::getAlarmOidInfo(long long unsigned int, std::string&)"_scope);
     const Lock lock(m_oMutex);
     const CAlarmConfigItem* item = findItem(alarmId, guard, __FUNCTION__);
     if (item == nullptr) return -1;
@@ -339,29 +345,33 @@ int CAlarmConfigParser::getAlarmOidInfo(unsigned long long alarmId, std::string&
 }
 
 void CAlarmConfigParser::parseAlarmParamList(std::string params, std::vector<std::string>& list) {
+    CVRXDebugKitGuard guard(
+        TAMREL_LOG_MODULE,
+        "void CAlarmConfigParser::parseAlarmParamList(std::string, std::vector<std::string>&)"_scope);
     if (params.empty()) return;
     list.reserve(list.size() + 1 + static_cast<std::size_t>(std::count(params.begin(), params.end(), COMMA.front())));
     SplitToStr(std::move(params), COMMA.front(), list);
+    const bool isTraced = guard.takesTrace();
     for (std::string& value : list) {
-        if (value.find(AMPERSAND) == std::string::npos) continue;  // both escapes begin with one
+        // Both escapes begin with an ampersand: a text without one stays, but for the trace.
+        if (!isTraced && value.find(AMPERSAND) == std::string::npos) continue;
         value = relpacestr(std::move(value), ESC_COMMA, COMMA);
         value = relpacestr(std::move(value), ECS_AMPERSAND, AMPERSAND);
     }
 }
 
 int CAlarmConfigParser::replaceAlarmParamInfo(std::string templ, std::string& out, const POSITION_LIST& pairs) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
-                            "int CAlarmConfigParser::replaceAlarmParamInfo(std::string, std::string&, "
-                            "const POSITION_LIST&)");
-    const int rc = ::replaceAlarmParamInfo(guard, templ, out, pairs);
-    if (rc != 0) guard.setResult(false);
-    return rc;
+    return ::replaceAlarmParamInfo(templ, out, pairs);
 }
 
 bool CAlarmConfigParser::replaceParaWithBraceValue(std::string& text, int index, std::size_t start, std::size_t length,
                                                    const POSITION_LIST& pairs) {
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, REPLACE_PARA_WITH_BRACE_VALUE);
     const std::string* value = valueOf(index, pairs);
-    if (value == nullptr || start > text.size()) return false;
+    if (value == nullptr || start > text.size()) {
+        guard.setResult(false);
+        return false;
+    }
     text.replace(start, length, *value);
     return true;
 }

@@ -51,7 +51,7 @@ CAlarmConfigItem::CAlarmConfigItem(unsigned long long id, unsigned int alarmLeve
       alarmOid(oid) {}
 
 CAlarmConfigParser* CAlarmConfigParser::instance() {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "static CAlarmConfigParser* CAlarmConfigParser::instance()");
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "static CAlarmConfigParser* CAlarmConfigParser::instance()"_scope);
     CAlarmConfigParser* parser = _pInstance.load(std::memory_order_acquire);
     if (parser != nullptr) return parser;
     const Lock lock(_oSingletonMutex);
@@ -69,13 +69,13 @@ CAlarmConfigParser* CAlarmConfigParser::instance() {
 }
 
 void CAlarmConfigParser::destroy() {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "static void CAlarmConfigParser::destroy()");
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "static void CAlarmConfigParser::destroy()"_scope);
     const Lock lock(_oSingletonMutex);
     delete _pInstance.exchange(nullptr, std::memory_order_acq_rel);
 }
 
 CAlarmConfigParser::~CAlarmConfigParser() {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "CAlarmConfigParser::~CAlarmConfigParser()");
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "CAlarmConfigParser::~CAlarmConfigParser()"_scope);
     const Lock lock(m_oMutex);
     for (auto& entry : m_AlarmItems) entry.second.reset();
     m_AlarmItems.clear();
@@ -83,7 +83,7 @@ CAlarmConfigParser::~CAlarmConfigParser() {
 }
 
 void CAlarmConfigParser::init() {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "void CAlarmConfigParser::init()");
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "void CAlarmConfigParser::init()"_scope);
     std::string definitions;
     getAlarmFilePath(definitions);
     parse(definitions);
@@ -93,13 +93,13 @@ void CAlarmConfigParser::init() {
 }
 
 void CAlarmConfigParser::getAlarmFilePath(std::string& path) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "void CAlarmConfigParser::getAlarmFilePath(std::string&)");
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "void CAlarmConfigParser::getAlarmFilePath(std::string&)"_scope);
     path = CVRXXmlConfig::instance()->getDeviceItem(KSNMPCONF, "ALARM_INI_PATH", path);
     if (!path.empty()) guard.debug(LOGCODE_DEBUG, __FUNCTION__, __LINE__, "file path : %s", path.c_str());
 }
 
 void CAlarmConfigParser::parse(std::string& path) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "void CAlarmConfigParser::parse(std::string&)");
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "void CAlarmConfigParser::parse(std::string&)"_scope);
     path = VRX_Utility::getVRXRootEnv() + "/" + path;
     TiXmlDocument document;
     document.SetTabSize(0);  // nobody asks an element for its place
@@ -117,7 +117,7 @@ void CAlarmConfigParser::parse(std::string& path) {
 }
 
 int CAlarmConfigParser::parseAlarmItem(TiXmlNode* node) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmConfigParser::parseAlarmItem(TiXmlNode*)");
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmConfigParser::parseAlarmItem(TiXmlNode*)"_scope);
     const TiXmlElement* element = node != nullptr ? node->ToElement() : nullptr;
     if (element == nullptr) {
         guard.setResult(false);
@@ -144,12 +144,12 @@ int CAlarmConfigParser::parseAlarmItem(TiXmlNode* node) {
 
 void CAlarmConfigParser::resolveAlarmId(unsigned long long alarmId, u_int& shortId) {
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
-                            "void CAlarmConfigParser::resolveAlarmId(long long unsigned int, u_int&)");
+                            "void CAlarmConfigParser::resolveAlarmId(long long unsigned int, u_int&)"_scope);
     shortId = static_cast<u_int>(alarmId & 0xFFFF);
 }
 
 int CAlarmConfigParser::converToQ7700AlarmLevel(int level) {
-    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmConfigParser::converToQ7700AlarmLevel(int)");
+    CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmConfigParser::converToQ7700AlarmLevel(int)"_scope);
     switch (level) {
         case 4:
             return 3;

@@ -59,7 +59,7 @@ public:
     static const std::string COMMA;
     static const std::string ESC_COMMA;
     static const std::string AMPERSAND;
-    static const std::string ECS_AMPERSAND;  // spelled so on purpose
+    static const std::string ECS_AMPERSAND;  // hosts link to this spelling, as to the others below
 
     // The one instance, created and loaded by the first call; never null. Throws CVRX_Exception when a file cannot be
     // loaded.
@@ -84,7 +84,7 @@ public:
     void resolveAlarmId(unsigned long long alarmId, u_int& shortId);
 
     // The management system's level (1 most severe, 4 least) of a notification's level.
-    int converToQ7700AlarmLevel(int level);  // spelled so on purpose
+    int converToQ7700AlarmLevel(int level);
 
     // Steps of the load, in this order. A path comes back as the configured one (relative to the product root) from
     // the first of each pair, and rewritten to the full one by the second. All but the path queries throw
@@ -122,9 +122,6 @@ private:
     CAlarmConfigParser() = default;
     ~CAlarmConfigParser();
 
-    // As the public one, with the lines of the caller's guard.
-    void replaceAlarmParamEnumValueDesc(CVRXDebugKitGuard& guard, unsigned long long alarmId,
-                                        std::vector<std::string>& params, const POSITION_LIST& enumDescs);
     const CAlarmConfigItem* findItem(unsigned long long alarmId, CVRXDebugKitGuard& guard, const char* function);
 
     static std::atomic<CAlarmConfigParser*> _pInstance;  // published when the load is complete
@@ -135,11 +132,10 @@ private:
 
 // The value of each placeholder of the detail, value maps applied, appended to `pairs` in the order of the
 // placeholders.
-void parserParmeterByDetail(std::vector<std::string>& params, POSITION_LIST& pairs,
-                            const std::string& detail);  // spelled so on purpose
+void parserParmeterByDetail(std::vector<std::string>& params, POSITION_LIST& pairs, const std::string& detail);
 
 // Removes every brace group from a template.
 void replaceBraceWithEmptyString(std::string& text);
 
 // Replaces every occurrence of `from`; what was put in is not searched again. An empty `from` occurs nowhere.
-std::string relpacestr(std::string text, std::string from, std::string to);  // spelled so on purpose
+std::string relpacestr(std::string text, std::string from, std::string to);

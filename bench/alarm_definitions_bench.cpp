@@ -10,6 +10,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -186,6 +187,12 @@ unsigned int StrToUint(std::string text) {
                           static_cast<unsigned long long>(std::numeric_limits<unsigned int>::max()));
     }
     return static_cast<unsigned int>(number);
+}
+
+int memcpy_s(void* destination, std::size_t destinationSize, const void* source, std::size_t count) {
+    if (count > destinationSize) return -1;
+    std::memcpy(destination, source, count);
+    return 0;
 }
 
 BENCHMARK_MAIN();

@@ -151,11 +151,6 @@ std::vector<Renderer::Placeholder> Renderer::placeholdersOf(const std::string& d
         if (mark == std::string::npos) break;
         const std::string indexText = detail.substr(mark + 2, 2);
         if (indexText.empty()) break;
-        if (placeholders.size() == MOST_PLACEHOLDERS) {
-            say("alarm detail has more than " + std::to_string(MOST_PLACEHOLDERS) +
-                " placeholders, the rest has no value.");
-            break;
-        }
         const unsigned int index = unsignedNumber(indexText);
         std::string value = index < parameters.size() ? parameters[index] : "--";
 

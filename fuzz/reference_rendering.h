@@ -13,7 +13,6 @@
 
 namespace reference {
 
-constexpr std::size_t MOST_PLACEHOLDERS = 10000;
 constexpr std::size_t MOST_REPLACEMENTS = 10000;
 constexpr std::size_t MOST_GROWTH = 1048576;
 

@@ -11,6 +11,7 @@
 
 #include "tests/alarm/alarm_files.h"
 #include "tests/alarm/failing_lock.h"
+#include "tests/alarm/waiting_thread.h"
 
 namespace {
 
@@ -180,8 +181,24 @@ TEST_F(AlarmDefinitionsTest, WrongRootElementFails) {
 }
 
 TEST_F(AlarmDefinitionsTest, NameOfTheRootElementIsExact) {
-    writeDefinitionFile("<Root><eventDefinition/></Root>");
-    EXPECT_EQ(loadFailure(), "root element(Root) is invalid, should be (root).");
+    for (const std::string name : {"Root", "rootX", "roo", "root.", "Xroot"}) {
+        writeDefinitionFile("<" + name + "><eventDefinition/></" + name + ">");
+        EXPECT_EQ(loadFailure(), "root element(" + name + ") is invalid, should be (root).");
+    }
+}
+
+TEST_F(AlarmDefinitionsTest, NamesBelowTheRootElementAreExact) {
+    writeDefinitionFile(
+        "<root><eventDefinitionX><param eventID='1'/></eventDefinitionX><eventDefinition><paramX eventID='2'/>"
+        "<para eventID='3'/><param eventID='4'/></eventDefinition></root>");
+    EXPECT_EQ(only().alarmId, 4U);
+}
+
+TEST_F(AlarmDefinitionsTest, CommentsNamedLikeTheElementsAreIgnored) {
+    writeDefinitionFile(
+        "<!--root--><root><!--eventDefinition--><eventDefinition><!--param--><param eventID='4'/><!--param-->"
+        "</eventDefinition></root>");
+    EXPECT_EQ(only().alarmId, 4U);
 }
 
 TEST_F(AlarmDefinitionsTest, RootWithoutEventDefinitionFails) {
@@ -363,6 +380,10 @@ TEST_F(AlarmDefinitionsTest, LoadIsTracedInItsOrder) {
                             "trace leave void CAlarmConfigParser::getAlarmFilePath(std::string&): OK",
                             "trace enter void CAlarmConfigParser::parse(std::string&)...",
                             "trace enter int CAlarmConfigParser::parseAlarmItem(TiXmlNode*)...",
+                            "trace enter int CAlarmConfigParser::parseAlarmParamEnumDescPair(const char*, "
+                            "POSITION_LIST&)...",
+                            "trace leave int CAlarmConfigParser::parseAlarmParamEnumDescPair(const char*, "
+                            "POSITION_LIST&): OK",
                             "trace leave int CAlarmConfigParser::parseAlarmItem(TiXmlNode*): OK",
                             "trace leave void CAlarmConfigParser::parse(std::string&): OK",
                             "trace enter void CAlarmConfigParser::getAlarmParamEnumFilePath(std::string&)...",
@@ -445,6 +466,30 @@ TEST_F(AlarmDefinitionsTest, ManyThreadsGetTheSameInstance) {
     for (std::thread& thread : threads) thread.join();
     EXPECT_THAT(seen, testing::Each(CAlarmConfigParser::instance()));
     EXPECT_EQ(host.log().lines("debug").size(), 4U);  // loaded once
+}
+
+TEST_F(AlarmDefinitionsTest, CreationAndDestructionWaitForTheLock) {
+    ASSERT_EQ(OpenParser::_oSingletonMutex.acquire(), 0);
+    {
+        CAlarmConfigParser* seen[2] = {};
+        WaitingThread first([&seen] { seen[0] = CAlarmConfigParser::instance(); });
+        WaitingThread second([&seen] { seen[1] = CAlarmConfigParser::instance(); });
+        EXPECT_TRUE(first.waits());
+        EXPECT_TRUE(second.waits());
+        EXPECT_THAT(host.configReads(), IsEmpty());
+        OpenParser::_oSingletonMutex.release();
+        first.join();
+        second.join();
+        EXPECT_NE(seen[0], nullptr);
+        EXPECT_EQ(seen[0], seen[1]);
+        EXPECT_EQ(host.log().lines("debug").size(), 4U);  // the second finds what the first has loaded
+    }
+    ASSERT_EQ(OpenParser::_oSingletonMutex.acquire(), 0);
+    WaitingThread destruction([] { CAlarmConfigParser::destroy(); });
+    EXPECT_TRUE(destruction.waits());
+    EXPECT_EQ(CAlarmConfigParser::instance()->alarmItems().size(), 1U);  // it is still there
+    OpenParser::_oSingletonMutex.release();
+    destruction.join();
 }
 
 TEST_F(AlarmDefinitionsTest, CreationGoesOnWhenTheLockFails) {

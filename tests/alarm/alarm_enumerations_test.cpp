@@ -105,7 +105,33 @@ TEST_F(AlarmEnumerationsTest, DescriptionsGoWithTheInstance) {
 }
 
 TEST_F(AlarmEnumerationsTest, NameOfTheRootElementIsExact) {
-    EXPECT_EQ(enumerationFailure("<Alarm><param_enum/></Alarm>"), "root element(Alarm) is invalid, should be (alarm).");
+    for (const std::string name : {"Alarm", "alarmX", "alar", "alarm.", "Xalarm"}) {
+        EXPECT_EQ(enumerationFailure("<" + name + "><param_enum/></" + name + ">"),
+                  "root element(" + name + ") is invalid, should be (alarm).");
+    }
+}
+
+TEST_F(AlarmEnumerationsTest, NamesBelowTheRootElementAreExact) {
+    writeEnumerationFile(
+        "<alarm><param_enumX><enum_type name='A'><enum_member value='1'>a</enum_member></enum_type></param_enumX>"
+        "<param_enum><enum_typeX name='B'><enum_member value='1'>b</enum_member></enum_typeX>"
+        "<enum_type name='C'><enum_memberX value='1'>x</enum_memberX><enum_member value='2'>c</enum_member>"
+        "</enum_type></param_enum></alarm>");
+    EXPECT_THAT(load().enumDescMap(), ElementsAre(Pair("C_2", "c")));
+}
+
+TEST_F(AlarmEnumerationsTest, CommentsNamedLikeTheElementsAreIgnored) {
+    writeEnumerationFile(
+        "<!--alarm--><alarm><!--param_enum--><param_enum><!--enum_type--><enum_type name='A'><!--enum_member-->"
+        "<enum_member value='1'>a</enum_member><!--enum_member--></enum_type><!--enum_type--></param_enum></alarm>");
+    EXPECT_THAT(load().enumDescMap(), ElementsAre(Pair("A_1", "a")));
+}
+
+TEST_F(AlarmEnumerationsTest, EmptyNamesAndValuesArePartOfTheKey) {
+    writeEnumerations(
+        "<enum_type name='A'><enum_member value=''>nothing</enum_member></enum_type>"
+        "<enum_type name=''><enum_member value='1'>one</enum_member></enum_type>");
+    EXPECT_THAT(load().enumDescMap(), ElementsAre(Pair("A_", "nothing"), Pair("_1", "one")));
 }
 
 TEST_F(AlarmEnumerationsTest, WrongRootElementFails) {
@@ -185,6 +211,21 @@ TEST_F(AlarmEnumerationsTest, PairsAreAppended) {
     POSITION_LIST pairs{{9, "before"}};
     load().parseAlarmParamEnumDescPair("1=A", pairs);
     EXPECT_THAT(pairs, ElementsAre(Pair(9U, "before"), Pair(1U, "A")));
+}
+
+TEST_F(AlarmEnumerationsTest, ParamDescIsTracedAndReadFromACopyOfTheHosts) {
+    const std::string signature = "int CAlarmConfigParser::parseAlarmParamEnumDescPair(const char*, POSITION_LIST&)";
+    CAlarmConfigParser& parser = load();
+    const char text[] = "1=A,2=B";
+    POSITION_LIST pairs;
+    EXPECT_EQ(parser.parseAlarmParamEnumDescPair(text, pairs), 0);
+    EXPECT_STREQ(text, "1=A,2=B");
+    EXPECT_THAT(host.log().lines(),
+                ElementsAre("trace enter " + signature + "...", "trace leave " + signature + ": OK"));
+    host.refuseCopies();
+    pairs.clear();
+    EXPECT_THROW(parser.parseAlarmParamEnumDescPair(text, pairs), CVRX_Exception);
+    EXPECT_THAT(pairs, IsEmpty());
 }
 
 TEST_F(AlarmEnumerationsTest, NullParamDescIsRefused) {

@@ -1,8 +1,6 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <ctime>
 #include <limits>
 #include <string>
@@ -11,6 +9,7 @@
 
 #include "tests/alarm/alarm_files.h"
 #include "tests/alarm/failing_lock.h"
+#include "tests/alarm/waiting_thread.h"
 
 namespace {
 
@@ -291,19 +290,19 @@ TEST_F(AlarmRenderingTest, ValueThatNamesItselfBeforeALongTextCostsNoMoreThanMan
     EXPECT_LT(secondsOfRendering(valueThatNamesItself), 20 * plain);
 }
 
-TEST_F(AlarmRenderingTest, DetailWithVeryManyPlaceholdersIsBounded) {
+TEST_F(AlarmRenderingTest, ReplacementsOfADetailWithVeryManyPlaceholdersAreBounded) {
     std::string detail;
     for (int i = 0; i < 10000; ++i) detail += "##00";
     EXPECT_EQ(renderDetail(detail, "7"), std::string(10000, '7'));
     EXPECT_THAT(logged(), IsEmpty());
 
-    detail += "##00";
-    const Rendered r = renderTemplates(detail, "l", "s", "7");
+    // All placeholders have values: the location shows that of the last one.
+    detail += "##01";
+    const Rendered r = renderTemplates(detail, "##01", "s", "7,8");
     EXPECT_EQ(r.result, 0);
-    EXPECT_EQ(r.detail, std::string(10000, '7') + "##00");
-    EXPECT_THAT(logged(),
-                ElementsAre("warn 0x1002E alarm detail has more than 10000 placeholders, the rest has no value.",
-                            GROWTH_WARNING));
+    EXPECT_EQ(r.location, "8");
+    EXPECT_EQ(r.detail, std::string(10000, '7') + "##01");
+    EXPECT_THAT(logged(), ElementsAre(GROWTH_WARNING));
 }
 
 TEST_F(AlarmRenderingTest, ManyThreadsRenderAlike) {
@@ -328,17 +327,115 @@ TEST_F(AlarmRenderingTest, ManyThreadsRenderAlike) {
     EXPECT_THAT(wrong, Each(0));
 }
 
-TEST_F(AlarmRenderingTest, RenderingIsOneEntryOfTheTrace) {
-    load();
-    EXPECT_EQ(render(DISK_FAULT, "7,A,1").result, 0);
-    EXPECT_THAT(host.log().lines(),
-                ElementsAre("trace enter static CAlarmConfigParser* CAlarmConfigParser::instance()...",
-                            "trace leave static CAlarmConfigParser* CAlarmConfigParser::instance(): OK",
-                            "trace enter int CAlarmConfigParser::getAlarmInfo(long long unsigned int, const "
-                            "std::string&, std::string&, std::string&, u_int&, std::string&, std::string&)...",
-                            "trace leave int CAlarmConfigParser::getAlarmInfo(long long unsigned int, const "
-                            "std::string&, std::string&, std::string&, u_int&, std::string&, std::string&): OK"));
+// What is traced of an operation: its line when it is entered, what happens inside, its line when it is left.
+std::vector<std::string> traced(const std::string& signature, const std::vector<std::vector<std::string>>& inside = {},
+                                const std::string& outcome = "OK") {
+    std::vector<std::string> lines{"trace enter " + signature + "..."};
+    for (const std::vector<std::string>& step : inside) lines.insert(lines.end(), step.begin(), step.end());
+    lines.push_back("trace leave " + signature + ": " + outcome);
+    return lines;
+}
+
+// The steps of a look-up as they are traced.
+const std::string GET_ALARM_INFO =
+    "int CAlarmConfigParser::getAlarmInfo(long long unsigned int, const std::string&, std::string&, std::string&, "
+    "u_int&, std::string&, std::string&)";
+const std::string PARAM_LIST = "void CAlarmConfigParser::parseAlarmParamList(std::string, std::vector<std::string>&)";
+const std::string RELPACESTR = "std::string relpacestr(std::string, std::string, std::string)";
+const std::string ENUM_VALUES =
+    "void CAlarmConfigParser::replaceAlarmParamEnumValueDesc(long long unsigned int, std::vector<std::string>&, "
+    "const POSITION_LIST&)";
+const std::string BY_DETAIL =
+    "void parserParmeterByDetail(std::vector<std::string>&, POSITION_LIST&, const std::string&)";
+const std::string WITHOUT_BRACES = "void replaceBraceWithEmptyString(std::string&)";
+const std::string PARAM_INFO =
+    "int CAlarmConfigParser::replaceAlarmParamInfo(std::string, std::string&, const POSITION_LIST&)";
+const std::string BRACE_VALUE =
+    "bool CAlarmConfigParser::replaceParaWithBraceValue(std::string&, int, std::size_t, std::size_t, "
+    "const POSITION_LIST&)";
+
+TEST_F(AlarmRenderingTest, EachStepOfARenderingIsTraced) {
+    CAlarmConfigParser& parser = load();
+    Rendered r;
+    EXPECT_EQ(parser.getAlarmInfo(DISK_FAULT, "7,A,1", r.location, r.detail, r.level, r.name, r.suggestion), 0);
+    const std::vector<std::string> value = traced(BRACE_VALUE);
+    const std::vector<std::string> unescaped = traced(RELPACESTR);
+    EXPECT_EQ(
+        host.log().lines(),
+        traced(GET_ALARM_INFO, {traced(PARAM_LIST, {unescaped, unescaped, unescaped, unescaped, unescaped, unescaped}),
+                                traced(ENUM_VALUES), traced(BY_DETAIL), traced(WITHOUT_BRACES),
+                                traced(PARAM_INFO, {value, value}),         // location
+                                traced(PARAM_INFO, {value, value, value}),  // detail
+                                traced(PARAM_INFO, {value})}));             // suggestion
     for (const FakeLogLine& line : host.log().entries()) EXPECT_EQ(line.module, 4U);
+}
+
+TEST_F(AlarmRenderingTest, StepsThatAnAlarmDoesNotNeedAreNotTraced) {
+    renderTemplates("Fault", "l", "s", "");
+    host.log().clear();
+    Rendered r;
+    EXPECT_EQ(
+        CAlarmConfigParser::instance()->getAlarmInfo(ALARM, "", r.location, r.detail, r.level, r.name, r.suggestion),
+        0);
+    std::vector<std::string> lines = host.log().lines();
+    lines.erase(lines.begin(), lines.begin() + 2);  // instance()
+    EXPECT_EQ(lines, traced(GET_ALARM_INFO, {traced(PARAM_LIST), traced(BY_DETAIL), traced(WITHOUT_BRACES),
+                                             traced(PARAM_INFO), traced(PARAM_INFO), traced(PARAM_INFO)}));
+}
+
+TEST_F(AlarmRenderingTest, StepsThatFailAreTracedAsFailed) {
+    renderTemplates("##00 ##01 ##02", "##01", "##00 ##", "a,b");
+    CAlarmConfigParser& parser = *CAlarmConfigParser::instance();
+    host.log().clear();
+    Rendered r;
+    EXPECT_EQ(parser.getAlarmInfo(ALARM, "", r.location, r.detail, r.level, r.name, r.suggestion), 0x100400F);
+    const std::vector<std::string> value = traced(BRACE_VALUE);
+    EXPECT_EQ(host.log().lines(),
+              traced(GET_ALARM_INFO,
+                     {traced(PARAM_LIST),
+                      traced(BY_DETAIL),
+                      traced(WITHOUT_BRACES),
+                      traced(PARAM_INFO, {value}),
+                      traced(PARAM_INFO, {value, value, value}),
+                      traced(PARAM_INFO, {value, {"error 0x1002E no alarm parameter pos"}}, "NOK"),
+                      {"error 0x1002E parse alarm suggestion ##00 ## using parameter  failed, parsed detail is "
+                       "suggestion before."}},
+                     "NOK"));
+
+    host.log().clear();
+    std::string out;
+    EXPECT_EQ(parser.replaceAlarmParamInfo("##01", out, {{0, "x"}, {2, "y"}}), 0);
+    EXPECT_EQ(host.log().lines(),
+              traced(PARAM_INFO, {traced(BRACE_VALUE, {}, "NOK"),
+                                  {"warn 0x1002E alarm parameter pos 1 is not in the parameters of the detail"}}));
+}
+
+// Lines of the steps carry the names of the operations that write them.
+TEST_F(AlarmRenderingTest, LinesOfTheStepsNameTheirOperations) {
+    renderTemplates("##00 ##09 ##00{", "##07 ##01", "##", "7");
+    std::vector<std::pair<std::string, std::string>> lines;
+    for (const FakeLogLine& line : host.log().entries()) {
+        if (line.kind != "trace" && line.text.find("file path") == std::string::npos) {
+            lines.emplace_back(line.function, line.text);
+        }
+    }
+    EXPECT_THAT(lines, ElementsAre(Pair("parserParmeterByDetail", "parserParmeterByDetail error"),
+                                   Pair("replaceBraceWithEmptyString", "replaceBraceWithEmptyString error"),
+                                   Pair("replaceAlarmParamInfo", "alarm parameter pos 7 is out of range[0, 2]"),
+                                   Pair("replaceAlarmParamInfo",
+                                        "alarm parameter pos 1 is not in the parameters of the detail"),
+                                   Pair("replaceAlarmParamInfo", "alarm parameter pos 9 is out of range[0, 2]"),
+                                   Pair("replaceAlarmParamInfo", "no alarm parameter pos"),
+                                   Pair("getAlarmInfo",
+                                        "parse alarm suggestion ## using parameter 7 failed, parsed detail is "
+                                        "suggestion before.")));
+}
+
+TEST_F(AlarmRenderingTest, StepsThatNobodyTracesGiveTheSame) {
+    load();
+    host.log().refuse({"trace"});
+    EXPECT_EQ(render(DISK_FAULT, "7,CTE0&#44;A,1").detail, "Disk 7 in enclosure CTE0,A is not reachable.");
+    EXPECT_THAT(host.log().lines(), IsEmpty());
 }
 
 TEST_F(AlarmRenderingTest, RefusedLookUpsAreTracedAsFailedUnderTheirOwnNames) {
@@ -364,21 +461,24 @@ TEST_F(AlarmRenderingTest, StepsCalledAloneAreTraced) {
     std::vector<std::string> params;
     POSITION_LIST pairs;
     std::string text;
-    parserParmeterByDetail(params, pairs, "");
-    replaceBraceWithEmptyString(text);
-    parser.replaceAlarmParamInfo("##", text, {{0, "x"}});
-    EXPECT_THAT(host.log().lines(),
-                ElementsAre("trace enter void parserParmeterByDetail(std::vector<std::string>&, POSITION_LIST&, const "
-                            "std::string&)...",
-                            "trace leave void parserParmeterByDetail(std::vector<std::string>&, POSITION_LIST&, const "
-                            "std::string&): OK",
-                            "trace enter void replaceBraceWithEmptyString(std::string&)...",
-                            "trace leave void replaceBraceWithEmptyString(std::string&): OK",
-                            "trace enter int CAlarmConfigParser::replaceAlarmParamInfo(std::string, std::string&, "
-                            "const POSITION_LIST&)...",
-                            "error 0x1002E no alarm parameter pos",
-                            "trace leave int CAlarmConfigParser::replaceAlarmParamInfo(std::string, std::string&, "
-                            "const POSITION_LIST&): NOK"));
+    const auto linesOf = [this](const auto& step) {
+        host.log().clear();
+        step();
+        return host.log().lines();
+    };
+    EXPECT_EQ(linesOf([&] { parserParmeterByDetail(params, pairs, ""); }), traced(BY_DETAIL));
+    EXPECT_EQ(linesOf([&] { replaceBraceWithEmptyString(text); }), traced(WITHOUT_BRACES));
+    EXPECT_EQ(linesOf([&] {
+                  parser.replaceAlarmParamInfo("##", text, {{0, "x"}});
+              }),
+              traced(PARAM_INFO, {{"error 0x1002E no alarm parameter pos"}}, "NOK"));
+    EXPECT_EQ(linesOf([&] { parser.parseAlarmParamList("", params); }), traced(PARAM_LIST));
+    EXPECT_EQ(linesOf([&] { relpacestr("a", "a", "b"); }), traced(RELPACESTR));
+    EXPECT_EQ(linesOf([&] { parser.replaceParaWithBraceValue(text, 0, 0, 0, {{0, "x"}}); }), traced(BRACE_VALUE));
+    EXPECT_EQ(linesOf([&] {
+                  parser.replaceParaWithBraceValue(text, 1, 0, 0, {{0, "x"}});
+              }),
+              traced(BRACE_VALUE, {}, "NOK"));
 }
 
 TEST_F(AlarmRenderingTest, LookUpsAndDestructionWaitForTheLookUpThatRuns) {
@@ -394,23 +494,9 @@ TEST_F(AlarmRenderingTest, LookUpsAndDestructionWaitForTheLookUpThatRuns) {
     for (const auto& [name, operation] : operations) {
         SCOPED_TRACE(name);
         ASSERT_EQ(mutex.acquire(), 0);
-        std::atomic<bool> done{false};
-        std::thread thread([&done, run = operation] {
-            run();
-            done = true;
-        });
-        const auto entered = [this, wanted = std::string("CAlarmConfigParser::") + name] {
-            const std::vector<std::string> lines = host.log().lines("trace");
-            return std::any_of(lines.begin(), lines.end(), [&wanted](const std::string& line) {
-                return line.find("enter") != std::string::npos && line.find(wanted) != std::string::npos;
-            });
-        };
-        while (!entered()) std::this_thread::yield();
-        // Nothing tells that it waits: it is given far more time than it would need.
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        EXPECT_FALSE(done);
+        WaitingThread thread(operation);
+        EXPECT_TRUE(thread.waits());
         mutex.release();
-        thread.join();
     }
 }
 
@@ -463,6 +549,7 @@ TEST_F(AlarmRenderingTest, ParameterListIsAppended) {
 }
 
 TEST(Relpacestr, InsertedTextIsNotSearchedAgain) {
+    const FakeHost host;
     EXPECT_EQ(relpacestr("a.b.", ".", ".."), "a..b..");
     EXPECT_EQ(relpacestr("aaa", "aa", "a"), "aa");
     EXPECT_EQ(relpacestr("abc", "b", ""), "ac");
@@ -471,6 +558,7 @@ TEST(Relpacestr, InsertedTextIsNotSearchedAgain) {
 }
 
 TEST(Relpacestr, EmptySearchTextOccursNowhere) {
+    const FakeHost host;
     EXPECT_EQ(relpacestr("abc", "", "y"), "abc");
 }
 
@@ -565,6 +653,24 @@ INSTANTIATE_TEST_SUITE_P(
         ValueCase{"CloseBeforeOpenMissing", "##01}{a:b", {"a"}, {{1, "--"}}},
         ValueCase{"CloseBeforeMarkIsIgnored", "} ##00{a:b}", {"a"}, {{0, "b"}}}),
     [](const testing::TestParamInfo<ValueCase>& test) { return test.param.name; });
+
+// The pieces of a map are the host's, as those of the parameters are.
+TEST(PlaceholderValues, MapIsSplitAsTheHostSplits) {
+    FakeHost host;
+    std::vector<std::string> params{"a", "b", ""};
+    const auto valueOf = [&params](const std::string& detail) {
+        POSITION_LIST pairs;
+        parserParmeterByDetail(params, pairs, detail);
+        return pairs.at(0).second;
+    };
+    EXPECT_EQ(valueOf("##00{a:}"), "");
+    EXPECT_EQ(valueOf("##01{b::two;b:one}"), "one");
+    EXPECT_EQ(valueOf("##02{:empty}"), "empty");
+    host.dropEmptyPieces();
+    EXPECT_EQ(valueOf("##00{a:}"), "a");
+    EXPECT_EQ(valueOf("##01{b::two;b:one}"), "two");
+    EXPECT_EQ(valueOf("##02{:empty}"), "");
+}
 
 TEST(PlaceholderValues, UnclosedMapKeepsThePairsFoundSoFar) {
     FakeHost host;

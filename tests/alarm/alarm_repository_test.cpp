@@ -2,8 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <atomic>
-#include <chrono>
 #include <functional>
 #include <string>
 #include <thread>
@@ -11,6 +9,7 @@
 #include <vector>
 
 #include "tests/alarm/failing_lock.h"
+#include "tests/alarm/waiting_thread.h"
 #include "tests/fake_host/fake_host.h"
 
 namespace {
@@ -208,18 +207,10 @@ TEST_F(AlarmRepositoryTest, ChangesAndSnapshotWaitForTheLock) {
         {"clearAllAlarmItems(", [this] { return repository.clearAllAlarmItems(); }}};
     for (const auto& [name, operation] : operations) {
         SCOPED_TRACE(name);
-        host.log().clear();
         ASSERT_EQ(OpenRepository::m_oMutex.acquire(), 0);
-        std::atomic<bool> done{false};
         int result = -2;
-        std::thread thread([&done, &result, &run = operation] {
-            result = run();
-            done = true;
-        });
-        while (host.log().lines("trace").empty()) std::this_thread::yield();  // until it has begun
-        // Nothing tells that it waits: it is given far more time than it would need.
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        EXPECT_FALSE(done);
+        WaitingThread thread([&result, &run = operation] { result = run(); });
+        EXPECT_TRUE(thread.waits());
         OpenRepository::m_oMutex.release();
         thread.join();
         EXPECT_EQ(result, 0);

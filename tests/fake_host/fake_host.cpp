@@ -18,6 +18,26 @@ namespace {
 
 std::atomic<FakeHost*> s_current{nullptr};
 
+constexpr unsigned int HOST = 0;
+constexpr unsigned int MODULE = 4;
+
+// Signatures of the scopes that this thread is in, the innermost last.
+thread_local std::vector<std::string> s_scopes;
+
+std::string textBetween(const std::string& text, const std::string& begin, const std::string& end) {
+    const std::size_t last = text.rfind(end);
+    if (text.compare(0, begin.size(), begin) != 0 || last == std::string::npos || last < begin.size()) return "";
+    return text.substr(begin.size(), last - begin.size());
+}
+
+// "updateRepository" of "int CTamrelNotifyMsgHandler::updateRepository(u_int, ...)"; "" of what is no signature.
+std::string functionOf(const std::string& signature) {
+    const std::size_t end = signature.find('(');
+    if (end == std::string::npos) return "";
+    const std::size_t before = signature.find_last_of(": ", end);
+    return signature.substr(before + 1, end - before - 1);  // from the begin where there is nothing before
+}
+
 }  // namespace
 
 std::string FakeLogLine::toString() const {
@@ -59,12 +79,26 @@ void FakeLog::clear() {
     m_lines.clear();
 }
 
+void FakeLog::expectSound(const FakeLogLine& line) const {
+    EXPECT_TRUE(m_takesAnyModule || line.module == HOST || line.module == MODULE) << line.module << line.toString();
+    if (line.kind == "trace") {
+        const std::string entered = textBetween(line.text, "enter ", "...");
+        if (!entered.empty()) s_scopes.push_back(entered);
+        const std::string left = textBetween(line.text, "leave ", ": ");
+        if (!s_scopes.empty() && s_scopes.back() == left) s_scopes.pop_back();
+    } else if (line.module == MODULE && !s_scopes.empty() && !functionOf(s_scopes.back()).empty()) {
+        EXPECT_EQ(line.function, functionOf(s_scopes.back())) << line.toString();
+    }
+}
+
 void FakeLog::add(FakeLogLine line) {
+    expectSound(line);
     std::lock_guard<std::mutex> lock(m_mutex);
     m_lines.push_back(std::move(line));
 }
 
 void FakeLog::refuse(std::set<std::string> kinds) {
+    s_scopes.clear();  // whose lines may come no more
     std::lock_guard<std::mutex> lock(m_mutex);
     m_refused = std::move(kinds);
 }
@@ -194,6 +228,7 @@ FakeHost::FakeHost()
     : m_previous(s_current.exchange(this)),
       m_previousDeviceType(CSNMPBasicImpl::device_type),
       m_previousProductSn(CSNMPBasicImpl::product_sn) {
+    s_scopes.clear();
     // The first use creates it without a barrier that others could rely on: do it before any thread starts.
     ACE_Unmanaged_Singleton<CVRXDebugKitMgr, ACE_Thread_Mutex>::instance();
     CSNMPBasicImpl::device_type = 7700;
@@ -202,6 +237,7 @@ FakeHost::FakeHost()
 
 FakeHost::~FakeHost() {
     deleteHandlers();
+    std::vector<std::string>().swap(s_scopes);  // its memory too: tests count what is left
     CSNMPBasicImpl::device_type = m_previousDeviceType;
     CSNMPBasicImpl::product_sn = m_previousProductSn;
     s_current = m_previous;

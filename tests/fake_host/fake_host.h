@@ -46,6 +46,8 @@ struct FakeLogLine {
     std::string toString() const;
 };
 
+// Each line is looked at when it comes: it has the module's number (or the host's own, 0), and between the trace lines
+// of a scope it names the function of the scope's signature.
 class FakeLog {
 public:
     std::vector<FakeLogLine> entries() const;
@@ -56,11 +58,17 @@ public:
 
     void add(FakeLogLine line);
 
+    // For tests of the guard itself: lines of all modules are as good.
+    void takeAnyModule() { m_takesAnyModule = true; }
+
     // Lines of these kinds are said to go nowhere; those that come all the same are kept.
     void refuse(std::set<std::string> kinds);
     bool takes(const std::string& kind) const;
 
 private:
+    void expectSound(const FakeLogLine& line) const;
+
+    std::atomic<bool> m_takesAnyModule{false};
     mutable std::mutex m_mutex;
     std::set<std::string> m_refused;
     std::vector<FakeLogLine> m_lines;
@@ -165,6 +173,11 @@ public:
     // From now on times cannot be converted: both conversions say nothing and leave what they were given.
     void failTimeConversions();
 
+    // From now on SplitToStr leaves out empty pieces, as a host may.
+    void dropEmptyPieces() { m_dropsEmptyPieces = true; }
+    // From now on memcpy_s refuses and copies nothing.
+    void refuseCopies() { m_refusesCopies = true; }
+
     // The dispatcher. Handlers that are still registered when the FakeHost ends are deleted by it: delete those of an
     // unloaded module before (deleteHandlers).
     CNotifyHandler& dispatcher() { return m_dispatcher; }
@@ -192,6 +205,8 @@ private:
     unsigned int m_nodeType = 1;
     std::string m_systemName = "storage-1";
     bool m_timeConversionsFail = false;
+    bool m_dropsEmptyPieces = false;
+    bool m_refusesCopies = false;
     int m_previousDeviceType;
     std::string m_previousProductSn;
 };

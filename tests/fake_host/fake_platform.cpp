@@ -26,10 +26,9 @@ struct FakeHostAccess {
     static const std::optional<std::string>& nodeCode(FakeHost& host) { return host.m_nodeCode; }
     static unsigned int nodeType(FakeHost& host) { return host.m_nodeType; }
     static std::string systemName(FakeHost& host) { return host.m_systemName; }
-    static bool timeConversionsFail() {
-        const FakeHost* const current = FakeHost::current();
-        return current != nullptr && current->m_timeConversionsFail;
-    }
+    static bool timeConversionsFail() { return is(&FakeHost::m_timeConversionsFail); }
+    static bool dropsEmptyPieces() { return is(&FakeHost::m_dropsEmptyPieces); }
+    static bool refusesCopies() { return is(&FakeHost::m_refusesCopies); }
 
     static CNotifyHandler* dispatcher(FakeHost& host) {
         unsigned int left = host.m_dispatcherFailsAt;
@@ -37,6 +36,12 @@ struct FakeHostAccess {
         }
         if (left == 1) throw std::runtime_error("FakeHost: no dispatcher");
         return &host.m_dispatcher;
+    }
+
+private:
+    static bool is(bool FakeHost::*property) {
+        const FakeHost* const current = FakeHost::current();
+        return current != nullptr && current->*property;
     }
 };
 
@@ -190,12 +195,15 @@ std::string VRX_Utility::getVRXRootEnv() {
 
 void SplitToStr(std::string text, char separator, std::vector<std::string>& out) {
     if (text.empty()) return;
+    const auto add = [&out](std::string piece) {
+        if (!piece.empty() || !FakeHostAccess::dropsEmptyPieces()) out.push_back(std::move(piece));
+    };
     std::size_t start = 0;
     for (std::size_t end = text.find(separator); end != std::string::npos; end = text.find(separator, start)) {
-        out.push_back(text.substr(start, end - start));
+        add(text.substr(start, end - start));
         start = end + 1;
     }
-    out.push_back(text.substr(start));
+    add(text.substr(start));
 }
 
 unsigned int StrToUint(std::string text) {
@@ -215,6 +223,7 @@ std::string UintToStr(unsigned int number) {
 
 int memcpy_s(void* destination, std::size_t destinationSize, const void* source, std::size_t count) {
     if (destination == nullptr || source == nullptr || count > destinationSize) return -1;
+    if (FakeHostAccess::refusesCopies()) return -1;
     std::memcpy(destination, source, count);
     return 0;
 }

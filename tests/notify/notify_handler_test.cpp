@@ -13,6 +13,8 @@
 #include <vector>
 
 #include "alarm/snmp_alarm_repository.h"
+#include "notify/alarm_trap_bindings.h"
+#include "notify/alarm_trap_values.h"
 #include "platform/snmp_basic_impl.h"
 #include "tests/notify/notification.h"
 
@@ -214,6 +216,19 @@ TEST_F(NotifyHandlerTest, CategoryIsReadFromTheEndTimes) {
         EXPECT_EQ(category, expected) << notification(cells);
     }
     EXPECT_THAT(host.log().lines(), IsEmpty());
+}
+
+// No record has category 3; who fills the bindings from elsewhere may have it.
+TEST_F(NotifyHandlerTest, FaultTypeFollowsTheCategory) {
+    const std::pair<unsigned int, const char*> cases[] = {{0U, "2"}, {1U, "2"}, {2U, "2"}, {3U, "3"}, {4U, "2"}};
+    for (const auto& [category, faultType] : cases) {
+        tAlarmTrapValues values;
+        values.category = category;
+        Agentpp::Vbx bindings[ALARM_TRAP_BINDINGS];
+        fillAlarmTrapBindings(handler.getBaseOid(), values, bindings, nullptr);
+        EXPECT_STREQ(bindings[4].get_printable_value(), faultType) << category;
+        EXPECT_EQ(bindings[10].get_printable_value(), std::to_string(category));
+    }
 }
 
 TEST_F(NotifyHandlerTest, CategoryOfAWrongCellThrows) {
@@ -543,8 +558,18 @@ TEST_F(NotifyHandlerTest, NotificationLeavesTheRepositoryAlone) {
 TEST_F(NotifyHandlerTest, ConstructionIsTraced) {
     load();
     const Trap trap(handler, notification());
+    const std::string look = "int CAlarmConfigParser::getAlarmInfo(";
+    std::vector<std::string> lines = host.log().lines("trace");
+    const auto entered = std::find_if(lines.begin(), lines.end(), [&look](const std::string& line) {
+        return testing::Value(line, testing::StartsWith("trace enter " + look));
+    });
+    const auto left = std::find_if(entered, lines.end(), [&look](const std::string& line) {
+        return testing::Value(line, testing::StartsWith("trace leave " + look));
+    });
+    ASSERT_NE(left, lines.end());
+    lines.erase(entered + 1, left);  // the steps of the look-up
     EXPECT_THAT(
-        host.log().lines("trace"),
+        lines,
         ElementsAre("trace enter virtual int CTamrelNotifyMsgHandler::constructAlarmTrapVb(const CTLVRecordV3&, "
                     "Agentpp::Vbx*&)...",
                     "trace enter static CAlarmConfigParser* CAlarmConfigParser::instance()...",
@@ -577,6 +602,7 @@ TEST_F(NotifyHandlerTest, FailedConstructionIsTracedAsFailed) {
 TEST_F(NotifyHandlerTest, WhereNobodyTakesWarningsTheTrapIsTheSame) {
     load();
     const Trap logged(handler, notification());
+    const std::vector<std::string> traces = host.log().lines("trace");
     host.log().clear();
     host.log().refuse({"warn"});
     const Trap trap(handler, notification());
@@ -587,7 +613,7 @@ TEST_F(NotifyHandlerTest, WhereNobodyTakesWarningsTheTrapIsTheSame) {
         EXPECT_EQ(trap.syntax(number), logged.syntax(number)) << number;
     }
     EXPECT_THAT(host.log().linesWithoutTrace(), IsEmpty());
-    EXPECT_EQ(host.log().lines("trace").size(), 10U);
+    EXPECT_EQ(host.log().lines("trace"), traces);
 }
 
 TEST_F(NotifyHandlerTest, NullTextsBecomeUnknownInPlace) {
@@ -642,8 +668,8 @@ TEST_F(NotifyHandlerTest, DestinationsOfTrapTypeOneAndThreeAreChosen) {
     std::map<std::string, tTrapDestInfo> all;
     std::list<tTrapDestInfo> expected;
     int number = 0;
-    for (unsigned int version : {1U, 2U, 3U}) {
-        for (unsigned int trapType : {0U, 1U, 2U, 3U, 4U, 5U}) {
+    for (unsigned int version : {0U, 1U, 2U, 3U, 4294967295U}) {
+        for (unsigned int trapType : {0U, 1U, 2U, 3U, 4U, 5U, 4294967295U}) {
             const std::string key = std::to_string(100 + ++number);
             all[key] = destination(key, version, trapType);
             if (trapType == 1 || trapType == 3) expected.push_back(all[key]);
@@ -772,10 +798,25 @@ TEST_F(OidBasedHandlerTest, FailedLookUpIsTracedAsFailed) {
                     "int): NOK"));
 }
 
+// As a host does: the bindings of an alarm, then its trap OID, whose look-up fails: the definitions were exchanged
+// meanwhile.
 TEST_F(OidBasedHandlerTest, TrapIsStillBuiltAfterALookUpThatFailed) {
-    load();
-    oidBased.getTrapOid(11);
-    EXPECT_EQ(Trap(oidBased, notification()).result, 0);
+    for (const bool isThereAFile : {true, false}) {
+        SCOPED_TRACE(isThereAFile);
+        writeDefinitions(DISK_FAULT_DEFINITION);
+        load();
+        const Trap trap(oidBased, notification());
+        ASSERT_EQ(trap.result, 0);
+        CAlarmConfigParser::destroy();
+        writeDefinitions("<param eventID='70'/>");
+        if (!isThereAFile) std::filesystem::remove(host.root() + "/" + DEFINITION_PATH);
+        host.log().clear();
+        EXPECT_STREQ(oidBased.getTrapOid(DISK_FAULT).get_printable(), PREFIX);
+        EXPECT_EQ(host.log().lines("error").back(), "error 0x1002C parse alarm 4295229443 failed");
+        EXPECT_EQ(trap.value(12), "4295229443");
+        EXPECT_EQ(trap.value(10), "Disk 7 in enclosure CTE0,A is not reachable.");
+        EXPECT_EQ(trap.oid(15), "1.3.6.1.4.1.99871.2.251.20.1.3.15.0");
+    }
 }
 
 TEST_F(OidBasedHandlerTest, DefinitionWithoutOidGivesNoErrorAndNoOid) {
@@ -807,8 +848,8 @@ TEST_F(OidBasedHandlerTest, DestinationsOfTrapTypeThreeAndFourAreChosenUnlessSnm
     std::list<tTrapDestInfo> expected{destination("1", 1, 1)};
     std::list<tTrapDestInfo> chosen = expected;
     int number = 0;
-    for (unsigned int version : {0U, 1U, 2U, 3U}) {
-        for (unsigned int trapType : {0U, 1U, 2U, 3U, 4U, 5U}) {
+    for (unsigned int version : {0U, 1U, 2U, 3U, 4294967295U}) {
+        for (unsigned int trapType : {0U, 1U, 2U, 3U, 4U, 5U, 4294967295U}) {
             const std::string key = std::to_string(100 + ++number);
             all[key] = destination(key, version, trapType);
             if (version != 1 && (trapType == 3 || trapType == 4)) expected.push_back(all[key]);
