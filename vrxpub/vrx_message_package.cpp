@@ -62,7 +62,7 @@ std::string checkCells(const unsigned char* buf, unsigned int recordLen, unsigne
         }
         const tCellHead head = cellHeadAt(buf + pos);
         const unsigned int type = head.word & 0xFU;
-        // "unmated" here, and the name instead of its value above: spelled so on purpose.
+        // "unmated" here, and the name instead of its value above: rules of log collectors match these words.
         if (type > MAX_WIRE_TYPE) return join(" : data type unmated, received type is ", type);
         pos += MIN_TLV_SIZE;
         if (head.length + pos > end) {
@@ -154,7 +154,7 @@ void CTLVPackageV3<MSG_S_HEAD>::write(unsigned char* buf, const unsigned char* e
         for (auto position = record->begin(); position != record->end(); position = position->next_) {
             p = CTLVRecordV3::cellAt(position).write(p, end);
         }
-        // Narrow on purpose: a longer record keeps all its cells and the low 16 bits of their length.
+        // The field is 16 bits wide: a longer record keeps all its cells and the low 16 bits of their length.
         putLe16(recordLen, static_cast<std::uint16_t>(p - recordLen - 2));
     }
 }
@@ -253,7 +253,7 @@ unsigned int CTLVPackageV3<MSG_S_HEAD>::getRecord(unsigned char* buf, unsigned i
     const unsigned int recordLen = getLe16(buf + 8);
     const unsigned int size = recordLen + MIN_RECORD_SIZE;
     if (size > remain) {
-        // Two blanks, and "<" for a test that is ">": spelled so on purpose.
+        // Two blanks, and "<" for a test that is ">": rules of log collectors match these words.
         logError(join("at File=", __FILE__, ",Line=", __LINE__, ",Function=", GET_RECORD_SIGNATURE,
                       " : record length is too long, (usRecordLen +  MIN_RECORD_SIZE) > uiBufSize ->", recordLen, "+",
                       MIN_RECORD_SIZE, " < ", remain));

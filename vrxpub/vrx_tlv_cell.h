@@ -42,7 +42,7 @@ public:
     unsigned short word() const { return m_word; }                                           // as on the wire
     unsigned int size() const { return MIN_TLV_SIZE + m_length; }                            // bytes on the wire
 
-    // Keeps type and value. A record that holds the cell may go on finding it under its former tag.
+    // Keeps type and value. A record that holds the cell finds it by the tag that it was appended with, here and below.
     void setTag(unsigned short tag);
 
     // A string cell; a null text gives length 0.
@@ -94,7 +94,8 @@ private:
 
     unsigned short m_word = PREPARED_TAG << TYPE_BITS | TLV_TYPE_NONE;
     unsigned short m_length = 0;
-    bool m_isLent = false;  // the array outside is not ours to delete
+    unsigned short m_indexedTag = 0;  // by which the record that holds the cell finds it
+    bool m_isLent = false;            // the array outside is not ours to delete
     union {
         unsigned char inside[INSIDE_SIZE];  // up to INSIDE_SIZE bytes, zeros behind them
         unsigned char* outside;             // longer values: an array

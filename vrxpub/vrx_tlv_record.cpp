@@ -1,10 +1,10 @@
 #include "vrxpub/vrx_tlv_record.h"
 
+#include <ace/Log_Msg.h>
 #include <string.h>  // explicit_bzero
 
 #include <cerrno>
 #include <functional>
-#include <limits>
 #include <new>
 
 #include "module/vrx_exception.h"
@@ -26,9 +26,10 @@ CTLVRecordV3::CTLVRecordV3(unsigned long long identifier, unsigned long buckets,
     m_lastIndexed = end();
     if (buckets == DEFAULT_BUCKETS) return;
     // ACE multiplies without a look: a count whose table size wraps would give a table that is too small.
-    constexpr std::size_t MAX_BUCKETS = std::numeric_limits<std::size_t>::max() / sizeof(TagIndex::ENTRY);
-    const std::size_t usable = buckets > MAX_BUCKETS ? 0 : buckets;
-    m_index = std::make_unique<TagIndex>(usable);
+    constexpr std::size_t ADDRESS_SPACE = std::size_t{1} << 47;
+    constexpr std::size_t MAX_BUCKETS = ADDRESS_SPACE / sizeof(TagIndex::ENTRY);
+    m_hasNoBuckets = buckets == 0 || buckets > MAX_BUCKETS;
+    makeIndex(m_hasNoBuckets ? 0 : buckets);
 }
 
 CTLVRecordV3::~CTLVRecordV3() {
@@ -49,6 +50,7 @@ void CTLVRecordV3::appendAll(const unsigned char* wire, unsigned int count) {
         auto* const cell = new (m_freeCell) CTLVCell(wire, m_freeValue);
         if (cell->isOutside()) m_freeValue += cell->length();
         cell->m_record = this;
+        cell->m_indexedTag = cell->tag();
         cell->m_node.prev_ = last;
         last->next_ = &cell->m_node;
         last = &cell->m_node;
@@ -83,38 +85,59 @@ CTLVCell& CTLVRecordV3::operator[](unsigned short tag) const {
     return cellAt(position);
 }
 
-CTLVRecordV3::Position CTLVRecordV3::find(unsigned short tag) const {
-    if (count() > MAX_WALKED_CELLS) {
-        indexNewCells();
-        Position position = nullptr;
-        if (m_index->find(tag, position) == 0) return position;
-    } else if (!isIndexRefused()) {
-        for (Position p = begin(); p != end(); p = p->next_) {
-            if (cellAt(p).tag() == tag) return p;
+CTLVRecordV3::Position CTLVRecordV3::find(unsigned short tag) const noexcept {
+    Position position = end();
+    if (!m_hasNoBuckets) {
+        if (count() <= MAX_WALKED_CELLS || !indexNewCells()) {
+            position = walkTo(tag);
+        } else if (m_index->find(tag, position) != 0) {
+            position = end();
         }
     }
-    errno = ENOENT;
-    return end();
+    if (position == end()) errno = ENOENT;
+    return position;
 }
 
-bool CTLVRecordV3::isIndexRefused() const {
-    return m_index != nullptr && m_index->total_size() == 0;
+CTLVRecordV3::Position CTLVRecordV3::walkTo(unsigned short tag) const {
+    Position p = begin();
+    while (p != end() && cellAt(p).m_indexedTag != tag) p = p->next_;
+    return p;
 }
 
-void CTLVRecordV3::indexNewCells() const {
-    const int savedErrno = errno;  // bind() leaves ENOENT also when it enters a cell
-    if (m_index == nullptr) {
-        const std::size_t buckets = DEFAULT_BUCKETS;
+// Leaves the record without an index where memory lacks.
+void CTLVRecordV3::makeIndex(std::size_t buckets) const noexcept {
+    try {
         m_index = std::make_unique<TagIndex>(buckets);
+        if (m_index->total_size() != 0) return;
+        m_index.reset();  // without buckets, which ACE has logged; bind() would write through a null pointer
+        m_isIndexGivenUp = true;
+    } catch (...) {
+        giveIndexUp();
     }
-    if (!isIndexRefused()) {  // bind() on a table without buckets would write through a null pointer
-        for (Position p = m_lastIndexed->next_; p != end(); p = p->next_) {
-            // The first cell of a tag stays.
-            if (m_index->bind(cellAt(p).tag(), p) == -1) throw std::bad_alloc();
-            m_lastIndexed = p;
-        }
+}
+
+// Logs the line that ACE has for an index without buckets.
+void CTLVRecordV3::giveIndexUp() const noexcept {
+    m_index.reset();
+    m_isIndexGivenUp = true;
+    try {
+        ACE_ERROR((LM_ERROR, ACE_TEXT("ACE_Hash_Map_Manager_Ex\n")));
+    } catch (...) {
+        // A log without memory for the line: the search goes on.
+    }
+}
+
+// Whether all cells are in the index.
+bool CTLVRecordV3::indexNewCells() const noexcept {
+    const int savedErrno = errno;  // bind() leaves ENOENT also when it enters a cell
+    if (m_index == nullptr && !m_isIndexGivenUp) makeIndex(DEFAULT_BUCKETS);
+    for (Position p = m_lastIndexed->next_; m_index != nullptr && p != end(); p = p->next_) {
+        // The first cell of a tag stays.
+        if (m_index->bind(cellAt(p).m_indexedTag, p) == -1) giveIndexUp();
+        m_lastIndexed = p;
     }
     errno = savedErrno;
+    return m_index != nullptr;
 }
 
 void CTLVRecordV3::endCells() {

@@ -34,8 +34,9 @@ public:
     static constexpr unsigned long DEFAULT_BUCKETS = 32;
     static constexpr unsigned int MIN_RECORD_SIZE = 8 + 2;  // identifier, length of the cells
 
-    // With 0 buckets, or more than memory holds, ACE logs "ACE_Hash_Map_Manager_Ex\n" and the record has no tag index:
-    // cells can be appended and walked, none is found.
+    // With 0 buckets, or more than an address space holds, ACE logs "ACE_Hash_Map_Manager_Ex\n" and the record has no
+    // tag index: cells can be appended and walked, none is found. Where memory lacks for the index now, the same line
+    // is logged, and cells are found by walking.
     CTLVRecordV3(unsigned long long identifier, unsigned long buckets) : CTLVRecordV3(identifier, buckets, 0, 0) {}
     ~CTLVRecordV3();
 
@@ -57,7 +58,8 @@ public:
     // keeps its first cell in the index.
     void append(const CTLVCell* cell);
 
-    // Makes a cell, lets `fill` set it, and adds it at the end. When `fill` throws nothing is added.
+    // Makes a cell, lets `fill` set it, and adds it at the end. When `fill` throws the cell is not added. Cells that
+    // `fill` appends stand before it.
     template <typename Fill>
     void appendNew(const Fill& fill);
 
@@ -67,9 +69,9 @@ public:
     // The cell with that tag; an absent tag raises a CVRX_Exception that names it.
     CTLVCell& operator[](unsigned short tag) const;
 
-    // The position of the cell with that tag, or end() and errno ENOENT. Throws only std::bad_alloc.
-    Position find(unsigned short tag) const;
-    bool has(unsigned short tag) const { return find(tag) != end(); }
+    // The position of the first cell that was appended with that tag, or end() and errno ENOENT.
+    Position find(unsigned short tag) const noexcept;
+    bool has(unsigned short tag) const noexcept { return find(tag) != end(); }
 
     // All cells: for (Position p = record.begin(); p != record.end(); p = p->next_) use(cellAt(p)).
     Position begin() const { return m_cells.sentinel()->next_; }
@@ -129,8 +131,10 @@ private:
         m_isPieced = m_isPieced || hasOwnMemory;
     }
 
-    bool isIndexRefused() const;
-    void indexNewCells() const;
+    Position walkTo(unsigned short tag) const;
+    void makeIndex(std::size_t buckets) const noexcept;
+    void giveIndexUp() const noexcept;
+    bool indexNewCells() const noexcept;
 
     unsigned long long m_identifier;
     SentinelPlace m_sentinelPlace;
@@ -145,12 +149,15 @@ private:
     // Filled by the first find() that needs it; a table of DEFAULT_BUCKETS is made there too, so that a flood of small
     // records costs no kilobyte each. Other tables are made with the record.
     mutable std::unique_ptr<TagIndex> m_index;
-    mutable Position m_lastIndexed;  // the cells up to here are in the index
+    mutable Position m_lastIndexed;         // the cells up to here are in the index
+    mutable bool m_isIndexGivenUp = false;  // memory lacked for it
+    bool m_hasNoBuckets = false;            // no index was wanted that could be
 };
 
 inline void CTLVRecordV3::insert(CTLVCell& cell) {
     m_cells.insertTail(cell.m_node);
     cell.m_record = this;
+    cell.m_indexedTag = cell.tag();
     m_length += cell.size();
 }
 
@@ -163,16 +170,18 @@ void CTLVRecordV3::appendNew(const Fill& fill) {
         (void)cell.release();
         return;
     }
-    auto* const cell = new (m_freeCell) CTLVCell();
+    unsigned char* const place = m_freeCell;
+    auto* const cell = new (place) CTLVCell();
+    m_freeCell += sizeof(CTLVCell);
     cell->m_record = this;  // its value goes into the room
     try {
         fill(*cell);
     } catch (...) {
         m_length -= cell->length();
         cell->~CTLVCell();
+        if (m_freeCell == place + sizeof(CTLVCell)) m_freeCell = place;  // else the place stays empty
         throw;
     }
     m_length -= cell->length();  // which insert() counts
     insert(*cell);
-    m_freeCell += sizeof(CTLVCell);
 }

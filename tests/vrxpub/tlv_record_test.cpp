@@ -96,6 +96,56 @@ TEST(TlvRecord, ACellThatCannotBeSetIsNotAdded) {
     }
 }
 
+TEST(TlvRecord, TagOfACellInTheRoomIsTheOneThatItWasAppendedWith) {
+    const auto record = CTLVRecordV3::withRoom(7, 32, 1, 0);
+    record->appendNew([](CTLVCell& cell) { cell.set(1, "a"); });
+    (*record)[1].setTag(2);
+    EXPECT_TRUE(record->has(1));
+    EXPECT_FALSE(record->has(2));
+}
+
+// A cell that is appended while another one is made gets a place of its own, and stands before it.
+TEST(TlvRecord, CellsMayBeAppendedWhileAnotherIsMade) {
+    for (const unsigned int room : {0U, 1U, 2U, 3U, 4U}) {
+        const auto record = CTLVRecordV3::withRoom(7, 32, room, 100);
+        record->appendNew([&record](CTLVCell& outer) {
+            outer.set(1, "outer value");
+            record->appendNew([&record](CTLVCell& middle) {
+                record->appendNew([](CTLVCell& inner) { inner.set(3, "inner value"); });
+                middle.set(2, "middle value");
+            });
+            outer.set(1, "outer value, at last");
+        });
+        record->appendNew([](CTLVCell& cell) { cell.set(4, "next"); });
+        EXPECT_THAT(tagsOf(*record), ElementsAre(3, 2, 1, 4)) << room;
+        EXPECT_EQ((*record)[1].toString(), "outer value, at last") << room;
+        EXPECT_EQ((*record)[2].toString(), "middle value") << room;
+        EXPECT_EQ((*record)[3].toString(), "inner value") << room;
+        EXPECT_EQ(record->length(), (4 + 21) + (4 + 13) + (4 + 12) + (4 + 5U)) << room;
+    }
+}
+
+TEST(TlvRecord, CellAppendedWhileAnotherFailsStays) {
+    for (const unsigned int room : {0U, 1U, 2U, 3U}) {
+        const auto record = CTLVRecordV3::withRoom(7, 32, room, 100);
+        EXPECT_THROW(record->appendNew([&record](CTLVCell& outer) {
+            outer.set(1, "outer value");
+            record->appendNew([](CTLVCell& inner) { inner.set(2, "inner value"); });
+            throw CVRX_Exception("no value");
+        }),
+                     CVRX_Exception);
+        record->appendNew([](CTLVCell& cell) { cell.set(3, "next value"); });
+        record->appendNew([](CTLVCell& cell) { cell.set(4, "last value"); });
+        EXPECT_THAT(tagsOf(*record), ElementsAre(2, 3, 4)) << room;
+        EXPECT_EQ((*record)[2].toString(), "inner value") << room;
+        EXPECT_EQ((*record)[3].toString(), "next value") << room;
+        EXPECT_EQ((*record)[4].toString(), "last value") << room;
+        EXPECT_EQ(record->length(), (4 + 12) + 2 * (4 + 11U)) << room;
+        record->clear();
+        EXPECT_EQ(record->length(), 0U);
+    }
+}
+
 TEST(TlvRecord, IsNotCopyable) {
     EXPECT_FALSE(std::is_copy_constructible_v<CTLVRecordV3>);
     EXPECT_FALSE(std::is_copy_assignable_v<CTLVRecordV3>);
@@ -184,6 +234,21 @@ TEST_P(RecordSearch, RepeatedTagFindsItsFirstCellAndKeepsBoth) {
     appendNumber(m_record, 5, 3);
     EXPECT_EQ(valueAt(m_record.find(5)), 1);
     EXPECT_EQ(m_record.count(), GetParam() + 3U);
+}
+
+// The index knows a cell by the tag that it was appended with; short records are searched alike.
+TEST_P(RecordSearch, TagIsTheOneThatTheCellWasAppendedWith) {
+    appendNumber(m_record, 5, 50);
+    appendNumber(m_record, 7, 70);
+    EXPECT_TRUE(m_record.has(5));
+    m_record[5].setTag(6);
+    m_record[7].set(8, "text");
+    appendNumber(m_record, 6, 60);
+    EXPECT_EQ(valueAt(m_record.find(5)), 50);
+    EXPECT_EQ(valueAt(m_record.find(6)), 60);
+    EXPECT_EQ(m_record[7].toString(), "text");
+    EXPECT_FALSE(m_record.has(8));
+    EXPECT_EQ(m_record[5].tag(), 6);
 }
 
 TEST_P(RecordSearch, ClearEmptiesListAndIndex) {
