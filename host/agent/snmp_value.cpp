@@ -6,6 +6,8 @@
 #include <cstring>
 #include <limits>
 
+#include "vrxpub/vrx_little_endian.h"
+
 namespace {
 
 constexpr std::uint64_t MAX_UNSIGNED32 = std::numeric_limits<std::uint32_t>::max();
@@ -151,9 +153,10 @@ std::unique_ptr<CTLVCell> cellOfVarbind(const netsnmp_variable_list& varbind, un
         const std::string text(reinterpret_cast<const char*>(varbind.val.string), varbind.val_len);
         cell->set(tag, text.c_str());
     } else {
-        const auto number = static_cast<std::uint32_t>(*varbind.val.integer);
+        unsigned char bytes[4];
+        putLe32(bytes, static_cast<std::uint32_t>(*varbind.val.integer));
         const auto type = varbind.type == ASN_INTEGER ? CTLVCell::TLV_TYPE_INT : CTLVCell::TLV_TYPE_UINT;
-        cell->set_i(type, tag, &number, sizeof number);
+        cell->set_i(type, tag, bytes, sizeof bytes);
     }
     return cell;
 }
