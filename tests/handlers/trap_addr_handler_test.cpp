@@ -273,8 +273,58 @@ TEST_F(TrapAddrHandlerTest, CreateWithoutPortThrowsAndChangesNothing) {
 TEST_F(TrapAddrHandlerTest, CreateWithoutRecordThrows) {
     EXPECT_EQ(thrownBy([this] { create(CR8KPackageV3()); }), NO_RECORD);
     EXPECT_THAT(host.trapApi().changes(), IsEmpty());
-    EXPECT_THAT(host.log().lines().back(),
-                StartsWith("trace leave virtual int CTamrelTrapAddrHandler::OnCreateTable("));
+}
+
+TEST_F(TrapAddrHandlerTest, ExceptionsCloseTheGuardOfEachOperation) {
+    host.trapApi().onList = []() -> int { throw std::runtime_error("no list"); };
+    const CR8KPackageV3 none;
+    const std::pair<const char*, std::function<void()>> operations[] = {
+        {"OnCreateTable", [&] { create(none); }},
+        {"OnModifyTable", [&] { modify(none); }},
+        {"OnDeleteTable", [&] { erase(none); }},
+        {"OnQueryTable", [&] { handler.OnQueryTable(ctx, none, rsp); }}};
+    for (const auto& [name, operation] : operations) {
+        host.log().clear();
+        EXPECT_THROW(operation(), std::exception) << name;
+        const std::string signature = std::string("virtual int CTamrelTrapAddrHandler::") + name +
+                                      "(const CVRX_SnmpContext&, const CR8KPackageV3&, CR8KPackageV3&)";
+        EXPECT_THAT(host.log().lines(),
+                    ElementsAre("trace enter " + signature + "...", StartsWith("trace leave " + signature)));
+    }
+}
+
+// Each operation, when it ends with success and when it refuses.
+TEST_F(TrapAddrHandlerTest, EveryResultClosesTheGuardOnce) {
+    host.trapApi().destinations = {destination("1", "10.0.0.1", 162)};
+    const CR8KPackageV3 none;
+    const std::pair<const char*, std::function<int()>> operations[] = {
+        {"OnCreateTable", [&] { return create(requestWith(text(1, "10.0.0.2"), u32(2, 162))); }},
+        {"OnCreateTable", [&] { return create(requestWith(u32(2, 162))); }},
+        {"OnCreateTable", [&] { return create(requestWith(text(1, "bad"), u32(2, 162))); }},
+        {"OnModifyTable", [&] { return modify(requestWith(text(4, "1"), text(1, "10.0.0.2"), u32(2, 162))); }},
+        {"OnModifyTable", [&] { return modify(requestWith(u32(2, 162))); }},
+        {"OnModifyTable", [&] { return modify(requestWith(text(4, "1"), u32(2, 162))); }},
+        {"OnModifyTable", [&] { return modify(requestWith(text(4, "9"), text(1, "10.0.0.2"), u32(2, 162))); }},
+        {"OnDeleteTable", [&] { return erase(requestWith(text(1, "10.0.0.1"), u32(2, 162))); }},
+        {"OnDeleteTable", [&] { return erase(requestWith(text(4, "1"))); }},
+        {"OnDeleteTable", [&] { return erase(requestWith(u32(2, 162))); }},
+        {"OnDeleteTable", [&] { return erase(requestWith(text(4, "9"))); }},
+        {"OnQueryTable", [&] { return handler.OnQueryTable(ctx, none, rsp); }},
+        {"OnDeleteTable",
+         [&] {
+             host.trapApi().onList = [] { return 5; };
+             return erase(requestWith(text(4, "1")));
+         }},
+        {"OnQueryTable", [&] { return handler.OnQueryTable(ctx, none, rsp); }}};
+    for (const auto& [name, operation] : operations) {
+        host.log().clear();
+        const int result = operation();
+        const std::string signature = std::string("virtual int CTamrelTrapAddrHandler::") + name +
+                                      "(const CVRX_SnmpContext&, const CR8KPackageV3&, CR8KPackageV3&)";
+        EXPECT_THAT(host.log().lines("trace"),
+                    ElementsAre("trace enter " + signature + "...",
+                                "trace leave " + signature + (result == 0 ? ": OK" : ": NOK")));
+    }
 }
 
 TEST_F(TrapAddrHandlerTest, CellsOfTheWrongKindThrowAndChangeNothing) {

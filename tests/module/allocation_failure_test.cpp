@@ -36,6 +36,7 @@ namespace {
 TEST(AllocationFailure, CreatorPassesItOnAndLosesNothing) {
     { FakeHost once; }  // allocations of a process's first host
     std::size_t registered = 0;
+    unsigned int keptTheFirst = 0;
     const unsigned int failures = failEachAllocation(
         [&registered](unsigned int n) {
             FakeHost host;
@@ -51,15 +52,17 @@ TEST(AllocationFailure, CreatorPassesItOnAndLosesNothing) {
             registered = host.dispatcher().handlers().size();
             return failed;
         },
-        [&registered](unsigned int n, bool failed) {
+        [&registered, &keptTheFirst](unsigned int n, bool failed) {
             EXPECT_EQ(liveBlocks(), 0u) << "blocks lost when allocation " << n << " failed";
             if (failed) {
                 EXPECT_LT(registered, 2u) << n;
+                if (registered == 1) ++keptTheFirst;
             } else {
                 EXPECT_EQ(registered, 2u);
             }
         });
-    EXPECT_GE(failures, 5u);  // the module, two handlers, two list entries
+    EXPECT_GE(failures, 5u);      // the module, two handlers, two list entries
+    EXPECT_GE(keptTheFirst, 2u);  // it is listed before the second is made: the second, its list entry
 }
 
 TEST(AllocationFailure, ListOfHandlersKeepsTheRowsAppendedBefore) {

@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -123,6 +125,22 @@ TEST_F(StaticObjectsTest, AlarmRepositoryBuildsItsLock) {
     const std::vector<std::string> expected = {"streams", "CAlarmRepository_Singleton::m_oMutex"};
     EXPECT_NE(std::search(built.begin(), built.end(), expected.begin(), expected.end()), built.end())
         << testing::PrintToString(built);
+}
+
+// Which file a stream initialiser comes from is known by its name in the file's object alone.
+TEST(StaticObjects, SevenSourceFilesBuildAStreamInitialiser) {
+    const std::string initialiser = "_ZStL8__ioinit";
+    for (const std::string name :
+         {"snmp_tamrel_svc_module", "snmp_tamrel_notify_handler", "snmp_alarm_iniparser", "snmp_alarm_repository",
+          "snmp_tamrel_trap_addr_handler", "snmp_tamrel_alarm_handler", "snmp_topo_handler"}) {
+        const std::string objects = SNMP_TAMREL_OBJECTS;
+        const std::size_t at = objects.find("/" + name + ".cpp");
+        ASSERT_NE(at, std::string::npos) << name;
+        const std::size_t begin = objects.rfind(':', at) + 1;  // 0 for the first
+        std::ifstream file(objects.substr(begin, objects.find(':', at) - begin), std::ios::binary);
+        const std::string content{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+        EXPECT_NE(content.find(initialiser), std::string::npos) << name;
+    }
 }
 
 TEST_F(StaticObjectsTest, NothingElseIsBuilt) {
