@@ -1,5 +1,6 @@
 #include "host/agent/destination_table.h"
 
+#include "host/services/trap_destination_result.h"
 #include "platform/snmp_trap_api.h"
 
 namespace {
@@ -64,14 +65,12 @@ SetResult checkDestination(const SetRow& row, const RowCells& cells) {
     return {};
 }
 
-TableChanges::TableChanges(const OidVector& root) {
-    if (isDestinationTable(root)) m_transaction.emplace();
-}
-
-void TableChanges::nextRow(std::uint32_t number) {
-    if (m_transaction) m_transaction->assignNext(number);
-}
-
-int TableChanges::commit() {
-    return m_transaction ? m_transaction->commit() : 0;
+int destinationVariable(const SetRow& row, int result) {
+    if (row.rowStatus == RS_CREATEANDGO) return row.anyVariable();
+    for (const SetCell& cell : row.cells) {
+        const bool together = cell.tag == ADDRESS || cell.tag == PORT || cell.tag == USER;
+        if (result == TRAP_DESTINATION_DUPLICATE && together) return cell.variable;
+        if (result == TRAP_DESTINATION_BAD_VALUE && (cell.tag == VERSION || cell.tag == USER)) return cell.variable;
+    }
+    return row.anyVariable();
 }

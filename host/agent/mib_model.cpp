@@ -240,6 +240,15 @@ const MibColumn* MibObject::column(oid wanted) const {
     return found == columns.end() ? nullptr : &*found;
 }
 
+std::string MibObject::nameOf(const oid* wanted, std::size_t length) const {
+    const std::size_t before = root.size() + (table ? 2 : 0);  // entry and column
+    const MibColumn* const means =
+        length < before || (table && wanted[before - 2] != ENTRY) ? nullptr : column(table ? wanted[before - 1] : 0);
+    std::string text = means == nullptr ? oidText(wanted, length) : means->name;
+    for (std::size_t at = before; means != nullptr && at < length; ++at) text += "." + std::to_string(wanted[at]);
+    return text;
+}
+
 const MibColumn* MibObject::rowStatus() const {
     const auto found = std::find_if(columns.begin(), columns.end(),
                                     [](const MibColumn& candidate) { return candidate.syntax.name == "RowStatus"; });

@@ -62,6 +62,9 @@ struct MibObject {
     const MibColumn* column(oid number) const;  // null when there is none
     const MibColumn* rowStatus() const;         // null when there is none
 
+    // A name below the root for people: "vrxTrapDestPort.7", "vrxClearAlarm.0"; numbers where it means no column.
+    std::string nameOf(const oid* name, std::size_t length) const;
+
     // Names below the root: table .1.COLUMN.ROW, scalar .0
     static constexpr oid ENTRY = 1;
     static constexpr std::size_t INSTANCE_LENGTH = 3;

@@ -127,6 +127,10 @@ ManagedObject* RequestDesk::objectOf(const netsnmp_variable_list& varbind) const
     return found == m_objects.end() ? nullptr : *found;
 }
 
+ObjectFinder RequestDesk::finder() const {
+    return [this](const netsnmp_variable_list& varbind) { return objectOf(varbind); };
+}
+
 // A retry is answered instead of what it repeats: an SNMPv3 manager takes no other answer.
 bool RequestDesk::isRetry(netsnmp_session* session, int requestId, netsnmp_pdu* pdu, const std::string& key) {
     const auto found = std::find_if(m_waiting.begin(), m_waiting.end(),
@@ -335,10 +339,12 @@ void RequestDesk::expire(std::uint64_t id) {
         fail(*found->second.read, RequestResult::TimedOut);
         resume(id);
     } else if (found->second.set->cancel()) {
+        m_turns.withdraw(id);
         tWaiting waiting = std::move(found->second);
         m_waiting.erase(found);
-        agent_log::warn("a SET came to its deadline before its turn: refused");
-        const bool answered = answerSet(waiting.session, std::move(waiting.pdu), {SNMP_ERR_GENERR, 1});
+        const SetResult refusal{SNMP_ERR_GENERR, 1, "it came to its deadline before its turn"};
+        m_refusals.note(waiting.pdu.get(), refusal, finder());
+        const bool answered = answerSet(waiting.session, std::move(waiting.pdu), refusal);
         noteSet(waiting.arrived, answered ? RequestResult::TimedOut : RequestResult::Lost);
     }
 }
@@ -376,13 +382,15 @@ int RequestDesk::takeSet(netsnmp_session* session, int requestId, netsnmp_pdu* p
 
     if (onSet) onSet();
     std::vector<SetStep> steps;
-    const auto finder = [this](const netsnmp_variable_list& varbind) { return objectOf(varbind); };
-    const SetResult parsed = parseSet(pdu, finder, steps);
+    const SetResult parsed = parseSet(pdu, finder(), steps);
     const std::uint64_t id = m_nextId++;
     auto transaction = std::make_shared<SetTransaction>(std::move(steps), m_loop, [this, id](const SetResult& result) {
         markAllChanged();  // the handlers' values hang together: an alarm that is cleared leaves the table
+        m_turns.ended(id);
         const auto found = m_waiting.find(id);
-        if (found == m_waiting.end()) return;
+        const netsnmp_pdu* const asked = found == m_waiting.end() ? nullptr : found->second.pdu.get();
+        if (!result.ok()) m_refusals.note(asked, result, finder());
+        if (asked == nullptr) return;
         tWaiting waiting = std::move(found->second);
         m_waiting.erase(found);
         const bool answered = answerSet(waiting.session, std::move(waiting.pdu), result);
@@ -390,7 +398,8 @@ int RequestDesk::takeSet(netsnmp_session* session, int requestId, netsnmp_pdu* p
     });
     if (!parsed.ok() || !wait(id, session, requestId, pdu, key)) {
         PduPointer copy(snmp_clone_pdu(pdu));
-        const SetResult refusal = parsed.ok() ? SetResult{SNMP_ERR_RESOURCEUNAVAILABLE, 1} : parsed;
+        const SetResult refusal = parsed.ok() ? SetResult{SNMP_ERR_RESOURCEUNAVAILABLE, 1, "too many wait"} : parsed;
+        m_refusals.note(pdu, refusal, finder());
         const bool answered = copy != nullptr && answerSet(session, std::move(copy), refusal);
         const RequestResult result = parsed.ok() ? RequestResult::Overload : requestResultOf(refusal.error);
         noteSet(arrived, answered ? result : RequestResult::Lost);
@@ -398,7 +407,7 @@ int RequestDesk::takeSet(netsnmp_session* session, int requestId, netsnmp_pdu* p
     }
     m_waiting[id].arrived = arrived;
     m_waiting[id].set = transaction;
-    transaction->start();
+    m_turns.add(id, transaction);
     return 1;
 }
 

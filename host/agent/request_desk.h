@@ -25,6 +25,7 @@
 #include "host/agent/managed_object.h"
 #include "host/agent/read_transaction.h"
 #include "host/agent/request_counters.h"
+#include "host/agent/set_refusals.h"
 #include "host/agent/set_transaction.h"
 
 struct DeskLimits {
@@ -78,6 +79,7 @@ private:
     bool isRetry(netsnmp_session* session, int requestId, netsnmp_pdu* pdu, const std::string& key);
 
     ManagedObject* objectOf(const netsnmp_variable_list& varbind) const;
+    ObjectFinder finder() const;
     void prepare(ReadTransaction& transaction, netsnmp_pdu* pdu);
     void acquire(ReadTransaction& transaction, ManagedObject& object, const std::vector<OidVector>& names);
     bool answerDirectly(ReadTransaction& transaction, netsnmp_session* session, netsnmp_pdu* pdu);
@@ -102,7 +104,9 @@ private:
     DirectAnswer m_directAnswer;
     ReadTransactions m_transactions;
     std::map<std::uint64_t, tWaiting> m_waiting;
+    SetTurns m_turns;
     RequestCounters m_counters;
+    SetRefusals m_refusals;
     std::uint64_t m_nextId = 1;
     bool m_full = false;  // so was said in the log
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/agent/destination_table.h"
 #include "host/agent/net_snmp.h"
 #include "host/agent/snmp_value.h"
 
@@ -68,14 +69,17 @@ int addTo(SetRow& row, const netsnmp_variable_list& varbind, const MibObject& mi
 
 }  // namespace
 
-SetResult parseSet(netsnmp_pdu* pdu, const std::function<ManagedObject*(const netsnmp_variable_list&)>& objectOf,
-                   std::vector<SetStep>& steps) {
+bool SetStep::revocable() const {
+    return isDestinationTable(object->mib().root);
+}
+
+SetResult parseSet(netsnmp_pdu* pdu, const ObjectFinder& objectOf, std::vector<SetStep>& steps) {
     int variable = 0;
     for (netsnmp_variable_list* varbind = pdu->variables; varbind != nullptr; varbind = varbind->next_variable) {
         ++variable;
         ManagedObject* const object = objectOf(*varbind);
         // Ours and others' variables cannot be set as one: theirs are not undone when ours fail.
-        if (object == nullptr) return {SNMP_ERR_GENERR, variable};
+        if (object == nullptr) return {SNMP_ERR_GENERR, variable, "it cannot be set together with objects of ours"};
         std::size_t length = varbind->name_length;
         if (in_a_view(varbind->name, &length, pdu, varbind->type) != VACM_SUCCESS) return {SNMP_ERR_NOACCESS, variable};
 
@@ -88,7 +92,11 @@ SetResult parseSet(netsnmp_pdu* pdu, const std::function<ManagedObject*(const ne
         }
         if (error != SNMP_ERR_NOERROR) return {error, variable};
     }
-    std::stable_partition(steps.begin(), steps.end(), [](const SetStep& step) { return step.object->mib().table; });
+    const auto last = std::stable_partition(steps.begin(), steps.end(), [](const SetStep& s) { return s.revocable(); });
+    if (steps.end() - last > 1) {
+        const int second = last[1].rows.front().anyVariable();
+        return {SNMP_ERR_GENERR, second, "it cannot be set together with " + last->object->mib().name};
+    }
     return {};
 }
 

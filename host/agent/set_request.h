@@ -4,19 +4,26 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "host/agent/managed_object.h"
 #include "vrxpub/vrx_tlv_cell.h"
 
-// A result: SNMP_ERR_NOERROR, or an error and the variable that it is about (from 1, as in a response).
+// A result: SNMP_ERR_NOERROR, or an error, the variable that it is about (from 1, as in a response), and for the log
+// what the error does not say.
 struct SetResult {
     int error = SNMP_ERR_NOERROR;
     int variable = 0;
+    std::string reason{};
 
     bool ok() const { return error == SNMP_ERR_NOERROR; }
 };
+
+// The object that a variable belongs to; null for a name that is none of ours.
+using ObjectFinder = std::function<ManagedObject*(const netsnmp_variable_list& variable)>;
 
 struct SetCell {
     unsigned short tag = 0;  // column number, 0 for a scalar
@@ -39,13 +46,15 @@ struct SetRow {
 struct SetStep {
     ManagedObject* object = nullptr;
     std::vector<SetRow> rows;
+
+    // Whether what was done of it, but not told, can be taken back: of the trap destinations, a transaction.
+    bool revocable() const;
 };
 
-// Steps for the varbinds of `pdu`, in the order in which objects and rows first appear, scalars last: they cannot be
-// taken back. Finds the object of a name with `objectOf`, which gives null for a name that is none of ours.
-// On a fault the result names the first variable with one, and `steps` is of no use.
-SetResult parseSet(netsnmp_pdu* pdu, const std::function<ManagedObject*(const netsnmp_variable_list&)>& objectOf,
-                   std::vector<SetStep>& steps);
+// Steps for the varbinds of `pdu`, in the order in which objects and rows first appear, but the one that cannot be
+// taken back last; a second such one is a fault. On a fault the result names the first variable with one, and `steps`
+// is of no use.
+SetResult parseSet(netsnmp_pdu* pdu, const ObjectFinder& objectOf, std::vector<SetStep>& steps);
 
 // The error that an SNMPv1 manager knows, for one of SNMPv2's (RFC 3584, 4.4).
 int v1Error(int error);

@@ -1,5 +1,9 @@
 #include "host/services/backend_result.h"
 
+bool backendMayHaveDone(int code) {
+    return code == BACKEND_TIMEOUT || code == BACKEND_UNREACHABLE || code == BACKEND_PROTOCOL_ERROR;
+}
+
 const char* backendResultText(int code) {
     switch (code) {
         case BACKEND_OK:

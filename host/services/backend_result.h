@@ -24,5 +24,8 @@ enum BackendResult : int {
     BACKEND_TOO_LARGE = 0x5000104,       // request or answer is larger than the package limit
 };
 
+// Whether a backend that gave this result, or none, may have carried the request out all the same.
+bool backendMayHaveDone(int code);
+
 // A short English text for a code, "unknown result" for one that is not listed above.
 const char* backendResultText(int code);

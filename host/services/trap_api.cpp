@@ -26,10 +26,10 @@ public:
     }
 
     // The store; null when it cannot be opened.
-    TrapDestinationStore* store() {
+    std::shared_ptr<TrapDestinationStore> store() {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (m_store == nullptr) open();
-        return m_store.get();
+        return m_store;
     }
 
     void close() {
@@ -62,7 +62,7 @@ private:
     // Caller holds m_mutex.
     void open() {
         try {
-            m_store = std::make_unique<TrapDestinationStore>(stateFolder() + "/trap_destinations.db", limit());
+            m_store = std::make_shared<TrapDestinationStore>(stateFolder() + "/trap_destinations.db", limit());
             m_store->setListener(m_listener);
             if (m_failureLogged)
                 logLine("destinations", LogLevel::Info, "the store of trap destinations is open again");
@@ -84,7 +84,7 @@ private:
     }
 
     std::mutex m_mutex;  // guards what follows; the store has its own locks
-    std::unique_ptr<TrapDestinationStore> m_store;
+    std::shared_ptr<TrapDestinationStore> m_store;
     bool m_failureLogged = false;
     std::function<bool(const std::string&)> m_userExists;
     std::function<void()> m_listener;
@@ -105,8 +105,16 @@ void setTrapDestinationListener(std::function<void()> listener) {
     Service::instance().setListener(std::move(listener));
 }
 
-TrapDestinationTransaction::TrapDestinationTransaction() {
-    if (TrapDestinationStore* const store = Service::instance().store()) m_transaction.emplace(*store);
+TrapDestinationTransaction::TrapDestinationTransaction() : m_store(Service::instance().store()) {
+    if (m_store != nullptr) m_transaction.emplace(*m_store);
+}
+
+void TrapDestinationTransaction::leave() {
+    if (m_transaction) m_transaction->leave();
+}
+
+void TrapDestinationTransaction::enter() {
+    if (m_transaction) m_transaction->enter();
 }
 
 void TrapDestinationTransaction::assignNext(unsigned int number) {
@@ -124,23 +132,23 @@ void closeTrapDestinations() {
 
 int CSNMP_TrapApi::createTrapAddr(const tTrapDestInfo& destination) {
     if (!isAcceptable(destination)) return TRAP_DESTINATION_BAD_VALUE;
-    TrapDestinationStore* const store = Service::instance().store();
+    const auto store = Service::instance().store();
     return store == nullptr ? TRAP_DESTINATION_STORE_FAILED : store->create(destination);
 }
 
 int CSNMP_TrapApi::modifyTrapAddr(const tTrapDestInfo& destination) {
     if (!isAcceptable(destination)) return TRAP_DESTINATION_BAD_VALUE;
-    TrapDestinationStore* const store = Service::instance().store();
+    const auto store = Service::instance().store();
     return store == nullptr ? TRAP_DESTINATION_STORE_FAILED : store->modify(destination);
 }
 
 int CSNMP_TrapApi::deleteTrapAddr(const tTrapDestInfo& destination) {
-    TrapDestinationStore* const store = Service::instance().store();
+    const auto store = Service::instance().store();
     return store == nullptr ? TRAP_DESTINATION_STORE_FAILED : store->remove(destination.index);
 }
 
 int CSNMP_TrapApi::getAllTrapAddr(std::list<tTrapDestInfo>& destinations) {
-    TrapDestinationStore* const store = Service::instance().store();
+    const auto store = Service::instance().store();
     if (store == nullptr) return TRAP_DESTINATION_STORE_FAILED;
     destinations.splice(destinations.end(), store->all());
     return TRAP_DESTINATION_OK;
@@ -151,7 +159,7 @@ bool CheckIPAddrOK(std::string address) {
 }
 
 bool CheckTrapIndOK(tTrapDestInfo& destination) {
-    TrapDestinationStore* const store = Service::instance().store();
+    const auto store = Service::instance().store();
     return store != nullptr && store->has(destination.index);
 }
 

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -17,11 +18,14 @@ void setTrapUserCheck(std::function<bool(const std::string& user)> exists);
 // Called after each change of the list, on the thread that made it. An empty function takes the listener away.
 void setTrapDestinationListener(std::function<void()> listener);
 
-// All changes that this thread makes through CSNMP_TrapApi while the object lives take effect together at commit(),
-// else not at all; see TrapDestinationStore::Transaction.
+// All changes that a thread makes through CSNMP_TrapApi while it is in the transaction take effect together at
+// commit(), else not at all; see TrapDestinationStore::Transaction.
 class TrapDestinationTransaction {
 public:
     TrapDestinationTransaction();
+
+    void leave();
+    void enter();
 
     // The number that the next createTrapAddr() of the transaction assigns.
     void assignNext(unsigned int number);
@@ -29,7 +33,8 @@ public:
     int commit();  // a result of trap_destination_result.h
 
 private:
-    std::optional<TrapDestinationStore::Transaction> m_transaction;  // empty when there is no store
+    std::shared_ptr<TrapDestinationStore> m_store;                   // null when it cannot be opened
+    std::optional<TrapDestinationStore::Transaction> m_transaction;  // empty without a store
 };
 
 // Closes the store and ends the thread that looks after the reachability of addresses, before the process ends; the

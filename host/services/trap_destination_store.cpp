@@ -154,7 +154,7 @@ TrapDestinationStore::TrapDestinationStore(const std::string& path, std::size_t 
 
 TrapDestinationStore::~TrapDestinationStore() = default;
 
-TrapDestinationStore::Transaction::Transaction(TrapDestinationStore& store) : m_store(store), m_lock(store.m_writing) {
+TrapDestinationStore::Transaction::Transaction(TrapDestinationStore& store) : m_store(store) {
     m_store.begin();
 }
 
@@ -171,28 +171,38 @@ int TrapDestinationStore::Transaction::commit() {
     m_open = false;
     const bool changed = m_store.m_changed;
     const int result = m_store.commit();
-    m_lock.unlock();
     if (result == TRAP_DESTINATION_OK && changed) m_store.notify();
     return result;
 }
 
-// Caller holds m_writing, as for commit() and rollBack().
 void TrapDestinationStore::begin() {
-    m_working = m_rows;  // only who holds m_writing changes m_rows
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_ended.wait(lock, [this] { return !m_open; });
+        m_open = true;
+    }
     m_changed = false;
     m_failed = false;
     m_nextNumber = 0;
     try {
+        m_working = m_rows;  // only an open transaction changes m_rows
         m_database->begin();
         m_lastNumber = m_database->readLastNumber();
     } catch (const SqliteError& error) {
         m_failed = true;
         noteFailure(error.what());
     } catch (...) {
-        m_database->rollBack();
+        rollBack();
         throw;
     }
     m_writer = std::this_thread::get_id();
+}
+
+void TrapDestinationStore::end() {
+    m_writer = std::thread::id();
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_open = false;
+    m_ended.notify_one();
 }
 
 int TrapDestinationStore::commit() {
@@ -211,8 +221,8 @@ int TrapDestinationStore::commit() {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_rows.swap(m_working);
     }
-    m_writer = std::thread::id();
     if (m_changed) noteSuccess();
+    end();
     return TRAP_DESTINATION_OK;
 }
 
@@ -237,7 +247,7 @@ void TrapDestinationStore::noteSuccess() {
 
 void TrapDestinationStore::rollBack() {
     m_database->rollBack();
-    m_writer = std::thread::id();
+    end();
 }
 
 // Runs one change, within the thread's transaction or one of its own.

@@ -18,6 +18,7 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstddef>
 #include <functional>
 #include <list>
@@ -40,15 +41,20 @@ public:
     TrapDestinationStore(const TrapDestinationStore&) = delete;
     TrapDestinationStore& operator=(const TrapDestinationStore&) = delete;
 
-    // Changes of the calling thread that take effect together, or not at all when it ends without a successful
-    // commit(). The thread sees its own changes, others see the list from before. Other threads' changes wait.
-    // REQUIRES: the thread has no other one open.
+    // Changes that take effect together, or not at all when it ends without a successful commit(). The thread that is
+    // in it sees them and makes them, all others see the list from before. Others' changes wait for its end.
+    //
+    // The thread that makes it is in it. It may leave it open, and another one, or nobody, may enter it later.
+    // REQUIRES: whoever makes one is in no other; one thread at a time uses it.
     class Transaction {
     public:
         explicit Transaction(TrapDestinationStore& store);
         ~Transaction();
         Transaction(const Transaction&) = delete;
         Transaction& operator=(const Transaction&) = delete;
+
+        void leave() { m_store.m_writer = std::thread::id(); }
+        void enter() { m_store.m_writer = std::this_thread::get_id(); }
 
         // The next create() of the transaction gives this number, 1 to HIGHEST_NUMBER.
         void assignNext(unsigned int number);
@@ -57,7 +63,6 @@ public:
 
     private:
         TrapDestinationStore& m_store;
-        std::unique_lock<std::recursive_mutex> m_lock;
         bool m_open = true;
     };
 
@@ -83,6 +88,7 @@ private:
     void begin();
     int commit();
     void rollBack();
+    void end();
     void noteFailure(const char* reason);
     void noteSuccess();
     bool isDuplicate(const tTrapDestInfo& destination, unsigned int number) const;
@@ -93,19 +99,21 @@ private:
     const std::string m_path;
     const std::size_t m_limit;
 
-    // Held by the thread that changes; everything down to m_nextNumber is guarded by it.
-    std::recursive_mutex m_writing;
+    // Of the open transaction, down to m_nextNumber: nobody else touches it.
     std::unique_ptr<Database> m_database;
-    bool m_changed = false;         // since the transaction's begin
+    bool m_changed = false;         // since its begin
     bool m_failureKnown = false;    // it was logged that the file cannot be written
-    bool m_failed = false;          // the transaction lost its database: nothing of it may be committed
-    Rows m_working;                 // the rows as the transaction has them
+    bool m_failed = false;          // it lost its database: nothing of it may be committed
+    Rows m_working;                 // the rows as it has them
     unsigned int m_lastNumber = 0;  // last one assigned, of m_working
     unsigned int m_nextNumber = 0;  // asked for by assignNext; 0: none
 
-    std::atomic<std::thread::id> m_writer{};  // the thread with an open transaction
+    std::atomic<std::thread::id> m_writer{};  // the thread in the open transaction
 
     mutable std::mutex m_mutex;
-    Rows m_rows;                       // guarded by m_mutex
-    std::function<void()> m_listener;  // guarded by m_mutex
+    std::condition_variable m_ended;
+    // guarded by m_mutex
+    bool m_open = false;  // there is a transaction
+    Rows m_rows;
+    std::function<void()> m_listener;
 };

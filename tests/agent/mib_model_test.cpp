@@ -152,6 +152,25 @@ TEST(MibModel, ARangeThatIsNoNumberIsRefused) {
                 HasSubstr("sampleName: <range>: \"many\" is no number"));
 }
 
+TEST(MibModel, ANameIsToldByItsColumn) {
+    const MibModel model = loadMib(sampleMib());
+    const auto told = [](const MibObject& object, const char* below) {
+        OidVector name = object.root;
+        const OidVector rest = parseOid(below);
+        name.insert(name.end(), rest.begin(), rest.end());
+        return object.nameOf(name.data(), name.size());
+    };
+    const MibObject& table = *model.find(SAMPLE_TABLE);
+    EXPECT_EQ(told(table, "1.2.7"), "sampleSize.7");
+    EXPECT_EQ(told(table, "1.2"), "sampleSize");
+    EXPECT_EQ(told(table, "1.2.7.8"), "sampleSize.7.8");
+    EXPECT_EQ(told(table, "1.20.7"), oidText(SAMPLE_TABLE) + ".1.20.7");
+    EXPECT_EQ(told(table, "2.2.7"), oidText(SAMPLE_TABLE) + ".2.2.7");
+    EXPECT_EQ(told(table, "1"), oidText(SAMPLE_TABLE) + ".1");
+    EXPECT_EQ(table.nameOf(SAMPLE_TABLE.data(), SAMPLE_TABLE.size()), oidText(SAMPLE_TABLE));
+    EXPECT_EQ(told(*model.find(SAMPLE_SCALAR), "0"), "sampleScalar.0");
+}
+
 TEST(OidVector, ReadsAndWritesDottedText) {
     EXPECT_EQ(oidText(parseOid("1.3.6.1")), "1.3.6.1");
     EXPECT_EQ(oidText(parseOid(".1.3.4294967295")), "1.3.4294967295");

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <future>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -192,6 +193,48 @@ TEST_F(Store, TransactionTakesEffectAsAWhole) {
     EXPECT_TRUE(m_store->has("2"));
     EXPECT_EQ(transaction.commit(), TRAP_DESTINATION_OK);
     std::thread([this] { EXPECT_THAT(numbers(), ElementsAre("1", "2")); }).join();
+}
+
+TEST_F(Store, TransactionThatIsLeftIsSeenByNobodyUntilItIsCommitted) {
+    TrapDestinationStore::Transaction transaction(*m_store);
+    create(destination("192.0.2.7"));
+    transaction.leave();
+    EXPECT_THAT(rows(), IsEmpty());
+    EXPECT_FALSE(m_store->has("1"));
+    std::thread([&] {
+        EXPECT_THAT(rows(), IsEmpty());
+        transaction.enter();
+        EXPECT_THAT(numbers(), ElementsAre("1"));
+        create(destination("192.0.2.8"));
+    }).join();
+    EXPECT_THAT(rows(), IsEmpty());
+    EXPECT_EQ(transaction.commit(), TRAP_DESTINATION_OK);
+    EXPECT_THAT(numbers(), ElementsAre("1", "2"));
+}
+
+TEST_F(Store, ChangesOfOthersWaitForTheEndOfATransaction) {
+    for (const bool committed : {true, false}) {
+        std::optional<TrapDestinationStore::Transaction> transaction(std::in_place, *m_store);
+        create(destination("192.0.2.7"));
+        transaction->leave();
+        std::atomic<bool> ended{false};
+        std::promise<void> begun;
+        std::thread other([&] {
+            begun.set_value();
+            const int result = m_store->create(destination("192.0.2.7"));
+            EXPECT_TRUE(ended);
+            EXPECT_EQ(result, committed ? TRAP_DESTINATION_DUPLICATE : TRAP_DESTINATION_OK);
+        });
+        begun.get_future().wait();
+        ended = true;
+        if (committed) {
+            EXPECT_EQ(transaction->commit(), TRAP_DESTINATION_OK);
+        }
+        transaction.reset();
+        other.join();
+        EXPECT_THAT(rows(), SizeIs(1));
+        EXPECT_EQ(m_store->remove(m_store->all().front().index), TRAP_DESTINATION_OK);
+    }
 }
 
 TEST_F(Store, TransactionWithoutCommitChangesNothing) {

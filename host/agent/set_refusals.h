@@ -1,0 +1,16 @@
+// A log line for each SET that is refused: an error status alone tells nobody what to do. It names the object.
+//
+// Threads: agent thread only.
+#pragma once
+
+#include "host/agent/line_budget.h"
+#include "host/agent/set_request.h"
+
+class SetRefusals {
+public:
+    // `pdu` is the request, null when its manager has hung up.
+    void note(const netsnmp_pdu* pdu, const SetResult& result, const ObjectFinder& objectOf);
+
+private:
+    LineBudget m_budget{60, std::chrono::seconds(60)};  // who may read only can make us write them, too
+};
