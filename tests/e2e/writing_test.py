@@ -2,16 +2,15 @@
 
 import os
 import random
-import signal
 import subprocess
 import sys
 import threading
 import time
 import unittest
 
+from actors import Actor
 from backend_client import BackendClient
-from harness import (AGENT_CONFIG, ALARMS, CLEAR_ALARM, DESTINATIONS, TOPOLOGY, V2C, V3, Failure, System, values,
-                     wait_for)
+from harness import AGENT_CONFIG, ALARMS, CLEAR_ALARM, DESTINATIONS, TOPOLOGY, V2C, V3, System, slowdown, values
 
 REACHABLE, PORT, STATUS, INDEX, VERSION, ADDRESS, TRAP_TYPE, USER = range(1, 9)  # columns
 ACTIVE, NOT_IN_SERVICE, NOT_READY, CREATE_AND_GO, CREATE_AND_WAIT, DESTROY = range(1, 7)
@@ -20,6 +19,8 @@ LETTERS = {PORT: "u", STATUS: "i", VERSION: "i", ADDRESS: "s", TRAP_TYPE: "i", U
 SYS_NAME = "1.3.6.1.2.1.1.5.0"
 SYS_CONTACT = "1.3.6.1.2.1.1.4.0"
 V1_WRITER = ["-v1", "-c", "writer"]
+SECOND = 1000  # from the number of a pair's first row to that of its second
+SECONDS_TO_ANSWER = 5.0  # from a start after kill -9 to the first answer
 KILL_CYCLES = int(os.environ.get("TAMREL_KILL_CYCLES", "20"))
 
 
@@ -214,6 +215,23 @@ class Writing(unittest.TestCase):
         self.refused(row(1, PORT=6) + [CLEAR_ALARM, "u", "99999"], "genError", CLEAR_ALARM)
         self.refused(row(1, STATUS=DESTROY) + [CLEAR_ALARM, "u", "99999"], "genError", CLEAR_ALARM)
 
+    def test_a_refused_clear_takes_nothing_back_of_what_another_manager_writes(self):
+        self.create(1)
+        refused = Actor("refused", lambda _: self.system.run(
+            "snmpset", *row(1, PORT=6, TRAP_TYPE=4), CLEAR_ALARM, "u", "99999", version=V3, check=False).returncode == 2)
+        refused.start()
+        try:
+            for port in range(1000, 1030):
+                self.system.set(*row(1, PORT=port))
+                self.assertEqual(values(self.system.get(*row(1, PORT=port, TRAP_TYPE=1)[::3])),
+                                 [(DESTINATIONS + ".2.1", "Gauge32: %d" % port), (DESTINATIONS + ".7.1", "INTEGER: 1")])
+        finally:
+            refused.stop()
+            refused.join()
+        self.assertGreater(refused.turns, 10)
+        self.assertEqual(refused.failures, 0)
+        self.assertEqual(self.rows()["2.1"], "Gauge32: 1029")
+
     def test_the_clear_scalar_takes_unsigned_numbers_only(self):
         self.refused([CLEAR_ALARM, "i", "1"], "wrongType", CLEAR_ALARM)
         self.refused([CLEAR_ALARM, "s", "1"], "wrongType", CLEAR_ALARM)
@@ -267,46 +285,65 @@ class Lasting(unittest.TestCase):
                     self.assertEqual(mode & 0o077, 0, os.path.join(folder, name))
 
     def test_acknowledged_rows_survive_kill_during_sets(self):
-        """Rows come and go while the agent is killed again and again: what was acknowledged is there, whole."""
+        """Pairs of rows come, change and go while the agent is killed again and again: what was acknowledged is there,
+        and of each SET both rows or none."""
         chance = random.Random(1)
         with System() as system:
-            expected = {}
+            expected = {}  # port of both rows of a pair
             slowest = 0.0  # from the start of the program to its first answer, in seconds
             for _ in range(KILL_CYCLES):
                 killer = threading.Timer(chance.uniform(0.02, 0.3), system.agent.process.kill)
                 killer.start()
-                unsure = None
-                while unsure is None:
-                    number, port = chance.randint(1, 20), chance.randint(1, 60000)
-                    change = row(number, STATUS=DESTROY) if number in expected else row(
-                        number, ADDRESS="127.0.0.1", PORT=port, USER="u%d" % number, STATUS=CREATE_AND_GO)
-                    if system.run("snmpset", *change, version=V3, timeout=0.3, retries=0, check=False).returncode == 0:
-                        if number in expected:
-                            del expected[number]
-                        else:
-                            expected[number] = port
+                answered = True
+                while answered:
+                    pair, port = chance.randint(1, 20), chance.randint(1, 60000)
+                    if pair not in expected:
+                        columns = dict(ADDRESS="127.0.0.1", PORT=port, USER="u%d" % pair, STATUS=CREATE_AND_GO)
+                    elif chance.random() < 0.5:
+                        columns = dict(PORT=port)
                     else:
-                        unsure = number  # was it done before the end, or not?
+                        columns, port = dict(STATUS=DESTROY), None
+                    if "USER" in columns:
+                        both = row(pair, **columns) + row(SECOND + pair, **dict(columns, USER="v%d" % pair))
+                    else:
+                        both = row(pair, **columns) + row(SECOND + pair, **columns)
+                    done = system.run("snmpset", *both, version=V3, timeout=0.3, retries=0, check=False)
+                    answered = done.returncode == 0
+                    undecided = {expected.get(pair), port}  # where there was no answer: before, or after
+                    expected[pair] = port
+                    if port is None:
+                        del expected[pair]
                 killer.join()
                 system.agent.process.wait()
                 begin = time.monotonic()
                 system.agent.start()
                 system.get(SYS_NAME)
                 slowest = max(slowest, time.monotonic() - begin)
-                rows = {}
-                walked = system.run("snmpbulkwalk", DESTINATIONS, check=False).stdout
-                for name, value in values(walked):
-                    if "No Such" not in value:
-                        column, number = name[len(DESTINATIONS) + 1:].split(".")
-                        rows.setdefault(int(number), {})[int(column)] = value
-                for number, columns in rows.items():
-                    self.assertEqual(len(columns), 8, "half a row")
-                    self.assertEqual(columns[USER], 'STRING: "u%d"' % number)
-                found = {number: int(columns[PORT].split()[-1]) for number, columns in rows.items()}
-                sure = {number: port for number, port in found.items() if number != unsure}
-                self.assertEqual(sure, {number: port for number, port in expected.items() if number != unsure})
+                found = self.pairs(system)
+                self.assertIn(found.get(pair), undecided)
+                expected.pop(pair, None)
+                self.assertEqual({key: value for key, value in found.items() if key != pair}, expected)
                 expected = found
         print("%d cycles, slowest first answer after a start: %.2f s" % (KILL_CYCLES, slowest), file=sys.stderr)
+        self.assertLess(slowest, SECONDS_TO_ANSWER * slowdown())
+
+    def pairs(self, system):
+        """{pair: port}; each has both of its rows, whole and of one SET."""
+        rows = {}
+        walked = system.run("snmpbulkwalk", DESTINATIONS, check=False, version=V3).stdout
+        for name, value in values(walked):
+            if "No Such" not in value:
+                column, number = name[len(DESTINATIONS) + 1:].split(".")
+                rows.setdefault(int(number), {})[int(column)] = value
+        found = {}
+        for number, columns in rows.items():
+            self.assertEqual(len(columns), 8, "half a row")
+            pair = number if number < SECOND else number - SECOND
+            self.assertEqual(columns[USER], 'STRING: "%s%d"' % ("u" if number < SECOND else "v", pair))
+            found.setdefault(pair, []).append(int(columns[PORT].split()[-1]))
+        for pair, ports in found.items():
+            self.assertEqual((len(ports), len(set(ports))), (2, 1), "half a SET in pair %d: %s" % (pair, ports))
+        return {pair: ports[0] for pair, ports in found.items()}
 
 
 if __name__ == "__main__":
