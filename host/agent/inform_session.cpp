@@ -283,6 +283,8 @@ void NetSnmpInformChannel::finish(InformOutcome::Kind kind, const std::string& t
 
 std::unique_ptr<InformChannel> NetSnmpInformTransport::open(const InformPeer& peer, const std::string& address,
                                                             std::string& failure) {
+    failure = faultOfZone(address);
+    if (!failure.empty()) return nullptr;
     std::string place = isIpv6Address(address) ? "udp6:[" + address + "]" : "udp:" + address;
     place += ":" + std::to_string(peer.port);
     std::string name = peer.name;

@@ -1,11 +1,13 @@
 #include "host/agent/trap_resolver.h"
 
 #include <arpa/inet.h>
+#include <net/if.h>
 #include <netdb.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <condition_variable>
+#include <cstdlib>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -142,4 +144,21 @@ bool isIpv6Address(const std::string& text) {
     in6_addr address{};
     const std::string withoutZone = text.substr(0, text.find('%'));
     return ::inet_pton(AF_INET6, withoutZone.c_str(), &address) == 1 && text.back() != '%';
+}
+
+std::string faultOfZone(const std::string& address) {
+    const std::size_t percent = address.find('%');
+    if (percent == std::string::npos) {
+        in6_addr v6{};
+        if (::inet_pton(AF_INET6, address.c_str(), &v6) != 1) return "";
+        if (!IN6_IS_ADDR_LINKLOCAL(&v6) && !IN6_IS_ADDR_MC_LINKLOCAL(&v6)) return "";
+        return address + " is link-local and names no interface (" + address + "%eth0)";
+    }
+    const std::string zone = address.substr(percent + 1);
+    if (::if_nametoindex(zone.c_str()) != 0) return "";
+    char name[IF_NAMESIZE];
+    const bool isNumber = zone.find_first_not_of("0123456789") == std::string::npos;
+    const bool exists = isNumber && ::if_indextoname(static_cast<unsigned int>(std::strtoul(zone.c_str(), nullptr, 10)),
+                                                     name) != nullptr;
+    return exists ? "" : "no network interface has the zone of " + address;
 }

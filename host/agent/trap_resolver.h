@@ -43,3 +43,8 @@ private:
 // Whether the text is an IPv4 address, or an IPv6 address with or without a zone ("fe80::1%eth0").
 bool isIpv4Address(const std::string& text);
 bool isIpv6Address(const std::string& text);
+
+// Why nothing can be sent to an address for its zone; "" when there is no reason. The library takes a zone that does
+// not exist for none at all, and the datagram leaves somewhere; without one the system does not know where a link-local
+// address is.
+std::string faultOfZone(const std::string& address);

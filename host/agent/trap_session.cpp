@@ -7,10 +7,8 @@
 #include <arpa/inet.h>
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 #include <net-snmp/library/snmpusm.h>
-#include <net/if.h>
 #include <sys/socket.h>
 
-#include <cstdlib>
 #include <vector>
 
 #include "host/agent/trap_fitting.h"
@@ -55,18 +53,6 @@ std::uint32_t localAddressTowards(const TrapRoute& route) {
     socklen_t length = sizeof local;
     if (::getsockname(probe.get(), reinterpret_cast<sockaddr*>(&local), &length) != 0) return 0;
     return local.sin_addr.s_addr;
-}
-
-// The library takes a zone that does not exist for none at all, and the datagram leaves somewhere.
-bool hasUsableZone(const std::string& address) {
-    const std::size_t percent = address.find('%');
-    if (percent == std::string::npos) return true;
-    const std::string zone = address.substr(percent + 1);
-    if (::if_nametoindex(zone.c_str()) != 0) return true;
-    char name[IF_NAMESIZE];
-    const bool isNumber = zone.find_first_not_of("0123456789") == std::string::npos;
-    return isNumber &&
-           ::if_indextoname(static_cast<unsigned int>(std::strtoul(zone.c_str(), nullptr, 10)), name) != nullptr;
 }
 
 void setTooLong(TrapSendResult& result, const FittedTrap& fitted) {
@@ -214,10 +200,8 @@ std::optional<int> NetSnmpTrapTransport::levelOfUser(const std::string& user) {
 
 std::unique_ptr<TrapChannel> NetSnmpTrapTransport::open(const TrapRoute& route, std::string& failure) {
     const bool isIpv6 = isIpv6Address(route.address);
-    if (!hasUsableZone(route.address)) {
-        failure = "no network interface has the zone of " + route.address;
-        return nullptr;
-    }
+    failure = faultOfZone(route.address);
+    if (!failure.empty()) return nullptr;
     std::string peer = isIpv6 ? "udp6:[" + route.address + "]" : "udp:" + route.address;
     peer += ":" + std::to_string(route.port);
     std::string name = route.name;

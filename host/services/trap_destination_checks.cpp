@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstring>
 
 namespace destination_check {
 
@@ -36,6 +37,24 @@ bool reads(int family, const std::string& text, Address& address) {
 bool isZone(const std::string& zone) {
     return !zone.empty() && zone.size() < IFNAMSIZ && zone != "." && zone != ".." &&
            std::all_of(zone.begin(), zone.end(), [](char c) { return c > ' ' && c <= '~' && c != '/' && c != '%'; });
+}
+
+// What the system's resolver takes for a number of an address, whole or in part: "1", "0x7f000001", "0x".
+bool isNumber(const std::string& label) {
+    if (std::all_of(label.begin(), label.end(), isDigit)) return true;
+    return label.size() >= 2 && label[0] == '0' && (label[1] == 'x' || label[1] == 'X') &&
+           std::all_of(label.begin() + 2, label.end(), [](unsigned char c) { return std::isxdigit(c) != 0; });
+}
+
+// The IPv4 address of "::ffff:192.0.2.7".
+bool isMapped(const in6_addr& v6, in_addr& v4) {
+    if (!IN6_IS_ADDR_V4MAPPED(&v6)) return false;
+    std::memcpy(&v4, &v6.s6_addr[sizeof v6 - sizeof v4], sizeof v4);
+    return true;
+}
+
+bool isSomebodys(const in_addr& v4) {
+    return v4.s_addr != htonl(INADDR_ANY) && v4.s_addr != htonl(INADDR_BROADCAST);
 }
 
 // Splits off an interface name, "" when there is none.
@@ -71,16 +90,16 @@ bool isHostName(const std::string& text) {
         const std::size_t dot = name.find('.');
         const std::string label = name.substr(0, dot);
         if (!isLabel(label)) return false;
-        if (dot == std::string::npos) return !std::all_of(label.begin(), label.end(), isDigit);
+        if (dot == std::string::npos) return !isNumber(label);
         name.erase(0, dot + 1);
     }
 }
 
 bool isAddress(const std::string& text) {
     in_addr v4{};
-    if (reads(AF_INET, text, v4)) return v4.s_addr != htonl(INADDR_ANY) && v4.s_addr != htonl(INADDR_BROADCAST);
+    if (reads(AF_INET, text, v4)) return isSomebodys(v4);
     in6_addr v6{};
-    if (reads(AF_INET6, text, v6)) return !IN6_IS_ADDR_UNSPECIFIED(&v6);
+    if (reads(AF_INET6, text, v6)) return isMapped(v6, v4) ? isSomebodys(v4) : !IN6_IS_ADDR_UNSPECIFIED(&v6);
     return isIpv6Address(text) || isHostName(text);
 }
 
@@ -88,7 +107,12 @@ std::string canonicalAddress(const std::string& text) {
     std::string numbers = text;
     const std::string zone = splitZone(numbers);
     in6_addr v6{};
+    in_addr v4{};
     std::array<char, INET6_ADDRSTRLEN> spelled{};
+    if (reads(AF_INET6, text, v6) && isMapped(v6, v4) &&
+        inet_ntop(AF_INET, &v4, spelled.data(), spelled.size()) != nullptr) {
+        return spelled.data();
+    }
     if (reads(AF_INET6, numbers, v6) && inet_ntop(AF_INET6, &v6, spelled.data(), spelled.size()) != nullptr) {
         return spelled.data() + zone;
     }

@@ -14,14 +14,14 @@ constexpr const char* NO_USER = "--";
 bool isIpv4Address(const std::string& text);  // four decimal numbers
 bool isIpv6Address(const std::string& text);  // a link-local one may name its interface: "fe80::1%eth0"
 
-// A name of RFC 1123: letters, digits and hyphens, in labels of 1 to 63. A name whose last label is a number would be
-// taken for a broken IPv4 address and is none.
+// A name of RFC 1123: letters, digits and hyphens, in labels of 1 to 63. A name whose last label is a number
+// ("0x7f000001" too) would be taken for an IPv4 address in another spelling, or a broken one, and is none.
 bool isHostName(const std::string& text);
 
 // Whether traps can be sent to it: a host name, or an address other than "0.0.0.0", "::" and "255.255.255.255".
 bool isAddress(const std::string& text);
 
-// The one spelling of an address that others are compared by.
+// The one spelling of an address that others are compared by: of "::ffff:192.0.2.7" that of the IPv4 address.
 std::string canonicalAddress(const std::string& text);
 
 bool isPort(unsigned int port);

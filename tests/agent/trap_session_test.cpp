@@ -148,6 +148,15 @@ TEST(TrapSession, AZoneThatDoesNotExistIsAFailure) {
     EXPECT_EQ(failure, "no network interface has the zone of fe80::1%nozone");
 }
 
+TEST(TrapSession, ALinkLocalAddressWithoutAZoneIsAFailure) {
+    NetSnmpTrapTransport transport;
+    for (const std::string address : {"fe80::1", "ff02::1"}) {
+        std::string failure;
+        EXPECT_EQ(transport.open(routeTo(address, 9, 2), failure), nullptr);
+        EXPECT_EQ(failure, address + " is link-local and names no interface (" + address + "%eth0)");
+    }
+}
+
 TEST(TrapSession, AZoneMayBeANumber) {
     expectArrives(AF_INET6, "::1%" + std::to_string(if_nametoindex("lo")), 2);
 }

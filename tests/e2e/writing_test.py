@@ -1,5 +1,6 @@
 """What a manager writes: trap destinations by RowStatus, the clear-alarm scalar, and the errors of both."""
 
+import json
 import os
 import random
 import subprocess
@@ -10,7 +11,7 @@ import unittest
 
 from actors import Actor
 from backend_client import BackendClient
-from harness import AGENT_CONFIG, ALARMS, CLEAR_ALARM, DESTINATIONS, TOPOLOGY, V2C, V3, System, slowdown, values
+from harness import AGENT_CONFIG, ALARMS, CLEAR_ALARM, DESTINATIONS, TOPOLOGY, V2C, V3, System, slowdown, values, wait_for
 
 REACHABLE, PORT, STATUS, INDEX, VERSION, ADDRESS, TRAP_TYPE, USER = range(1, 9)  # columns
 ACTIVE, NOT_IN_SERVICE, NOT_READY, CREATE_AND_GO, CREATE_AND_WAIT, DESTROY = range(1, 7)
@@ -36,7 +37,7 @@ def row(number, **columns):
 class Writing(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.system = System(agent_config=AGENT_CONFIG + "rwcommunity writer 127.0.0.1\n",
+        cls.system = System(agent_config=AGENT_CONFIG + "rwcommunity writer 127.0.0.1\ntrapcommunity traps\n",
                             device={("TRAP", "DESTINATION_LIMIT"): 3})
         cls.system.__enter__()
 
@@ -116,6 +117,26 @@ class Writing(unittest.TestCase):
                      DESTINATIONS + ".3.2")
         self.create(2, USER="other")
         self.refused(row(2, USER="--"), "inconsistentValue", DESTINATIONS + ".8.2")
+
+    def test_a_receiver_is_one_however_its_address_is_spelled(self):
+        self.create(1)
+        for address in ("::ffff:127.0.0.1", "::FFFF:7F00:1"):
+            self.refused(row(2, ADDRESS=address, PORT=5162, STATUS=CREATE_AND_GO), "inconsistentValue",
+                         DESTINATIONS + ".3.2")
+        for address in ("0x7f000001", "0x0", "2130706433", "127.1", "127.0.0.0x1", "::ffff:0.0.0.0"):
+            self.refused(row(2, ADDRESS=address, PORT=5162, STATUS=CREATE_AND_GO), "wrongValue", DESTINATIONS + ".6.2")
+
+    def test_a_link_local_address_without_its_interface_is_not_ready(self):
+        self.create(1, address="fe80::1")
+        state = wait_for(lambda: self.state_of(1) not in (None, "unknown") and self.state_of(1), "its state")
+        self.assertNotEqual(state, "ready")
+        self.assertEqual(self.rows()["1.1"], 'STRING: "0.0.0.0"')
+        self.assertIn("trap destination 1 (fe80::1 port 5162, SNMPv2c): sending fails: fe80::1 is link-local and names no "
+                      "interface", self.system.agent.log())
+
+    def state_of(self, number):
+        rows = json.loads(self.system.vrxctl("status", "--json"))["destinations"]
+        return next((row["state"] for row in rows if row["number"] == str(number)), None)
 
     def test_past_the_limit_there_is_no_resource(self):
         for number in (1, 2, 3):

@@ -51,12 +51,20 @@ TEST(DestinationAddress, NameWhoseLastLabelIsANumberIsABrokenAddress) {
     expectAll(false, isHostName, {"256.1.1.1", "1.2.3", "12", "host.1"});
 }
 
+TEST(DestinationAddress, NameWhoseLastLabelReadsAsAHexadecimalNumberIsOneToo) {
+    expectAll(false, isHostName, {"0x7f000001", "0X7F000001", "0x0", "0x", "0x7f000001.", "127.0x1", "nms.0xA"});
+    expectAll(true, isHostName, {"0xfg", "0x1.example.com", "x7f000001", "a0x1", "0x7f-1"});
+    expectAll(false, isAddress, {"0x7f000001", "0x0", "2130706433", "127.1", "0177.0.0.1", "127.0.0.0x1"});
+}
+
 TEST(DestinationAddress, NamesAndAddressesAreAcceptable) {
     expectAll(true, isAddress, {"192.0.2.7", "::1", "fe80::1%eth0", "nms.example.com"});
 }
 
 TEST(DestinationAddress, AddressesOfNobodyAreNot) {
-    expectAll(false, isAddress, {"0.0.0.0", "::", "255.255.255.255", "", "256.1.1.1", "a_b"});
+    expectAll(false, isAddress,
+              {"0.0.0.0", "::", "255.255.255.255", "::ffff:0.0.0.0", "::ffff:255.255.255.255", "::FFFF:0:0", "",
+               "256.1.1.1", "a_b"});
 }
 
 TEST(DestinationAddress, OneAddressHasOneCanonicalSpelling) {
@@ -64,6 +72,9 @@ TEST(DestinationAddress, OneAddressHasOneCanonicalSpelling) {
     EXPECT_EQ(canonicalAddress("FE80:0::1%Eth0"), "fe80::1%Eth0");
     EXPECT_EQ(canonicalAddress("NMS.Example.com."), "nms.example.com");
     EXPECT_EQ(canonicalAddress("192.0.2.7"), "192.0.2.7");
+    EXPECT_EQ(canonicalAddress("::ffff:192.0.2.7"), "192.0.2.7");
+    EXPECT_EQ(canonicalAddress("0:0:0:0:0:FFFF:C000:0207"), "192.0.2.7");
+    EXPECT_EQ(canonicalAddress("::192.0.2.7"), "::192.0.2.7");
 }
 
 TEST(DestinationNumbers, PortIs1To65535) {

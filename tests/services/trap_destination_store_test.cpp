@@ -130,6 +130,8 @@ TEST_F(Store, AnotherSpellingOfTheAddressIsADuplicateToo) {
     create(destination("nms.example.com"));
     EXPECT_EQ(m_store->create(destination("2001:DB8:0::7")), TRAP_DESTINATION_DUPLICATE);
     EXPECT_EQ(m_store->create(destination("NMS.example.com.")), TRAP_DESTINATION_DUPLICATE);
+    create(destination("192.0.2.7"));
+    EXPECT_EQ(m_store->create(destination("::ffff:192.0.2.7")), TRAP_DESTINATION_DUPLICATE);
 }
 
 TEST_F(Store, ModifyMayKeepItsOwnValuesButNotTakeAnothersRow) {
