@@ -1,7 +1,6 @@
 #include "host/backend/alarm_store.h"
 
 #include <algorithm>
-#include <limits>
 
 namespace {
 
@@ -29,6 +28,9 @@ constexpr char CREATE_TABLES[] = R"(
     INSERT INTO identity VALUES ('3' || substr(lower(hex(randomblob(8))), 2));
     PRAGMA user_version = 1;
 )";
+
+// Which events a serial number has. Made up for as the identity is.
+constexpr char INDEX_SERIALS[] = "CREATE INDEX IF NOT EXISTS events_of_serial ON events (serial)";
 
 // Made by chance, and made up for in a file that has none yet. A table of its own: older programs leave it alone.
 constexpr char IDENTIFY[] = R"(
@@ -62,6 +64,7 @@ SqliteDatabase openStore(const std::string& path) {
                               std::to_string(SCHEMA_VERSION));
         }
         database.execute(IDENTIFY);
+        database.execute(INDEX_SERIALS);
         transaction.commit();
     } catch (const SqliteError& error) {
         throw SqliteError(path + ": " + error.what());
@@ -103,6 +106,10 @@ AlarmStore::AlarmStore(const std::string& path, unsigned long long eventLimit)
                    "SELECT serial, alarm_id, level, raised, parameters FROM active_alarms WHERE serial > ? "
                    "ORDER BY serial LIMIT ?"),
       m_countActive(m_database, "SELECT count(*) FROM active_alarms"),
+      m_findSerial(m_database,
+                   "SELECT 1 FROM active_alarms WHERE serial = ?1 UNION ALL SELECT 1 FROM events WHERE serial = ?1"),
+      m_lastSerial(m_database, "SELECT seq FROM sqlite_sequence WHERE name = 'active_alarms'"),
+      m_setLastSerial(m_database, "UPDATE sqlite_sequence SET seq = ? WHERE name = 'active_alarms'"),
       m_insertEvent(m_database,
                     "INSERT INTO events (type, serial, alarm_id, level, raised, ended, parameters) "
                     "VALUES (?, ?, ?, ?, ?, ?, ?)"),
@@ -125,16 +132,20 @@ BackendResult AlarmStore::raise(std::vector<Alarm>& alarms) {
             find.bind(1, alarm.serial);
             if (find.step()) return BACKEND_SERIAL_ACTIVE;
         }
+        const bool isChosen = alarm.serial == 0;
+        if (isChosen) alarm.serial = nextSerial();
         SqliteStatement::Run insert(m_insertActive);
-        if (alarm.serial != 0) insert.bind(1, alarm.serial);  // else null: the next number
+        insert.bind(1, alarm.serial);
         insert.bind(2, alarm.id);
         insert.bind(3, alarm.level);
         insert.bind(4, alarm.raised);
         insert.bind(5, alarm.parameters);
         insert.step();
-        const sqlite3_int64 serial = sqlite3_last_insert_rowid(m_database.get());
-        if (serial > std::numeric_limits<unsigned int>::max()) return BACKEND_SERIALS_EXHAUSTED;
-        alarm.serial = static_cast<unsigned int>(serial);
+        if (isChosen) {  // also where it is below the one before: the highest was given
+            SqliteStatement::Run remember(m_setLastSerial);
+            remember.bind(1, alarm.serial);
+            remember.step();
+        }
         addEvent(ALARM_TYPE_FAULT, alarm);
     }
     dropOldEvents();
@@ -239,6 +250,18 @@ void AlarmStore::commit(SqliteTransaction& transaction) {
         m_database.rollBack();
         (void)sqlite3_wal_checkpoint_v2(m_database.get(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
         throw;
+    }
+}
+
+// Caller holds m_mutex and a transaction. Comes to an end: alarms and events are fewer than the numbers.
+unsigned int AlarmStore::nextSerial() {
+    auto serial = static_cast<unsigned int>(readNumber(m_lastSerial));
+    for (;;) {
+        ++serial;
+        if (serial == 0) continue;  // behind the highest number
+        SqliteStatement::Run used(m_findSerial);
+        used.bind(1, serial);
+        if (!used.step()) return serial;
     }
 }
 

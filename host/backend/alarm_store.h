@@ -2,7 +2,8 @@
 //
 // A change is on the disk, event included, when the operation returns; several alarms in one call change together or
 // not at all. Serial numbers of alarms and sequence numbers of events grow and are never given twice, and event numbers
-// have no holes: who reads "1, 2, 4" has missed 3.
+// have no holes: who reads "1, 2, 4" has missed 3. Behind the highest serial number comes 1 again, and so on: numbers
+// of active alarms and of events that are kept are passed over.
 //
 // Threads: any. Errors: SqliteError, and then nothing has changed. Times: seconds since 1970 UTC.
 #pragma once
@@ -66,6 +67,7 @@ public:
 
 private:
     void commit(SqliteTransaction& transaction);
+    unsigned int nextSerial();
     void addEvent(unsigned int type, const Alarm& alarm);
     void dropOldEvents();
 
@@ -79,6 +81,9 @@ private:
     SqliteStatement m_deleteActive;
     SqliteStatement m_listActive;
     SqliteStatement m_countActive;
+    SqliteStatement m_findSerial;
+    SqliteStatement m_lastSerial;
+    SqliteStatement m_setLastSerial;
     SqliteStatement m_insertEvent;
     SqliteStatement m_listEvents;
     SqliteStatement m_deleteEvents;

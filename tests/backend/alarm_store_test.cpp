@@ -161,12 +161,38 @@ TEST_F(AlarmStoreTest, RaiseOfAnActiveSerialIsRefusedAndChangesNothing) {
     EXPECT_EQ(raise(alarmOf(1)), 6U);
 }
 
-TEST_F(AlarmStoreTest, TheLastSerialNumberIsUsableAndNoneFollowsIt) {
+TEST_F(AlarmStoreTest, TheLastSerialNumberIsUsable) {
     EXPECT_EQ(raise(alarmWithSerial(LAST_SERIAL)), LAST_SERIAL);
     EXPECT_EQ(activeSerials(LAST_SERIAL - 1), Serials{LAST_SERIAL});
     EXPECT_TRUE(activeSerials(LAST_SERIAL).empty());
-    EXPECT_EQ(raiseResult({alarmOf(1)}), BACKEND_SERIALS_EXHAUSTED);
-    EXPECT_EQ(m_store->status().activeAlarms, 1U);
+}
+
+TEST_F(AlarmStoreTest, BehindTheLastSerialNumberComeThoseThatNobodyHas) {
+    open(6);                                                      // events kept
+    for (int count = 0; count < 5; ++count) raise(alarmOf(1));    // 1 to 5; events 1 to 5
+    ASSERT_EQ(m_store->clear({1, 2, 4, 5}, 2000), BACKEND_OK);    // up to event 9
+    EXPECT_EQ(raise(alarmWithSerial(LAST_SERIAL)), LAST_SERIAL);  // event 10: kept are those of 5, 1, 2, 4, 5
+    std::vector<Alarm> two{alarmOf(1), alarmOf(1)};
+    ASSERT_EQ(m_store->raise(two), BACKEND_OK);  // 3 is active
+    EXPECT_EQ(two[0].serial, 6U);
+    EXPECT_EQ(two[1].serial, 7U);
+    open(6);
+    EXPECT_EQ(raise(alarmWithSerial(9)), 9U);
+    EXPECT_EQ(raise(alarmOf(1)), 10U);
+    EXPECT_EQ(raise(alarmWithSerial(12)), 12U);
+    EXPECT_EQ(raise(alarmWithSerial(11)), 11U);
+    EXPECT_EQ(raise(alarmOf(1)), 13U);
+    ASSERT_EQ(m_store->clear({LAST_SERIAL}, 2000), BACKEND_OK);
+    EXPECT_EQ(raise(alarmWithSerial(LAST_SERIAL)), LAST_SERIAL);
+    EXPECT_EQ(raise(alarmOf(1)), 1U);  // its events have gone
+    EXPECT_EQ(activeSerials(), (Serials{1, 3, 6, 7, 9, 10, 11, 12, 13, LAST_SERIAL}));
+}
+
+TEST_F(AlarmStoreTest, ARefusedRaiseGivesNoSerialNumberAway) {
+    raise(alarmWithSerial(LAST_SERIAL));
+    EXPECT_EQ(raiseResult({alarmOf(1), alarmWithSerial(LAST_SERIAL)}), BACKEND_SERIAL_ACTIVE);
+    EXPECT_EQ(raise(alarmOf(1)), 1U);
+    EXPECT_EQ(raise(alarmOf(1)), 2U);
 }
 
 TEST_F(AlarmStoreTest, ActiveAlarmsAreListedBehindTheStartInAscendingOrder) {
