@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 #include "tools/agent_call.h"
 
@@ -87,6 +88,94 @@ void printList(std::ostream& out, const json& rows) {
     }
 }
 
+// What of a member of a list is at fault: its name and what it says of itself.
+struct tListed {
+    const char* list;
+    const char* name;
+    const char* state;
+    std::vector<const char*> good;
+    const char* title;
+};
+const tListed LISTED[] = {
+    {"destinations", "number", "state", {"ready", "not used yet"}, "trap destination"},
+    {"informs", "destination", "state", {"answers", "not used yet"}, "inform destination"},
+    {"objects", "name", "readable", {"yes"}, "object"},
+};
+
+struct tTrouble {
+    const char* field;
+    bool good;
+    const char* text;
+};
+constexpr tTrouble TROUBLES[] = {
+    {"/backend/connected", true, "the backend is away"},
+    {"/events/definitions_loaded", true, "the alarm definitions cannot be loaded, alarm events wait"},
+    {"/agent/last_reload_taken", true, "the last reload was refused"},
+};
+
+// An answer may be that of an agent of another version.
+json fieldOf(const json& status, const char* path) {
+    return status.value(json::json_pointer(path), json());
+}
+
+std::vector<std::string> troublesOf(const json& status) {
+    std::vector<std::string> troubles;
+    for (const tTrouble& trouble : TROUBLES) {
+        const json value = fieldOf(status, trouble.field);
+        if (value.is_boolean() && value.get<bool>() != trouble.good) troubles.emplace_back(trouble.text);
+    }
+    if (const json fault = fieldOf(status, "/notification_log/fault"); fault.is_string() && fault != "") {
+        troubles.push_back("the notification log cannot be written: " + plain(fault));
+    }
+    for (const tListed& listed : LISTED) {
+        for (const json& one : status.value(listed.list, json::array())) {
+            const std::string state = plain(one.value(listed.state, json()));
+            if (std::find(listed.good.begin(), listed.good.end(), state) != listed.good.end()) continue;
+            troubles.push_back(fmt::format("{} {} {}", listed.title, plain(one.value(listed.name, json())),
+                                           state == "no" ? "cannot be read" : state));
+        }
+    }
+    return troubles;
+}
+
+// Of all members of a list.
+std::uint64_t sumOf(const json& status, const char* list, const char* field) {
+    std::uint64_t sum = 0;
+    for (const json& row : status.value(list, json::array())) sum += row.value(field, std::uint64_t{0});
+    return sum;
+}
+
+std::uint64_t droppedOf(const json& status, const char* list) {
+    std::uint64_t sum = 0;
+    for (const json& row : status.value(list, json::array())) {
+        const json dropped = row.value("dropped", json::object());
+        for (const json& count : dropped) sum += count.get<std::uint64_t>();
+    }
+    return sum;
+}
+
+// "3 d 4 h", "26 min", "7 s"
+std::string durationText(const json& seconds) {
+    if (!seconds.is_number()) return "-";
+    constexpr std::uint64_t MINUTE = 60;
+    constexpr std::uint64_t HOUR = 60 * MINUTE;
+    constexpr std::uint64_t DAY = 24 * HOUR;
+    const auto whole = static_cast<std::uint64_t>(std::max(0.0, seconds.get<double>()));
+    if (whole >= DAY) return fmt::format("{} d {} h", whole / DAY, whole % DAY / HOUR);
+    if (whole >= HOUR) return fmt::format("{} h {} min", whole / HOUR, whole % HOUR / MINUTE);
+    return whole >= MINUTE ? fmt::format("{} min", whole / MINUTE) : fmt::format("{} s", whole);
+}
+
+void printInforms(std::ostream& out, const json& informs) {
+    constexpr const char* ROW = "  {:<35} {:>3}  {:<13} {:>12} {:>8}  {:<8}  {}\n";
+    out << fmt::format(ROW, "destination", "ver", "state", "acknowledged", "waiting", "dropped", "last failure");
+    for (const json& inform : informs) {
+        out << fmt::format(ROW, plain(inform.at("destination")), plain(inform.at("version")), plain(inform.at("state")),
+                           plain(inform.at("acknowledged")), plain(inform.at("waiting")), plain(inform.at("dropped")),
+                           plain(inform.at("last_failure")));
+    }
+}
+
 void printDestinations(std::ostream& out, const json& destinations) {
     constexpr const char* ROW = "  {:>6}  {:<28} {:>3}  {:<13} {:>10} {:>10} {:>10} {:>8}  {:<8}  {}\n";
     out << fmt::format(ROW, "number", "address", "ver", "state", "sent", "filtered", "suppressed", "waiting", "dropped",
@@ -103,8 +192,44 @@ void printDestinations(std::ostream& out, const json& destinations) {
 
 }  // namespace
 
-void printStatus(std::ostream& out) {
-    printStatusTables(out, callAgent("GET", "/status"));
+void printStatus(std::ostream& out, bool all) {
+    const std::string answer = callAgent("GET", "/status");
+    printStatusSummary(out, answer);
+    if (all) printStatusTables(out, answer);
+}
+
+void printStatusSummary(std::ostream& out, const std::string& answer) {
+    const json status = parsed(answer);
+    const std::vector<std::string> troubles = troublesOf(status);
+    const std::string who = fmt::format("vrx-agentd {}, up {}", plain(fieldOf(status, "/agent/version")),
+                                        durationText(fieldOf(status, "/agent/uptime_seconds")));
+    out << who << (troubles.empty() ? ": all is well\n" : fmt::format(": {}\n", fmt::join(troubles, "; ")));
+
+    const bool connected = fieldOf(status, "/backend/connected") == true;
+    const json informs = status.value("informs", json::array());
+    const json destinations = status.value("destinations", json::array());
+    const auto line = [&](const char* title, const std::string& text) {
+        out << fmt::format("  {:<12} {}\n", title, text);
+    };
+    line("backend", fmt::format("{} for {}", connected ? "connected" : "away",
+                                durationText(fieldOf(status, "/backend/since_seconds"))));
+    line("alarms", fmt::format("{} active, last change {}", plain(fieldOf(status, "/alarms/by_level")),
+                               plain(fieldOf(status, "/alarms/last_change"))));
+    line("events", fmt::format("{} handled; the last is {}, done up to {}", plain(fieldOf(status, "/events/handled")),
+                               plain(fieldOf(status, "/events/last")), plain(fieldOf(status, "/events/last_done"))));
+    line("traps", fmt::format("{} sent, {} waiting, {} dropped", sumOf(status, "destinations", "sent"),
+                              sumOf(status, "destinations", "waiting"), droppedOf(status, "destinations")));
+    line("informs", fmt::format("{} acknowledged, {} waiting, {} dropped", sumOf(status, "informs", "acknowledged"),
+                                sumOf(status, "informs", "waiting"), droppedOf(status, "informs")));
+    line("engine ID", plain(fieldOf(status, "/agent/engine_id")));
+    if (!destinations.empty()) {
+        out << "trap destinations\n";
+        printDestinations(out, destinations);
+    }
+    if (!informs.empty()) {
+        out << "inform destinations\n";
+        printInforms(out, informs);
+    }
 }
 
 void printStatusTables(std::ostream& out, const std::string& answer) {

@@ -4,10 +4,12 @@
 #include <ostream>
 #include <string>
 
-// As tables, for people. Throws AgentCallError.
-void printStatus(std::ostream& out);
+// For people: how it does in one line, the figures that matter, where traps and informs go; and, with `all`, the rest.
+// Throws AgentCallError.
+void printStatus(std::ostream& out, bool all);
 
-// The same of an answer that is there: the agent's JSON. Throws AgentCallError when it is none.
+// The parts of it, of an answer that is there: the agent's JSON. Throw AgentCallError when it is none.
+void printStatusSummary(std::ostream& out, const std::string& answer);
 void printStatusTables(std::ostream& out, const std::string& answer);
 
 // As the agent gives it, for programs. Throws AgentCallError.

@@ -7,9 +7,11 @@
 #include <stdexcept>
 
 #include "alarm/snmp_alarm_iniparser.h"
+#include "host/agent/fault_level.h"
 #include "host/services/backend_protocol.h"
 #include "platform/snmp_util.h"
 #include "tools/backend_call.h"
+#include "tools/terminal_text.h"
 
 namespace {
 
@@ -109,12 +111,12 @@ void printAlarms(std::ostream& out, const std::vector<tListedAlarm>& alarms) {
         out << "no active alarms\n";
         return;
     }
-    out << fmt::format("{:>10}  {:<30}  {:>5}  {:<20}  {:<30}  {}\n", "SERIAL", "RAISED", "LEVEL", "ALARM ID", "NAME",
-                       "LOCATION");
+    constexpr const char* ROW = "{:>10}  {:<30}  {:<8}  {:<20}  {:<30}  {}\n";
+    out << fmt::format(ROW, "SERIAL", "RAISED", "LEVEL", "ALARM ID", "NAME", "LOCATION");
     for (const tListedAlarm& alarm : alarms) {
-        out << fmt::format("{:>10}  {:<30}  {:>5}  {:<20}  {:<30}  {}\n", alarm.serial, timeText(alarm.raisedAt),
-                           alarm.level, alarm.alarmId, alarm.name.empty() ? "(not defined)" : alarm.name,
-                           alarm.location);
+        out << fmt::format(ROW, alarm.serial, timeText(alarm.raisedAt), textOf(faultLevelOf(alarm.level)),
+                           alarm.alarmId, alarm.name.empty() ? "(not defined)" : terminalText(alarm.name),
+                           terminalText(alarm.location));
     }
 }
 
@@ -124,6 +126,7 @@ void printAlarmsAsJson(std::ostream& out, const std::vector<tListedAlarm>& alarm
         rows.push_back({{"serial", alarm.serial},
                         {"alarmId", alarm.alarmId},
                         {"level", alarm.level},
+                        {"levelName", textOf(faultLevelOf(alarm.level))},
                         {"raisedAt", alarm.raisedAt},
                         {"raised", timeText(alarm.raisedAt)},
                         {"parameters", alarm.parameters},
@@ -131,6 +134,7 @@ void printAlarmsAsJson(std::ostream& out, const std::vector<tListedAlarm>& alarm
                         {"location", alarm.location},
                         {"detail", alarm.detail}});
     }
-    // Texts come from files and backends of others: bytes that are no UTF-8 are replaced, not fatal.
-    out << rows.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
+    // Texts come from files and backends of others: bytes that are no UTF-8 are replaced, not fatal, and a terminal
+    // gets none of their control characters.
+    out << rows.dump(2, ' ', true, nlohmann::json::error_handler_t::replace) << "\n";
 }

@@ -6,24 +6,25 @@
 #include <vector>
 
 #include "alarm/snmp_alarm_iniparser.h"
+#include "tools/terminal_text.h"
 
 namespace {
 
 void printValues(std::ostream& out, const char* title, const std::vector<std::string>& values) {
     out << title << "\n";
     if (values.empty()) out << "  (none)\n";
-    for (std::size_t i = 0; i < values.size(); ++i) out << fmt::format("  {:02}  \"{}\"\n", i, values[i]);
+    for (std::size_t i = 0; i < values.size(); ++i) out << fmt::format("  {:02}  \"{}\"\n", i, terminalText(values[i]));
 }
 
 void printPairs(std::ostream& out, const char* title, const POSITION_LIST& pairs) {
     out << title << "\n";
     if (pairs.empty()) out << "  (none)\n";
-    for (const auto& [index, value] : pairs) out << fmt::format("  ##{:02}  \"{}\"\n", index, value);
+    for (const auto& [index, value] : pairs) out << fmt::format("  ##{:02}  \"{}\"\n", index, terminalText(value));
 }
 
 void explainSteps(std::ostream& out, CAlarmConfigParser& parser, const CAlarmConfigItem& item,
                   const std::string& parameters) {
-    out << fmt::format("parameter text: \"{}\"\n", parameters);
+    out << fmt::format("parameter text: \"{}\"\n", terminalText(parameters));
     std::vector<std::string> values;
     parser.parseAlarmParamList(parameters, values);
     for (std::string& value : values)
@@ -43,9 +44,9 @@ void explainSteps(std::ostream& out, CAlarmConfigParser& parser, const CAlarmCon
     std::string detail = item.detail;
     replaceBraceWithEmptyString(detail);
     out << "templates:\n";
-    out << fmt::format("  location    \"{}\"\n", item.location);
-    out << fmt::format("  detail      \"{}\"\n", detail);
-    out << fmt::format("  suggestion  \"{}\"\n", item.suggestion);
+    out << fmt::format("  location    \"{}\"\n", terminalText(item.location));
+    out << fmt::format("  detail      \"{}\"\n", terminalText(detail));
+    out << fmt::format("  suggestion  \"{}\"\n", terminalText(item.suggestion));
     out << "texts:\n";
 }
 
@@ -68,11 +69,11 @@ int renderAlarm(std::ostream& out, std::uint64_t alarmId, const std::string& par
                     : fmt::format("alarm {} cannot be rendered: result {}\n", alarmId, result));
         return result;
     }
-    out << fmt::format("  name        \"{}\"\n", name);
-    out << fmt::format("  location    \"{}\"\n", location);
-    out << fmt::format("  detail      \"{}\"\n", detail);
-    out << fmt::format("  suggestion  \"{}\"\n", suggestion);
+    out << fmt::format("  name        \"{}\"\n", terminalText(name));
+    out << fmt::format("  location    \"{}\"\n", terminalText(location));
+    out << fmt::format("  detail      \"{}\"\n", terminalText(detail));
+    out << fmt::format("  suggestion  \"{}\"\n", terminalText(suggestion));
     out << fmt::format("  number      {}\n", number);
-    out << fmt::format("  trap OID    1.3.6.1.4.1.99871.2.91.10.2.1.1.{}\n", item->second->alarmOid);
+    out << fmt::format("  trap OID    1.3.6.1.4.1.99871.2.91.10.2.1.1.{}\n", terminalText(item->second->alarmOid));
     return 0;
 }

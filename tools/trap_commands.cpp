@@ -10,9 +10,12 @@
 #include <optional>
 #include <stdexcept>
 
+#include "host/agent/fault_level.h"
 #include "host/agent/trap_bytes.h"
+#include "host/agent/trap_subject.h"
 #include "host/services/product_root.h"
 #include "tools/agent_call.h"
+#include "tools/terminal_text.h"
 
 namespace {
 
@@ -21,9 +24,11 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::system_clock;
 
-// What happened, in full; and the name of the alarm, for where that is empty. Of both kinds of traps.
-constexpr const char* DESCRIPTIONS[] = {"1.3.6.1.4.1.99871.2.91.10.3.1.1.10.0", "1.3.6.1.4.1.99871.2.251.20.1.3.10.0",
-                                        "1.3.6.1.4.1.99871.2.91.10.3.1.1.4.0", "1.3.6.1.4.1.99871.2.251.20.1.3.4.0"};
+// Bindings: what happened, in full; and the name of the alarm, for where that is empty.
+constexpr unsigned int DESCRIPTIONS[] = {10, 4};
+
+constexpr const char* COMMON_TRAP = "1.3.6.1.4.1.99871.2.91.10.2.1.0.1";
+constexpr std::string_view OWN_TRAPS = "1.3.6.1.4.1.99871.2.91.10.2.1.1.";  // how their names begin
 
 NotificationLogReader openLog() {
     return NotificationLogReader(productPath("state/notification_log.db"));
@@ -59,6 +64,17 @@ std::string utcText(system_clock::time_point time) {
 
 const char* kindText(const LoggedNotification& entry) {
     return entry.raised ? "raise" : "clear";
+}
+
+// Which of the alarm's traps it is: the one that all alarms have in common, or its own.
+const char* trapText(const LoggedNotification& entry) {
+    if (entry.trapOid == COMMON_TRAP) return "common";
+    return entry.trapOid.compare(0, OWN_TRAPS.size(), OWN_TRAPS) == 0 ? "own" : "other";
+}
+
+std::optional<std::string> levelText(const LoggedNotification& entry) {
+    if (!entry.level) return std::nullopt;
+    return textOf(faultLevelOf(*entry.level));
 }
 
 // Why it was sent when it was; empty for the usual.
@@ -101,14 +117,10 @@ std::string hexOf(const std::string& octets) {
     return text;
 }
 
-// Text that a terminal may get: UTF-8 without control characters but line ends and tabs.
-bool isText(const std::string& octets) {
-    const bool plain = std::none_of(octets.begin(), octets.end(), [](unsigned char c) {
-        return (c < 0x20 && c != '\n' && c != '\t' && c != '\r') || c == 0x7F;
-    });
-    // The JSON writer knows what UTF-8 is.
-    return plain && json(octets).dump(-1, ' ', false, json::error_handler_t::ignore) ==
-                        json(octets).dump(-1, ' ', false, json::error_handler_t::replace);
+// UTF-8 without control characters but those of line ends and tabs.
+bool isText(std::string octets) {
+    octets.erase(std::remove(octets.begin(), octets.end(), '\r'), octets.end());
+    return terminalLines(octets) == octets;
 }
 
 OidVector nameOf(const std::string& octets) {
@@ -158,14 +170,13 @@ json valueJson(const SnmpValue& value) {
 std::string descriptionOf(const LoggedNotification& entry) {
     const std::optional<Trap> trap = trapFrom(entry.trap);
     if (!trap) return "(cannot be read)";
-    for (const char* name : DESCRIPTIONS) {
-        for (const TrapBinding& binding : trap->bindings) {
-            if (binding.value.octets.empty() || oidText(binding.name) != name) continue;
-            std::string text = valueText(binding.value);
-            std::replace_if(
-                text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r' || c == '\t'; }, ' ');
-            return text;
-        }
+    for (const unsigned int number : DESCRIPTIONS) {
+        const SnmpValue* value = alarmBinding(*trap, number);
+        if (value == nullptr || value->octets.empty()) continue;
+        std::string text = value->octets;
+        std::replace_if(
+            text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r' || c == '\t'; }, ' ');
+        return terminalText(text);
     }
     return "";
 }
@@ -178,7 +189,9 @@ json jsonOf(const LoggedNotification& entry) {
                    {"serial", entry.serial},
                    {"kind", kindText(entry)},
                    {"level", entry.level ? json(*entry.level) : json()},
+                   {"levelName", levelText(entry) ? json(*levelText(entry)) : json()},
                    {"trapOid", entry.trapOid},
+                   {"trap", trapText(entry)},
                    {"destinations", entry.destinations},
                    {"held", entry.because == SentBecause::Held},
                    {"again", entry.again > 0 ? json(entry.again) : json()},
@@ -194,9 +207,10 @@ json jsonOf(const LoggedNotification& entry) {
     return object;
 }
 
-// Texts come from files and backends of others: bytes that are no UTF-8 are replaced, not fatal.
+// Texts come from files and backends of others: bytes that are no UTF-8 are replaced, not fatal, and a terminal gets
+// none of their control characters.
 void print(std::ostream& out, const json& document, int indent) {
-    out << document.dump(indent, ' ', false, json::error_handler_t::replace);
+    out << document.dump(indent, ' ', true, json::error_handler_t::replace);
 }
 
 struct tUnit {
@@ -249,14 +263,15 @@ system_clock::time_point momentOf(const std::string& text, system_clock::time_po
 }
 
 void printTraps(std::ostream& out, const NotificationLogFilter& filter) {
-    constexpr const char* ROW = "{:>8}  {:<23}  {:>20}  {:<5}  {:>5}  {:<12}  {}\n";
+    constexpr const char* ROW = "{:>8}  {:<23}  {:>20}  {:<5}  {:<8}  {:<6}  {:<12}  {}\n";
     bool any = false;
     openLog().list(filter, [&](const LoggedNotification& entry) {
-        if (!any) out << fmt::format(ROW, "NUMBER", "TIME", "ALARM ID", "KIND", "LEVEL", "DESTINATIONS", "TEXT");
+        if (!any)
+            out << fmt::format(ROW, "NUMBER", "TIME", "ALARM ID", "KIND", "LEVEL", "TRAP", "DESTINATIONS", "TEXT");
         any = true;
         const std::string because = becauseText(entry);
         out << fmt::format(ROW, entry.number, timeText(entry.time), entry.alarmId, kindText(entry),
-                           entry.level ? std::to_string(*entry.level) : "-", joined(entry.destinations),
+                           levelText(entry).value_or("-"), trapText(entry), joined(entry.destinations),
                            descriptionOf(entry) + (because.empty() ? "" : " (" + because + ")"));
     });
     if (!any) out << "no such traps\n";
@@ -279,9 +294,9 @@ void printTrap(std::ostream& out, std::uint64_t number) {
     constexpr const char* ROW = "{:<13} {}\n";
     out << fmt::format(ROW, "number", entry.number) << fmt::format(ROW, "time", timeText(entry.time))
         << fmt::format(ROW, "alarm ID", entry.alarmId) << fmt::format(ROW, "serial", entry.serial)
-        << fmt::format(ROW, "kind", kindText(entry))
-        << fmt::format(ROW, "level", entry.level ? std::to_string(*entry.level) : "-")
-        << fmt::format(ROW, "event", entry.sequence) << fmt::format(ROW, "trap", entry.trapOid)
+        << fmt::format(ROW, "kind", kindText(entry)) << fmt::format(ROW, "level", levelText(entry).value_or("-"))
+        << fmt::format(ROW, "event", entry.sequence)
+        << fmt::format(ROW, "trap", fmt::format("{} ({})", entry.trapOid, trapText(entry)))
         << fmt::format(ROW, "destinations", joined(entry.destinations));
     if (const std::string because = becauseText(entry); !because.empty()) out << fmt::format(ROW, "sent", because);
     const std::optional<Trap> trap = trapFrom(entry.trap);
@@ -289,7 +304,7 @@ void printTrap(std::ostream& out, std::uint64_t number) {
     out << "bindings\n";
     for (const TrapBinding& binding : trap->bindings) {
         out << fmt::format("  {} = {}: {}\n", oidText(binding.name), typeText(binding.value.type),
-                           valueText(binding.value));
+                           terminalLines(valueText(binding.value)));
     }
 }
 

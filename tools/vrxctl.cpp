@@ -172,7 +172,9 @@ int main(int argc, char** argv) {
     decodeCommand->add_flag("--hex-file", hexFile, "FILE holds hex text");
 
     CLI::App* statusCommand = app.add_subcommand("status", "show how the agent does");
-    statusCommand->add_flag("--json", json, "as JSON");
+    bool all = false;
+    statusCommand->add_flag("--all", all, "all that is counted");
+    statusCommand->add_flag("--json", json, "all, as JSON");
 
     TrapsCommand traps(app);
 
@@ -224,7 +226,7 @@ int main(int argc, char** argv) {
             return renderAlarm(std::cout, alarmId, text, explain) == 0 ? EX_OK : EX_DATAERR;
         }
         if (*statusCommand) {
-            json ? printStatusAsJson(std::cout) : printStatus(std::cout);
+            json ? printStatusAsJson(std::cout) : printStatus(std::cout, all);
             return EX_OK;
         }
         if (traps.isGiven()) {

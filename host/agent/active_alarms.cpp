@@ -4,20 +4,6 @@
 
 #include "host/agent/alarm_event.h"
 
-FaultLevel faultLevelOf(unsigned int backendLevel) {
-    switch (backendLevel) {
-        case 4:
-            return FaultLevel::Minor;
-        case 5:
-            return FaultLevel::Major;
-        case 6:
-        case 7:
-            return FaultLevel::Critical;
-        default:
-            return FaultLevel::Warning;
-    }
-}
-
 void ActiveAlarms::onConnected(const BackendState& state) {
     Levels levels;
     levels.reserve(state.alarms.size());

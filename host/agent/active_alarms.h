@@ -21,14 +21,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "host/agent/fault_level.h"
 #include "host/services/alarm_event_source.h"
-
-// As VrxFaultLevel of the MIB has them, from 1 on.
-enum class FaultLevel : unsigned char { Critical = 1, Major, Minor, Warning };
-constexpr std::size_t FAULT_LEVELS = 4;
-
-// The level that the alarm table and the traps show for one that the backend grades so.
-FaultLevel faultLevelOf(unsigned int backendLevel);
 
 class ActiveAlarms : public AlarmEventSource::Listener {
 public:

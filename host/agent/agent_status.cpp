@@ -98,10 +98,11 @@ Value alarmsOf(const ActiveAlarms::State& alarms) {
 }
 
 Value alarmsByLevel(const ActiveAlarms::State& alarms) {
-    return {{"critical", alarms.of(FaultLevel::Critical)},
-            {"major", alarms.of(FaultLevel::Major)},
-            {"minor", alarms.of(FaultLevel::Minor)},
-            {"warning", alarms.of(FaultLevel::Warning)}};
+    Value levels = Value::object();
+    for (const FaultLevel level : {FaultLevel::Critical, FaultLevel::Major, FaultLevel::Minor, FaultLevel::Warning}) {
+        levels[textOf(level)] = alarms.of(level);
+    }
+    return levels;
 }
 
 const StatusItem<ActiveAlarms::State> ALARMS[] = {

@@ -85,7 +85,7 @@ class Users(unittest.TestCase):
 class Control(unittest.TestCase):
     def test_status_as_tables_and_json(self):
         with System() as system:
-            system.add_destination(1, 9, user=None)
+            system.add_destination(1, 9, user="traps")
             text = system.vrxctl("status")
             status = json.loads(system.vrxctl("status", "--json"))
             self.assertEqual(status["agent"]["pid"], system.agent.pid)
@@ -94,6 +94,16 @@ class Control(unittest.TestCase):
                              [("1", "127.0.0.1", 9)])
             self.assertIn("127.0.0.1 9", text)
             self.assertIn(status["agent"]["engine_id"], text)
+            self.assertRegex(text, r"\Avrx-agentd \S+, up \d+ s: all is well\n")
+            whole = system.vrxctl("status", "--all")
+            for title in status:
+                self.assertIn("\n%s\n" % title, whole)
+                self.assertNotIn("\n%s\n" % title, text)
+            self.assertTrue(whole.startswith("vrx-agentd "), whole)
+
+    def test_status_says_what_is_wrong_in_its_first_line(self):
+        with System(backend=False) as system:
+            self.assertRegex(system.vrxctl("status"), r"\Avrx-agentd \S+, up \d+ s: the backend is away\n")
 
     def test_reload_tells_faults_and_ends_with_their_code(self):
         with System() as system:

@@ -47,6 +47,44 @@ TEST(PrintAlarms, ShowsOneLineAnAlarm) {
     EXPECT_NE(out.str().find("Enclosure 1\n"), std::string::npos);
 }
 
+TEST(PrintAlarms, NamesTheLevelAsEverybodyElseDoes) {
+    std::vector<tListedAlarm> alarms(5, listed());
+    for (std::size_t i = 0; i < alarms.size(); ++i) alarms[i].level = static_cast<std::uint32_t>(i + 3);
+    std::ostringstream out;
+    printAlarms(out, alarms);
+    std::istringstream lines(out.str());
+    std::string line;
+    std::getline(lines, line);
+    for (const char* level : {"warning", "minor", "major", "critical", "critical"}) {
+        std::getline(lines, line);
+        EXPECT_NE(line.find(std::string("  ") + level + "  "), std::string::npos) << line;
+    }
+}
+
+TEST(PrintAlarms, LetsNoControlCharacterOfATextThrough) {
+    tListedAlarm alarm = listed();
+    alarm.name = "a\x1b[2Jb\rc\nd";
+    alarm.location =
+        "e\xC2\x9B"
+        "31mf\x9Bg";
+    std::ostringstream out;
+    printAlarms(out, {alarm});
+    EXPECT_NE(out.str().find("a\\x1B[2Jb\\x0Dc\\x0Ad  "), std::string::npos) << out.str();
+    EXPECT_NE(out.str().find("e\\xC2\\x9B31mf\\x9Bg\n"), std::string::npos) << out.str();
+}
+
+TEST(PrintAlarmsAsJson, LetsNoControlCharacterOfATextThrough) {
+    tListedAlarm alarm = listed();
+    alarm.name =
+        "a\x1b[2Jb\xC2\x9B"
+        "31mc";
+    std::ostringstream out;
+    printAlarmsAsJson(out, {alarm});
+    EXPECT_EQ(out.str().find('\x1b'), std::string::npos);
+    EXPECT_EQ(out.str().find("\xC2\x9B"), std::string::npos);
+    EXPECT_EQ(nlohmann::json::parse(out.str())[0]["name"], alarm.name);
+}
+
 TEST(PrintAlarmsAsJson, KeepsEveryFieldAndReplacesBytesThatAreNoUtf8) {
     std::ostringstream out;
     printAlarmsAsJson(out, {listed()});
@@ -55,6 +93,7 @@ TEST(PrintAlarmsAsJson, KeepsEveryFieldAndReplacesBytesThatAreNoUtf8) {
     EXPECT_EQ(rows[0]["serial"], 42);
     EXPECT_EQ(rows[0]["alarmId"], 4295229443ULL);
     EXPECT_EQ(rows[0]["level"], 6);
+    EXPECT_EQ(rows[0]["levelName"], "critical");
     EXPECT_EQ(rows[0]["raisedAt"], 1700000000);
     EXPECT_EQ(rows[0]["parameters"], "7");
     EXPECT_EQ(rows[0]["name"], "Disk fault");

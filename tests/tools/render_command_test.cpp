@@ -83,6 +83,19 @@ TEST_F(RenderCommand, ExplainsEachStep) {
     EXPECT_EQ(out.str().substr(0, steps.size()), steps);
 }
 
+TEST_F(RenderCommand, LetsNoControlCharacterOfAParameterThrough) {
+    std::ostringstream out;
+    EXPECT_EQ(renderAlarm(out, 4295229443ULL,
+                          "7\x1b[2J,\xC2\x9B"
+                          "31m\r,\x9B",
+                          true),
+              0);
+    for (const char control : {'\x1b', '\r', '\x9B'})
+        EXPECT_EQ(out.str().find(control), std::string::npos) << out.str();
+    EXPECT_NE(out.str().find("  location    \"Enclosure \\xC2\\x9B31m\\x0D, slot 7\\x1B[2J\""), std::string::npos)
+        << out.str();
+}
+
 TEST_F(RenderCommand, SaysThatAnAlarmIsNotDefined) {
     std::ostringstream out;
     EXPECT_EQ(renderAlarm(out, 5, "", true), -1);

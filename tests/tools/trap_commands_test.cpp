@@ -63,8 +63,8 @@ protected:
         first.sequence = 11;
         first.alarmId = 4295229443;
         first.serial = 5;
-        first.level = 3;
-        first.trapOid = "1.3.6.1.9";
+        first.level = 5;
+        first.trapOid = "1.3.6.1.4.1.99871.2.91.10.2.1.0.1";
         first.trap = bytesOf({{1, 3, 6, 1, 9},
                               {{commonName(4), value(ASN_OCTET_STR, 0, "Power loss")},
                                {commonName(10), value(ASN_OCTET_STR, 0, "No power\nat all")}}});
@@ -72,6 +72,7 @@ protected:
         LoggedNotification second = first;
         second.time += seconds(60);
         second.raised = false;
+        second.trapOid = "1.3.6.1.4.1.99871.2.91.10.2.1.1.0.403";
         second.level.reset();
         second.because = SentBecause::Held;
         second.destinations = {"3"};
@@ -80,6 +81,7 @@ protected:
         third.time += seconds(120);
         third.because = SentBecause::Asked;
         third.again = 1;
+        third.trapOid = "1.3.6.1.9";
         third.destinations = {"1"};
         write({first, second, third});
     }
@@ -97,7 +99,8 @@ protected:
     std::string m_root;
 };
 
-const char* const HEAD = "  NUMBER  TIME                                 ALARM ID  KIND   LEVEL  DESTINATIONS  TEXT\n";
+const char* const HEAD =
+    "  NUMBER  TIME                                 ALARM ID  KIND   LEVEL     TRAP    DESTINATIONS  TEXT\n";
 
 }  // namespace
 
@@ -106,11 +109,13 @@ TEST_F(TrapCommands, TheTableHasALineForEachTrapNewestLast) {
     EXPECT_EQ(
         listed(),
         std::string(HEAD) +
-            "       1  2023-11-14 23:13:20.007            4295229443  raise      3  1,3           No power at all\n"
-            "       2  2023-11-14 23:14:20.007            4295229443  clear      -  3             Power loss "
+            "       1  2023-11-14 23:13:20.007            4295229443  raise  major     common  1,3           No power "
+            "at all\n"
+            "       2  2023-11-14 23:14:20.007            4295229443  clear  -         own     3             Power "
+            "loss "
             "(held while the alarm flapped)\n"
-            "       3  2023-11-14 23:15:20.007            4295229443  raise      3  1             No power at all "
-            "(entry 1 again)\n");
+            "       3  2023-11-14 23:15:20.007            4295229443  raise  major     other   1             No power "
+            "at all (entry 1 again)\n");
 }
 
 TEST_F(TrapCommands, FiltersChoose) {
@@ -119,8 +124,8 @@ TEST_F(TrapCommands, FiltersChoose) {
     filter.raised = false;
     EXPECT_EQ(listed(filter),
               std::string(HEAD) +
-                  "       2  2023-11-14 23:14:20.007            4295229443  clear      -  3             Power "
-                  "loss (held while the alarm flapped)\n");
+                  "       2  2023-11-14 23:14:20.007            4295229443  clear  -         own     3             "
+                  "Power loss (held while the alarm flapped)\n");
     filter.destination = "1";
     EXPECT_EQ(listed(filter), "no such traps\n");
 }
@@ -131,11 +136,14 @@ TEST_F(TrapCommands, JsonHasAllBindings) {
     ASSERT_EQ(list.size(), 3U);
     EXPECT_EQ(list[0], nlohmann::json::parse(R"({
         "number": 1, "time": "2023-11-14T22:13:20.007Z", "event": 11, "alarmId": 4295229443, "serial": 5,
-        "kind": "raise", "level": 3, "trapOid": "1.3.6.1.9", "destinations": ["1", "3"], "held": false, "again": null,
+        "kind": "raise", "level": 5, "levelName": "major", "trapOid": "1.3.6.1.4.1.99871.2.91.10.2.1.0.1", "trap": "common", "destinations": ["1", "3"], "held": false, "again": null,
         "text": "No power at all", "bindings": [
             {"name": "1.3.6.1.4.1.99871.2.91.10.3.1.1.4.0", "type": "STRING", "value": "Power loss"},
             {"name": "1.3.6.1.4.1.99871.2.91.10.3.1.1.10.0", "type": "STRING", "value": "No power\nat all"}]})"));
     EXPECT_EQ(list[1]["level"], nullptr);
+    EXPECT_EQ(list[1]["levelName"], nullptr);
+    EXPECT_EQ(list[1]["trap"], "own");
+    EXPECT_EQ(list[2]["trap"], "other");
     EXPECT_EQ(list[1]["held"], true);
     EXPECT_EQ(list[2]["again"], 1);
     EXPECT_EQ(nlohmann::json::parse(printed([](std::ostream& out) { printTrapAsJson(out, 2); })), list[1]);
@@ -166,7 +174,12 @@ TEST_F(TrapCommands, ShowHasEveryTypeOfValue) {
                            {{1, 3, 8}, oidValue({1, 3, 6, 4294967295})},
                            {{1, 3, 9}, value(ASN_OCTET_STR, 0, "grün")},
                            {{1, 3, 10}, value(ASN_OCTET_STR, 0, "\x07\xe9")},
-                           {{1, 3, 11}, value(ASN_OCTET_STR, 0, "\x1b[31mred")}}});
+                           {{1, 3, 11}, value(ASN_OCTET_STR, 0, "\x1b[31mred")},
+                           {{1, 3, 12},
+                            value(ASN_OCTET_STR, 0,
+                                  "\xC2\x9B"
+                                  "31mred")},
+                           {{1, 3, 13}, value(ASN_OCTET_STR, 0, "one\r\n\ttwo")}}});
     write({entry});
     EXPECT_EQ(printed([](std::ostream& out) { printTrap(out, 1); }),
               "number        1\n"
@@ -176,7 +189,7 @@ TEST_F(TrapCommands, ShowHasEveryTypeOfValue) {
               "kind          raise\n"
               "level         -\n"
               "event         1\n"
-              "trap          1.3.6\n"
+              "trap          1.3.6 (other)\n"
               "destinations  1\n"
               "bindings\n"
               "  1.3.1 = NULL: \n"
@@ -189,7 +202,20 @@ TEST_F(TrapCommands, ShowHasEveryTypeOfValue) {
               "  1.3.8 = OID: 1.3.6.4294967295\n"
               "  1.3.9 = STRING: grün\n"
               "  1.3.10 = STRING: 0x07e9\n"
-              "  1.3.11 = STRING: 0x1b5b33316d726564\n");
+              "  1.3.11 = STRING: 0x1b5b33316d726564\n"
+              "  1.3.12 = STRING: 0xc29b33316d726564\n"
+              "  1.3.13 = STRING: one\\x0D\n\ttwo\n");
+}
+
+TEST_F(TrapCommands, TheTableLetsNoControlCharacterOfATextThrough) {
+    LoggedNotification entry;
+    entry.destinations = {"1"};
+    entry.trap = bytesOf({{1, 3, 6},
+                          {{commonName(10), value(ASN_OCTET_STR, 0,
+                                                  "a\x1b[2Jb\r\nc\xC2\x9B"
+                                                  "31md")}}});
+    write({entry});
+    EXPECT_THAT(listed(), HasSubstr("  a\\x1B[2Jb  c\\xC2\\x9B31md\n"));
 }
 
 TEST_F(TrapCommands, AnEntryThatIsNotThereIsAnError) {

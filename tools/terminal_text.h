@@ -1,0 +1,13 @@
+// Texts of others on a terminal. An alarm's texts have what came with it; an escape sequence in them would move the
+// cursor, rename the window or have the terminal type.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+// The text with its control characters (C0, DEL, C1) and bytes that are no UTF-8 as "\x1B": one line, which says what
+// it is.
+std::string terminalText(std::string_view text);
+
+// The same with line ends and tabs as they are.
+std::string terminalLines(std::string_view text);
