@@ -59,24 +59,24 @@ bool writeValue(BerWriter& out, const TableSnapshot::Value& value) {
 
 }  // namespace
 
-bool DirectAnswer::send(ReadTransaction& transaction, netsnmp_session* session, netsnmp_pdu* pdu) {
-    if (!isPlain(*pdu) || transaction.objects.size() != 1) return false;
+std::size_t DirectAnswer::send(ReadTransaction& transaction, netsnmp_session* session, netsnmp_pdu* pdu) {
+    if (!isPlain(*pdu) || transaction.objects.size() != 1) return 0;
     const MibObject& mib = transaction.objects.begin()->first->mib();
     ReadTransaction::ObjectData& data = transaction.objects.begin()->second;
-    if (data.state != ReadTransaction::ObjectData::State::Ready || !isUndivided(mib.root)) return false;
+    if (data.state != ReadTransaction::ObjectData::State::Ready || !isUndivided(mib.root)) return 0;
     netsnmp_transport* const transport = snmp_sess_transport(snmp_sess_pointer(session));
-    if (transport == nullptr || (transport->flags & NETSNMP_TRANSPORT_FLAG_STREAM) != 0) return false;
+    if (transport == nullptr || (transport->flags & NETSNMP_TRANSPORT_FLAG_STREAM) != 0) return 0;
 
     const TableSnapshot& snapshot = *data.snapshot;
-    if (!collect(mib, snapshot, pdu)) return false;
+    if (!collect(mib, snapshot, pdu)) return 0;
     m_buffer.resize(longestMessage(*session));
     BerWriter out(m_buffer);
-    if (!write(out, snapshot, *pdu)) return false;
+    if (!write(out, snapshot, *pdu)) return 0;
     if (pdu->command != SNMP_MSG_GET) data.spans = spans(snapshot, *pdu);
     void* address = pdu->transport_data;
     int addressLength = pdu->transport_data_length;
     if (netsnmp_transport_send(transport, out.data(), static_cast<int>(out.size()), &address, &addressLength) <= 0) {
-        return false;
+        return 0;
     }
 
     if (pdu->command == SNMP_MSG_GET) snmp_increment_statistic(STAT_SNMPINGETREQUESTS);
@@ -84,7 +84,7 @@ bool DirectAnswer::send(ReadTransaction& transaction, netsnmp_session* session, 
     snmp_increment_statistic_by(STAT_SNMPINTOTALREQVARS, static_cast<int>(m_instances.size()));
     snmp_increment_statistic(STAT_SNMPOUTPKTS);
     snmp_increment_statistic(STAT_SNMPOUTGETRESPONSES);
-    return true;
+    return out.size();
 }
 
 // Finds what the answer shows: all of it, or false.

@@ -19,8 +19,8 @@
 class DirectAnswer {
 public:
     // Answers the request, whose sender has passed the engine's check_access(), from the transaction's snapshot and
-    // notes the spans there. False when the engine has to: then nothing has been done.
-    bool send(ReadTransaction& transaction, netsnmp_session* session, netsnmp_pdu* pdu);
+    // notes the spans there. Gives the answer's octets; 0 when the engine has to: then nothing has been done.
+    std::size_t send(ReadTransaction& transaction, netsnmp_session* session, netsnmp_pdu* pdu);
 
 private:
     using Instance = TableSnapshot::Instance;

@@ -23,6 +23,8 @@ struct tWord {
 
 constexpr unsigned long MAX_CHANGES = 1000;  // the time of each is remembered, for thousands of alarms
 
+constexpr unsigned long MAX_RATE = 1'000'000'000;
+
 const tWord WORDS[] = {
     {"vrxWalkSnapshotAge", "milliseconds", 0,
      [](EngineLimits& l, unsigned long v) { l.snapshots.walkAge = std::chrono::milliseconds(v); }},
@@ -34,6 +36,8 @@ const tWord WORDS[] = {
     {"vrxRequestDeadline", "milliseconds", 1,
      [](EngineLimits& l, unsigned long v) { l.desk.deadline = std::chrono::milliseconds(v); }},
     {"vrxWaitingRequests", "number", 1, [](EngineLimits& l, unsigned long v) { l.desk.waiting = v; }},
+    {"vrxAnswerRate", "octets a second, 0 for no bound", 0,
+     [](EngineLimits& l, unsigned long v) { l.desk.answerRate = v; }, MAX_RATE},
     {"vrxTcpConnections", "number", 1, [](EngineLimits& l, unsigned long v) { l.streams.connections = v; }},
     {"vrxTcpIdle", "seconds", 1, [](EngineLimits& l, unsigned long v) { l.streams.idle = std::chrono::seconds(v); }},
     {"vrxNotificationLog", "number, 0 for none", 0,

@@ -8,8 +8,8 @@ const char* textOf(RequestKind kind) {
 }
 
 const char* textOf(RequestResult result) {
-    constexpr const char* TEXTS[REQUEST_RESULTS] = {"ok",       "gen_err",   "other_error", "not_allowed",
-                                                    "overload", "timed_out", "repeated",    "lost"};
+    constexpr const char* TEXTS[REQUEST_RESULTS] = {"ok",        "gen_err",  "other_error", "not_allowed", "overload",
+                                                    "timed_out", "repeated", "held_back",   "lost"};
     return TEXTS[static_cast<std::size_t>(result)];
 }
 

@@ -25,9 +25,10 @@ enum class RequestResult {
     Overload,    // answered with an error since too many requests were waiting
     TimedOut,    // the same since its values did not come in time
     Repeated,    // a retry of it took its place before it was answered
+    HeldBack,    // not answered: its peer gets as much as it may without being authenticated
     Lost,        // not answered: the manager had hung up, or there was no memory for it
 };
-constexpr std::size_t REQUEST_RESULTS = 8;
+constexpr std::size_t REQUEST_RESULTS = 9;
 const char* textOf(RequestResult result);
 
 // The kind of a request by its SNMP command; nothing for what is no request of a manager.

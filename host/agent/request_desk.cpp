@@ -16,6 +16,9 @@ namespace {
 
 constexpr std::size_t SINGLE_ROWS = 8;  // of one request that are read one by one rather than with the whole table
 
+constexpr unsigned int LINES = 5;  // of peers that get no answer
+constexpr std::chrono::seconds LINES_PERIOD{60};
+
 constexpr std::size_t KEY_SIZE = 256;  // octets that keys rarely have more of
 
 template <typename Number>
@@ -76,7 +79,11 @@ std::vector<std::uint32_t> rowsOf(const MibObject& mib, const std::vector<OidVec
 }  // namespace
 
 RequestDesk::RequestDesk(AgentLoop& loop, std::vector<ManagedObject*> objects, const DeskLimits& limits)
-    : m_loop(loop), m_objects(std::move(objects)), m_limits(limits) {
+    : m_loop(loop),
+      m_objects(std::move(objects)),
+      m_limits(limits),
+      m_answerRate(limits.answerRate),
+      m_lines(LINES, LINES_PERIOD) {
     for (ManagedObject* object : m_objects) {
         object->onRefreshed = [this, object](const ReadOutcome& outcome) { refreshed(*object, outcome); };
     }
@@ -84,6 +91,11 @@ RequestDesk::RequestDesk(AgentLoop& loop, std::vector<ManagedObject*> objects, c
 
 RequestDesk::~RequestDesk() {
     for (ManagedObject* object : m_objects) object->onRefreshed = nullptr;
+}
+
+void RequestDesk::setLimits(const DeskLimits& limits) {
+    m_limits = limits;
+    m_answerRate.setRate(limits.answerRate);
 }
 
 int RequestDesk::receive(int operation, netsnmp_session* session, int requestId, netsnmp_pdu* pdu, void* desk) {
@@ -112,12 +124,31 @@ int RequestDesk::take(netsnmp_session* session, int requestId, netsnmp_pdu* pdu)
         return toEngine(session, requestId, pdu);
     }
     if (onAllowed) onAllowed(session);
+    if (holdsBack(*pdu)) {
+        m_counters.note(*kind, RequestResult::HeldBack);
+        return 1;
+    }
     const bool set = pdu->command == SNMP_MSG_SET;
     if (set && !answerFits(*session, *pdu)) {
         m_counters.note(*kind, answerTooBig(*session, *pdu) ? RequestResult::OtherError : RequestResult::Lost);
         return 1;
     }
     return set ? takeSet(session, requestId, pdu) : takeRead(session, requestId, pdu);
+}
+
+bool RequestDesk::holdsBack(const netsnmp_pdu& pdu) {
+    const std::string peer = AnswerRate::peerOf(pdu);
+    const auto now = TableSnapshot::Clock::now();
+    if (m_answerRate.allows(peer, now)) return false;
+    if (m_lines.take(now)) {
+        agent_log::warn("requests from " + AnswerRate::textOf(peer) + " are dropped: answers to it make more than " +
+                        std::to_string(m_limits.answerRate) + " octets a second (vrxAnswerRate)");
+    }
+    return true;
+}
+
+void RequestDesk::answered(const netsnmp_pdu& answer, std::size_t octets) {
+    m_answerRate.note(AnswerRate::peerOf(answer), octets, TableSnapshot::Clock::now());
 }
 
 ManagedObject* RequestDesk::objectOf(const netsnmp_variable_list& varbind) const {
@@ -239,7 +270,9 @@ bool RequestDesk::pass(ReadTransaction& transaction, netsnmp_session* session, i
 }
 
 bool RequestDesk::answerDirectly(ReadTransaction& transaction, netsnmp_session* session, netsnmp_pdu* pdu) {
-    if (!m_directAnswer.send(transaction, session, pdu)) return false;
+    const std::size_t octets = m_directAnswer.send(transaction, session, pdu);
+    if (octets == 0) return false;
+    answered(*pdu, octets);
     noteAnswer(transaction, RequestResult::Ok);
     return true;
 }

@@ -21,7 +21,9 @@
 #include <vector>
 
 #include "host/agent/agent_loop.h"
+#include "host/agent/answer_rate.h"
 #include "host/agent/direct_answer.h"
+#include "host/agent/line_budget.h"
 #include "host/agent/managed_object.h"
 #include "host/agent/read_transaction.h"
 #include "host/agent/request_counters.h"
@@ -31,6 +33,7 @@
 struct DeskLimits {
     std::chrono::milliseconds deadline{5'000};
     std::size_t waiting = 256;
+    std::size_t answerRate = 1'000'000;  // octets a second for a peer that is not authenticated
 };
 
 class RequestDesk {
@@ -52,7 +55,10 @@ public:
 
     const ReadTransactions& transactions() const { return m_transactions; }
 
-    void setLimits(const DeskLimits& limits) { m_limits = limits; }  // they hold for requests that come from now on
+    void setLimits(const DeskLimits& limits);  // they hold for requests that come from now on
+
+    // Told of each answer that the engine encodes.
+    void answered(const netsnmp_pdu& answer, std::size_t octets);
 
     std::size_t waiting() const { return m_waiting.size(); }
     const RequestCounters& counters() const { return m_counters; }
@@ -74,6 +80,7 @@ private:
     };
 
     int take(netsnmp_session* session, int requestId, netsnmp_pdu* pdu);
+    bool holdsBack(const netsnmp_pdu& pdu);
     int takeRead(netsnmp_session* session, int requestId, netsnmp_pdu* pdu);
     int takeSet(netsnmp_session* session, int requestId, netsnmp_pdu* pdu);
     bool isRetry(netsnmp_session* session, int requestId, netsnmp_pdu* pdu, const std::string& key);
@@ -102,6 +109,8 @@ private:
     std::vector<ManagedObject*> m_objects;
     DeskLimits m_limits;
     DirectAnswer m_directAnswer;
+    AnswerRate m_answerRate;
+    LineBudget m_lines;
     ReadTransactions m_transactions;
     std::map<std::uint64_t, tWaiting> m_waiting;
     SetTurns m_turns;
