@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <random>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -69,6 +70,21 @@ TEST(AlarmXmlDepth, BrokenUtf8HidesWhatFollowsItOnlyWhereTinyXmlSaysSo) {
     EXPECT_EQ(scannedDepth("<?xml version='1.0'?><a t='\xC3' u='><b><c/></b></a>"), 3U);
     EXPECT_EQ(scannedDepth("<a t='\xC3' u='><b><c/></b></a>"), 1U);
     EXPECT_EQ(scannedDepth("<?xml version='1.0' encoding='GBK'?><a t='\xC3' u='><b><c/></b></a>"), 1U);
+}
+
+// The first byte says how many belong to a character; those hide a quote, the one after them ends the value.
+TEST(AlarmXmlDepth, FirstByteOfACharacterSaysHowManyItHides) {
+    const std::pair<char, std::size_t> characters[] = {{'x', 1},    {'\x80', 1}, {'\xC1', 1}, {'\xC2', 2},
+                                                       {'\xDF', 2}, {'\xE0', 3}, {'\xEF', 3}, {'\xF0', 4},
+                                                       {'\xF4', 4}, {'\xF5', 1}, {'\xFF', 1}};
+    for (const auto& [first, length] : characters) {
+        for (std::size_t between = 0; between < 4; ++between) {
+            const bool isHidden = between + 1 < length;
+            const std::string xml = std::string("<?xml version='1.0'?><a t='") + first + std::string(between, 'x') +
+                                    "' u='><b><c/></b></a>";
+            EXPECT_EQ(scannedDepth(xml), isHidden ? 3U : 1U) << xml;
+        }
+    }
 }
 
 std::size_t treeDepth(const TiXmlNode& node) {
