@@ -112,12 +112,13 @@ class Content(unittest.TestCase):
 
     def test_the_table_and_one_entry_are_readable(self):
         lines = self.system.vrxctl("traps").splitlines()
-        self.assertEqual(lines[0].split(), ["NUMBER", "TIME", "ALARM", "ID", "KIND", "LEVEL", "DESTINATIONS", "TEXT"])
-        self.assertRegex(lines[1], r"^ +1  \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} +%d  raise      5  1,2,3 +%s$"
+        self.assertEqual(lines[0].split(), ["NUMBER", "TIME", "ALARM", "ID", "KIND", "LEVEL", "TRAP", "DESTINATIONS", "TEXT"])
+        self.assertRegex(lines[1], r"^ +1  \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} +%d  raise  major +common  1,2,3 +%s$"
                          % (ALARM_ID, re.escape(DETAIL)))
         self.assertEqual(len(lines), 5)
         text = self.system.vrxctl("traps", "show", "2")
-        self.assertIn("trap          %s\n" % NAMED_TRAP, text)
+        self.assertRegex(lines[2], r"  raise  major +own +\S")
+        self.assertIn("trap          %s (own)\n" % NAMED_TRAP, text)
         self.assertIn("%s.10.0 = STRING: %s\n" % (NAMED_BASE, DETAIL), text)
         self.assertEqual(json.loads(self.system.vrxctl("traps", "show", "2", "--json")), self.log[1])
 
