@@ -164,6 +164,15 @@ TEST_F(AlarmRepositoryTest, RefusalsAreTracedAsFailed) {
     for (const FakeLogLine& line : host.log().entries()) EXPECT_EQ(line.module, 4U);
 }
 
+TEST_F(AlarmRepositoryTest, SerialNumberThatIsThereIsTracedAsFailed) {
+    repository.addAlarm(7);
+    host.log().clear();
+    repository.addAlarm(7);
+    EXPECT_THAT(host.log().lines(), ElementsAre("trace enter int CAlarmRepository_Singleton::addAlarm(u_int)...",
+                                                "warn 0x1002E alarm with serial num 7 has existed.",
+                                                "trace leave int CAlarmRepository_Singleton::addAlarm(u_int): NOK"));
+}
+
 TEST_F(AlarmRepositoryTest, InstanceAndSizeNeedNoLock) {
     repository.addAlarm(7);
     ASSERT_EQ(OpenRepository::m_oMutex.acquire(), 0);

@@ -63,6 +63,14 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(AlarmXmlDepth, ZeroByteEndsTheText) {
     EXPECT_EQ(scannedDepth(std::string("<a>\0<b><c>", 10)), 1U);
+    // Whatever is open there.
+    const std::string behind = std::string(1, '\0') + "'?>--><b><c>";
+    for (const std::string open : {"<a", "<a t='", "<a><!--", "<a><![CDATA[", "<a></", "<a><", "<a><1"}) {
+        EXPECT_EQ(scannedDepth(open + behind), 1U) << open;
+    }
+    for (const std::string open : {"<?xml", "<?xml version", "<?xml version=", "<?xml version='", "<?xml encoding=x"}) {
+        EXPECT_EQ(scannedDepth(open + behind), 0U) << open;
+    }
 }
 
 TEST(AlarmXmlDepth, BrokenUtf8HidesWhatFollowsItOnlyWhereTinyXmlSaysSo) {
