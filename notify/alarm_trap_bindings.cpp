@@ -78,7 +78,7 @@ void fillAlarmTrapBindings(const Agentpp::Oidx& baseOid, tAlarmTrapValues& value
     // The bindings' OIDs differ in one place: no text is read for each.
     const auto place = static_cast<unsigned int>(baseOid.len());
     Snmp_pp::Oid name(baseOid);
-    name += Snmp_pp::SmiUINT32{0};
+    name += Snmp_pp::SmiUINT32{};  // each binding's number
     name += Snmp_pp::SmiUINT32{0};
     for (const int number : FILL_ORDER) {
         const tBinding& row = BINDINGS[number - 1];
