@@ -111,8 +111,10 @@ int ObjectRegistration::handle(netsnmp_mib_handler* self, netsnmp_handler_regist
 bool ObjectRegistration::needsValues(int mode, netsnmp_request_info* request) const {
     if (mode != MODE_GET) return true;
     const tSuffix suffix = suffixOf(request->requestvb, m_object.mib().root);
-    if (TableSnapshot::isInstanceName(m_object.mib(), suffix.start, suffix.length)) return true;
-    netsnmp_request_set_error(request, SNMP_NOSUCHOBJECT);
+    const auto atBest = TableSnapshot::findName(m_object.mib(), suffix.start, suffix.length);
+    if (atBest == TableSnapshot::Found::Instance) return true;
+    netsnmp_request_set_error(request,
+                              atBest == TableSnapshot::Found::NoSuchInstance ? SNMP_NOSUCHINSTANCE : SNMP_NOSUCHOBJECT);
     return false;
 }
 
@@ -132,7 +134,7 @@ void ObjectRegistration::read(netsnmp_agent_request_info* info, netsnmp_request_
                 std::min(transaction->repetitionsBefore, static_cast<long>(request->orig_repeat - request->repeat));
             request->delegated = 1;  // keeps the engine from sending an answer
         } else if (data->second.state != ReadTransaction::ObjectData::State::Ready) {
-            refuse(request);
+            refuse(info->asp->pdu, request);
         } else if (info->mode == MODE_GET) {
             get(*data->second.snapshot, request);
         } else if (info->mode == MODE_GETNEXT) {
@@ -143,12 +145,12 @@ void ObjectRegistration::read(netsnmp_agent_request_info* info, netsnmp_request_
     }
 }
 
-// The object cannot be read. A walk that only comes by goes on to the next one: the object before must not seem broken.
-void ObjectRegistration::refuse(netsnmp_request_info* request) const {
-    const netsnmp_variable_list* const varbind = request->requestvb;
-    if (isBelow(varbind->name, varbind->name_length, m_object.mib().root)) {
-        netsnmp_request_set_error(request, SNMP_ERR_GENERR);
-    }
+// The object cannot be read. Nor does a walk that comes from before it pass it by: without its rows it would seem
+// empty.
+void ObjectRegistration::refuse(netsnmp_pdu* pdu, netsnmp_request_info* request) const {
+    OidVector root = m_object.mib().root;
+    const bool hidden = netsnmp_acm_check_subtree(pdu, root.data(), root.size()) == VACM_NOTINVIEW;
+    if (!hidden) netsnmp_request_set_error(request, SNMP_ERR_GENERR);
 }
 
 void ObjectRegistration::get(const TableSnapshot& snapshot, netsnmp_request_info* request) {

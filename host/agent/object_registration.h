@@ -25,7 +25,7 @@ private:
     void get(const TableSnapshot& snapshot, netsnmp_request_info* request);
     void getNext(ReadTransaction::ObjectData& data, netsnmp_request_info* request);
     void getBulk(ReadTransaction::ObjectData& data, netsnmp_pdu* pdu, netsnmp_request_info* request);
-    void refuse(netsnmp_request_info* request) const;
+    void refuse(netsnmp_pdu* pdu, netsnmp_request_info* request) const;
     bool needsValues(int mode, netsnmp_request_info* request) const;
 
     ManagedObject& m_object;

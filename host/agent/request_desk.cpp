@@ -116,6 +116,10 @@ int RequestDesk::receive(int operation, netsnmp_session* session, int requestId,
 }
 
 int RequestDesk::take(netsnmp_session* session, int requestId, netsnmp_pdu* pdu) {
+    if (pdu->version == SNMP_VERSION_1 && pdu->command == SNMP_MSG_GETBULK) {  // SNMPv1 has no such message
+        snmp_increment_statistic(STAT_SNMPINASNPARSEERRS);
+        return 1;
+    }
     const std::optional<RequestKind> kind = requestKindOf(pdu->command);
     if (!kind) return toEngine(session, requestId, pdu);
     boundAnswer(*session, *pdu);
@@ -205,8 +209,9 @@ void RequestDesk::prepare(ReadTransaction& transaction, netsnmp_pdu* pdu) {
         ManagedObject* const object = objectOf(*varbind);
         if (object == nullptr) continue;
         const std::size_t rootLength = object->mib().root.size();
-        if (pdu->command == SNMP_MSG_GET && !TableSnapshot::isInstanceName(object->mib(), varbind->name + rootLength,
-                                                                           varbind->name_length - rootLength)) {
+        if (pdu->command == SNMP_MSG_GET &&
+            TableSnapshot::findName(object->mib(), varbind->name + rootLength, varbind->name_length - rootLength) !=
+                TableSnapshot::Found::Instance) {
             continue;
         }
         names[object].emplace_back(varbind->name, varbind->name + varbind->name_length);

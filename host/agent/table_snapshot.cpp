@@ -77,21 +77,28 @@ std::size_t TableSnapshot::finish() {
     return added - m_rows.size();
 }
 
-bool TableSnapshot::isInstanceName(const MibObject& object, const oid* suffix, std::size_t length) {
-    if (!object.table) return length == 1 && object.columns.front().readable();
-    if (length < MibObject::INSTANCE_LENGTH || suffix[0] != MibObject::ENTRY) return false;
-    const MibColumn* const column = object.column(suffix[1]);
-    return column != nullptr && column->readable();
+// RFC 3416, 4.2.1: a name that begins with that of a column or a scalar, all of it, lacks the instance, not the object.
+TableSnapshot::Found TableSnapshot::findName(const MibObject& object, const oid* suffix, std::size_t length) {
+    const MibColumn* column = nullptr;
+    std::size_t instanceLength = 1;
+    if (!object.table) {
+        column = &object.columns.front();
+    } else if (length > 1 && suffix[0] == MibObject::ENTRY) {
+        column = object.column(suffix[1]);
+        instanceLength = MibObject::INSTANCE_LENGTH;
+    }
+    if (column == nullptr || !column->readable()) return Found::NoSuchObject;
+    return length == instanceLength ? Found::Instance : Found::NoSuchInstance;
 }
 
 TableSnapshot::Found TableSnapshot::find(const oid* suffix, std::size_t length, Instance& instance) const {
-    if (!isInstanceName(*m_object, suffix, length)) return Found::NoSuchObject;
+    const Found atBest = findName(*m_object, suffix, length);
+    if (atBest != Found::Instance) return atBest;
     if (!m_object->table) {
         if (suffix[0] != 0 || m_rows.empty()) return Found::NoSuchInstance;
         instance = {0, 0};
         return cell(instance).type == ASN_NULL ? Found::NoSuchInstance : Found::Instance;
     }
-    if (length != MibObject::INSTANCE_LENGTH) return Found::NoSuchInstance;
     const auto column = std::find_if(m_columns.begin(), m_columns.end(),
                                      [suffix](const tColumn& candidate) { return candidate.mib->number == suffix[1]; });
     const auto row = std::lower_bound(m_rows.begin(), m_rows.end(), suffix[2],

@@ -70,8 +70,8 @@ public:
     Value value(Instance instance) const;
     bool fill(Instance instance, netsnmp_variable_list* varbind) const;  // the value; false without memory
 
-    // Whether an instance of that name may exist, whatever the rows are: anything else is noSuchObject at once.
-    static bool isInstanceName(const MibObject& object, const oid* suffix, std::size_t length);
+    // What a GET of that name finds at best, whatever the rows are: without NoSuch... an instance may exist.
+    static Found findName(const MibObject& object, const oid* suffix, std::size_t length);
 
 private:
     // Texts one behind the other in blocks that never move.

@@ -97,7 +97,9 @@ TEST_F(TableSnapshotTest, TellsUnknownColumnsFromUnknownRows) {
     EXPECT_EQ(find({1, 8, 2}), Found::NoSuchObject);
     EXPECT_EQ(find({1, 9, 2}), Found::NoSuchObject) << "the index column is not accessible";
     EXPECT_EQ(find({2, 1, 2}), Found::NoSuchObject);
-    EXPECT_EQ(find({1, 1}), Found::NoSuchObject);
+    EXPECT_EQ(find({1, 1}), Found::NoSuchInstance) << "a column is an object";
+    EXPECT_EQ(find({1, 9}), Found::NoSuchObject);
+    EXPECT_EQ(find({1}), Found::NoSuchObject) << "an entry is none";
     EXPECT_EQ(find({}), Found::NoSuchObject);
 }
 
@@ -151,8 +153,8 @@ TEST(ScalarSnapshot, IsTheInstanceZero) {
     const OidVector longer = {0, 0};
     EXPECT_EQ(scalar.find(zero.data(), zero.size(), instance), Found::Instance);
     EXPECT_EQ(scalar.find(one.data(), one.size(), instance), Found::NoSuchInstance);
-    EXPECT_EQ(scalar.find(longer.data(), longer.size(), instance), Found::NoSuchObject);
-    EXPECT_EQ(scalar.find(nullptr, 0, instance), Found::NoSuchObject);
+    EXPECT_EQ(scalar.find(longer.data(), longer.size(), instance), Found::NoSuchInstance);
+    EXPECT_EQ(scalar.find(nullptr, 0, instance), Found::NoSuchInstance);
     ASSERT_TRUE(scalar.next(nullptr, 0, false));
     EXPECT_EQ(oidText(scalar.name(*scalar.next(nullptr, 0, false))), oidText(SAMPLE_SCALAR) + ".0");
     EXPECT_FALSE(scalar.next(zero.data(), zero.size(), false));

@@ -19,6 +19,8 @@ DIFFERENT = {
         "the snmpd hands each copy of a request on as one of its own, and SNMPv3 managers take an answer to the newest only",
     ("SlowSets", "test_a_slow_set_delays_no_read_and_its_retry_does_nothing_more"):
         "a SET holds every other request of the snmpd",
+    ("FailingBackend", "test_no_walk_passes_by_alarms_that_cannot_be_read"):
+        "the snmpd asks for each repetition of a GETBULK by itself, and one that fails makes all of it an error",
     ("Writing", "test_ours_and_others_variables_are_not_set_as_one"):
         "the snmpd sets its own variables itself and hands ours on: it makes two SETs of one",
     ("Lasting", "test_engine_id_stays_and_boots_count_also_after_kill"):

@@ -3,12 +3,14 @@
 import os
 import random
 import signal
+import socket
 import subprocess
 import threading
 import time
 import unittest
 
 from backend_client import (GET_CURRENT_ALARM, GET_SYSTEM_WWN, BackendClient, CountingProxy)
+from direct_answer_test import GET, GETBULK, request
 from harness import (AGENT_CONFIG, ALARMS, CLEAR_ALARM, DESTINATIONS, TOPOLOGY, V1, V2C, V3, System, values, wait_for)
 from trap_receiver import TrapReceiver
 
@@ -75,13 +77,31 @@ class Reading(unittest.TestCase):
     def test_unknown_columns_and_instances(self):
         got = dict(values(self.system.get(TOPOLOGY + ".9.1", TOPOLOGY + ".12.1", TOPOLOGY + ".1.2",
                                           TOPOLOGY + ".1.1.1", TOPOLOGY_TABLE, CLEAR_ALARM[:-2] + ".1",
-                                          ALARMS + ".4.77")))
+                                          ALARMS + ".4.77", TOPOLOGY + ".1", TOPOLOGY + ".9", ALARMS + ".4",
+                                          CLEAR_ALARM[:-2], CLEAR_ALARM + ".0")))
         no_object = "No Such Object available on this agent at this OID"
         no_instance = "No Such Instance currently exists at this OID"
         self.assertEqual(got, {TOPOLOGY + ".9.1": no_object,  # the index column
                                TOPOLOGY + ".12.1": no_object, TOPOLOGY_TABLE: no_object,
+                               TOPOLOGY + ".1": no_instance, TOPOLOGY + ".9": no_object, ALARMS + ".4": no_instance,
+                               CLEAR_ALARM[:-2]: no_instance, CLEAR_ALARM + ".0": no_instance,
                                TOPOLOGY + ".1.2": no_instance, TOPOLOGY + ".1.1.1": no_instance,
                                CLEAR_ALARM[:-2] + ".1": no_instance, ALARMS + ".4.77": no_instance})
+
+    def test_a_getbulk_in_an_snmpv1_message_is_malformed(self):
+        """SNMPv1 has none: no answer, counted as one that could not be read."""
+        faults = "1.3.6.1.2.1.11.6.0"
+        agent = "udp:127.0.0.1:%d" % self.system.port
+        before = values(self.system.get(faults, address=agent))
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as manager:
+            manager.connect(("127.0.0.1", self.system.port))
+            manager.settimeout(60)
+            for name in (SYS_NAME, TOPOLOGY + ".1", ALARMS + ".1"):
+                manager.send(request(GETBULK, [name], 1, version=0, community=b"public", third=5))
+            manager.send(request(GET, [SYS_NAME], 7, version=0, community=b"public"))
+            self.assertIn(b"vrx-under-test", manager.recv(65536), "the first that is answered")
+        after = values(self.system.get(faults, address=agent))
+        self.assertEqual(int(after[0][1].split()[-1]) - int(before[0][1].split()[-1]), 3)
 
     def test_v1_managers_get_their_errors(self):
         done = self.system.run("snmpget", TOPOLOGY + ".1.2", version=V1, check=False)
@@ -169,14 +189,19 @@ class FailingBackend(unittest.TestCase):
     def lines(self, system, *words):
         return [line for line in system.agent.log().splitlines() if all(word in line for word in words)]
 
+    def walks_to_the_error(self, system, tool):
+        done = system.run(tool, TOPOLOGY_TABLE, retries=0, check=False)
+        self.assertEqual(values(done.stdout.partition("Error")[0].rstrip("\n")),
+                         TOPOLOGY_ROW[:7] + [(STATUS, "INTEGER: 2")])
+        self.assertIn("genError", done.stdout + done.stderr)
+
     def test_a_stopped_backend_reads_as_status_2_and_comes_back(self):
         with System() as system:
             self.assertEqual(values(system.get(STATUS)), [(STATUS, "INTEGER: 1")])
             system.backend.stop()
             wait_for(lambda: values(system.get(STATUS)) == [(STATUS, "INTEGER: 2")], "status 2")
-            self.assertEqual(values(system.walk(TOPOLOGY_TABLE, retries=0)), TOPOLOGY_ROW[:7] + [(STATUS, "INTEGER: 2")])
-            self.assertEqual(values(system.bulkwalk(TOPOLOGY_TABLE, retries=0)),
-                             TOPOLOGY_ROW[:7] + [(STATUS, "INTEGER: 2")])
+            # What comes next is an alarm, or none: nobody knows.
+            self.walks_to_the_error(system, "snmpwalk")
             self.assertIn("vrx-under-test", system.get(SYS_NAME, retries=0))
             for tool, name in (("snmpwalk", ALARM_TABLE), ("snmpgetnext", ALARMS + ".1"), ("snmpget", ALARMS + ".4.1"),
                                ("snmpbulkget", ALARM_TABLE)):
@@ -188,6 +213,44 @@ class FailingBackend(unittest.TestCase):
             self.assertEqual(len(self.lines(system, "[agent]", "vrxAlarmTable cannot be read")), 1)
             self.assertEqual(len(self.lines(system, "[agent]", "vrxAlarmTable can be read again")), 1)
             self.assertEqual(len(self.lines(system, "[transport]", "is not reachable")), 1)
+
+    def test_no_walk_passes_by_alarms_that_cannot_be_read(self):
+        """Whatever it begins with, it does not look as if there were none."""
+        before = "1.3.6.1.4.1.99871.2.91.10"
+        with System(extra_config=self.VIEWS) as system:
+            with BackendClient(system.path("state", "backend.sock")) as backend:
+                backend.raise_alarms(1)
+            system.backend.stop()
+            wait_for(lambda: values(system.get(STATUS)) == [(STATUS, "INTEGER: 2")], "status 2")
+            for version in (V1, V2C, V3):
+                tools = ["snmpgetnext", "snmpwalk"] + ([] if version is V1 else ["snmpbulkget", "snmpbulkwalk"])
+                for tool in tools:
+                    for name in (before, ALARM_TABLE, TOPOLOGY + ".9", STATUS + ".1"):
+                        done = system.run(tool, name, version=version, check=False)
+                        self.assertNotIn(CLEAR_ALARM, done.stdout, (tool, name))
+                        self.assertIn("genError", done.stdout + done.stderr, (tool, name, version))
+                        self.assertNotEqual(done.returncode, 0, (tool, name, version))
+                # The variable that failed is named.
+                done = system.run("snmpgetnext", SYS_NAME, before, TOPOLOGY + ".1", version=version, options=["-Cf"],
+                                  check=False)
+                self.assertIn("Failed object: ." + before, done.stdout + done.stderr, version)
+            done = system.run("snmpbulkget", SYS_NAME, DESTINATIONS, before, check=False,
+                              options=["-Cn1", "-Cr3"])
+            self.assertIn("genError", done.stdout + done.stderr)
+            # A GETBULK that comes to it after whole repetitions ends with these.
+            self.walks_to_the_error(system, "snmpbulkwalk")
+            got = values(system.bulkget(TOPOLOGY + ".6", repetitions=10))
+            self.assertEqual(got, TOPOLOGY_ROW[5:7] + [(STATUS, "INTEGER: 2")])
+            # Who may not see alarms does not meet them.
+            got = values(system.getnext(STATUS, version=["-v2c", "-c", "blind"]))
+            self.assertEqual(got, [(CLEAR_ALARM, "Gauge32: 0")])
+            self.assertEqual(values(system.bulkget(STATUS, repetitions=1, version=["-v2c", "-c", "blind"])), got)
+
+    VIEWS = """
+view blind included .1.3.6.1.4.1.99871
+view blind excluded .%s
+rocommunity blind 127.0.0.1 -V blind
+""" % ALARM_TABLE
 
     def test_before_the_first_contact_the_alarm_table_is_an_error_and_not_absent(self):
         with System(backend=False) as system:
