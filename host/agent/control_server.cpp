@@ -2,17 +2,20 @@
 
 #include <fcntl.h>
 #include <microhttpd.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <exception>
+#include <new>
 #include <system_error>
 #include <utility>
 
 namespace {
 
-constexpr unsigned int MAX_CONNECTIONS = 16;
+constexpr unsigned int KEPT_CONNECTIONS = 12;
+constexpr unsigned int MAX_CONNECTIONS = 64;  // those that are being closed included
 constexpr unsigned int IDLE_SECONDS = 30;
 
 MHD_Result addQueryItem(void* query, MHD_ValueKind, const char* name, const char* value) {
@@ -38,6 +41,13 @@ struct ControlServer::tPending {
     bool tooLarge = false;
 };
 
+// A connection as the daemon tells of it. Our own descriptor of its socket: the daemon's may be another file's already
+// when it is to be shut down.
+struct ControlServer::tConnection {
+    FileDescriptor socket;
+    bool answered = false;  // just now: it is not ended for another
+};
+
 void ControlServer::StopDaemon::operator()(MHD_Daemon* daemon) const {
     MHD_stop_daemon(daemon);
 }
@@ -56,13 +66,22 @@ ControlServer::ControlServer(const BackendAddress& address, std::vector<ControlR
         delete static_cast<tPending*>(*pending);
         *pending = nullptr;
     };
+    const auto notify = [](void* server, MHD_Connection* connection, void**, MHD_ConnectionNotificationCode what) {
+        auto& self = *static_cast<ControlServer*>(server);
+        if (what == MHD_CONNECTION_NOTIFY_STARTED) {
+            self.opened(connection);
+        } else {
+            self.closed(connection);
+        }
+    };
     const int listener = ::fcntl(m_listener.get(), F_DUPFD_CLOEXEC, 0);  // the daemon closes its own
     if (listener < 0) throw std::system_error(errno, std::generic_category(), "control socket");
-    m_daemon.reset(MHD_start_daemon(MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_THREAD_PER_CONNECTION | MHD_USE_POLL, 0,
-                                    nullptr, nullptr, static_cast<MHD_AccessHandlerCallback>(handler), this,
-                                    MHD_OPTION_LISTEN_SOCKET, listener, MHD_OPTION_CONNECTION_LIMIT, MAX_CONNECTIONS,
-                                    MHD_OPTION_CONNECTION_TIMEOUT, IDLE_SECONDS, MHD_OPTION_NOTIFY_COMPLETED,
-                                    static_cast<MHD_RequestCompletedCallback>(completed), nullptr, MHD_OPTION_END));
+    m_daemon.reset(MHD_start_daemon(
+        MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_THREAD_PER_CONNECTION | MHD_USE_POLL, 0, nullptr, nullptr,
+        static_cast<MHD_AccessHandlerCallback>(handler), this, MHD_OPTION_LISTEN_SOCKET, listener,
+        MHD_OPTION_CONNECTION_LIMIT, MAX_CONNECTIONS, MHD_OPTION_CONNECTION_TIMEOUT, IDLE_SECONDS,
+        MHD_OPTION_NOTIFY_COMPLETED, static_cast<MHD_RequestCompletedCallback>(completed), nullptr,
+        MHD_OPTION_NOTIFY_CONNECTION, static_cast<MHD_NotifyConnectionCallback>(notify), this, MHD_OPTION_END));
     if (m_daemon == nullptr) {
         ::close(listener);
         throw std::system_error(EAGAIN, std::generic_category(), "control socket " + address.text());
@@ -72,6 +91,35 @@ ControlServer::ControlServer(const BackendAddress& address, std::vector<ControlR
 ControlServer::~ControlServer() {
     m_daemon.reset();
     if (!m_socketPath.empty()) ::unlink(m_socketPath.c_str());
+}
+
+// Who only holds connections keeps nobody from being served: of many the oldest that is not being answered is ended.
+void ControlServer::opened(MHD_Connection* connection) try {
+    const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_connections.emplace_back(connection, tConnection{});
+    m_connections.back().second.socket = FileDescriptor(::fcntl(info->connect_fd, F_DUPFD_CLOEXEC, 0));
+    const auto open = std::count_if(m_connections.begin(), m_connections.end(),
+                                    [](const auto& entry) { return static_cast<bool>(entry.second.socket); });
+    if (open <= KEPT_CONNECTIONS) return;
+    const auto oldest = std::find_if(m_connections.begin(), m_connections.end(),
+                                     [](const auto& entry) { return entry.second.socket && !entry.second.answered; });
+    if (oldest == m_connections.end()) return;
+    ::shutdown(oldest->second.socket.get(), SHUT_RDWR);
+    oldest->second.socket = FileDescriptor();
+} catch (const std::bad_alloc&) {  // the daemon is C: nothing may leave
+}
+
+void ControlServer::closed(MHD_Connection* connection) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_connections.remove_if([&](const auto& entry) { return entry.first == connection; });
+}
+
+void ControlServer::setAnswered(MHD_Connection* connection, bool answered) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    for (auto& entry : m_connections) {
+        if (entry.first == connection) entry.second.answered = answered;
+    }
 }
 
 int ControlServer::serve(ControlServer& server, MHD_Connection* connection, const char* path, const char* method,
@@ -89,7 +137,10 @@ int ControlServer::serve(ControlServer& server, MHD_Connection* connection, cons
     }
     if (request->tooLarge) return send(connection, {MHD_HTTP_CONTENT_TOO_LARGE, "too long\n", "text/plain"});
     MHD_get_connection_values(connection, MHD_GET_ARGUMENT_KIND, addQueryItem, &request->request.query);
-    return send(connection, server.answer(method, path, request->request));
+    server.setAnswered(connection, true);
+    const ControlAnswer answer = server.answer(method, path, request->request);
+    server.setAnswered(connection, false);
+    return send(connection, answer);
 }
 
 ControlAnswer ControlServer::answer(const std::string& method, const std::string& path,

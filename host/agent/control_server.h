@@ -4,6 +4,8 @@
 //         {"GET", "/status", [](const ControlRequest&) { return ControlAnswer::json(status()); }},
 //     });
 //
+// Connections on which nobody asks anything make room for new ones.
+//
 // A Unix socket has mode 0600: whoever may open the state folder may do everything. Bodies are JSON texts.
 //
 // Threads: routes are called on threads of the server's own, one request each; what they throw is answered with 500 and
@@ -11,10 +13,13 @@
 #pragma once
 
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/services/backend_address.h"
@@ -58,14 +63,21 @@ public:
 
 private:
     struct tPending;
+    struct tConnection;
 
     ControlAnswer answer(const std::string& method, const std::string& path, const ControlRequest& request) const;
     static int serve(ControlServer& server, MHD_Connection* connection, const char* path, const char* method,
                      const char* upload, std::size_t* uploadSize, void** pending);
 
+    void opened(MHD_Connection* connection);
+    void closed(MHD_Connection* connection);
+    void setAnswered(MHD_Connection* connection, bool answered);
+
     const std::vector<ControlRoute> m_routes;
     const std::string m_socketPath;  // of a Unix socket; else empty
     FileDescriptor m_listener;
+    std::mutex m_mutex;
+    std::list<std::pair<MHD_Connection*, tConnection>> m_connections;  // guarded by m_mutex; the oldest first
     struct StopDaemon {
         void operator()(MHD_Daemon* daemon) const;
     };

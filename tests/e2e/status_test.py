@@ -1,5 +1,6 @@
 """What the agent tells of itself: status, metrics, heartbeat, objects of its own, and the levels of its log."""
 
+import contextlib
 import http.client
 import json
 import os
@@ -10,8 +11,9 @@ import subprocess
 import unittest
 
 from backend_client import BackendClient
-from harness import (AGENT_CONFIG, ALARMS, CLEAR_ALARM, ENTERPRISE, PROGRAM_DIR, SOURCE_DIR, TOPOLOGY, V1, System,
-                     free_port, values, wait_for)
+from harness import (AGENT_CONFIG, ALARMS, CLEAR_ALARM, ENTERPRISE, PROGRAM_DIR, SOURCE_DIR, TOPOLOGY, V1, V2C, V3,
+                     System, free_port, values, wait_for)
+from stream_test import hung_up
 from trap_receiver import TrapReceiver
 
 EX_DATAERR, EX_CONFIG = 65, 78
@@ -296,6 +298,25 @@ class Metrics(unittest.TestCase):
             self.assertEqual(after[("vrx_backend_connected", "")], 1)
             info = [labels for name, labels in after if name == "vrx_agent_info"][0]
             self.assertIn('engine_id="%s"' % told["agent"]["engine_id"], info)
+
+    def test_connections_that_say_nothing_keep_no_collector_away(self):
+        port = free_port(socket.SOCK_STREAM)
+        with System(agent_config=CONFIG + "vrxMetrics tcp:127.0.0.1:%d\n" % port), contextlib.ExitStack() as held:
+            for said in (b"", b"GET /met", b"POST /metrics HTTP/1.1\r\nContent-Length: 1000\r\n\r\n",
+                         b"GET /metrics HTTP/1.1\r\nHost: here\r\n\r\n"):
+                clients = []
+                for _ in range(20):
+                    client = held.enter_context(socket.create_connection(("127.0.0.1", port), timeout=60))
+                    clients.append(client)
+                    with contextlib.suppress(ConnectionError):
+                        client.sendall(said)
+                        if said.endswith(b"here\r\n\r\n"):
+                            client.recv(1)  # it is answered
+                # The oldest have made room for the youngest, and so they do for a collector.
+                wait_for(lambda client=clients[0]: hung_up(client), "the end of the oldest connection")
+                self.assertFalse(hung_up(clients[-1]), said)
+                self.assertEqual(tcp_metrics(port)[0], 200, said)
+                self.assertFalse(hung_up(clients[-1]), said)
 
     def test_the_page_has_every_field_and_metric_and_no_other(self):
         with open(os.path.join(SOURCE_DIR, "docs", "status.md"), encoding="utf-8") as file:
