@@ -32,11 +32,13 @@ struct Value {
     std::string octets;  // instead, of OCTET STRINGs
 };
 
+using Result = std::optional<Value>;  // nothing: there is no such instance now
+
 struct Scalar {
     oid group;
     oid number;
     unsigned char type;
-    Value (*value)(const Facts& facts);
+    Result (*value)(const Facts& facts);
 };
 
 enum BackendState : std::uint8_t { CONNECTED = 1, AWAY = 2 };
@@ -55,18 +57,17 @@ std::uint64_t timeStampOf(const Moment& moment) {
     return ticks < 0 ? 0 : static_cast<std::uint64_t>(ticks);
 }
 
-// DateAndTime; all zero for no time, as RFC 2579 has no other way to say so.
-std::string dateOf(const std::optional<Moment>& moment) {
-    constexpr std::size_t WITHOUT_ZONE = 8;
-    if (!moment) return std::string(WITHOUT_ZONE, '\0');
+// A DateAndTime has no value for "never" (RFC 2579: months are 1 to 12).
+Result dateOf(const std::optional<Moment>& moment) {
+    if (!moment) return std::nullopt;
     Snmp_pp::OctetStr octets;
     CSnmpUtil::convertTime2DateTime(octets, std::chrono::system_clock::to_time_t(moment->time));
-    return {reinterpret_cast<const char*>(octets.data()), octets.len()};
+    return Value{0, {reinterpret_cast<const char*>(octets.data()), octets.len()}};
 }
 
 template <FaultLevel LEVEL>
-Value alarmsOf(const Facts& facts) {
-    return {facts.alarms.of(LEVEL), {}};
+Result alarmsOf(const Facts& facts) {
+    return Value{facts.alarms.of(LEVEL), {}};
 }
 
 constexpr oid GROUP_ALARMS = 1;
@@ -76,21 +77,21 @@ constexpr std::array GROUPS = {GROUP_ALARMS, GROUP_BACKEND, GROUP_TRAPS};
 
 // clang-format off
 const Scalar SCALARS[] = {
-    {GROUP_ALARMS,  1, ASN_GAUGE,     [](const Facts& f) -> Value { return {f.alarms.active, {}}; }},
+    {GROUP_ALARMS,  1, ASN_GAUGE,     [](const Facts& f) -> Result { return Value{f.alarms.active, {}}; }},
     {GROUP_ALARMS,  2, ASN_GAUGE,     alarmsOf<FaultLevel::Critical>},
     {GROUP_ALARMS,  3, ASN_GAUGE,     alarmsOf<FaultLevel::Major>},
     {GROUP_ALARMS,  4, ASN_GAUGE,     alarmsOf<FaultLevel::Minor>},
     {GROUP_ALARMS,  5, ASN_GAUGE,     alarmsOf<FaultLevel::Warning>},
-    {GROUP_ALARMS,  6, ASN_COUNTER,   [](const Facts& f) -> Value { return {f.alarms.changes, {}}; }},
-    {GROUP_ALARMS,  7, ASN_TIMETICKS, [](const Facts& f) -> Value { return {f.alarms.lastChange ? timeStampOf(*f.alarms.lastChange) : 0, {}}; }},
-    {GROUP_ALARMS,  8, ASN_OCTET_STR, [](const Facts& f) -> Value { return {0, dateOf(f.alarms.lastChange)}; }},
-    {GROUP_ALARMS,  9, ASN_COUNTER64, [](const Facts& f) -> Value { return {f.alarms.lastEvent, {}}; }},
-    {GROUP_BACKEND, 1, ASN_INTEGER,   [](const Facts& f) -> Value { return {f.alarms.connected ? CONNECTED : AWAY, {}}; }},
-    {GROUP_BACKEND, 2, ASN_TIMETICKS, [](const Facts& f) -> Value { return {timeStampOf(f.alarms.since), {}}; }},
-    {GROUP_BACKEND, 3, ASN_COUNTER,   [](const Facts& f) -> Value { return {f.alarms.connections, {}}; }},
-    {GROUP_TRAPS,   1, ASN_COUNTER,   [](const Facts& f) -> Value { return {f.traps.sent, {}}; }},
-    {GROUP_TRAPS,   2, ASN_COUNTER,   [](const Facts& f) -> Value { return {f.traps.droppedInAll(), {}}; }},
-    {GROUP_TRAPS,   3, ASN_GAUGE,     [](const Facts& f) -> Value { return {f.traps.waiting, {}}; }},
+    {GROUP_ALARMS,  6, ASN_COUNTER,   [](const Facts& f) -> Result { return Value{f.alarms.changes, {}}; }},
+    {GROUP_ALARMS,  7, ASN_TIMETICKS, [](const Facts& f) -> Result { return Value{f.alarms.lastChange ? timeStampOf(*f.alarms.lastChange) : 0, {}}; }},
+    {GROUP_ALARMS,  8, ASN_OCTET_STR, [](const Facts& f) -> Result { return dateOf(f.alarms.lastChange); }},
+    {GROUP_ALARMS,  9, ASN_COUNTER64, [](const Facts& f) -> Result { return Value{f.alarms.lastEvent, {}}; }},
+    {GROUP_BACKEND, 1, ASN_INTEGER,   [](const Facts& f) -> Result { return Value{f.alarms.connected ? CONNECTED : AWAY, {}}; }},
+    {GROUP_BACKEND, 2, ASN_TIMETICKS, [](const Facts& f) -> Result { return Value{timeStampOf(f.alarms.since), {}}; }},
+    {GROUP_BACKEND, 3, ASN_COUNTER,   [](const Facts& f) -> Result { return Value{f.alarms.connections, {}}; }},
+    {GROUP_TRAPS,   1, ASN_COUNTER,   [](const Facts& f) -> Result { return Value{f.traps.sent, {}}; }},
+    {GROUP_TRAPS,   2, ASN_COUNTER,   [](const Facts& f) -> Result { return Value{f.traps.droppedInAll(), {}}; }},
+    {GROUP_TRAPS,   3, ASN_GAUGE,     [](const Facts& f) -> Result { return Value{f.traps.waiting, {}}; }},
 };
 // clang-format on
 
@@ -142,7 +143,12 @@ int answer(netsnmp_mib_handler* self, netsnmp_handler_registration* registration
             if (request->processed != 0) continue;
             if (scalar == nullptr) {
                 netsnmp_request_set_error(request, SNMP_NOSUCHOBJECT);
-            } else if (!setValue(request->requestvb, scalar->type, scalar->value(facts))) {
+                continue;
+            }
+            const Result value = scalar->value(facts);
+            if (!value) {
+                netsnmp_request_set_error(request, SNMP_NOSUCHINSTANCE);
+            } else if (!setValue(request->requestvb, scalar->type, *value)) {
                 netsnmp_request_set_error(request, SNMP_ERR_GENERR);
             }
         }

@@ -195,7 +195,13 @@ class Objects(unittest.TestCase):
             wait_for(lambda: number(system, BACKEND_STATE) == 1, "the connection")
             self.assertEqual([number(system, oid) for oid in (ACTIVE, CHANGES, LAST_CHANGE, BACKEND_CONNECTIONS)],
                              [0, 0, 0, 1])
-            self.assertEqual(values(system.get(LAST_CHANGE_TIME))[0][1], "Hex-STRING: 00 00 00 00 00 00 00 00 ")
+            # A DateAndTime has no value for "never".
+            self.assertIn("No Such Instance", system.get(LAST_CHANGE_TIME))
+            self.assertIn("noSuchName", system.run("snmpget", LAST_CHANGE_TIME, version=V1, check=False).stderr)
+            for name in (LAST_CHANGE, LAST_CHANGE_TIME):
+                for version in (V2C, V3):
+                    self.assertEqual(values(system.getnext(name, version=version))[0][0], LAST_EVENT)
+                    self.assertEqual(values(system.bulkget(name, repetitions=2, version=version))[0][0], LAST_EVENT)
             serials = [raise_alarm(system, level) for level in (1, 2, 3, 4, 4, 5, 5, 5, 6, 7)]
             wait_for(lambda: number(system, ACTIVE) == 10, "ten alarms")
             self.assertEqual([number(system, oid) for oid in (CRITICAL, MAJOR, MINOR, WARNING, CHANGES)],
@@ -244,6 +250,8 @@ class Objects(unittest.TestCase):
         with System(agent_config=config) as system:
             names = ["%s.%d.%d.0" % (OWN, group, last) for group, count in ((1, 9), (2, 3), (3, 3))
                      for last in range(1, count + 1)]
+            raise_alarm(system, 5)
+            wait_for(lambda: number(system, ACTIVE) == 1, "the alarm")
             for walk in (system.walk, system.bulkwalk):
                 self.assertEqual([name for name, _ in values(walk(OWN))], names)
             self.assertEqual([name for name, _ in values(system.walk(OWN, version=V1))],
