@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "host/agent/agent_log.h"
+#include "host/agent/engine_defaults.h"
 #include "host/agent/line_budget.h"
 #include "host/agent/listener_address.h"
 #include "host/agent/listener_session.h"
@@ -117,6 +118,9 @@ SnmpEngine::SnmpEngine(const std::string& root, const std::string& state)
     init_usmUser();
     init_vacm_vars();
     init_sysORTable();
+    setSystemName();
+    setSystemDefaults();
+    listMibModules();
     registerEngineWords(m_limits, root);
     registerInformWords(m_informs);
     g_reading = &m_faults;
@@ -124,6 +128,7 @@ SnmpEngine::SnmpEngine(const std::string& root, const std::string& state)
     g_reading = nullptr;
     encodeBackwards();
     checkScopedPdus();
+    setDefaultView();
     m_state.useDraft();
 }
 
@@ -235,9 +240,11 @@ void SnmpEngine::reload() {
     m_informs = InformWords{};
     g_reading = &m_faults;
     free_config();
+    setSystemDefaults();
     snmp_call_callbacks(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_PRE_READ_CONFIG, nullptr);
     read_config_with_type(m_configurationFile.c_str(), NAME);
     snmp_call_callbacks(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG, nullptr);
+    setDefaultView();
     g_reading = nullptr;
     encodeBackwards();
     m_state.store();  // new users' keys

@@ -33,11 +33,11 @@ ALARMS = ENTERPRISE + ".91.10.1.1.1"  # .COLUMN.SERIAL
 CLEAR_ALARM = ENTERPRISE + ".91.10.1.2.0"
 DESTINATIONS = ENTERPRISE + ".91.10.4.1.1"  # .COLUMN.NUMBER
 
-# Users and communities of a system under test: a reader, a writer, and a user who sees less.
+# Who may ask a system under test: a reader and a writer, who see everything.
 AGENT_CONFIG = """
-rocommunity public 127.0.0.1
+rocommunity public 127.0.0.1 .1
 createUser admin SHA-256 "admin-auth-pass" AES "admin-priv-pass"
-rwuser admin priv
+rwuser admin priv .1
 sysName vrx-under-test
 """
 V2C = ["-v2c", "-c", "public"]

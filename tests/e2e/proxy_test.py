@@ -122,7 +122,7 @@ class Link(unittest.TestCase):
                          "the agent behind the snmpd")
 
     def test_an_agent_may_stand_in_a_context_of_its_own(self):
-        managers = AGENT_CONFIG.replace("rwuser admin priv", "view all included .1\nrwuser admin priv -V all array1")
+        managers = AGENT_CONFIG.replace("rwuser admin priv .1", "view all included .1\nrwuser admin priv -V all array1")
         with self.system("-Cn array1 " + V3_LINK, agent_config=managers) as system:
             got = values(system.get(self.STATUS, version=V3 + ["-n", "array1"]))
             self.assertEqual(got, [(self.STATUS, "INTEGER: 1")])

@@ -276,6 +276,86 @@ class Objects(unittest.TestCase):
             self.assertEqual(status(system)["former_destinations"]["sent"], 2)
 
 
+class SystemGroup(unittest.TestCase):
+    """What a manager that discovers the agent is told of it."""
+
+    SYSTEM = "1.3.6.1.2.1.1"
+    DESCRIPTION, IDENTIFIER, NAME, SERVICES = ("1.3.6.1.2.1.1.%d.0" % number for number in (1, 2, 5, 7))
+
+    def told(self, system):
+        return dict(values(system.get(self.DESCRIPTION, self.IDENTIFIER, self.NAME, self.SERVICES)))
+
+    def test_it_is_the_products(self):
+        with open(os.path.join(SOURCE_DIR, "CMakeLists.txt"), encoding="utf-8") as file:
+            version = re.search(r"project\(.*?VERSION ([0-9.]+)", file.read(), re.DOTALL).group(1)
+        shipped = {self.DESCRIPTION: 'STRING: "vrx-agentd %s, SNMP agent of the storage system"' % version,
+                   self.IDENTIFIER: "OID: .1.3.6.1.4.1.99871.3.2", self.NAME: 'STRING: "vault-7"',
+                   self.SERVICES: "INTEGER: 72"}
+        config = AGENT_CONFIG.replace("sysName vrx-under-test\n", "")
+        with System(agent_config=config, device={("NODE", "SYSTEM_NAME"): "vault-7"}) as system:
+            self.assertEqual(self.told(system), shipped)
+            described = [value for name, value in values(system.walk(self.SYSTEM + ".9.1.3"))]
+            for module in ("VRX-TAMREL-MIB", "VRX-TAMREL-ALARM-MIB", "VRX-AGENT-MIB"):
+                self.assertTrue(any(module in text for text in described), (module, described))
+            identities = [value for name, value in values(system.walk(self.SYSTEM + ".9.1.2"))]
+            for module, name in (("VRX-TAMREL-MIB", "vrxTamrelMIB"), ("VRX-TAMREL-ALARM-MIB", "vrxTamrelAlarmMIB"),
+                                 ("VRX-AGENT-MIB", "vrxAgentMIB")):
+                translated = subprocess.run(["snmptranslate", "-On", "%s::%s" % (module, name)], check=True, text=True,
+                                            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
+                                            env=system.tool_environment(named=True))
+                self.assertIn("OID: " + translated.stdout.strip(), identities)
+            # Each is the configuration's where that says so, and the product's again after that.
+            words = {"sysDescr": "another one", "sysObjectID": ".1.3.6.1.4.1.99999.7", "sysServices": "4"}
+            system.write("etc/vrx-agentd.conf", config + "".join("%s %s\n" % pair for pair in words.items()))
+            system.vrxctl("reload")
+            self.assertEqual(self.told(system), {
+                self.DESCRIPTION: 'STRING: "another one"', self.IDENTIFIER: "OID: .1.3.6.1.4.1.99999.7",
+                self.NAME: 'STRING: "vault-7"', self.SERVICES: "INTEGER: 4"})
+            system.write("etc/vrx-agentd.conf", config)
+            system.vrxctl("reload")
+            self.assertEqual(self.told(system), shipped)
+            # A manager may give another name; it stays.
+            system.set(self.NAME, "s", "vault-8")
+            system.agent.stop()
+            system.agent.start()
+            self.assertEqual(self.told(system)[self.NAME], 'STRING: "vault-8"')
+            system.write("etc/vrx-agentd.conf", config + "sysName vault-9\n")
+            system.agent.stop()
+            system.agent.start()
+            self.assertEqual(self.told(system)[self.NAME], 'STRING: "vault-9"')
+
+
+class DefaultView(unittest.TestCase):
+    SHOWN = ("1.3.6.1.2.1.1.", "1.3.6.1.2.1.11.", "1.3.6.1.4.1.99871.")
+    CONFIG = AGENT_CONFIG.replace(" .1\n", "\n") + """
+createUser reader SHA-256 "reader-auth-pass" AES "reader-priv-pass"
+rouser reader priv
+rocommunity whole 127.0.0.1 .1
+view everything included .1
+rocommunity named 127.0.0.1 -V everything
+"""
+    READER = ["-v3", "-l", "authPriv", "-u", "reader", "-a", "SHA-256", "-A", "reader-auth-pass", "-x", "AES", "-X",
+              "reader-priv-pass"]
+    USERS = "1.3.6.1.6.3.15.1.2.2.1"
+
+    def check(self, system):
+        for version in (V2C, V3, self.READER):
+            names = [name for name, _ in values(system.bulkwalk("1", version=version, timeout=20))]
+            self.assertEqual([name for name in names if not name.startswith(self.SHOWN)], [], version)
+            for shown in self.SHOWN:
+                self.assertTrue([name for name in names if name.startswith(shown)], (shown, version))
+            self.assertIn("No Such Object", system.get(self.USERS + ".3.0", version=version))
+        self.assertIn("noAccess", system.set(self.USERS + ".13.0", "i", "6", check=False).stderr)
+        for community in ("whole", "named"):
+            self.assertTrue(values(system.walk(self.USERS, version=["-v2c", "-c", community])))
+
+    def test_who_has_no_view_of_its_own_sees_the_system_and_ours(self):
+        with System(agent_config=self.CONFIG) as system:
+            self.check(system)
+            system.vrxctl("reload")
+            self.check(system)
+
+
 class Metrics(unittest.TestCase):
     def test_samples_are_well_formed_equal_the_status_and_never_fall(self):
         port = free_port(socket.SOCK_STREAM)

@@ -1,0 +1,18 @@
+// What holds where the configuration says nothing else, in place of the library's own defaults: who this agent is
+// (system group), which MIB modules it serves (sysORTable), and what a community or a user without a view of its own
+// sees.
+//
+// Threads: agent thread only.
+#pragma once
+
+// Before the configuration is read for the first time, and after the library's groups are registered.
+void setSystemName();
+
+// Before each reading of the configuration: sysDescr, sysObjectID, sysServices.
+void setSystemDefaults();
+
+// Once.
+void listMibModules();
+
+// After each reading of the configuration.
+void setDefaultView();
