@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <fstream>
 #include <random>
@@ -54,6 +55,11 @@ std::string sync(const fs::path& path) {
 
 // The draft becomes the file, whole or not at all. Gives what went wrong, or "".
 std::string putInPlace(const fs::path& draft, const fs::path& file) {
+    try {
+        engine_file::keepLastGoodCopy(file);
+    } catch (const std::system_error& error) {
+        return error.code().message();
+    }
     std::string fault = sync(draft);
     if (!fault.empty()) return fault;
     std::error_code error;
@@ -66,17 +72,12 @@ std::string putInPlace(const fs::path& draft, const fs::path& file) {
 void keepEngineId(const fs::path& folder, const std::string& name) {
     makePrivateFolder(folder);
     const fs::path file = folder / (name + ".conf");
-    if (fs::exists(file)) return;
-    const fs::path draft = file.string() + ".new";
-    std::ofstream out(draft);
-    out << "exactEngineID " << newEngineId() << '\n';
-    out.close();
-    std::string fault = out ? "" : std::strerror(errno);
-    std::error_code error;
-    fs::permissions(draft, fs::perms::owner_read | fs::perms::owner_write, error);
-    if (fault.empty() && error) fault = error.message();
-    if (fault.empty()) fault = putInPlace(draft, file);
-    if (!fault.empty()) throw EngineError(file.string() + " cannot be written: " + fault);
+    if (engine_file::readEngineId(file)) return;
+    try {
+        replaceWholeFile(file, "exactEngineID " + newEngineId() + "\n");
+    } catch (const std::system_error& error) {
+        throw EngineError(file.string() + " cannot be written: " + error.code().message());
+    }
 }
 
 std::size_t keptUsers() {
@@ -107,11 +108,15 @@ bool isWhole(const fs::path& draft) {
 
 EngineState::EngineState(std::string state, std::string name)
     : m_idFolder(state + "/engine"),
-      m_folder(state + "/net-snmp"),
+      m_folder(state + "/" + engine_file::STATE_FOLDER),
       m_draftFolder(state + "/net-snmp.draft"),
       m_name(std::move(name)) {
+    constexpr std::chrono::seconds PATIENCE{5};  // with vrxctl, which is done at once
     makePrivateFolder(m_folder);
+    m_lock = engine_file::lockState(m_folder, PATIENCE);
+    if (!m_lock) throw EngineError("another agent uses " + m_folder.string());
     makePrivateFolder(m_draftFolder);
+    engine_file::readState(m_folder / (m_name + ".conf"));
     keepEngineId(m_idFolder, m_name);
 }
 

@@ -3,7 +3,7 @@
 //
 // The SNMP library writes its file line by line, in place, and does not tell when it cannot. So it writes a draft,
 // below <state>/net-snmp.draft/: store() reads that back and puts it in place of the file when all is in it. A full
-// disk leaves the file as it was.
+// disk leaves the file as it was. The file before it stays beside it (engine_file.h).
 //
 // Threads: agent thread only.
 #pragma once
@@ -11,6 +11,8 @@
 #include <filesystem>
 #include <stdexcept>
 #include <string>
+
+#include "host/agent/engine_file.h"
 
 // The engine cannot start; what() says what to mend.
 class EngineError : public std::runtime_error {
@@ -21,7 +23,8 @@ public:
 class EngineState {
 public:
     // `state` is an absolute path of a folder. Makes the folders of the engine and, at the first start, its ID; `name`
-    // is the one under which the library's files go. Throws EngineError.
+    // is the one under which the library's files go. Nobody else may use the state while the object lives. Throws
+    // EngineError, and WholeFileError for a file that is there and is of no use: it stays as it is.
     EngineState(std::string state, std::string name);
 
     // Where the library reads configuration beside the operator's: the engine ID.
@@ -41,5 +44,6 @@ private:
     const std::filesystem::path m_folder;
     const std::filesystem::path m_draftFolder;
     const std::string m_name;
+    FileDescriptor m_lock;
     bool m_failing = false;
 };

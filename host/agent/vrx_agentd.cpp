@@ -12,6 +12,7 @@
 #include <memory>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "host/agent/agent.h"
@@ -115,6 +116,9 @@ int serve(const CommandLine& line) {
     startLogging(logOptionsFromDevice());
     loadIdentity();
     stateFolder();
+    // Before the start is counted, and before the state is read: vrxctl waits here for an agent that starts, instead of
+    // leaving it something that it does not see any more.
+    ControlSocket controlSocket(parseBackendAddress("unix:state/agent.sock", root));
 
     std::unique_ptr<Backend> backend;
     if (line.embeddedBackend) {
@@ -135,8 +139,7 @@ int serve(const CommandLine& line) {
     }
 
     Reloader reloader(loop, agent, notifications, {root, checkCommand(root, line.modules)});
-    const AgentControl control(parseBackendAddress("unix:state/agent.sock", root), loop, agent, notifications,
-                               reloader);
+    const AgentControl control(std::move(controlSocket), loop, agent, notifications, reloader);
     StatusService status(loop, agent, notifications, reloader);
     reloader.onExchange = [&status] { status.configure(); };
     reload = [&reloader] { reloader.request(); };
@@ -183,6 +186,8 @@ int main(int argc, char** argv) try {
         return failed(error.exitCode, error);
     } catch (const EngineError& error) {
         return failed(EX_UNAVAILABLE, error);
+    } catch (const WholeFileError& error) {
+        return failed(EX_IOERR, error);
     } catch (const ModuleError& error) {
         return failed(EX_CONFIG, error);
     } catch (const SqliteError& error) {

@@ -92,6 +92,7 @@ class Program:
         self.arguments = arguments
         self.log_path = log_path
         self.environment = environment or {}
+        self.user = None  # number of another user than this one
         self.process = None
         self._log_start = 0
 
@@ -99,7 +100,7 @@ class Program:
         self._log_start = os.path.getsize(self.log_path) if os.path.exists(self.log_path) else 0
         with open(self.log_path, "ab") as log:
             self.process = subprocess.Popen([os.path.join(PROGRAM_DIR, self.name)] + self.arguments, stdout=log,
-                                            stderr=log, env=dict(os.environ, **self.environment))
+                                            stderr=log, env=dict(os.environ, **self.environment), user=self.user)
         if wait:
             self.wait_ready()
 

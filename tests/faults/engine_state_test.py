@@ -6,10 +6,11 @@ import os
 import unittest
 
 from faults import FaultySystem
-from harness import wait_for
+from harness import AGENT_CONFIG, V3, System, wait_for
 
 LONGEST = 500  # changes of files for one start: far more than any makes
-EX_OK, EX_UNAVAILABLE = 0, 69  # sysexits.h
+EX_OK, EX_UNAVAILABLE, EX_IOERR, EX_CONFIG = 0, 69, 74, 78  # sysexits.h
+NOBODY = 65534
 FILE = "net-snmp/vrx-agentd.conf cannot be written: "
 
 
@@ -133,6 +134,108 @@ class EngineState(unittest.TestCase):
         self.assertGreater(number, 2)
         with open(os.path.join(engine, "vrx-agentd.conf"), encoding="utf-8") as file:
             self.assertRegex(file.read(), r"^exactEngineID 0x[0-9a-f]{26}\n$")
+
+
+class DamagedFiles(unittest.TestCase):
+    """After a restore, or a bad day of the disk: what is there and is not whole is never replaced by nothing."""
+
+    def setUp(self):
+        self.system = System(start=False)
+        self.addCleanup(self.system.close)
+        self.agent = self.system.agent
+        self.agent.start()
+        self.agent.stop()
+
+    def refuses(self, path, text):
+        """A start ends with the file's name, and the file, or what stands there, is as it was."""
+        before = os.readlink(path) if os.path.islink(path) else read(path)
+        self.agent.start(wait=False)
+        code = self.agent.process.wait(60)
+        self.assertEqual((code, self.agent.log(since_start=True).count(" ready\n")), (EX_IOERR, 0))
+        self.assertIn("%s: %s" % (path, text), self.agent.log(since_start=True))
+        self.assertEqual(os.readlink(path) if os.path.islink(path) else read(path), before)
+        self.agent.process = None
+
+    def test_each_cut_and_what_is_no_file_ends_the_start(self):
+        for folder in ("net-snmp", "engine"):
+            path = self.system.path("state", folder, "vrx-agentd.conf")
+            whole = read(path)
+            for size in (0, 10, len(whole) // 2, len(whole) - 4, len(whole) - 1):
+                with self.subTest(file=path, size=size):
+                    write(path, whole[:size])
+                    self.refuses(path, "")
+            os.unlink(path)
+            os.symlink(path, path)  # even root cannot read that
+            self.refuses(path, "Too many levels of symbolic links")
+            os.unlink(path)
+            write(path, whole)
+        self.assert_boots_and_user(2)
+
+    def assert_boots_and_user(self, boots):
+        self.agent.start()
+        self.assertIn("= INTEGER: %d" % boots, self.system.get("1.3.6.1.6.3.10.2.1.2.0", version=V3))
+        self.agent.stop()
+
+    def test_cuts_between_lines_are_noticed_too(self):
+        path = self.system.path("state", "net-snmp", "vrx-agentd.conf")
+        whole = read(path)
+        lines = whole.splitlines(keepends=True)
+        for count in (1, len(lines) - 3, len(lines) - 2, len(lines) - 1):
+            write(path, b"".join(lines[:count]))
+            self.refuses(path, "it is not whole: ")
+        write(path, whole)
+        path = self.system.path("state", "engine", "vrx-agentd.conf")
+        write(path, read(path)[:-5] + b"\n")
+        self.refuses(path, "its engine ID is cut off")
+
+    def test_a_file_of_another_user_ends_the_start(self):
+        """As a restore by root leaves it: the agent's own user may not read it."""
+        if os.geteuid() == 0:
+            self.agent.user = NOBODY
+        os.chmod(self.system.root, 0o755)
+        for folder, folders, files in os.walk(self.system.path("state")):
+            for name in [folder] + [os.path.join(folder, file) for file in files]:
+                os.chown(name, *(NOBODY, NOBODY) if os.geteuid() == 0 else (-1, -1))
+        path = self.system.path("state", "net-snmp", "vrx-agentd.conf")
+        os.chmod(path, 0)
+        if os.geteuid() == 0:
+            os.chown(path, 0, 0)
+        self.refuses(path, "Permission denied")
+
+    def test_the_file_before_is_kept_and_can_be_put_back(self):
+        path = self.system.path("state", "net-snmp", "vrx-agentd.conf")
+        self.assert_boots_and_user(2)
+        before = read(path)
+        self.agent.start()
+        self.agent.kill()
+        self.assertEqual(read(path + ".last"), before)
+        os.replace(path + ".last", path)
+        self.assert_boots_and_user(3)
+
+
+class WordsOfTheState(unittest.TestCase):
+    """The count of starts is the agent's: no line of the configuration keeps it from being read or counted."""
+
+    def test_they_are_refused_and_starts_are_counted_all_the_same(self):
+        for line in ("[snmp] persistentDir /tmp", "[snmp]\npersistentDir /tmp", "[snmp] noPersistentLoad yes",
+                     "[snmp] noPersistentSave yes", "engineBoots 7", "oldEngineID 0x80001f8804"):
+            with self.subTest(line=line), System(start=False, extra_config=line + "\n") as system:
+                for boots in (1, 2, 3):
+                    system.agent.start()
+                    self.assertIn("= INTEGER: %d" % boots, system.get("1.3.6.1.6.3.10.2.1.2.0", version=V3))
+                    self.assertIn("vrx-agentd.conf:%d: " % (AGENT_CONFIG.count("\n") + line.count("\n") + 1),
+                                  system.agent.log(since_start=True))
+                    system.agent.stop()
+
+
+def read(path):
+    with open(path, "rb") as file:
+        return file.read()
+
+
+def write(path, content):
+    with open(path, "wb") as file:
+        file.write(content)
 
 
 if __name__ == "__main__":

@@ -1,0 +1,22 @@
+// Files that are read whole and replaced whole, for whoever must not take one that cannot be read for an empty one.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+// what() is "PATH: reason".
+class WholeFileError : public std::runtime_error {
+public:
+    WholeFileError(const std::string& path, const std::string& reason);
+};
+
+// The bytes of a regular file of `limit` bytes at most; nothing where there is none of that name. Throws WholeFileError
+// for any other file, without waiting for a pipe's writer.
+std::optional<std::string> readWholeFile(const std::string& path, std::size_t limit);
+
+// Puts `content` in the place of the file, by way of PATH.new; it is on disk when this returns. Owner and mode stay, a
+// new file is its owner's alone. No link is followed out of the folder. Throws std::system_error with the path, and the
+// file is as it was.
+void replaceWholeFile(const std::string& path, const std::string& content);
