@@ -5,7 +5,6 @@
 #include <functional>
 #include <stdexcept>
 
-#include "host/agent/listener_address.h"
 #include "host/agent/module_loader.h"
 #include "host/agent/snmp_engine.h"
 #include "host/agent/trap_options.h"
@@ -103,10 +102,6 @@ std::size_t checkConfiguration(const std::string& root, const std::vector<std::s
         const ScratchFolder state;
         const SnmpEngine engine(root, state.path());
         for (const std::string& fault : engine.configurationFaults()) check.fault(fault);
-        for (const std::string& address : engine.configuredListeners()) {
-            const std::string fault = listenerFault(address);
-            if (!fault.empty()) check.fault(root + "/etc/" + SnmpEngine::NAME + ".conf: agentAddress " + fault);
-        }
         ModuleLoader loader(root + "/mibs");
         for (const std::string& module : modules) check.step([&] { loader.load(module); });
     });

@@ -16,6 +16,7 @@
 #include "host/agent/listener_session.h"
 #include "host/agent/message_numbers.h"
 #include "host/agent/net_snmp.h"
+#include "host/agent/parser_faults.h"
 #include "host/agent/udp_listener.h"
 #include "host/agent/usm_users.h"
 
@@ -32,24 +33,14 @@ void init_sysORTable();
 
 namespace {
 
-// Where the faults of the configuration go while it is read; else null. The library, which frees the arguments of its
-// callbacks, can have no engine for one.
-std::vector<std::string>* g_reading = nullptr;
+// The configuration while the library starts; else null. The library, which frees the arguments of its callbacks, can
+// have no engine for one.
+EngineConfiguration* g_starting = nullptr;
 
-// "FILE: line N: Error: text" of the library's reader as "FILE:N: text"; empty for any other line.
-std::string configurationFault(const std::string& line) {
-    const std::string place = ": line ";
-    const std::size_t behindFile = line.find(place);
-    if (behindFile == std::string::npos) return {};
-    const std::size_t number = behindFile + place.size();
-    const std::size_t behindNumber = line.find_first_not_of("0123456789", number);
-    if (behindNumber == number || behindNumber == std::string::npos) return {};
-    for (const std::string kind : {": Error: ", ": Warning: "}) {
-        if (line.compare(behindNumber, kind.size(), kind) != 0) continue;
-        return line.substr(0, behindFile) + ":" + line.substr(number, behindNumber - number) + ": " +
-               line.substr(behindNumber + kind.size());
-    }
-    return {};
+template <int WHEN>
+int applyConfiguration(int, int, void*, void*) {
+    if (g_starting != nullptr) g_starting->apply(WHEN);
+    return SNMPERR_SUCCESS;
 }
 
 // Most of what the library says is about messages that others send.
@@ -72,7 +63,7 @@ void writeLine(int priority, const std::string& text) {
     }
 }
 
-// The library's other encoder writes beyond its buffers; a word of the configuration asks for it.
+// The library's other encoder writes beyond its buffers.
 void encodeBackwards() {
     netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_REVERSE_ENCODE, 1);
 }
@@ -97,15 +88,17 @@ void setSwitch(int which, int value) {
 }  // namespace
 
 SnmpEngine::SnmpEngine(const std::string& root, const std::string& state)
-    : m_configurationFile(root + "/etc/" + NAME + ".conf"), m_state(state, NAME) {
+    : m_state(state, NAME), m_configuration(root + "/etc/" + NAME + ".conf", NAME, [this](const std::string& fault) {
+          agent_log::error(fault);
+          m_faults.push_back(fault);
+      }) {
     // The library's own search paths would mix in another agent's files; MIB texts are not needed here.
     for (const char* variable : {"SNMPCONFPATH", "SNMP_PERSISTENT_FILE", "SNMP_PERSISTENT_DIR"}) ::unsetenv(variable);
     ::setenv("MIBS", "", 1);
     snmp_disable_log();
     netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_DEBUG);
     snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, &SnmpEngine::logLine, nullptr);
-    const std::string configuration = m_state.idFolder() + ENV_SEPARATOR + root + "/etc";
-    netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_CONFIGURATION_DIR, configuration.c_str());
+    netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_CONFIGURATION_DIR, m_state.idFolder().c_str());
     m_state.useFolder();
     setSwitch(NETSNMP_DS_AGENT_ROLE, 0);  // master
     setSwitch(NETSNMP_DS_AGENT_NO_ROOT_ACCESS, 1);
@@ -123,9 +116,15 @@ SnmpEngine::SnmpEngine(const std::string& root, const std::string& state)
     listMibModules();
     registerEngineWords(m_limits, root);
     registerInformWords(m_informs);
-    g_reading = &m_faults;
+    m_configuration.read();
+    // The operator's words come behind the files of the agent's own, and before the library makes use of either.
+    netsnmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_PREMIB_READ_CONFIG,
+                              applyConfiguration<PREMIB_CONFIG>, nullptr, NETSNMP_CALLBACK_HIGHEST_PRIORITY);
+    netsnmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG, applyConfiguration<NORMAL_CONFIG>,
+                              nullptr, NETSNMP_CALLBACK_HIGHEST_PRIORITY);
+    g_starting = &m_configuration;
     init_snmp(NAME);
-    g_reading = nullptr;
+    g_starting = nullptr;
     encodeBackwards();
     checkScopedPdus();
     setDefaultView();
@@ -161,16 +160,20 @@ std::string SnmpEngine::addUser(const UserKeys& user) {
             return "a passphrase has at least 8 printable ASCII characters, without quotes and backslashes";
         }
     }
+    if (!isProtocol(AUTHENTICATION_PROTOCOLS, user.authenticationProtocol)) {
+        return "no authentication protocol: " + user.authenticationProtocol;
+    }
+    if (!isProtocol(PRIVACY_PROTOCOLS, user.privacyProtocol)) {
+        return "no encryption protocol: " + user.privacyProtocol;
+    }
     const std::string own = ownEngineId();
     if (usm_get_user(reinterpret_cast<const u_char*>(own.data()), own.size(), user.name.c_str()) != nullptr) {
         return "there is a user " + user.name + " already";
     }
-    std::string line = user.name + " SHA-256 \"" + user.authentication + "\" AES \"" + user.privacy + "\"";
-    std::vector<std::string> faults;
-    g_reading = &faults;
-    usm_parse_create_usmUser("createUser", line.data());
-    g_reading = nullptr;
-    if (!faults.empty()) return faults.front();
+    std::string line = user.name + " " + user.authenticationProtocol + " \"" + user.authentication + "\" " +
+                       user.privacyProtocol + " \"" + user.privacy + "\"";
+    std::string fault = parserFault([&line] { usm_parse_create_usmUser("createUser", line.data()); });
+    if (!fault.empty()) return fault;
     std::string unkept = m_state.store();
     if (!unkept.empty()) takeUser(user.name);
     return unkept;
@@ -238,15 +241,14 @@ void SnmpEngine::reload() {
     m_faults.clear();
     m_limits = EngineLimits{};
     m_informs = InformWords{};
-    g_reading = &m_faults;
     free_config();
     setSystemDefaults();
     snmp_call_callbacks(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_PRE_READ_CONFIG, nullptr);
-    read_config_with_type(m_configurationFile.c_str(), NAME);
+    m_configuration.read();
+    m_configuration.apply(PREMIB_CONFIG);
+    m_configuration.apply(NORMAL_CONFIG);
     snmp_call_callbacks(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG, nullptr);
     setDefaultView();
-    g_reading = nullptr;
-    encodeBackwards();
     m_state.store();  // new users' keys
 }
 
@@ -254,13 +256,8 @@ int SnmpEngine::logLine(int, int, void* message, void*) try {
     const auto& line = *static_cast<const snmp_log_message*>(message);
     std::string text = line.msg == nullptr ? "" : line.msg;
     while (!text.empty() && text.back() == '\n') text.pop_back();
-    std::string fault = g_reading != nullptr ? configurationFault(text) : std::string();
-    if (!fault.empty()) {
-        // The library reads the file twice, and some words in both passes.
-        if (std::find(g_reading->begin(), g_reading->end(), fault) != g_reading->end()) return SNMPERR_SUCCESS;
-        agent_log::error(fault);
-        g_reading->push_back(std::move(fault));
-    } else if (const auto leftOut = libraryLines().take(LineBudget::TimePoint::clock::now())) {
+    if (takeParserFault(text)) return SNMPERR_SUCCESS;
+    if (const auto leftOut = libraryLines().take(LineBudget::TimePoint::clock::now())) {
         if (*leftOut > 0) agent_log::warn(std::to_string(*leftOut) + " lines of the SNMP library were left out");
         writeLine(line.priority, text);
     }

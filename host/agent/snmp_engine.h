@@ -15,11 +15,13 @@
 #include <string>
 #include <vector>
 
+#include "host/agent/engine_configuration.h"
 #include "host/agent/engine_state.h"
 #include "host/agent/engine_words.h"
 #include "host/agent/inform_words.h"
 #include "host/agent/request_desk.h"
 #include "host/agent/stream_listeners.h"
+#include "host/agent/user_protocols.h"
 
 // SNMPv3's name of this agent, how often it was started under it, and since when it runs.
 struct EngineIdentity {
@@ -28,11 +30,13 @@ struct EngineIdentity {
     unsigned long uptimeSeconds = 0;
 };
 
-// A user of SNMPv3 with HMAC-SHA-256 and AES-128 (RFC 7860, RFC 3826).
+// A user of SNMPv3 with authentication and encryption.
 struct UserKeys {
     std::string name;
     std::string authentication;  // passphrases, at least MIN_PASSPHRASE characters
     std::string privacy;
+    std::string authenticationProtocol = AUTHENTICATION_PROTOCOLS.front();  // of user_protocols.h
+    std::string privacyProtocol = PRIVACY_PROTOCOLS.front();
 
     static constexpr std::size_t MIN_PASSPHRASE = 8;  // RFC 3414, 11.2
     static constexpr std::size_t MAX_NAME = 32;       // RFC 3414, SnmpAdminString (SIZE(1..32))
@@ -54,7 +58,7 @@ public:
     const EngineLimits& limits() const { return m_limits; }
     const std::vector<InformDestination>& informs() const { return m_informs.destinations; }
 
-    // What the engine's reader found fault with when the configuration was last read, as "FILE:LINE: text".
+    // What was wrong with the configuration when it was last read, as "FILE:LINE: text".
     const std::vector<std::string>& configurationFaults() const { return m_faults; }
 
     // The configuration's agentAddress, or the default.
@@ -88,8 +92,8 @@ public:
 private:
     static int logLine(int major, int minor, void* message, void* unused);
 
-    const std::string m_configurationFile;
     EngineState m_state;
+    EngineConfiguration m_configuration;
     EngineLimits m_limits;
     InformWords m_informs;
     std::vector<std::string> m_faults;

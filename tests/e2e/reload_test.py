@@ -159,9 +159,9 @@ class Checking(unittest.TestCase):
             self.assertEqual(done.returncode, 78)
             for line in ("%s:2: Unknown token: rocomunity." % conf,
                          "%s:3: vrxWaitingRequests: not a number from 1 to 3600000: -1" % conf,
-                         "%s:4: unknown authProtocol" % conf,
+                         "%s:4: createUser: no authentication protocol: MD9" % conf,
                          "%s:5: Blank line following rouser token." % conf,
-                         '%s: agentAddress "udp:127.0.0.1:99999": the port is no number from 1 to 65535' % conf):
+                         '%s:6: agentAddress: "udp:127.0.0.1:99999": the port is no number from 1 to 65535' % conf):
                 self.assertIn(line, done.stdout.splitlines())
             self.assertIn("CALL_DEADLINE_MS", done.stdout)
 

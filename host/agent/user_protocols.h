@@ -1,0 +1,15 @@
+// Protocols that a user of SNMPv3 may have, in the words of the SNMP library and of its tools; the first is the
+// default.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <string>
+
+inline constexpr std::array AUTHENTICATION_PROTOCOLS = {"SHA-256", "SHA-512", "SHA-384", "SHA-224", "SHA", "MD5"};
+inline constexpr std::array PRIVACY_PROTOCOLS = {"AES", "AES-256", "AES-192", "DES"};
+
+template <typename Protocols>
+bool isProtocol(const Protocols& protocols, const std::string& name) {
+    return std::find(protocols.begin(), protocols.end(), name) != protocols.end();
+}
