@@ -28,8 +28,8 @@ std::string textItem(const json& object, const char* name) {
 
 }  // namespace
 
-AgentControl::AgentControl(const BackendAddress& address, AgentLoop& loop, Agent& agent,
-                           NotificationService& notifications, Reloader& reloader)
+AgentControl::AgentControl(ControlSocket socket, AgentLoop& loop, Agent& agent, NotificationService& notifications,
+                           Reloader& reloader)
     : m_caller(loop), m_agent(agent), m_notifications(notifications), m_reloader(reloader) {
     std::vector<ControlRoute> routes = {
         {"GET", "/status", [this](const ControlRequest&) { return status(); }},
@@ -40,7 +40,7 @@ AgentControl::AgentControl(const BackendAddress& address, AgentLoop& loop, Agent
         {"DELETE", "/users", [this](const ControlRequest& request) { return removeUser(request); }},
         {"POST", "/traps/resend", [this](const ControlRequest& request) { return resendTrap(request); }},
     };
-    m_server = std::make_unique<ControlServer>(address, std::move(routes));
+    m_server = std::make_unique<ControlServer>(std::move(socket), std::move(routes));
 }
 
 AgentControl::~AgentControl() {
@@ -84,7 +84,10 @@ ControlAnswer AgentControl::reload() {
 
 ControlAnswer AgentControl::addUser(const ControlRequest& request) {
     const json body = parse(request.body);
-    const UserKeys user{textItem(body, "name"), textItem(body, "authentication"), textItem(body, "privacy")};
+    UserKeys user{textItem(body, "name"), textItem(body, "authentication"), textItem(body, "privacy")};
+    if (body.contains("authentication_protocol"))
+        user.authenticationProtocol = textItem(body, "authentication_protocol");
+    if (body.contains("privacy_protocol")) user.privacyProtocol = textItem(body, "privacy_protocol");
     const std::string fault = m_caller.call<std::string>([this, user] { return m_agent.addUser(user); });
     if (!fault.empty()) throw ControlFault(fault);
     return {200, "{}\n"};

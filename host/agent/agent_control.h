@@ -4,7 +4,8 @@
 //     GET  /log               {"agent": "info", ...}: the level of each subsystem
 //     POST /log               {"subsystem", "level"}: another one until the configuration is read again
 //     POST /reload            takes the configuration over: {"taken": true, "faults": []}
-//     POST /users             {"name", "authentication", "privacy"}: a user with these passphrases (SHA-256, AES-128)
+//     POST /users             {"name", "authentication", "privacy"}: a user with these passphrases (SHA-256, AES-128;
+//                             other protocols by "authentication_protocol", "privacy_protocol")
 //     DELETE /users?name=     takes a user and its keys away
 //     POST /traps/resend      {"number", "to"}: a logged trap once more; "to" may be left out:
 //                             {"destinations": [...], "missing": [...]}
@@ -23,8 +24,8 @@
 
 class AgentControl {
 public:
-    // What is given outlives it. Throws std::system_error when nobody can be listened to at `address`.
-    AgentControl(const BackendAddress& address, AgentLoop& loop, Agent& agent, NotificationService& notifications,
+    // What is given outlives it. Throws std::system_error when nobody can be answered.
+    AgentControl(ControlSocket socket, AgentLoop& loop, Agent& agent, NotificationService& notifications,
                  Reloader& reloader);
     ~AgentControl();
     AgentControl(const AgentControl&) = delete;

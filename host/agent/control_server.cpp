@@ -52,10 +52,19 @@ void ControlServer::StopDaemon::operator()(MHD_Daemon* daemon) const {
     MHD_stop_daemon(daemon);
 }
 
-ControlServer::ControlServer(const BackendAddress& address, std::vector<ControlRoute> routes)
-    : m_routes(std::move(routes)),
-      m_socketPath(address.kind == BackendAddress::Kind::Unix ? address.path : std::string()),
-      m_listener(listenSocket(address)) {
+ControlSocket::ControlSocket(const BackendAddress& address) : m_listener(listenSocket(address)) {
+    if (address.kind == BackendAddress::Kind::Unix) m_path = address.path;
+}
+
+ControlSocket::~ControlSocket() {
+    if (!m_path.empty()) ::unlink(m_path.c_str());
+}
+
+ControlSocket::ControlSocket(ControlSocket&& other) noexcept
+    : m_path(std::exchange(other.m_path, {})), m_listener(std::move(other.m_listener)) {}
+
+ControlServer::ControlServer(ControlSocket socket, std::vector<ControlRoute> routes)
+    : m_routes(std::move(routes)), m_socket(std::move(socket)) {
     const auto handler = [](void* server, MHD_Connection* connection, const char* path, const char* method, const char*,
                             const char* upload, std::size_t* uploadSize, void** pending) {
         return serve(*static_cast<ControlServer*>(server), connection, path, method, upload, uploadSize, pending) != 0
@@ -74,7 +83,7 @@ ControlServer::ControlServer(const BackendAddress& address, std::vector<ControlR
             self.closed(connection);
         }
     };
-    const int listener = ::fcntl(m_listener.get(), F_DUPFD_CLOEXEC, 0);  // the daemon closes its own
+    const int listener = ::fcntl(m_socket.descriptor(), F_DUPFD_CLOEXEC, 0);  // the daemon closes its own
     if (listener < 0) throw std::system_error(errno, std::generic_category(), "control socket");
     m_daemon.reset(MHD_start_daemon(
         MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_THREAD_PER_CONNECTION | MHD_USE_POLL, 0, nullptr, nullptr,
@@ -84,13 +93,12 @@ ControlServer::ControlServer(const BackendAddress& address, std::vector<ControlR
         MHD_OPTION_NOTIFY_CONNECTION, static_cast<MHD_NotifyConnectionCallback>(notify), this, MHD_OPTION_END));
     if (m_daemon == nullptr) {
         ::close(listener);
-        throw std::system_error(EAGAIN, std::generic_category(), "control socket " + address.text());
+        throw std::system_error(EAGAIN, std::generic_category(), "control socket");
     }
 }
 
 ControlServer::~ControlServer() {
     m_daemon.reset();
-    if (!m_socketPath.empty()) ::unlink(m_socketPath.c_str());
 }
 
 // Who only holds connections keeps nobody from being served: of many the oldest that is not being answered is ended.

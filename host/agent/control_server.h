@@ -1,6 +1,6 @@
 // HTTP on a socket of the machine itself: how vrxctl, and whoever collects metrics, talks to a running agent.
 //
-//     ControlServer control(BackendAddress::parse("unix:/opt/vrx/state/agent.sock"), {
+//     ControlServer control(ControlSocket(BackendAddress::parse("unix:/opt/vrx/state/agent.sock")), {
 //         {"GET", "/status", [](const ControlRequest&) { return ControlAnswer::json(status()); }},
 //     });
 //
@@ -48,13 +48,30 @@ struct ControlRoute {
     std::function<ControlAnswer(const ControlRequest& request)> answer;
 };
 
+// Where clients wait until a server answers them. A Unix socket's file goes with the object.
+class ControlSocket {
+public:
+    explicit ControlSocket(const BackendAddress& address);  // throws std::system_error when nobody can listen there
+    ~ControlSocket();
+    ControlSocket(ControlSocket&& other) noexcept;
+    ControlSocket& operator=(ControlSocket&&) = delete;
+    ControlSocket(const ControlSocket&) = delete;
+    ControlSocket& operator=(const ControlSocket&) = delete;
+
+    int descriptor() const { return m_listener.get(); }
+
+private:
+    std::string m_path;  // of a Unix socket; else empty
+    FileDescriptor m_listener;
+};
+
 struct MHD_Daemon;
 struct MHD_Connection;
 
 class ControlServer {
 public:
-    // Listens from here on. Throws std::system_error when it cannot.
-    ControlServer(const BackendAddress& address, std::vector<ControlRoute> routes);
+    // Answers from here on. Throws std::system_error when it cannot.
+    ControlServer(ControlSocket socket, std::vector<ControlRoute> routes);
     ~ControlServer();
     ControlServer(const ControlServer&) = delete;
     ControlServer& operator=(const ControlServer&) = delete;
@@ -74,8 +91,7 @@ private:
     void setAnswered(MHD_Connection* connection, bool answered);
 
     const std::vector<ControlRoute> m_routes;
-    const std::string m_socketPath;  // of a Unix socket; else empty
-    FileDescriptor m_listener;
+    const ControlSocket m_socket;
     std::mutex m_mutex;
     std::list<std::pair<MHD_Connection*, tConnection>> m_connections;  // guarded by m_mutex; the oldest first
     struct StopDaemon {

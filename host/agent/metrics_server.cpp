@@ -16,9 +16,9 @@ struct MetricsServer::Listening {
     Listening(AgentLoop& loop, const BackendAddress& at, const std::function<std::string()>& text)
         : address(at.text()),
           caller(loop),
-          server(at, {{"GET", "/metrics", [this, text](const ControlRequest&) {
-                           return ControlAnswer{200, caller.call<std::string>(text), CONTENT_TYPE};
-                       }}}) {}
+          server(ControlSocket(at), {{"GET", "/metrics", [this, text](const ControlRequest&) {
+                                          return ControlAnswer{200, caller.call<std::string>(text), CONTENT_TYPE};
+                                      }}}) {}
     ~Listening() { caller.end(); }  // before the server waits for its requests
     Listening(const Listening&) = delete;
     Listening& operator=(const Listening&) = delete;

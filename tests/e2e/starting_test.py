@@ -10,7 +10,7 @@ import unittest
 from harness import (AGENT_CONFIG, BUILD_DIR, CLEAR_ALARM, DESTINATIONS, PROGRAM_DIR, TOPOLOGY, V2C, V3, System,
                      free_port, values, wait_for)
 
-EX_OK, EX_USAGE, EX_UNAVAILABLE, EX_CONFIG = 0, 64, 69, 78  # sysexits.h
+EX_OK, EX_USAGE, EX_UNAVAILABLE, EX_OSERR, EX_CONFIG = 0, 64, 69, 71, 78  # sysexits.h
 SYS_NAME = "1.3.6.1.2.1.1.5.0"
 STATUS = TOPOLOGY + ".8.1"
 
@@ -49,6 +49,21 @@ class Faults(unittest.TestCase):
     def test_a_device_configuration_that_is_broken(self):
         self.system.write("conf/device.xml", "<device><section")
         self.ends(EX_CONFIG, "device.xml", *self.module())
+
+    def test_a_plain_file_in_the_place_of_the_control_socket_is_found_before_the_start_is_counted(self):
+        self.system.agent.start()
+        self.system.agent.stop()
+        self.system.write("state/agent.sock", "")
+        before = os.stat(self.system.path("state/net-snmp/vrx-agentd.conf")).st_mtime_ns
+        self.ends(EX_OSERR, self.system.path("state/agent.sock"), *self.module())
+        self.assertEqual(os.stat(self.system.path("state/net-snmp/vrx-agentd.conf")).st_mtime_ns, before)
+
+    def test_a_second_agent_of_one_state(self):
+        self.system.agent.start()
+        self.ends(EX_OSERR, self.system.path("state/agent.sock"), *self.module())
+        os.unlink(self.system.path("state/agent.sock"))
+        self.ends(EX_UNAVAILABLE, "another agent uses " + self.system.path("state/net-snmp"), *self.module())
+        self.system.agent.stop()
 
     def test_a_module_that_does_not_exist(self):
         self.ends(EX_CONFIG, "module /no/such/module.so: ", *self.root(), "--module", "/no/such/module.so")
