@@ -1,21 +1,21 @@
 #include "tools/user_commands.h"
 
-#include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <sstream>
 #include <system_error>
-#include <vector>
 
-#include "host/services/backend_socket.h"
+#include "host/agent/engine_file.h"
 #include "host/services/product_root.h"
+#include "host/services/whole_file.h"
 #include "tools/agent_call.h"
 #include "tools/agent_commands.h"
 
@@ -24,7 +24,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* CONFIGURATION = "etc/vrx-agentd.conf";
-constexpr const char* STATE = "net-snmp/vrx-agentd.conf";  // below the state folder
+constexpr std::size_t LARGEST_CONFIGURATION = std::size_t{1} << 20U;
 
 // 160 bits of chance as letters and digits that are not mistaken for one another.
 std::string newPassphrase() {
@@ -40,32 +40,23 @@ std::string newPassphrase() {
     throw std::system_error(errno, std::generic_category(), file.string());
 }
 
-std::vector<std::string> linesOf(const fs::path& file) {
-    std::vector<std::string> lines;
-    std::ifstream in(file);
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
+// Whether a line lets this user in: "rwuser NAME ...".
+bool letsIn(const std::string& line, const std::string& name) {
+    std::istringstream words(line);
+    std::string word;
+    std::string user;
+    words >> word >> user;
+    return (word == "rwuser" || word == "rouser") && user == name;
 }
 
-// The whole file or none of it; for its owner only where it is new, else with the owner and mode that it has.
-void replaceFile(const fs::path& file, const std::vector<std::string>& lines) {
-    const fs::path draft = file.string() + ".new";
-    const FileDescriptor out(::open(draft.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    if (!out) fail(draft);
-    struct stat before {};
-    if (::stat(file.c_str(), &before) == 0 &&
-        (::fchmod(out.get(), before.st_mode & 0777U) != 0 || ::fchown(out.get(), before.st_uid, before.st_gid) != 0)) {
-        fail(draft);
+// The lines of the configuration, but for those that let this user in.
+std::string configurationWithout(const std::string& name, const std::string& content) {
+    std::string kept;
+    std::istringstream lines(content);
+    for (std::string line; std::getline(lines, line);) {
+        if (!letsIn(line, name)) kept += line + "\n";
     }
-    std::string text;
-    for (const std::string& line : lines) text += line + "\n";
-    for (std::size_t done = 0; done < text.size();) {
-        const ssize_t written = ::write(out.get(), text.data() + done, text.size() - done);
-        if (written < 0) fail(draft);
-        done += static_cast<std::size_t>(written);
-    }
-    if (::fsync(out.get()) != 0) fail(draft);
-    fs::rename(draft, file);
+    return kept;
 }
 
 // While it lives root makes and writes files as the folder's owner: the agent, which runs as that user, can read them,
@@ -95,25 +86,12 @@ private:
     bool m_changed = false;
 };
 
-// Whether a line lets this user in: "rwuser NAME ...".
-bool letsIn(const std::string& line, const std::string& name) {
-    std::istringstream words(line);
-    std::string word;
-    std::string user;
-    words >> word >> user;
-    return (word == "rwuser" || word == "rouser") && user == name;
-}
-
 // For an agent that does not run: it makes the keys when it starts, and the passphrases are gone then.
-void leaveForStart(const std::string& name, const std::string& authentication, const std::string& privacy) {
-    const fs::path state = stateFolder();
-    const AsOwnerOf owner(state);
-    const fs::path file = state / STATE;
-    fs::create_directories(file.parent_path());
-    fs::permissions(file.parent_path(), fs::perms::owner_all);
-    std::vector<std::string> lines = linesOf(file);
-    lines.push_back("createUser " + name + " SHA-256 \"" + authentication + "\" AES \"" + privacy + "\"");
-    replaceFile(file, lines);
+void leaveForStart(const fs::path& folder, const std::string& line) {
+    const std::string file = folder / engine_file::STATE_NAME;
+    const std::string before = engine_file::readState(file).value_or("");
+    if (!before.empty()) replaceWholeFile(engine_file::lastGoodCopy(file), before);
+    replaceWholeFile(file, before + line + "\n");
 }
 
 void checkName(const std::string& name) {
@@ -125,51 +103,90 @@ void checkName(const std::string& name) {
     }
 }
 
+// Throws WholeFileError for one that is there and cannot be read: it would be replaced by one line.
+std::string readConfiguration() {
+    return readWholeFile(productPath(CONFIGURATION), LARGEST_CONFIGURATION).value_or("");
+}
+
+// The configuration that was there stays beside it.
+void replaceConfiguration(const std::string& before, const std::string& content) {
+    const std::string file = productPath(CONFIGURATION);
+    if (!before.empty()) replaceWholeFile(engine_file::lastGoodCopy(file), before);
+    replaceWholeFile(file, content);
+}
+
 void reload() {
     std::ostringstream faults;
     if (!reloadAgent(faults)) throw AgentCallError("the agent did not take its configuration over:\n" + faults.str());
 }
 
+// A running agent has the user's keys when this returns nothing; else what the agent's next start waits for. An agent
+// whose socket is gone, or not there yet, holds the state and would replace what is left there.
+FileDescriptor giveToAgent(const std::string& body, const std::string& line) {
+    constexpr std::chrono::seconds PATIENCE{3};
+    constexpr std::chrono::milliseconds PAUSE{200};
+    const auto end = std::chrono::steady_clock::now() + PATIENCE;
+    for (;;) {
+        try {
+            callAgent("POST", "/users", body);
+            return {};
+        } catch (const AgentAwayError& away) {
+            const fs::path state = stateFolder();
+            const AsOwnerOf owner(state);
+            const fs::path folder = state / engine_file::STATE_FOLDER;
+            fs::create_directories(folder);
+            fs::permissions(folder, fs::perms::owner_all);
+            if (FileDescriptor lock = engine_file::lockState(folder, PAUSE)) {
+                leaveForStart(folder, line);
+                return lock;
+            }
+            if (std::chrono::steady_clock::now() >= end) {
+                throw AgentCallError(std::string(away.what()) + ", though one runs: start it again. No user was made");
+            }
+        }
+    }
+}
+
 }  // namespace
 
-void addUser(std::ostream& out, const std::string& name, UserAccess access) {
+void addUser(std::ostream& out, const std::string& name, UserAccess access, const UserProtocols& protocols) {
     checkName(name);
+    const std::string before = readConfiguration();
     const std::string authentication = newPassphrase();
     const std::string privacy = newPassphrase();
-    bool running = true;
-    try {
-        callAgent("POST", "/users",
-                  nlohmann::json{{"name", name}, {"authentication", authentication}, {"privacy", privacy}}.dump());
-    } catch (const AgentAwayError&) {
-        running = false;
-        leaveForStart(name, authentication, privacy);
+    const nlohmann::json body{{"name", name},
+                              {"authentication", authentication},
+                              {"privacy", privacy},
+                              {"authentication_protocol", protocols.authentication},
+                              {"privacy_protocol", protocols.privacy}};
+    const FileDescriptor startWaits =
+        giveToAgent(body.dump(), "createUser " + name + " " + protocols.authentication + " \"" + authentication +
+                                     "\" " + protocols.privacy + " \"" + privacy + "\"");
+    const bool running = !startWaits;
+    replaceConfiguration(before, configurationWithout(name, before) +
+                                     (access == UserAccess::ReadWrite ? "rwuser " : "rouser ") + name + " priv\n");
+    if (running) {
+        try {
+            reload();
+        } catch (const AgentCallError&) {  // nobody would know the passphrases of the user who is there then
+            callAgent("DELETE", "/users?name=" + name);
+            replaceConfiguration("", before);
+            throw;
+        }
     }
-
-    const fs::path configuration = productPath(CONFIGURATION);
-    std::vector<std::string> lines;
-    for (std::string& line : linesOf(configuration)) {
-        if (!letsIn(line, name)) lines.push_back(std::move(line));
-    }
-    lines.push_back(std::string(access == UserAccess::ReadWrite ? "rwuser " : "rouser ") + name + " priv");
-    replaceFile(configuration, lines);
-    if (running) reload();
 
     out << "user " << name << (access == UserAccess::ReadWrite ? " may read and write" : " may read")
         << (running ? "" : " when the agent is started") << "; these passphrases are shown once:\n"
-        << "  authentication (SHA-256): " << authentication << "\n"
-        << "  encryption (AES):         " << privacy << "\n"
-        << "snmpwalk -v3 -l authPriv -u " << name << " -a SHA-256 -A " << authentication << " -x AES -X " << privacy
-        << " ADDRESS 1.3.6.1.4.1.99871\n";
+        << fmt::format("  {:<25} {}\n", "authentication (" + protocols.authentication + "):", authentication)
+        << fmt::format("  {:<25} {}\n", "encryption (" + protocols.privacy + "):", privacy)
+        << "snmpwalk -v3 -l authPriv -u " << name << " -a " << protocols.authentication << " -A " << authentication
+        << " -x " << protocols.privacy << " -X " << privacy << " ADDRESS 1.3.6.1.4.1.99871\n";
 }
 
 void removeUser(const std::string& name) {
     checkName(name);
+    const std::string before = readConfiguration();
     callAgent("DELETE", "/users?name=" + name);
-    const fs::path configuration = productPath(CONFIGURATION);
-    std::vector<std::string> lines;
-    for (std::string& line : linesOf(configuration)) {
-        if (!letsIn(line, name)) lines.push_back(std::move(line));
-    }
-    replaceFile(configuration, lines);
+    replaceConfiguration(before, configurationWithout(name, before));
     reload();
 }

@@ -5,12 +5,20 @@
 #include <ostream>
 #include <string>
 
+#include "host/agent/user_protocols.h"
+
 enum class UserAccess { ReadOnly, ReadWrite };
+
+// Of user_protocols.h.
+struct UserProtocols {
+    std::string authentication = AUTHENTICATION_PROTOCOLS.front();
+    std::string privacy = PRIVACY_PROTOCOLS.front();
+};
 
 // Makes the user and lets it read, or read and write, with authentication and encryption: one line in
 // etc/vrx-agentd.conf. A running agent knows it at once, another one when it starts. Writes the passphrases and how to
-// use them. Throws std::runtime_error.
-void addUser(std::ostream& out, const std::string& name, UserAccess access);
+// use them. Throws std::runtime_error; then there is no such user, and no file is replaced that cannot be read.
+void addUser(std::ostream& out, const std::string& name, UserAccess access, const UserProtocols& protocols = {});
 
 // Takes the user, its keys and its line away. Throws AgentAwayError without a running agent, which holds the keys.
 void removeUser(const std::string& name);

@@ -196,6 +196,12 @@ int main(int argc, char** argv) {
         userCommand->add_subcommand("add", "make a user with new passphrases and show these once");
     userAddCommand->add_option("NAME", user, "the user's name")->required();
     userAddCommand->add_flag("--read-only", readOnly, "it may read but not write");
+    UserProtocols protocols;
+    userAddCommand->add_option("--auth", protocols.authentication, "authentication, for managers that know no SHA-256")
+        ->check(
+            CLI::IsMember(std::vector<std::string>(AUTHENTICATION_PROTOCOLS.begin(), AUTHENTICATION_PROTOCOLS.end())));
+    userAddCommand->add_option("--priv", protocols.privacy, "encryption")
+        ->check(CLI::IsMember(std::vector<std::string>(PRIVACY_PROTOCOLS.begin(), PRIVACY_PROTOCOLS.end())));
     CLI::App* userRemoveCommand = userCommand->add_subcommand("remove", "take a user and its keys away");
     userRemoveCommand->add_option("NAME", user, "the user's name")->required();
 
@@ -239,7 +245,7 @@ int main(int argc, char** argv) {
         }
         if (*reloadCommand) return reloadAgent(std::cerr) ? EX_OK : EX_CONFIG;
         if (*userAddCommand) {
-            addUser(std::cout, user, readOnly ? UserAccess::ReadOnly : UserAccess::ReadWrite);
+            addUser(std::cout, user, readOnly ? UserAccess::ReadOnly : UserAccess::ReadWrite, protocols);
             return EX_OK;
         }
         if (*userRemoveCommand) {

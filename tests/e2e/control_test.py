@@ -6,18 +6,19 @@ import os
 import re
 import socket
 import stat
+import time
 import unittest
 
 from harness import AGENT_CONFIG, System, TOPOLOGY, values, wait_for
 
-EX_UNAVAILABLE, EX_CONFIG = 69, 78
+EX_USAGE, EX_UNAVAILABLE, EX_CONFIG = 64, 69, 78  # sysexits.h
 
 
 def user_of(output):
     """What vrxctl says of a new user, as options of Net-SNMP's tools."""
     name = re.search(r"^user (\S+) may ", output).group(1)
-    authentication, privacy = re.findall(r"^  \S+ \(\S+\): +(\S+)$", output, re.M)
-    return ["-v3", "-l", "authPriv", "-u", name, "-a", "SHA-256", "-A", authentication, "-x", "AES", "-X", privacy]
+    (hashed, authentication), (encrypted, privacy) = re.findall(r"^  \S+ \((\S+)\): +(\S+)$", output, re.M)
+    return ["-v3", "-l", "authPriv", "-u", name, "-a", hashed, "-A", authentication, "-x", encrypted, "-X", privacy]
 
 
 class Users(unittest.TestCase):
@@ -58,6 +59,55 @@ class Users(unittest.TestCase):
             self.assertEqual(len(values(system.walk(TOPOLOGY, version=user))), 8)
             with open(state, encoding="utf-8") as file:
                 self.assertNotIn(user[user.index("-A") + 1], file.read())
+
+    def test_other_protocols(self):
+        protocols = (("SHA", "AES"), ("MD5", "DES"), ("SHA-224", "AES-192"), ("SHA-384", "AES-256"), ("SHA-512", "AES"))
+        with System(agent_config="") as system:
+            for place, (authentication, privacy) in enumerate(protocols):
+                if place == 3:
+                    system.agent.stop()  # the others are left for its next start
+                name = "user%d" % place
+                user = user_of(system.vrxctl("user", "add", name, "--auth", authentication, "--priv", privacy))
+                self.assertEqual((user[user.index("-a") + 1], user[user.index("-x") + 1]), (authentication, privacy))
+                if not system.agent.running():
+                    system.agent.start()
+                self.assertEqual(len(values(system.walk(TOPOLOGY, version=user))), 8)
+            done = system.vrxctl("user", "add", "other", "--auth", "SHA-3", check=False)
+            self.assertEqual(done.returncode, EX_USAGE)
+            self.assertIn("SHA-256", done.stderr)
+
+    def test_a_user_is_made_or_refused_at_every_moment_of_a_start(self):
+        with System(agent_config="", start=False) as system:
+            system.backend.start()
+            for number in range(20):
+                system.agent.start(wait=False)
+                end = time.monotonic() + number * 0.01
+                wait_for(lambda: time.monotonic() >= end, "the moment")
+                user = user_of(system.vrxctl("user", "add", "user%d" % number))
+                system.agent.wait_ready()
+                self.assertEqual(len(values(system.walk(TOPOLOGY, version=user))), 8, number)
+                system.agent.stop()
+
+    def test_without_its_socket_a_running_agent_is_not_taken_for_one_that_is_away(self):
+        with System() as system:
+            os.unlink(system.path("state", "agent.sock"))
+            with open(system.path("etc", "vrx-agentd.conf"), encoding="utf-8") as file:
+                before = file.read()
+            done = system.vrxctl("user", "add", "oncall", check=False)
+            self.assertEqual((done.returncode, done.stdout), (EX_UNAVAILABLE, ""))
+            self.assertIn("though one runs: start it again. No user was made", done.stderr)
+            with open(system.path("etc", "vrx-agentd.conf"), encoding="utf-8") as file:
+                self.assertEqual(file.read(), before)
+
+    def test_a_user_whose_line_is_not_taken_over_is_not_made(self):
+        with System() as system:
+            system.write("etc/vrx-agentd.conf", AGENT_CONFIG + "sysNaem x\n")
+            done = system.vrxctl("user", "add", "oncall", check=False)
+            self.assertIn("Unknown token: sysNaem.", done.stderr)
+            with open(system.path("etc", "vrx-agentd.conf"), encoding="utf-8") as file:
+                self.assertEqual(file.read(), AGENT_CONFIG + "sysNaem x\n")
+            system.write("etc/vrx-agentd.conf", AGENT_CONFIG)
+            self.assertEqual(len(values(system.walk(TOPOLOGY, version=user_of(system.vrxctl("user", "add", "oncall"))))), 8)
 
     def test_a_removed_user_is_gone_and_stays_so(self):
         with System() as system:
