@@ -45,11 +45,16 @@ FileDescriptor lockState(const std::string& path) {
     return lock;
 }
 
-std::unique_ptr<AlarmStore> openStore(const std::string& path, unsigned long long eventLimit) {
+// Damage shows when the store is opened, or when its tables are first read.
+std::unique_ptr<AlarmStore> openStore(const std::string& path, unsigned long long eventLimit,
+                                      AlarmStoreStatus& status) {
     try {
-        return std::make_unique<AlarmStore>(path, eventLimit);
+        auto store = std::make_unique<AlarmStore>(path, eventLimit);
+        status = store->status();
+        return store;
     } catch (const SqliteError& error) {
-        throw BackendStartError(EX_IOERR, std::string("alarm store: ") + error.what());
+        const std::string reason = error.what();
+        throw BackendStartError(EX_IOERR, "alarm store: " + (reason.rfind(path, 0) == 0 ? "" : path + ": ") + reason);
     }
 }
 
@@ -92,9 +97,9 @@ void Backend::start() {
     const BackendOptions& transport = m_settings.transport;
     createStateDirectory(m_settings.stateDirectory);
     FileDescriptor lock = lockState(m_settings.stateDirectory + "/backend.lock");
-    auto store = openStore(m_settings.stateDirectory + "/backend.db", m_settings.eventLimit);
+    AlarmStoreStatus status;
+    auto store = openStore(m_settings.stateDirectory + "/backend.db", m_settings.eventLimit, status);
     FileDescriptor listener = openListener(transport.address);
-    const AlarmStoreStatus status = store->status();
 
     m_lock = std::move(lock);
     m_store = std::move(store);

@@ -255,6 +255,37 @@ TEST_F(BackendProcessTest, AStoreThatIsNoDatabaseIsAnInputError) {
     EXPECT_NE(m_lastLog.find("file is not a database"), std::string::npos) << m_lastLog;
 }
 
+TEST_F(BackendProcessTest, ADamagedPageEndsTheStartWithTheFilesNameOrTheStoreIsServed) {
+    const std::string file = m_directory.file("state/backend.db");
+    {
+        const auto program = run();
+        ASSERT_TRUE(program->isReady()) << program->log();
+        BackendClient client(m_options);
+        for (int i = 0; i < 200; ++i) ASSERT_NE(raise(client), 0U);
+        EXPECT_EQ(program->end(SIGTERM), EX_OK);
+    }
+    std::ifstream in(file, std::ios::binary);
+    const std::string whole{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    constexpr std::size_t PAGE = 4096;
+    std::size_t refused = 0;
+    for (std::size_t page = PAGE; page + PAGE <= whole.size(); page += PAGE) {
+        std::string damaged = whole;
+        damaged.replace(page, PAGE, PAGE, '\xA5');
+        std::ofstream(file, std::ios::binary) << damaged;
+        const auto program = run();
+        const auto says = [&](const char* text) { return program->log().find(text) != std::string::npos; };
+        ASSERT_TRUE(eventually([&] { return says("ready\n") || says("alarm store: "); })) << program->log();
+        if (says("ready\n")) {
+            EXPECT_EQ(program->end(SIGTERM), EX_OK);
+            continue;
+        }
+        EXPECT_EQ(program->exitCode(), EX_IOERR) << program->log();
+        EXPECT_NE(program->log().find("alarm store: " + file + ": "), std::string::npos) << program->log();
+        ++refused;
+    }
+    EXPECT_GT(refused, 0U);
+}
+
 TEST_F(BackendProcessTest, AKilledBackendStartsAgainOverItsSocketFile) {
     auto program = run();
     ASSERT_TRUE(program->isReady()) << program->log();
