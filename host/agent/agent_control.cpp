@@ -20,6 +20,11 @@ json parse(const std::string& body) {
     return parsed;
 }
 
+// A path or a word of a file is not always UTF-8.
+std::string bodyOf(const json& value) {
+    return value.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+}
+
 std::string textItem(const json& object, const char* name) {
     const auto item = object.find(name);
     if (item == object.end() || !item->is_string()) throw ControlFault(std::string(name) + " is missing");
@@ -56,7 +61,7 @@ ControlAnswer AgentControl::status() {
 ControlAnswer AgentControl::logLevels() {
     json levels = json::object();
     for (const auto& [subsystem, level] : ::logLevels()) levels[subsystem] = textOf(level);
-    return {200, levels.dump() + "\n"};
+    return {200, bodyOf(levels)};
 }
 
 ControlAnswer AgentControl::setLogLevel(const ControlRequest& request) {
@@ -79,7 +84,7 @@ ControlAnswer AgentControl::reload() {
             });
         },
         RELOAD_PATIENCE);
-    return {200, json{{"taken", outcome->taken}, {"faults", outcome->faults}}.dump() + "\n"};
+    return {200, bodyOf(json{{"taken", outcome->taken}, {"faults", outcome->faults}})};
 }
 
 ControlAnswer AgentControl::addUser(const ControlRequest& request) {
@@ -109,7 +114,7 @@ ControlAnswer AgentControl::resendTrap(const ControlRequest& request) {
     try {
         const TrapDelivery::SentAgain sent = m_notifications.sendAgain(
             number->get<std::uint64_t>(), body.contains("to") ? textItem(body, "to") : std::string());
-        return {200, json{{"destinations", sent.destinations}, {"missing", sent.missing}}.dump() + "\n"};
+        return {200, bodyOf(json{{"destinations", sent.destinations}, {"missing", sent.missing}})};
     } catch (const SendAgainFault& fault) {
         throw ControlFault(fault.what());
     }

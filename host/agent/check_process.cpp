@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -59,6 +60,13 @@ CheckProcess::CheckProcess(const std::vector<std::string>& command, std::chrono:
     m_output = FileDescriptor(ends[0]);
     const FileDescriptor childsEnd(ends[1]);
     m_child = spawn(command, childsEnd.get());
+    m_ended = FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, m_child, 0)));
+    if (!m_ended) {
+        const int error = errno;
+        ::kill(m_child, SIGKILL);
+        ::waitpid(m_child, nullptr, 0);
+        fail(error, "pidfd_open");
+    }
     m_thread = std::thread([this] { run(); });
 }
 
@@ -79,6 +87,8 @@ void CheckProcess::run() {
         const std::size_t room = OUTPUT_LIMIT - outcome.output.size();
         outcome.output.append(buffer.data(), std::min(static_cast<std::size_t>(size), room));
     }
+    // Its outputs are closed, which is not yet its end.
+    if (ended) ended = waitFor(m_ended.get(), POLLIN, m_end, m_stop.descriptor()) == Wait::Ready;
     if (!ended) ::kill(m_child, SIGKILL);
     int status = 0;
     while (::waitpid(m_child, &status, 0) < 0 && errno == EINTR) {

@@ -37,5 +37,6 @@ private:
     WakeFlag m_stop;
     pid_t m_child = -1;
     FileDescriptor m_output;
+    FileDescriptor m_ended;  // readable when the child is at its end
     std::thread m_thread;
 };

@@ -7,7 +7,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <optional>
 #include <set>
+#include <system_error>
+
+#include "host/services/whole_file.h"
 
 namespace {
 
@@ -256,8 +260,20 @@ const MibColumn* MibObject::rowStatus() const {
 }
 
 MibModel MibModel::load(const std::string& path) {
+    constexpr std::size_t LARGEST_FILE = std::size_t{16} << 20U;
+    std::optional<std::string> content;
+    try {
+        content = readWholeFile(path, LARGEST_FILE);
+    } catch (const WholeFileError& error) {
+        throw MibError(error.what());
+    }
+    if (!content) throw MibError(path + ": " + std::generic_category().message(ENOENT));
+    // Room behind the end: TinyXML steps up to three bytes over it when a UTF-8 character is cut off there.
+    constexpr std::size_t TINYXML_OVERRUN = 3;
+    content->append(TINYXML_OVERRUN, '\0');
     TiXmlDocument document;
-    if (!document.LoadFile(path)) {
+    document.Parse(content->c_str());
+    if (document.Error()) {
         const std::string row = document.ErrorRow() > 0 ? ":" + std::to_string(document.ErrorRow()) : "";
         throw MibError(path + row + ": " + document.ErrorDesc());
     }

@@ -1,10 +1,10 @@
 #include "host/agent/reloader.h"
 
+#include <sys/stat.h>
 #include <sysexits.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <mutex>
 #include <sstream>
 #include <utility>
@@ -15,17 +15,13 @@
 
 namespace {
 
-constexpr std::chrono::seconds CHECK_PATIENCE{60};
+constexpr std::chrono::seconds CHECK_PATIENCE{60};    // with all checks, while files change under them
 constexpr std::chrono::seconds HANDLER_PATIENCE{10};  // longer than any sequence of backend calls of one job
-constexpr unsigned int MAX_ATTEMPTS = 5;              // while files change under the check
 
 const char* const DEFINITION_KEYS[] = {"ALARM_INI_PATH", "ALARM_PARAM_ENUM_PATH"};
 
-std::string contentOf(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream content;
-    content << in.rdbuf();
-    return in ? content.str() : std::string();
+std::chrono::nanoseconds timeOf(const timespec& time) {
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
 std::vector<std::string> linesOf(const std::string& text) {
@@ -40,7 +36,7 @@ std::vector<std::string> linesOf(const std::string& text) {
 }  // namespace
 
 Reloader::Reloader(AgentLoop& loop, Agent& agent, NotificationService& notifications, Places places)
-    : m_loop(loop), m_agent(agent), m_notifications(notifications), m_places(std::move(places)), m_taken(read()) {}
+    : m_loop(loop), m_agent(agent), m_notifications(notifications), m_places(std::move(places)), m_taken(versions()) {}
 
 Reloader::~Reloader() {
     stop();
@@ -53,7 +49,7 @@ void Reloader::stop() {
 }
 
 // Definitions stand where the device configuration on disk says, which may be another place than the one in force.
-Reloader::Files Reloader::read() const {
+Reloader::Files Reloader::versions() const {
     namespace fs = std::filesystem;
     Files files;
     const fs::path root = m_places.root;
@@ -70,7 +66,13 @@ Reloader::Files Reloader::read() const {
     } catch (const DeviceConfigError&) {
         // the check says what is wrong with it
     }
-    for (const fs::path& path : paths) files[path.string()] = contentOf(path);
+    for (const fs::path& path : paths) {
+        struct stat status {};
+        std::optional<Version>& version = files[path.string()];
+        if (::stat(path.c_str(), &status) == 0) {
+            version = {status.st_dev, status.st_ino, status.st_size, timeOf(status.st_mtim), timeOf(status.st_ctim)};
+        }
+    }
     return files;
 }
 
@@ -86,33 +88,42 @@ void Reloader::request(Done done) {
         return;
     }
     m_busy = true;
-    m_attempts = 0;
+    m_end = std::chrono::steady_clock::now() + CHECK_PATIENCE;
     if (done) m_waiting.push_back(std::move(done));
     onBegin();
     check();
 }
 
-void Reloader::check() {
-    ++m_attempts;
-    m_checked = read();
-    m_process.reset();
+// A reload that cannot go on, for lack of memory, of processes or whatever else, ends: the next one begins anew.
+void Reloader::attempt(const std::function<void()>& step) {
     try {
+        step();
+    } catch (const std::exception& error) {
+        m_gate.release();
+        finish({false, {std::string("the configuration cannot be checked: ") + error.what()}});
+    }
+}
+
+void Reloader::check() {
+    attempt([this] {
+        m_checked = versions();
+        m_process.reset();
+        const auto patience =
+            std::chrono::duration_cast<std::chrono::milliseconds>(m_end - std::chrono::steady_clock::now());
         m_process = std::make_unique<CheckProcess>(
-            m_places.checkCommand, CHECK_PATIENCE,
+            m_places.checkCommand, patience,
             [this, alive = std::weak_ptr<int>(m_alive), &loop = m_loop](CheckProcess::Outcome outcome) {
                 loop.post([this, alive, outcome = std::move(outcome)] {
                     if (!alive.expired()) checked(outcome);
                 });
             });
-    } catch (const std::exception& error) {
-        finish({false, {std::string("the configuration cannot be checked: ") + error.what()}});
-    }
+    });
 }
 
 void Reloader::checked(const CheckProcess::Outcome& outcome) {
     if (m_stopped) return;
     if (outcome.exitCode == EX_OK) {
-        hold();
+        attempt([this] { hold(); });
         return;
     }
     std::vector<std::string> faults = linesOf(outcome.output);
@@ -139,12 +150,19 @@ void Reloader::hold() {
 }
 
 void Reloader::held() {
-    if (read() != m_checked && m_attempts < MAX_ATTEMPTS) {
-        m_gate.release();
-        check();
+    bool changed = false;
+    attempt([&] { changed = versions() != m_checked; });
+    if (!m_busy) return;
+    if (!changed) {
+        exchange();
         return;
     }
-    exchange();
+    m_gate.release();
+    if (std::chrono::steady_clock::now() < m_end) {
+        check();
+    } else {
+        finish({false, {"the files change again and again while they are checked"}});
+    }
 }
 
 // On the agent thread, with every handler held: nobody sees a part of it.
@@ -172,8 +190,8 @@ void Reloader::exchange() {
         step([this] { m_notifications.configurationChanged(); });
         if (onExchange) step(onExchange);
     }
-    m_agent.markAllChanged();
-    m_taken = m_checked;
+    step([this] { m_agent.markAllChanged(); });
+    m_taken.swap(m_checked);
     m_gate.release();
     finish(std::move(result));
 }

@@ -3,21 +3,26 @@
 //     Reloader reloader(loop, agent, notifications, places);
 //     reloader.request([](const ReloadResult& result) { ... });
 //
-// First a process of its own reads all files as the agent would at its start (configuration_check.h). When it finds no
-// fault, and the files are still the ones that it has read, the handlers are held between two of their jobs, and
-// everything is exchanged at once: device configuration and log levels, alarm definitions and enumerations, the
-// engine's configuration, the MIB's shapes, the list of destinations. Requests and notifications wait meanwhile, for
-// milliseconds; none is lost, no walk ends. Listeners, the backend's address and identity stay until the next start.
+// First a process of its own reads all files as the agent would at its start (configuration_check.h): a pipe, or a file
+// of any size, in the place of one holds up nobody here. When it finds no fault, and the files are still the ones that
+// it has read, the handlers are held between two of their jobs, and everything is exchanged at once: device
+// configuration and log levels, alarm definitions and enumerations, the engine's configuration, the MIB's shapes, the
+// list of destinations. Requests and notifications wait meanwhile, for milliseconds; none is lost, no walk ends.
+// Listeners, the backend's address and identity stay until the next start.
 //
 // Threads: agent thread. Requests that come while one is under way share one that follows it.
 #pragma once
+
+#include <sys/types.h>
 
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "host/agent/agent.h"
@@ -70,10 +75,13 @@ public:
     std::function<void(const ReloadResult& result)> onEnd = [](const ReloadResult&) {};
 
 private:
-    // Content of each file that a reload takes over, by path.
-    using Files = std::map<std::string, std::string>;
+    // What changes with a file: device, inode, size, times of change. The files themselves are read elsewhere.
+    using Version = std::tuple<dev_t, ino_t, off_t, std::chrono::nanoseconds, std::chrono::nanoseconds>;
+    // Of each file that a reload takes over, by path; of a missing one nothing.
+    using Files = std::map<std::string, std::optional<Version>>;
 
-    Files read() const;
+    Files versions() const;
+    void attempt(const std::function<void()>& step);
     void check();
     void checked(const CheckProcess::Outcome& outcome);
     void hold();
@@ -89,10 +97,10 @@ private:
     NotificationService& m_notifications;
     const Places m_places;
 
-    Files m_taken;    // what the agent runs with
-    Files m_checked;  // what the check is about
-    unsigned int m_attempts = 0;
-    std::uint64_t m_holding = 0;  // number of the hold that is waited for or in force
+    Files m_taken;                                // what the agent runs with
+    Files m_checked;                              // what the check is about
+    std::chrono::steady_clock::time_point m_end;  // of all checks of one reload
+    std::uint64_t m_holding = 0;                  // number of the hold that is waited for or in force
     bool m_busy = false;
     bool m_stopped = false;
     std::vector<Done> m_waiting;  // for the reload that is under way

@@ -1,18 +1,18 @@
 #include "host/services/device_config.h"
 
-#include <sys/stat.h>
 #include <tinyxml.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <initializer_list>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <system_error>
 
 #include "host/services/logging.h"
 #include "host/services/product_root.h"
+#include "host/services/whole_file.h"
 #include "platform/vrx_xml_config.h"
 
 namespace {
@@ -31,20 +31,21 @@ constexpr std::ptrdiff_t MOST_MARKUP = 1000;
 }
 
 std::string readSmallFile(const std::string& path) {
-    struct stat status = {};
-    if (stat(path.c_str(), &status) != 0) fail(path, std::generic_category().message(errno));
-    if (!S_ISREG(status.st_mode)) fail(path, "not a regular file");
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rbe"), &std::fclose);
-    if (file == nullptr) fail(path, std::generic_category().message(errno));
-    // Room behind the end: TinyXML steps up to three bytes over it when a UTF-8 character is cut off there.
-    std::string content(LARGEST_FILE + 8, '\0');
-    content.resize(std::fread(content.data(), 1, content.size(), file.get()));
-    if (std::ferror(file.get()) != 0) fail(path, "cannot be read");
-    if (content.size() > LARGEST_FILE) fail(path, "larger than " + std::to_string(LARGEST_FILE) + " bytes");
+    std::optional<std::string> file;
+    try {
+        file = readWholeFile(path, LARGEST_FILE);
+    } catch (const WholeFileError& error) {
+        throw DeviceConfigError(error.what());
+    }
+    if (!file) fail(path, std::generic_category().message(ENOENT));
+    std::string content = std::move(*file);
     if (content.find('\0') != std::string::npos) fail(path, "holds a zero byte");
     if (std::count(content.begin(), content.end(), '<') > MOST_MARKUP) {
         fail(path, "more than " + std::to_string(MOST_MARKUP) + " elements and comments");
     }
+    // Room behind the end: TinyXML steps up to three bytes over it when a UTF-8 character is cut off there.
+    constexpr std::size_t TINYXML_OVERRUN = 3;
+    content.append(TINYXML_OVERRUN, '\0');
     return content;
 }
 

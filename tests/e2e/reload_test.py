@@ -2,11 +2,12 @@
 
 import os
 import re
+import resource
 import signal
 import subprocess
 import unittest
 
-from harness import AGENT_CONFIG, PROGRAM_DIR, TOPOLOGY, V2C, V3, System, values, wait_for
+from harness import AGENT_CONFIG, PROGRAM_DIR, TOPOLOGY, V2C, V3, System, slowdown, values, wait_for
 from trap_receiver import TrapReceiver
 
 ENGINE_BOOTS = "1.3.6.1.6.3.10.2.1.2.0"
@@ -15,6 +16,7 @@ ALARM_ID = "4295032833"  # a shipped alarm
 ALARM_NAME = "System Restarted Unexpectedly"
 TAKEN, REFUSED = "the configuration was read again", "the configuration was not taken over"
 COMMON = 1
+LIMIT = 2 << 30  # bytes of address space
 DEFINITIONS = ("conf", "alarm_definitions.xml")
 MIB = ("mibs", "VRX-TAMREL-MIB.xml")
 CONFIG = AGENT_CONFIG + "trapcommunity traps\n"
@@ -130,6 +132,61 @@ class Reloading(unittest.TestCase):
                 system.write(os.path.join(*parts), good)
                 system.write("etc/vrx-agentd.conf", CONFIG)
             reload(system)
+
+
+class OddFiles(unittest.TestCase):
+    """What stands in the place of a file holds up nobody, and every reload ends with its result."""
+
+    PLACES = [("etc", "vrx-agentd.conf"), ("conf", "device.xml"), DEFINITIONS, ("conf", "alarm_enumerations.xml"), MIB]
+
+    def refused(self, system, *texts):
+        done = system.vrxctl("reload", check=False)
+        self.assertEqual(done.returncode, 78, done.stderr)
+        for text in texts:
+            self.assertIn(text, done.stderr)
+
+    def test_pipes_devices_and_huge_files_are_refused_by_name(self):
+        def pipe(path):
+            os.mkfifo(path)
+
+        def device(path):
+            os.symlink("/dev/zero", path)
+
+        def huge(path):
+            with open(path, "wb") as file:
+                file.truncate(3 << 30)
+
+        with System() as system:
+            # As a unit's memory limit: who reads one of them whole has none left.
+            if slowdown() == 1:  # a sanitizer takes terabytes of addresses
+                resource.prlimit(system.agent.pid, resource.RLIMIT_AS, (LIMIT, LIMIT))
+            for parts in self.PLACES:
+                path = system.path(*parts)
+                os.rename(path, path + ".good")
+                for make in (pipe, device, huge):
+                    with self.subTest(file=parts[-1], kind=make.__name__):
+                        make(path)
+                        self.refused(system, path)
+                        self.assertIsNotNone(answer(system, V3))
+                        os.unlink(path)
+                os.rename(path + ".good", path)
+                self.assertEqual(system.vrxctl("reload"), "")
+
+    def test_a_reload_that_cannot_be_begun_does_not_hang_the_next_one(self):
+        with System() as system:
+            descriptors = len(os.listdir("/proc/%d/fd" % system.agent.pid))
+            before = resource.prlimit(system.agent.pid, resource.RLIMIT_NOFILE)
+            # One for the connection of vrxctl, none for what the check needs.
+            resource.prlimit(system.agent.pid, resource.RLIMIT_NOFILE, (descriptors + 1, before[1]))
+            self.refused(system, "the configuration cannot be checked: ")
+            resource.prlimit(system.agent.pid, resource.RLIMIT_NOFILE, before)
+            self.assertEqual(system.vrxctl("reload"), "")
+
+    def test_a_fault_that_is_no_text_is_told_all_the_same(self):
+        with System() as system:
+            with open(system.path("etc", "vrx-agentd.conf"), "ab") as file:
+                file.write(b"sys\xff\xfename x\n")
+            self.refused(system, "Unknown token: sys\ufffd\ufffdname.")
 
 
 class Checking(unittest.TestCase):
