@@ -116,5 +116,7 @@ std::string EngineConfiguration::applyLine(const tLine& line, int when) const {
 }
 
 void EngineConfiguration::tell(std::size_t line, const std::string& fault) const {
-    m_onFault(m_path + ":" + std::to_string(line) + ": " + fault);
+    std::string oneLine = fault;  // as every fault of the check is
+    std::replace(oneLine.begin(), oneLine.end(), '\n', ' ');
+    m_onFault(m_path + ":" + std::to_string(line) + ": " + oneLine);
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstring>
 
 #include "host/agent/engine_file.h"
 #include "host/agent/listener_address.h"
@@ -52,7 +53,8 @@ bool isOid(const std::string& text) {
     for (std::size_t count = 1; count <= LONGEST_OID; ++count) {
         const std::size_t end = std::min(text.find('.', at), text.size());
         const std::string number = text.substr(at, end - at);
-        if (number.size() > MOST_DIGITS || !isNumber(number, 0, LARGEST_SUBIDENTIFIER)) return false;
+        if (number.size() > MOST_DIGITS || number.rfind('-', 0) == 0 || !isNumber(number, 0, LARGEST_SUBIDENTIFIER))
+            return false;
         if (end == text.size()) return true;
         at = end + 1;
     }
@@ -147,7 +149,6 @@ std::string namesFault(const std::string& text) {
     if (words.size() < LEAST) return "at least " + std::to_string(LEAST) + " words are wanted";
     if (words.size() > MOST) return "more than " + std::to_string(MOST) + " words";
     for (const std::string& word : words) {
-        if (word.empty()) return "an empty word";
         if (word.size() > LONGEST_TEXT) return textFault(word);
     }
     return nameFault(words.front());
@@ -160,7 +161,17 @@ std::string viewFault(const std::string& text) {
     return fault.empty() ? oidFault(wordsOf(text)[PLACE_OF_OID]) : fault;
 }
 
-// The agent's own parsers of these words look after their arguments themselves (inform_words.h).
+// Arguments of snmpcmd that say whom to send to, and how. Others of it would change where this process logs, which MIB
+// files it reads or what it prints. What stands behind them is looked after by inform_words.h.
+std::string sessionFault(const std::string& text) {
+    constexpr const char* OPTIONS = "CvculaAxXeEntr";
+    for (const std::string& word : wordsOf(text)) {
+        if (word.size() < 2 || word.front() != '-') continue;
+        if (std::strchr(OPTIONS, word[1]) == nullptr) return "there is no option " + word + " here";
+    }
+    return {};
+}
+
 std::string nothing(const std::string&) {
     return {};
 }
@@ -187,7 +198,7 @@ const tLibraryWord WORDS[] = {
     {"dontLogTCPWrappersConnects", switchFault},
     {"exactEngineID", engineIdFault},
     {"group", namesFault<3, 3>},
-    {"informsink", nothing},
+    {"informsink", nothing},  // inform_words.h
     {"maxGetbulkRepeats", numberFault<-1, LARGEST_NUMBER>},
     {"maxGetbulkResponses", numberFault<-1, LARGEST_NUMBER>},
     {"rocommunity", namesFault<1, 5>},
@@ -204,7 +215,7 @@ const tLibraryWord WORDS[] = {
     {"sysObjectID", oidFault},
     {"sysServices", numberFault<0, 127>},
     {"trapcommunity", nameFault},
-    {"trapsess", nothing},
+    {"trapsess", sessionFault},
     {"view", viewFault},
     {"clientRecvBuf", numberFault<0, LARGEST_NUMBER>, true},
     {"clientSendBuf", numberFault<0, LARGEST_NUMBER>, true},
