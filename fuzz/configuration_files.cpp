@@ -4,7 +4,7 @@
 // starts with the first file and takes the others over. A batch that ends early is repeated with a process for each
 // file. The same numbers give the same files.
 //
-// configuration_files FILE|FOLDER...: checks these, and reloads them.
+// configuration_files [--together] FILE|FOLDER...: checks these, and reloads them.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,7 +19,6 @@
 #include <fstream>
 #include <iterator>
 #include <limits>
-#include <map>
 #include <optional>
 #include <random>
 #include <sstream>
@@ -78,9 +77,9 @@ const Texts LINES = {
     R"(authTrapEnable 1)",
     R"(informsink 127.0.0.1 secret 1162)",
     R"(trapsess -Ci -v3 -u x -l authPriv -a SHA-256 -A some-words -x AES -X some-words -t 1.5 -r 3 127.0.0.1:1162)",
-    R"(trapsess -v2c -c public 127.0.0.1:1162)",
+    R"(trapsess -Ci -v2c -c public 127.0.0.1:1162)",
     R"(access grp ctx usm priv exact all none none)",
-    R"(trapsess -v 3 -e 0x80001f8804616263 -u admin -l noAuthNoPriv 127.0.0.1)",
+    R"(trapsess -Ci -v 3 -e 0x80001f8804616263 -u admin -l noAuthNoPriv 127.0.0.1)",
     R"(maxGetbulkRepeats 10)",
     R"(maxGetbulkResponses -1)",
     R"(dontLogTCPWrappersConnects yes)",
@@ -408,22 +407,37 @@ std::string read(const fs::path& path) {
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-int replay(const Texts& names) {
-    Checker checker;
-    bool good = true;
+// The files named, and those of the folders named.
+std::vector<fs::path> filesOf(const Texts& names) {
+    std::vector<fs::path> files;
     for (const std::string& name : names) {
-        std::vector<fs::path> files = {name};
-        if (fs::is_directory(name)) files.assign(fs::directory_iterator(name), fs::directory_iterator());
-        std::sort(files.begin(), files.end());
-        for (const fs::path& path : files) {
-            const std::string content = read(path);
-            for (const std::string& fault : {checker.check(content), checker.reload({content, content})}) {
-                if (fault.empty()) continue;
-                (void)fprintf(stderr, "%s: %s\n", path.c_str(), fault.c_str());
-                good = false;
-            }
+        const auto before = static_cast<std::ptrdiff_t>(files.size());
+        if (fs::is_directory(name)) {
+            files.insert(files.end(), fs::directory_iterator(name), fs::directory_iterator());
+            std::sort(files.begin() + before, files.end());
+        } else {
+            files.emplace_back(name);
         }
     }
+    return files;
+}
+
+int replay(const Texts& names, bool together) {
+    Checker checker;
+    bool good = true;
+    const auto require = [&good](const std::string& what, const std::string& fault) {
+        if (fault.empty()) return;
+        (void)fprintf(stderr, "%s: %s\n", what.c_str(), fault.c_str());
+        good = false;
+    };
+    Texts contents;
+    for (const fs::path& path : filesOf(names)) {
+        contents.push_back(read(path));
+        if (together) continue;
+        require(path, checker.check(contents.back()));
+        require(path, checker.reload({contents.back(), contents.back()}));
+    }
+    if (together) require("all of them", checker.reload(contents));
     return good ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
@@ -432,16 +446,21 @@ struct tLimits {
     unsigned int seconds = 0;  // 0: no such limit
 };
 
-// The files of a batch that are at fault by themselves, each with what happens; all of them when none is.
-std::map<std::string, std::string> findingsOf(Checker& checker, const Texts& batch, const std::string& fault) {
-    std::map<std::string, std::string> findings;
+struct tFinding {
+    std::string content;
+    std::string what;
+};
+
+// The files of a batch that are at fault by themselves; all of them, in their order, when none is.
+std::vector<tFinding> findingsOf(Checker& checker, const Texts& batch, const std::string& fault) {
+    std::vector<tFinding> findings;
     for (const std::string& content : batch) {
-        for (const std::string& alone : {checker.check(content), checker.reload({content, content})}) {
-            if (!alone.empty()) findings[content] = alone;
-        }
+        std::string alone = checker.check(content);
+        if (alone.empty()) alone = checker.reload({content, content});
+        if (!alone.empty()) findings.push_back({content, alone});
     }
     if (findings.empty()) {
-        for (const std::string& content : batch) findings[content] = "one file of a batch: " + fault;
+        for (const std::string& content : batch) findings.push_back({content, "with those beside it: " + fault});
     }
     return findings;
 }
@@ -490,12 +509,14 @@ int main(int argc, char** argv) try {
     app.add_option("--seed", seed, "other files");
     app.add_option("--findings", findings, "where files at fault go");
     app.add_option("FILES", files, "files and folders");
+    bool together = false;
+    app.add_flag("--together", together, "the first of FILES at a start, the others taken over one after the other");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error);
     }
-    return files.empty() ? fuzz(limits, seed, findings) : replay(files);
+    return files.empty() ? fuzz(limits, seed, findings) : replay(files, together);
 } catch (const std::exception& error) {
     (void)fprintf(stderr, "%s\n", error.what());
     return EXIT_FAILURE;

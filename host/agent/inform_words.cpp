@@ -291,11 +291,8 @@ void parseInformSink(const char* token, char* line) {
 void parseTrapSession(const char* token, char* line) {
     reading(token, [&] {
         const std::vector<std::string> words = splitLine(line);
-        if (asksForInforms(words)) {
-            readSession(words);
-        } else {
-            snmpd_parse_config_trapsess(token, line);
-        }
+        if (!asksForInforms(words)) throw Fault("receivers of traps are rows of vrxTrapDestTable, here they have -Ci");
+        readSession(words);
     });
 }
 
@@ -335,9 +332,9 @@ void parseTrapType(const char* token, char* line) {
 
 void registerInformWords(InformWords& words) {
     g_words = &words;
-    // The library's words of these names go; its sessions for trapsess lines without -Ci are still freed by it.
+    // The library's words of these names go.
     snmpd_register_config_handler("informsink", parseInformSink, nullptr, "HOST [COMMUNITY [PORT]]");
-    snmpd_register_config_handler("trapsess", parseTrapSession, snmpd_free_trapsinks, "-Ci [SNMPCMD_ARGS] HOST[:PORT]");
+    snmpd_register_config_handler("trapsess", parseTrapSession, nullptr, "-Ci [SNMPCMD_ARGS] HOST[:PORT]");
     for (const tPolicyWord& word : POLICY_WORDS) {
         snmpd_register_config_handler(word.word, parsePolicyWord, nullptr, word.help);
     }

@@ -5,7 +5,7 @@
 //
 // and those that say what the lines behind them get: vrxInformTraps, vrxInformQueue, vrxInformRetry, vrxInformBackoff.
 // The first two take the place of the library's own, which would open sessions and ask receivers while everything
-// waits; a trapsess without -Ci stays the library's.
+// waits, and whose parser ends the process on some lines. A trapsess without -Ci is a fault.
 //
 // Threads: agent thread only.
 #pragma once

@@ -35,8 +35,6 @@ TEST(LibraryWordsTest, WhatIsInOrderHasNoFault) {
         {"maxGetbulkRepeats", "-1"},
         {"sendMessageMaxSize", "1472"},
         {"disableSNMPv1", "yes"},
-        {"trapsess",
-         "-Ci -v3 -u x -l authPriv -a SHA -A some-words -x AES -X some-words -t 1 -r 3 -e 0x80 -n c 127.0.0.1"},
     };
     for (const tCase& one : cases) {
         EXPECT_EQ(libraryWordFault(one.word, one.arguments), "") << one.word << " " << one.arguments;
@@ -78,8 +76,6 @@ TEST(LibraryWordsTest, WhatParsersCannotTakeIsAFault) {
         {"sendMessageMaxSize", "483"},
         {"disableSNMPv1", "maybe"},
         {"persistentDir", "/tmp"},
-        {"trapsess", "-v2c -c public -Lf /tmp/log 127.0.0.1"},
-        {"trapsess", "-h"},
     };
     for (const tCase& one : cases) {
         EXPECT_NE(libraryWordFault(one.word, one.arguments), "") << one.word << " " << one.arguments;
