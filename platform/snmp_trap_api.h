@@ -17,7 +17,8 @@ public:
     static int getAllTrapAddr(std::list<tTrapDestInfo>& destinations);  // appends, in the order of the index
 };
 
-// Whether a value is acceptable. Each looks at the member it is named after (the user check at the version too).
+// Whether a value is acceptable. Each looks at the member it is named after (the user check at the version too). That a
+// user exists is looked at when a row takes it.
 bool CheckIPAddrOK(std::string address);
 bool CheckTrapIndOK(tTrapDestInfo& destination);  // an existing index
 bool CheckTrapPortOK(tTrapDestInfo& destination);

@@ -10,6 +10,13 @@
 #include <memory>
 
 #include "host/agent/set_request.h"
+#include "vrxpub/vrx_tlv_record.h"
+
+// Whether the cell is a community: whoever knows it can send traps in this agent's name, or more.
+bool isSecret(const MibObject& object, const MibColumn& column, const CTLVRecordV3& record);
+
+// Whether the sender of a read request sees the object's secrets: who may write them does.
+bool seesSecrets(netsnmp_pdu& pdu, const MibObject& object);
 
 // All cells that a row will have, by tag: what it has and what the request sets over it.
 using RowCells = std::map<unsigned short, std::shared_ptr<const CTLVCell>>;
@@ -18,8 +25,8 @@ using RowCells = std::map<unsigned short, std::shared_ptr<const CTLVCell>>;
 bool isDestinationTable(const OidVector& root);
 
 // wrongValue for a variable whose value is not acceptable, inconsistentValue where it does not go with the row's other
-// columns or a new row lacks one that it needs.
-SetResult checkDestination(const SetRow& row, const RowCells& cells);
+// columns or a new row lacks one that it needs. `before`: the row's cells as they are, none for a new row.
+SetResult checkDestination(const SetRow& row, const RowCells& before, const RowCells& after);
 
 // The variable to name when the handler refuses the row with that result (trap_destination_result.h).
 int destinationVariable(const SetRow& row, int result);

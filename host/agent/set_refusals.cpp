@@ -19,9 +19,11 @@ std::string place(const netsnmp_pdu* pdu, int variable, const ObjectFinder& obje
 }  // namespace
 
 void SetRefusals::note(const netsnmp_pdu* pdu, const SetResult& result, const ObjectFinder& objectOf) {
-    const auto leftOut = m_budget.take(LineBudget::TimePoint::clock::now());
-    if (!leftOut) return;
-    if (*leftOut > 0) agent_log::warn(std::to_string(*leftOut) + " lines about refused SETs were left out");
+    if (result.error == SNMP_ERR_NOACCESS) {
+        const auto leftOut = m_budget.take(LineBudget::TimePoint::clock::now());
+        if (!leftOut) return;
+        if (*leftOut > 0) agent_log::warn(std::to_string(*leftOut) + " lines about refused SETs were left out");
+    }
     const std::string error = snmp_errstring(result.error);
     agent_log::warn("a SET is refused " + place(pdu, result.variable, objectOf) + ": " + error +
                     (result.reason.empty() ? "" : ": " + result.reason));

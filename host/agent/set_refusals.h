@@ -12,5 +12,5 @@ public:
     void note(const netsnmp_pdu* pdu, const SetResult& result, const ObjectFinder& objectOf);
 
 private:
-    LineBudget m_budget{60, std::chrono::seconds(60)};  // who may read only can make us write them, too
+    LineBudget m_budget{60, std::chrono::seconds(60)};  // of those who may not write
 };

@@ -78,10 +78,10 @@ SetResult parseSet(netsnmp_pdu* pdu, const ObjectFinder& objectOf, std::vector<S
     for (netsnmp_variable_list* varbind = pdu->variables; varbind != nullptr; varbind = varbind->next_variable) {
         ++variable;
         ManagedObject* const object = objectOf(*varbind);
-        // Ours and others' variables cannot be set as one: theirs are not undone when ours fail.
-        if (object == nullptr) return {SNMP_ERR_GENERR, variable, "it cannot be set together with objects of ours"};
         std::size_t length = varbind->name_length;
         if (in_a_view(varbind->name, &length, pdu, varbind->type) != VACM_SUCCESS) return {SNMP_ERR_NOACCESS, variable};
+        // Ours and others' variables cannot be set as one: theirs are not undone when ours fail.
+        if (object == nullptr) return {SNMP_ERR_GENERR, variable, "it cannot be set together with objects of ours"};
 
         const MibObject& mib = object->mib();
         const tTarget target = targetOf(mib, varbind->name + mib.root.size(), varbind->name_length - mib.root.size());

@@ -121,9 +121,10 @@ SetResult StepExecution::planRow(const SetRow& row, const CTLVRecordV3* current)
             change.cells.emplace(tag, copyCell((*current)[tag]));
         }
     }
+    const RowCells before = change.cells;
     for (const SetCell& cell : row.cells) change.cells[cell.tag] = cell.cell;
     if (revocable()) {
-        SetResult checked = checkDestination(row, change.cells);
+        SetResult checked = checkDestination(row, before, change.cells);
         if (!checked.ok()) return checked;
     }
     m_changes.push_back(std::move(change));

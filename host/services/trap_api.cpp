@@ -16,6 +16,7 @@
 namespace {
 
 constexpr unsigned int DEFAULT_LIMIT = 64;  // destinations
+constexpr unsigned int SNMPV3 = 3;          // as a destination's version
 
 // Never destroyed: other threads may ask until the process ends.
 class Service {
@@ -95,10 +96,20 @@ bool isAcceptable(tTrapDestInfo destination) {
            CheckTrapTypeOK(destination) && CheckTrapUserOK(destination);
 }
 
+// A user that is gone may stay in the row that names it: its other values can be changed.
+bool hasUserAlready(const TrapDestinationStore& store, const tTrapDestInfo& destination) {
+    const std::optional<tTrapDestInfo> row = store.find(destination.index);
+    return row && row->version == destination.version && row->user == destination.user;
+}
+
 }  // namespace
 
 void setTrapUserCheck(std::function<bool(const std::string& user)> exists) {
     Service::instance().setUserCheck(std::move(exists));
+}
+
+bool isTrapUserKnown(const tTrapDestInfo& destination) {
+    return destination.version != SNMPV3 || Service::instance().userExists(destination.user);
 }
 
 void setTrapDestinationListener(std::function<void()> listener) {
@@ -131,7 +142,7 @@ void closeTrapDestinations() {
 }
 
 int CSNMP_TrapApi::createTrapAddr(const tTrapDestInfo& destination) {
-    if (!isAcceptable(destination)) return TRAP_DESTINATION_BAD_VALUE;
+    if (!isAcceptable(destination) || !isTrapUserKnown(destination)) return TRAP_DESTINATION_BAD_VALUE;
     const auto store = Service::instance().store();
     return store == nullptr ? TRAP_DESTINATION_STORE_FAILED : store->create(destination);
 }
@@ -139,7 +150,9 @@ int CSNMP_TrapApi::createTrapAddr(const tTrapDestInfo& destination) {
 int CSNMP_TrapApi::modifyTrapAddr(const tTrapDestInfo& destination) {
     if (!isAcceptable(destination)) return TRAP_DESTINATION_BAD_VALUE;
     const auto store = Service::instance().store();
-    return store == nullptr ? TRAP_DESTINATION_STORE_FAILED : store->modify(destination);
+    if (store == nullptr) return TRAP_DESTINATION_STORE_FAILED;
+    if (!isTrapUserKnown(destination) && !hasUserAlready(*store, destination)) return TRAP_DESTINATION_BAD_VALUE;
+    return store->modify(destination);
 }
 
 int CSNMP_TrapApi::deleteTrapAddr(const tTrapDestInfo& destination) {
@@ -177,6 +190,5 @@ bool CheckTrapTypeOK(tTrapDestInfo& destination) {
 
 bool CheckTrapUserOK(tTrapDestInfo& destination) {
     if (!destination_check::isUserText(destination.user)) return false;
-    if (destination.version != 3) return true;
-    return destination.user != destination_check::NO_USER && Service::instance().userExists(destination.user);
+    return destination.version != SNMPV3 || destination.user != destination_check::NO_USER;
 }

@@ -15,6 +15,9 @@
 // What decides whether an SNMPv3 user exists; it may be called from any thread. Without one every user does.
 void setTrapUserCheck(std::function<bool(const std::string& user)> exists);
 
+// Whether traps can be sent in that user's name: of version 3 it exists, of others it is no user.
+bool isTrapUserKnown(const tTrapDestInfo& destination);
+
 // Called after each change of the list, on the thread that made it. An empty function takes the listener away.
 void setTrapDestinationListener(std::function<void()> listener);
 

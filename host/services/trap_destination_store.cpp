@@ -347,11 +347,14 @@ std::list<tTrapDestInfo> TrapDestinationStore::all() const {
     return destinations;
 }
 
-bool TrapDestinationStore::has(const std::string& index) const {
-    const unsigned int number = numberOf(index);
-    if (isInTransaction()) return m_working.count(number) != 0;
+std::optional<tTrapDestInfo> TrapDestinationStore::find(const std::string& index) const {
+    const auto in = [number = numberOf(index)](const Rows& rows) -> std::optional<tTrapDestInfo> {
+        const auto row = rows.find(number);
+        return row == rows.end() ? std::nullopt : std::optional(row->second);
+    };
+    if (isInTransaction()) return in(m_working);
     const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_rows.count(number) != 0;
+    return in(m_rows);
 }
 
 void TrapDestinationStore::setListener(std::function<void()> listener) {

@@ -25,6 +25,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -71,7 +72,8 @@ public:
     int remove(const std::string& index);
 
     std::list<tTrapDestInfo> all() const;  // ordered by number
-    bool has(const std::string& index) const;
+    std::optional<tTrapDestInfo> find(const std::string& index) const;
+    bool has(const std::string& index) const { return find(index).has_value(); }
 
     // Called after each change that took effect, on the thread that made it and outside of all locks: ask all() again.
     // One listener; an empty function takes it away.

@@ -50,8 +50,8 @@ class Writing(unittest.TestCase):
             self.system.set(*row(int(number), STATUS=DESTROY))
 
     def rows(self):
-        """The whole table: name without the table's root -> value."""
-        done = self.system.run("snmpbulkwalk", DESTINATIONS, check=False)
+        """The whole table as a writer sees it: name without the table's root -> value."""
+        done = self.system.run("snmpbulkwalk", DESTINATIONS, version=V3, check=False)
         return {name[len(DESTINATIONS) + 1:]: value for name, value in values(done.stdout) if "No Such" not in value}
 
     def refused(self, arguments, error, failed, version=V3):
@@ -180,6 +180,29 @@ class Writing(unittest.TestCase):
             self.refused(row(1, **{column: value}), "wrongValue", failed + "1")
         self.refused(row(2, VERSION=3, USER="nobody", **good), "wrongValue", DESTINATIONS + ".8.2")
         self.refused(row(1, VERSION=3), "inconsistentValue", DESTINATIONS + ".5.1")
+
+    def test_a_row_whose_user_is_gone_can_be_changed_but_for_its_user(self):
+        self.system.vrxctl("user", "add", "leaver")
+        self.create(1, VERSION=3, USER="leaver")
+        self.system.vrxctl("user", "remove", "leaver")
+        before = self.rows()
+        self.system.set(*row(1, PORT=6000))
+        self.system.set(*row(1, VERSION=3, USER="leaver", TRAP_TYPE=4))  # what it has already is no change
+        self.assertEqual(self.rows(), dict(before, **{"2.1": "Gauge32: 6000", "7.1": "INTEGER: 4"}))
+        self.refused(row(1, PORT=6001, USER="nobody"), "wrongValue", DESTINATIONS + ".8.1")
+        self.refused(row(2, ADDRESS="127.0.0.1", PORT=1, STATUS=CREATE_AND_GO, VERSION=3, USER="leaver"), "wrongValue",
+                     DESTINATIONS + ".8.2")
+        self.system.set(*row(1, VERSION=2))
+        self.refused(row(1, PORT=6001, VERSION=3), "inconsistentValue", DESTINATIONS + ".5.1")
+        self.system.set(*row(1, VERSION=3, USER="admin"))
+
+    def test_a_refused_combination_names_its_column(self):
+        self.create(1)
+        self.create(2, port=5163)
+        self.refused(row(2, TRAP_TYPE=3, STATUS=ACTIVE, PORT=5162), "inconsistentValue", DESTINATIONS + ".2.2")
+        self.refused(row(2, TRAP_TYPE=3, VERSION=3), "inconsistentValue", DESTINATIONS + ".5.2")
+        self.refused(row(3, ADDRESS="127.0.0.1", STATUS=CREATE_AND_GO, VERSION=3, PORT=9), "inconsistentValue",
+                     DESTINATIONS + ".5.3")
 
     def test_wrong_types_and_lengths(self):
         self.create(1)

@@ -186,14 +186,44 @@ TEST_F(TrapApi, IndexIsAcceptableWhenItsRowExists) {
 
 TEST_F(TrapApi, UserOfVersion3MustExist) {
     setTrapUserCheck([](const std::string& user) { return user == "operator"; });
-    tTrapDestInfo row;
+    tTrapDestInfo row = destination("192.0.2.7");
     row.version = 3;
-    row.user = "operator";
-    EXPECT_TRUE(CheckTrapUserOK(row));
     row.user = "stranger";
-    EXPECT_FALSE(CheckTrapUserOK(row));
+    EXPECT_FALSE(isTrapUserKnown(row));
+    EXPECT_EQ(CSNMP_TrapApi::createTrapAddr(row), TRAP_DESTINATION_BAD_VALUE);
+    row.user = "operator";
+    EXPECT_TRUE(isTrapUserKnown(row));
+    EXPECT_EQ(CSNMP_TrapApi::createTrapAddr(row), 0);
+    row.index = "1";
+    row.user = "stranger";
+    EXPECT_EQ(CSNMP_TrapApi::modifyTrapAddr(row), TRAP_DESTINATION_BAD_VALUE);
     row.version = 2;
-    EXPECT_TRUE(CheckTrapUserOK(row));
+    EXPECT_TRUE(isTrapUserKnown(row));
+    EXPECT_EQ(CSNMP_TrapApi::modifyTrapAddr(row), 0);
+}
+
+TEST_F(TrapApi, RowKeepsAUserThatIsGoneUntilItTakesAnother) {
+    bool exists = true;
+    setTrapUserCheck([&exists](const std::string&) { return exists; });
+    tTrapDestInfo row = destination("192.0.2.7");
+    row.version = 3;
+    row.user = "leaver";
+    ASSERT_EQ(CSNMP_TrapApi::createTrapAddr(row), 0);
+    exists = false;
+    row.index = "1";
+    row.address = "192.0.2.8";
+    EXPECT_EQ(CSNMP_TrapApi::modifyTrapAddr(row), 0);
+    EXPECT_THAT(rows(), ElementsAre("1 192.0.2.8"));
+    row.user = "other";
+    EXPECT_EQ(CSNMP_TrapApi::modifyTrapAddr(row), TRAP_DESTINATION_BAD_VALUE);
+    row.port = 163;
+    row.user = "leaver";
+    row.address = "192.0.2.9";
+    EXPECT_EQ(CSNMP_TrapApi::createTrapAddr(row), TRAP_DESTINATION_BAD_VALUE);
+    row.version = 2;  // a community by now
+    EXPECT_EQ(CSNMP_TrapApi::modifyTrapAddr(row), 0);
+    row.version = 3;
+    EXPECT_EQ(CSNMP_TrapApi::modifyTrapAddr(row), TRAP_DESTINATION_BAD_VALUE);
 }
 
 TEST_F(TrapApi, UserOfVersion3MayBeAnyoneWithoutACheck) {
