@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "host/agent/answer_bound.h"
+#include "host/agent/destination_table.h"
 #include "host/agent/net_snmp.h"
 
 namespace {
@@ -68,6 +69,7 @@ std::size_t DirectAnswer::send(ReadTransaction& transaction, netsnmp_session* se
     if (transport == nullptr || (transport->flags & NETSNMP_TRANSPORT_FLAG_STREAM) != 0) return 0;
 
     const TableSnapshot& snapshot = *data.snapshot;
+    m_see = seesSecrets(*pdu, mib) ? TableSnapshot::See::All : TableSnapshot::See::WithoutSecrets;
     if (!collect(mib, snapshot, pdu)) return 0;
     m_buffer.resize(longestMessage(*session));
     BerWriter out(m_buffer);
@@ -139,7 +141,7 @@ bool DirectAnswer::isVisible(const TableSnapshot& snapshot, Instance instance, n
 bool DirectAnswer::write(BerWriter& out, const TableSnapshot& snapshot, const netsnmp_pdu& pdu) {
     for (auto at = m_instances.rbegin(); at != m_instances.rend(); ++at) {
         const std::size_t varbindEnd = out.size();
-        if (!writeValue(out, snapshot.value(*at))) return false;
+        if (!writeValue(out, snapshot.value(*at, m_see))) return false;
         const std::size_t nameEnd = out.size();
         out.subIdentifier(snapshot.lastOfName(*at));
         out.bytes(m_columns[at->column].name);

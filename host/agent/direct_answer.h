@@ -43,4 +43,5 @@ private:
     std::vector<Instance> m_instances;  // in the answer's order
     std::vector<tColumn> m_columns;
     std::vector<unsigned char> m_buffer;
+    TableSnapshot::See m_see = TableSnapshot::See::All;
 };

@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "host/agent/agent_log.h"
+#include "host/agent/destination_table.h"
 #include "host/agent/net_snmp.h"
 
 namespace {
@@ -125,6 +126,7 @@ void ObjectRegistration::read(netsnmp_agent_request_info* info, netsnmp_request_
         return;
     }
     const auto data = transaction->objects.find(&m_object);
+    m_see = seesSecrets(*info->asp->pdu, m_object.mib()) ? TableSnapshot::See::All : TableSnapshot::See::WithoutSecrets;
     for (netsnmp_request_info* request = requests; request != nullptr; request = request->next) {
         if (request->processed != 0 || !needsValues(info->mode, request)) continue;
         if (data == transaction->objects.end()) {
@@ -158,7 +160,8 @@ void ObjectRegistration::get(const TableSnapshot& snapshot, netsnmp_request_info
     TableSnapshot::Instance instance{};
     switch (snapshot.find(suffix.start, suffix.length, instance)) {
         case TableSnapshot::Found::Instance:
-            if (!snapshot.fill(instance, request->requestvb)) netsnmp_request_set_error(request, SNMP_ERR_GENERR);
+            if (!snapshot.fill(instance, request->requestvb, m_see))
+                netsnmp_request_set_error(request, SNMP_ERR_GENERR);
             break;
         case TableSnapshot::Found::NoSuchInstance:
             netsnmp_request_set_error(request, SNMP_NOSUCHINSTANCE);
@@ -180,7 +183,7 @@ void ObjectRegistration::getNext(ReadTransaction::ObjectData& data, netsnmp_requ
     if (!beforeEndOfRange(request, name)) return;
     data.spans.push_back({nameOf(varbind), name});
     setName(varbind, name);
-    if (!snapshot.fill(*instance, varbind)) netsnmp_request_set_error(request, SNMP_ERR_GENERR);
+    if (!snapshot.fill(*instance, varbind, m_see)) netsnmp_request_set_error(request, SNMP_ERR_GENERR);
 }
 
 // `repeat` more varbinds hang behind the request's own, empty. Where the table ends before them, the first one left
@@ -204,7 +207,7 @@ void ObjectRegistration::getBulk(ReadTransaction::ObjectData& data, netsnmp_pdu*
         if (!beforeEndOfRange(request, name)) break;
         if (view.shows(snapshot, *instance, name, snapshot.type(*instance))) {
             setName(varbind, name);
-            if (!snapshot.fill(*instance, varbind)) {
+            if (!snapshot.fill(*instance, varbind, m_see)) {
                 netsnmp_request_set_error(request, SNMP_ERR_GENERR);
                 return;
             }

@@ -30,5 +30,6 @@ private:
 
     ManagedObject& m_object;
     const ReadTransactions& m_transactions;
-    netsnmp_handler_registration* m_registration;  // the engine's
+    netsnmp_handler_registration* m_registration;        // the engine's
+    TableSnapshot::See m_see = TableSnapshot::See::All;  // in the call that is under way
 };

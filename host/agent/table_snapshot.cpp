@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "host/agent/destination_table.h"
+
 namespace {
 
 constexpr std::size_t TEXT_BLOCK = 4UL * 1024UL;
@@ -58,6 +60,7 @@ void TableSnapshot::add(std::uint32_t number, const CTLVRecordV3& record) {
                 cell.set(value->type, value->octets, value->number, column.texts);
             }
         }
+        cell.secret = isSecret(*m_object, *column.mib, record);
         column.cells.push_back(cell);
     }
 }
@@ -167,13 +170,14 @@ OidVector TableSnapshot::name(Instance instance) const {
     return name;
 }
 
-TableSnapshot::Value TableSnapshot::value(Instance instance) const {
+TableSnapshot::Value TableSnapshot::value(Instance instance, See see) const {
     const tCell& from = cell(instance);
+    if (from.secret && see == See::WithoutSecrets) return {from.type, 0, {}};
     if (from.length > 0) return {from.type, 0, {from.text, from.length}};
     return {from.type, from.number, {}};
 }
 
-bool TableSnapshot::fill(Instance instance, netsnmp_variable_list* varbind) const {
-    const Value from = value(instance);
+bool TableSnapshot::fill(Instance instance, netsnmp_variable_list* varbind, See see) const {
+    const Value from = value(instance, see);
     return setVarbind(varbind, from.type, from.number, from.octets);
 }

@@ -43,6 +43,9 @@ public:
 
     enum class Found { Instance, NoSuchObject, NoSuchInstance };
 
+    // What a reader is shown: with WithoutSecrets a text that is one is empty.
+    enum class See { All, WithoutSecrets };
+
     // `object` outlives the snapshot. `changes`: the object's count of changes, `taken` the time, both from before its
     // values were asked for.
     TableSnapshot(const MibObject& object, std::uint64_t changes, Clock::time_point taken);
@@ -67,8 +70,8 @@ public:
     OidVector columnName(std::size_t column) const;  // of which the column's instances stand below
     unsigned char type(Instance instance) const { return cell(instance).type; }
     oid lastOfName(Instance instance) const { return m_object->table ? m_rows[instance.row].number : 0; }
-    Value value(Instance instance) const;
-    bool fill(Instance instance, netsnmp_variable_list* varbind) const;  // the value; false without memory
+    Value value(Instance instance, See see = See::All) const;
+    bool fill(Instance instance, netsnmp_variable_list* varbind, See see = See::All) const;  // false without memory
 
     // What a GET of that name finds at best, whatever the rows are: without NoSuch... an instance may exist.
     static Found findName(const MibObject& object, const oid* suffix, std::size_t length);
@@ -88,6 +91,7 @@ private:
     struct tCell {
         std::uint32_t length = 0;       // of a text
         unsigned char type = ASN_NULL;  // ASN_NULL: no instance
+        bool secret = false;
         union {
             std::uint64_t number = 0;
             const char* text;  // when length is not 0

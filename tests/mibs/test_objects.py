@@ -46,7 +46,7 @@ DESTINATIONS = [
     (5, "vrxTrapDestVersion", "Enumeration v1(1) v2c(2) v3(3)", RW),
     (6, "vrxTrapDestAddress", "VrxText 1..255", RW),
     (7, "vrxTrapDestTrapType", "Enumeration common(1) both(3) named(4)", RW),
-    (8, "vrxTrapDestUser", "VrxText 1..32", RW),
+    (8, "vrxTrapDestUser", "VrxText 0..32", RW),
     (9, "vrxTrapDestNumber", "Unsigned32 1..65535", NO),
 ]
 
