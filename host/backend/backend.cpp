@@ -111,6 +111,11 @@ void Backend::start() {
     logLine(LOG_NAME, LogLevel::Info,
             "serves " + transport.address.text() + ": " + std::to_string(status.activeAlarms) +
                 " active alarms, last event " + std::to_string(status.lastSequence));
+    if (transport.address.kind == BackendAddress::Kind::Tcp) {
+        logLine(LOG_NAME, LogLevel::Warn,
+                "clients of " + transport.address.text() +
+                    " are not authenticated: every user of this machine can raise and clear alarms");
+    }
 }
 
 void Backend::stop() {

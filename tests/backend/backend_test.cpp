@@ -135,6 +135,18 @@ TEST_F(BackendTest, AnswersOverTcp) {
     EXPECT_EQ(ask(makeRecord(m_settings.commands.getSystemWwn)), BACKEND_OK);
 }
 
+TEST_F(BackendTest, ATcpAddressIsSaidToBeOpenToEveryUser) {
+    start();
+    EXPECT_TRUE(m_log.linesWith("authenticated").empty()) << "a socket with a mode";
+    m_backend->stop();
+    m_settings.transport.address = parseBackendAddress("tcp:127.0.0.1:" + std::to_string(freeTcpPort()), "");
+    start();
+    EXPECT_EQ(
+        m_log.linesWith("authenticated"),
+        std::vector<std::string>{"warning [backend] clients of " + m_settings.transport.address.text() +
+                                 " are not authenticated: every user of this machine can raise and clear alarms"});
+}
+
 TEST_F(BackendTest, TheDocumentedExchangeByteByByte) {
     start();
     const FileDescriptor socket = connectBare();
