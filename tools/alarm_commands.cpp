@@ -17,6 +17,7 @@ namespace {
 
 constexpr std::uint32_t RAISE_BATCH = 500;  // alarms of one request, which the backend stores as a whole
 constexpr std::uint32_t LIST_BATCH = 500;
+constexpr std::size_t MOST_LIST_BYTES = 256 * 1024 * 1024;  // of texts: a list without end must not fill the memory
 
 std::unique_ptr<CTLVRecordV3> requestRecord(unsigned long long code) {
     return std::make_unique<CTLVRecordV3>(code, CTLVRecordV3::DEFAULT_BUCKETS);
@@ -89,6 +90,7 @@ void clearAlarm(std::uint32_t serial) {
 std::vector<tListedAlarm> listAlarms() {
     const unsigned long long code = BackendCommands::fromDevice().getCurrentAlarm;
     std::vector<tListedAlarm> alarms;
+    std::size_t bytes = 0;
     for (std::uint32_t start = 0;;) {
         CR8KPackageV3 package;
         auto record = requestRecord(code);
@@ -98,7 +100,14 @@ std::vector<tListedAlarm> listAlarms() {
         CR8KPackageV3 answer;
         callBackend(package, answer);
         if (answer.records().empty()) return alarms;
-        for (const CTLVRecordV3* row : answer.records()) alarms.push_back(listedAlarm(*row));
+        for (const CTLVRecordV3* row : answer.records()) {
+            const tListedAlarm& alarm = alarms.emplace_back(listedAlarm(*row));
+            bytes += alarm.parameters.size() + alarm.name.size() + alarm.location.size() + alarm.detail.size();
+        }
+        if (alarms.size() > MOST_ACTIVE_ALARMS || bytes > MOST_LIST_BYTES) {
+            throw std::runtime_error("the backend's list of alarms does not end: " + std::to_string(alarms.size()) +
+                                     " were read");
+        }
         if (alarms.back().serial <= start)
             throw std::runtime_error("the backend's list of alarms does not go on behind serial number " +
                                      std::to_string(start));

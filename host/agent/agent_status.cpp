@@ -170,6 +170,10 @@ const StatusItem<const ManagedObject*> OBJECTS[] = {
      [](const ManagedObject* const& o) -> Value { return o->counters().reads; }},
     {{"read_failures", Kind::Counter, "vrx_object_read_failures_total", "Readings that failed."},
      [](const ManagedObject* const& o) -> Value { return o->counters().failures; }},
+    {{"bad_records", Kind::Counter, "vrx_object_bad_records_total", "Records that were left out of readings: they are no rows."},
+     [](const ManagedObject* const& o) -> Value { return o->reader().badRecords(); }},
+    {{"duplicate_rows", Kind::Counter, "vrx_object_duplicate_rows_total", "Rows that were left out of readings: another one had their number."},
+     [](const ManagedObject* const& o) -> Value { return o->reader().duplicates(); }},
 };
 
 struct RequestFacts {

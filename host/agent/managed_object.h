@@ -38,6 +38,7 @@ public:
     const MibObject& mib() const { return *m_mib; }
     CSnmpHandler& handler() { return m_handler; }
     ObjectReader& reader() { return m_reader; }  // for jobs on the worker
+    const ObjectReader& reader() const { return m_reader; }
     ObjectWorker& worker() { return m_worker; }
     SnapshotStore& snapshots() { return m_snapshots; }
     const SnapshotStore& snapshots() const { return m_snapshots; }

@@ -9,8 +9,23 @@
 #include "host/agent/agent_log.h"
 #include "host/agent/alarm_event.h"
 #include "host/services/backend_protocol.h"
+#include "host/services/logging.h"
 #include "host/services/out_of_memory.h"
 #include "platform/notify_msg_handler.h"
+
+namespace {
+
+// Of each place in the module, for one trap.
+constexpr std::uint64_t LINES_OF_A_RENDERING = 10;
+
+// What an operator finds the alarm by: "4 (alarm 4295032833, serial 7)".
+std::string nameOf(unsigned long long sequence, const CTLVRecordV3& record) {
+    const AlarmEvent event = alarmEventOf(record);
+    const auto known = [](std::uint64_t number) { return number == 0 ? "unknown" : std::to_string(number); };
+    return std::to_string(sequence) + " (alarm " + known(event.alarmId) + ", serial " + known(event.serial) + ")";
+}
+
+}  // namespace
 
 NotificationPath::NotificationPath(const std::list<INotifyMsgHandler*>& handlers, const TamrelBinding& binding,
                                    AlarmDefinitions& definitions, TrapDelivery& delivery, NotificationLedger& ledger,
@@ -123,8 +138,10 @@ void NotificationPath::follow(unsigned long long sequence, const CTLVRecordV3& r
         if (changes) withPatience([&] { m_binding.follow(record); });
     } catch (const std::exception& fault) {
         ++m_badRecords;
-        agent_log::fault({"alarm event ", std::to_string(sequence),
-                          ": the repository of active alarms cannot follow it: ", fault.what()});
+        untilMemory([&] {
+            complain("alarm event " + nameOf(sequence, record) +
+                     ": the repository of active alarms cannot follow it: " + fault.what());
+        });
     }
 }
 
@@ -166,7 +183,8 @@ void NotificationPath::notify(INotifyMsgHandler& handler, unsigned int place, co
         if (!chosen.empty()) trap = withPatience([&] { return build(handler, ticket, record); });
     } catch (const std::exception& fault) {
         ++m_notBuilt;
-        agent_log::fault({"alarm event ", std::to_string(ticket.sequence), " is skipped: ", fault.what()});
+        untilMemory(
+            [&] { complain("alarm event " + nameOf(ticket.sequence, record) + " gives no trap: " + fault.what()); });
     }
     try {
         if (!m_delivery.deliver({ticket.sequence, place}, ticket, m_parts, chosen, trap)) ++m_notBuilt;
@@ -174,6 +192,16 @@ void NotificationPath::notify(INotifyMsgHandler& handler, unsigned int place, co
         ++m_notBuilt;
         agent_log::fault({"alarm event ", std::to_string(ticket.sequence), " is skipped: ", fault.what()});
     }
+}
+
+void NotificationPath::complain(const std::string& text) {
+    const auto leftOut = m_complaints.take(LineBudget::TimePoint::clock::now());
+    m_quiet = !leftOut;
+    if (!leftOut) return;
+    if (*leftOut > 0) {
+        agent_log::error(std::to_string(*leftOut) + " lines about alarm events that cannot be used were left out");
+    }
+    agent_log::error(text);
 }
 
 // Null when the handler cannot use the record.
@@ -184,11 +212,13 @@ std::shared_ptr<const Trap> NotificationPath::build(INotifyMsgHandler& handler, 
         Agentpp::Vbx*& bindings;
         ~Release() { delete[] bindings; }
     } const release{raw};
+    const ModuleLineLimit limit(m_quiet ? 0 : LINES_OF_A_RENDERING);
     const int result = handler.constructAlarmTrapVb(record, raw);
     if (result != 0 || raw == nullptr) {
         ++m_notBuilt;
-        agent_log::error("alarm event " + std::to_string(ticket.sequence) +
-                         " is skipped: the notification handler gives " + std::to_string(result));
+        complain("alarm event " + nameOf(ticket.sequence, record) + " gives no trap, the notification handler gives " +
+                 std::to_string(result) +
+                 ": see the module's line before, mend or add the alarm's definition and reload");
         return nullptr;
     }
     const CTLVCell& alarmId = record[alarm_tag::ID];
@@ -197,12 +227,13 @@ std::shared_ptr<const Trap> NotificationPath::build(INotifyMsgHandler& handler, 
     int leftOut = 0;
     auto trap = std::make_shared<Trap>(trapOf(trapOid, raw, handler.getTrapVbLen(), leftOut));
     if (leftOut > 0) {
-        agent_log::warn("alarm event " + std::to_string(ticket.sequence) + ": " + std::to_string(leftOut) +
+        agent_log::warn("alarm event " + nameOf(ticket.sequence, record) + ": " + std::to_string(leftOut) +
                         " bindings without an object identifier are left out");
     }
     if (trap->oid.empty()) {
-        agent_log::error("alarm event " + std::to_string(ticket.sequence) + ": its trap is dropped, \"" +
-                         trapOid.get_printable() + "\" is no trap OID");
+        complain("alarm event " + nameOf(ticket.sequence, record) + ": its trap is dropped, \"" +
+                 trapOid.get_printable() + "\" is no trap OID: mend alarmOid in the alarm's definition and reload");
     }
+    m_quiet = false;
     return trap;
 }

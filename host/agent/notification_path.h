@@ -9,6 +9,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -26,6 +27,7 @@
 #include "host/agent/tamrel_binding.h"
 #include "host/agent/trap_delivery.h"
 #include "host/services/alarm_event_source.h"
+#include "host/services/line_budget.h"
 
 class INotifyMsgHandler;
 
@@ -61,6 +63,7 @@ private:
     using Destinations = std::shared_ptr<const TrapDestinationMap>;
 
     void startBehind(unsigned long long sequence, const std::string& store);
+    void complain(const std::string& text);
     bool changesList(unsigned long long sequence, const CTLVRecordV3& record);
     bool mayBegin(std::unique_lock<std::mutex>& handling);
     void follow(unsigned long long sequence, const CTLVRecordV3& record);
@@ -78,6 +81,12 @@ private:
 
     std::mutex m_handling;  // taken while an event is handled; guards the rest but the counters
     std::condition_variable m_stopped;
+
+    // For events that cannot be used. A backend that sends such without end must not fill the disk with what host and
+    // module say of each: once it is used up the module's lines are left out, too, until an event can be used.
+    LineBudget m_complaints{60, std::chrono::seconds(60)};
+    bool m_quiet = false;
+
     bool m_stopping = false;
 
     // Of each sink, as last seen, and all of them in one list when several have some. Lists change seldom: no event

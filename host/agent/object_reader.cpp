@@ -13,6 +13,7 @@
 #include "host/agent/row_naming.h"
 #include "host/agent/snmp_context.h"
 #include "host/services/backend_protocol.h"
+#include "host/services/logging.h"
 
 namespace {
 
@@ -20,8 +21,6 @@ namespace {
 constexpr std::chrono::milliseconds REREAD_TIME{250};
 
 constexpr std::size_t BATCH_ROWS = 50;  // that one backend call gives, at one moment
-
-constexpr std::size_t MOST_ROWS = 1'000'000;  // a backend whose rows grow without end must not fill the memory
 
 const OidVector ENTERPRISE = {1, 3, 6, 1, 4, 1, 99871, 2};  // requests name rows below it
 
@@ -55,6 +54,7 @@ std::unique_ptr<CR8KPackageV3> ObjectReader::query(const CR8KPackageV3& request)
     auto response = std::make_unique<CR8KPackageV3>();
     int result = 0;
     if (const auto obstacle = m_obstacle ? m_obstacle() : std::nullopt) throw ReadError(*obstacle);
+    const ModuleLineLimit limit(BATCH_ROWS);  // a batch of rows may have a line each
     try {
         result = m_object->table ? m_handler.OnQueryTable(context, request, *response)
                                  : m_handler.OnQueryLeaf(context, request, *response);
@@ -93,15 +93,20 @@ void ObjectReader::addBatches(TableSnapshot& snapshot) {
         const auto batch = batchBehind(row);
         if (batch->records().empty()) return;
         addRows(*batch, snapshot);
-        if (snapshot.rows() > MOST_ROWS) throw ReadError("more than " + std::to_string(MOST_ROWS) + " rows");
+        if (snapshot.rows() > MOST_ACTIVE_ALARMS)
+            throw ReadError("more than " + std::to_string(MOST_ACTIVE_ALARMS) + " rows");
         row = batch->records().back()->identifier();  // ordered, and behind the row asked for
     }
 }
 
-void ObjectReader::addRows(const CR8KPackageV3& response, TableSnapshot& snapshot) const {
+void ObjectReader::addRows(const CR8KPackageV3& response, TableSnapshot& snapshot) {
     std::size_t position = 0;
     for (const CTLVRecordV3* record : response.records()) {
-        if (const auto number = rowNumber(*m_object, *record, position)) snapshot.add(*number, *record);
+        if (const auto number = rowNumber(*m_object, *record, position)) {
+            snapshot.add(*number, *record);
+        } else {
+            ++m_unnumbered;
+        }
         ++position;
     }
 }
@@ -118,7 +123,7 @@ SnapshotPointer ObjectReader::whole() {
         } else {
             addRows(*records(), *snapshot);
         }
-        snapshot->finish();
+        m_duplicates += snapshot->finish();
         m_rows = snapshot->rows();
         const bool compared = m_large;
         m_large = m_batch && m_rows >= BATCH_ROWS;
@@ -140,6 +145,14 @@ SnapshotPointer ObjectReader::rows(const std::vector<std::uint32_t>& numbers) {
             if (rowNumber(*m_object, *row, 0) == number) snapshot->add(number, *row);
         }
     }
-    snapshot->finish();
+    m_duplicates += snapshot->finish();
     return snapshot;
+}
+
+std::uint64_t ObjectReader::duplicates() const {
+    return m_duplicates + (m_table == nullptr ? 0 : m_table->duplicates());
+}
+
+std::uint64_t ObjectReader::badRecords() const {
+    return m_unnumbered + (m_table == nullptr ? 0 : m_table->badRecords());
 }

@@ -1,6 +1,7 @@
 // Reads an object's values through its handler. Everything here runs on the object's worker.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -50,11 +51,16 @@ public:
     // Whether the rows are what the backend answers to that command.
     bool asks(unsigned long long backendCommand) const;
 
+    // What was left out of the readings so far: rows with the number of another one, and records that are no rows. Any
+    // thread.
+    std::uint64_t duplicates() const;
+    std::uint64_t badRecords() const;
+
 private:
     std::unique_ptr<CR8KPackageV3> query(const CR8KPackageV3& request);
     std::unique_ptr<CR8KPackageV3> batchBehind(std::uint64_t row);
     void addBatches(TableSnapshot& snapshot);
-    void addRows(const CR8KPackageV3& response, TableSnapshot& snapshot) const;
+    void addRows(const CR8KPackageV3& response, TableSnapshot& snapshot);
 
     const MibObject* m_object;
     CSnmpHandler& m_handler;
@@ -64,4 +70,7 @@ private:
     bool m_batch;             // and gives them one by one
     bool m_large;             // it had more than a batch of rows when it was read last, or was not read yet
     std::size_t m_rows = 0;   // when it was read last
+
+    std::atomic<std::uint64_t> m_duplicates{0};
+    std::atomic<std::uint64_t> m_unnumbered{0};
 };

@@ -23,12 +23,12 @@
 #include "host/agent/agent_loop.h"
 #include "host/agent/answer_rate.h"
 #include "host/agent/direct_answer.h"
-#include "host/agent/line_budget.h"
 #include "host/agent/managed_object.h"
 #include "host/agent/read_transaction.h"
 #include "host/agent/request_counters.h"
 #include "host/agent/set_refusals.h"
 #include "host/agent/set_transaction.h"
+#include "host/services/line_budget.h"
 
 struct DeskLimits {
     std::chrono::milliseconds deadline{5'000};

@@ -3,8 +3,8 @@
 // Threads: agent thread only.
 #pragma once
 
-#include "host/agent/line_budget.h"
 #include "host/agent/set_request.h"
+#include "host/services/line_budget.h"
 
 class SetRefusals {
 public:

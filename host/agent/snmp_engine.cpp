@@ -11,7 +11,6 @@
 
 #include "host/agent/agent_log.h"
 #include "host/agent/engine_defaults.h"
-#include "host/agent/line_budget.h"
 #include "host/agent/listener_address.h"
 #include "host/agent/listener_session.h"
 #include "host/agent/message_numbers.h"
@@ -19,6 +18,7 @@
 #include "host/agent/parser_faults.h"
 #include "host/agent/udp_listener.h"
 #include "host/agent/usm_users.h"
+#include "host/services/line_budget.h"
 
 // The standard groups are in a library of their own, whose headers are not installed.
 extern "C" {
@@ -29,6 +29,7 @@ void init_usmStats();
 void init_usmUser();
 void init_vacm_vars();
 void init_sysORTable();
+int vacm_warn_if_not_configured(int major, int minor, void* server, void* client);
 }
 
 namespace {
@@ -114,6 +115,9 @@ SnmpEngine::SnmpEngine(const std::string& root, const std::string& state)
     setSystemName();
     setSystemDefaults();
     listMibModules();
+    // Its line names a tool that would write another agent's files; ours says how to make a user.
+    snmp_unregister_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG, &vacm_warn_if_not_configured,
+                             nullptr, 0);
     registerEngineWords(m_limits, root);
     registerInformWords(m_informs);
     m_configuration.read();

@@ -17,9 +17,9 @@
 #include <string>
 #include <vector>
 
-#include "host/agent/line_budget.h"
 #include "host/agent/net_snmp.h"
 #include "host/services/backend_socket.h"
+#include "host/services/line_budget.h"
 
 class RequestDesk;
 

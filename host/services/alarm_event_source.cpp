@@ -191,6 +191,7 @@ std::vector<ActiveAlarm> AlarmEventSource::askActiveAlarms(BackendConnection& co
         for (const CTLVRecordV3* record : answer.records()) {
             const unsigned int serial = uint32Of(*record, alarm_tag::SERIAL);
             if (serial <= start) throw ConnectionLost("active alarms are not in the order of their serial numbers");
+            if (alarms.size() == MOST_ACTIVE_ALARMS) throw ConnectionLost("the list of active alarms does not end");
             alarms.push_back({serial, levelOf(*record)});
             start = serial;
         }
@@ -247,25 +248,33 @@ void AlarmEventSource::deliver(const CTLVRecordV3& record, unsigned long long& h
         sequence = uint64Of(record, alarm_tag::SEQUENCE);
     } catch (const std::exception& fault) {
         ++m_malformed;
-        logLine(LOG_NAME, LogLevel::Error, std::string("a record without a number is skipped: ") + fault.what());
+        complain(std::string("a record without a number is skipped: ") + fault.what());
         return;
     }
     if (sequence <= handled) {
         ++m_malformed;
-        logLine(LOG_NAME, LogLevel::Error,
-                "event " + std::to_string(sequence) + " behind event " + std::to_string(handled) + " is skipped");
+        complain("event " + std::to_string(sequence) + " behind event " + std::to_string(handled) + " is skipped");
         return;
     }
     if (sequence > handled + 1) {
         m_missing += sequence - handled - 1;
-        logLine(LOG_NAME, LogLevel::Error,
-                "events " + std::to_string(handled + 1) + " to " + std::to_string(sequence - 1) +
-                    " are missing, the backend does not keep them any more");
+        complain("events " + std::to_string(handled + 1) + " to " + std::to_string(sequence - 1) +
+                 " are missing, the backend does not keep them any more");
     }
     handled = sequence;
     ++m_events;
     guarded("the listener's onEvent", [&] { m_listener.onEvent(sequence, record); });
     noteHandled(sequence);
+}
+
+void AlarmEventSource::complain(const std::string& text) {
+    const auto leftOut = m_complaints.take(Clock::now());
+    if (!leftOut) return;
+    if (*leftOut > 0) {
+        logLine(LOG_NAME, LogLevel::Error,
+                std::to_string(*leftOut) + " lines about what the backend sends were left out");
+    }
+    logLine(LOG_NAME, LogLevel::Error, text);
 }
 
 void AlarmEventSource::noteHandled(unsigned long long sequence) {

@@ -27,6 +27,7 @@
 #include "host/services/backend_connection.h"
 #include "host/services/backend_options.h"
 #include "host/services/backend_protocol.h"
+#include "host/services/line_budget.h"
 
 // An alarm as the backend lists it among the active ones.
 struct ActiveAlarm {
@@ -104,6 +105,7 @@ private:
     unsigned long long subscribe(BackendConnection& connection, unsigned long long handled);
     void deliverEvents(BackendConnection& connection, unsigned long long handled);
     void deliver(const CTLVRecordV3& record, unsigned long long& handled);
+    void complain(const std::string& text);
     void noteHandled(unsigned long long sequence);
     void ask(BackendConnection& connection, std::unique_ptr<CTLVRecordV3> request, CR8KPackageV3& answer);
     void noteFailure(const std::string& reason);
@@ -116,8 +118,9 @@ private:
 
     // of the source's thread
     BackendBackoff m_backoff;
-    bool m_failureKnown = false;                    // the reason for the lack of a subscription was logged
-    std::optional<unsigned long long> m_currentAt;  // event with which the listener has come up with the store
+    LineBudget m_complaints{60, std::chrono::seconds(60)};  // a backend may send what cannot be used without end
+    bool m_failureKnown = false;                            // the reason for the lack of a subscription was logged
+    std::optional<unsigned long long> m_currentAt;          // event with which the listener has come up with the store
 
     std::atomic<bool> m_current{false};
     std::atomic<unsigned long long> m_connections{0};

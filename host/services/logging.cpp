@@ -292,6 +292,30 @@ ssize_t Log::AceBackend::log(ACE_Log_Record& record) {
     return 0;
 }
 
+// Lines of one place of a module, within a ModuleLineLimit.
+struct tModulePlace {
+    unsigned int module;
+    Kind kind;
+    unsigned long long code;
+    std::string function;
+    unsigned int line;
+    std::uint64_t lines;
+};
+
+// The limit of this thread.
+struct tModuleLimit {
+    bool isSet = false;
+    std::uint64_t lines = 0;
+    std::vector<tModulePlace> places;
+};
+thread_local tModuleLimit t_limit;
+
+std::string headOf(unsigned long long code, const char* function, unsigned int line) {
+    char number[24];
+    std::snprintf(number, sizeof number, "0x%llX", code);
+    return std::string(number) + " " + function + ":" + std::to_string(line) + " ";
+}
+
 class ModuleLogger : public CVRXDebugKit {
 public:
     explicit ModuleLogger(unsigned int module) : m_module(module), m_origin("module " + std::to_string(module)) {}
@@ -330,11 +354,21 @@ private:
     void write(Kind kind, unsigned long long code, const char* function, unsigned int line, const char* format,
                va_list args) {
         if (!m_log.passes(kind)) return;
-        char number[24];
-        std::snprintf(number, sizeof number, "0x%llX", code);
-        m_log.write(kind, m_origin,
-                    std::string(number) + " " + (function == nullptr ? "?" : function) + ":" + std::to_string(line) +
-                        " " + formatted(format, args));
+        if (function == nullptr) function = "?";
+        if (isLeftOut(kind, code, function, line)) return;
+        m_log.write(kind, m_origin, headOf(code, function, line) + formatted(format, args));
+    }
+
+    bool isLeftOut(Kind kind, unsigned long long code, const char* function, unsigned int line) const {
+        if (!t_limit.isSet) return false;
+        if (t_limit.lines == 0) return true;
+        std::vector<tModulePlace>& places = t_limit.places;
+        auto place = std::find_if(places.begin(), places.end(), [&](const tModulePlace& known) {
+            return known.line == line && known.kind == kind && known.code == code && known.module == m_module &&
+                   known.function == function;
+        });
+        if (place == places.end()) place = places.insert(place, {m_module, kind, code, function, line, 0});
+        return ++place->lines > t_limit.lines;
     }
 
     Log& m_log = Log::instance();
@@ -421,6 +455,29 @@ void setLogLevel(const std::string& subsystem, LogLevel level) {
     for (std::size_t i = 0; i < SUBSYSTEM_COUNT; ++i) {
         if (subsystem == ALL || i == place) Log::instance().setLevel(i, level);
     }
+}
+
+ModuleLineLimit::ModuleLineLimit(std::uint64_t lines) : m_isOutermost(!t_limit.isSet) {
+    if (!m_isOutermost) return;
+    t_limit.isSet = true;
+    t_limit.lines = lines;
+}
+
+ModuleLineLimit::~ModuleLineLimit() {
+    if (!m_isOutermost) return;
+    for (const tModulePlace& place : t_limit.places) {
+        if (place.lines <= t_limit.lines) continue;
+        try {
+            Log::instance().write(place.kind, "module " + std::to_string(place.module),
+                                  headOf(place.code, place.function.c_str(), place.line) +
+                                      std::to_string(place.lines - t_limit.lines) +
+                                      " more lines like this one are left out");
+        } catch (const std::exception&) {
+            continue;  // no memory to tell it
+        }
+    }
+    t_limit.places.clear();
+    t_limit.isSet = false;
 }
 
 void logLine(const char* subsystem, LogLevel level, const std::string& text) {

@@ -15,6 +15,7 @@
 // Threads: any, at any time, startLogging included.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <utility>
@@ -60,6 +61,23 @@ std::vector<std::pair<std::string, LogLevel>> logLevels();
 // Another level for one subsystem, or for "all", until the next startLogging. Throws std::invalid_argument for a
 // subsystem that there is not.
 void setLogLevel(const std::string& subsystem, LogLevel level);
+
+// While it lives, this thread writes of each place in a module that logs at most so many lines; at its end a line for
+// each such place tells how many were left out. For one rendering: a module promises a line for every placeholder that
+// it does not know, and a definition may have thousands. Within another one it does nothing.
+//
+//     const ModuleLineLimit limit(10);
+//     handler.constructAlarmTrapVb(record, bindings);
+class ModuleLineLimit {
+public:
+    explicit ModuleLineLimit(std::uint64_t lines);  // 0: none, and nothing is told of them at the end
+    ~ModuleLineLimit();
+    ModuleLineLimit(const ModuleLineLimit&) = delete;
+    ModuleLineLimit& operator=(const ModuleLineLimit&) = delete;
+
+private:
+    const bool m_isOutermost;
+};
 
 // Writes a line of the host's own code. `subsystem` is one of those in logging.cpp's table.
 void logLine(const char* subsystem, LogLevel level, const std::string& text);

@@ -441,6 +441,44 @@ TEST_F(AlarmEventSourceTest, ARecordWithoutANumberIsLoggedAndCounted) {
     EXPECT_EQ(m_log.linesWith("without a number").size(), 1U);
 }
 
+TEST_F(AlarmEventSourceTest, AFloodOfRecordsThatCannotBeUsedMakesFewLines) {
+    std::vector<Bytes> pushes;
+    for (int package = 0; package < 20; ++package) pushes.push_back(PushingServer::push(Numbers(1000, 5)));
+    pushes.push_back(PushingServer::push({11}));
+    const PushingServer server(m_address, pushes);
+    m_source.start();
+    ASSERT_TRUE(hasEvents(1));
+    EXPECT_EQ(m_source.counters().malformed, 20'000U);
+    EXPECT_EQ(m_log.linesWith("is skipped").size(), 60U);
+}
+
+TEST_F(AlarmEventSourceTest, AListOfAlarmsWithoutEndIsGivenUp) {
+    std::atomic<unsigned int> last{0};
+    const ScriptedServer server(m_address, [&last](int peer, int) {
+        last = 0;
+        readPackage(peer);
+        CR8KPackageV3 status;
+        auto record = makeRecord(1);
+        appendUint64(*record, status_tag::LAST_SEQUENCE, 10);
+        status.append(std::move(record));
+        bool wanted = writeAll(peer, encoded(status));
+        while (wanted && !readPackage(peer).empty()) {
+            CR8KPackageV3 answer;
+            for (int i = 0; i < 20'000; ++i) {
+                auto alarm = makeRecord(1);
+                appendUint32(*alarm, alarm_tag::SERIAL, ++last);
+                answer.append(std::move(alarm));
+            }
+            wanted = writeAll(peer, encoded(answer));
+        }
+    });
+    m_source.start();
+    ASSERT_TRUE(eventually([this] { return !m_log.linesWith("does not end").empty(); }));
+    EXPECT_EQ(m_log.linesWith("does not end").front(),
+              "warning [events] no subscription at " + m_address.text() + ": the list of active alarms does not end");
+    EXPECT_EQ(m_listener.connected(), 0);
+}
+
 TEST_F(AlarmEventSourceTest, ARecordWithANumberAndNothingElseIsPassedOn) {
     const PushingServer server(m_address, {PushingServer::push({11})});
     m_source.start();

@@ -106,5 +106,33 @@ class WithoutDefinitions(unittest.TestCase):
             self.assertEqual(len(system.walk(ALARMS + ".9").splitlines()), MANY)
 
 
+class Lines(unittest.TestCase):
+    UNKNOWN = 4295032999  # no definition has it
+
+    def test_an_alarm_without_a_definition_is_named_with_what_to_do(self):
+        with TrapSystem() as system, TrapReceiver() as receiver:
+            system.add_destination(1, receiver.port)
+            system.raise_alarm(serial=70, alarm_id=self.UNKNOWN)
+            lines = wait_for(lambda: lines_with(system, "alarm event 1 (alarm %d, serial 70)" % self.UNKNOWN), "lines")
+            self.assertIn("mend or add the alarm's definition", lines[0])
+
+    def test_a_definition_with_thousands_of_unknown_placeholders_makes_few_lines(self):
+        system = TrapSystem()
+        with open(system.path(*DEFINITIONS), encoding="utf-8") as file:
+            definitions = file.read()
+        many = '<param eventID="%d" name="Many" reason="-" suggestion="-" detail="##00" location="%s" alarmOid="9.9"/>'
+        end = "</eventDefinition>"
+        system.write(os.path.join(*DEFINITIONS), definitions.replace(end, many % (self.UNKNOWN, "##77 " * 9000) + end))
+        with system, TrapReceiver() as receiver:
+            system.add_destination(1, receiver.port)
+            system.raise_alarm(serial=70, alarm_id=self.UNKNOWN)
+            wait_for(lambda: all(told(receiver)), "both traps")
+            lines = lines_with(system, "is out of range")
+            self.assertEqual(len(lines), 2 * 10, "ten of each trap")
+            self.assertEqual(len(lines_with(system, " 8990 more lines like this one are left out")), 2)
+            self.assertIn("70", system.walk(ALARMS + ".9"))
+            self.assertLess(len(lines_with(system, "is out of range")), 200)
+
+
 if __name__ == "__main__":
     unittest.main()

@@ -117,6 +117,12 @@ class Starting(unittest.TestCase):
                 done = system.run("snmpget", SYS_NAME, version=version, timeout=0.3, retries=0, check=False)
                 self.assertNotEqual(done.returncode, 0)
 
+    def test_the_first_start_says_how_to_make_a_user_and_nothing_of_the_library(self):
+        with System(agent_config="") as system:
+            self.assertIn("nobody may ask this agent yet", system.agent.log())
+            self.assertNotIn("access control information", system.agent.log())
+            self.assertNotIn("snmpconf", system.agent.log())
+
     def test_the_backend_may_run_inside(self):
         with System(embedded=True) as system:
             self.assertEqual(values(system.get(STATUS)), [(STATUS, "INTEGER: 1")])

@@ -28,6 +28,7 @@ using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::IsEmpty;
+using testing::SizeIs;
 
 constexpr unsigned int MODULE = 4;
 
@@ -290,6 +291,54 @@ TEST_F(Logging, ASubsystemThatThereIsNotIsRefusedWithTheListOfThoseThereAre) {
     } catch (const std::invalid_argument& error) {
         EXPECT_THAT(error.what(), testing::StartsWith("there is no subsystem \"agents\": all, ace, agent, backend, "));
     }
+}
+
+TEST_F(Logging, OfEachPlaceOfAModuleALimitLetsTheFirstLinesPassAndCountsTheOthers) {
+    {
+        const ModuleLineLimit limit(2);
+        for (int i = 0; i < 60'000; ++i) {
+            write(Kind::Warn, "warning %d", i);
+            if (i < 2) write(Kind::Error, "error %d", i);
+        }
+        logLine("agent", LogLevel::Info, "the host's own");
+    }
+    write(Kind::Warn, "after it");
+    EXPECT_THAT(lines(),
+                ElementsAre("warning [module 4] 0x1002C work:34 warning 0", "error [module 4] 0x1002E work:56 error 0",
+                            "warning [module 4] 0x1002C work:34 warning 1", "error [module 4] 0x1002E work:56 error 1",
+                            "info [agent] the host's own",
+                            "warning [module 4] 0x1002C work:34 59998 more lines like this one are left out",
+                            "warning [module 4] 0x1002C work:34 after it"));
+}
+
+TEST_F(Logging, ALimitWithinAnotherOneIsNone) {
+    const ModuleLineLimit outer(2);
+    {
+        const ModuleLineLimit inner(1);
+        write(Kind::Warn, "one");
+        write(Kind::Warn, "two");
+    }
+    write(Kind::Warn, "three");
+    EXPECT_THAT(lines(),
+                ElementsAre("warning [module 4] 0x1002C work:34 one", "warning [module 4] 0x1002C work:34 two"));
+}
+
+TEST_F(Logging, ALimitOfNoneIsSilent) {
+    {
+        const ModuleLineLimit limit(0);
+        write(Kind::Error, "one");
+    }
+    EXPECT_THAT(lines(), IsEmpty());
+}
+
+TEST_F(Logging, ALimitIsOfItsThread) {
+    const ModuleLineLimit limit(1);
+    write(Kind::Warn, "here");
+    std::thread([] {
+        write(Kind::Warn, "there");
+        write(Kind::Warn, "there, too");
+    }).join();
+    EXPECT_THAT(lines(), SizeIs(3));
 }
 
 TEST_F(Logging, AFileThatWasMovedAwayIsOpenedAnew) {

@@ -1,4 +1,4 @@
-#include "host/agent/line_budget.h"
+#include "host/services/line_budget.h"
 
 #include <gtest/gtest.h>
 
