@@ -113,6 +113,7 @@ class Names(unittest.TestCase):
             self.add(2, "127.0.0.1", other.port)
             told = ["ready"]  # until the first trap is to be sent
             for turn, error in enumerate((errno.EHOSTUNREACH, errno.ENETUNREACH), 1):
+                first = 2 * (turn - 1) * COUNT + 1
                 self.system.agent_faults.fail_sending(receiver.port, error)
                 self.raise_alarms()
                 other.wait_for((2 * turn - 1) * TRAPS)
@@ -122,7 +123,10 @@ class Names(unittest.TestCase):
                 receiver.wait_for(turn * TRAPS)
                 other.wait_for(2 * turn * TRAPS)
                 told += ["sending fails: Failure in sendto (%s)" % os.strerror(error), "ready"]
-                self.assertEqual(self.changes(1), told)
+                self.assertEqual([line.partition("; first lost: ")[0] for line in self.changes(1)], told)
+                # Who looks into it wants to know of which alarm nobody was told.
+                self.assertRegex(self.changes(1)[-2], r"; first lost: alarm event %d \(alarm \d+, serial number %d\)\Z"
+                                 % ((first,) * 2))
             self.assertEqual(len(receiver.datagrams()), 2 * TRAPS)
         self.assertEqual(self.changes(2), ["ready"])
         self.assertEqual(self.counters(), {1: (4 * TRAPS, 2 * TRAPS, 2 * TRAPS, "send failed %d" % (2 * TRAPS), 0),
