@@ -17,12 +17,12 @@
 #include <thread>
 #include <vector>
 
+#include "bench/ready_pdus.h"
 #include "host/agent/agent_loop.h"
 #include "host/agent/notification_ledger.h"
 #include "host/agent/notification_log.h"
 #include "host/agent/notification_path.h"
 #include "host/agent/trap_delivery.h"
-#include "host/agent/trap_pdu.h"
 #include "host/agent/trap_sender.h"
 #include "host/agent/trap_session.h"
 #include "host/services/backend_protocol.h"
@@ -32,12 +32,15 @@
 #include "platform/notify_msg_handler.h"
 #include "platform/snmp_svc_module.h"
 
+extern "C" {  // Net-SNMP's; oid_vector.h tells why its headers are not included
+void init_snmp(const char* type);
+int agent_check_and_process(int block);
+}
+
 namespace {
 
 constexpr unsigned long long ALARM = 4295032833;  // of the shipped definitions, with two parameters
-constexpr const char* COMMUNITY = "traps";
-constexpr int READY_PDUS = 200;     // made at a time
-constexpr int EVENTS_AT_ONCE = 16;  // of a burst, as many as the sender sends in a turn
+constexpr int EVENTS_AT_ONCE = 16;                // of a burst, as many as the sender sends in a turn
 
 // Product root, module and a socket that takes all traps; one for the program.
 class Surroundings {
@@ -192,7 +195,7 @@ public:
           m_log(surroundings().root() + "/notification_log.db"),
           m_delivery(m_loop, {&m_sender}, m_ledger, m_log),
           m_binding(CNotifyHandler::instance()->handlers()),
-          m_path(CNotifyHandler::instance()->handlers(), m_binding, m_delivery, m_ledger, [] {}) {
+          m_path(CNotifyHandler::instance()->handlers(), m_binding, m_definitions, m_delivery, m_ledger, [] {}) {
         tTrapDestInfo destination;
         destination.index = "1";
         destination.address = "127.0.0.1";
@@ -201,7 +204,7 @@ public:
         destination.trapType = 1;
         destination.user = COMMUNITY;
         m_sender.setDestinations({destination});
-        m_path.onConnected(0, {});
+        m_path.onConnected({});
         turnUntilSent();
     }
     ~Way() { m_sender.stop(); }
@@ -239,6 +242,7 @@ private:
     NotificationLog m_log;
     TrapDelivery m_delivery;
     TamrelBinding m_binding;
+    AlarmDefinitions m_definitions{m_binding};
     NotificationPath m_path;
     unsigned long long m_sequence = 0;
 };
@@ -266,35 +270,8 @@ void eventToSocket(benchmark::State& state) {
 }
 BENCHMARK(eventToSocket)->Arg(1)->Arg(EVENTS_AT_ONCE);
 
-struct CloseSession {
-    void operator()(void* session) const { snmp_sess_close(session); }
-};
-
-// Only the sending of PDUs of the same trap, which are made while the clock stands.
 void readyPduOverCachedSession(benchmark::State& state) {
-    const Trap trap = trapOfAlarm(*alarmRecord());
-    std::string peer = "udp:127.0.0.1:" + std::to_string(surroundings().port());
-    std::string community = COMMUNITY;
-    netsnmp_session wanted;
-    snmp_sess_init(&wanted);
-    wanted.peername = peer.data();
-    wanted.version = SNMP_VERSION_2c;
-    wanted.community = reinterpret_cast<u_char*>(community.data());
-    wanted.community_len = community.size();
-    const std::unique_ptr<void, CloseSession> session(snmp_sess_open(&wanted));
-    if (!session) return state.SkipWithError("no session");
-    std::vector<PduPointer> pdus;
-    for (auto _ : state) {
-        if (pdus.empty()) {
-            state.PauseTiming();
-            for (int i = 0; i < READY_PDUS; ++i) pdus.push_back(makeTrapPdu(trap, 1));
-            state.ResumeTiming();
-        }
-        PduPointer pdu = std::move(pdus.back());
-        pdus.pop_back();
-        if (snmp_sess_send(session.get(), pdu.get()) == 0) return state.SkipWithError("not sent");
-        static_cast<void>(pdu.release());  // the library has freed it
-    }
+    sendReadyPdus(state, trapOfAlarm(*alarmRecord()), surroundings().port());
 }
 BENCHMARK(readyPduOverCachedSession);
 

@@ -4,7 +4,16 @@
 #include <string>
 #include <vector>
 
+// AGENT++ makes names visible everywhere that Net-SNMP's headers declare, too (counter64, snmp_pdu, snmp_callback), so
+// those headers do not compile after its own. A source that uses SNMP++'s values gets the type of a sub-identifier
+// alone.
+#ifdef AGENTPP_NAMESPACE
+#include <net-snmp/net-snmp-config.h>
+// The configuration header comes first.
+#include <net-snmp/library/oid.h>
+#else
 #include "host/agent/net_snmp.h"
+#endif
 
 using OidVector = std::vector<oid>;
 

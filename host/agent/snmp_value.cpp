@@ -8,6 +8,8 @@
 
 #include "vrxpub/vrx_little_endian.h"
 
+static_assert(NO_VALUE == ASN_NULL);
+
 namespace {
 
 constexpr std::uint64_t MAX_UNSIGNED32 = std::numeric_limits<std::uint32_t>::max();

@@ -18,8 +18,14 @@
 #include "host/agent/mib_model.h"
 #include "vrxpub/vrx_tlv_cell.h"
 
+// As Net-SNMP declares it; oid_vector.h tells why its header may be missing.
+struct variable_list;
+using netsnmp_variable_list = ::variable_list;
+
+constexpr unsigned char NO_VALUE = 0x05;  // ASN_NULL
+
 struct SnmpValue {
-    unsigned char type = ASN_NULL;
+    unsigned char type = NO_VALUE;
     std::uint64_t number = 0;  // of numeric types; an INTEGER's bits
     std::string octets;        // of octet strings, object identifiers and addresses as their bytes
 };

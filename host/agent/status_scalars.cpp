@@ -122,7 +122,7 @@ bool setValue(netsnmp_variable_list* varbind, unsigned char type, const Value& v
         return snmp_set_var_typed_value(varbind, type, value.octets.data(), value.octets.size()) == 0;
     }
     if (type == ASN_COUNTER64) {
-        const counter64 number = {static_cast<u_long>(value.number >> 32U), static_cast<u_long>(value.number & LOW)};
+        const ::counter64 number = {static_cast<u_long>(value.number >> 32U), static_cast<u_long>(value.number & LOW)};
         return snmp_set_var_typed_value(varbind, type, &number, sizeof number) == 0;
     }
     return snmp_set_var_typed_integer(varbind, type, static_cast<long>(value.number & LOW)) == 0;

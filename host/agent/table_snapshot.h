@@ -90,7 +90,7 @@ private:
 
     struct tCell {
         std::uint32_t length = 0;       // of a text
-        unsigned char type = ASN_NULL;  // ASN_NULL: no instance
+        unsigned char type = NO_VALUE;  // NO_VALUE: no instance
         bool secret = false;
         union {
             std::uint64_t number = 0;

@@ -12,7 +12,7 @@
 
 struct TrapBinding {
     OidVector name;
-    SnmpValue value;  // ASN_NULL where the handler gave none
+    SnmpValue value;  // NO_VALUE where the handler gave none
 };
 
 struct Trap {

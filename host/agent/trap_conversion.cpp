@@ -13,15 +13,13 @@ constexpr std::size_t USUAL_OCTETS = 1024;  // fewer are in nearly every text
 bool readInteger(const Agentpp::Vbx& binding, SnmpValue& value) {
     int number = 0;
     if (binding.get_value(number) != SNMP_CLASS_SUCCESS) return false;
-    value.type = ASN_INTEGER;
     value.number = static_cast<std::uint64_t>(static_cast<std::int64_t>(number));
     return true;
 }
 
-bool readUnsigned(const Agentpp::Vbx& binding, unsigned char type, SnmpValue& value) {
+bool readUnsigned(const Agentpp::Vbx& binding, SnmpValue& value) {
     unsigned int number = 0;
     if (binding.get_value(number) != SNMP_CLASS_SUCCESS) return false;
-    value.type = type;
     value.number = number;
     return true;
 }
@@ -30,22 +28,19 @@ bool readCounter64(const Agentpp::Vbx& binding, SnmpValue& value) {
     using namespace Snmp_pp;  // the real library has pp_uint64 outside its namespace
     pp_uint64 number = 0;
     if (binding.get_value(number) != SNMP_CLASS_SUCCESS) return false;
-    value.type = ASN_COUNTER64;
     value.number = number;
     return true;
 }
 
 bool readOctets(const Agentpp::Vbx& binding, SnmpValue& value) {
     unsigned char usual[USUAL_OCTETS];
-    unsigned long length = 0;
+    Snmp_pp::SmiUINT32 length = 0;
     if (binding.get_value(usual, length, sizeof usual) == SNMP_CLASS_SUCCESS && length < sizeof usual) {
-        value.type = ASN_OCTET_STR;
         value.octets.assign(usual, usual + length);
         return true;
     }
     Snmp_pp::OctetStr octets;
     if (binding.get_value(octets) != SNMP_CLASS_SUCCESS || !octets.valid()) return false;
-    value.type = ASN_OCTET_STR;
     value.octets.assign(octets.data(), octets.data() + octets.len());
     return true;
 }
@@ -53,7 +48,6 @@ bool readOctets(const Agentpp::Vbx& binding, SnmpValue& value) {
 bool readAddress(const Agentpp::Vbx& binding, SnmpValue& value) {
     Snmp_pp::IpAddress address;
     if (binding.get_value(address) != SNMP_CLASS_SUCCESS || !address.valid()) return false;
-    value.type = ASN_IPADDRESS;
     constexpr int BYTES = 4;
     for (int i = 0; i < BYTES; ++i) value.octets += static_cast<char>(address[i]);
     return true;
@@ -64,21 +58,19 @@ bool readOid(const Agentpp::Vbx& binding, SnmpValue& value) {
     if (binding.get_value(name) != SNMP_CLASS_SUCCESS) return false;
     const OidVector ids = oidOf(name);
     if (ids.empty()) return false;
-    value.type = ASN_OBJECT_ID;
     value.octets.assign(reinterpret_cast<const char*>(ids.data()), ids.size() * sizeof(oid));
     return true;
 }
 
 bool readValue(const Agentpp::Vbx& binding, SnmpValue& value) {
+    value.type = static_cast<unsigned char>(binding.get_syntax());  // in both libraries the tag that BER has for it
     switch (binding.get_syntax()) {
         case sNMP_SYNTAX_INT:
             return readInteger(binding, value);
         case sNMP_SYNTAX_CNTR32:
-            return readUnsigned(binding, ASN_COUNTER, value);
         case sNMP_SYNTAX_GAUGE32:
-            return readUnsigned(binding, ASN_GAUGE, value);
         case sNMP_SYNTAX_TIMETICKS:
-            return readUnsigned(binding, ASN_TIMETICKS, value);
+            return readUnsigned(binding, value);
         case sNMP_SYNTAX_CNTR64:
             return readCounter64(binding, value);
         case sNMP_SYNTAX_OCTETS:

@@ -1,4 +1,4 @@
-#include <agent_pp/snmp_pp_ext.h>  // before Net-SNMP's headers, whose `oid` it uses as a name
+#include <agent_pp/snmp_pp_ext.h>  // before headers of the agent: see oid_vector.h
 
 #include "platform/notify_msg_handler.h"
 

@@ -19,13 +19,13 @@ SnmpValue convertValue(const Snmp_pp::SnmpSyntax& value) {
 }  // namespace
 
 TEST(TrapConversion, KeepsEachTypeAndValue) {
-    EXPECT_EQ(convertValue(Snmp_pp::SnmpInt32(-5)).type, ASN_INTEGER);
+    EXPECT_EQ(convertValue(Snmp_pp::SnmpInt32(-5)).type, sNMP_SYNTAX_INT32);
     EXPECT_EQ(static_cast<std::int64_t>(convertValue(Snmp_pp::SnmpInt32(-5)).number), -5);
-    EXPECT_EQ(convertValue(Snmp_pp::Gauge32(4294967295U)).type, ASN_GAUGE);
+    EXPECT_EQ(convertValue(Snmp_pp::Gauge32(4294967295U)).type, sNMP_SYNTAX_GAUGE32);
     EXPECT_EQ(convertValue(Snmp_pp::Gauge32(4294967295U)).number, 4294967295U);
-    EXPECT_EQ(convertValue(Snmp_pp::Counter32(9)).type, ASN_COUNTER);
-    EXPECT_EQ(convertValue(Snmp_pp::TimeTicks(9)).type, ASN_TIMETICKS);
-    EXPECT_EQ(convertValue(Snmp_pp::Counter64(0xFFFFFFFF, 0xFFFFFFFE)).type, ASN_COUNTER64);
+    EXPECT_EQ(convertValue(Snmp_pp::Counter32(9)).type, sNMP_SYNTAX_CNTR32);
+    EXPECT_EQ(convertValue(Snmp_pp::TimeTicks(9)).type, sNMP_SYNTAX_TIMETICKS);
+    EXPECT_EQ(convertValue(Snmp_pp::Counter64(0xFFFFFFFF, 0xFFFFFFFE)).type, sNMP_SYNTAX_CNTR64);
     EXPECT_EQ(convertValue(Snmp_pp::Counter64(0xFFFFFFFF, 0xFFFFFFFE)).number, 0xFFFFFFFFFFFFFFFEULL);
     EXPECT_EQ(convertValue(Snmp_pp::IpAddress("10.1.2.255")).octets, std::string("\x0A\x01\x02\xFF"));
     EXPECT_EQ(convertValue(Snmp_pp::Oid("1.3.6")).octets.size(), 3 * sizeof(oid));
@@ -34,7 +34,7 @@ TEST(TrapConversion, KeepsEachTypeAndValue) {
 TEST(TrapConversion, OctetsKeepZeroBytes) {
     const unsigned char bytes[] = {0, 1, 0, 255};
     const SnmpValue value = convertValue(Snmp_pp::OctetStr(bytes, sizeof bytes));
-    EXPECT_EQ(value.type, ASN_OCTET_STR);
+    EXPECT_EQ(value.type, sNMP_SYNTAX_OCTETS);
     EXPECT_EQ(value.octets, std::string("\0\x01\0\xFF", 4));
 }
 
@@ -44,7 +44,7 @@ TEST(TrapConversion, AnEmptyTextIsAnEmptyOctetString) {
     int leftOut = 0;
     const Trap trap = convert(binding, leftOut);
     ASSERT_EQ(trap.bindings.size(), 1U);
-    EXPECT_EQ(trap.bindings[0].value.type, ASN_OCTET_STR);
+    EXPECT_EQ(trap.bindings[0].value.type, sNMP_SYNTAX_OCTETS);
     EXPECT_EQ(trap.bindings[0].value.octets, "");
 }
 
@@ -52,7 +52,7 @@ TEST(TrapConversion, ABindingWithoutValueBecomesNull) {
     int leftOut = 0;
     const Trap trap = convert(Agentpp::Vbx(Snmp_pp::Oid("1.3.6.1")), leftOut);
     ASSERT_EQ(trap.bindings.size(), 1U);
-    EXPECT_EQ(trap.bindings[0].value.type, ASN_NULL);
+    EXPECT_EQ(trap.bindings[0].value.type, NO_VALUE);
     EXPECT_EQ(leftOut, 0);
 }
 

@@ -12,7 +12,7 @@
 #include "host/agent/agent_loop.h"
 #include "host/agent/trap_sender.h"
 
-#include <net-snmp/agent/net-snmp-agent-includes.h>
+extern "C" int agent_check_and_process(int block);  // Net-SNMP's; oid_vector.h tells why its header is not included
 
 // Turns the loop until the condition holds; false when it does not within a generous time.
 template <typename Condition>

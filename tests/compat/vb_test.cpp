@@ -172,6 +172,10 @@ TEST(Vb, UnsignedComesFromTheUnsignedTypes) {
     EXPECT_EQ(value, 3U);
 }
 
+// A deprecated overload of the libraries, which code that is written for them may use.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
 TEST(Vb, TextComesFromOctetsWithAZeroByteBehind) {
     char text[8] = "xxxxxxx";
     EXPECT_EQ(vbWith(OctetStr("abc")).get_value(text), SNMP_CLASS_SUCCESS);
@@ -185,6 +189,8 @@ TEST(Vb, TextOfANullVbIsEmpty) {
     EXPECT_EQ(Vb(SYS_NAME).get_value(text), SNMP_CLASS_INVALID);
     EXPECT_STREQ(text, "");
 }
+
+#pragma GCC diagnostic pop
 
 TEST(Vb, OctetsComeFromOctetsAndAddress) {
     OctetStr octets;

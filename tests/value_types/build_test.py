@@ -1,5 +1,6 @@
 """How the build chooses the value types: installed libraries or compat/. The installed ones are a stand-in (stand_in/)."""
 
+import functools
 import json
 import os
 import re
@@ -15,9 +16,35 @@ NOT_INSTALLED = ["-D%s=" % name for name in ("SNMPPP_INCLUDE_DIR", "AGENTPP_INCL
 REFUSAL = ("TAMREL_SNMPPP=SYSTEM: no usable SNMP++ and AGENT++ found (headers snmp_pp/vb.h and agent_pp/snmp_pp_ext.h, "
            "libraries snmp++ and agent++, built with their namespaces switched on)")
 
-# The module, the own tests of the value types, and tests that link or load what uses them. With TAMREL_VALUE_TYPES_ALL=1
-# everything is built and every test program runs: a whole build, and so by hand.
+# The module, the own tests of the value types, and tests that link or load what uses them.
 TARGETS = ["snmp_tamrel", "compat_test", "notify_test", "loaded_module_test"]
+TESTS = TARGETS[1:]
+WIDTHS = (64, 32)  # of SmiUINT32
+
+# With TAMREL_VALUE_TYPES_ALL=1 everything is built, optimised, and all tests run: a whole build, and so by hand.
+EVERYTHING = bool(os.environ.get("TAMREL_VALUE_TYPES_ALL"))
+OPTIONS = ["-DCMAKE_BUILD_TYPE=RelWithDebInfo"] if EVERYTHING else [
+    "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS=-O0 -g0", "-DTAMREL_BENCHMARKS=OFF"]
+
+INCLUDE = re.compile(r'^\s*#\s*include\s*[<"]([^>"]*)[>"]', re.MULTILINE)
+
+
+@functools.lru_cache(None)
+def headers_of(path):
+    """All that a source of ours includes, also through its headers, whatever the preprocessor leaves out."""
+    with open(path, encoding="utf-8") as file:
+        names = set(INCLUDE.findall(file.read()))
+    for name in set(names):
+        header = os.path.join(SOURCE_DIR, name)
+        if not name.startswith("compat/") and os.path.isfile(header):
+            names |= headers_of(header)
+    return frozenset(names)
+
+
+def meets_both(path):
+    """Whether a source uses the values, and headers that include Net-SNMP's where the values are not used."""
+    names = headers_of(path)
+    return "agent_pp/snmp_pp_ext.h" in names and "host/agent/oid_vector.h" in names
 
 
 def run(*command, **more):
@@ -28,14 +55,21 @@ class Choice(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.folder = tempfile.mkdtemp(prefix="vrx-value-types-")
-        cls.prefix = os.path.join(cls.folder, "prefix")
-        made = os.path.join(cls.folder, "stand_in")
+        cls.prefixes = {width: cls.stand_in(width) for width in WIDTHS}
+        cls.prefix = cls.prefixes[64]
+
+    @classmethod
+    def stand_in(cls, width):
+        """Where libraries are installed whose SmiUINT32 has that many bits."""
+        prefix = os.path.join(cls.folder, "prefix%d" % width)
+        made = os.path.join(cls.folder, "stand_in%d" % width)
         for command in (["cmake", "-S", os.path.join(HERE, "stand_in"), "-B", made, "-G", "Ninja",
-                         "-DCMAKE_INSTALL_PREFIX=" + cls.prefix],
+                         "-DCMAKE_INSTALL_PREFIX=" + prefix, "-DSTAND_IN_WIDTH=%d" % width],
                         ["cmake", "--build", made], ["cmake", "--install", made]):
             done = run(*command)
             if done.returncode != 0:
                 raise RuntimeError(done.stdout)
+        return prefix
 
     @classmethod
     def tearDownClass(cls):
@@ -44,8 +78,7 @@ class Choice(unittest.TestCase):
     def configure(self, *options, folder="build"):
         self.build = os.path.join(self.folder, folder)
         self.addCleanup(shutil.rmtree, self.build, ignore_errors=True)
-        done = run("cmake", "-S", SOURCE_DIR, "-B", self.build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug",
-                   "-DCMAKE_CXX_FLAGS=-O0 -g0", "-DTAMREL_BENCHMARKS=OFF", *options)
+        done = run("cmake", "-S", SOURCE_DIR, "-B", self.build, "-G", "Ninja", *OPTIONS, *options)
         return done.returncode, " ".join(done.stdout.split())
 
     def includes_of(self, source):
@@ -98,19 +131,42 @@ class Choice(unittest.TestCase):
         self.assertIn(os.path.join(self.prefix, "include"), includes)
         self.assertNotIn(os.path.join(SOURCE_DIR, "compat"), includes)
 
-        everything = bool(os.environ.get("TAMREL_VALUE_TYPES_ALL"))
-        done = run("cmake", "--build", self.build, "--target", *(["all"] if everything else TARGETS))
+        targets = ["all"] if EVERYTHING else TARGETS + self.objects_of_both()
+        done = run("cmake", "--build", self.build, "--target", *targets)
         self.assertEqual(done.returncode, 0, done.stdout)
         module = run("readelf", "-d", os.path.join(self.build, "lib", "libsnmp_tamrel.so")).stdout
         self.assertIn("[libsnmp++.so]", module)
-        programs = os.path.join(self.build, "bin")
-        tests = TARGETS[1:]
-        if everything:
-            tests = sorted(name for name in os.listdir(programs) if name.endswith(("_test", "_tests")))
-        for test in tests:
+        self.assertIn(os.path.join(self.prefix, "lib"), re.search(r"RUNPATH.*\[(.*)\]", module).group(1))
+        if EVERYTHING:
+            self.run_all_tests()
+            return
+        for test in TESTS:
             with self.subTest(test):
-                done = run(os.path.join(programs, test), "--gtest_brief=1")
+                done = run(os.path.join(self.build, "bin", test), "--gtest_brief=1")
                 self.assertEqual(done.returncode, 0, done.stdout)
+
+    def test_a_library_of_another_width_builds_too(self):
+        code, output = self.configure("-DTAMREL_SNMPPP=SYSTEM", "-DCMAKE_PREFIX_PATH=" + self.prefixes[32])
+        self.assertEqual(code, 0, output)
+        targets = ["all"] if EVERYTHING else ["snmp_tamrel"] + self.objects_of_both()
+        done = run("cmake", "--build", self.build, "--target", *targets)
+        self.assertEqual(done.returncode, 0, done.stdout)
+        if EVERYTHING:
+            self.run_all_tests()
+
+    def objects_of_both(self):
+        """Objects of the host and its tests that use the values, beside headers that are Net-SNMP's for others."""
+        with open(os.path.join(self.build, "compile_commands.json"), encoding="utf-8") as file:
+            entries = json.load(file)
+        objects = [re.search(r" -o (\S+)", entry["command"]).group(1) for entry in entries
+                   if os.path.isfile(entry["file"]) and meets_both(entry["file"])]
+        for name in ("object_reader", "notification_path", "trap_conversion", "notification_path_test"):
+            self.assertTrue([path for path in objects if path.endswith("/%s.cpp.o" % name)], name)
+        return objects
+
+    def run_all_tests(self):
+        done = run("ctest", "--test-dir", self.build, "--exclude-regex", "^(value_types|style)", "--output-on-failure")
+        self.assertEqual(done.returncode, 0, done.stdout)
 
 
 if __name__ == "__main__":

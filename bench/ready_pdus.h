@@ -1,0 +1,11 @@
+// Net-SNMP's own part of notification_bench, in a source without SNMP++'s values.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include "host/agent/trap_content.h"
+
+constexpr const char* COMMUNITY = "traps";
+
+// Only the sending of PDUs of the same trap, which are made while the clock stands.
+void sendReadyPdus(benchmark::State& state, const Trap& trap, unsigned int port);
