@@ -133,11 +133,10 @@ class ForwardEncoding(unittest.TestCase):
     def test_the_word_that_asks_for_it_is_without_effect(self):
         """The library's forward encoder writes beyond its buffer."""
         with System(agent_config=CONFIG, extra_config="[snmp] reverseEncodeBER 0\n") as system:
-            for _ in range(2):
-                for version in (["-v3", "-l", "noAuthNoPriv", "-u", "writer"], ["-v2c", "-c", "public"]):
-                    answer = system.bulkget("1.3.6.1.2.1.11", repetitions=100, version=version)
-                    self.assertGreater(len(answer.splitlines()), 20)
-                system.vrxctl("reload")
+            self.assertIn("Unknown token: reverseEncodeBER", system.agent.log())
+            for version in (["-v3", "-l", "noAuthNoPriv", "-u", "writer"], ["-v2c", "-c", "public"]):
+                answer = system.bulkget("1.3.6.1.2.1.11", repetitions=100, version=version)
+                self.assertGreater(len(answer.splitlines()), 20)
 
 
 if __name__ == "__main__":
