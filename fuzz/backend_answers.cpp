@@ -148,18 +148,26 @@ class Listener : public AlarmEventSource::Listener {
 public:
     explicit Listener(std::optional<unsigned long long> handled) : m_handled(handled) {}
 
-    std::optional<unsigned long long> lastHandledEvent() override { return m_handled; }
+    std::optional<HandledEvent> lastHandledEvent() override {
+        if (!m_handled) return std::nullopt;
+        return HandledEvent{*m_handled, m_store};
+    }
 
-    void onConnected(unsigned long long lastSequenceOfStore, const std::vector<unsigned int>& activeSerials) override {
+    void onConnected(const BackendState& state) override {
         require(!m_connected, "connected twice");
         m_connected = true;
         unsigned int last = 0;
-        for (const unsigned int serial : activeSerials) {
-            require(serial > last, "serial numbers do not ascend");
-            last = serial;
+        for (const ActiveAlarm& alarm : state.alarms) {
+            require(alarm.serial > last, "serial numbers do not ascend");
+            last = alarm.serial;
         }
-        if (!m_handled) m_handled = lastSequenceOfStore;
-        if (*m_handled > lastSequenceOfStore) m_handled = 0;
+        require(state.listedUpTo >= state.lastSequence, "the list of alarms is older than the last event");
+        require(state.store.size() <= LONGEST_STORE_IDENTITY, "the store's identity is too long");
+        if (!m_handled) m_handled = state.lastSequence;
+        const bool otherStore = !m_store.empty() && !state.store.empty() && m_store != state.store;
+        require(state.isAnother == (otherStore || *m_handled > state.lastSequence), "a store is taken for another");
+        if (state.isAnother) m_handled = 0;
+        m_store = state.store;
     }
 
     void onEvent(unsigned long long sequence, const CTLVRecordV3& record) override {
@@ -181,6 +189,7 @@ public:
 
 private:
     std::optional<unsigned long long> m_handled;
+    std::string m_store;
     bool m_connected = false;
 };
 
