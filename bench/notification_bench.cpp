@@ -1,6 +1,6 @@
 // What an alarm event costs until its trap is on the wire, step by step, with the real module and a real socket, beside
 // what Net-SNMP takes to send a PDU that is ready, and the system to send a packet that is ready.
-#include "host/agent/trap_conversion.h"  // first: see there
+#include "host/agent/notifications/trap_conversion.h"  // first: see there
 
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
@@ -18,16 +18,16 @@
 #include <vector>
 
 #include "bench/ready_pdus.h"
-#include "host/agent/agent_loop.h"
-#include "host/agent/notification_ledger.h"
-#include "host/agent/notification_log.h"
-#include "host/agent/notification_path.h"
-#include "host/agent/trap_delivery.h"
-#include "host/agent/trap_sender.h"
-#include "host/agent/trap_session.h"
-#include "host/services/backend_protocol.h"
-#include "host/services/backend_socket.h"
-#include "host/services/logging.h"
+#include "host/agent/loop/agent_loop.h"
+#include "host/agent/notifications/notification_ledger.h"
+#include "host/agent/notifications/notification_log.h"
+#include "host/agent/notifications/notification_path.h"
+#include "host/agent/notifications/trap_delivery.h"
+#include "host/agent/traps/trap_sender.h"
+#include "host/agent/traps/trap_session.h"
+#include "host/base/backend_socket.h"
+#include "host/base/logging.h"
+#include "host/transport/backend_protocol.h"
 #include "platform/notify_handler.h"
 #include "platform/notify_msg_handler.h"
 #include "platform/snmp_svc_module.h"

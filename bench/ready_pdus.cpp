@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "host/agent/trap_pdu.h"
+#include "host/agent/delivery/trap_pdu.h"
 
 namespace {
 

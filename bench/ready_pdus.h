@@ -3,7 +3,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include "host/agent/trap_content.h"
+#include "host/notification_log/trap_content.h"
 
 constexpr const char* COMMUNITY = "traps";
 

@@ -17,11 +17,11 @@
 #include "fuzz/package_stream.h"
 #include "fuzz/peer.h"
 #include "fuzz/temporary_folder.h"
-#include "host/services/alarm_event_source.h"
-#include "host/services/backend_client.h"
-#include "host/services/backend_connection.h"
-#include "host/services/backend_result.h"
-#include "host/services/logging.h"
+#include "host/base/logging.h"
+#include "host/transport/alarm_event_source.h"
+#include "host/transport/backend_client.h"
+#include "host/transport/backend_connection.h"
+#include "host/transport/backend_result.h"
 #include "platform/snmp_util.h"
 
 namespace {

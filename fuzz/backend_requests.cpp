@@ -16,7 +16,7 @@
 #include "host/backend/alarm_store.h"
 #include "host/backend/client_session.h"
 #include "host/backend/request_handler.h"
-#include "host/services/logging.h"
+#include "host/base/logging.h"
 
 namespace {
 

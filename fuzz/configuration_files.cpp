@@ -27,12 +27,12 @@
 
 #include "fuzz/finding.h"
 #include "fuzz/temporary_folder.h"
-#include "host/agent/configuration_check.h"
-#include "host/agent/library_words.h"
-#include "host/agent/net_snmp.h"
-#include "host/agent/snmp_engine.h"
-#include "host/services/logging.h"
-#include "host/services/product_root.h"
+#include "host/agent/engine/library_words.h"
+#include "host/agent/engine/snmp_engine.h"
+#include "host/agent/reload/configuration_check.h"
+#include "host/base/logging.h"
+#include "host/base/product_root.h"
+#include "host/snmp/net_snmp.h"
 
 namespace {
 

@@ -11,11 +11,11 @@
 #include "fuzz/memory_file.h"
 #include "fuzz/temporary_folder.h"
 #include "host/backend/backend.h"
-#include "host/services/backend_options.h"
-#include "host/services/backend_protocol.h"
-#include "host/services/device_config.h"
-#include "host/services/logging.h"
-#include "host/services/product_root.h"
+#include "host/base/device_config.h"
+#include "host/base/logging.h"
+#include "host/base/product_root.h"
+#include "host/transport/backend_options.h"
+#include "host/transport/backend_protocol.h"
 #include "platform/vrx_xml_config.h"
 
 namespace {

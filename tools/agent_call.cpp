@@ -5,7 +5,7 @@
 #include <array>
 #include <memory>
 
-#include "host/services/product_root.h"
+#include "host/base/product_root.h"
 
 namespace {
 

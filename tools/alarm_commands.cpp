@@ -7,8 +7,8 @@
 #include <stdexcept>
 
 #include "alarm/snmp_alarm_iniparser.h"
-#include "host/agent/fault_level.h"
-#include "host/services/backend_protocol.h"
+#include "host/notification_log/fault_level.h"
+#include "host/transport/backend_protocol.h"
 #include "platform/snmp_util.h"
 #include "tools/backend_call.h"
 #include "tools/terminal_text.h"

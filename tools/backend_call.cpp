@@ -1,6 +1,6 @@
 #include "tools/backend_call.h"
 
-#include "host/services/backend_result.h"
+#include "host/transport/backend_result.h"
 #include "platform/snmp_configuration.h"
 
 BackendCallError::BackendCallError(int code) : std::runtime_error(std::string("backend: ") + backendResultText(code)) {}

@@ -10,10 +10,10 @@
 #include <optional>
 #include <stdexcept>
 
-#include "host/agent/fault_level.h"
-#include "host/agent/trap_bytes.h"
-#include "host/agent/trap_subject.h"
-#include "host/services/product_root.h"
+#include "host/base/product_root.h"
+#include "host/notification_log/fault_level.h"
+#include "host/notification_log/trap_bytes.h"
+#include "host/notification_log/trap_subject.h"
 #include "tools/agent_call.h"
 #include "tools/terminal_text.h"
 

@@ -7,7 +7,7 @@
 #include <ostream>
 #include <string>
 
-#include "host/agent/notification_log_file.h"
+#include "host/notification_log/notification_log_file.h"
 
 // As a table, for people.
 void printTraps(std::ostream& out, const NotificationLogFilter& filter);

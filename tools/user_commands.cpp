@@ -13,9 +13,9 @@
 #include <sstream>
 #include <system_error>
 
-#include "host/agent/engine_file.h"
-#include "host/services/product_root.h"
-#include "host/services/whole_file.h"
+#include "host/base/product_root.h"
+#include "host/base/whole_file.h"
+#include "host/engine_files/engine_file.h"
 #include "tools/agent_call.h"
 #include "tools/agent_commands.h"
 

@@ -5,7 +5,7 @@
 #include <ostream>
 #include <string>
 
-#include "host/agent/user_protocols.h"
+#include "host/engine_files/user_protocols.h"
 
 enum class UserAccess { ReadOnly, ReadWrite };
 

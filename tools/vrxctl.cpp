@@ -7,8 +7,9 @@
 #include <iterator>
 #include <sstream>
 
-#include "host/services/logging.h"
-#include "host/services/product_root.h"
+#include "host/base/logging.h"
+#include "host/base/product_root.h"
+#include "host/definitions/definition_lint.h"
 #include "module/vrx_exception.h"
 #include "platform/vrx_utility.h"
 #include "platform/vrx_xml_config.h"
@@ -16,7 +17,6 @@
 #include "tools/agent_commands.h"
 #include "tools/alarm_commands.h"
 #include "tools/backend_call.h"
-#include "tools/definition_lint.h"
 #include "tools/package_text.h"
 #include "tools/render_command.h"
 #include "tools/trap_commands.h"

@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "host/services/backend_protocol.h"
-#include "host/services/backend_result.h"
-#include "host/services/sqlite_database.h"
+#include "host/base/sqlite_database.h"
+#include "host/transport/backend_protocol.h"
+#include "host/transport/backend_result.h"
 
 struct Alarm {
     unsigned int serial = 0;  // to raise(): 0 lets the store choose

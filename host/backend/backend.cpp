@@ -12,9 +12,9 @@
 #include <system_error>
 #include <utility>
 
-#include "host/services/logging.h"
-#include "host/services/out_of_memory.h"
-#include "host/services/product_root.h"
+#include "host/base/logging.h"
+#include "host/base/out_of_memory.h"
+#include "host/base/product_root.h"
 
 namespace {
 

@@ -23,8 +23,8 @@
 #include "host/backend/alarm_store.h"
 #include "host/backend/client_session.h"
 #include "host/backend/request_handler.h"
-#include "host/services/backend_options.h"
-#include "host/services/backend_protocol.h"
+#include "host/transport/backend_options.h"
+#include "host/transport/backend_protocol.h"
 
 struct BackendSettings {
     BackendOptions transport;  // of these the address and the package limit

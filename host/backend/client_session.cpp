@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "host/services/out_of_memory.h"
+#include "host/base/out_of_memory.h"
 
 namespace {
 

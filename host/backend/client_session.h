@@ -11,8 +11,8 @@
 #include <string>
 
 #include "host/backend/request_handler.h"
-#include "host/services/backend_connection.h"
-#include "host/services/logging.h"
+#include "host/base/logging.h"
+#include "host/transport/backend_connection.h"
 
 class ClientSession {
 public:

@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-#include "host/services/logging.h"
+#include "host/base/logging.h"
 
 namespace {
 

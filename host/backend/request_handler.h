@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "host/backend/alarm_store.h"
-#include "host/services/backend_protocol.h"
-#include "host/services/backend_result.h"
+#include "host/transport/backend_protocol.h"
+#include "host/transport/backend_result.h"
 #include "vrxpub/vrx_message_package.h"
 
 // What the backend does at the moment and did since its start, for GET_BACKEND_STATUS.

@@ -11,10 +11,10 @@
 #include <system_error>
 
 #include "host/backend/backend.h"
-#include "host/services/device_config.h"
-#include "host/services/logging.h"
-#include "host/services/product_root.h"
-#include "host/services/service_manager.h"
+#include "host/base/device_config.h"
+#include "host/base/logging.h"
+#include "host/base/product_root.h"
+#include "host/base/service_manager.h"
 
 namespace {
 

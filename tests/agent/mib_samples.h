@@ -10,7 +10,7 @@
 #include <string>
 #include <utility>
 
-#include "host/agent/mib_model.h"
+#include "host/agent/objects/mib_model.h"
 #include "vrxpub/vrx_tlv_record.h"
 
 // A file that is gone with the object.

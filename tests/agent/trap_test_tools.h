@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "host/agent/agent_loop.h"
-#include "host/agent/trap_sender.h"
+#include "host/agent/loop/agent_loop.h"
+#include "host/agent/traps/trap_sender.h"
 
 extern "C" int agent_check_and_process(int block);  // Net-SNMP's; oid_vector.h tells why its header is not included
 

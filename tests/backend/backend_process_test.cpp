@@ -17,8 +17,8 @@
 #include <thread>
 #include <vector>
 
-#include "host/services/backend_client.h"
-#include "host/services/backend_result.h"
+#include "host/transport/backend_client.h"
+#include "host/transport/backend_result.h"
 #include "tests/backend/test_support.h"
 
 namespace {

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/services/backend_result.h"
+#include "host/transport/backend_result.h"
 #include "tests/backend/test_support.h"
 
 namespace {

@@ -13,7 +13,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "host/services/logging.h"
+#include "host/base/logging.h"
 
 namespace {
 

@@ -13,9 +13,9 @@
 #include <thread>
 #include <vector>
 
-#include "host/services/backend_connection.h"
-#include "host/services/backend_options.h"
-#include "host/services/backend_protocol.h"
+#include "host/transport/backend_connection.h"
+#include "host/transport/backend_options.h"
+#include "host/transport/backend_protocol.h"
 #include "vrxpub/vrx_message_package.h"
 
 using Bytes = std::vector<unsigned char>;

@@ -121,7 +121,7 @@ class ObjectsTest(unittest.TestCase):
                                    for group, number, name, syntax, _ in AGENT])
 
     def test_the_agent_registers_the_objects_of_its_mib(self):
-        with open(mib.path("host", "agent", "status_scalars.cpp"), encoding="utf-8") as source:
+        with open(mib.path("host", "agent", "operator", "status_scalars.cpp"), encoding="utf-8") as source:
             text = source.read()
         self.assertIn('parseOid("%s")' % mib.AGENT_OBJECTS, text)
         groups = {name: int(number) for name, number in re.findall(r"constexpr oid (GROUP_\w+) = (\d+);", text)}

@@ -48,7 +48,7 @@ class ManPages(unittest.TestCase):
 
     def test_the_configurations_page_has_every_word_of_our_own(self):
         registered = set()
-        for file in (SOURCE / "host/agent").glob("*_words.cpp"):
+        for file in (SOURCE / "host/agent").rglob("*_words.cpp"):
             registered |= set(re.findall(r'"(vrx[A-Z]\w*)"', file.read_text(encoding="utf-8")))
         written = set(re.findall(r"\bvrx(?!TrapDest)[A-Z]\w*", page("vrx-agentd.conf.5")))
         self.assertEqual(written, registered)

@@ -8,8 +8,8 @@
 #include <sstream>
 
 #include "alarm/snmp_alarm_iniparser.h"
-#include "host/services/device_config.h"
-#include "host/services/product_root.h"
+#include "host/base/device_config.h"
+#include "host/base/product_root.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "host/agent/trap_bytes.h"
-#include "host/services/product_root.h"
+#include "host/base/product_root.h"
+#include "host/notification_log/trap_bytes.h"
 #include "tools/agent_call.h"
 
 namespace {

@@ -9,8 +9,8 @@
 #include <sstream>
 #include <string>
 
-#include "host/services/whole_file.h"
-#include "tests/services/temporary_root.h"
+#include "host/base/whole_file.h"
+#include "tests/base/temporary_root.h"
 
 namespace {
 

@@ -44,7 +44,7 @@ def headers_of(path):
 def meets_both(path):
     """Whether a source uses the values, and headers that include Net-SNMP's where the values are not used."""
     names = headers_of(path)
-    return "agent_pp/snmp_pp_ext.h" in names and "host/agent/oid_vector.h" in names
+    return "agent_pp/snmp_pp_ext.h" in names and "host/snmp/oid_vector.h" in names
 
 
 def run(*command, **more):

@@ -1,0 +1,165 @@
+#include "host/agent/assembly/notification_service.h"
+
+#include <chrono>
+#include <exception>
+#include <list>
+#include <mutex>
+#include <string>
+
+#include "host/agent/loop/agent_log.h"
+#include "host/base/out_of_memory.h"
+#include "host/destinations/trap_api.h"
+#include "platform/notify_handler.h"
+#include "platform/snmp_trap_api.h"
+#include "platform/vrx_utility.h"
+
+namespace {
+
+constexpr std::chrono::seconds LIST_INTERVAL{1};  // between two attempts to read the list of trap destinations
+
+}  // namespace
+
+// Hands the list of trap destinations to the sender, whole changes in their order.
+class NotificationService::DestinationReader {
+public:
+    explicit DestinationReader(TrapSender& sender) : m_sender(&sender) {}
+
+    // Whether it was there. One line for each change of state.
+    bool read() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_sender == nullptr) return false;
+        std::list<tTrapDestInfo> destinations;
+        const int result = CSNMP_TrapApi::getAllTrapAddr(destinations);
+        if (result != 0) {
+            if (!m_failing) {
+                agent_log::error("the list of trap destinations cannot be read (" + std::to_string(result) +
+                                 "): alarm events wait for it");
+            }
+            m_failing = true;
+            return false;
+        }
+        if (m_failing) agent_log::info("the list of trap destinations can be read again");
+        m_failing = false;
+        m_sender->setDestinations(destinations);
+        return true;
+    }
+
+    void stop() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_sender = nullptr;
+    }
+
+private:
+    std::mutex m_mutex;
+    TrapSender* m_sender;  // guarded by m_mutex, as the next; null after stop()
+    bool m_failing = false;
+};
+
+NotificationService::NotificationService(AgentLoop& loop, std::function<void()> alarmsChanged)
+    : m_loop(loop),
+      m_sender(loop, TrapOptions::fromDevice(), m_transport),
+      m_informTransport(loop),
+      m_informs(loop, m_informTransport, VRX_Utility::getVRXRootEnv() + "/state/informs.db",
+                TrapOptions::fromDevice().resolveInterval),
+      m_log(VRX_Utility::getVRXRootEnv() + "/state/notification_log.db"),
+      m_ledger(VRX_Utility::getVRXRootEnv() + "/state/notifications.db", [this] { m_log.flushWhatCanBe(); }),
+      m_binding(CNotifyHandler::instance()->handlers()),
+      m_definitions(m_binding),
+      m_delivery(loop, {&m_sender, &m_informs}, m_ledger, m_log),
+      m_path(CNotifyHandler::instance()->handlers(), m_binding, m_definitions, m_delivery, m_ledger,
+             std::move(alarmsChanged)),
+      m_alarms(m_path),
+      m_source(m_alarms),
+      m_reader(std::make_shared<DestinationReader>(m_sender)) {}
+
+NotificationService::~NotificationService() {
+    try {
+        stop();
+    } catch (const std::exception& fault) {  // the parts come to their end all the same
+        agent_log::fault({"what became of the notifications cannot be told: ", fault.what()});
+    }
+}
+
+void NotificationService::start() {
+    m_running = true;
+    (void)m_definitions.fault();
+    setTrapDestinationListener([reader = m_reader] { reader->read(); });
+    begin();
+}
+
+// Without the list the events would be done with, and nobody told of them.
+void NotificationService::begin() {
+    if (!m_running) return;
+    if (!m_reader->read()) {
+        m_loop.runAfter(LIST_INTERVAL, [this, alive = std::weak_ptr<DestinationReader>(m_reader)] {
+            if (!alive.expired()) untilMemory([this] { begin(); });
+        });
+        return;
+    }
+    m_sender.sendColdStart();
+    m_informs.sendColdStart();
+    m_source.start();
+}
+
+void NotificationService::setLimits(const NotificationLimits& limits) {
+    m_log.setKept(limits.logged);
+    m_sender.setMessageSize(limits.messageSize);
+    m_informs.setMessageSize(limits.messageSize);
+    m_delivery.setLimits(limits.storms);
+}
+
+void NotificationService::configurationChanged() {
+    m_reader->read();
+    m_sender.refresh();
+}
+
+void NotificationService::stop() {
+    if (!m_running) return;
+    m_running = false;
+    setTrapDestinationListener(nullptr);
+    m_reader->stop();
+    m_path.stop();
+    m_source.stop();
+    m_delivery.stop();
+    m_sender.stop();
+    m_informs.stop();
+    storeProgress();
+    const NotificationPath::Counters counters = m_path.counters();
+    agent_log::info("alarm events: " + std::to_string(counters.events) + " handled, " +
+                    std::to_string(counters.notBuilt) + " traps not built");
+}
+
+// Now, and not when this object goes: a program whose end is held up leaves without destroying anything.
+void NotificationService::storeProgress() {
+    try {
+        m_ledger.flush();
+    } catch (const std::exception& fault) {
+        agent_log::fault({"the last alarm event handled cannot be stored: ", fault.what()});
+    }
+    try {
+        m_log.flush();
+    } catch (const std::exception& fault) {
+        agent_log::fault({"the last entries of the notification log cannot be written: ", fault.what()});
+    }
+}
+
+NotificationStatus NotificationService::status() const {
+    NotificationStatus status;
+    status.path = m_path.counters();
+    status.source = m_source.counters();
+    status.lastDone = m_ledger.lastDone();
+    status.traps = m_sender.status();
+    status.informs = m_informs.status();
+    const std::map<std::string, TrapDelivery::Paced> paced = m_delivery.paced();
+    for (DestinationStatus& destination : status.traps.destinations) {
+        const auto found = paced.find(trapDestinationKey(destination.index));
+        if (found == paced.end()) continue;
+        destination.held = found->second.held;
+        destination.suppressed = found->second.suppressed;
+    }
+    status.definitionsFault = m_definitions.lastFault();
+    status.log = m_log.counters();
+    status.alarms = m_alarms.state();
+    status.backendAddress = m_source.address();
+    return status;
+}

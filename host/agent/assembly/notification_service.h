@@ -1,0 +1,116 @@
+// Everything between the backend's alarm events and the traps on the wire, in one object for the program.
+//
+//     NotificationService notifications(loop, [&] { snapshots.markChanged(); });
+//     notifications.start();
+//     loop.run();
+//     notifications.stop();
+//
+// Threads: agent thread only, except where another is named.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "host/agent/informs/inform_sender.h"
+#include "host/agent/informs/inform_session.h"
+#include "host/agent/notifications/active_alarms.h"
+#include "host/agent/notifications/notification_ledger.h"
+#include "host/agent/notifications/notification_log.h"
+#include "host/agent/notifications/notification_path.h"
+#include "host/agent/notifications/trap_delivery.h"
+#include "host/agent/settings/notification_limits.h"
+#include "host/agent/tamrel/alarm_definitions.h"
+#include "host/agent/tamrel/tamrel_binding.h"
+#include "host/agent/traps/trap_sender.h"
+#include "host/agent/traps/trap_session.h"
+#include "host/transport/alarm_event_source.h"
+
+struct NotificationStatus {
+    NotificationPath::Counters path;
+    AlarmEventSource::Counters source;
+    std::optional<unsigned long long> lastDone;   // event up to which all are done with
+    std::optional<std::string> definitionsFault;  // while it lasts events wait
+    TrapStatus traps;
+    InformStatus informs;
+    NotificationLog::Counters log;
+    ActiveAlarms::State alarms;
+    std::string backendAddress;
+};
+
+class NotificationService {
+public:
+    // After the modules are loaded and the engine has read its configuration. `alarmsChanged` is called from the event
+    // source's thread. Throws std::invalid_argument for a faulty device configuration, SqliteError when the state
+    // folder cannot be used.
+    NotificationService(AgentLoop& loop, std::function<void()> alarmsChanged);
+    ~NotificationService();
+    NotificationService(const NotificationService&) = delete;
+    NotificationService& operator=(const NotificationService&) = delete;
+
+    // Sends coldStart, then asks the backend for events; both wait while the list of trap destinations cannot be read.
+    // Alarm definitions that cannot be loaded are a log line: what needs them waits.
+    void start();
+
+    // No notification is handled while the lock lives; events wait. It waits for the one under way.
+    std::unique_lock<std::mutex> hold() { return m_path.hold(); }
+
+    // Lets the module read its alarm definitions anew; see AlarmDefinitions. REQUIRES: hold(), and all workers held.
+    void reloadDefinitions() { m_definitions.reload(); }
+
+    // Why the module's alarm definitions cannot be used now; nothing when they can. Any thread.
+    std::optional<std::string> definitionsFault() { return m_definitions.fault(); }
+
+    // What the configuration says, at the start and whenever it was read again.
+    void setLimits(const NotificationLimits& limits);
+
+    // A logged trap once more; see TrapDelivery. Any thread.
+    TrapDelivery::SentAgain sendAgain(std::uint64_t number, const std::string& to) {
+        return m_delivery.sendAgain(number, to);
+    }
+
+    // The receivers of informs, at the start and whenever the configuration was read again; see InformSender.
+    void setInforms(const std::vector<InformDestination>& destinations, bool complete) {
+        m_informs.setDestinations(destinations, complete);
+    }
+
+    // The configuration was read again: communities, users and destinations may have changed.
+    void configurationChanged();
+
+    // No event is taken and no trap sent from here on; events whose traps still wait come again in the next life of
+    // the process. Logs what became of all.
+    void stop();
+
+    // Whether `alarmsChanged` is called soon for every change; see AlarmEventSource. Any thread.
+    bool isCurrent() const { return m_source.isCurrent(); }
+
+    NotificationStatus status() const;
+
+    // The parts of it that cost nothing. Any thread.
+    ActiveAlarms::State alarms() const { return m_alarms.state(); }
+    TrapCounters trapTotals() const { return m_sender.totals(); }
+
+private:
+    class DestinationReader;
+
+    void begin();
+    void storeProgress();
+
+    AgentLoop& m_loop;
+    NetSnmpTrapTransport m_transport;
+    TrapSender m_sender;
+    NetSnmpInformTransport m_informTransport;
+    InformSender m_informs;
+    NotificationLog m_log;
+    NotificationLedger m_ledger;  // its thread uses the log
+    TamrelBinding m_binding;
+    AlarmDefinitions m_definitions;
+    TrapDelivery m_delivery;
+    NotificationPath m_path;
+    ActiveAlarms m_alarms;
+    AlarmEventSource m_source;
+    std::shared_ptr<DestinationReader> m_reader;  // shared with the listener of the list, which another thread may run
+    bool m_running = false;
+};

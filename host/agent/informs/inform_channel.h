@@ -1,0 +1,60 @@
+// The way of informs to one receiver, and who opens it. The sender decides when an inform goes out and how long its
+// answer is waited for; a channel encodes it, finds out what the receiver's engine wants to know first, and says what
+// came of it.
+//
+// Threads: agent thread.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "host/agent/informs/inform_destination.h"
+#include "host/notification_log/trap_content.h"
+
+struct Inform {
+    std::uint64_t number = 0;  // gives the request ID: the same each time that it is sent
+    std::uint32_t upTime = 0;  // sysUpTime of the event
+    std::shared_ptr<const Trap> trap;
+};
+
+struct InformOutcome {
+    enum class Kind {
+        Acknowledged,
+        NoAnswer,    // in the time given
+        Failed,      // it could not be sent, or its receiver rejected it for a reason that may pass
+        Refused,     // answered with an error: it will never be taken
+        Unsendable,  // no message can be made of it, or none that goes into a datagram
+    };
+    Kind kind = Kind::NoAnswer;
+    bool wasSent = false;  // and not a question about the receiver's engine only
+    std::string text;      // of a failure
+    unsigned int cut = 0;  // texts that were shortened
+};
+
+class InformChannel {
+public:
+    using Done = std::function<void(const InformOutcome& outcome)>;
+
+    virtual ~InformChannel() = default;  // what is under way ends without an outcome
+
+    // Sends the inform, in a message of at most `wanted` octets or the shortest that can be made (see trap_fitting.h),
+    // and waits for its answer. `done` is called from the loop, not before this returns.
+    // REQUIRES: none is under way.
+    virtual void send(const Inform& inform, std::size_t wanted, std::chrono::milliseconds patience, Done done) = 0;
+
+    // What is known of the receiver's engine: its ID in hexadecimal digits, or "".
+    virtual std::string engine() const = 0;
+};
+
+class InformTransport {
+public:
+    virtual ~InformTransport() = default;
+
+    // To the peer at this numeric address. Null and `failure` set when there is no way.
+    virtual std::unique_ptr<InformChannel> open(const InformPeer& peer, const std::string& address,
+                                                std::string& failure) = 0;
+};

@@ -1,0 +1,438 @@
+#include "host/agent/informs/inform_queue.h"
+
+#include <chrono>
+#include <random>
+#include <tuple>
+#include <utility>
+
+#include "host/agent/loop/agent_log.h"
+#include "host/base/out_of_memory.h"
+#include "host/base/thread_without_signals.h"
+#include "host/notification_log/trap_bytes.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds WRITE_INTERVAL{20};  // what comes within it shares a transaction
+constexpr milliseconds RETRY_INTERVAL{500};
+
+// Of each receiver's informs so many are in memory, and when half of them are gone more are read.
+constexpr std::size_t IN_MEMORY = 256;
+
+constexpr const char* SCHEMA =
+    "PRAGMA journal_mode=WAL;"
+    "PRAGMA synchronous=FULL;"  // what was said to be on disk is not taken back by a power cut
+    "CREATE TABLE IF NOT EXISTS receiver (name TEXT PRIMARY KEY, event INTEGER NOT NULL, handler INTEGER NOT NULL)"
+    " WITHOUT ROWID;"
+    // Numbers are never used again: they tell informs apart also for their receivers.
+    "CREATE TABLE IF NOT EXISTS inform (number INTEGER PRIMARY KEY AUTOINCREMENT, receiver TEXT NOT NULL,"
+    " up_time INTEGER NOT NULL, trap BLOB NOT NULL);"
+    "CREATE INDEX IF NOT EXISTS inform_of_receiver ON inform (receiver, number);";
+
+bool isBehind(const TrapOrigin& a, const TrapOrigin& b) {
+    return std::tie(a.sequence, a.handler) > std::tie(b.sequence, b.handler);
+}
+
+// Nobody can tell beforehand what a new queue's first request ID is.
+void startNumbers(const SqliteDatabase& database) {
+    SqliteStatement find(database, "SELECT 1 FROM sqlite_sequence WHERE name = 'inform'");
+    if (SqliteStatement::Run(find).step()) return;
+    constexpr unsigned long long HIGHEST = 0x3fffffff;
+    std::random_device random;
+    SqliteStatement insert(database, "INSERT INTO sqlite_sequence (name, seq) VALUES ('inform', ?)");
+    SqliteStatement::Run row(insert);
+    row.bind(1, random() & HIGHEST);
+    row.step();
+}
+
+}  // namespace
+
+struct InformQueue::Statements {
+    explicit Statements(const SqliteDatabase& database)
+        : insert(database, "INSERT INTO inform (receiver, up_time, trap) VALUES (?, ?, ?)"),
+          mark(database, "INSERT OR REPLACE INTO receiver (name, event, handler) VALUES (?, ?, ?)"),
+          remove(database, "DELETE FROM inform WHERE number = ?"),
+          dropInforms(database, "DELETE FROM inform WHERE receiver = ?"),
+          dropReceiver(database, "DELETE FROM receiver WHERE name = ?"),
+          renumber(database, "UPDATE receiver SET event = ?, handler = 0"),
+          select(database,
+                 "SELECT number, up_time, trap FROM inform WHERE receiver = ? AND number > ? ORDER BY number LIMIT ?") {
+    }
+
+    SqliteStatement insert;
+    SqliteStatement mark;
+    SqliteStatement remove;
+    SqliteStatement dropInforms;
+    SqliteStatement dropReceiver;
+    SqliteStatement renumber;
+    SqliteStatement select;
+};
+
+struct InformQueue::Lane {
+    std::string name;
+    std::size_t limit = 0;
+    TrapOrigin last;
+    Standing standing;
+    std::deque<Inform> first;      // of those on disk, in their order
+    bool complete = true;          // these are all of them
+    std::uint64_t lastLoaded = 0;  // number of the last one that was in `first`
+
+    bool wantsMore() const { return !complete && first.size() <= IN_MEMORY / 2; }
+};
+
+// Something for the disk.
+struct InformQueue::Job {
+    enum class Kind { Add, Remove, Drop, Renumber };
+    Kind kind = Kind::Add;
+    std::shared_ptr<Lane> lane;
+    Inform inform;      // Add; number also of Remove
+    TrapOrigin origin;  // Add, Renumber
+    Settled settled;
+    std::shared_ptr<std::promise<void>> renumbered;
+};
+
+InformQueue::InformQueue(const std::string& path, std::function<void()> onReady)
+    : m_database(path), m_onReady(std::move(onReady)) {
+    try {
+        m_database.execute(SCHEMA);
+        startNumbers(m_database);
+        load();
+        m_statements = std::make_unique<Statements>(m_database);
+    } catch (const SqliteError& fault) {
+        throw SqliteError(path + ": " + fault.what());
+    }
+    m_thread = threadWithoutSignals([this] { run(); });
+}
+
+InformQueue::~InformQueue() {
+    stop();
+}
+
+void InformQueue::stop() {
+    if (!m_thread.joinable()) return;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_stopping = true;
+    }
+    m_changed.notify_all();
+    m_thread.join();
+}
+
+void InformQueue::load() {
+    const auto laneOf = [this](const std::string& name) {
+        std::shared_ptr<Lane>& lane = m_strangers[name];
+        if (lane == nullptr) {
+            lane = std::make_shared<Lane>();
+            lane->name = name;
+        }
+        return lane;
+    };
+    SqliteStatement receivers(m_database, "SELECT name, event, handler FROM receiver");
+    SqliteStatement::Run row(receivers);
+    while (row.step()) laneOf(row.text(0))->last = {row.number(1), static_cast<unsigned int>(row.number(2))};
+    SqliteStatement counts(m_database, "SELECT receiver, count(*) FROM inform GROUP BY receiver");
+    SqliteStatement::Run count(counts);
+    while (count.step()) {
+        Lane& lane = *laneOf(count.text(0));
+        lane.standing.waiting = lane.standing.restored = count.number(1);
+        lane.complete = false;
+    }
+}
+
+InformQueue::Limits InformQueue::setReceivers(const Limits& limits, bool keepOthers) {
+    Limits gone;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto dropAll = [&](std::map<std::string, std::shared_ptr<Lane>>& lanes) {
+        for (auto at = lanes.begin(); at != lanes.end();) {
+            if (limits.count(at->first) != 0) {
+                ++at;
+                continue;
+            }
+            Job job;
+            job.kind = Job::Kind::Drop;
+            job.lane = at->second;
+            m_jobs.push_back(std::move(job));
+            gone[at->first] = at->second->standing.waiting;
+            at = lanes.erase(at);
+        }
+    };
+    dropAll(m_lanes);
+    if (!keepOthers) dropAll(m_strangers);
+    for (const auto& [name, limit] : limits) {
+        std::shared_ptr<Lane>& lane = m_lanes[name];
+        const auto stranger = m_strangers.find(name);
+        if (stranger != m_strangers.end()) {
+            lane = stranger->second;
+            m_strangers.erase(stranger);
+        } else if (lane == nullptr) {
+            lane = std::make_shared<Lane>();
+            lane->name = name;
+        }
+        lane->limit = limit;
+    }
+    m_changed.notify_all();
+    return gone;
+}
+
+InformQueue::Added InformQueue::add(const std::string& receiver, const TrapOrigin& origin, std::uint32_t upTime,
+                                    const std::shared_ptr<const Trap>& trap, const Settled& settled) {
+    Added result = Added::Waiting;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        Lane& lane = *m_lanes.at(receiver);
+        const bool isEvent = origin.sequence != 0;
+        if (isEvent && !isBehind(origin, lane.last)) {
+            result = Added::Repeated;
+        } else if (lane.standing.waiting >= lane.limit) {
+            result = Added::Full;
+        } else {
+            Job job;
+            job.lane = m_lanes.at(receiver);
+            job.inform.upTime = upTime;
+            job.inform.trap = trap;
+            job.origin = isEvent ? origin : lane.last;
+            job.settled = settled;
+            m_jobs.push_back(std::move(job));
+            if (isEvent) lane.last = origin;
+            ++lane.standing.waiting;
+        }
+        if (result == Added::Waiting && m_jobs.size() == 1) m_changed.notify_all();
+    }
+    if (result != Added::Waiting && settled) settled();
+    return result;
+}
+
+std::optional<Inform> InformQueue::first(const std::string& receiver) const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto lane = m_lanes.find(receiver);
+    if (lane == m_lanes.end() || lane->second->first.empty()) return std::nullopt;
+    return lane->second->first.front();
+}
+
+void InformQueue::remove(const std::string& receiver, std::uint64_t number) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = m_lanes.find(receiver);
+    if (found == m_lanes.end()) return;
+    Lane& lane = *found->second;
+    if (lane.first.empty() || lane.first.front().number != number) return;
+    Job job;
+    job.kind = Job::Kind::Remove;
+    job.lane = found->second;
+    job.inform.number = number;
+    m_jobs.push_back(std::move(job));
+    lane.first.pop_front();
+    --lane.standing.waiting;
+    if (m_jobs.size() == 1) m_changed.notify_all();
+}
+
+void InformQueue::startBehind(unsigned long long sequence) {
+    Job job;
+    job.kind = Job::Kind::Renumber;
+    job.origin.sequence = sequence;
+    job.renumbered = std::make_shared<std::promise<void>>();
+    std::future<void> done = job.renumbered->get_future();
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_jobs.push_back(std::move(job));
+        for (const auto* lanes : {&m_lanes, &m_strangers}) {
+            for (const auto& entry : *lanes) entry.second->last = {sequence, 0};
+        }
+        m_changed.notify_all();
+    }
+    done.get();
+}
+
+InformQueue::Standing InformQueue::standing(const std::string& receiver) const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto lane = m_lanes.find(receiver);
+    return lane == m_lanes.end() ? Standing() : lane->second->standing;
+}
+
+// The thread
+
+bool InformQueue::wantsRefill() const {
+    for (const auto& entry : m_lanes) {
+        if (entry.second->wantsMore()) return true;
+    }
+    return false;
+}
+
+void InformQueue::run() {
+    std::vector<Job> jobs;  // in their order; those that could not be written come first
+    for (;;) {
+        bool stopping = false;
+        bool refilling = false;
+        {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            if (jobs.empty()) m_changed.wait(lock, [this] { return m_stopping || !m_jobs.empty() || wantsRefill(); });
+            stopping = m_stopping;
+            refilling = wantsRefill();
+            untilMemory([&] { jobs.reserve(jobs.size() + m_jobs.size()); });
+            std::move(m_jobs.begin(), m_jobs.end(), std::back_inserter(jobs));
+            m_jobs.clear();
+        }
+        bool healthy = jobs.empty() || untilMemory([&] { return write(jobs); });
+        if (healthy) {
+            untilMemory([&] { taken(jobs); });
+            jobs.clear();
+            if (refilling) healthy = untilMemory([this] { return refill(); });
+        }
+        if (stopping) return;
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_changed.wait_for(lock, healthy ? WRITE_INTERVAL : RETRY_INTERVAL, [this] { return m_stopping; });
+    }
+}
+
+// All of them in one transaction. False when that failed; those who wait for it are told then, and their jobs gone.
+bool InformQueue::write(std::vector<Job>& jobs) {
+    try {
+        SqliteTransaction transaction(m_database);
+        for (Job& job : jobs) execute(job);
+        transaction.commit();
+    } catch (const SqliteError& fault) {
+        if (!m_writeFailed) {
+            agent_log::error(std::string("informs cannot be stored, trying again: ") + fault.what());
+        }
+        m_writeFailed = true;
+        for (auto job = jobs.begin(); job != jobs.end();) {
+            if (job->kind == Job::Kind::Renumber) {
+                job->renumbered->set_exception(std::make_exception_ptr(fault));
+                job = jobs.erase(job);
+            } else {
+                ++job;
+            }
+        }
+        return false;
+    }
+    if (m_writeFailed) agent_log::info("informs can be stored again");
+    m_writeFailed = false;
+    return true;
+}
+
+void InformQueue::execute(Job& job) {
+    switch (job.kind) {
+        case Job::Kind::Add: {
+            const std::string bytes = bytesOf(*job.inform.trap);
+            SqliteStatement::Run row(m_statements->insert);
+            row.bind(1, job.lane->name);
+            row.bind(2, job.inform.upTime);
+            row.bindBytes(3, bytes);
+            row.step();
+            job.inform.number = static_cast<std::uint64_t>(sqlite3_last_insert_rowid(m_database.get()));
+            SqliteStatement::Run mark(m_statements->mark);
+            mark.bind(1, job.lane->name);
+            mark.bind(2, job.origin.sequence);
+            mark.bind(3, job.origin.handler);
+            mark.step();
+            return;
+        }
+        case Job::Kind::Remove: {
+            SqliteStatement::Run row(m_statements->remove);
+            row.bind(1, job.inform.number);
+            row.step();
+            return;
+        }
+        case Job::Kind::Drop:
+            for (SqliteStatement* drop : {&m_statements->dropInforms, &m_statements->dropReceiver}) {
+                SqliteStatement::Run row(*drop);
+                row.bind(1, job.lane->name);
+                row.step();
+            }
+            return;
+        case Job::Kind::Renumber: {
+            SqliteStatement::Run row(m_statements->renumber);
+            row.bind(1, job.origin.sequence);
+            row.step();
+            return;
+        }
+    }
+}
+
+// They are on disk: those who wait for that learn it.
+void InformQueue::taken(std::vector<Job>& jobs) {
+    bool ready = false;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        for (Job& job : jobs) {
+            if (job.kind != Job::Kind::Add || job.inform.trap == nullptr) continue;
+            Lane& lane = *job.lane;
+            if (lane.complete && lane.first.size() < IN_MEMORY) {
+                ready = ready || lane.first.empty();
+                lane.first.push_back(job.inform);
+                lane.lastLoaded = job.inform.number;
+            } else {
+                lane.complete = false;
+            }
+            job.inform.trap.reset();
+        }
+    }
+    for (Job& job : jobs) {
+        if (const Settled settled = std::exchange(job.settled, nullptr)) settled();
+        if (const auto renumbered = std::exchange(job.renumbered, nullptr)) renumbered->set_value();
+    }
+    if (ready) m_onReady();
+}
+
+// Reads the next informs of receivers that have more on disk than in memory. False when that failed.
+bool InformQueue::refill() {
+    std::vector<std::shared_ptr<Lane>> wanting;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        for (const auto& entry : m_lanes) {
+            if (entry.second->wantsMore()) wanting.push_back(entry.second);
+        }
+    }
+    try {
+        for (const std::shared_ptr<Lane>& lane : wanting) refill(lane);
+    } catch (const SqliteError& fault) {
+        if (!m_readFailed) agent_log::error(std::string("informs cannot be read, trying again: ") + fault.what());
+        m_readFailed = true;
+        return false;
+    }
+    if (m_readFailed) agent_log::info("informs can be read again");
+    m_readFailed = false;
+    return true;
+}
+
+void InformQueue::refill(const std::shared_ptr<Lane>& lane) {
+    std::vector<Inform> informs;
+    std::vector<Job> unreadable;
+    std::size_t rows = 0;
+    std::uint64_t last = lane->lastLoaded;  // changed by this thread alone
+    SqliteStatement::Run row(m_statements->select);
+    row.bind(1, lane->name);
+    row.bind(2, last);
+    row.bind(3, IN_MEMORY);
+    for (; row.step(); ++rows) {
+        last = row.number(0);
+        std::optional<Trap> trap = trapFrom(row.bytes(2));
+        if (trap) {
+            informs.push_back(
+                {last, static_cast<std::uint32_t>(row.number(1)), std::make_shared<const Trap>(std::move(*trap))});
+        } else {
+            Job job;
+            job.kind = Job::Kind::Remove;
+            job.lane = lane;
+            job.inform.number = last;
+            unreadable.push_back(std::move(job));
+        }
+    }
+    if (!unreadable.empty()) {
+        agent_log::error("informs to " + lane->name + ": " + std::to_string(unreadable.size()) +
+                         " cannot be read back and are dropped");
+    }
+    bool ready = false;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_jobs.reserve(m_jobs.size() + unreadable.size());
+        ready = lane->first.empty() && !informs.empty();
+        lane->first.insert(lane->first.end(), informs.begin(), informs.end());
+        lane->lastLoaded = last;
+        lane->complete = rows < IN_MEMORY;
+        lane->standing.waiting -= unreadable.size();
+        lane->standing.unreadable += unreadable.size();
+        std::move(unreadable.begin(), unreadable.end(), std::back_inserter(m_jobs));
+    }
+    if (ready) m_onReady();
+}

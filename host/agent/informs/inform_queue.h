@@ -1,0 +1,109 @@
+// Informs that wait for their acknowledgement, on disk, in the order in which they came, for each receiver by itself.
+//
+//     InformQueue queue(root + "/state/informs.db", [&] { /* some receiver has informs now */ });
+//     queue.setReceivers({{"nms.example.com:162", 20000}}, true);
+//     queue.add("nms.example.com:162", origin, upTime, trap, [] { /* it is on disk */ });
+//     while (const auto inform = queue.first(name)) { send(*inform); queue.remove(name, inform->number); }
+//
+// A thread of the queue's own does all that needs the disk: what came meanwhile becomes one transaction. Of each
+// receiver it keeps the first few informs in memory. While the file cannot be written everything stays in memory,
+// within the limit of each receiver, and nothing is reported as being on disk; one log line for each change of state.
+//
+// With its informs a receiver has the origin of the last one: alarm events come again after a restart of the agent, and
+// those that it was given informs of already give it none.
+//
+// Threads: any. What is called back comes from the queue's thread, without a lock of it.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <future>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/agent/delivery/notification_sink.h"
+#include "host/agent/informs/inform_channel.h"
+#include "host/base/sqlite_database.h"
+
+class InformQueue {
+public:
+    using Settled = std::function<void()>;
+    using Limits = std::map<std::string, std::size_t>;  // most informs that wait, by receiver
+
+    enum class Added { Waiting, Repeated, Full };
+
+    struct Standing {
+        std::size_t waiting = 0;
+        std::uint64_t restored = 0;    // came with the file
+        std::uint64_t unreadable = 0;  // came with the file, and were dropped
+    };
+
+    // Opens or creates the file. `onReady` is called when first() has something to give where it had not. Throws
+    // SqliteError.
+    InformQueue(const std::string& path, std::function<void()> onReady);
+
+    ~InformQueue();
+    InformQueue(const InformQueue&) = delete;
+    InformQueue& operator=(const InformQueue&) = delete;
+
+    // From here on these receivers. Gives those that are gone with the number of informs that waited for each, which
+    // are dropped; with `keepOthers` what the file has for unknown ones stays in it.
+    Limits setReceivers(const Limits& limits, bool keepOthers);
+
+    // `settled` is called when the inform is on disk, at once when it is not taken. Throws std::bad_alloc, and nothing
+    // has happened. REQUIRES: the receiver is known.
+    Added add(const std::string& receiver, const TrapOrigin& origin, std::uint32_t upTime,
+              const std::shared_ptr<const Trap>& trap, const Settled& settled);
+
+    // The inform to send now; nothing when none is in memory. Gives the same one until it is removed.
+    std::optional<Inform> first(const std::string& receiver) const;
+
+    // The first one is done with. Soon on disk.
+    void remove(const std::string& receiver, std::uint64_t number);
+
+    // Events are numbered anew: those behind `sequence` are new ones for all receivers. On disk when it returns. Throws
+    // SqliteError.
+    void startBehind(unsigned long long sequence);
+
+    // Writes what is left, unless the file cannot be written, and nothing from then on.
+    void stop();
+
+    Standing standing(const std::string& receiver) const;
+
+private:
+    struct Statements;
+    struct Lane;
+    struct Job;
+
+    void load();
+    void run();
+    bool write(std::vector<Job>& jobs);
+    void execute(Job& job);
+    void taken(std::vector<Job>& jobs);
+    bool refill();
+    void refill(const std::shared_ptr<Lane>& lane);
+    bool wantsRefill() const;
+
+    SqliteDatabase m_database;  // the thread's, but for the constructor, as the rest down to the next line
+    std::unique_ptr<Statements> m_statements;
+    bool m_writeFailed = false;
+    bool m_readFailed = false;
+
+    const std::function<void()> m_onReady;
+
+    mutable std::mutex m_mutex;  // guards the rest
+    std::condition_variable m_changed;
+    std::map<std::string, std::shared_ptr<Lane>> m_lanes;
+    std::map<std::string, std::shared_ptr<Lane>> m_strangers;  // in the file, but no receivers now
+    std::vector<Job> m_jobs;
+    bool m_stopping = false;
+
+    std::thread m_thread;
+};

@@ -1,0 +1,375 @@
+#include "host/agent/informs/inform_sender.h"
+
+#include <algorithm>
+#include <atomic>
+#include <ratio>
+#include <utility>
+
+#include "host/agent/loop/agent_log.h"
+#include "host/base/out_of_memory.h"
+#include "host/notification_log/trap_subject.h"
+#include "host/snmp/net_snmp.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr unsigned long LAST_TABLE_NUMBER = 65'535;  // of the trap destination table
+constexpr unsigned long TICKS_PER_SECOND = 100;
+constexpr milliseconds SHORTEST_SLEEP{1};
+
+// Some paths drop the fragments of long messages. One that was not acknowledged so often is sent in one packet, as
+// IPv6 carries it anywhere: 1280 octets with the headers of IP and UDP.
+constexpr unsigned int ATTEMPTS_WHOLE = 3;
+constexpr std::size_t SINGLE_PACKET = 1232;
+
+// How long the answer to an attempt is waited for, or a failed one rests.
+milliseconds patienceOf(const InformPolicy& policy, unsigned int attempts) {
+    milliseconds patience = policy.firstRetry;
+    for (; attempts > 0 && patience < policy.longestBackoff; --attempts) patience *= 2;
+    return std::min(patience, policy.longestBackoff);
+}
+
+// A queue that has been full is said to take informs again when a tenth of it is free: not at each one.
+bool hasRoom(std::size_t waiting, std::size_t limit) {
+    return waiting <= limit - (limit + 9) / 10;
+}
+
+// A submission that several receivers, and the one who hands it in, have a part in: settled when all are through.
+struct Submission {
+    explicit Submission(NotificationSink::Settled call) : settled(std::move(call)) {}
+    void release() {
+        if (--open == 0 && settled) settled();
+    }
+    const NotificationSink::Settled settled;
+    std::atomic<std::size_t> open{1};
+};
+
+}  // namespace
+
+InformSender::InformSender(AgentLoop& loop, InformTransport& transport, const std::string& queuePath,
+                           std::chrono::seconds resolveInterval, TrapResolver::Lookup lookup)
+    : m_transport(transport),
+      m_firstUpTime(static_cast<std::uint32_t>(netsnmp_get_agent_uptime())),
+      m_list(std::make_shared<TrapDestinationMap>()),
+      m_lastNumber(LAST_TABLE_NUMBER),
+      m_turns(
+          loop, [this] { takeTurn(); }, SHORTEST_SLEEP, resolveInterval, std::move(lookup)),
+      m_queue(queuePath, [this] { m_turns.wake(); }) {}
+
+void InformSender::setDestinations(const std::vector<InformDestination>& destinations, bool complete) {
+    InformQueue::Limits limits;
+    for (const InformDestination& one : destinations) limits[one.name()] = one.policy.queueLimit;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const InformQueue::Limits gone = m_queue.setReceivers(limits, !complete);
+    for (const auto& [name, waiting] : gone) {
+        agent_log::warn("inform destination " + name + " is not configured any more: " + std::to_string(waiting) +
+                        " informs that waited for it are dropped");
+    }
+    std::map<std::string, std::string> keys;  // by name, of those that were there
+    for (auto at = m_destinations.begin(); at != m_destinations.end();) {
+        Destination& destination = at->second;
+        keys[destination.name] = at->first;
+        const auto lost = gone.find(destination.name);
+        if (lost == gone.end()) {
+            ++at;
+            continue;
+        }
+        destination.counters.drop(InformDrop::Removed, lost->second);
+        m_former.add(destination.counters);
+        m_links.erase(at->first);
+        at = m_destinations.erase(at);
+    }
+    for (const auto& [name, waiting] : gone) {
+        if (keys.count(name) != 0) continue;  // else of an earlier life of the process
+        m_former.restored += waiting;
+        m_former.drop(InformDrop::Removed, waiting);
+    }
+    auto list = std::make_shared<TrapDestinationMap>();
+    for (const InformDestination& one : destinations) {
+        const auto known = keys.find(one.name());
+        const std::string key =
+            known != keys.end() ? known->second : trapDestinationKey(std::to_string(++m_lastNumber));
+        Destination& destination = m_destinations[key];
+        if (known == keys.end()) {
+            destination.name = one.name();
+            destination.counters.restored = m_queue.standing(one.name()).restored;
+        }
+        const auto link = m_links.find(key);
+        if (link != m_links.end() && !(link->second.peer == one.peer)) m_links.erase(link);
+        if (!(destination.settings.peer == one.peer)) destination.engine.clear();  // as it was met before
+        destination.settings = one;
+        tTrapDestInfo info;
+        info.index = key.substr(key.find_first_not_of('0'));
+        info.address = one.peer.host;
+        info.port = one.peer.port;
+        info.version = one.peer.version;
+        info.trapType = one.policy.trapType;
+        info.user = one.peer.name;
+        list->emplace(key, std::move(info));
+    }
+    m_list = std::move(list);
+    m_turns.wake();
+}
+
+// Any thread
+
+std::shared_ptr<const TrapDestinationMap> InformSender::destinations() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_list;
+}
+
+std::uint32_t InformSender::upTime() const {
+    using Ticks = std::chrono::duration<std::uint64_t, std::ratio<1, TICKS_PER_SECOND>>;
+    return m_firstUpTime +
+           static_cast<std::uint32_t>(std::chrono::duration_cast<Ticks>(Clock::now() - m_start).count());
+}
+
+void InformSender::submit(const TrapOrigin& origin, const TrapDestinationMap& considered,
+                          const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Trap> trap, Settled settled) {
+    const std::set<std::string> keys = chosenKeys(considered, chosen);
+    const auto submission = std::make_shared<Submission>(std::move(settled));
+    const auto release = [submission] { submission->release(); };
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        for (const auto& entry : considered) {
+            const auto found = m_destinations.find(entry.first);
+            const bool wanted = keys.count(entry.first) != 0;
+            InformCounters& counters = found != m_destinations.end() ? found->second.counters : m_former;
+            ++counters.considered;
+            if (!wanted) {
+                ++counters.filtered;
+            } else if (found == m_destinations.end()) {  // gone since the list was handed out
+                counters.drop(InformDrop::Removed);
+            } else if (!trap) {
+                counters.drop(InformDrop::NotBuilt);
+            } else if (trap->oid.empty()) {
+                counters.drop(InformDrop::BadOid);
+            } else {
+                ++submission->open;
+                enqueue(found->second, origin, trap, release);
+            }
+        }
+    }
+    submission->release();
+}
+
+// Caller holds m_mutex.
+void InformSender::enqueue(Destination& destination, const TrapOrigin& origin, const std::shared_ptr<const Trap>& trap,
+                           const Settled& settled) {
+    InformQueue::Added added = InformQueue::Added::Full;
+    try {
+        added = withPatience([&] { return m_queue.add(destination.name, origin, upTime(), trap, settled); });
+    } catch (const std::bad_alloc&) {
+        settled();
+    }
+    if (added == InformQueue::Added::Repeated) ++destination.counters.repeated;
+    if (added == InformQueue::Added::Full) destination.counters.drop(InformDrop::QueueFull);
+    noteFull(destination, added == InformQueue::Added::Full);
+}
+
+// Caller holds m_mutex. One line per change of state.
+void InformSender::noteFull(Destination& destination, bool full) {
+    if (full == destination.full) return;
+    const std::size_t limit = destination.settings.policy.queueLimit;
+    if (full) {
+        agent_log::error("inform destination " + destination.name + ": " + std::to_string(limit) +
+                         " informs wait for it, more are dropped");
+    } else if (hasRoom(m_queue.standing(destination.name).waiting, limit)) {
+        agent_log::info("inform destination " + destination.name + ": its queue takes informs again");
+    } else {
+        return;
+    }
+    destination.full = full;
+}
+
+InformStatus InformSender::status() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    InformStatus status;
+    status.former = m_former;
+    for (const auto& entry : m_destinations) {
+        const Destination& destination = entry.second;
+        const InformPeer& peer = destination.settings.peer;
+        const InformQueue::Standing standing = m_queue.standing(destination.name);
+        InformDestinationStatus one;
+        one.name = destination.name;
+        one.address = peer.host;
+        one.port = peer.port;
+        one.version = peer.version;
+        one.trapType = destination.settings.policy.trapType;
+        one.resolvedAddress = destination.resolvedAddress;
+        one.engine = destination.engine;
+        one.state = destination.state;
+        one.lastFailure = destination.lastFailure;
+        one.counters = destination.counters;
+        one.counters.waiting = standing.waiting;
+        one.counters.drop(InformDrop::Unreadable, standing.unreadable);
+        status.destinations.push_back(std::move(one));
+    }
+    return status;
+}
+
+// Agent thread
+
+void InformSender::stop() {
+    if (m_turns.stopped()) return;
+    m_turns.stop();
+    m_links.clear();
+    m_queue.stop();
+    const InformStatus last = status();
+    for (const InformDestinationStatus& one : last.destinations) {
+        agent_log::info("inform destination " + one.name + ": " + one.counters.text());
+    }
+    if (last.former.restored + last.former.considered > 0) {
+        agent_log::info("former inform destinations: " + last.former.text());
+    }
+}
+
+void InformSender::takeTurn() {
+    std::set<std::string> keys;
+    std::set<std::string> hosts;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        for (const auto& [key, destination] : m_destinations) {
+            keys.insert(key);
+            hosts.insert(destination.settings.peer.host);
+        }
+    }
+    m_turns.watch(hosts);
+    for (const std::string& key : keys) serve(key);
+}
+
+// Sends the receiver's first inform, unless one is under way or its time has not come.
+void InformSender::serve(const std::string& key) {
+    InformDestination settings;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_destinations.find(key);
+        if (m_turns.stopped() || found == m_destinations.end()) return;
+        settings = found->second.settings;
+    }
+    Link& link = m_links[key];
+    if (link.underWay != 0) return;
+    const std::optional<Inform> inform = m_queue.first(settings.name());
+    if (!inform) return;
+    if (link.notBefore > Clock::now()) return m_turns.sleepUntil(link.notBefore);
+    const std::string address = m_turns.addressOf(settings.peer.host);
+    if (address.empty()) {  // serve() comes again when there is one
+        link.channel.reset();
+        return noteState(key, InformState::Unresolved, "");
+    }
+    if (!link.channel || !(link.peer == settings.peer) || link.address != address) {
+        std::string failure;
+        link.peer = settings.peer;
+        link.address = address;
+        link.channel = m_transport.open(settings.peer, address, failure);
+        if (!link.channel) {
+            link.notBefore = Clock::now() + patienceOf(settings.policy, link.attempts++);
+            noteState(key, InformState::Failing, failure);
+            return m_turns.sleepUntil(link.notBefore);
+        }
+    }
+    link.channel->send(*inform, wantedSize(link), patienceOf(settings.policy, link.attempts),
+                       [this, key, sent = *inform](const InformOutcome& outcome) {
+                           untilMemory([&] { take(key, sent.number, outcome); });
+                           untilMemory([&] { noteFate(key, sent, outcome); });
+                           untilMemory([&] { noteOutcome(key, outcome); });
+                           untilMemory([&] { serve(key); });
+                       });
+    link.underWay = inform->number;  // it is, and not before: without memory it is sent again
+}
+
+// All or nothing when it throws.
+void InformSender::take(const std::string& key, std::uint64_t number, const InformOutcome& outcome) {
+    using Kind = InformOutcome::Kind;
+    Link& link = m_links[key];
+    link.underWay = 0;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = m_destinations.find(key);
+    if (found == m_destinations.end()) return;
+    Destination& destination = found->second;
+    const InformPolicy& policy = destination.settings.policy;
+    const bool failed = outcome.kind == Kind::NoAnswer || outcome.kind == Kind::Failed;
+    const bool givenUp = failed && policy.retries && link.attempts >= *policy.retries;
+    if (link.channel) destination.resolvedAddress = link.address;
+    if (!failed || givenUp) m_queue.remove(destination.name, number);
+    // Nothing from here on needs memory.
+    InformCounters& counters = destination.counters;
+    if (outcome.wasSent) ++(link.sent == number ? counters.resent : counters.sent);
+    if (outcome.kind == Kind::Acknowledged) ++counters.acknowledged;
+    if (outcome.kind == Kind::Refused) counters.drop(InformDrop::Refused);
+    if (outcome.kind == Kind::Unsendable) counters.drop(InformDrop::Unsendable);
+    if (givenUp) counters.drop(InformDrop::GivenUp);
+    if (outcome.kind == Kind::Failed) link.notBefore = Clock::now() + patienceOf(policy, link.attempts);
+    link.attempts = !failed || givenUp ? 0 : link.attempts + 1;
+    if (outcome.wasSent) link.sent = number;
+}
+
+std::size_t InformSender::wantedSize(const Link& link) const {
+    return link.attempts < ATTEMPTS_WHOLE ? m_messageSize : std::min(m_messageSize, SINGLE_PACKET);
+}
+
+// One line for each inform that does not go out as it is because of what is in it. All or nothing when it throws.
+void InformSender::noteFate(const std::string& key, const Inform& inform, const InformOutcome& outcome) {
+    Link& link = m_links[key];
+    const bool shortened = outcome.wasSent && outcome.cut > 0 && link.cut != inform.number;
+    const bool unsendable = outcome.kind == InformOutcome::Kind::Unsendable;
+    if (!shortened && !unsendable) return;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = m_destinations.find(key);
+    if (found == m_destinations.end()) return;
+    const std::string line = "inform destination " + found->second.name + ": " + subjectOf(*inform.trap);
+    if (unsendable) {
+        agent_log::error(line + " cannot be sent and is dropped: " + outcome.text);
+    } else {
+        agent_log::warn(line + " is sent with " + std::to_string(outcome.cut) + " texts shortened");
+        ++found->second.counters.shortened;
+        link.cut = inform.number;
+    }
+}
+
+void InformSender::noteOutcome(const std::string& key, const InformOutcome& outcome) {
+    using Kind = InformOutcome::Kind;
+    switch (outcome.kind) {
+        case Kind::Acknowledged:
+            return noteState(key, InformState::Answering, "");
+        case Kind::Refused:
+            return noteState(key, InformState::Answering, "the receiver refuses an inform: " + outcome.text);
+        case Kind::Unsendable:
+            return;  // tells nothing of the receiver
+        case Kind::NoAnswer:
+            return noteState(key, InformState::Silent, "no answer");
+        case Kind::Failed:
+            return noteState(key, InformState::Failing, outcome.text);
+    }
+}
+
+// One line per change of state, and one for the first of failures that are alike. All or nothing when it throws.
+void InformSender::noteState(const std::string& key, InformState state, const std::string& failure) {
+    std::string line;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_destinations.find(key);
+        if (found == m_destinations.end()) return;
+        Destination& destination = found->second;
+        std::optional<InformFailure> last;
+        if (!failure.empty()) last = {failure, std::chrono::system_clock::now()};
+        const bool another = last && (!destination.lastFailure || destination.lastFailure->text != failure);
+        const auto link = m_links.find(key);
+        std::string engine = link != m_links.end() && link->second.channel ? link->second.channel->engine() : "";
+        if (destination.state != state || another) {
+            line = "inform destination " + destination.name + ": " + textOf(state);
+            const bool explains = !failure.empty() && state != InformState::Silent;
+            if (explains) line += ": " + failure;
+            destination.state = state;
+        }
+        destination.engine = std::move(engine);
+        if (last) destination.lastFailure = std::move(last);
+    }
+    if (line.empty()) return;
+    if (state == InformState::Answering && failure.empty()) {
+        agent_log::info(line);
+    } else {
+        agent_log::warn(line);
+    }
+}

@@ -1,0 +1,116 @@
+// Sends traps as informs to the receivers of the configuration: each is repeated until its receiver has acknowledged
+// it, from a queue on disk per receiver.
+//
+//     InformSender informs(loop, transport, root + "/state/informs.db", options.resolveInterval);
+//     informs.setDestinations(words.destinations, true);
+//     informs.submit(origin, *informs.destinations(), chosen, trap, [] { /* it is on disk everywhere */ });
+//
+// One inform is under way per receiver: that keeps their order, and what one receiver does touches no other. The first
+// answer is waited for as long as the policy says, then the inform is sent again and waited for twice as long, and so
+// on up to a limit; after an acknowledgement the next ones follow at once. Names are looked up in the background.
+//
+// Threads: made, configured, stopped and destroyed on the agent thread, which also runs what it posts to the loop;
+// status() from any.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "host/agent/delivery/notification_sink.h"
+#include "host/agent/delivery/sender_turns.h"
+#include "host/agent/delivery/trap_fitting.h"
+#include "host/agent/informs/inform_channel.h"
+#include "host/agent/informs/inform_queue.h"
+#include "host/agent/informs/inform_status.h"
+#include "host/agent/loop/agent_loop.h"
+
+class InformSender : public NotificationSink {
+public:
+    // `loop` and `transport` outlive the sender. Throws SqliteError when the queue's file cannot be used.
+    InformSender(AgentLoop& loop, InformTransport& transport, const std::string& queuePath,
+                 std::chrono::seconds resolveInterval, TrapResolver::Lookup lookup = TrapResolver::systemLookup);
+    InformSender(const InformSender&) = delete;
+    InformSender& operator=(const InformSender&) = delete;
+
+    // The whole list. What waits for a changed receiver goes where it is now; what waits for one that is gone is
+    // dropped, unless the list is not `complete`: then it may be back when the configuration is in order again.
+    void setDestinations(const std::vector<InformDestination>& destinations, bool complete);
+
+    // Their numbers are above those of the trap destination table, and never used twice.
+    std::shared_ptr<const TrapDestinationMap> destinations() const override;
+
+    // `settled` is called as soon as the informs are on disk.
+    void submit(const TrapOrigin& origin, const TrapDestinationMap& considered, const std::list<tTrapDestInfo>& chosen,
+                std::shared_ptr<const Trap> trap, Settled settled) override;
+
+    // Octets that the message of an inform has at most, as far as its texts can be shortened. Agent thread.
+    void setMessageSize(std::size_t octets) { m_messageSize = octets; }
+
+    void startBehind(unsigned long long sequence) override { m_queue.startBehind(sequence); }
+
+    // Sends nothing any more, and writes what is not on disk yet; one log line per receiver.
+    void stop();
+
+    InformStatus status() const;
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    // guarded by m_mutex
+    struct Destination {
+        InformDestination settings;
+        std::string name;
+        InformCounters counters;  // but `waiting` and what the queue counts
+        InformState state = InformState::Unused;
+        std::optional<InformFailure> lastFailure;
+        std::string resolvedAddress;
+        std::string engine;
+        bool full = false;  // it was said that its queue is full
+    };
+
+    // agent thread only
+    struct Link {
+        InformPeer peer;  // of the channel
+        std::string address;
+        std::unique_ptr<InformChannel> channel;
+        std::uint64_t underWay = 0;  // number of the inform whose outcome is awaited; 0: none is
+        std::uint64_t sent = 0;      // number of the inform that went out last
+        std::uint64_t cut = 0;       // number of the last inform that is known to be shortened
+        unsigned int attempts = 0;   // at the first inform that came to nothing
+        Clock::time_point notBefore{};
+    };
+
+    std::uint32_t upTime() const;
+    void enqueue(Destination& destination, const TrapOrigin& origin, const std::shared_ptr<const Trap>& trap,
+                 const Settled& settled);
+    void noteFull(Destination& destination, bool full);
+
+    // Agent thread.
+    void takeTurn();
+    void serve(const std::string& key);
+    void take(const std::string& key, std::uint64_t number, const InformOutcome& outcome);
+    std::size_t wantedSize(const Link& link) const;
+    void noteFate(const std::string& key, const Inform& inform, const InformOutcome& outcome);
+    void noteOutcome(const std::string& key, const InformOutcome& outcome);
+    void noteState(const std::string& key, InformState state, const std::string& failure);
+
+    InformTransport& m_transport;
+    const std::uint32_t m_firstUpTime;  // hundredths of a second
+    const Clock::time_point m_start = Clock::now();
+
+    mutable std::mutex m_mutex;
+    std::map<std::string, Destination> m_destinations;  // by key; guarded by m_mutex, as the rest down to the next line
+    std::shared_ptr<const TrapDestinationMap> m_list;
+    InformCounters m_former;
+
+    std::size_t m_messageSize = LONGEST_MESSAGE;  // agent thread only, as the next
+    unsigned long m_lastNumber;                   // of a destination
+    std::map<std::string, Link> m_links;          // by key
+
+    SenderTurns m_turns;
+    InformQueue m_queue;  // behind the turns: its thread wakes them
+};

@@ -1,0 +1,118 @@
+#include "host/agent/loop/agent_loop.h"
+
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <exception>
+#include <system_error>
+#include <utility>
+
+#include "host/agent/loop/agent_log.h"
+#include "host/snmp/net_snmp.h"
+
+namespace {
+
+// The agent thread blocks in select while nothing happens; both descriptors only interrupt that wait.
+int checked(int descriptor, const char* what) {
+    if (descriptor < 0) throw std::system_error(errno, std::generic_category(), what);
+    return descriptor;
+}
+
+void consume(int descriptor) {
+    std::uint64_t count = 0;
+    [[maybe_unused]] const ssize_t got = ::read(descriptor, &count, sizeof count);  // EAGAIN: already consumed
+}
+
+void runGuarded(const AgentLoop::Task& task) {
+    try {
+        task();
+    } catch (const std::exception& error) {
+        agent_log::fault({"a task of the agent thread failed: ", error.what()});
+    } catch (...) {
+        agent_log::fault({"a task of the agent thread failed"});
+    }
+}
+
+}  // namespace
+
+AgentLoop::AgentLoop()
+    : m_wakeup(checked(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC), "eventfd")),
+      m_timer(::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)) {
+    if (m_timer < 0) {
+        const int error = errno;
+        ::close(m_wakeup);
+        throw std::system_error(error, std::generic_category(), "timerfd");
+    }
+    register_readfd(
+        m_wakeup, [](int, void* self) { static_cast<AgentLoop*>(self)->drain(); }, this);
+    register_readfd(
+        m_timer, [](int, void* self) { static_cast<AgentLoop*>(self)->runDue(); }, this);
+}
+
+AgentLoop::~AgentLoop() {
+    unregister_readfd(m_wakeup);
+    unregister_readfd(m_timer);
+    ::close(m_wakeup);
+    ::close(m_timer);
+}
+
+void AgentLoop::post(Task task) {
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_posted.push_back(std::move(task));
+    }
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t put = ::write(m_wakeup, &one, sizeof one);  // EAGAIN: it is awake already
+}
+
+void AgentLoop::runAfter(std::chrono::milliseconds delay, Task task) {
+    m_timers.emplace(Clock::now() + delay, std::move(task));
+    armTimer();
+}
+
+void AgentLoop::run() {
+    while (!m_stop.exchange(false)) {
+        agent_check_and_process(1);
+        snmp_timeout();  // the library does it on idle turns only: steady traffic would starve retries
+    }
+}
+
+void AgentLoop::stop() {
+    m_stop.store(true);
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t put = ::write(m_wakeup, &one, sizeof one);
+}
+
+void AgentLoop::drain() {
+    consume(m_wakeup);
+    std::vector<Task> tasks;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        tasks.swap(m_posted);
+    }
+    for (const Task& task : tasks) runGuarded(task);
+}
+
+void AgentLoop::runDue() {
+    consume(m_timer);
+    decltype(m_timers) due;  // taken out first: a task may add timers, also such as are due at once
+    const auto now = Clock::now();
+    while (!m_timers.empty() && m_timers.begin()->first <= now)
+        due.insert(due.end(), m_timers.extract(m_timers.begin()));
+    armTimer();
+    for (const auto& timer : due) runGuarded(timer.second);
+}
+
+void AgentLoop::armTimer() {
+    itimerspec when{};
+    if (!m_timers.empty()) {
+        const auto wait = std::chrono::duration_cast<std::chrono::nanoseconds>(m_timers.begin()->first - Clock::now());
+        const auto nanoseconds = wait.count() < 1 ? 1 : wait.count();  // zero would disarm
+        when.it_value.tv_sec = nanoseconds / 1'000'000'000;
+        when.it_value.tv_nsec = nanoseconds % 1'000'000'000;
+    }
+    ::timerfd_settime(m_timer, 0, &when, nullptr);
+}

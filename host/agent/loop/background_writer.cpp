@@ -1,0 +1,50 @@
+#include "host/agent/loop/background_writer.h"
+
+#include <chrono>
+#include <utility>
+
+#include "host/base/out_of_memory.h"
+#include "host/base/thread_without_signals.h"
+
+namespace {
+
+constexpr std::chrono::milliseconds WRITE_INTERVAL{100};
+
+}  // namespace
+
+BackgroundWriter::BackgroundWriter(std::function<bool()> write) : m_write(std::move(write)) {
+    m_thread = threadWithoutSignals([this] { run(); });
+}
+
+BackgroundWriter::~BackgroundWriter() {
+    stop();
+}
+
+void BackgroundWriter::wake() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (!std::exchange(m_awake, true)) m_changed.notify_all();
+}
+
+void BackgroundWriter::stop() {
+    if (!m_thread.joinable()) return;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_stopping = true;
+    }
+    m_changed.notify_all();
+    m_thread.join();
+}
+
+void BackgroundWriter::run() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    for (;;) {
+        m_changed.wait(lock, [this] { return m_stopping || m_awake; });
+        if (m_stopping) return;
+        m_awake = false;
+        lock.unlock();
+        const bool complete = untilMemory(m_write);
+        lock.lock();
+        m_awake = m_awake || !complete;
+        m_changed.wait_for(lock, WRITE_INTERVAL, [this] { return m_stopping; });
+    }
+}

@@ -1,0 +1,33 @@
+#include "host/agent/notifications/alarm_event.h"
+
+#include "host/transport/backend_protocol.h"
+#include "module/vrx_exception.h"
+
+namespace {
+
+template <typename Reader>
+void readIfThere(const Reader& read) {
+    try {
+        read();
+    } catch (const CVRX_Exception&) {
+        return;  // the default stands
+    }
+}
+
+bool isSet(const CTLVRecordV3& record, unsigned short tag) {
+    bool set = false;
+    readIfThere([&] { set = uint64Of(record, tag) != 0; });
+    return set;
+}
+
+}  // namespace
+
+AlarmEvent alarmEventOf(const CTLVRecordV3& record) {
+    AlarmEvent event;
+    readIfThere([&] { event.alarmId = uint64Of(record, alarm_tag::ID); });
+    readIfThere([&] { event.serial = uint32Of(record, alarm_tag::SERIAL); });
+    readIfThere([&] { event.level = uint32Of(record, alarm_tag::LEVEL); });
+    readIfThere([&] { event.parameters = textOf(record, alarm_tag::PARAMETERS); });
+    event.raised = !isSet(record, alarm_tag::ENDED) && !isSet(record, alarm_tag::SECOND_END);
+    return event;
+}

@@ -1,0 +1,143 @@
+#include "host/agent/notifications/notification_log.h"
+
+#include <filesystem>
+#include <utility>
+
+#include "host/agent/loop/agent_log.h"
+#include "host/base/out_of_memory.h"
+#include "host/notification_log/trap_bytes.h"
+
+namespace {
+
+// Entries of one transaction: readers wait for none of them long, and memory for their bytes stays small.
+constexpr std::size_t BATCH = 1000;
+
+}  // namespace
+
+NotificationLog::NotificationLog(std::string path)
+    : m_path(std::move(path)), m_writer([this] { return tryToFlush(); }) {
+    setKept(KEPT);
+}
+
+NotificationLog::~NotificationLog() {
+    m_writer.stop();
+    try {
+        flush();
+    } catch (const std::exception& fault) {
+        agent_log::fault({"the last entries of the notification log cannot be written: ", fault.what()});
+    }
+}
+
+void NotificationLog::setKept(std::uint64_t kept) {
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_counters.kept = kept;
+    }
+    m_writer.wake();  // the file is made before the first entry, for people who look
+}
+
+void NotificationLog::add(LoggedNotification entry, std::shared_ptr<const Trap> trap) noexcept {
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_counters.kept == 0) return;
+        const bool asked = entry.because == SentBecause::Asked;
+        try {
+            m_queue.push_back({std::move(entry), std::move(trap)});
+        } catch (const std::bad_alloc&) {
+            ++m_counters.notWritten;
+            return;
+        }
+        if (asked) ++m_counters.askedFor;
+        if (m_queue.size() > WAITING_LIMIT) {
+            m_queue.pop_front();
+            ++m_counters.notWritten;
+        }
+    }
+    m_writer.wake();
+}
+
+NotificationLog::Counters NotificationLog::counters() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    Counters counters = m_counters;
+    counters.waiting = m_queue.size() + m_batchSize;
+    return counters;
+}
+
+// Caller holds m_writing. Whether there is anything to write; a batch that could not be written stays the next one.
+bool NotificationLog::takeBatch() {
+    if (!m_batch.empty()) return true;
+    std::vector<Waiting> taken;
+    taken.reserve(BATCH);
+    m_batch.reserve(BATCH);
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        while (!m_queue.empty() && taken.size() < BATCH) {
+            taken.push_back(std::move(m_queue.front()));
+            m_queue.pop_front();
+        }
+        m_batchSize = taken.size();
+    }
+    for (Waiting& one : taken) {
+        untilMemory([&] {
+            one.entry.trapOid = oidText(one.trap->oid);
+            one.entry.trap = bytesOf(*one.trap);
+        });
+        m_batch.push_back(std::move(one.entry));
+    }
+    return !m_batch.empty();
+}
+
+// Caller holds m_writing and has taken a batch.
+void NotificationLog::write() {
+    m_file->append(m_batch, kept());
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_counters.written += m_batch.size();
+    m_batchSize = 0;
+    m_batch.clear();
+}
+
+std::uint64_t NotificationLog::kept() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_counters.kept;
+}
+
+void NotificationLog::flush() {
+    const std::lock_guard<std::mutex> writing(m_writing);
+    try {
+        const bool any = takeBatch();
+        std::error_code unknown;
+        if (m_file && !std::filesystem::exists(m_path, unknown)) m_file.reset();  // somebody has deleted it
+        if (!m_file && (any || kept() > 0)) m_file.emplace(m_path);
+        for (bool more = any; more; more = takeBatch()) write();
+    } catch (const SqliteError&) {
+        m_file.reset();  // a file that is replaced, or mended, is found at the next attempt
+        throw;
+    }
+}
+
+void NotificationLog::flushWhatCanBe() {
+    try {
+        flush();
+    } catch (const SqliteError&) {  // the writer tells of it when it tries again
+    }
+}
+
+// False when there is something left. One line for each change of state.
+bool NotificationLog::tryToFlush() {
+    std::string fault;
+    try {
+        flush();
+    } catch (const SqliteError& error) {
+        fault = error.what();
+    }
+    const Counters before = counters();
+    if (before.fault.empty() && !fault.empty()) {
+        agent_log::error("the notification log cannot be written, trying again: " + fault);
+    } else if (!before.fault.empty() && fault.empty()) {
+        agent_log::info("the notification log can be written again; entries lost since the start: " +
+                        std::to_string(before.notWritten));
+    }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_counters.fault = std::move(fault);
+    return m_counters.fault.empty();
+}

@@ -1,0 +1,78 @@
+#include "host/agent/objects/managed_object.h"
+
+#include <exception>
+#include <utility>
+
+#include "host/agent/loop/agent_log.h"
+#include "host/base/out_of_memory.h"
+
+ManagedObject::ManagedObject(const MibObject& mib, CSnmpHandler& handler, AgentLoop& loop, const SnapshotLimits& limits)
+    : m_mib(&mib),
+      m_handler(handler),
+      m_loop(loop),
+      m_snapshots(limits),
+      m_reader(mib, handler, [this] { return m_snapshots.changes(); }),
+      m_worker(mib.name) {}
+
+void ManagedObject::setShape(const MibObject& mib) {
+    m_mib = &mib;
+    m_reader.setShape(mib);
+    m_snapshots.markChanged();
+}
+
+ReadOutcome ManagedObject::attempt(const std::function<SnapshotPointer()>& read) const {
+    try {
+        return {read(), {}};
+    } catch (const std::exception& error) {
+        return untilMemory([&error] { return ReadOutcome{nullptr, error.what()}; });
+    }
+}
+
+void ManagedObject::refresh() {
+    if (m_refreshing) return;
+    m_worker.submit([this] {
+        const ReadOutcome outcome = attempt([this] { return m_reader.whole(); });
+        untilMemory([&] { m_loop.post([this, outcome] { refreshed(outcome); }); });
+    });
+    m_refreshing = true;  // the answer comes on this thread
+}
+
+void ManagedObject::refreshed(const ReadOutcome& outcome) {
+    m_refreshing = false;
+    noteOutcome(outcome);
+    if (outcome.snapshot != nullptr) m_snapshots.put(outcome.snapshot, TableSnapshot::Clock::now());
+    if (onRefreshed) onRefreshed(outcome);
+    if (outcome.snapshot == nullptr) return;
+    // Frees what nobody goes on with.
+    const auto purgeAfter = [this](std::chrono::milliseconds age) {
+        m_loop.runAfter(age + std::chrono::milliseconds(1), [this] { m_snapshots.purge(TableSnapshot::Clock::now()); });
+    };
+    const std::chrono::milliseconds walkAge = m_snapshots.limits().walkAge;
+    purgeAfter(walkAge);
+    if (m_snapshots.longestAge() > walkAge) purgeAfter(m_snapshots.longestAge());
+}
+
+void ManagedObject::readRows(std::vector<std::uint32_t> numbers, std::function<void(const ReadOutcome&)> done) {
+    m_worker.submit([this, numbers = std::move(numbers), done = std::move(done)] {
+        const ReadOutcome outcome = attempt([&] { return m_reader.rows(numbers); });
+        untilMemory([&] {
+            m_loop.post([this, done, outcome] {
+                noteOutcome(outcome);
+                done(outcome);
+            });
+        });
+    });
+}
+
+void ManagedObject::noteOutcome(const ReadOutcome& outcome) {
+    const bool failing = outcome.snapshot == nullptr;
+    ++m_counters.reads;
+    if (failing) ++m_counters.failures;
+    if (failing == m_failing) return;
+    m_failing = failing;
+    if (failing) {
+        agent_log::error(m_mib->name + " cannot be read: " + outcome.failure);
+    } else {
+        agent_log::info(m_mib->name + " can be read again");
+    }
+}

@@ -1,0 +1,158 @@
+// Before Net-SNMP's headers: they declare a type of the name that its value types give arguments.
+#include "platform/snmp_table_base.h"
+
+#include "host/agent/objects/object_reader.h"
+
+#include <exception>
+#include <limits>
+#include <string>
+#include <utility>
+
+#include "host/agent/objects/backend_events.h"
+#include "host/agent/objects/handler_results.h"
+#include "host/agent/objects/row_naming.h"
+#include "host/agent/objects/snmp_context.h"
+#include "host/base/logging.h"
+#include "host/transport/backend_protocol.h"
+
+namespace {
+
+// How long a table that changes while it is read is read anew. One that takes longer by itself is read once.
+constexpr std::chrono::milliseconds REREAD_TIME{250};
+
+constexpr std::size_t BATCH_ROWS = 50;  // that one backend call gives, at one moment
+
+const OidVector ENTERPRISE = {1, 3, 6, 1, 4, 1, 99871, 2};  // requests name rows below it
+
+std::unique_ptr<CTLVRecordV3> newRecord() {
+    return std::make_unique<CTLVRecordV3>(CTLVRecordV3::NO_IDENTIFIER, CTLVRecordV3::DEFAULT_BUCKETS);
+}
+
+// The row's name as a request carries it: with the first column, below the enterprise.
+std::string rowOid(const MibObject& object, std::uint64_t number) {
+    OidVector name(object.root.begin() + static_cast<std::ptrdiff_t>(ENTERPRISE.size()), object.root.end());
+    name.insert(name.end(), {MibObject::ENTRY, object.columns.front().number, number});
+    return oidText(name);
+}
+
+}  // namespace
+
+ObjectReader::ObjectReader(const MibObject& object, CSnmpHandler& handler, std::function<std::uint64_t()> changes)
+    : m_object(&object),
+      m_handler(handler),
+      m_changes(std::move(changes)),
+      m_table(dynamic_cast<CSnmpTableBase*>(&handler)),
+      m_batch(m_table != nullptr && isBelow(object.root.data(), object.root.size(), ENTERPRISE)),
+      m_large(m_batch) {}
+
+bool ObjectReader::asks(unsigned long long backendCommand) const {
+    return m_table != nullptr && static_cast<unsigned long long>(m_table->backendCommand()) == backendCommand;
+}
+
+std::unique_ptr<CR8KPackageV3> ObjectReader::query(const CR8KPackageV3& request) {
+    const CVRX_SnmpContext context{};
+    auto response = std::make_unique<CR8KPackageV3>();
+    int result = 0;
+    if (const auto obstacle = m_obstacle ? m_obstacle() : std::nullopt) throw ReadError(*obstacle);
+    const ModuleLineLimit limit(BATCH_ROWS);  // a batch of rows may have a line each
+    try {
+        result = m_object->table ? m_handler.OnQueryTable(context, request, *response)
+                                 : m_handler.OnQueryLeaf(context, request, *response);
+    } catch (const std::exception& error) {
+        throw ReadError(error.what());
+    } catch (...) {
+        throw ReadError("an exception of an unknown type");
+    }
+    if (result != 0) throw ReadError(resultText(result));
+    return response;
+}
+
+std::unique_ptr<CR8KPackageV3> ObjectReader::records() {
+    if (m_table != nullptr) m_table->setWholeTable(true);
+    CR8KPackageV3 request;
+    auto record = newRecord();
+    if (m_batch) appendUint64(*record, CSnmpTableBase::REQUEST_TYPE_TAG, CSnmpTableBase::REQUEST_GETBULK);
+    request.append(std::move(record));
+    return query(request);
+}
+
+std::unique_ptr<CR8KPackageV3> ObjectReader::batchBehind(std::uint64_t row) {
+    m_table->setWholeTable(false);
+    CR8KPackageV3 request;
+    auto record = newRecord();
+    appendUint64(*record, CSnmpTableBase::REQUEST_TYPE_TAG, CSnmpTableBase::REQUEST_GETBULK);
+    if (row > 0) appendText(*record, CSnmpTableBase::REQUEST_OID_TAG, rowOid(*m_object, row));
+    request.append(std::move(record));
+    return query(request);
+}
+
+// Batch by batch, so that the records of a large table are never all there at once.
+void ObjectReader::addBatches(TableSnapshot& snapshot) {
+    std::uint64_t row = 0;
+    while (row <= std::numeric_limits<std::uint32_t>::max()) {  // behind it no request can go on
+        const auto batch = batchBehind(row);
+        if (batch->records().empty()) return;
+        addRows(*batch, snapshot);
+        if (snapshot.rows() > MOST_ACTIVE_ALARMS)
+            throw ReadError("more than " + std::to_string(MOST_ACTIVE_ALARMS) + " rows");
+        row = batch->records().back()->identifier();  // ordered, and behind the row asked for
+    }
+}
+
+void ObjectReader::addRows(const CR8KPackageV3& response, TableSnapshot& snapshot) {
+    std::size_t position = 0;
+    for (const CTLVRecordV3* record : response.records()) {
+        if (const auto number = rowNumber(*m_object, *record, position)) {
+            snapshot.add(*number, *record);
+        } else {
+            ++m_unnumbered;
+        }
+        ++position;
+    }
+}
+
+SnapshotPointer ObjectReader::whole() {
+    const auto begin = TableSnapshot::Clock::now();
+    while (true) {
+        const std::optional<std::uint64_t> event = m_large ? lastBackendEvent() : std::nullopt;
+        const std::uint64_t changes = m_changes();
+        auto snapshot = std::make_shared<TableSnapshot>(*m_object, changes, TableSnapshot::Clock::now());
+        snapshot->reserve(m_rows + BATCH_ROWS);
+        if (m_batch) {
+            addBatches(*snapshot);
+        } else {
+            addRows(*records(), *snapshot);
+        }
+        m_duplicates += snapshot->finish();
+        m_rows = snapshot->rows();
+        const bool compared = m_large;
+        m_large = m_batch && m_rows >= BATCH_ROWS;
+        const bool oneMoment = m_changes() == changes && (!m_large || (compared && lastBackendEvent() == event));
+        if (oneMoment || TableSnapshot::Clock::now() - begin >= REREAD_TIME) return snapshot;
+    }
+}
+
+SnapshotPointer ObjectReader::rows(const std::vector<std::uint32_t>& numbers) {
+    auto snapshot = std::make_shared<TableSnapshot>(*m_object, m_changes(), TableSnapshot::Clock::now());
+    for (const std::uint32_t number : numbers) {
+        CR8KPackageV3 request;
+        auto record = newRecord();
+        appendUint64(*record, CSnmpTableBase::REQUEST_TYPE_TAG, CSnmpTableBase::REQUEST_GET);
+        appendText(*record, CSnmpTableBase::REQUEST_OID_TAG, rowOid(*m_object, number));
+        request.append(std::move(record));
+        const auto response = query(request);
+        for (const CTLVRecordV3* row : response->records()) {
+            if (rowNumber(*m_object, *row, 0) == number) snapshot->add(number, *row);
+        }
+    }
+    m_duplicates += snapshot->finish();
+    return snapshot;
+}
+
+std::uint64_t ObjectReader::duplicates() const {
+    return m_duplicates + (m_table == nullptr ? 0 : m_table->duplicates());
+}
+
+std::uint64_t ObjectReader::badRecords() const {
+    return m_unnumbered + (m_table == nullptr ? 0 : m_table->badRecords());
+}

@@ -1,0 +1,57 @@
+// What a table wants beyond its MIB: checks of the rows that a SET makes, changes that can be given up, values that not
+// every reader sees. The room that knows a module (host/agent/tamrel/) registers them; a table without rules has none
+// of it.
+//
+// Threads: registration before any other thread; the rules are asked from any.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+
+#include "host/agent/objects/mib_model.h"
+#include "host/snmp/net_snmp.h"
+#include "vrxpub/vrx_tlv_record.h"
+
+struct SetResult;  // of host/agent/sets/set_request.h, as the next
+struct SetRow;
+
+// All cells that a row will have, by tag: what it has and what the request sets over it.
+using RowCells = std::map<unsigned short, std::shared_ptr<const CTLVCell>>;
+
+// What handlers change of a table while it is open, on the thread that opened it: all of it takes effect at commit(),
+// or nothing.
+class RowChanges {
+public:
+    virtual ~RowChanges() = default;  // gives up what is not committed
+
+    virtual void assignNext(std::uint32_t number) = 0;  // the number of the row that the handler creates next
+    virtual void leave() = 0;                           // the thread's other changes are none of these from here on
+    virtual int commit() = 0;                           // 0, or a result as handlers return it
+};
+
+class TableRules {
+public:
+    virtual ~TableRules() = default;
+
+    virtual std::unique_ptr<RowChanges> begin() const = 0;
+
+    // wrongValue for a variable whose value is not acceptable, inconsistentValue where it does not go with the row's
+    // other columns or a new row lacks one that it needs. `before`: the row's cells as they are, none for a new row.
+    virtual SetResult check(const SetRow& row, const RowCells& before, const RowCells& after) const = 0;
+
+    // The variable to name when the handler refuses the row with that result.
+    virtual int variableOf(const SetRow& row, int result) const = 0;
+
+    // Whether the value is for those alone who may write it.
+    virtual bool isSecret(const MibColumn& column, const CTLVRecordV3& record) const = 0;
+
+    // Whether the sender of a read request may write such values.
+    virtual bool seesSecrets(netsnmp_pdu& pdu, const MibObject& object) const = 0;
+};
+
+// The rules live as long as the process.
+void registerTableRules(const OidVector& root, const TableRules& rules);
+
+// Null for a table without rules.
+const TableRules* tableRules(const OidVector& root);

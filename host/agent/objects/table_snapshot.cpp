@@ -1,0 +1,185 @@
+#include "host/agent/objects/table_snapshot.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "host/agent/objects/cell_value.h"
+#include "host/agent/objects/table_rules.h"
+
+namespace {
+
+constexpr std::size_t TEXT_BLOCK = 4UL * 1024UL;
+
+}  // namespace
+
+const char* TableSnapshot::Texts::add(std::string_view text) {
+    if (text.size() > m_left) {
+        m_left = std::max(text.size(), TEXT_BLOCK);
+        m_blocks.push_back(std::make_unique<char[]>(m_left));
+        m_free = m_blocks.back().get();
+    }
+    std::memcpy(m_free, text.data(), text.size());
+    const char* const added = m_free;
+    m_free += text.size();
+    m_left -= text.size();
+    return added;
+}
+
+TableSnapshot::TableSnapshot(const MibObject& object, std::uint64_t changes, Clock::time_point taken)
+    : m_object(&object), m_changes(changes), m_taken(taken) {
+    for (const MibColumn& column : object.columns) {
+        if (column.readable()) m_columns.push_back({&column, {}, {}});
+    }
+}
+
+void TableSnapshot::tCell::set(unsigned char ofType, std::string_view octets, std::uint64_t ofNumber, Texts& texts) {
+    type = ofType;
+    length = static_cast<std::uint32_t>(octets.size());
+    if (length > 0) {
+        text = texts.add(octets);
+    } else {
+        number = ofNumber;
+    }
+}
+
+void TableSnapshot::reserve(std::size_t rows) {
+    m_rows.reserve(rows);
+    for (tColumn& column : m_columns) column.cells.reserve(rows);
+}
+
+void TableSnapshot::add(std::uint32_t number, const CTLVRecordV3& record) {
+    const TableRules* const rules = tableRules(m_object->root);
+    m_rows.push_back({number, static_cast<std::uint32_t>(m_rows.size())});
+    for (tColumn& column : m_columns) {
+        tCell cell;
+        const auto found = record.find(static_cast<unsigned short>(column.mib->number));
+        if (found != record.end()) {
+            const CTLVCell& from = CTLVRecordV3::cellAt(found);
+            const auto text = column.mib->syntax.type == ASN_OCTET_STR ? textOfCell(from) : std::nullopt;
+            if (text) {  // most of a table's bytes: from the record to their place at once
+                cell.set(ASN_OCTET_STR, *text, 0, column.texts);
+            } else if (const auto value = valueOfCell(from, column.mib->syntax)) {
+                cell.set(value->type, value->octets, value->number, column.texts);
+            }
+        }
+        cell.secret = rules != nullptr && rules->isSecret(*column.mib, record);
+        column.cells.push_back(cell);
+    }
+}
+
+std::size_t TableSnapshot::finish() {
+    const std::size_t added = m_rows.size();
+    const auto before = [](const tRow& a, const tRow& b) { return a.number < b.number; };
+    if (!std::is_sorted(m_rows.begin(), m_rows.end(), before)) std::stable_sort(m_rows.begin(), m_rows.end(), before);
+    m_rows.erase(
+        std::unique(m_rows.begin(), m_rows.end(), [](const tRow& a, const tRow& b) { return a.number == b.number; }),
+        m_rows.end());
+    // Copying all cells for the sake of a few would cost more than it gives.
+    for (tColumn& column : m_columns) {
+        std::vector<tCell>& cells = column.cells;
+        if (cells.capacity() - cells.size() > cells.size() / 8) cells.shrink_to_fit();
+    }
+    return added - m_rows.size();
+}
+
+// RFC 3416, 4.2.1: a name that begins with that of a column or a scalar, all of it, lacks the instance, not the object.
+TableSnapshot::Found TableSnapshot::findName(const MibObject& object, const oid* suffix, std::size_t length) {
+    const MibColumn* column = nullptr;
+    std::size_t instanceLength = 1;
+    if (!object.table) {
+        column = &object.columns.front();
+    } else if (length > 1 && suffix[0] == MibObject::ENTRY) {
+        column = object.column(suffix[1]);
+        instanceLength = MibObject::INSTANCE_LENGTH;
+    }
+    if (column == nullptr || !column->readable()) return Found::NoSuchObject;
+    return length == instanceLength ? Found::Instance : Found::NoSuchInstance;
+}
+
+TableSnapshot::Found TableSnapshot::find(const oid* suffix, std::size_t length, Instance& instance) const {
+    const Found atBest = findName(*m_object, suffix, length);
+    if (atBest != Found::Instance) return atBest;
+    if (!m_object->table) {
+        if (suffix[0] != 0 || m_rows.empty()) return Found::NoSuchInstance;
+        instance = {0, 0};
+        return cell(instance).type == ASN_NULL ? Found::NoSuchInstance : Found::Instance;
+    }
+    const auto column = std::find_if(m_columns.begin(), m_columns.end(),
+                                     [suffix](const tColumn& candidate) { return candidate.mib->number == suffix[1]; });
+    const auto row = std::lower_bound(m_rows.begin(), m_rows.end(), suffix[2],
+                                      [](const tRow& candidate, oid number) { return candidate.number < number; });
+    if (row == m_rows.end() || row->number != suffix[2]) return Found::NoSuchInstance;
+    instance = {static_cast<std::size_t>(column - m_columns.begin()), static_cast<std::size_t>(row - m_rows.begin())};
+    return cell(instance).type == ASN_NULL ? Found::NoSuchInstance : Found::Instance;
+}
+
+std::optional<TableSnapshot::Instance> TableSnapshot::next(const oid* suffix, std::size_t length,
+                                                           bool inclusive) const {
+    if (!m_object->table) {
+        if (length == 0 || (inclusive && length == 1 && suffix[0] == 0)) return firstFrom(0, 0);
+        return std::nullopt;
+    }
+    if (length == 0 || suffix[0] < MibObject::ENTRY) return firstFrom(0, 0);
+    if (suffix[0] > MibObject::ENTRY) return std::nullopt;
+    if (length == 1) return firstFrom(0, 0);
+
+    const auto column =
+        std::lower_bound(m_columns.begin(), m_columns.end(), suffix[1],
+                         [](const tColumn& candidate, oid wanted) { return candidate.mib->number < wanted; });
+    if (column == m_columns.end()) return std::nullopt;
+    const auto position = static_cast<std::size_t>(column - m_columns.begin());
+    if (column->mib->number != suffix[1] || length == 2) return firstFrom(position, 0);
+
+    // Behind row N, or at it when it counts itself; a longer name stands behind its row.
+    const bool counts = inclusive && length == MibObject::INSTANCE_LENGTH;
+    const auto row = std::find_if(
+        std::lower_bound(m_rows.begin(), m_rows.end(), suffix[2],
+                         [](const tRow& candidate, oid number) { return candidate.number < number; }),
+        m_rows.end(),
+        [&](const tRow& candidate) { return counts ? candidate.number >= suffix[2] : candidate.number > suffix[2]; });
+    return firstFrom(position, static_cast<std::size_t>(row - m_rows.begin()));
+}
+
+std::optional<TableSnapshot::Instance> TableSnapshot::next(Instance instance) const {
+    return firstFrom(instance.column, instance.row + 1);
+}
+
+std::optional<TableSnapshot::Instance> TableSnapshot::nextColumn(std::size_t column) const {
+    return firstFrom(column + 1, 0);
+}
+
+std::optional<TableSnapshot::Instance> TableSnapshot::firstFrom(std::size_t column, std::size_t row) const {
+    for (; column < m_columns.size(); ++column, row = 0) {
+        for (; row < m_rows.size(); ++row) {
+            if (cell({column, row}).type != ASN_NULL) return Instance{column, row};
+        }
+    }
+    return std::nullopt;
+}
+
+OidVector TableSnapshot::columnName(std::size_t column) const {
+    OidVector name = m_object->root;
+    if (m_object->table) {
+        name.push_back(MibObject::ENTRY);
+        name.push_back(m_columns[column].mib->number);
+    }
+    return name;
+}
+
+OidVector TableSnapshot::name(Instance instance) const {
+    OidVector name = columnName(instance.column);
+    name.push_back(lastOfName(instance));
+    return name;
+}
+
+TableSnapshot::Value TableSnapshot::value(Instance instance, See see) const {
+    const tCell& from = cell(instance);
+    if (from.secret && see == See::WithoutSecrets) return {from.type, 0, {}};
+    if (from.length > 0) return {from.type, 0, {from.text, from.length}};
+    return {from.type, from.number, {}};
+}
+
+bool TableSnapshot::fill(Instance instance, netsnmp_variable_list* varbind, See see) const {
+    const Value from = value(instance, see);
+    return setVarbind(varbind, from.type, from.number, from.octets);
+}

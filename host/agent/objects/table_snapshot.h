@@ -1,0 +1,125 @@
+// One moment of an object's values, in the order in which a manager walks them: columns by number, rows by number.
+//
+//     TableSnapshot snapshot(object);
+//     snapshot.add(7, record);                       // rows in any order
+//     snapshot.finish();
+//     auto at = snapshot.next(suffix, length, false);  // the first instance behind root.suffix
+//     if (at) snapshot.fill(*at, varbind);
+//
+// A scalar is one column (number 0) with one row. Values are converted when they are added, and kept compactly:
+// 16 bytes a cell and the texts.
+//
+// Threads: one thread builds it; after finish() it is constant and may be read by any.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/agent/objects/mib_model.h"
+#include "host/snmp/snmp_value.h"
+#include "vrxpub/vrx_tlv_record.h"
+
+class TableSnapshot {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    struct Instance {
+        std::size_t column;  // position among the readable columns
+        std::size_t row;     // position among the rows
+    };
+
+    // A value where it lies; good as long as the snapshot.
+    struct Value {
+        unsigned char type;
+        std::uint64_t number;     // of numeric types; an INTEGER's bits
+        std::string_view octets;  // of the others, as SnmpValue has them
+    };
+
+    enum class Found { Instance, NoSuchObject, NoSuchInstance };
+
+    // What a reader is shown: with WithoutSecrets a text that is one is empty.
+    enum class See { All, WithoutSecrets };
+
+    // `object` outlives the snapshot. `changes`: the object's count of changes, `taken` the time, both from before its
+    // values were asked for.
+    TableSnapshot(const MibObject& object, std::uint64_t changes, Clock::time_point taken);
+
+    void reserve(std::size_t rows);  // to come; a hint
+    void add(std::uint32_t number, const CTLVRecordV3& record);
+    // Puts the rows in order. Of rows with one number the first that was added stays; the count of the others returns.
+    std::size_t finish();
+
+    std::size_t rows() const { return m_rows.size(); }
+    std::size_t columns() const { return m_columns.size(); }  // readable ones
+    std::uint64_t changes() const { return m_changes; }
+    Clock::time_point taken() const { return m_taken; }
+
+    // Names come as what stands behind the object's root.
+    Found find(const oid* suffix, std::size_t length, Instance& instance) const;
+    std::optional<Instance> next(const oid* suffix, std::size_t length, bool inclusive) const;
+    std::optional<Instance> next(Instance instance) const;         // the one behind it
+    std::optional<Instance> nextColumn(std::size_t column) const;  // the first one behind that column
+
+    OidVector name(Instance instance) const;         // whole, root included
+    OidVector columnName(std::size_t column) const;  // of which the column's instances stand below
+    unsigned char type(Instance instance) const { return cell(instance).type; }
+    oid lastOfName(Instance instance) const { return m_object->table ? m_rows[instance.row].number : 0; }
+    Value value(Instance instance, See see = See::All) const;
+    bool fill(Instance instance, netsnmp_variable_list* varbind, See see = See::All) const;  // false without memory
+
+    // What a GET of that name finds at best, whatever the rows are: without NoSuch... an instance may exist.
+    static Found findName(const MibObject& object, const oid* suffix, std::size_t length);
+
+private:
+    // Texts one behind the other in blocks that never move.
+    class Texts {
+    public:
+        const char* add(std::string_view text);
+
+    private:
+        std::vector<std::unique_ptr<char[]>> m_blocks;
+        char* m_free = nullptr;
+        std::size_t m_left = 0;
+    };
+
+    struct tCell {
+        std::uint32_t length = 0;       // of a text
+        unsigned char type = NO_VALUE;  // NO_VALUE: no instance
+        bool secret = false;
+        union {
+            std::uint64_t number = 0;
+            const char* text;  // when length is not 0
+        };
+
+        void set(unsigned char ofType, std::string_view octets, std::uint64_t ofNumber, Texts& texts);
+    };
+
+    struct tRow {
+        std::uint32_t number;
+        std::uint32_t cell;  // position in each column
+    };
+
+    // Walks go down the columns: each one's cells and texts lie together.
+    struct tColumn {
+        const MibColumn* mib;
+        std::vector<tCell> cells;
+        Texts texts;
+    };
+
+    const tCell& cell(Instance instance) const { return m_columns[instance.column].cells[m_rows[instance.row].cell]; }
+    std::optional<Instance> firstFrom(std::size_t column, std::size_t row) const;
+
+    const MibObject* m_object;
+    std::uint64_t m_changes;
+    Clock::time_point m_taken;
+    std::vector<tColumn> m_columns;  // the readable ones
+    std::vector<tRow> m_rows;
+};
+
+using SnapshotPointer = std::shared_ptr<const TableSnapshot>;

@@ -1,0 +1,48 @@
+// What can be asked of a running agent through its control socket, <root>/state/agent.sock:
+//
+//     GET  /status            how it goes, as JSON (agent_status.h)
+//     GET  /log               {"agent": "info", ...}: the level of each subsystem
+//     POST /log               {"subsystem", "level"}: another one until the configuration is read again
+//     POST /reload            takes the configuration over: {"taken": true, "faults": []}
+//     POST /users             {"name", "authentication", "privacy"}: a user with these passphrases (SHA-256, AES-128;
+//                             other protocols by "authentication_protocol", "privacy_protocol")
+//     DELETE /users?name=     takes a user and its keys away
+//     POST /traps/resend      {"number", "to"}: a logged trap once more; "to" may be left out:
+//                             {"destinations": [...], "missing": [...]}
+//
+// Threads: the routes run on the server's threads and hand over to the agent thread; made and destroyed there.
+#pragma once
+
+#include <memory>
+
+#include "host/agent/assembly/agent.h"
+#include "host/agent/assembly/notification_service.h"
+#include "host/agent/loop/agent_loop.h"
+#include "host/agent/loop/loop_caller.h"
+#include "host/agent/operator/control_server.h"
+#include "host/agent/reload/reloader.h"
+
+class AgentControl {
+public:
+    // What is given outlives it. Throws std::system_error when nobody can be answered.
+    AgentControl(ControlSocket socket, AgentLoop& loop, Agent& agent, NotificationService& notifications,
+                 Reloader& reloader);
+    ~AgentControl();
+    AgentControl(const AgentControl&) = delete;
+    AgentControl& operator=(const AgentControl&) = delete;
+
+private:
+    ControlAnswer status();
+    static ControlAnswer logLevels();
+    static ControlAnswer setLogLevel(const ControlRequest& request);
+    ControlAnswer reload();
+    ControlAnswer addUser(const ControlRequest& request);
+    ControlAnswer removeUser(const ControlRequest& request);
+    ControlAnswer resendTrap(const ControlRequest& request);
+
+    LoopCaller m_caller;
+    Agent& m_agent;
+    NotificationService& m_notifications;
+    Reloader& m_reloader;
+    std::unique_ptr<ControlServer> m_server;  // last: its routes use the others
+};

@@ -1,0 +1,101 @@
+// HTTP on a socket of the machine itself: how vrxctl, and whoever collects metrics, talks to a running agent.
+//
+//     ControlServer control(ControlSocket(BackendAddress::parse("unix:/opt/vrx/state/agent.sock")), {
+//         {"GET", "/status", [](const ControlRequest&) { return ControlAnswer::json(status()); }},
+//     });
+//
+// Connections on which nobody asks anything make room for new ones.
+//
+// A Unix socket has mode 0600: whoever may open the state folder may do everything. Bodies are JSON texts.
+//
+// Threads: routes are called on threads of the server's own, one request each; what they throw is answered with 500 and
+// its text. Requests that are under way when the server is destroyed are waited for.
+#pragma once
+
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/base/backend_address.h"
+#include "host/base/backend_socket.h"
+
+struct ControlRequest {
+    std::string body;
+    std::map<std::string, std::string> query;  // "?name=value" of the address
+};
+
+struct ControlAnswer {
+    unsigned int status = 200;
+    std::string body;
+    std::string type = "application/json";
+};
+
+// What the caller has asked for cannot be: answered with 400 and the text.
+class ControlFault : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+struct ControlRoute {
+    std::string method;
+    std::string path;
+    std::function<ControlAnswer(const ControlRequest& request)> answer;
+};
+
+// Where clients wait until a server answers them. A Unix socket's file goes with the object.
+class ControlSocket {
+public:
+    explicit ControlSocket(const BackendAddress& address);  // throws std::system_error when nobody can listen there
+    ~ControlSocket();
+    ControlSocket(ControlSocket&& other) noexcept;
+    ControlSocket& operator=(ControlSocket&&) = delete;
+    ControlSocket(const ControlSocket&) = delete;
+    ControlSocket& operator=(const ControlSocket&) = delete;
+
+    int descriptor() const { return m_listener.get(); }
+
+private:
+    std::string m_path;  // of a Unix socket; else empty
+    FileDescriptor m_listener;
+};
+
+struct MHD_Daemon;
+struct MHD_Connection;
+
+class ControlServer {
+public:
+    // Answers from here on. Throws std::system_error when it cannot.
+    ControlServer(ControlSocket socket, std::vector<ControlRoute> routes);
+    ~ControlServer();
+    ControlServer(const ControlServer&) = delete;
+    ControlServer& operator=(const ControlServer&) = delete;
+
+    static constexpr std::size_t MAX_BODY = std::size_t{1} << 20U;
+
+private:
+    struct tPending;
+    struct tConnection;
+
+    ControlAnswer answer(const std::string& method, const std::string& path, const ControlRequest& request) const;
+    static int serve(ControlServer& server, MHD_Connection* connection, const char* path, const char* method,
+                     const char* upload, std::size_t* uploadSize, void** pending);
+
+    void opened(MHD_Connection* connection);
+    void closed(MHD_Connection* connection);
+    void setAnswered(MHD_Connection* connection, bool answered);
+
+    const std::vector<ControlRoute> m_routes;
+    const ControlSocket m_socket;
+    std::mutex m_mutex;
+    std::list<std::pair<MHD_Connection*, tConnection>> m_connections;  // guarded by m_mutex; the oldest first
+    struct StopDaemon {
+        void operator()(MHD_Daemon* daemon) const;
+    };
+    std::unique_ptr<MHD_Daemon, StopDaemon> m_daemon;  // last: its threads use the others
+};

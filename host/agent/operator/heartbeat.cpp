@@ -1,0 +1,54 @@
+#include "host/agent/operator/heartbeat.h"
+
+#include <string>
+
+#include "host/agent/assembly/notification_service.h"
+#include "host/agent/engine/snmp_engine.h"
+#include "host/agent/loop/agent_log.h"
+
+namespace {
+
+// "3 min", "26 h 10 min"
+std::string durationOf(unsigned long seconds) {
+    constexpr unsigned long MINUTE = 60;
+    constexpr unsigned long HOUR = 60 * MINUTE;
+    if (seconds < MINUTE) return std::to_string(seconds) + " s";
+    const std::string minutes = std::to_string(seconds % HOUR / MINUTE) + " min";
+    return seconds < HOUR ? minutes : std::to_string(seconds / HOUR) + " h " + minutes;
+}
+
+}  // namespace
+
+Heartbeat::Heartbeat(AgentLoop& loop, const SnmpEngine& engine, const NotificationService& notifications)
+    : m_loop(loop), m_engine(engine), m_notifications(notifications), m_last(counts()) {}
+
+void Heartbeat::setPeriod(std::chrono::seconds period) {
+    if (period == m_period) return;
+    m_period = period;
+    m_armed.reset();
+    if (period.count() > 0) arm();
+}
+
+void Heartbeat::arm() {
+    m_armed = std::make_shared<int>(0);
+    m_loop.runAfter(m_period, [this, armed = std::weak_ptr<int>(m_armed)] {
+        if (!armed.expired()) beat();
+    });
+}
+
+void Heartbeat::beat() {
+    arm();  // first: a line without memory for it is not the last one
+    const Counts now = counts();
+    const ActiveAlarms::State alarms = m_notifications.alarms();
+    agent_log::info("heartbeat: up " + durationOf(m_engine.identity().uptimeSeconds) + ", backend " +
+                    (alarms.connected ? "connected" : "away") + ", " + std::to_string(alarms.active) +
+                    " alarms active; since the last one " + std::to_string(now.events - m_last.events) + " events, " +
+                    std::to_string(now.sent - m_last.sent) + " traps sent, " +
+                    std::to_string(now.dropped - m_last.dropped) + " dropped");
+    m_last = now;
+}
+
+Heartbeat::Counts Heartbeat::counts() const {
+    const TrapCounters traps = m_notifications.trapTotals();
+    return {m_notifications.status().path.events, traps.sent, traps.droppedInAll()};
+}

@@ -1,0 +1,10 @@
+// The receivers of informs in the agent's status: docs/status.md has the fields.
+//
+// Threads: any.
+#pragma once
+
+#include "host/agent/informs/inform_status.h"
+#include "host/agent/operator/status_section.h"
+
+StatusSection informsStatus(const InformStatus& informs);        // "informs"
+StatusSection formerInformsStatus(const InformStatus& informs);  // "former_informs"

@@ -1,0 +1,31 @@
+#include "host/agent/operator/status_service.h"
+
+#include <string>
+#include <system_error>
+
+#include "host/agent/assembly/agent.h"
+#include "host/agent/loop/agent_log.h"
+#include "host/agent/operator/agent_status.h"
+
+StatusService::StatusService(AgentLoop& loop, const Agent& agent, const NotificationService& notifications,
+                             const Reloader& reloader)
+    : m_agent(agent),
+      m_scalars(notifications),
+      m_heartbeat(loop, agent.engine(), notifications),
+      m_metrics(loop, [&] { return statusAsMetrics(agentStatus(agent, notifications, reloader)); }) {
+    try {
+        configure();
+    } catch (const std::system_error& error) {  // alarms matter more than that
+        agent_log::error(error.what());
+    }
+}
+
+void StatusService::configure() {
+    const StatusSettings& settings = m_agent.engine().limits().status;
+    m_heartbeat.setPeriod(settings.heartbeat);
+    try {
+        m_metrics.listen(settings.metrics);
+    } catch (const std::system_error& error) {
+        throw std::system_error(error.code(), std::string("vrxMetrics: ") + error.what());
+    }
+}

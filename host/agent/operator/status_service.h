@@ -1,0 +1,31 @@
+// What the agent tells of itself unasked or to others than vrxctl: objects, metrics, heartbeat.
+//
+//     StatusService status(loop, agent, notifications, reloader);
+//     reloader.onExchange = [&] { status.configure(); };
+//
+// Threads: agent thread.
+#pragma once
+
+#include "host/agent/operator/heartbeat.h"
+#include "host/agent/operator/metrics_server.h"
+#include "host/agent/operator/status_scalars.h"
+
+class Agent;
+class Reloader;
+
+class StatusService {
+public:
+    // All that is given outlives it. A metrics address that cannot be listened at is an error in the log.
+    StatusService(AgentLoop& loop, const Agent& agent, const NotificationService& notifications,
+                  const Reloader& reloader);
+
+    // Takes the engine's configuration over. Throws std::system_error when the metrics' address cannot be listened at:
+    // they stay where they are then.
+    void configure();
+
+private:
+    const Agent& m_agent;
+    const StatusScalars m_scalars;
+    Heartbeat m_heartbeat;
+    MetricsServer m_metrics;
+};

@@ -1,0 +1,47 @@
+// Answers the reads that make up a manager's walks and polls without Net-SNMP's engine: SNMPv1 and v2c over datagrams,
+// all variables of one object, all values there and wholly visible to the reader. The engine takes a kilobyte and
+// several checks for each variable; this writes the answer as bytes.
+//
+// Whatever is not as plain as that is the engine's: SNMPv3, errors and exceptions, the end of a table, columns that are
+// visible in parts, answers that are too long for a message. Both give the same answer, access control included, and
+// count it alike.
+//
+// Threads: agent thread only.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/agent/requests/read_transaction.h"
+#include "host/snmp/ber_writer.h"
+
+class DirectAnswer {
+public:
+    // Answers the request, whose sender has passed the engine's check_access(), from the transaction's snapshot and
+    // notes the spans there. Gives the answer's octets; 0 when the engine has to: then nothing has been done.
+    std::size_t send(ReadTransaction& transaction, netsnmp_session* session, netsnmp_pdu* pdu);
+
+private:
+    using Instance = TableSnapshot::Instance;
+
+    // What is known of a column of the object, for the time of a request.
+    struct tColumn {
+        bool known = false;
+        bool visible = false;
+        std::string name;  // of its instances, without their last sub-identifiers: in BER
+    };
+
+    bool collect(const MibObject& mib, const TableSnapshot& snapshot, netsnmp_pdu* pdu);
+    bool collectFollowing(std::optional<Instance> instance, const TableSnapshot& snapshot, netsnmp_pdu* pdu,
+                          std::size_t position, std::size_t step);
+    bool isVisible(const TableSnapshot& snapshot, Instance instance, netsnmp_pdu* pdu);
+    bool write(BerWriter& out, const TableSnapshot& snapshot, const netsnmp_pdu& pdu);
+    std::vector<SnapshotStore::Span> spans(const TableSnapshot& snapshot, const netsnmp_pdu& pdu) const;
+
+    // Members for their memory's sake only: nothing of a request is needed by the next.
+    std::vector<Instance> m_instances;  // in the answer's order
+    std::vector<tColumn> m_columns;
+    std::vector<unsigned char> m_buffer;
+    TableSnapshot::See m_see = TableSnapshot::See::All;
+};

@@ -1,0 +1,121 @@
+// Stands in front of Net-SNMP's engine and takes every request first: those that need values which are not there wait
+// here, not in the engine, until a worker has them. So no request waits for another one's backend call.
+//
+// Reads: the request's objects are prepared (a snapshot of each), then the request is answered: directly when it is a
+// plain one (direct_answer.h), else it goes through the engine, which answers. A GETBULK that runs from one object into
+// a second that is not prepared is answered up to there, if it has a repetition to answer with: the manager's next
+// request asks the second. SETs below our objects never reach the engine: the desk answers them itself. A retry of a
+// request that waits takes its place and starts nothing. Every request ends: at the deadline with genErr, the same when
+// too many wait.
+//
+// Threads: agent thread only.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/agent/loop/agent_loop.h"
+#include "host/agent/objects/managed_object.h"
+#include "host/agent/requests/answer_rate.h"
+#include "host/agent/requests/direct_answer.h"
+#include "host/agent/requests/read_transaction.h"
+#include "host/agent/requests/request_counters.h"
+#include "host/agent/sets/set_refusals.h"
+#include "host/agent/sets/set_transaction.h"
+#include "host/base/line_budget.h"
+
+struct DeskLimits {
+    std::chrono::milliseconds deadline{5'000};
+    std::size_t waiting = 256;
+    std::size_t answerRate = 1'000'000;  // octets a second for a peer that is not authenticated
+};
+
+class RequestDesk {
+public:
+    // Objects and loop outlive the desk; it becomes the objects' onRefreshed.
+    RequestDesk(AgentLoop& loop, std::vector<ManagedObject*> objects, const DeskLimits& limits);
+    ~RequestDesk();
+    RequestDesk(const RequestDesk&) = delete;
+    RequestDesk& operator=(const RequestDesk&) = delete;
+
+    // A session's callback, with the desk as the session's magic.
+    static int receive(int operation, netsnmp_session* session, int requestId, netsnmp_pdu* pdu, void* desk);
+
+    // Called with the session of each request that its sender may make.
+    std::function<void(const netsnmp_session*)> onAllowed;
+
+    // Called before a SET is checked.
+    std::function<void()> onSet;
+
+    const ReadTransactions& transactions() const { return m_transactions; }
+
+    void setLimits(const DeskLimits& limits);  // they hold for requests that come from now on
+
+    // Told of each answer that the engine encodes.
+    void answered(const netsnmp_pdu& answer, std::size_t octets);
+
+    std::size_t waiting() const { return m_waiting.size(); }
+    const RequestCounters& counters() const { return m_counters; }
+
+private:
+    struct FreePdu {
+        void operator()(netsnmp_pdu* pdu) const { snmp_free_pdu(pdu); }
+    };
+    using PduPointer = std::unique_ptr<netsnmp_pdu, FreePdu>;
+
+    struct tWaiting {
+        netsnmp_session* session;
+        int requestId;
+        std::string key;  // of retries
+        PduPointer pdu;   // our own copy
+        std::unique_ptr<ReadTransaction> read;
+        std::shared_ptr<SetTransaction> set;
+        SnapshotStore::TimePoint arrived{};  // of a SET
+    };
+
+    int take(netsnmp_session* session, int requestId, netsnmp_pdu* pdu);
+    bool holdsBack(const netsnmp_pdu& pdu);
+    int takeRead(netsnmp_session* session, int requestId, netsnmp_pdu* pdu);
+    int takeSet(netsnmp_session* session, int requestId, netsnmp_pdu* pdu);
+    bool isRetry(netsnmp_session* session, int requestId, netsnmp_pdu* pdu, const std::string& key);
+
+    ManagedObject* objectOf(const netsnmp_variable_list& varbind) const;
+    ObjectFinder finder() const;
+    void prepare(ReadTransaction& transaction, netsnmp_pdu* pdu);
+    void acquire(ReadTransaction& transaction, ManagedObject& object, const std::vector<OidVector>& names);
+    bool answerDirectly(ReadTransaction& transaction, netsnmp_session* session, netsnmp_pdu* pdu);
+    bool pass(ReadTransaction& transaction, netsnmp_session* session, int requestId, netsnmp_pdu* pdu);
+
+    bool wait(std::uint64_t id, netsnmp_session* session, int requestId, netsnmp_pdu* pdu, const std::string& key);
+    void resume(std::uint64_t id);
+    void refreshed(ManagedObject& object, const ReadOutcome& outcome);
+    void rowsRead(std::uint64_t id, ManagedObject& object, const ReadOutcome& outcome);
+    void expire(std::uint64_t id);
+    void drop(const netsnmp_session* session);
+    static void fail(ReadTransaction& transaction, RequestResult reason);
+    void noteAnswer(ReadTransaction& transaction, RequestResult result);
+    void noteSet(SnapshotStore::TimePoint arrived, RequestResult result);
+    void markAllChanged();
+    static bool answerSet(netsnmp_session* session, PduPointer pdu, const SetResult& result);
+    static RequestKind kindOf(const tWaiting& waiting);
+
+    AgentLoop& m_loop;
+    std::vector<ManagedObject*> m_objects;
+    DeskLimits m_limits;
+    DirectAnswer m_directAnswer;
+    AnswerRate m_answerRate;
+    LineBudget m_lines;
+    ReadTransactions m_transactions;
+    std::map<std::uint64_t, tWaiting> m_waiting;
+    SetTurns m_turns;
+    RequestCounters m_counters;
+    SetRefusals m_refusals;
+    std::uint64_t m_nextId = 1;
+    bool m_full = false;  // so was said in the log
+};

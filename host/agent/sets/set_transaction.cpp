@@ -1,0 +1,143 @@
+#include "host/agent/sets/set_transaction.h"
+
+#include <algorithm>
+#include <exception>
+#include <string>
+
+#include "host/agent/loop/agent_log.h"
+#include "host/base/out_of_memory.h"
+
+SetTransaction::SetTransaction(std::vector<SetStep> steps, AgentLoop& loop, std::function<void(const SetResult&)> done)
+    : m_loop(loop), m_done(std::move(done)) {
+    for (SetStep& step : steps) m_steps.emplace_back(std::move(step));
+}
+
+void SetTransaction::start() {
+    prepare(0);
+}
+
+bool SetTransaction::cancel() {
+    State expected = State::Undecided;
+    return m_state.compare_exchange_strong(expected, State::Cancelled);
+}
+
+// False when it was cancelled.
+bool SetTransaction::decide() {
+    State expected = State::Undecided;
+    return m_state.compare_exchange_strong(expected, State::Decided) || expected == State::Decided;
+}
+
+bool SetTransaction::touches(const ManagedObject& object) const {
+    return std::any_of(m_steps.begin(), m_steps.end(),
+                       [&object](const StepExecution& step) { return &step.object() == &object; });
+}
+
+bool SetTransaction::touchesAnyOf(const SetTransaction& other) const {
+    return std::any_of(m_steps.begin(), m_steps.end(),
+                       [&other](const StepExecution& step) { return other.touches(step.object()); });
+}
+
+// Runs the action on the step's worker, and `then` with its result back here.
+void SetTransaction::run(std::size_t step, SetResult (*action)(SetTransaction& self, StepExecution& execution),
+                         std::function<void(const SetResult&)> then) {
+    m_steps[step].object().worker().submit([self = shared_from_this(), step, action, then = std::move(then)] {
+        SetResult result{SNMP_ERR_GENERR, 1, {}};
+        try {
+            result = action(*self, self->m_steps[step]);
+        } catch (const std::exception& error) {
+            agent_log::fault({"a SET failed: ", error.what()});
+        }
+        untilMemory([&] { self->m_loop.post([self, then, result] { then(result); }); });
+    });
+}
+
+void SetTransaction::prepare(std::size_t step) {
+    if (step == m_steps.size()) {
+        carryOut(step);
+        return;
+    }
+    const auto action = [](SetTransaction& self, StepExecution& execution) {
+        return self.m_state == State::Cancelled ? SetResult{SNMP_ERR_GENERR, 1, {}} : execution.prepare();
+    };
+    run(step, action, [this, step](const SetResult& result) {
+        if (result.ok()) {
+            prepare(step + 1);
+        } else {
+            giveUp(step, result);
+        }
+    });
+}
+
+// The last of the first `steps` steps: from back to front, so that what nothing takes back is done first.
+void SetTransaction::carryOut(std::size_t steps) {
+    if (steps == 0) {
+        m_done({});
+        return;
+    }
+    const auto action = [](SetTransaction& self, StepExecution& execution) {
+        return self.decide() ? execution.carryOut() : SetResult{SNMP_ERR_GENERR, 1, {}};
+    };
+    run(steps - 1, action, [this, steps](const SetResult& result) {
+        if (result.ok()) {
+            carryOut(steps - 1);
+        } else if (steps == m_steps.size()) {
+            giveUp(steps, result);
+        } else {
+            noteHalf(result);
+            giveUp(steps, {SNMP_ERR_UNDOFAILED, 0, result.reason});
+        }
+    });
+}
+
+void SetTransaction::noteHalf(const SetResult& result) const {
+    agent_log::error("a SET has changed " + m_steps.back().object().mib().name +
+                     " for good, and its other values could not be kept: " + result.reason);
+}
+
+// The first `steps` steps, the last one first.
+void SetTransaction::giveUp(std::size_t steps, const SetResult& result) {
+    if (steps == 0) {
+        m_done(result);
+        return;
+    }
+    const auto action = [](SetTransaction&, StepExecution& execution) {
+        execution.giveUp();
+        return SetResult{};
+    };
+    run(steps - 1, action, [this, steps, result](const SetResult&) { giveUp(steps - 1, result); });
+}
+
+void SetTurns::add(std::uint64_t id, std::shared_ptr<SetTransaction> set) {
+    m_turns.push_back({id, std::move(set), false});
+    beginThoseThatMay();
+}
+
+void SetTurns::ended(std::uint64_t id) {
+    m_turns.remove_if([id](const tTurn& turn) { return turn.id == id; });
+    beginThoseThatMay();
+}
+
+// One that has begun keeps its turn until it has given up what it had prepared.
+void SetTurns::withdraw(std::uint64_t id) {
+    m_turns.remove_if([id](const tTurn& turn) { return turn.id == id && !turn.begun; });
+    beginThoseThatMay();
+}
+
+bool SetTurns::waits(std::list<tTurn>::const_iterator turn) const {
+    return std::any_of(m_turns.begin(), turn,
+                       [&turn](const tTurn& earlier) { return turn->set->touchesAnyOf(*earlier.set); });
+}
+
+// One that begins may be at its end at once, and gone from the list.
+void SetTurns::beginThoseThatMay() {
+    const auto next = [this] {
+        auto turn = m_turns.begin();
+        while (turn != m_turns.end() && (turn->begun || waits(turn))) ++turn;
+        return turn;
+    };
+    for (auto turn = next(); turn != m_turns.end(); turn = next()) {
+        turn->begun = true;
+        const std::shared_ptr<SetTransaction> set = turn->set;
+        set->start();
+    }
+}

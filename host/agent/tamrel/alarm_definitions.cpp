@@ -1,0 +1,66 @@
+#include "host/agent/tamrel/alarm_definitions.h"
+
+#include <algorithm>
+#include <exception>
+#include <new>
+#include <utility>
+
+#include "host/agent/loop/agent_log.h"
+#include "host/agent/tamrel/tamrel_binding.h"
+
+AlarmDefinitions::AlarmDefinitions(const TamrelBinding& binding)
+    : AlarmDefinitions([&binding] { binding.loadDefinitions(); }, [&binding] { binding.reloadDefinitions(); }) {}
+
+AlarmDefinitions::AlarmDefinitions(std::function<void()> load, std::function<void()> reload,
+                                   std::chrono::milliseconds pause)
+    : m_load(std::move(load)), m_reload(std::move(reload)), m_pause(pause) {}
+
+std::optional<std::string> AlarmDefinitions::fault() {
+    const std::lock_guard<std::mutex> loading(m_loading);
+    std::optional<std::string> known = lastFault();
+    if (known && Clock::now() < m_nextAttempt) return known;
+    try {
+        attempt(m_load);
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception&) {
+        return lastFault();
+    }
+    return std::nullopt;
+}
+
+void AlarmDefinitions::reload() {
+    const std::lock_guard<std::mutex> loading(m_loading);
+    attempt(m_reload);
+}
+
+std::optional<std::string> AlarmDefinitions::lastFault() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_fault;
+}
+
+// Caller holds m_loading. Another fault than before is no news: its line would come with every attempt.
+void AlarmDefinitions::attempt(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception& error) {
+        m_nextAttempt = Clock::now() + m_pause;
+        std::string reason = error.what();
+        std::replace(reason.begin(), reason.end(), '\n', ' ');
+        const bool isNew = !lastFault();
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_fault = reason;
+        }
+        if (isNew) {
+            agent_log::error("the alarm definitions cannot be loaded: " + reason +
+                             " Alarm events wait for them, and the table of alarms cannot be read");
+        }
+        throw;
+    }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_fault) agent_log::info("the alarm definitions are loaded again");
+    m_fault.reset();
+}

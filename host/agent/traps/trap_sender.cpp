@@ -1,0 +1,459 @@
+#include "host/agent/traps/trap_sender.h"
+
+#include <algorithm>
+
+#include "host/agent/loop/agent_log.h"
+#include "host/base/out_of_memory.h"
+#include "host/notification_log/trap_subject.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+// Traps to one destination before others, and requests, get their turn.
+constexpr int TRAPS_PER_TURN = 16;
+
+// Waiting for the next token of every single trap would wake the agent thread more often than needed.
+constexpr milliseconds SHORTEST_SLEEP{5};
+
+constexpr const char* NO_NAME = "--";  // of a destination without user or community
+constexpr unsigned int SNMPV3 = 3;
+
+std::string describe(const tTrapDestInfo& info) {
+    static const char* const VERSIONS[] = {"", "SNMPv1", "SNMPv2c", "SNMPv3"};
+    const std::string version = info.version >= 1 && info.version <= SNMPV3 ? VERSIONS[info.version] : "no version";
+    return "trap destination " + info.index + " (" + info.address + " port " + std::to_string(info.port) + ", " +
+           version + ")";
+}
+
+// "alarm event 5 (alarm 4295229443, serial number 7)"
+std::string describe(const Trap& trap, unsigned long long sequence) {
+    return sequence == 0 ? subjectOf(trap) : "alarm event " + std::to_string(sequence) + " (" + subjectOf(trap) + ")";
+}
+
+void callAll(const std::vector<TrapSender::Settled>& settled) {
+    for (const TrapSender::Settled& call : settled) {
+        if (call) call();
+    }
+}
+
+bool sameRow(const tTrapDestInfo& a, const tTrapDestInfo& b) {
+    return a.index == b.index && a.address == b.address && a.port == b.port && a.version == b.version &&
+           a.trapType == b.trapType && a.user == b.user;
+}
+
+}  // namespace
+
+TrapSender::TrapSender(AgentLoop& loop, const TrapOptions& options, TrapTransport& transport,
+                       TrapResolver::Lookup lookup)
+    : m_options(options),
+      m_transport(transport),
+      m_list(std::make_shared<TrapDestinationMap>()),
+      m_turns(
+          loop, [this] { takeTurn(); }, SHORTEST_SLEEP, options.resolveInterval, std::move(lookup)) {}
+
+// Any thread
+
+void TrapSender::setDestinations(const std::list<tTrapDestInfo>& destinations) {
+    std::vector<Settled> settled;
+    auto list = std::make_shared<TrapDestinationMap>();
+    for (const tTrapDestInfo& info : destinations) list->emplace(trapDestinationKey(info.index), info);
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        std::size_t waiting = 0;
+        for (const auto& entry : m_destinations) waiting += entry.second.queue.size();
+        settled.reserve(waiting);
+        for (auto at = m_destinations.begin(); at != m_destinations.end();) {
+            if (list->count(at->first) != 0) {
+                ++at;
+                continue;
+            }
+            Destination& gone = at->second;
+            for (Item& item : gone.queue) dropItem(gone, item, TrapDrop::Removed, settled);
+            m_former.add(gone.counters);
+            at = m_destinations.erase(at);
+        }
+        for (const auto& [key, info] : *list) {
+            Destination& destination = m_destinations[key];
+            if (!sameRow(destination.info, info)) destination.state = DestinationState::Unknown;
+            destination.info = info;
+        }
+        m_list = std::move(list);
+        m_turns.wake();
+    }
+    callAll(settled);
+}
+
+std::shared_ptr<const TrapDestinationMap> TrapSender::destinations() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_list;
+}
+
+void TrapSender::submit(const TrapOrigin& origin, const TrapDestinationMap& considered,
+                        const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Trap> trap, Settled settled) {
+    const std::set<std::string> keys = chosenKeys(considered, chosen);
+    const auto submission = std::make_shared<Submission>();
+    submission->trap = std::move(trap);
+    submission->sequence = origin.sequence;
+    submission->settled = std::move(settled);
+    submission->open = 1;
+    std::vector<Settled> due;
+    due.reserve(keys.size() + 1);
+    // From here on nothing is left half done: what finds no memory for its place in a queue is dropped.
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        for (const auto& entry : considered) {
+            const auto found = m_destinations.find(entry.first);
+            TrapCounters& counters = found != m_destinations.end() ? found->second.counters : m_former;
+            ++counters.considered;
+            if (keys.count(entry.first) == 0) ++counters.filtered;
+        }
+        for (const std::string& key : keys) enqueue(key, submission, due);
+        release(*submission, due);
+        m_turns.wake();
+    }
+    callAll(due);
+}
+
+// Caller holds m_mutex.
+void TrapSender::enqueue(const std::string& key, const std::shared_ptr<Submission>& submission,
+                         std::vector<Settled>& settled) {
+    const auto found = m_destinations.find(key);
+    if (found == m_destinations.end()) {  // deleted since the list was handed out
+        ++m_former.dropped[static_cast<std::size_t>(TrapDrop::Removed)];
+        return;
+    }
+    Destination& destination = found->second;
+    ++submission->open;
+    Item item{submission, Clock::now(), ++destination.lastNumber};
+    const bool unresolved = destination.state == DestinationState::Unresolved;
+    if (!submission->trap) {
+        dropItem(destination, item, TrapDrop::NotBuilt, settled);
+    } else if (submission->trap->oid.empty()) {
+        dropItem(destination, item, TrapDrop::BadOid, settled);
+    } else if (unresolved && destination.queue.size() >= m_options.unresolvedLimit) {
+        dropItem(destination, item, TrapDrop::Unresolved, settled);
+    } else if (destination.queue.size() >= m_options.queueLimit) {
+        dropItem(destination, item, TrapDrop::QueueFull, settled);
+    } else {
+        try {
+            withPatience([&] { destination.queue.push_back(item); });
+        } catch (const std::bad_alloc&) {
+            dropItem(destination, item, TrapDrop::QueueFull, settled);
+        }
+    }
+}
+
+// Caller holds m_mutex, and has room in `settled`: what is half done cannot be done again.
+void TrapSender::dropItem(Destination& destination, Item& item, TrapDrop reason, std::vector<Settled>& settled) {
+    ++destination.counters.dropped[static_cast<std::size_t>(reason)];
+    release(*item.submission, settled);
+}
+
+// Caller holds m_mutex, has room in `settled`, and calls it without the lock.
+void TrapSender::release(Submission& submission, std::vector<Settled>& settled) {
+    if (--submission.open == 0) settled.push_back(std::move(submission.settled));
+}
+
+void TrapSender::refresh() {
+    m_turns.wake();
+}
+
+TrapStatus TrapSender::status() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    TrapStatus status;
+    status.former = m_former;
+    for (const auto& entry : m_destinations) {
+        const Destination& destination = entry.second;
+        DestinationStatus one;
+        one.index = destination.info.index;
+        one.address = destination.info.address;
+        one.port = destination.info.port;
+        one.version = destination.info.version;
+        one.resolvedAddress = destination.resolvedAddress;
+        one.state = destination.state;
+        one.reason = destination.reason;
+        one.counters = destination.counters;
+        one.counters.waiting = destination.queue.size() + (destination.sending ? 1 : 0);
+        status.destinations.push_back(std::move(one));
+    }
+    return status;
+}
+
+TrapCounters TrapSender::totals() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    TrapCounters totals = m_former;
+    for (const auto& entry : m_destinations) {
+        const Destination& destination = entry.second;
+        totals.add(destination.counters);
+        totals.waiting += destination.queue.size() + (destination.sending ? 1 : 0);
+    }
+    return totals;
+}
+
+// Agent thread
+
+void TrapSender::stop() {
+    if (m_turns.stopped()) return;
+    m_turns.stop();
+    m_links.clear();
+    const TrapStatus last = status();
+    for (const DestinationStatus& one : last.destinations) {
+        agent_log::info("trap destination " + one.index + ": " + one.counters.text());
+    }
+    if (last.former.considered > 0) agent_log::info("deleted trap destinations: " + last.former.text());
+}
+
+void TrapSender::takeTurn() {
+    std::set<std::string> keys;
+    std::set<std::string> hosts;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        for (const auto& [key, destination] : m_destinations) {
+            keys.insert(key);
+            hosts.insert(destination.info.address);
+        }
+    }
+    closeLostLinks(keys);
+    m_turns.watch(hosts);
+
+    Clock::time_point nextTurn = Clock::time_point::max();
+    bool more = false;
+    for (const std::string& key : keys) more = serve(key, nextTurn) || more;
+    if (more) {
+        m_turns.wake();
+    } else if (nextTurn != Clock::time_point::max()) {
+        m_turns.sleepUntil(nextTurn);
+    }
+}
+
+void TrapSender::closeLostLinks(const std::set<std::string>& keys) {
+    for (auto link = m_links.begin(); link != m_links.end();) {
+        link = keys.count(link->first) == 0 ? m_links.erase(link) : std::next(link);
+    }
+}
+
+// Sends a turn's worth of traps. Whether more could be sent at once; else `nextTurn` is when to come back at the
+// latest.
+bool TrapSender::serve(const std::string& key, Clock::time_point& nextTurn) {
+    tTrapDestInfo info;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_destinations.find(key);
+        if (found == m_destinations.end()) return false;
+        info = found->second.info;
+    }
+    const auto linkOfKey = m_links.emplace(key, TrapPacing(m_options.rate, m_options.burst, Clock::now())).first;
+    Link& link = linkOfKey->second;
+    const Readiness readiness = makeReady(info, link);
+    noteState(key, readiness);
+    if (readiness.state == DestinationState::Unresolved) {
+        dropAged(key, nextTurn);
+        return false;
+    }
+    if (readiness.state != DestinationState::Ready) {
+        dropAll(key, readiness.drop);
+        return false;
+    }
+    for (int i = 0; i < TRAPS_PER_TURN; ++i) {
+        if (!sendNext(key, link, nextTurn)) return false;
+        if (!link.channel) return true;  // to be opened anew, in another turn
+    }
+    return true;
+}
+
+// Opens the channel that the destination needs now, unless it is open.
+TrapSender::Readiness TrapSender::makeReady(const tTrapDestInfo& info, Link& link) {
+    Readiness result;
+    TrapRoute route;
+    route.port = info.port;
+    route.version = info.version;
+    route.name = info.user;
+    if (info.version == SNMPV3) {
+        const std::optional<int> level = m_transport.levelOfUser(info.user);
+        if (!level) {
+            link.channel.reset();
+            result.state = DestinationState::UnknownUser;
+            result.drop = TrapDrop::UnknownUser;
+            return result;
+        }
+        route.level = *level;
+    } else if (info.user == NO_NAME || info.user.empty()) {
+        route.name = m_transport.community();
+        if (route.name.empty()) {
+            link.channel.reset();
+            result.state = DestinationState::NoCommunity;
+            result.drop = TrapDrop::NoCommunity;
+            return result;
+        }
+    }
+    route.address = m_turns.addressOf(info.address);
+    if (route.address.empty()) {
+        link.channel.reset();
+        result.state = DestinationState::Unresolved;
+        return result;
+    }
+    if (link.channel && link.route == route) return result;
+    link.channel = m_transport.open(route, result.reason);
+    link.route = route;
+    if (!link.channel) result.state = DestinationState::Failing;
+    return result;
+}
+
+// One line per change of state. A destination that failed is ready again when a trap got out.
+void TrapSender::noteState(const std::string& key, const Readiness& readiness) {
+    std::string line;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_destinations.find(key);
+        if (found == m_destinations.end()) return;
+        Destination& destination = found->second;
+        const Link& link = m_links.at(key);
+        destination.resolvedAddress = link.channel ? link.route.address : "";
+        if (destination.state == readiness.state) {
+            destination.reason = readiness.reason;
+            return;
+        }
+        const bool hopeful = readiness.state == DestinationState::Ready && !readiness.proven;
+        if (hopeful && destination.state == DestinationState::Failing) return;
+        destination.state = readiness.state;
+        destination.reason = readiness.reason;
+        line = describe(destination.info) + ": " + textOf(readiness.state);
+        if (!readiness.reason.empty()) line += ": " + readiness.reason;
+        if (!readiness.lost.empty()) line += "; first lost: " + readiness.lost;
+    }
+    if (readiness.state == DestinationState::Ready) {
+        agent_log::info(line);
+    } else {
+        agent_log::warn(line);
+    }
+}
+
+void TrapSender::dropAll(const std::string& key, TrapDrop reason) {
+    std::vector<Settled> settled;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_destinations.find(key);
+        if (found == m_destinations.end()) return;
+        Destination& destination = found->second;
+        settled.reserve(destination.queue.size());
+        for (Item& item : destination.queue) dropItem(destination, item, reason, settled);
+        destination.queue.clear();
+    }
+    callAll(settled);
+}
+
+void TrapSender::dropAged(const std::string& key, Clock::time_point& nextTurn) {
+    std::vector<Settled> settled;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_destinations.find(key);
+        if (found == m_destinations.end()) return;
+        Destination& destination = found->second;
+        settled.reserve(destination.queue.size());
+        const Clock::time_point now = Clock::now();
+        while (!destination.queue.empty() && destination.queue.front().since + m_options.unresolvedTime <= now) {
+            dropItem(destination, destination.queue.front(), TrapDrop::Unresolved, settled);
+            destination.queue.pop_front();
+        }
+        if (!destination.queue.empty()) {
+            nextTurn = std::min(nextTurn, destination.queue.front().since + m_options.unresolvedTime);
+        }
+    }
+    callAll(settled);
+}
+
+// Sends the first trap of the queue. False when there is none or its time has not come.
+bool TrapSender::sendNext(const std::string& key, Link& link, Clock::time_point& nextTurn) {
+    Item item;
+    bool paced = false;
+    std::vector<Settled> settled;
+    settled.reserve(1);
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_destinations.find(key);
+        if (found == m_destinations.end() || found->second.queue.empty()) return false;
+        Destination& destination = found->second;
+        const Clock::time_point now = Clock::now();
+        if (!link.pacing.take(now)) {
+            destination.pacedNumber = destination.lastNumber;
+            nextTurn = std::min(nextTurn, link.pacing.nextToken(now));
+            return false;
+        }
+        item = std::move(destination.queue.front());
+        destination.queue.pop_front();
+        destination.sending = true;
+        paced = item.number <= destination.pacedNumber;
+    }
+
+    TrapSendResult result;
+    try {
+        result = withPatience([&] { return link.channel->send(*item.submission->trap, m_messageSize); });
+    } catch (const std::bad_alloc&) {
+        result.failure = "out of memory";
+    }
+
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_destinations.find(key);
+        const bool gone = found == m_destinations.end();
+        TrapCounters& counters = gone ? m_former : found->second.counters;
+        if (!gone) found->second.sending = false;
+        if (result.failure.empty()) {
+            ++counters.sent;
+            if (paced) ++counters.paced;
+            if (result.cut > 0) ++counters.shortened;
+            counters.counter64LeftOut += result.leftOut;
+        } else {
+            const TrapDrop reason = result.unsendable ? TrapDrop::Unsendable : TrapDrop::SendFailed;
+            ++counters.dropped[static_cast<std::size_t>(reason)];
+        }
+        release(*item.submission, settled);
+    }
+    callAll(settled);
+    if (result.leftOut > 0) noteLeftOut(key, link);
+    noteFate(key, *item.submission, result);
+    if (result.unsendable) return true;  // tells nothing of the destination
+    Readiness readiness;
+    readiness.proven = true;
+    if (!result.failure.empty()) {
+        readiness.state = DestinationState::Failing;
+        readiness.reason = result.failure;
+        readiness.lost = describe(*item.submission->trap, item.submission->sequence);
+        link.channel.reset();  // the next one may find another way
+    }
+    noteState(key, readiness);
+    return true;
+}
+
+// One line for each destination.
+void TrapSender::noteLeftOut(const std::string& key, Link& link) {
+    if (link.leftOutKnown) return;
+    std::string line;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_destinations.find(key);
+        if (found == m_destinations.end()) return;
+        line = describe(found->second.info) + ": Counter64 values are left out of its traps, SNMPv1 cannot carry them";
+    }
+    agent_log::info(line);
+    link.leftOutKnown = true;
+}
+
+// One line for each trap that does not go out as it is because of what is in it.
+void TrapSender::noteFate(const std::string& key, const Submission& submission, const TrapSendResult& result) {
+    const bool shortened = result.cut > 0 && result.failure.empty();
+    if (!shortened && !result.unsendable) return;
+    std::string line;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_destinations.find(key);
+        if (found == m_destinations.end()) return;
+        line = describe(found->second.info) + ": " + describe(*submission.trap, submission.sequence);
+    }
+    if (shortened) {
+        agent_log::warn(line + " is sent with " + std::to_string(result.cut) + " texts shortened");
+    } else {
+        agent_log::error(line + " cannot be sent: " + result.failure);
+    }
+}

@@ -1,0 +1,145 @@
+// Sends traps to the configured destinations: one bounded queue, one pace and one channel per destination.
+//
+//     TrapSender sender(loop, options, transport);
+//     sender.setDestinations(all);
+//     sender.sendColdStart();
+//     sender.submit(origin, *sender.destinations(), chosen, trap, [] { /* no destination waits for it any more */ });
+//
+// submit() only puts traps into queues; the agent thread takes them out, as fast as each destination's pace allows. A
+// trap whose queue is full is dropped. Names are looked up in the background, and their traps wait for that. Order is
+// kept per destination.
+//
+// Threads: made, stopped and destroyed on the agent thread, which also runs what it posts to the loop; every operation
+// not marked otherwise may be called from any thread.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+
+#include "host/agent/delivery/notification_sink.h"
+#include "host/agent/delivery/sender_turns.h"
+#include "host/agent/delivery/trap_fitting.h"
+#include "host/agent/loop/agent_loop.h"
+#include "host/agent/traps/trap_channel.h"
+#include "host/agent/traps/trap_counters.h"
+#include "host/agent/traps/trap_options.h"
+#include "host/agent/traps/trap_pacing.h"
+#include "host/notification_log/trap_content.h"
+#include "platform/trap_dest_info.h"
+
+class TrapSender : public NotificationSink {
+public:
+    // `loop` and `transport` outlive the sender.
+    TrapSender(AgentLoop& loop, const TrapOptions& options, TrapTransport& transport,
+               TrapResolver::Lookup lookup = TrapResolver::systemLookup);
+    TrapSender(const TrapSender&) = delete;
+    TrapSender& operator=(const TrapSender&) = delete;
+
+    // The whole list. What waits for a changed destination goes where it is now; what waits for a deleted one is
+    // dropped.
+    void setDestinations(const std::list<tTrapDestInfo>& destinations);
+
+    std::shared_ptr<const TrapDestinationMap> destinations() const override;
+
+    // `settled` is called as soon as the trap was sent or dropped at all chosen destinations.
+    void submit(const TrapOrigin& origin, const TrapDestinationMap& considered, const std::list<tTrapDestInfo>& chosen,
+                std::shared_ptr<const Trap> trap, Settled settled) override;
+
+    bool takesLate() const override { return true; }
+
+    // Octets that the message of a trap has at most, as far as its texts can be shortened.
+    void setMessageSize(std::size_t octets) { m_messageSize = octets; }
+
+    // The configuration changed: communities and users are looked up anew.
+    void refresh();
+
+    // Sends nothing any more and closes all channels; one log line per destination. Agent thread.
+    void stop();
+
+    TrapStatus status() const;
+    TrapCounters totals() const;  // of all destinations, those that are gone included
+
+private:
+    using Clock = TrapPacing::Clock;
+
+    struct Submission {
+        std::shared_ptr<const Trap> trap;
+        unsigned long long sequence = 0;  // of the alarm event; 0: of none
+        Settled settled;
+        std::size_t open = 0;  // destinations it waits for, and 1 while it is handed in
+    };
+
+    struct Item {
+        std::shared_ptr<Submission> submission;
+        Clock::time_point since;
+        std::uint64_t number;  // of the destination's traps
+    };
+
+    // guarded by m_mutex
+    struct Destination {
+        tTrapDestInfo info;
+        std::deque<Item> queue;
+        std::uint64_t lastNumber = 0;
+        std::uint64_t pacedNumber = 0;  // traps up to this one have met an empty bucket
+        TrapCounters counters;          // but `waiting`
+        bool sending = false;           // a trap is out of the queue and not counted yet
+        DestinationState state = DestinationState::Unknown;
+        std::string reason;
+        std::string resolvedAddress;
+    };
+
+    // agent thread only
+    struct Link {
+        explicit Link(const TrapPacing& p) : pacing(p) {}
+        TrapPacing pacing;
+        TrapRoute route;  // of the channel
+        std::unique_ptr<TrapChannel> channel;
+        bool leftOutKnown = false;  // it was said that bindings are left out
+    };
+
+    // What the next trap of a destination needs.
+    struct Readiness {
+        DestinationState state = DestinationState::Ready;
+        std::string reason;
+        TrapDrop drop = TrapDrop::SendFailed;  // what happens to traps while it is neither ready nor unresolved
+        bool proven = false;                   // ready: a trap got out
+        std::string lost;                      // failing: what was to get out
+    };
+
+    void enqueue(const std::string& key, const std::shared_ptr<Submission>& submission, std::vector<Settled>& settled);
+    void release(Submission& submission, std::vector<Settled>& settled);
+    void dropItem(Destination& destination, Item& item, TrapDrop reason, std::vector<Settled>& settled);
+
+    // Agent thread.
+    void takeTurn();
+    bool serve(const std::string& key, Clock::time_point& nextTurn);
+    Readiness makeReady(const tTrapDestInfo& info, Link& link);
+    void noteState(const std::string& key, const Readiness& readiness);
+    void noteLeftOut(const std::string& key, Link& link);
+    void noteFate(const std::string& key, const Submission& submission, const TrapSendResult& result);
+    void dropAll(const std::string& key, TrapDrop reason);
+    void dropAged(const std::string& key, Clock::time_point& nextTurn);
+    bool sendNext(const std::string& key, Link& link, Clock::time_point& nextTurn);
+    void closeLostLinks(const std::set<std::string>& keys);
+
+    const TrapOptions m_options;
+    TrapTransport& m_transport;
+    std::atomic<std::size_t> m_messageSize{LONGEST_MESSAGE};
+
+    mutable std::mutex m_mutex;
+    std::map<std::string, Destination> m_destinations;  // guarded by m_mutex, as the rest down to the next line
+    std::shared_ptr<const TrapDestinationMap> m_list;
+    TrapCounters m_former;
+
+    std::map<std::string, Link> m_links;  // agent thread only
+
+    SenderTurns m_turns;
+};

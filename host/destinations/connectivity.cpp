@@ -1,0 +1,196 @@
+#include "host/destinations/connectivity.h"
+
+#include <netdb.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <exception>
+#include <map>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "host/base/backend_socket.h"
+#include "host/base/logging.h"
+#include "host/destinations/trap_destination_checks.h"
+#include "platform/snmp_trap_api.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds STOP_PATIENCE{2};
+constexpr const char* SNMP_TRAP_PORT = "162";  // a route does not depend on the port
+
+bool isNumeric(const std::string& address) {
+    return destination_check::isIpv4Address(address) || destination_check::isIpv6Address(address);
+}
+
+// Connecting a UDP socket sends nothing and does not wait: the system looks for a route and a source address.
+bool hasRoute(const addrinfo& address) {
+    const FileDescriptor socket(::socket(address.ai_family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    return socket && connect(socket.get(), address.ai_addr, address.ai_addrlen) == 0;
+}
+
+}  // namespace
+
+struct Connectivity::State {
+    explicit State(Options given) : options(std::move(given)) {}
+
+    struct tEntry {
+        bool reachable = false;
+        Clock::time_point due;    // when it is looked up again
+        Clock::time_point asked;  // last time somebody wanted to know
+    };
+    using Entries = std::map<std::string, tEntry>;
+
+    const Options options;
+
+    mutable std::mutex mutex;
+    std::condition_variable changed;
+    // guarded by mutex
+    Entries entries;
+    unsigned int generation = 0;  // of the thread that is to run; one of another generation ends
+    unsigned int ended = 0;       // the last generation that has ended
+
+    void run(unsigned int ownGeneration);
+    Entries::iterator nextDue();
+    void refresh(std::unique_lock<std::mutex>& lock, const std::string& address);
+    bool look(const std::string& address) const;
+    void makeRoom();
+};
+
+bool Connectivity::State::look(const std::string& address) const {
+    try {
+        return options.look(address);
+    } catch (const std::exception& error) {
+        logLine("connectivity", LogLevel::Warn, address + " cannot be looked up: " + error.what());
+        return false;
+    }
+}
+
+Connectivity::State::Entries::iterator Connectivity::State::nextDue() {
+    return std::min_element(entries.begin(), entries.end(),
+                            [](const auto& a, const auto& b) { return a.second.due < b.second.due; });
+}
+
+// Caller holds the mutex, as for refresh(), which lets go of it during the look-up.
+void Connectivity::State::makeRoom() {
+    if (entries.empty() || entries.size() < options.capacity) return;
+    entries.erase(std::min_element(entries.begin(), entries.end(),
+                                   [](const auto& a, const auto& b) { return a.second.asked < b.second.asked; }));
+}
+
+void Connectivity::State::refresh(std::unique_lock<std::mutex>& lock, const std::string& address) {
+    lock.unlock();
+    const bool reachable = look(address);
+    lock.lock();
+    const auto entry = entries.find(address);
+    if (entry == entries.end()) return;  // forgotten meanwhile
+    entry->second.reachable = reachable;
+    entry->second.due = Clock::now() + options.refreshed;
+}
+
+void Connectivity::State::run(unsigned int ownGeneration) {
+    std::unique_lock<std::mutex> lock(mutex);
+    while (generation == ownGeneration) {
+        const auto next = nextDue();
+        const auto now = Clock::now();
+        if (next == entries.end()) {
+            changed.wait(lock);
+        } else if (next->second.due > now) {
+            const auto due = next->second.due;
+            changed.wait_until(lock, due);
+        } else if (now - next->second.asked > options.forgotten) {
+            entries.erase(next);
+        } else {
+            const std::string address = next->first;
+            refresh(lock, address);
+        }
+    }
+    ended = ownGeneration;
+    changed.notify_all();
+}
+
+Connectivity::Connectivity() : Connectivity(Options()) {}
+
+Connectivity::Connectivity(Options options) : m_state(std::make_shared<State>(std::move(options))) {}
+
+Connectivity::~Connectivity() {
+    stop();
+}
+
+// Caller holds the state's mutex.
+void Connectivity::start() {
+    const unsigned int generation = ++m_state->generation;
+    try {
+        m_thread = std::thread([state = m_state, generation] { state->run(generation); });
+    } catch (const std::system_error& error) {  // the next question tries again
+        logLine("connectivity", LogLevel::Warn, std::string("no thread for look-ups: ") + error.what());
+    }
+}
+
+void Connectivity::stop() {
+    std::unique_lock<std::mutex> lock(m_state->mutex);
+    if (!m_thread.joinable()) return;
+    std::thread thread = std::move(m_thread);
+    const unsigned int generation = m_state->generation++;
+    m_state->changed.notify_all();
+    const bool ended = m_state->changed.wait_for(lock, STOP_PATIENCE, [&] { return m_state->ended == generation; });
+    lock.unlock();
+    ended ? thread.join() : thread.detach();
+}
+
+std::size_t Connectivity::size() const {
+    const std::lock_guard<std::mutex> lock(m_state->mutex);
+    return m_state->entries.size();
+}
+
+bool Connectivity::isReachable(const std::string& address) {
+    const bool numeric = isNumeric(address);
+    if (!numeric && !destination_check::isHostName(address)) return false;
+    const std::lock_guard<std::mutex> lock(m_state->mutex);
+    if (!m_thread.joinable()) start();
+    const auto now = Clock::now();
+    const auto found = m_state->entries.find(address);
+    if (found != m_state->entries.end()) {
+        found->second.asked = now;
+        return found->second.reachable;
+    }
+
+    m_state->makeRoom();
+    State::tEntry& entry = m_state->entries[address];
+    entry.asked = now;
+    entry.due = now;
+    if (numeric) {
+        entry.reachable = m_state->look(address);
+        entry.due += m_state->options.refreshed;
+    }
+    m_state->changed.notify_all();
+    return entry.reachable;
+}
+
+bool Connectivity::lookAtNetwork(const std::string& address) {
+    addrinfo hints{};
+    hints.ai_socktype = SOCK_DGRAM;
+    hints.ai_flags = isNumeric(address) ? AI_NUMERICHOST | AI_NUMERICSERV : AI_NUMERICSERV;
+    addrinfo* found = nullptr;
+    if (getaddrinfo(address.c_str(), SNMP_TRAP_PORT, &hints, &found) != 0) return false;
+    const std::unique_ptr<addrinfo, void (*)(addrinfo*)> addresses(found, &freeaddrinfo);
+    for (const addrinfo* candidate = found; candidate != nullptr; candidate = candidate->ai_next) {
+        if (hasRoute(*candidate)) return true;
+    }
+    return false;
+}
+
+Connectivity& processConnectivity() {
+    static Connectivity& connectivity = *new Connectivity;  // other threads may ask until the process ends
+    return connectivity;
+}
+
+bool testDomainConnectivity(const char* address) {
+    return address != nullptr && processConnectivity().isReachable(address);
+}

@@ -1,0 +1,45 @@
+// The files of the SNMP engine's state, for the agent, which keeps them, and for vrxctl, which leaves users there for
+// an agent that does not run.
+//
+// A file that is there and cannot be read, or is not whole, is never taken for one that is not there: users and the
+// count of starts would be replaced by nothing, and SNMPv3 managers would reject the agent from then on.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+#include "host/base/backend_socket.h"
+#include "host/base/whole_file.h"
+
+namespace engine_file {
+
+// Below the state folder.
+inline constexpr const char* STATE_FOLDER = "net-snmp";
+inline constexpr const char* STATE_NAME = "vrx-agentd.conf";
+
+// The file before the last that was put in place.
+std::string lastGoodCopy(const std::string& path);
+
+// Users' keys and the count of starts; nothing where the file does not exist. Throws WholeFileError, also for a file
+// that is not whole: cut off, or without what the engine writes into each.
+std::optional<std::string> readState(const std::string& path);
+
+// Whether readState() would take these bytes; "" or what is wrong with them.
+std::string stateFault(const std::string& content);
+
+// Keeps the file that is there, when it is whole, as its last good copy. Throws std::system_error.
+void keepLastGoodCopy(const std::string& path);
+
+// The line that names the engine ID; nothing where the file does not exist. Throws WholeFileError, also for a file that
+// does not hold one whole ID.
+std::optional<std::string> readEngineId(const std::string& path);
+
+// Hexadecimal digits behind "0x" that are an engine ID (RFC 3411: 5 to 32 octets).
+bool isEngineId(const std::string& text);
+
+// Held by the agent from before it reads the state until it ends, and by whoever changes the state without it. Waits
+// for so long; empty when another one holds it all the time. `folder` exists. Throws std::system_error.
+FileDescriptor lockState(const std::string& folder, std::chrono::milliseconds patience);
+
+}  // namespace engine_file

@@ -1,0 +1,212 @@
+#include "host/transport/backend_client.h"
+
+#include <stdexcept>
+#include <utility>
+
+#include "host/base/logging.h"
+#include "host/transport/backend_result.h"
+#include "platform/snmp_configuration.h"
+
+namespace {
+
+constexpr char LOG_NAME[] = "transport";
+
+BackendOptions optionsOfProcess() {
+    try {
+        return BackendOptions::fromDevice();
+    } catch (const std::invalid_argument& fault) {
+        logLine(LOG_NAME, LogLevel::Error, std::string(fault.what()) + "; no backend can be reached");
+        return {};
+    }
+}
+
+int resultOf(BackendConnection::Result result) {
+    switch (result) {
+        case BackendConnection::Result::Ok:
+            return BACKEND_OK;
+        case BackendConnection::Result::Timeout:
+            return BACKEND_TIMEOUT;
+        case BackendConnection::Result::Garbage:
+            return BACKEND_PROTOCOL_ERROR;
+        case BackendConnection::Result::TooLarge:
+            return BACKEND_TOO_LARGE;
+        case BackendConnection::Result::Closed:
+        case BackendConnection::Result::Broken:
+        case BackendConnection::Result::Cancelled:
+            break;
+    }
+    return BACKEND_UNREACHABLE;
+}
+
+}  // namespace
+
+// A place in the pool for the time of a call; gives it back, with the connection if the call left it in good order.
+class BackendClient::Lease {
+public:
+    explicit Lease(BackendClient& client) : m_client(client) {}
+    ~Lease() {
+        if (m_held) m_client.release(m_good ? std::move(m_connection) : nullptr);
+    }
+    Lease(const Lease&) = delete;
+    Lease& operator=(const Lease&) = delete;
+
+    void hold() { m_held = true; }
+    void use(std::unique_ptr<BackendConnection> connection, bool pooled) {
+        m_connection = std::move(connection);
+        m_pooled = pooled;
+    }
+    void markGood() { m_good = true; }
+    bool pooled() const { return m_pooled; }
+    BackendConnection& connection() { return *m_connection; }
+
+private:
+    BackendClient& m_client;
+    std::unique_ptr<BackendConnection> m_connection;
+    bool m_held = false;
+    bool m_pooled = false;
+    bool m_good = false;
+};
+
+BackendClient::BackendClient(const BackendOptions& options) : m_options(options) {}
+
+BackendClient& BackendClient::ofProcess() {
+    static BackendClient client(optionsOfProcess());
+    return client;
+}
+
+int BackendClient::call(CR8KPackageV3& request, CR8KPackageV3& response) {
+    const Clock::time_point begun = Clock::now();
+    ++m_calls;
+    const auto bytes = encodePackage(request, m_options.packageLimit);
+    if (!bytes) {
+        ++m_failures;
+        logLine(LOG_NAME, LogLevel::Warn,
+                "a request to the management backend is larger than the package limit of " +
+                    std::to_string(m_options.packageLimit) + " bytes");
+        return BACKEND_TOO_LARGE;
+    }
+    CR8KPackageV3 answer;
+    const Outcome outcome = tryCall(*bytes, answer, begun + m_options.callDeadline);
+    if (outcome.result != BACKEND_OK) {
+        ++m_failures;
+        if (!outcome.reason.empty()) noteState(false, begun, outcome.reason);
+        return outcome.result;
+    }
+    noteState(true, begun, "");
+    response.records().splice(response.records().end(), answer.records());
+    response.head() = answer.head();
+    const int result = static_cast<int>(response.head().uiHeadParam1);
+    if (result != BACKEND_OK) ++m_refusals;
+    return result;
+}
+
+BackendClient::Outcome BackendClient::tryCall(const std::vector<unsigned char>& request, CR8KPackageV3& answer,
+                                              Deadline deadline) {
+    for (;;) {  // again only for a pooled connection, of which there are few
+        Lease lease(*this);
+        std::string reason;
+        const int acquired = acquire(lease, deadline, reason);
+        if (acquired != BACKEND_OK) return {acquired, reason};
+
+        BackendConnection& connection = lease.connection();
+        BackendConnection::Result result = connection.send(request, deadline);
+        if (result == BackendConnection::Result::Broken && lease.pooled()) continue;
+        if (result == BackendConnection::Result::Ok) result = connection.receive(answer, deadline);
+        if (result != BackendConnection::Result::Ok) return {resultOf(result), connection.failure()};
+        lease.markGood();
+        return {BACKEND_OK, ""};
+    }
+}
+
+// Without a reason the failure says nothing about the backend: all connections are in use, or the pause between two
+// attempts is not over.
+int BackendClient::acquire(Lease& lease, Deadline deadline, std::string& reason) {
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        for (;;) {
+            while (!m_idle.empty()) {
+                std::unique_ptr<BackendConnection> connection = std::move(m_idle.back());
+                m_idle.pop_back();
+                if (connection->isQuiet()) {
+                    lease.hold();
+                    lease.use(std::move(connection), true);
+                    return BACKEND_OK;
+                }
+                --m_open;  // the backend closed it, or sent what nobody asked for
+            }
+            if (!m_backoff.mayTry(Clock::now())) return BACKEND_UNREACHABLE;
+            if (m_open < m_options.connections) break;
+            if (m_freed.wait_until(lock, deadline) == std::cv_status::timeout) return BACKEND_TIMEOUT;
+        }
+        ++m_open;
+        lease.hold();
+    }
+    return connect(lease, deadline, reason);
+}
+
+int BackendClient::connect(Lease& lease, Deadline deadline, std::string& reason) {
+    FileDescriptor socket = connectSocket(m_options.address, deadline, -1, reason);
+    if (!socket) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_backoff.failed(Clock::now());
+        return BACKEND_UNREACHABLE;
+    }
+    ++m_connects;
+    lease.use(std::make_unique<BackendConnection>(std::move(socket), m_options.packageLimit), false);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_backoff.succeeded();
+    return BACKEND_OK;
+}
+
+void BackendClient::release(std::unique_ptr<BackendConnection> connection) {
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (connection) {
+            m_idle.push_back(std::move(connection));
+        } else {
+            --m_open;
+        }
+    }
+    m_freed.notify_all();  // one that is woken may be out of time: let the others see it too
+}
+
+// One line for each change. A failure of a call that began before another one succeeded is old news.
+void BackendClient::noteState(bool reachable, Clock::time_point begun, const std::string& reason) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (reachable) {
+        m_lastSuccess = Clock::now();
+        m_latency.add(m_lastSuccess - begun);
+    } else if (begun < m_lastSuccess) {
+        return;
+    }
+    if (m_stateKnown && m_reachable == reachable) return;
+    m_stateKnown = true;
+    m_reachable = reachable;
+    const std::string backend = "the management backend at " + m_options.address.text();
+    if (reachable) {
+        logLine(LOG_NAME, LogLevel::Info, backend + " is reachable");
+    } else {
+        logLine(LOG_NAME, LogLevel::Warn, backend + " is not reachable: " + reason);
+    }
+}
+
+BackendClientCounters BackendClient::counters() const {
+    BackendClientCounters counters;
+    counters.calls = m_calls;
+    counters.refusals = m_refusals;
+    counters.failures = m_failures;
+    counters.connects = m_connects;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    counters.reachable = m_reachable;
+    counters.latency = m_latency;
+    return counters;
+}
+
+CSNMP_Configuration* CSNMP_Configuration::instance() {
+    static CSNMP_Configuration configuration;
+    return &configuration;
+}
+
+int CSNMP_Configuration::configure(CR8KPackageV3& request, CR8KPackageV3& response, bool /*retry*/) {
+    return BackendClient::ofProcess().call(request, response);
+}

@@ -1,0 +1,162 @@
+#include "host/agent/objects/table_snapshot.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/agent/mib_samples.h"
+
+using testing::ElementsAre;
+using Found = TableSnapshot::Found;
+
+namespace {
+
+// Rows 2, 7, 30; row 7 has no Counter64.
+class TableSnapshotTest : public testing::Test {
+protected:
+    TableSnapshotTest() : model(loadMib(sampleMib())), snapshot(table(), 0, TableSnapshot::Clock::now()) {
+        snapshot.add(30, *makeRow(30, textCell(1, "thirty"), numberCell(2, 30), numberCell(3, 1), numberCell(4, 300)));
+        snapshot.add(2, *makeRow(2, textCell(1, "two"), numberCell(2, 2), numberCell(3, 1), numberCell(4, 20)));
+        snapshot.add(7, *makeRow(7, textCell(1, ""), numberCell(2, 7), numberCell(3, 1)));
+        EXPECT_EQ(snapshot.finish(), 0U);
+    }
+
+    const MibObject& table() const { return *model.find(SAMPLE_TABLE); }
+
+    // The name behind `suffix`, below the root.
+    std::string after(const OidVector& suffix, bool inclusive = false) const {
+        const auto instance = snapshot.next(suffix.data(), suffix.size(), inclusive);
+        if (!instance) return "end";
+        const OidVector name = snapshot.name(*instance);
+        return oidText(name.data() + SAMPLE_TABLE.size(), name.size() - SAMPLE_TABLE.size());
+    }
+
+    Found find(const OidVector& suffix) const {
+        TableSnapshot::Instance instance{};
+        return snapshot.find(suffix.data(), suffix.size(), instance);
+    }
+
+    MibModel model;
+    TableSnapshot snapshot;
+};
+
+}  // namespace
+
+TEST_F(TableSnapshotTest, WalksColumnByColumnInTheOrderOfRowNumbers) {
+    std::vector<std::string> names;
+    OidVector at;
+    while (const auto instance = snapshot.next(at.data(), at.size(), false)) {
+        const OidVector name = snapshot.name(*instance);
+        at.assign(name.begin() + static_cast<std::ptrdiff_t>(SAMPLE_TABLE.size()), name.end());
+        names.push_back(oidText(at));
+    }
+    EXPECT_THAT(names, ElementsAre("1.1.2", "1.1.7", "1.1.30", "1.2.2", "1.2.7", "1.2.30", "1.3.2", "1.3.7", "1.3.30",
+                                   "1.4.2", "1.4.30"));
+}
+
+TEST_F(TableSnapshotTest, SteppingByInstanceGivesTheSameNames) {
+    auto byName = snapshot.next(nullptr, 0, false);
+    auto byStep = byName;
+    while (byName) {
+        ASSERT_TRUE(byStep);
+        EXPECT_EQ(snapshot.name(*byName), snapshot.name(*byStep));
+        const OidVector name = snapshot.name(*byName);
+        byName = snapshot.next(name.data() + SAMPLE_TABLE.size(), name.size() - SAMPLE_TABLE.size(), false);
+        byStep = snapshot.next(*byStep);
+    }
+    EXPECT_FALSE(byStep);
+}
+
+TEST_F(TableSnapshotTest, GoesOnBehindNamesOfNoInstance) {
+    EXPECT_EQ(after({}), "1.1.2");
+    EXPECT_EQ(after({0, 99, 99}), "1.1.2");
+    EXPECT_EQ(after({1}), "1.1.2");
+    EXPECT_EQ(after({1, 0, 5}), "1.1.2");
+    EXPECT_EQ(after({1, 2}), "1.2.2");
+    EXPECT_EQ(after({1, 2, 0}), "1.2.2");
+    EXPECT_EQ(after({1, 2, 6}), "1.2.7");
+    EXPECT_EQ(after({1, 2, 7, 0}), "1.2.30") << "a longer name stands behind its row";
+    EXPECT_EQ(after({1, 2, 6, 9}), "1.2.7");
+    EXPECT_EQ(after({1, 2, 4294967295}), "1.3.2");
+    EXPECT_EQ(after({1, 4, 2}), "1.4.30") << "row 7 has no such instance";
+    EXPECT_EQ(after({1, 4, 30}), "end");
+    EXPECT_EQ(after({1, 5}), "end");
+    EXPECT_EQ(after({2}), "end");
+}
+
+TEST_F(TableSnapshotTest, AnInclusiveStartCountsItself) {
+    EXPECT_EQ(after({1, 2, 7}, true), "1.2.7");
+    EXPECT_EQ(after({1, 2, 7}, false), "1.2.30");
+    EXPECT_EQ(after({1, 2, 7, 0}, true), "1.2.30");
+}
+
+TEST_F(TableSnapshotTest, TellsUnknownColumnsFromUnknownRows) {
+    EXPECT_EQ(find({1, 1, 2}), Found::Instance);
+    EXPECT_EQ(find({1, 1, 3}), Found::NoSuchInstance);
+    EXPECT_EQ(find({1, 4, 7}), Found::NoSuchInstance) << "the row lacks the column";
+    EXPECT_EQ(find({1, 1, 2, 0}), Found::NoSuchInstance);
+    EXPECT_EQ(find({1, 8, 2}), Found::NoSuchObject);
+    EXPECT_EQ(find({1, 9, 2}), Found::NoSuchObject) << "the index column is not accessible";
+    EXPECT_EQ(find({2, 1, 2}), Found::NoSuchObject);
+    EXPECT_EQ(find({1, 1}), Found::NoSuchInstance) << "a column is an object";
+    EXPECT_EQ(find({1, 9}), Found::NoSuchObject);
+    EXPECT_EQ(find({1}), Found::NoSuchObject) << "an entry is none";
+    EXPECT_EQ(find({}), Found::NoSuchObject);
+}
+
+TEST_F(TableSnapshotTest, FillsVarbindsByTheColumnsSyntax) {
+    netsnmp_variable_list varbind{};
+    ASSERT_TRUE(snapshot.fill({0, 0}, &varbind));
+    EXPECT_EQ(varbind.type, ASN_OCTET_STR);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(varbind.val.string), varbind.val_len), "two");
+    ASSERT_TRUE(snapshot.fill({0, 1}, &varbind));
+    EXPECT_EQ(varbind.type, ASN_OCTET_STR);
+    EXPECT_EQ(varbind.val_len, 0U);
+    ASSERT_TRUE(snapshot.fill({1, 2}, &varbind));
+    EXPECT_EQ(varbind.type, ASN_GAUGE);
+    EXPECT_EQ(*varbind.val.integer, 30);
+    ASSERT_TRUE(snapshot.fill({3, 2}, &varbind));
+    EXPECT_EQ(varbind.type, ASN_COUNTER64);
+    EXPECT_EQ(varbind.val.counter64->low, 300U);
+    snmp_free_var_internals(&varbind);
+}
+
+TEST_F(TableSnapshotTest, OfRowsWithOneNumberTheFirstStays) {
+    TableSnapshot twice(table(), 0, TableSnapshot::Clock::now());
+    twice.add(5, *makeRow(5, textCell(1, "first")));
+    twice.add(4, *makeRow(4, textCell(1, "four")));
+    twice.add(5, *makeRow(5, textCell(1, "second")));
+    EXPECT_EQ(twice.finish(), 1U);
+    EXPECT_EQ(twice.rows(), 2U);
+    netsnmp_variable_list varbind{};
+    ASSERT_TRUE(twice.fill({0, 1}, &varbind));
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(varbind.val.string), varbind.val_len), "first");
+    snmp_free_var_internals(&varbind);
+}
+
+TEST_F(TableSnapshotTest, AnEmptyTableHasNoInstance) {
+    TableSnapshot empty(table(), 0, TableSnapshot::Clock::now());
+    empty.finish();
+    TableSnapshot::Instance instance{};
+    const OidVector suffix = {1, 1, 2};
+    EXPECT_EQ(empty.find(suffix.data(), suffix.size(), instance), Found::NoSuchInstance);
+    EXPECT_FALSE(empty.next(nullptr, 0, false));
+}
+
+TEST(ScalarSnapshot, IsTheInstanceZero) {
+    const MibModel model = loadMib(sampleMib());
+    TableSnapshot scalar(*model.find(SAMPLE_SCALAR), 0, TableSnapshot::Clock::now());
+    scalar.add(1, *makeRow(CTLVRecordV3::NO_IDENTIFIER, numberCell(0, 42, CTLVCell::TLV_TYPE_UINT, 4)));
+    scalar.finish();
+    TableSnapshot::Instance instance{};
+    const OidVector zero = {0};
+    const OidVector one = {1};
+    const OidVector longer = {0, 0};
+    EXPECT_EQ(scalar.find(zero.data(), zero.size(), instance), Found::Instance);
+    EXPECT_EQ(scalar.find(one.data(), one.size(), instance), Found::NoSuchInstance);
+    EXPECT_EQ(scalar.find(longer.data(), longer.size(), instance), Found::NoSuchInstance);
+    EXPECT_EQ(scalar.find(nullptr, 0, instance), Found::NoSuchInstance);
+    ASSERT_TRUE(scalar.next(nullptr, 0, false));
+    EXPECT_EQ(oidText(scalar.name(*scalar.next(nullptr, 0, false))), oidText(SAMPLE_SCALAR) + ".0");
+    EXPECT_FALSE(scalar.next(zero.data(), zero.size(), false));
+    EXPECT_TRUE(scalar.next(zero.data(), zero.size(), true));
+}
