@@ -7,6 +7,7 @@
 #include "host/agent/loop/agent_log.h"
 #include "host/agent/requests/answer_bound.h"
 #include "host/agent/sets/set_request.h"
+#include "host/base/out_of_memory.h"
 #include "host/snmp/net_snmp.h"
 
 // Exported by the agent library, declared in none of its headers.
@@ -380,8 +381,10 @@ void RequestDesk::expire(std::uint64_t id) {
         m_turns.withdraw(id);
         tWaiting waiting = std::move(found->second);
         m_waiting.erase(found);
-        const SetResult refusal{SNMP_ERR_GENERR, 1, "it came to its deadline before its turn"};
-        m_refusals.note(waiting.pdu.get(), refusal, finder());
+        const SetResult refusal = untilMemory([] {
+            return SetResult{SNMP_ERR_GENERR, 1, "it came to its deadline before its turn"};
+        });
+        untilMemory([&] { m_refusals.note(waiting.pdu.get(), refusal, finder()); });
         const bool answered = answerSet(waiting.session, std::move(waiting.pdu), refusal);
         noteSet(waiting.arrived, answered ? RequestResult::TimedOut : RequestResult::Lost);
     }
@@ -427,7 +430,7 @@ int RequestDesk::takeSet(netsnmp_session* session, int requestId, netsnmp_pdu* p
         m_turns.ended(id);
         const auto found = m_waiting.find(id);
         const netsnmp_pdu* const asked = found == m_waiting.end() ? nullptr : found->second.pdu.get();
-        if (!result.ok()) m_refusals.note(asked, result, finder());
+        if (!result.ok()) untilMemory([&] { m_refusals.note(asked, result, finder()); });
         if (asked == nullptr) return;
         tWaiting waiting = std::move(found->second);
         m_waiting.erase(found);

@@ -37,7 +37,9 @@ bool SetTransaction::touchesAnyOf(const SetTransaction& other) const {
                        [&other](const StepExecution& step) { return other.touches(step.object()); });
 }
 
-// Runs the action on the step's worker, and `then` with its result back here.
+// Runs the action on the step's worker, and `then` with its result back here: all or nothing. Callers wait for the
+// memory that it takes: a SET that stopped half way would keep its turn, and every later one of its objects would wait
+// for it.
 void SetTransaction::run(std::size_t step, SetResult (*action)(SetTransaction& self, StepExecution& execution),
                          std::function<void(const SetResult&)> then) {
     m_steps[step].object().worker().submit([self = shared_from_this(), step, action, then = std::move(then)] {
@@ -59,13 +61,14 @@ void SetTransaction::prepare(std::size_t step) {
     const auto action = [](SetTransaction& self, StepExecution& execution) {
         return self.m_state == State::Cancelled ? SetResult{SNMP_ERR_GENERR, 1, {}} : execution.prepare();
     };
-    run(step, action, [this, step](const SetResult& result) {
+    const auto then = [this, step](const SetResult& result) {
         if (result.ok()) {
             prepare(step + 1);
         } else {
             giveUp(step, result);
         }
-    });
+    };
+    untilMemory([&] { run(step, action, then); });
 }
 
 // The last of the first `steps` steps: from back to front, so that what nothing takes back is done first.
@@ -77,16 +80,17 @@ void SetTransaction::carryOut(std::size_t steps) {
     const auto action = [](SetTransaction& self, StepExecution& execution) {
         return self.decide() ? execution.carryOut() : SetResult{SNMP_ERR_GENERR, 1, {}};
     };
-    run(steps - 1, action, [this, steps](const SetResult& result) {
+    const auto then = [this, steps](const SetResult& result) {
         if (result.ok()) {
             carryOut(steps - 1);
         } else if (steps == m_steps.size()) {
             giveUp(steps, result);
         } else {
-            noteHalf(result);
-            giveUp(steps, {SNMP_ERR_UNDOFAILED, 0, result.reason});
+            untilMemory([&] { noteHalf(result); });
+            untilMemory([&] { giveUp(steps, {SNMP_ERR_UNDOFAILED, 0, result.reason}); });
         }
-    });
+    };
+    untilMemory([&] { run(steps - 1, action, then); });
 }
 
 void SetTransaction::noteHalf(const SetResult& result) const {
@@ -104,7 +108,8 @@ void SetTransaction::giveUp(std::size_t steps, const SetResult& result) {
         execution.giveUp();
         return SetResult{};
     };
-    run(steps - 1, action, [this, steps, result](const SetResult&) { giveUp(steps - 1, result); });
+    untilMemory(
+        [&] { run(steps - 1, action, [this, steps, result](const SetResult&) { giveUp(steps - 1, result); }); });
 }
 
 void SetTurns::add(std::uint64_t id, std::shared_ptr<SetTransaction> set) {
