@@ -172,16 +172,6 @@ class OddFiles(unittest.TestCase):
                 os.rename(path + ".good", path)
                 self.assertEqual(system.vrxctl("reload"), "")
 
-    def test_a_reload_that_cannot_be_begun_does_not_hang_the_next_one(self):
-        with System() as system:
-            descriptors = len(os.listdir("/proc/%d/fd" % system.agent.pid))
-            before = resource.prlimit(system.agent.pid, resource.RLIMIT_NOFILE)
-            # One for the connection of vrxctl, none for what the check needs.
-            resource.prlimit(system.agent.pid, resource.RLIMIT_NOFILE, (descriptors + 1, before[1]))
-            self.refused(system, "the configuration cannot be checked: ")
-            resource.prlimit(system.agent.pid, resource.RLIMIT_NOFILE, before)
-            self.assertEqual(system.vrxctl("reload"), "")
-
     def test_a_fault_that_is_no_text_is_told_all_the_same(self):
         with System() as system:
             with open(system.path("etc", "vrx-agentd.conf"), "ab") as file:
