@@ -27,7 +27,7 @@ constexpr CVRXScopeName REPLACE_PARA_WITH_BRACE_VALUE =
     "bool CAlarmConfigParser::replaceParaWithBraceValue(std::string&, int, std::size_t, std::size_t, "
     "const POSITION_LIST&)"_scope;
 
-// The brace of a value map stands at most this far behind the start of its placeholder.
+// The brace of a value map stands at most this far after the start of its placeholder.
 constexpr std::size_t MAP_DISTANCE = 7;
 
 // A replaced value is searched again, so one that holds its own placeholder would never end. No real text comes near

@@ -45,7 +45,7 @@ bool isAscii(const std::string& text) {
     return std::all_of(at, at + left, [](char c) { return static_cast<unsigned char>(c) < 128; });
 }
 
-// Bytes that TinyXML takes for one UTF-8 character, whatever stands behind the first.
+// Bytes that TinyXML takes for one UTF-8 character, whatever stands after the first.
 std::size_t utf8Length(char c) {
     const auto byte = static_cast<unsigned char>(c);
     if (byte < 0xC2 || byte > 0xF4) return 1;
@@ -66,15 +66,15 @@ public:
             if (startsIgnoringCase(DECLARATION_BEGIN)) {
                 skipDeclaration(depth == 0);
             } else if (starts(COMMENT_BEGIN)) {
-                skipBehind(COMMENT_BEGIN, COMMENT_END);
+                skipAfter(COMMENT_BEGIN, COMMENT_END);
             } else if (starts(CDATA_BEGIN)) {
-                skipBehind(CDATA_BEGIN, CDATA_END);
+                skipAfter(CDATA_BEGIN, CDATA_END);
             } else if (isNameStart(m_at[1])) {
                 if (depth == levels) return true;
                 if (!skipTag()) ++depth;
             } else {
                 if (m_at[1] == '/' && depth > 0) --depth;
-                skipBehind("<", ">");  // an end tag, or markup that TinyXML keeps as it is
+                skipAfter("<", ">");  // an end tag, or markup that TinyXML keeps as it is
             }
         }
         return false;
@@ -95,7 +95,7 @@ private:
         }
     }
 
-    void skipBehind(const char* begin, const char* end) {
+    void skipAfter(const char* begin, const char* end) {
         const char* found = std::strstr(m_at + std::strlen(begin), end);
         m_at = found != nullptr ? found + std::strlen(end) : m_at + std::strlen(m_at);
     }
@@ -110,7 +110,7 @@ private:
         while (isBlank(*m_at)) ++m_at;
     }
 
-    // Moves behind a start tag; true when it ends itself ("/>"). Quotes stand around values only: anywhere else
+    // Moves past a start tag; true when it ends itself ("/>"). Quotes stand around values only: anywhere else
     // TinyXML refuses the tag.
     bool skipTag() {
         ++m_at;
@@ -127,7 +127,7 @@ private:
         return false;
     }
 
-    // Moves behind a declaration. Only the values of its three attributes may hold a ">". One outside of all elements
+    // Moves past a declaration. Only the values of its three attributes may hold a ">". One outside of all elements
     // decides about the encoding of what follows.
     void skipDeclaration(bool decides) {
         std::string encoding;
@@ -150,7 +150,7 @@ private:
         }
     }
 
-    // Moves behind an attribute of a declaration and returns its value.
+    // Moves past an attribute of a declaration and returns its value.
     std::string skipAttribute() {
         while (isNameChar(*m_at)) ++m_at;
         skipBlanks();

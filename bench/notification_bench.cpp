@@ -1,6 +1,6 @@
 // What an alarm event costs until its trap is on the wire, step by step, with the real module and a real socket, beside
 // what Net-SNMP takes to send a PDU that is ready, and the system to send a packet that is ready.
-#include "host/agent/notifications/trap_conversion.h"  // first: see there
+#include "host/agent/notifications/vbx_conversion.h"  // first: see there
 
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
@@ -19,13 +19,13 @@
 
 #include "bench/ready_pdus.h"
 #include "host/agent/loop/agent_loop.h"
-#include "host/agent/notifications/notification_ledger.h"
+#include "host/agent/notifications/event_ledger.h"
+#include "host/agent/notifications/notification_delivery.h"
 #include "host/agent/notifications/notification_log.h"
-#include "host/agent/notifications/notification_path.h"
-#include "host/agent/notifications/trap_delivery.h"
+#include "host/agent/notifications/notification_pipeline.h"
+#include "host/agent/traps/net_snmp_trap_transport.h"
 #include "host/agent/traps/trap_sender.h"
-#include "host/agent/traps/trap_session.h"
-#include "host/base/backend_socket.h"
+#include "host/base/local_socket.h"
 #include "host/base/logging.h"
 #include "host/transport/backend_protocol.h"
 #include "platform/notify_handler.h"
@@ -133,7 +133,7 @@ std::unique_ptr<CTLVRecordV3> alarmRecord(unsigned long long ended = 0) {
     return record;
 }
 
-Trap trapOfAlarm(const CTLVRecordV3& record) {
+Notification trapOfAlarm(const CTLVRecordV3& record) {
     INotifyMsgHandler& handler = surroundings().handler();
     Agentpp::Vbx* bindings = nullptr;
     if (handler.constructAlarmTrapVb(record, bindings) != 0) throw std::runtime_error("no trap");
@@ -182,7 +182,7 @@ public:
 
 private:
     struct Channel : TrapChannel {
-        TrapSendResult send(const Trap&, std::size_t) override { return {}; }
+        TrapSendResult send(const Notification&, std::size_t) override { return {}; }
     };
 };
 
@@ -195,7 +195,7 @@ public:
           m_log(surroundings().root() + "/notification_log.db"),
           m_delivery(m_loop, {&m_sender}, m_ledger, m_log),
           m_binding(CNotifyHandler::instance()->handlers()),
-          m_path(CNotifyHandler::instance()->handlers(), m_binding, m_definitions, m_delivery, m_ledger, [] {}) {
+          m_pipeline(CNotifyHandler::instance()->handlers(), m_binding, m_definitions, m_delivery, m_ledger, [] {}) {
         tTrapDestInfo destination;
         destination.index = "1";
         destination.address = "127.0.0.1";
@@ -204,7 +204,7 @@ public:
         destination.trapType = 1;
         destination.user = COMMUNITY;
         m_sender.setDestinations({destination});
-        m_path.onConnected({});
+        m_pipeline.onConnected({});
         turnUntilSent();
     }
     ~Way() { m_sender.stop(); }
@@ -215,7 +215,7 @@ public:
     void take(int events) {
         for (int i = 0; i < events; ++i) {
             ++m_sequence;
-            m_path.onEvent(m_sequence, m_sequence % 2 != 0 ? *m_raised : *m_ended);
+            m_pipeline.onEvent(m_sequence, m_sequence % 2 != 0 ? *m_raised : *m_ended);
         }
         turnUntilSent();
     }
@@ -238,12 +238,12 @@ private:
     const std::unique_ptr<CTLVRecordV3> m_ended = alarmRecord(ENDED);
     AgentLoop m_loop;
     TrapSender m_sender;
-    NotificationLedger m_ledger;
+    EventLedger m_ledger;
     NotificationLog m_log;
-    TrapDelivery m_delivery;
+    NotificationDelivery m_delivery;
     TamrelBinding m_binding;
     AlarmDefinitions m_definitions{m_binding};
-    NotificationPath m_path;
+    NotificationPipeline m_pipeline;
     unsigned long long m_sequence = 0;
 };
 

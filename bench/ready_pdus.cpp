@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "host/agent/delivery/trap_pdu.h"
+#include "host/agent/delivery/notification_pdu.h"
 
 namespace {
 
@@ -16,7 +16,7 @@ struct CloseSession {
 
 }  // namespace
 
-void sendReadyPdus(benchmark::State& state, const Trap& trap, unsigned int port) {
+void sendReadyPdus(benchmark::State& state, const Notification& trap, unsigned int port) {
     std::string peer = "udp:127.0.0.1:" + std::to_string(port);
     std::string community = COMMUNITY;
     netsnmp_session wanted;

@@ -3,9 +3,9 @@
 
 #include <benchmark/benchmark.h>
 
-#include "host/notification_log/trap_content.h"
+#include "host/notification_log/notification.h"
 
 constexpr const char* COMMUNITY = "traps";
 
 // Only the sending of PDUs of the same trap, which are made while the clock stands.
-void sendReadyPdus(benchmark::State& state, const Trap& trap, unsigned int port);
+void sendReadyPdus(benchmark::State& state, const Notification& trap, unsigned int port);

@@ -39,11 +39,11 @@ struct tValue {
     std::string bytes;  // as the library keeps them
 };
 
-using tRow = std::vector<tValue>;  // by column number
+using Row = std::vector<tValue>;  // by column number
 
 struct tRows {
     std::vector<oid> table;
-    std::map<u_long, tRow> rows;  // by index
+    std::map<u_long, Row> rows;  // by index
     std::vector<oid> scalarName;
     tValue scalar;
 };
@@ -121,7 +121,7 @@ tRows copyRows(const std::string& address, const std::string& table, const std::
             if (at->type == SNMP_ENDOFMIBVIEW || !isBelow(*at, copy.table)) return copy;
             const std::size_t column = copy.table.size() + 1;
             if (at->name_length != column + 2) throw std::runtime_error("an instance is not TABLE.1.COLUMN.INDEX");
-            tRow& row = copy.rows[at->name[column + 1]];
+            Row& row = copy.rows[at->name[column + 1]];
             row.resize(std::max<std::size_t>(row.size(), at->name[column] + 1));
             row[at->name[column]] = valueOf(*at);
             name.assign(at->name, at->name + at->name_length);
@@ -138,7 +138,7 @@ int serveTable(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agen
     if (info->mode != MODE_GET) return SNMP_ERR_NOERROR;  // the helper makes GETs of everything that reads
     for (netsnmp_request_info* request = requests; request != nullptr; request = request->next) {
         if (request->processed != 0) continue;
-        const auto* const row = static_cast<const tRow*>(netsnmp_tdata_extract_entry(request));
+        const auto* const row = static_cast<const Row*>(netsnmp_tdata_extract_entry(request));
         const netsnmp_table_request_info* const where = netsnmp_extract_table_info(request);
         if (row == nullptr || where->colnum >= row->size() || (*row)[where->colnum].type == ASN_NULL) {
             netsnmp_set_request_error(info, request, SNMP_NOSUCHINSTANCE);

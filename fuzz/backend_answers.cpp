@@ -90,7 +90,7 @@ void readConnection(const std::string& bytes, std::size_t piece, const PackageSt
 class Backend {
 public:
     Backend() {
-        m_options.address.kind = BackendAddress::Kind::Unix;
+        m_options.address.kind = LocalAddress::Kind::Unix;
         m_options.address.path = m_folder.path() + "/s";
         m_options.callDeadline = LONG_ENOUGH;
         m_options.packageLimit = PACKAGE_LIMIT;

@@ -68,7 +68,7 @@ std::string answersTo(const std::string& bytes, std::size_t piece) {
     return received;
 }
 
-// Every whole request gets one answer, a refusal holds no records; behind a subscription come events in order.
+// Every whole request gets one answer, a refusal holds no records; after a subscription come events in order.
 void check(const PackageStream& requests, const PackageStream& answers) {
     require(answers.end == PackageStream::End::Closed, "an answer is no package");
     bool subscribed = false;

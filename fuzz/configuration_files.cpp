@@ -27,7 +27,7 @@
 
 #include "fuzz/finding.h"
 #include "fuzz/temporary_folder.h"
-#include "host/agent/engine/library_words.h"
+#include "host/agent/engine/library_directives.h"
 #include "host/agent/engine/snmp_engine.h"
 #include "host/agent/reload/configuration_check.h"
 #include "host/base/logging.h"
@@ -41,7 +41,7 @@ namespace fs = std::filesystem;
 using Random = std::mt19937_64;
 using Texts = std::vector<std::string>;
 
-constexpr unsigned int PATIENCE_SECONDS = 60;  // with a batch
+constexpr unsigned int TIMEOUT_SECONDS = 60;  // with a batch
 
 // Lines in order, for each word that the agent takes from the library and for some of its own.
 const Texts LINES = {
@@ -290,7 +290,7 @@ tOutcome inProcess(const Work& work) {
     const pid_t child = ::fork();
     if (child < 0) finding("no process");
     if (child == 0) {
-        ::alarm(PATIENCE_SECONDS);
+        ::alarm(TIMEOUT_SECONDS);
         ::close(ends[0]);
         std::ostringstream out;
         int code = EXIT_FAILURE;

@@ -319,13 +319,13 @@ CURIOUS = [b"\x80", b"\xff", b"\x00", b"\x7f", b"\x84\xff\xff\xff\xff", b"\x85\x
 
 
 def chance(seed):
-    """Sources without end: good messages of each version with changes of chance, such changes behind a right signature
-    and behind right encryption, and changed messages of which no two are alike to begin with."""
+    """Sources without end: good messages of each version with changes of chance, such changes after a right signature
+    and after right encryption, and changed messages of which no two are alike to begin with."""
     everything = good_messages()
     sources = [_mutated("mutated " + version, seed, lambda dice, own=good_messages(version): dice.choice(own),
                         everything) for version in VERSIONS]
     insides = [ber.parse(data).content[-1].encode() for data in good_messages("v3")]
-    for name, user in (("mutated behind a signature", SIGNER), ("mutated behind encryption", SEALER)):
+    for name, user in (("mutated after a signature", SIGNER), ("mutated after encryption", SEALER)):
         sources.append(_mutated(name, seed, lambda dice: dice.choice(insides), insides,
                                 lambda inside, user=user: snmp_engine.known_message_around(user, inside).encode()))
     sources.append(_mutated("mutated request", seed, _built, everything))

@@ -99,8 +99,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }
     }
     readOrRefuse([] {
-        const BackendAddress address = BackendOptions::fromDevice().address;
-        require(parseBackendAddress(address.text(), "").text() == address.text(), "an address does not come back");
+        const LocalAddress address = BackendOptions::fromDevice().address;
+        require(parseLocalAddress(address.text(), "").text() == address.text(), "an address does not come back");
     });
     readOrRefuse([] { (void)BackendCommands::fromDevice(); });
     readOrRefuse([] { (void)BackendSettings::fromDevice(); });

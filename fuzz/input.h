@@ -1,4 +1,4 @@
-// Reads a fuzzer's input piece by piece; behind its end come zeros and empty pieces.
+// Reads a fuzzer's input piece by piece; after its end come zeros and empty pieces.
 #pragma once
 
 #include <cstddef>

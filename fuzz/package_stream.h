@@ -15,7 +15,7 @@ struct PackageStream {
     enum class End { Closed, InsidePackage, Garbage, TooLarge };
 
     std::vector<std::string> packages;  // whole and well-formed
-    End end = End::Closed;              // what stands behind them
+    End end = End::Closed;              // what stands after them
 };
 
 inline bool decodeInto(CR8KPackageV3& package, const std::string& bytes) {

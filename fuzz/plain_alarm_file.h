@@ -33,7 +33,7 @@ public:
             return;
         }
         require(failure.rfind("CVRX_Exception: ", 0) == 0, "a load failed without a reason");
-        // Levels are counted in what stands behind the part that TinyXML takes, too.
+        // Levels are counted in what stands after the part that TinyXML takes, too.
         const bool tooDeep = failure.find("\nElements are nested more than ") != std::string::npos;
         require(m_list == nullptr || (m_stopsEarly && tooDeep), "a file does not load that should");
     }

@@ -31,7 +31,7 @@ rouser sealer priv
 MARK = b"\xd9\xa7\xc5"                              # with it all of them begin
 BOOTS = MARK + b"\0"
 SIGNATURE = MARK + b"the signature is here"         # 24 octets
-SALT = MARK + b"salt."                              # 8 octets, sent as they are: what stands behind it is encrypted
+SALT = MARK + b"salt."                              # 8 octets, sent as they are: what stands after it is encrypted
 TIMES = {offset: MARK + bytes([number])             # by how far the sender's clock is off
          for number, offset in enumerate((0, -2**31, -151, -1, 1, 151, 2**31 - 1), start=1)}
 
@@ -78,10 +78,10 @@ class Engine:
             header = 2 + (sealed[1] & 0x7F if sealed[1] & 0x80 else 0)
             vector = boots + now.to_bytes(4, "big") + salt  # RFC 3826, 3.1.2.1
             data = before + salt + sealed[:header] + encrypt(self._sealing_key, vector, sealed[header:])
-        before, mark, behind = data.partition(SIGNATURE)
+        before, mark, after = data.partition(SIGNATURE)
         if mark:  # RFC 7860, 4.2.1: over the message with zeros in its place
-            unsigned = before + bytes(len(mark)) + behind
-            data = before + hmac.new(self._signing_key, unsigned, hashlib.sha256).digest()[:len(mark)] + behind
+            unsigned = before + bytes(len(mark)) + after
+            data = before + hmac.new(self._signing_key, unsigned, hashlib.sha256).digest()[:len(mark)] + after
         return data
 
     def body(self, data):

@@ -127,7 +127,7 @@ void CSnmpTamrelVrxAlarmHandler::fillReqRecord(CTLVRecordV3* record) {
     tAlarmRange range{0, 1};
     if (m_currentKey != INVALID_KEY && m_currentKey != "0") range.start = StrToUint(m_currentKey);
     if (m_requestType == REQUEST_GET && range.start != 0) {
-        --range.start;  // the backend starts behind the position
+        --range.start;  // the backend starts after the position
     } else if (m_requestType == REQUEST_GETBULK) {
         range.count = BULK_COUNT;
     }

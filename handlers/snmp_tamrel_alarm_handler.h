@@ -21,8 +21,8 @@ public:
     int preGetRspCell(const CTLVRecordV3& record) override;
     void postGetRspCell(const CTLVRecordV3& record) override;
 
-    // The range to ask for, from request type and current key: GET the alarm `key`, GETBULK up to 50 behind it, else
-    // the one behind it.
+    // The range to ask for, from request type and current key: GET the alarm `key`, GETBULK up to 50 after it, else
+    // the one after it.
     void fillReqRecord(CTLVRecordV3* record) override;
 
     // Turns a backend alarm into the 12 cells of its row, or leaves `out` empty when the alarm is no row: the marker

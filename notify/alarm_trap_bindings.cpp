@@ -22,7 +22,7 @@ Snmp_pp::Counter64 counter64(unsigned long long number) {
 }
 
 struct tBinding {
-    int number;         // behind the base OID, and 0 behind that
+    int number;         // after the base OID, and 0 after that
     const char* label;  // in the log
     void (*fill)(Vbx& vb, Values& values);
 };

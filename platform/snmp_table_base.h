@@ -6,7 +6,7 @@
 // (getIndexOfRecord). One query at a time per object.
 //
 // Request record 0:
-//   tag 1  TLV_TYPE_UINT    PDU type: 160 GET (that row), 161 GETNEXT (one row behind), 165 GETBULK (up to a batch)
+//   tag 1  TLV_TYPE_UINT    PDU type: 160 GET (that row), 161 GETNEXT (one row after), 165 GETBULK (up to a batch)
 //   tag 2  TLV_TYPE_STRING  dotted OID of the row below 1.3.6.1.4.1.99871.2; absent or another length: from the start
 #pragma once
 
@@ -77,7 +77,7 @@ private:
     using RowsByNumber = std::map<unsigned long long, std::unique_ptr<CTLVRecordV3>>;
 
     int collectRows(RowsByNumber& rows);
-    void takeRows(CR8KPackageV3& batch, unsigned long long behind, RowsByNumber& rows);
+    void takeRows(CR8KPackageV3& batch, unsigned long long after, RowsByNumber& rows);
     bool wantsMore(const RowsByNumber& rows) const;
     void noteBadRecord(const char* reason);
 

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr long PATIENCE_SECONDS = 120;  // a reload checks all files first
+constexpr long TIMEOUT_SECONDS = 120;  // a reload checks all files first
 constexpr long HTTP_OK = 200;
 
 std::size_t append(const char* data, std::size_t size, std::size_t count, void* body) {
@@ -29,7 +29,7 @@ std::string callAgent(const std::string& method, const std::string& path, const 
     curl_easy_setopt(call.get(), CURLOPT_URL, ("http://agent" + path).c_str());
     curl_easy_setopt(call.get(), CURLOPT_CUSTOMREQUEST, method.c_str());
     curl_easy_setopt(call.get(), CURLOPT_PROXY, "");
-    curl_easy_setopt(call.get(), CURLOPT_TIMEOUT, PATIENCE_SECONDS);
+    curl_easy_setopt(call.get(), CURLOPT_TIMEOUT, TIMEOUT_SECONDS);
     curl_easy_setopt(call.get(), CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(call.get(), CURLOPT_ERRORBUFFER, reason.data());
     curl_easy_setopt(call.get(), CURLOPT_WRITEFUNCTION, &append);

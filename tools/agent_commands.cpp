@@ -89,25 +89,25 @@ void printList(std::ostream& out, const json& rows) {
 }
 
 // What of a member of a list is at fault: its name and what it says of itself.
-struct tListed {
+struct Listed {
     const char* list;
     const char* name;
     const char* state;
     std::vector<const char*> good;
     const char* title;
 };
-const tListed LISTED[] = {
+const Listed LISTED[] = {
     {"destinations", "number", "state", {"ready", "not used yet"}, "trap destination"},
     {"informs", "destination", "state", {"answers", "not used yet"}, "inform destination"},
     {"objects", "name", "readable", {"yes"}, "object"},
 };
 
-struct tTrouble {
+struct Trouble {
     const char* field;
     bool good;
     const char* text;
 };
-constexpr tTrouble TROUBLES[] = {
+constexpr Trouble TROUBLES[] = {
     {"/backend/connected", true, "the backend is away"},
     {"/events/definitions_loaded", true, "the alarm definitions cannot be loaded, alarm events wait"},
     {"/agent/last_reload_taken", true, "the last reload was refused"},
@@ -120,14 +120,14 @@ json fieldOf(const json& status, const char* path) {
 
 std::vector<std::string> troublesOf(const json& status) {
     std::vector<std::string> troubles;
-    for (const tTrouble& trouble : TROUBLES) {
+    for (const Trouble& trouble : TROUBLES) {
         const json value = fieldOf(status, trouble.field);
         if (value.is_boolean() && value.get<bool>() != trouble.good) troubles.emplace_back(trouble.text);
     }
     if (const json fault = fieldOf(status, "/notification_log/fault"); fault.is_string() && fault != "") {
         troubles.push_back("the notification log cannot be written: " + plain(fault));
     }
-    for (const tListed& listed : LISTED) {
+    for (const Listed& listed : LISTED) {
         for (const json& one : status.value(listed.list, json::array())) {
             const std::string state = plain(one.value(listed.state, json()));
             if (std::find(listed.good.begin(), listed.good.end(), state) != listed.good.end()) continue;

@@ -29,8 +29,8 @@ std::string timeText(std::uint64_t seconds) {
     return std::string(reinterpret_cast<const char*>(text.data()), text.len());
 }
 
-tListedAlarm listedAlarm(const CTLVRecordV3& record) {
-    tListedAlarm alarm;
+ListedAlarm listedAlarm(const CTLVRecordV3& record) {
+    ListedAlarm alarm;
     alarm.serial = uint32Of(record, alarm_tag::SERIAL);
     alarm.alarmId = uint64Of(record, alarm_tag::ID);
     alarm.level = uint32Of(record, alarm_tag::LEVEL);
@@ -55,7 +55,7 @@ std::string joinParameters(const std::vector<std::string>& parameters) {
     return joined;
 }
 
-std::vector<std::uint32_t> raiseAlarms(const tRaiseRequest& request) {
+std::vector<std::uint32_t> raiseAlarms(const RaiseRequest& request) {
     const std::string parameters = joinParameters(request.parameters);
     const unsigned long long code = BackendCommands::fromDevice().raiseAlarm;
     std::vector<std::uint32_t> serials;
@@ -87,9 +87,9 @@ void clearAlarm(std::uint32_t serial) {
     callBackend(package, answer);
 }
 
-std::vector<tListedAlarm> listAlarms() {
+std::vector<ListedAlarm> listAlarms() {
     const unsigned long long code = BackendCommands::fromDevice().getCurrentAlarm;
-    std::vector<tListedAlarm> alarms;
+    std::vector<ListedAlarm> alarms;
     std::size_t bytes = 0;
     for (std::uint32_t start = 0;;) {
         CR8KPackageV3 package;
@@ -101,7 +101,7 @@ std::vector<tListedAlarm> listAlarms() {
         callBackend(package, answer);
         if (answer.records().empty()) return alarms;
         for (const CTLVRecordV3* row : answer.records()) {
-            const tListedAlarm& alarm = alarms.emplace_back(listedAlarm(*row));
+            const ListedAlarm& alarm = alarms.emplace_back(listedAlarm(*row));
             bytes += alarm.parameters.size() + alarm.name.size() + alarm.location.size() + alarm.detail.size();
         }
         if (alarms.size() > MOST_ACTIVE_ALARMS || bytes > MOST_LIST_BYTES) {
@@ -109,29 +109,29 @@ std::vector<tListedAlarm> listAlarms() {
                                      " were read");
         }
         if (alarms.back().serial <= start)
-            throw std::runtime_error("the backend's list of alarms does not go on behind serial number " +
+            throw std::runtime_error("the backend's list of alarms does not go on after serial number " +
                                      std::to_string(start));
         start = alarms.back().serial;
     }
 }
 
-void printAlarms(std::ostream& out, const std::vector<tListedAlarm>& alarms) {
+void printAlarms(std::ostream& out, const std::vector<ListedAlarm>& alarms) {
     if (alarms.empty()) {
         out << "no active alarms\n";
         return;
     }
     constexpr const char* ROW = "{:>10}  {:<30}  {:<8}  {:<20}  {:<30}  {}\n";
     out << fmt::format(ROW, "SERIAL", "RAISED", "LEVEL", "ALARM ID", "NAME", "LOCATION");
-    for (const tListedAlarm& alarm : alarms) {
+    for (const ListedAlarm& alarm : alarms) {
         out << fmt::format(ROW, alarm.serial, timeText(alarm.raisedAt), textOf(faultLevelOf(alarm.level)),
                            alarm.alarmId, alarm.name.empty() ? "(not defined)" : terminalText(alarm.name),
                            terminalText(alarm.location));
     }
 }
 
-void printAlarmsAsJson(std::ostream& out, const std::vector<tListedAlarm>& alarms) {
+void printAlarmsAsJson(std::ostream& out, const std::vector<ListedAlarm>& alarms) {
     nlohmann::json rows = nlohmann::json::array();
-    for (const tListedAlarm& alarm : alarms) {
+    for (const ListedAlarm& alarm : alarms) {
         rows.push_back({{"serial", alarm.serial},
                         {"alarmId", alarm.alarmId},
                         {"level", alarm.level},

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-struct tRaiseRequest {
+struct RaiseRequest {
     std::uint64_t alarmId = 0;
     std::uint32_t level = 5;
     std::vector<std::string> parameters;  // as they are; commas and ampersands are escaped on the way
@@ -19,11 +19,11 @@ struct tRaiseRequest {
 std::string joinParameters(const std::vector<std::string>& parameters);
 
 // Raises the alarms (all or none) and returns their serial numbers.
-std::vector<std::uint32_t> raiseAlarms(const tRaiseRequest& request);
+std::vector<std::uint32_t> raiseAlarms(const RaiseRequest& request);
 
 void clearAlarm(std::uint32_t serial);
 
-struct tListedAlarm {
+struct ListedAlarm {
     std::uint32_t serial = 0;
     std::uint64_t alarmId = 0;
     std::uint32_t level = 0;
@@ -35,7 +35,7 @@ struct tListedAlarm {
 };
 
 // All active alarms, by serial number.
-std::vector<tListedAlarm> listAlarms();
+std::vector<ListedAlarm> listAlarms();
 
-void printAlarms(std::ostream& out, const std::vector<tListedAlarm>& alarms);
-void printAlarmsAsJson(std::ostream& out, const std::vector<tListedAlarm>& alarms);
+void printAlarms(std::ostream& out, const std::vector<ListedAlarm>& alarms);
+void printAlarmsAsJson(std::ostream& out, const std::vector<ListedAlarm>& alarms);

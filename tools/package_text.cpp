@@ -133,6 +133,6 @@ bool printPackage(std::ostream& out, std::vector<unsigned char> bytes) {
     std::size_t number = 0;
     for (const CTLVRecordV3* record : package.records()) printRecord(out, number++, *record);
     const std::size_t used = TLVMsgHeadV3::SIZE + static_cast<std::size_t>(head.uiDataLen);
-    if (used < bytes.size()) out << fmt::format("{} bytes behind the package\n", bytes.size() - used);
+    if (used < bytes.size()) out << fmt::format("{} bytes after the package\n", bytes.size() - used);
     return true;
 }

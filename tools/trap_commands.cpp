@@ -12,8 +12,8 @@
 
 #include "host/base/product_root.h"
 #include "host/notification_log/fault_level.h"
-#include "host/notification_log/trap_bytes.h"
-#include "host/notification_log/trap_subject.h"
+#include "host/notification_log/notification_codec.h"
+#include "host/notification_log/notification_subject.h"
 #include "tools/agent_call.h"
 #include "tools/terminal_text.h"
 
@@ -95,11 +95,11 @@ std::string joined(const std::vector<std::string>& names) {
     return text;
 }
 
-struct tTypeName {
+struct TypeName {
     unsigned char type;
     const char* name;
 };
-constexpr tTypeName TYPES[] = {
+constexpr TypeName TYPES[] = {
     {ASN_NULL, "NULL"},           {ASN_INTEGER, "INTEGER"},     {ASN_COUNTER, "Counter32"},
     {ASN_GAUGE, "Gauge32"},       {ASN_TIMETICKS, "TimeTicks"}, {ASN_COUNTER64, "Counter64"},
     {ASN_IPADDRESS, "IpAddress"}, {ASN_OBJECT_ID, "OID"},       {ASN_OCTET_STR, "STRING"},
@@ -107,7 +107,7 @@ constexpr tTypeName TYPES[] = {
 
 std::string typeText(unsigned char type) {
     const auto* found =
-        std::find_if(std::begin(TYPES), std::end(TYPES), [type](const tTypeName& one) { return one.type == type; });
+        std::find_if(std::begin(TYPES), std::end(TYPES), [type](const TypeName& one) { return one.type == type; });
     return found == std::end(TYPES) ? fmt::format("type {}", type) : found->name;
 }
 
@@ -168,7 +168,7 @@ json valueJson(const SnmpValue& value) {
 
 // In one line.
 std::string descriptionOf(const LoggedNotification& entry) {
-    const std::optional<Trap> trap = trapFrom(entry.trap);
+    const std::optional<Notification> trap = trapFrom(entry.trap);
     if (!trap) return "(cannot be read)";
     for (const unsigned int number : DESCRIPTIONS) {
         const SnmpValue* value = alarmBinding(*trap, number);
@@ -197,9 +197,9 @@ json jsonOf(const LoggedNotification& entry) {
                    {"again", entry.again > 0 ? json(entry.again) : json()},
                    {"text", descriptionOf(entry)},
                    {"bindings", json::array()}};
-    const std::optional<Trap> trap = trapFrom(entry.trap);
+    const std::optional<Notification> trap = trapFrom(entry.trap);
     if (!trap) return object;
-    for (const TrapBinding& binding : trap->bindings) {
+    for (const NotificationBinding& binding : trap->bindings) {
         object["bindings"].push_back({{"name", oidText(binding.name)},
                                       {"type", typeText(binding.value.type)},
                                       {"value", valueJson(binding.value)}});
@@ -213,11 +213,11 @@ void print(std::ostream& out, const json& document, int indent) {
     out << document.dump(indent, ' ', true, json::error_handler_t::replace);
 }
 
-struct tUnit {
+struct Unit {
     char letter;
     long length;  // in seconds
 };
-constexpr tUnit UNITS[] = {{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 86400}};
+constexpr Unit UNITS[] = {{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 86400}};
 
 std::optional<long> numberOf(std::string_view text) {
     long number = 0;
@@ -241,7 +241,7 @@ system_clock::time_point momentOf(const std::string& text, system_clock::time_po
         if (!count) throw wrong;
         return system_clock::time_point(seconds(*count));
     }
-    for (const tUnit& unit : UNITS) {
+    for (const Unit& unit : UNITS) {
         if (text.back() != unit.letter) continue;
         const std::optional<long> count = numberOf(std::string_view(text).substr(0, text.size() - 1));
         constexpr long MOST_DAYS = 100'000;
@@ -299,10 +299,10 @@ void printTrap(std::ostream& out, std::uint64_t number) {
         << fmt::format(ROW, "trap", fmt::format("{} ({})", entry.trapOid, trapText(entry)))
         << fmt::format(ROW, "destinations", joined(entry.destinations));
     if (const std::string because = becauseText(entry); !because.empty()) out << fmt::format(ROW, "sent", because);
-    const std::optional<Trap> trap = trapFrom(entry.trap);
+    const std::optional<Notification> trap = trapFrom(entry.trap);
     if (!trap) throw std::runtime_error("the trap of entry " + std::to_string(number) + " cannot be read");
     out << "bindings\n";
-    for (const TrapBinding& binding : trap->bindings) {
+    for (const NotificationBinding& binding : trap->bindings) {
         out << fmt::format("  {} = {}: {}\n", oidText(binding.name), typeText(binding.value.type),
                            terminalLines(valueText(binding.value)));
     }

@@ -22,7 +22,7 @@ void printTrapAsJson(std::ostream& out, std::uint64_t number);
 // Lets the agent send an entry's trap again, to its destinations or to the one of that name.
 void resendTrap(std::ostream& out, std::uint64_t number, const std::string& to);
 
-// A moment as people write it: "2026-11-21", "2026-11-21 09:14", "2026-11-21T09:14:03" in local time, with a Z behind
+// A moment as people write it: "2026-11-21", "2026-11-21 09:14", "2026-11-21T09:14:03" in local time, with a Z after
 // it in UTC, "@1763716443" in seconds since 1970, or how long ago: "90s", "15m", "2h", "3d". Throws
 // std::invalid_argument.
 std::chrono::system_clock::time_point momentOf(const std::string& text, std::chrono::system_clock::time_point now);

@@ -123,9 +123,9 @@ void reload() {
 // A running agent has the user's keys when this returns nothing; else what the agent's next start waits for. An agent
 // whose socket is gone, or not there yet, holds the state and would replace what is left there.
 FileDescriptor giveToAgent(const std::string& body, const std::string& line) {
-    constexpr std::chrono::seconds PATIENCE{3};
+    constexpr std::chrono::seconds TIMEOUT{3};
     constexpr std::chrono::milliseconds PAUSE{200};
-    const auto end = std::chrono::steady_clock::now() + PATIENCE;
+    const auto end = std::chrono::steady_clock::now() + TIMEOUT;
     for (;;) {
         try {
             callAgent("POST", "/users", body);

@@ -42,7 +42,7 @@ std::string readAll(const std::string& path) {
     return content.str();
 }
 
-int raise(const tRaiseRequest& request) {
+int raise(const RaiseRequest& request) {
     for (const std::uint32_t serial : raiseAlarms(request)) std::cout << serial << "\n";
     return EX_OK;
 }
@@ -52,9 +52,9 @@ int lint(std::string definitions, std::string enumerations, bool strict) {
         definitions = configuredPath("ALARM_INI_PATH");
         enumerations = configuredPath("ALARM_PARAM_ENUM_PATH");
     }
-    const std::vector<tLintFinding> findings = lintDefinitions(definitions, enumerations);
+    const std::vector<LintFinding> findings = lintDefinitions(definitions, enumerations);
     printFindings(std::cout, findings);
-    for (const tLintFinding& finding : findings)
+    for (const LintFinding& finding : findings)
         if (strict || finding.severity == LintSeverity::Error) return EX_DATAERR;
     return EX_OK;
 }
@@ -70,7 +70,7 @@ int decode(const std::string& hex, const std::string& file, bool hexFile) {
     return printPackage(std::cout, std::move(bytes)) ? EX_OK : EX_DATAERR;
 }
 
-// vrxctl traps, with what may stand behind it.
+// vrxctl traps, with what may stand after it.
 class TrapsCommand {
 public:
     explicit TrapsCommand(CLI::App& app) : m_list(app.add_subcommand("traps", "show what the agent has sent")) {
@@ -129,7 +129,7 @@ int main(int argc, char** argv) {
     std::string root;
     app.add_option("--root", root, "product root (default: VRX_ROOT, else the installed one)");
 
-    tRaiseRequest request;
+    RaiseRequest request;
     CLI::App* raiseCommand = app.add_subcommand("raise", "raise an alarm at the backend; prints its serial number");
     raiseCommand->add_option("ALARM-ID", request.alarmId, "identifier in the definition file")->required();
     raiseCommand->add_option("PARAMETER", request.parameters, "parameter values, in order");
@@ -222,7 +222,7 @@ int main(int argc, char** argv) {
             return EX_OK;
         }
         if (*listCommand) {
-            const std::vector<tListedAlarm> alarms = listAlarms();
+            const std::vector<ListedAlarm> alarms = listAlarms();
             json ? printAlarmsAsJson(std::cout, alarms) : printAlarms(std::cout, alarms);
             return EX_OK;
         }

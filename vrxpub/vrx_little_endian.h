@@ -16,7 +16,7 @@ inline std::uint64_t getLe64(const unsigned char* p) {
     return getLe32(p) | std::uint64_t{getLe32(p + 4)} << 32;
 }
 
-// Each writer returns the position behind what it wrote.
+// Each writer returns the position after what it wrote.
 inline unsigned char* putLe16(unsigned char* p, std::uint16_t value) {
     p[0] = static_cast<unsigned char>(value);
     p[1] = static_cast<unsigned char>(value >> 8);

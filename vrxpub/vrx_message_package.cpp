@@ -70,7 +70,7 @@ std::string checkCells(const unsigned char* buf, unsigned int recordLen, unsigne
                         head.length, "+", pos, " > ", recordLen, "+", MIN_RECORD_SIZE);
         }
         if (head.length > CTLVCell::INSIDE_SIZE) valueBytes += head.length;
-        pos += head.length;  // never behind `end`: the loop ends exactly there
+        pos += head.length;  // never past `end`: the loop ends exactly there
     }
     count = cells;
     longValues = valueBytes;

@@ -28,7 +28,7 @@ struct TLVMsgHeadV3 {
     unsigned short usHeadParam2 = 0xFFFF;
     unsigned short usHeadParam3 = 0xFFFF;
     unsigned short usHeadParam4 = 0xFFFF;
-    unsigned int uiDataLen = 0;  // bytes behind the header
+    unsigned int uiDataLen = 0;  // bytes after the header
 
     void dump(std::ostringstream& os) const;
 };

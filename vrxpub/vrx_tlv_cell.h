@@ -54,7 +54,7 @@ public:
     // As set_i, with tag and type in one word as on the wire.
     void setCell(unsigned short word, const char* data, unsigned long length);
 
-    // Writes size() bytes, as on the wire, and returns the position behind them. Up to `end` further bytes may change.
+    // Writes size() bytes, as on the wire, and returns the position after them. Up to `end` further bytes may change.
     unsigned char* write(unsigned char* p, const unsigned char* end) const;
 
     // Throw CVRX_Exception unless the type is numerical (above 2), textual (2).
@@ -97,7 +97,7 @@ private:
     unsigned short m_indexedTag = 0;  // by which the record that holds the cell finds it
     bool m_isLent = false;            // the array outside is not ours to delete
     union {
-        unsigned char inside[INSIDE_SIZE];  // up to INSIDE_SIZE bytes, zeros behind them
+        unsigned char inside[INSIDE_SIZE];  // up to INSIDE_SIZE bytes, zeros after them
         unsigned char* outside;             // longer values: an array
         std::uint64_t all;
     } m_value{};

@@ -6,7 +6,7 @@
 //     record->append(cell.get());
 //     cell.release();  // the record owns it from here
 //
-// A record made by withRoom() has memory for cells and their values right behind itself, which appendNew() and decoding
+// A record made by withRoom() has memory for cells and their values right after itself, which appendNew() and decoding
 // use: a row of a dozen cells is one piece of memory instead of two dozen.
 //
 // Threads: a record belongs to one request; no locks. find() enters the cells of a large record into its tag index when
@@ -40,7 +40,7 @@ public:
     CTLVRecordV3(unsigned long long identifier, unsigned long buckets) : CTLVRecordV3(identifier, buckets, 0, 0) {}
     ~CTLVRecordV3();
 
-    // Of any size: the room lies behind the record.
+    // Of any size: the room lies after the record.
     static void* operator new(std::size_t size) { return ::operator new(size); }
     static void operator delete(void* record) { ::operator delete(record); }
 
@@ -115,7 +115,7 @@ private:
 
     CTLVRecordV3(unsigned long long identifier, unsigned long buckets, unsigned int cells, unsigned int valueBytes);
 
-    // Cells as they stand on the wire, one behind the other, and known to be sound and to fit into the room.
+    // Cells as they stand on the wire, one after the other, and known to be sound and to fit into the room.
     void appendAll(const unsigned char* wire, unsigned int count);
 
     void insert(CTLVCell& cell);
@@ -140,7 +140,7 @@ private:
     SentinelPlace m_sentinelPlace;
     CellList m_cells{&m_sentinelPlace};
     unsigned long m_length = 0;
-    // The room: cells from its begin on, values behind the last place of a cell.
+    // The room: cells from its begin on, values after the last place of a cell.
     unsigned char* m_freeCell;  // where the next cell goes
     unsigned char* m_cellsEnd;
     unsigned char* m_freeValue;  // where the next value goes

@@ -47,7 +47,7 @@ public:
     // One byte per sub-identifier, its low 8 bits. cutLength drops the first one when it counts the others.
     Snmp_pp::OctetStr as_string(bool cutLength = false) const;
 
-    // One sub-identifier per byte, behind their count unless withLength is false.
+    // One sub-identifier per byte, after their count unless withLength is false.
     static Oidx from_string(const Snmp_pp::OctetStr& text, bool withLength = true);
 
     // The next OID in order: one level deeper while there are fewer than 128 sub-identifiers, then the next peer.

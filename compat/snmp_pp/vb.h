@@ -74,13 +74,13 @@ public:
     int get_value(pp_uint64& value) const;      // Counter64 only
     int get_value(SnmpSyntax& value) const;     // what the target takes over; a refusal leaves it invalid or empty
 
-    // OCTET STRING with a zero byte behind it. REQUIRES: room for both. "" after a failure.
+    // OCTET STRING with a zero byte after it. REQUIRES: room for both. "" after a failure.
     int get_value(char* text) const;
 
     // OCTET STRING and its length. REQUIRES: room for it. One zero byte and length 0 when the value is of another kind.
     int get_value(unsigned char* bytes, unsigned long& length) const;
 
-    // The same, cut at `capacity`. addNul puts a zero byte behind it, over the last byte when the buffer is full.
+    // The same, cut at `capacity`. addNul puts a zero byte after it, over the last byte when the buffer is full.
     int get_value(unsigned char* bytes, unsigned long& length, unsigned long capacity, bool addNul = false) const;
 
 private:

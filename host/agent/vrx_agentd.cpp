@@ -39,7 +39,7 @@ namespace {
 // Free memory that is not given back to the system: the next walk, or the next packet's buffer, would fetch it again.
 constexpr int KEPT_MEMORY = 4 * 1024 * 1024;
 
-constexpr std::chrono::milliseconds PATIENCE{1'500};  // with handlers at the end
+constexpr std::chrono::milliseconds TIMEOUT{1'500};  // with handlers at the end
 
 // What the service manager shows.
 constexpr const char* SERVING = "answers requests";
@@ -118,7 +118,7 @@ int serve(const CommandLine& line) {
     stateFolder();
     // Before the start is counted, and before the state is read: vrxctl waits here for an agent that starts, instead of
     // leaving it something that it does not see any more.
-    ControlSocket controlSocket(parseBackendAddress("unix:state/agent.sock", root));
+    ControlSocket controlSocket(parseLocalAddress("unix:state/agent.sock", root));
 
     std::unique_ptr<Backend> backend;
     if (line.embeddedBackend) {
@@ -128,7 +128,7 @@ int serve(const CommandLine& line) {
     const DestinationsCloser closer;
     Agent agent(loop, root, line.modules);
     NotificationService notifications(loop, [&agent] { agent.markAllChanged(); });
-    agent.setAlarmsTold([&notifications] { return notifications.isCurrent(); });
+    agent.setAlarmFeedLive([&notifications] { return notifications.isCurrent(); });
     agent.setAlarmsObstacle([&notifications] { return notifications.definitionsFault(); });
     notifications.setLimits(agent.engine().limits().notifications);
     agent.listen(line.listeners);
@@ -155,7 +155,7 @@ int serve(const CommandLine& line) {
     manager.stopping();
     reloader.stop();
     notifications.stop();
-    if (!agent.stop(PATIENCE)) {
+    if (!agent.stop(TIMEOUT)) {
         agent_log::warn("a handler has not come back: the process ends without it");
         std::_Exit(EX_OK);  // all state is on disk; what the handler uses cannot be destroyed under it
     }

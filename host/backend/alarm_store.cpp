@@ -258,7 +258,7 @@ unsigned int AlarmStore::nextSerial() {
     auto serial = static_cast<unsigned int>(readNumber(m_lastSerial));
     for (;;) {
         ++serial;
-        if (serial == 0) continue;  // behind the highest number
+        if (serial == 0) continue;  // after the highest number
         SqliteStatement::Run used(m_findSerial);
         used.bind(1, serial);
         if (!used.step()) return serial;

@@ -2,7 +2,7 @@
 //
 // A change is on the disk, event included, when the operation returns; several alarms in one call change together or
 // not at all. Serial numbers of alarms and sequence numbers of events grow and are never given twice, and event numbers
-// have no holes: who reads "1, 2, 4" has missed 3. Behind the highest serial number comes 1 again, and so on: numbers
+// have no holes: who reads "1, 2, 4" has missed 3. After the highest serial number comes 1 again, and so on: numbers
 // of active alarms and of events that are kept are passed over.
 //
 // Threads: any. Errors: SqliteError, and then nothing has changed. Times: seconds since 1970 UTC.
@@ -53,7 +53,7 @@ public:
     // parameter texts reach `bytes`.
     std::vector<Alarm> activeAfter(unsigned int start, std::size_t count, std::size_t bytes);
 
-    // Events behind number `sequence`, ascending; limits as above.
+    // Events after number `sequence`, ascending; limits as above.
     std::vector<StoredEvent> eventsAfter(unsigned long long sequence, std::size_t count, std::size_t bytes);
 
     unsigned long long lastSequence();

@@ -13,7 +13,7 @@
 #include <utility>
 
 #include "host/base/logging.h"
-#include "host/base/out_of_memory.h"
+#include "host/base/memory_retry.h"
 #include "host/base/product_root.h"
 
 namespace {
@@ -58,7 +58,7 @@ std::unique_ptr<AlarmStore> openStore(const std::string& path, unsigned long lon
     }
 }
 
-FileDescriptor openListener(const BackendAddress& address) {
+FileDescriptor openListener(const LocalAddress& address) {
     try {
         return listenSocket(address);
     } catch (const std::system_error& error) {
@@ -111,7 +111,7 @@ void Backend::start() {
     logLine(LOG_NAME, LogLevel::Info,
             "serves " + transport.address.text() + ": " + std::to_string(status.activeAlarms) +
                 " active alarms, last event " + std::to_string(status.lastSequence));
-    if (transport.address.kind == BackendAddress::Kind::Tcp) {
+    if (transport.address.kind == LocalAddress::Kind::Tcp) {
         logLine(LOG_NAME, LogLevel::Warn,
                 "clients of " + transport.address.text() +
                     " are not authenticated: every user of this machine can raise and clear alarms");
@@ -120,7 +120,7 @@ void Backend::start() {
 
 void Backend::stop() {
     if (!m_acceptor.joinable()) return;
-    if (m_settings.transport.address.kind == BackendAddress::Kind::Unix)
+    if (m_settings.transport.address.kind == LocalAddress::Kind::Unix)
         ::unlink(m_settings.transport.address.path.c_str());
     m_stop.raise();
     m_acceptor.join();
@@ -147,7 +147,7 @@ void Backend::acceptClients() {
         try {
             acceptClient();
         } catch (const std::exception& fault) {
-            untilMemory([&] { noteRefusal(fault.what()); });
+            retryForever([&] { noteRefusal(fault.what()); });
             waitFor(-1, 0, std::chrono::steady_clock::now() + ACCEPT_PAUSE, m_stop.descriptor());
         }
     }

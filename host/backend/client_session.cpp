@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "host/base/out_of_memory.h"
+#include "host/base/memory_retry.h"
 
 namespace {
 
@@ -48,7 +48,7 @@ void ClientSession::run() {
         while (answerRequest()) {
         }
     } catch (const std::exception& fault) {
-        untilMemory([&] { log(LogLevel::Error, fault.what()); });
+        retryForever([&] { log(LogLevel::Error, fault.what()); });
     }
     m_connection.close();  // now: the session itself is removed when the next client comes
 }

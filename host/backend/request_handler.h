@@ -29,11 +29,11 @@ public:
                    BackendTraffic& traffic, std::function<void()> onNewEvents);
 
     // Fills `answer`, a refusal's code in its header included. After a subscription the result is the number of the
-    // event behind which the client's pushes begin.
+    // event after which the client's pushes begin.
     std::optional<unsigned long long> handle(const CR8KPackageV3& request, CR8KPackageV3& answer);
 
     // The package that pushes events to a subscriber, and in `position` the number of its last one; without events
-    // behind `position` the package is empty.
+    // after `position` the package is empty.
     void fillPush(unsigned long long& position, CR8KPackageV3& package);
 
 private:

@@ -38,7 +38,7 @@ void defineOptions(CLI::App& app, CommandLine& line) {
 
 BackendSettings settingsOf(const CommandLine& line) {
     BackendSettings settings = BackendSettings::fromDevice();
-    if (!line.address.empty()) settings.transport.address = parseBackendAddress(line.address, productPath(""));
+    if (!line.address.empty()) settings.transport.address = parseLocalAddress(line.address, productPath(""));
     settings.delay = std::chrono::milliseconds(line.delayMs);
     return settings;
 }

@@ -43,7 +43,7 @@ std::string readSmallFile(const std::string& path) {
     if (std::count(content.begin(), content.end(), '<') > MOST_MARKUP) {
         fail(path, "more than " + std::to_string(MOST_MARKUP) + " elements and comments");
     }
-    // Room behind the end: TinyXML steps up to three bytes over it when a UTF-8 character is cut off there.
+    // Room after the end: TinyXML steps up to three bytes over it when a UTF-8 character is cut off there.
     constexpr std::size_t TINYXML_OVERRUN = 3;
     content.append(TINYXML_OVERRUN, '\0');
     return content;

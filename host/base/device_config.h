@@ -1,4 +1,4 @@
-// The device configuration behind CVRXXmlConfig: <root>/conf/device.xml.
+// The device configuration that CVRXXmlConfig reads: <root>/conf/device.xml.
 //
 //     <device>
 //         <section name="COMMAND">

@@ -13,7 +13,7 @@ class LatencyHistogram {
 public:
     using Duration = std::chrono::nanoseconds;
 
-    static constexpr std::size_t BUCKETS = 20;  // bounded ones; one for all that took longer is behind them
+    static constexpr std::size_t BUCKETS = 20;  // bounded ones; one for all that took longer is after them
 
     // The longest time of a bucket, itself included.
     static constexpr Duration bound(std::size_t bucket) { return Duration(std::int64_t{1} << (FIRST_BITS + bucket)); }

@@ -39,14 +39,14 @@ namespace {
 constexpr const char* LINE_PATTERN = "%Y-%m-%dT%H:%M:%S.%e%z %l %v";
 
 // priority: as syslog and the journal have it.
-struct tLevelName {
+struct LevelName {
     const char* name;
     LogLevel level;
     spdlog::level::level_enum ofSpdlog;
     int priority;
 };
 
-constexpr tLevelName LEVELS[] = {
+constexpr LevelName LEVELS[] = {
     {"trace", LogLevel::Trace, spdlog::level::trace, 7}, {"debug", LogLevel::Debug, spdlog::level::debug, 7},
     {"info", LogLevel::Info, spdlog::level::info, 6},    {"warn", LogLevel::Warn, spdlog::level::warn, 4},
     {"error", LogLevel::Error, spdlog::level::err, 3},   {"off", LogLevel::Off, spdlog::level::off, 7},
@@ -92,9 +92,8 @@ bool isJournal() {
 class JournalFormatter : public spdlog::formatter {
 public:
     void format(const spdlog::details::log_msg& message, spdlog::memory_buf_t& line) override {
-        const auto* const known = std::find_if(std::begin(LEVELS), std::end(LEVELS), [&](const tLevelName& level) {
-            return level.ofSpdlog == message.level;
-        });
+        const auto* const known = std::find_if(std::begin(LEVELS), std::end(LEVELS),
+                                               [&](const LevelName& level) { return level.ofSpdlog == message.level; });
         const int priority =
             known == std::end(LEVELS) ? LEVELS[static_cast<int>(LogLevel::Error)].priority : known->priority;
         const char head[] = {'<', static_cast<char>('0' + priority), '>'};
@@ -177,7 +176,7 @@ public:
     LogLevel level(std::size_t subsystem) const {
         const spdlog::level::level_enum level = m_levels[subsystem].load(std::memory_order_relaxed);
         return std::find_if(std::begin(LEVELS), std::end(LEVELS),
-                            [level](const tLevelName& known) { return known.ofSpdlog == level; })
+                            [level](const LevelName& known) { return known.ofSpdlog == level; })
             ->level;
     }
 
@@ -293,7 +292,7 @@ ssize_t Log::AceBackend::log(ACE_Log_Record& record) {
 }
 
 // Lines of one place of a module, within a ModuleLineLimit.
-struct tModulePlace {
+struct ModulePlace {
     unsigned int module;
     Kind kind;
     unsigned long long code;
@@ -303,12 +302,12 @@ struct tModulePlace {
 };
 
 // The limit of this thread.
-struct tModuleLimit {
+struct ModuleLimit {
     bool isSet = false;
     std::uint64_t lines = 0;
-    std::vector<tModulePlace> places;
+    std::vector<ModulePlace> places;
 };
-thread_local tModuleLimit t_limit;
+thread_local ModuleLimit t_limit;
 
 std::string headOf(unsigned long long code, const char* function, unsigned int line) {
     char number[24];
@@ -362,8 +361,8 @@ private:
     bool isLeftOut(Kind kind, unsigned long long code, const char* function, unsigned int line) const {
         if (!t_limit.isSet) return false;
         if (t_limit.lines == 0) return true;
-        std::vector<tModulePlace>& places = t_limit.places;
-        auto place = std::find_if(places.begin(), places.end(), [&](const tModulePlace& known) {
+        std::vector<ModulePlace>& places = t_limit.places;
+        auto place = std::find_if(places.begin(), places.end(), [&](const ModulePlace& known) {
             return known.line == line && known.kind == kind && known.code == code && known.module == m_module &&
                    known.function == function;
         });
@@ -403,7 +402,7 @@ const char* textOf(LogLevel level) {
 }
 
 LogLevel logLevelOf(const std::string& text) {
-    for (const tLevelName& known : LEVELS) {
+    for (const LevelName& known : LEVELS) {
         if (text == known.name) return known.level;
     }
     throw std::invalid_argument("\"" + text + "\" is none of trace, debug, info, warn, error and off");
@@ -465,7 +464,7 @@ ModuleLineLimit::ModuleLineLimit(std::uint64_t lines) : m_isOutermost(!t_limit.i
 
 ModuleLineLimit::~ModuleLineLimit() {
     if (!m_isOutermost) return;
-    for (const tModulePlace& place : t_limit.places) {
+    for (const ModulePlace& place : t_limit.places) {
         if (place.lines <= t_limit.lines) continue;
         try {
             Log::instance().write(place.kind, "module " + std::to_string(place.module),

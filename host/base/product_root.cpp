@@ -16,7 +16,7 @@ std::optional<std::string>& chosenRoot() {
     return root;
 }
 
-// The root of the file system becomes the empty text: what is put behind it starts with a "/".
+// The root of the file system becomes the empty text: what is put after it starts with a "/".
 std::string withoutTrailingSlash(std::string path) {
     while (!path.empty() && path.back() == '/') path.pop_back();
     return path;

@@ -20,7 +20,7 @@
 namespace {
 
 constexpr char LOG_NAME[] = "service";
-constexpr suseconds_t SEND_PATIENCE_US = 100'000;
+constexpr suseconds_t SEND_TIMEOUT_US = 100'000;
 
 std::string taken(const char* variable) {
     const char* const value = std::getenv(variable);
@@ -86,7 +86,7 @@ void ServiceManager::connect(const std::string& address) {
         warn(reason());
         return;
     }
-    const timeval patience{0, SEND_PATIENCE_US};
+    const timeval patience{0, SEND_TIMEOUT_US};
     ::setsockopt(m_socket.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
 }
 

@@ -18,7 +18,7 @@
 #include <chrono>
 #include <string>
 
-#include "host/base/backend_socket.h"
+#include "host/base/local_socket.h"
 
 class ServiceManager {
 public:

@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <system_error>
 
-#include "host/base/backend_socket.h"
+#include "host/base/local_socket.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "host/base/backend_socket.h"
+#include "host/base/local_socket.h"
 
 namespace {
 

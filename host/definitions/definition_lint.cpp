@@ -19,17 +19,17 @@
 namespace {
 
 constexpr std::size_t MARK_LENGTH = 2;                // "##"
-constexpr std::size_t INDEX_LENGTH = 2;               // the digits behind it
-constexpr std::size_t MAP_REACH = 7;                  // a "{" further behind its "##" is no value map of it
+constexpr std::size_t INDEX_LENGTH = 2;               // the digits after it
+constexpr std::size_t MAP_REACH = 7;                  // a "{" further after its "##" is no value map of it
 constexpr std::uint32_t FIRST_NON_FAULT = 507010006;  // numbers that the alarm table never shows
 constexpr std::uint32_t LAST_NON_FAULT = 507010010;
 
 // Descriptions by raw value, of each enumeration type.
 using Enumerations = std::map<std::string, std::map<std::string, std::string>>;
 
-struct tPlaceholder {
-    std::optional<unsigned int> index;  // none: no digit behind the mark
-    bool cutOff = false;                // nothing at all behind the mark
+struct Placeholder {
+    std::optional<unsigned int> index;  // none: no digit after the mark
+    bool cutOff = false;                // nothing at all after the mark
     bool hasMap = false;
     bool unclosed = false;             // its map has no "}"
     std::vector<std::string> entries;  // of its map, as written
@@ -61,10 +61,10 @@ bool isNotificationOid(const std::string& text) {
     return text.size() > 2 && text.compare(0, 2, "0.") == 0 && isNumber(text.substr(2)) && text != "0.0";
 }
 
-std::vector<tPlaceholder> placeholdersOf(const std::string& text) {
-    std::vector<tPlaceholder> found;
+std::vector<Placeholder> placeholdersOf(const std::string& text) {
+    std::vector<Placeholder> found;
     for (std::size_t at = text.find("##"); at != std::string::npos; at = text.find("##", at + MARK_LENGTH)) {
-        tPlaceholder placeholder;
+        Placeholder placeholder;
         const std::string digits = text.substr(at + MARK_LENGTH, INDEX_LENGTH);
         placeholder.cutOff = digits.empty();
         if (isNumber(digits) && digits.size() == INDEX_LENGTH)
@@ -83,7 +83,7 @@ std::vector<tPlaceholder> placeholdersOf(const std::string& text) {
 
 class Linter {
 public:
-    std::vector<tLintFinding> findings;
+    std::vector<LintFinding> findings;
 
     void enumerationFile(const std::string& path);
     void definitionFile(const std::string& path);
@@ -105,11 +105,11 @@ private:
     void eventId(const TiXmlElement& alarm);
     void texts(const TiXmlElement& alarm);
     void alarmOid(const TiXmlElement& alarm);
-    void paramDesc(const TiXmlElement& alarm, const std::vector<tPlaceholder>& detail);
-    void detailTemplate(const TiXmlElement& alarm, const std::vector<tPlaceholder>& detail);
-    void valueMap(int line, const tPlaceholder& placeholder);
+    void paramDesc(const TiXmlElement& alarm, const std::vector<Placeholder>& detail);
+    void detailTemplate(const TiXmlElement& alarm, const std::vector<Placeholder>& detail);
+    void valueMap(int line, const Placeholder& placeholder);
     void braces(const TiXmlElement& alarm, const std::string& detail);
-    void otherTemplate(const TiXmlElement& alarm, const char* attribute, const std::vector<tPlaceholder>& detail);
+    void otherTemplate(const TiXmlElement& alarm, const char* attribute, const std::vector<Placeholder>& detail);
     void endOf(const TiXmlElement& alarm, const char* attribute);
     std::string enumerationOf(const TiXmlElement& alarm, unsigned int position) const;
 
@@ -241,7 +241,7 @@ void Linter::alarm(const TiXmlElement& alarm) {
     texts(alarm);
     alarmOid(alarm);
     const std::string detail = attribute(alarm, "detail");
-    const std::vector<tPlaceholder> placeholders = placeholdersOf(detail);
+    const std::vector<Placeholder> placeholders = placeholdersOf(detail);
     detailTemplate(alarm, placeholders);
     braces(alarm, detail);
     otherTemplate(alarm, "location", placeholders);
@@ -323,7 +323,7 @@ std::string Linter::enumerationOf(const TiXmlElement& alarm, unsigned int positi
     return {};
 }
 
-void Linter::paramDesc(const TiXmlElement& alarm, const std::vector<tPlaceholder>& detail) {
+void Linter::paramDesc(const TiXmlElement& alarm, const std::vector<Placeholder>& detail) {
     std::set<std::string> positions;
     for (const std::string& entry : split(attribute(alarm, "paramDesc"), ',')) {
         const std::size_t equals = entry.find('=');
@@ -345,7 +345,7 @@ void Linter::paramDesc(const TiXmlElement& alarm, const std::vector<tPlaceholder
             error(alarm.Row(), "unknown-type", fmt::format("enumeration type \"{}\" is not defined", type));
         m_usedTypes.insert(type);
         const unsigned long number = std::strtoul(position.c_str(), nullptr, 10);
-        const bool shown = std::any_of(detail.begin(), detail.end(), [number](const tPlaceholder& item) {
+        const bool shown = std::any_of(detail.begin(), detail.end(), [number](const Placeholder& item) {
             return item.index && *item.index == number;
         });
         if (!shown)
@@ -354,8 +354,8 @@ void Linter::paramDesc(const TiXmlElement& alarm, const std::vector<tPlaceholder
     }
 }
 
-void Linter::detailTemplate(const TiXmlElement& alarm, const std::vector<tPlaceholder>& detail) {
-    for (const tPlaceholder& placeholder : detail) {
+void Linter::detailTemplate(const TiXmlElement& alarm, const std::vector<Placeholder>& detail) {
+    for (const Placeholder& placeholder : detail) {
         if (placeholder.cutOff) {
             error(alarm.Row(), "cut-off-placeholder", "the detail ends in \"##\"; the alarm cannot be rendered");
             continue;
@@ -389,7 +389,7 @@ void Linter::detailTemplate(const TiXmlElement& alarm, const std::vector<tPlaceh
     }
 }
 
-void Linter::valueMap(int line, const tPlaceholder& placeholder) {
+void Linter::valueMap(int line, const Placeholder& placeholder) {
     if (placeholder.entries.empty()) warning(line, "empty-map", "a value map of the detail has no entries");
     std::set<std::string> values;
     for (const std::string& entry : placeholder.entries) {
@@ -404,7 +404,7 @@ void Linter::valueMap(int line, const tPlaceholder& placeholder) {
     }
 }
 
-// Every brace group is removed from the detail, also one that is too far behind its placeholder to be its map.
+// Every brace group is removed from the detail, also one that is too far after its placeholder to be its map.
 void Linter::braces(const TiXmlElement& alarm, const std::string& detail) {
     for (std::size_t open = detail.find('{'); open != std::string::npos; open = detail.find('{', open + 1)) {
         const std::size_t mark = detail.rfind("##", open);
@@ -415,11 +415,11 @@ void Linter::braces(const TiXmlElement& alarm, const std::string& detail) {
     }
 }
 
-void Linter::otherTemplate(const TiXmlElement& alarm, const char* name, const std::vector<tPlaceholder>& detail) {
+void Linter::otherTemplate(const TiXmlElement& alarm, const char* name, const std::vector<Placeholder>& detail) {
     const std::string text = attribute(alarm, name);
     if (text.find('{') != std::string::npos)
         warning(alarm.Row(), "map-outside-detail", fmt::format("braces of the {} are shown as they are", name));
-    for (const tPlaceholder& placeholder : placeholdersOf(text)) {
+    for (const Placeholder& placeholder : placeholdersOf(text)) {
         if (placeholder.cutOff) {
             error(alarm.Row(), "cut-off-placeholder",
                   fmt::format("the {} ends in \"##\"; the alarm cannot be rendered", name));
@@ -435,7 +435,7 @@ void Linter::otherTemplate(const TiXmlElement& alarm, const char* name, const st
                   fmt::format("placeholder ##{:02} of the {} shows as \"None\": the detail has {} placeholders",
                               *placeholder.index, name, detail.size()));
         } else if (std::none_of(detail.begin(), detail.end(),
-                                [&](const tPlaceholder& item) { return item.index == placeholder.index; })) {
+                                [&](const Placeholder& item) { return item.index == placeholder.index; })) {
             error(alarm.Row(), "placeholder-not-in-detail",
                   fmt::format("placeholder ##{:02} of the {} shows as \"--\": the detail does not have it",
                               *placeholder.index, name));
@@ -462,18 +462,18 @@ void Linter::endOf(const TiXmlElement& alarm, const char* name) {
 
 }  // namespace
 
-std::vector<tLintFinding> lintDefinitions(const std::string& definitionFile, const std::string& enumerationFile) {
+std::vector<LintFinding> lintDefinitions(const std::string& definitionFile, const std::string& enumerationFile) {
     Linter linter;
     if (!enumerationFile.empty()) linter.enumerationFile(enumerationFile);
     if (!definitionFile.empty()) linter.definitionFile(definitionFile);
-    std::stable_sort(linter.findings.begin(), linter.findings.end(), [](const tLintFinding& a, const tLintFinding& b) {
+    std::stable_sort(linter.findings.begin(), linter.findings.end(), [](const LintFinding& a, const LintFinding& b) {
         return a.file != b.file ? a.file < b.file : a.line < b.line;
     });
     return std::move(linter.findings);
 }
 
-void printFindings(std::ostream& out, const std::vector<tLintFinding>& findings) {
-    for (const tLintFinding& finding : findings)
+void printFindings(std::ostream& out, const std::vector<LintFinding>& findings) {
+    for (const LintFinding& finding : findings)
         out << fmt::format("{}:{}: {}: {} [{}]\n", finding.file, finding.line,
                            finding.severity == LintSeverity::Error ? "error" : "warning", finding.text, finding.rule);
 }

@@ -10,7 +10,7 @@
 
 enum class LintSeverity { Error, Warning };
 
-struct tLintFinding {
+struct LintFinding {
     std::string file;
     int line = 0;  // counts from 1; 0 where the fault has no line
     LintSeverity severity = LintSeverity::Error;
@@ -20,7 +20,7 @@ struct tLintFinding {
 
 // Findings in the order of file and line. Either path may be empty; without an enumeration file the names of
 // enumeration types are not checked.
-std::vector<tLintFinding> lintDefinitions(const std::string& definitionFile, const std::string& enumerationFile);
+std::vector<LintFinding> lintDefinitions(const std::string& definitionFile, const std::string& enumerationFile);
 
 // One line a finding, "FILE:LINE: error: TEXT [RULE]".
-void printFindings(std::ostream& out, const std::vector<tLintFinding>& findings);
+void printFindings(std::ostream& out, const std::vector<LintFinding>& findings);

@@ -13,7 +13,7 @@
 #include <thread>
 #include <utility>
 
-#include "host/base/backend_socket.h"
+#include "host/base/local_socket.h"
 #include "host/base/logging.h"
 #include "host/destinations/trap_destination_checks.h"
 #include "platform/snmp_trap_api.h"
@@ -22,7 +22,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds STOP_PATIENCE{2};
+constexpr std::chrono::seconds STOP_TIMEOUT{2};
 constexpr const char* SNMP_TRAP_PORT = "162";  // a route does not depend on the port
 
 bool isNumeric(const std::string& address) {
@@ -40,12 +40,12 @@ bool hasRoute(const addrinfo& address) {
 struct Connectivity::State {
     explicit State(Options given) : options(std::move(given)) {}
 
-    struct tEntry {
+    struct Entry {
         bool reachable = false;
         Clock::time_point due;    // when it is looked up again
         Clock::time_point asked;  // last time somebody wanted to know
     };
-    using Entries = std::map<std::string, tEntry>;
+    using Entries = std::map<std::string, Entry>;
 
     const Options options;
 
@@ -139,7 +139,7 @@ void Connectivity::stop() {
     std::thread thread = std::move(m_thread);
     const unsigned int generation = m_state->generation++;
     m_state->changed.notify_all();
-    const bool ended = m_state->changed.wait_for(lock, STOP_PATIENCE, [&] { return m_state->ended == generation; });
+    const bool ended = m_state->changed.wait_for(lock, STOP_TIMEOUT, [&] { return m_state->ended == generation; });
     lock.unlock();
     ended ? thread.join() : thread.detach();
 }
@@ -162,7 +162,7 @@ bool Connectivity::isReachable(const std::string& address) {
     }
 
     m_state->makeRoom();
-    State::tEntry& entry = m_state->entries[address];
+    State::Entry& entry = m_state->entries[address];
     entry.asked = now;
     entry.due = now;
     if (numeric) {

@@ -53,5 +53,5 @@ private:
     std::thread m_thread;                  // guarded by the state's mutex
 };
 
-// The one behind testDomainConnectivity.
+// The one after testDomainConnectivity.
 Connectivity& processConnectivity();

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "host/base/logging.h"
-#include "host/base/out_of_memory.h"
+#include "host/base/memory_retry.h"
 #include "host/base/sqlite_database.h"
 #include "host/destinations/trap_destination_checks.h"
 #include "host/destinations/trap_destination_result.h"
@@ -363,9 +363,9 @@ void TrapDestinationStore::setListener(std::function<void()> listener) {
 }
 
 void TrapDestinationStore::notify() {
-    const std::function<void()> listener = untilMemory([this] {  // the change is made: whoever made it must not fail
+    const std::function<void()> listener = retryForever([this] {  // the change is made: whoever made it must not fail
         const std::lock_guard<std::mutex> lock(m_mutex);
         return m_listener;
     });
-    if (listener) untilMemory(listener);
+    if (listener) retryForever(listener);
 }

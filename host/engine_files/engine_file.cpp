@@ -57,7 +57,7 @@ bool isEngineId(const std::string& text) {
            text.find_first_not_of(HEX_DIGITS, 2) == std::string::npos;
 }
 
-// The engine writes the count of starts and its ID behind all else. A file of nothing but createUser lines was left by
+// The engine writes the count of starts and its ID after all else. A file of nothing but createUser lines was left by
 // vrxctl before the first start.
 std::string stateFault(const std::string& content) {
     if (content.empty()) return "it is empty";

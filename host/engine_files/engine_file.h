@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-#include "host/base/backend_socket.h"
+#include "host/base/local_socket.h"
 #include "host/base/whole_file.h"
 
 namespace engine_file {
@@ -35,7 +35,7 @@ void keepLastGoodCopy(const std::string& path);
 // does not hold one whole ID.
 std::optional<std::string> readEngineId(const std::string& path);
 
-// Hexadecimal digits behind "0x" that are an engine ID (RFC 3411: 5 to 32 octets).
+// Hexadecimal digits after "0x" that are an engine ID (RFC 3411: 5 to 32 octets).
 bool isEngineId(const std::string& text);
 
 // Held by the agent from before it reads the state until it ends, and by whoever changes the state without it. Waits

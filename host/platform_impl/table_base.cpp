@@ -86,7 +86,7 @@ int CSnmpTableBase::OnQueryTable(const CVRX_SnmpContext& ctx, const CR8KPackageV
 }
 
 // Calls the backend until the rows asked for are there, or the table ends. Records that are no rows do not end it: the
-// next call goes on behind the last record received.
+// next call goes on after the last record received.
 int CSnmpTableBase::collectRows(RowsByNumber& rows) {
     const std::string asked = m_currentKey;
     std::string key = asked;
@@ -111,10 +111,9 @@ int CSnmpTableBase::collectRows(RowsByNumber& rows) {
         }
         takeRows(batch, numberOfKey(asked).value_or(0), rows);
         if (received == 0 || !wantsMore(rows)) return 0;
-        if (lastKey.empty()) return 0;  // records without a number tell of no place to go on behind
+        if (lastKey.empty()) return 0;  // records without a number tell of no place to go on after
         if (lastIndex <= position) {
-            log(Severity::Error, __LINE__, "the backend sends no records behind number %llu, the query ends.",
-                position);
+            log(Severity::Error, __LINE__, "the backend sends no records after number %llu, the query ends.", position);
             return TABLE_FAILED;
         }
         total += received;
@@ -131,12 +130,12 @@ bool CSnmpTableBase::wantsMore(const RowsByNumber& rows) const {
     return rows.empty() || (m_requestType == REQUEST_GETBULK && m_wholeTable);
 }
 
-// Moves the rows of a batch that stand behind the row asked for; of two with one number the first stays.
-void CSnmpTableBase::takeRows(CR8KPackageV3& batch, unsigned long long behind, RowsByNumber& rows) {
+// Moves the rows of a batch that stand after the row asked for; of two with one number the first stays.
+void CSnmpTableBase::takeRows(CR8KPackageV3& batch, unsigned long long after, RowsByNumber& rows) {
     while (!batch.records().empty()) {
         std::unique_ptr<CTLVRecordV3> row = takeFirst(batch);
         const unsigned long long number = row->identifier();
-        if (m_requestType != REQUEST_GET && number <= behind) {
+        if (m_requestType != REQUEST_GET && number <= after) {
             noteBadRecord("it stands before the row asked for");
         } else if (!rows.emplace(number, std::move(row)).second) {
             ++m_duplicates;

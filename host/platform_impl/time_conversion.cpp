@@ -8,13 +8,13 @@ namespace {
 constexpr long LAST_YEAR = 65535;  // what the two octets of a DateAndTime hold
 
 // Local time and its offset from UTC in minutes. A time that has no DateAndTime becomes the epoch.
-struct tLocalTime {
+struct LocalTime {
     std::tm parts = {};
     long offsetMinutes = 0;
 };
 
-tLocalTime localTime(long seconds) {
-    tLocalTime local;
+LocalTime localTime(long seconds) {
+    LocalTime local;
     const std::time_t time = seconds;
     if (localtime_r(&time, &local.parts) == nullptr || local.parts.tm_year + 1900L > LAST_YEAR ||
         local.parts.tm_year + 1900L < 0) {
@@ -35,7 +35,7 @@ void appendNumber(std::string& text, long number, unsigned int digits) {
 }  // namespace
 
 void CSnmpUtil::convertTime2DateTime(Snmp_pp::OctetStr& out, long seconds) {
-    const tLocalTime local = localTime(seconds);
+    const LocalTime local = localTime(seconds);
     const std::tm& t = local.parts;
     const long year = t.tm_year + 1900L;
     const long offset = local.offsetMinutes < 0 ? -local.offsetMinutes : local.offsetMinutes;
@@ -55,7 +55,7 @@ void CSnmpUtil::convertTime2DateTime(Snmp_pp::OctetStr& out, long seconds) {
 }
 
 void CSnmpUtil::convertTime2DateTimeStr(Snmp_pp::OctetStr& out, long seconds) {
-    const tLocalTime local = localTime(seconds);
+    const LocalTime local = localTime(seconds);
     const std::tm& t = local.parts;
     const long offset = local.offsetMinutes < 0 ? -local.offsetMinutes : local.offsetMinutes;
     std::string text;

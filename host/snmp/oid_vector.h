@@ -26,7 +26,7 @@ inline std::string oidText(const OidVector& name) {
     return oidText(name.data(), name.size());
 }
 
-// Less than, equal to or greater than 0, as the first name stands before, at or behind the second.
+// Less than, equal to or greater than 0, as the first name stands before, at or after the second.
 int compareOid(const oid* a, std::size_t aLength, const oid* b, std::size_t bLength);
 
 // Whether `name` is `root` or stands below it.

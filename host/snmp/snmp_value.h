@@ -7,8 +7,9 @@
 #include <string>
 #include <string_view>
 
-// As Net-SNMP declares it; oid_vector.h tells why its header may be missing.
 struct variable_list;
+
+// As Net-SNMP declares it; oid_vector.h tells why its header may be missing.
 using netsnmp_variable_list = ::variable_list;
 
 constexpr unsigned char NO_VALUE = 0x05;  // ASN_NULL

@@ -5,7 +5,7 @@
 #include <stdexcept>
 
 #include "host/base/logging.h"
-#include "host/base/out_of_memory.h"
+#include "host/base/memory_retry.h"
 #include "host/transport/backend_result.h"
 #include "module/vrx_exception.h"
 
@@ -94,7 +94,7 @@ void AlarmEventSource::run() {
             try {
                 runConnection();
             } catch (const std::exception& fault) {
-                untilMemory([&] { noteFailure(fault.what()); });
+                retryForever([&] { noteFailure(fault.what()); });
             }
             m_backoff.failed(Clock::now());
             if (waitFor(-1, 0, m_backoff.nextTry(), m_stop.descriptor()) == Wait::Cancelled) return;
@@ -130,7 +130,7 @@ void AlarmEventSource::runConnection() {
     m_backoff.succeeded();
     ++m_connections;
     logLine(LOG_NAME, LogLevel::Info,
-            "subscribed at " + m_options.address.text() + " behind event " + std::to_string(handled) + ", " +
+            "subscribed at " + m_options.address.text() + " after event " + std::to_string(handled) + ", " +
                 std::to_string(state.alarms.size()) + " active alarms");
 
     // Tells the listener of the end, however it comes.
@@ -138,7 +138,7 @@ void AlarmEventSource::runConnection() {
         Connected(Listener& l, std::atomic<bool>& c) : listener(l), current(c) {}
         ~Connected() {
             current = false;
-            untilMemory([this] { guarded("the listener's onDisconnected", [this] { listener.onDisconnected(); }); });
+            retryForever([this] { guarded("the listener's onDisconnected", [this] { listener.onDisconnected(); }); });
         }
         Connected(const Connected&) = delete;
         Connected& operator=(const Connected&) = delete;
@@ -253,7 +253,7 @@ void AlarmEventSource::deliver(const CTLVRecordV3& record, unsigned long long& h
     }
     if (sequence <= handled) {
         ++m_malformed;
-        complain("event " + std::to_string(sequence) + " behind event " + std::to_string(handled) + " is skipped");
+        complain("event " + std::to_string(sequence) + " after event " + std::to_string(handled) + " is skipped");
         return;
     }
     if (sequence > handled + 1) {

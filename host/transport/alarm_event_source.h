@@ -23,8 +23,8 @@
 #include <thread>
 #include <vector>
 
-#include "host/base/backend_backoff.h"
-#include "host/base/line_budget.h"
+#include "host/base/backoff.h"
+#include "host/base/log_rate_limiter.h"
 #include "host/transport/backend_connection.h"
 #include "host/transport/backend_options.h"
 #include "host/transport/backend_protocol.h"
@@ -117,10 +117,10 @@ private:
     std::thread m_thread;
 
     // of the source's thread
-    BackendBackoff m_backoff;
-    LineBudget m_complaints{60, std::chrono::seconds(60)};  // a backend may send what cannot be used without end
-    bool m_failureKnown = false;                            // the reason for the lack of a subscription was logged
-    std::optional<unsigned long long> m_currentAt;          // event with which the listener has come up with the store
+    Backoff m_backoff;
+    LogRateLimiter m_complaints{60, std::chrono::seconds(60)};  // a backend may send what cannot be used without end
+    bool m_failureKnown = false;                                // the reason for the lack of a subscription was logged
+    std::optional<unsigned long long> m_currentAt;  // event with which the listener has come up with the store
 
     std::atomic<bool> m_current{false};
     std::atomic<unsigned long long> m_connections{0};

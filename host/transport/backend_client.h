@@ -1,4 +1,4 @@
-// The transport to the management backend: what stands behind CSNMP_Configuration.
+// The transport to the management backend: what CSNMP_Configuration sends through.
 //
 // A pool of connections. Each call takes an idle one or opens one, sends its request and waits for the answer; with all
 // of them in use it waits for a free one. The deadline covers all of that. A connection whose call failed or came too
@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-#include "host/base/backend_backoff.h"
+#include "host/base/backoff.h"
 #include "host/base/latency_histogram.h"
 #include "host/transport/backend_connection.h"
 #include "host/transport/backend_options.h"
@@ -69,7 +69,7 @@ private:
     // guarded by m_mutex
     std::vector<std::unique_ptr<BackendConnection>> m_idle;
     unsigned int m_open = 0;  // idle, in use, or being made
-    BackendBackoff m_backoff;
+    Backoff m_backoff;
     bool m_stateKnown = false;
     bool m_reachable = false;
     Clock::time_point m_lastSuccess{};

@@ -37,7 +37,7 @@ BackendOptions BackendOptions::fromDevice() {
     BackendOptions options;
     std::string address;
     CVRXXmlConfig::instance()->getDeviceItem(SECTION, "ADDRESS", address);
-    options.address = parseBackendAddress(address.empty() ? DEFAULT_ADDRESS : address, VRX_Utility::getVRXRootEnv());
+    options.address = parseLocalAddress(address.empty() ? DEFAULT_ADDRESS : address, VRX_Utility::getVRXRootEnv());
 
     const auto deadline = static_cast<unsigned long long>(options.callDeadline.count());
     options.callDeadline =

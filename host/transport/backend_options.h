@@ -5,10 +5,10 @@
 #include <cstddef>
 #include <string>
 
-#include "host/base/backend_address.h"
+#include "host/base/local_address.h"
 
 struct BackendOptions {
-    BackendAddress address;
+    LocalAddress address;
     std::chrono::milliseconds callDeadline{800};      // below the second that managers usually wait
     std::size_t packageLimit = std::size_t{4} << 20;  // bytes, header included
     unsigned int connections = 8;                     // of the transport's pool

@@ -29,7 +29,7 @@ struct FakeTransport : TrapTransport {
     struct Channel : TrapChannel {
         Channel(FakeTransport& t, const TrapRoute& r) : transport(t), route(r) { ++transport.openChannels; }
         ~Channel() override { --transport.openChannels; }
-        TrapSendResult send(const Trap& trap, std::size_t wanted) override {
+        TrapSendResult send(const Notification& trap, std::size_t wanted) override {
             TrapSendResult result;
             transport.wanted = wanted;
             if (transport.sendFails) {
@@ -84,8 +84,8 @@ inline tTrapDestInfo destination(const std::string& index, unsigned int port, co
     return info;
 }
 
-inline std::shared_ptr<const Trap> trapNumbered(unsigned long number) {
-    auto trap = std::make_shared<Trap>();
+inline std::shared_ptr<const Notification> trapNumbered(unsigned long number) {
+    auto trap = std::make_shared<Notification>();
     trap->oid = {1, 3, 6, 1, 9, 0, number};
     return trap;
 }

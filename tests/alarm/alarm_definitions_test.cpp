@@ -304,7 +304,7 @@ TEST_F(AlarmDefinitionsTest, HundredThousandLevelsFailOnASmallStack) {
                            ") failed.\nElements are nested more than 64 levels deep. Location(row:0,col:0).");
 }
 
-TEST_F(AlarmDefinitionsTest, TextEndsAtAZeroByteAlsoBehindABrokenCharacter) {
+TEST_F(AlarmDefinitionsTest, TextEndsAtAZeroByteAlsoAfterABrokenCharacter) {
     std::string content = XML_DECLARATION + std::string("<root><eventDefinition/>\xE4");
     content += std::string(2, '\0');
     for (int i = 0; i < 100000; ++i) content += "<a>";

@@ -188,7 +188,7 @@ TEST_F(AlarmRenderingTest, DetailEndingInAMarkFails) {
                                       "parsed detail is detail before."));
 }
 
-TEST_F(AlarmRenderingTest, SuggestionEndingInAMarkFailsBehindLocationAndDetail) {
+TEST_F(AlarmRenderingTest, SuggestionEndingInAMarkFailsAfterLocationAndDetail) {
     const Rendered r = renderTemplates("##00", "slot ##00", "replace ##", "7&#44;,");
     EXPECT_EQ(r.result, 16793615);
     EXPECT_EQ(r.level, 70U);
@@ -250,7 +250,7 @@ TEST_F(AlarmRenderingTest, ValueBroughtInIsSearchedAgain) {
     EXPECT_EQ(renderDetail("##00 ##01", "##01,end"), "end end");
 }
 
-TEST_F(AlarmRenderingTest, ValueMayCompleteAPlaceholderWithTheTextBehindIt) {
+TEST_F(AlarmRenderingTest, ValueMayCompleteAPlaceholderWithTheTextAfterIt) {
     EXPECT_EQ(renderDetail("##0001 ##01", "##,end"), "end end");
 }
 
@@ -589,7 +589,7 @@ INSTANTIATE_TEST_SUITE_P(Texts, BraceTest,
                                          BraceCase{"CloseFirst", "a}b{c}d", "a}bd"},
                                          BraceCase{"NestedEndsAtTheFirstClose", "a{b{c}d}e", "ad}e"},
                                          BraceCase{"Unclosed", "a{b", "a{b"},
-                                         BraceCase{"UnclosedBehindAGroup", "a{b}c{d", "ac{d"}),
+                                         BraceCase{"UnclosedAfterAGroup", "a{b}c{d", "ac{d"}),
                          [](const testing::TestParamInfo<BraceCase>& test) { return test.param.name; });
 
 TEST(Brace, UnclosedGroupIsLogged) {
@@ -645,8 +645,8 @@ INSTANTIATE_TEST_SUITE_P(
         ValueCase{"EntryWithOnePartIsSkipped", "##00{a;a:one}", {"a"}, {{0, "one"}}},
         ValueCase{"EntryWithEmptyText", "##00{a:}", {"a"}, {{0, ""}}},
         ValueCase{"EntryForTheEmptyValue", "##00{:empty}", {""}, {{0, "empty"}}},
-        ValueCase{"MapSevenBehind", "##00 ab{x:y}", {"x"}, {{0, "y"}}},
-        ValueCase{"MapEightBehindIsNone", "##00 abc{x:y}", {"x"}, {{0, "x"}}},
+        ValueCase{"MapSevenAfter", "##00 ab{x:y}", {"x"}, {{0, "y"}}},
+        ValueCase{"MapEightAfterIsNone", "##00 abc{x:y}", {"x"}, {{0, "x"}}},
         ValueCase{"MapAfterALaterMark", "##00##01{x:y}", {"x", "x"}, {{0, "x"}, {1, "y"}}},
         ValueCase{"MapOfTheNextPlaceholderWithinReach", "##0##1{x:y}", {"x", "x"}, {{0, "y"}, {1, "y"}}},
         ValueCase{"MarkInsideAMap", "##00{a:##01}", {"a", "b"}, {{0, "##01"}, {1, "b"}}},
@@ -742,7 +742,7 @@ TEST_F(AlarmRenderingTest, ReplacementWithoutAPairLeavesTheText) {
     CAlarmConfigParser& parser = load();
     std::string text = "a##00b";
     EXPECT_FALSE(parser.replaceParaWithBraceValue(text, 1, 1, 4, {{0, "x"}}));
-    EXPECT_FALSE(parser.replaceParaWithBraceValue(text, 0, 7, 4, {{0, "x"}}));  // behind the end
+    EXPECT_FALSE(parser.replaceParaWithBraceValue(text, 0, 7, 4, {{0, "x"}}));  // after the end
     EXPECT_EQ(text, "a##00b");
     EXPECT_TRUE(parser.replaceParaWithBraceValue(text, 0, 1, 4, {{0, "x"}, {0, "y"}}));
     EXPECT_EQ(text, "axb");

@@ -51,7 +51,7 @@ INSTANTIATE_TEST_SUITE_P(
         DepthCase{"UnquotedSelfClosing", "<a><b t=1/><c/></a>", 2},
         DepthCase{"Declaration", "<?xml version='1.0' encoding='UTF-8'?><a/>", 1},
         DepthCase{"DeclarationWithQuotedBracket", "<?xml version='>'?><a/>", 1},
-        DepthCase{"DeclarationEndsBehindOtherWords", "<?xml t='><a><b/></a>", 2},
+        DepthCase{"DeclarationEndsAfterOtherWords", "<?xml t='><a><b/></a>", 2},
         DepthCase{"DeclarationWithUnquotedValue", "<?xml version=1 t='><a><b/></a>", 2},
         DepthCase{"ProcessingInstruction", "<?go t='><a/>'?>", 1},
         DepthCase{"Doctype", "<!DOCTYPE root SYSTEM 'a'><a/>", 1},
@@ -64,12 +64,12 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(AlarmXmlDepth, ZeroByteEndsTheText) {
     EXPECT_EQ(scannedDepth(std::string("<a>\0<b><c>", 10)), 1U);
     // Whatever is open there.
-    const std::string behind = std::string(1, '\0') + "'?>--><b><c>";
+    const std::string after = std::string(1, '\0') + "'?>--><b><c>";
     for (const std::string open : {"<a", "<a t='", "<a><!--", "<a><![CDATA[", "<a></", "<a><", "<a><1"}) {
-        EXPECT_EQ(scannedDepth(open + behind), 1U) << open;
+        EXPECT_EQ(scannedDepth(open + after), 1U) << open;
     }
     for (const std::string open : {"<?xml", "<?xml version", "<?xml version=", "<?xml version='", "<?xml encoding=x"}) {
-        EXPECT_EQ(scannedDepth(open + behind), 0U) << open;
+        EXPECT_EQ(scannedDepth(open + after), 0U) << open;
     }
 }
 

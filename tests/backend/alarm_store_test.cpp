@@ -167,7 +167,7 @@ TEST_F(AlarmStoreTest, TheLastSerialNumberIsUsable) {
     EXPECT_TRUE(activeSerials(LAST_SERIAL).empty());
 }
 
-TEST_F(AlarmStoreTest, BehindTheLastSerialNumberComeThoseThatNobodyHas) {
+TEST_F(AlarmStoreTest, AfterTheLastSerialNumberComeThoseThatNobodyHas) {
     open(6);                                                      // events kept
     for (int count = 0; count < 5; ++count) raise(alarmOf(1));    // 1 to 5; events 1 to 5
     ASSERT_EQ(m_store->clear({1, 2, 4, 5}, 2000), BACKEND_OK);    // up to event 9
@@ -195,7 +195,7 @@ TEST_F(AlarmStoreTest, ARefusedRaiseGivesNoSerialNumberAway) {
     EXPECT_EQ(raise(alarmOf(1)), 2U);
 }
 
-TEST_F(AlarmStoreTest, ActiveAlarmsAreListedBehindTheStartInAscendingOrder) {
+TEST_F(AlarmStoreTest, ActiveAlarmsAreListedAfterTheStartInAscendingOrder) {
     for (const unsigned int serial : {30U, 10U, 20U}) raise(alarmWithSerial(serial));
     EXPECT_EQ(activeSerials(), (Serials{10, 20, 30}));
     EXPECT_EQ(activeSerials(10), (Serials{20, 30}));
@@ -204,7 +204,7 @@ TEST_F(AlarmStoreTest, ActiveAlarmsAreListedBehindTheStartInAscendingOrder) {
     EXPECT_TRUE(activeSerials(0, 0).empty());
 }
 
-TEST_F(AlarmStoreTest, EventsAreListedBehindANumberInAscendingOrder) {
+TEST_F(AlarmStoreTest, EventsAreListedAfterANumberInAscendingOrder) {
     for (int count = 0; count < 5; ++count) raise(alarmOf(1));
     EXPECT_EQ(eventNumbers(), (Numbers{1, 2, 3, 4, 5}));
     EXPECT_EQ(eventNumbers(3), (Numbers{4, 5}));

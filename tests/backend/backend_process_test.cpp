@@ -167,7 +167,7 @@ TEST_F(BackendProcessTest, TheAddressOfTheCommandLineTakesPrecedence) {
     const std::string address = "tcp:127.0.0.1:" + std::to_string(freeTcpPort());
     const auto program = run({"--address", address});
     ASSERT_TRUE(program->isReady()) << program->log();
-    BackendClient client(optionsFor(parseBackendAddress(address, "")));
+    BackendClient client(optionsFor(parseLocalAddress(address, "")));
     EXPECT_EQ(askWwn(client), BACKEND_OK);
 }
 

@@ -130,7 +130,7 @@ TEST_F(BackendTest, AnswersOverAUnixSocket) {
 }
 
 TEST_F(BackendTest, AnswersOverTcp) {
-    m_settings.transport.address = parseBackendAddress("tcp:127.0.0.1:" + std::to_string(freeTcpPort()), "");
+    m_settings.transport.address = parseLocalAddress("tcp:127.0.0.1:" + std::to_string(freeTcpPort()), "");
     start();
     EXPECT_EQ(ask(makeRecord(m_settings.commands.getSystemWwn)), BACKEND_OK);
 }
@@ -139,7 +139,7 @@ TEST_F(BackendTest, ATcpAddressIsSaidToBeOpenToEveryUser) {
     start();
     EXPECT_TRUE(m_log.linesWith("authenticated").empty()) << "a socket with a mode";
     m_backend->stop();
-    m_settings.transport.address = parseBackendAddress("tcp:127.0.0.1:" + std::to_string(freeTcpPort()), "");
+    m_settings.transport.address = parseLocalAddress("tcp:127.0.0.1:" + std::to_string(freeTcpPort()), "");
     start();
     EXPECT_EQ(
         m_log.linesWith("authenticated"),
@@ -296,7 +296,7 @@ TEST_F(BackendTest, RandomMutationsOfARequestNeverStopTheBackend) {
     EXPECT_EQ(ask(raiseRecord()), BACKEND_OK);
 }
 
-TEST_F(BackendTest, ASubscriberGetsTheEventsBehindItsNumberInOrder) {
+TEST_F(BackendTest, ASubscriberGetsTheEventsAfterItsNumberInOrder) {
     start();
     raise(5);
     const auto subscriber = subscribe(2);

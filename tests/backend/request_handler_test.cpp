@@ -260,7 +260,7 @@ TEST_F(RequestHandlerTest, CurrentAlarmsHaveAllTheirCells) {
     EXPECT_EQ(textOf(alarm, alarm_tag::PARAMETERS), "a=b");
 }
 
-TEST_F(RequestHandlerTest, CurrentAlarmsComeBehindTheStartUpToTheCount) {
+TEST_F(RequestHandlerTest, CurrentAlarmsComeAfterTheStartUpToTheCount) {
     raiseAlarms(5);
     listRecord(2, 2);
     ASSERT_EQ(handle(), BACKEND_OK);
@@ -315,14 +315,14 @@ TEST_F(RequestHandlerTest, ASubscriptionWithoutANumberBeginsNow) {
     EXPECT_EQ(m_subscribed, 3U);
 }
 
-TEST_F(RequestHandlerTest, ASubscriptionBeginsBehindTheEventHandled) {
+TEST_F(RequestHandlerTest, ASubscriptionBeginsAfterTheEventHandled) {
     raiseAlarms(3);
     appendUint64(record(m_codes.subscribeAlarm), alarm_tag::HANDLED, 1);
     ASSERT_EQ(handle(), BACKEND_OK);
     EXPECT_EQ(m_subscribed, 1U);
 }
 
-TEST_F(RequestHandlerTest, ASubscriptionBehindAnEventThatIsNotThereYetBeginsNow) {
+TEST_F(RequestHandlerTest, ASubscriptionAfterAnEventThatIsNotThereYetBeginsNow) {
     raiseAlarms(3);
     appendUint64(record(m_codes.subscribeAlarm), alarm_tag::HANDLED, ~0ULL);
     ASSERT_EQ(handle(), BACKEND_OK);
@@ -340,7 +340,7 @@ TEST_F(RequestHandlerTest, ASubscriptionWithATextForANumberIsRefused) {
     EXPECT_FALSE(m_subscribed.has_value());
 }
 
-TEST_F(RequestHandlerTest, APushHoldsTheEventsBehindAPosition) {
+TEST_F(RequestHandlerTest, APushHoldsTheEventsAfterAPosition) {
     raiseAlarms(2);
     clearRecord(1);
     ASSERT_EQ(handle(), BACKEND_OK);

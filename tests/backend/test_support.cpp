@@ -20,7 +20,7 @@ namespace {
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds PATIENCE{60};
+constexpr std::chrono::seconds TIMEOUT{60};
 
 int removeEntry(const char* path, const struct stat*, int, FTW*) {
     return ::remove(path);
@@ -84,7 +84,7 @@ std::vector<std::string> LogCapture::linesWith(const std::string& part) const {
 }
 
 bool eventually(const std::function<bool()>& condition) {
-    const Clock::time_point end = Clock::now() + PATIENCE;
+    const Clock::time_point end = Clock::now() + TIMEOUT;
     while (!condition()) {
         if (Clock::now() > end) return false;
         std::this_thread::sleep_for(milliseconds(2));
@@ -93,7 +93,7 @@ bool eventually(const std::function<bool()>& condition) {
 }
 
 Deadline inTime() {
-    return Clock::now() + PATIENCE;
+    return Clock::now() + TIMEOUT;
 }
 
 Deadline soon() {
@@ -112,14 +112,14 @@ unsigned short freeTcpPort() {
     return ntohs(address.sin_port);
 }
 
-BackendAddress unixAddress(const std::string& path) {
-    return parseBackendAddress("unix:" + path, "");
+LocalAddress unixAddress(const std::string& path) {
+    return parseLocalAddress("unix:" + path, "");
 }
 
-BackendOptions optionsFor(const BackendAddress& address) {
+BackendOptions optionsFor(const LocalAddress& address) {
     BackendOptions options;
     options.address = address;
-    options.callDeadline = PATIENCE;  // tests of deadlines set their own
+    options.callDeadline = TIMEOUT;  // tests of deadlines set their own
     return options;
 }
 
@@ -159,7 +159,7 @@ Bytes textAnswer(const std::string& text) {
     return encoded(answer);
 }
 
-ScriptedServer::ScriptedServer(const BackendAddress& address, Serve serve)
+ScriptedServer::ScriptedServer(const LocalAddress& address, Serve serve)
     : m_address(address), m_serve(std::move(serve)), m_listener(listenSocket(address)) {
     m_acceptor = std::thread([this] { run(); });
 }

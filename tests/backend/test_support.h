@@ -60,8 +60,8 @@ Deadline soon();    // near, for what is expected not to happen
 // A loopback port that nobody listens on now.
 unsigned short freeTcpPort();
 
-BackendAddress unixAddress(const std::string& path);
-BackendOptions optionsFor(const BackendAddress& address);
+LocalAddress unixAddress(const std::string& path);
+BackendOptions optionsFor(const LocalAddress& address);
 
 // The codes that the tests use; the numbers of the shipped device configuration.
 BackendCommands testCommands();
@@ -80,7 +80,7 @@ class ScriptedServer {
 public:
     using Serve = std::function<void(int descriptor, int number)>;
 
-    ScriptedServer(const BackendAddress& address, Serve serve);
+    ScriptedServer(const LocalAddress& address, Serve serve);
     ~ScriptedServer();  // ends waiting reads of `serve`, too
     ScriptedServer(const ScriptedServer&) = delete;
     ScriptedServer& operator=(const ScriptedServer&) = delete;
@@ -91,7 +91,7 @@ public:
 private:
     void run();
 
-    BackendAddress m_address;
+    LocalAddress m_address;
     Serve m_serve;
     WakeFlag m_stop;
     FileDescriptor m_listener;

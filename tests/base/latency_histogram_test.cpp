@@ -29,7 +29,7 @@ TEST(LatencyHistogram, BoundsDoubleAndBelongToTheirBuckets) {
     }
 }
 
-TEST(LatencyHistogram, WhatTakesLongerThanAllBoundsIsCountedBehindThem) {
+TEST(LatencyHistogram, WhatTakesLongerThanAllBoundsIsCountedAfterThem) {
     LatencyHistogram histogram;
     histogram.add(hours(24 * 365));
     EXPECT_EQ(histogram.inBucket(LatencyHistogram::BUCKETS), 1U);

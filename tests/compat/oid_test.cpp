@@ -51,11 +51,11 @@ constexpr ParseCase PARSE_CASES[] = {
     {"Empty", "", false, 0, ""},
     {"Null", nullptr, false, 0, ""},
     {"Word", "None", false, 0, ""},
-    {"WordBehindNumbers", "1.2.None", false, 0, ""},
-    {"WordBehindANumber", "5.None", false, 0, ""},
+    {"WordAfterNumbers", "1.2.None", false, 0, ""},
+    {"WordAfterANumber", "5.None", false, 0, ""},
     {"DollarNotClosed", "1.$ab", false, 0, ""},
     {"DollarFollowedByALetter", "1.$a$b", false, 0, ""},
-    {"LetterBehindANumber", "1.3.6a", false, 0, ""},
+    {"LetterAfterANumber", "1.3.6a", false, 0, ""},
     {"LetterFirst", "a1", false, 0, ""},
     {"Comma", "1,3", false, 0, ""},
     {"Plus", "+1", false, 0, ""},
@@ -222,7 +222,7 @@ TEST(Oid, SumOfEmptyOnes) {
     EXPECT_EQ((Oid() + Oid()).len(), 0U);
 }
 
-TEST(Oid, ReadsByIndexAndGivesZeroBehindTheEnd) {
+TEST(Oid, ReadsByIndexAndGivesZeroAfterTheEnd) {
     const Oid oid("1.3.6");
     EXPECT_EQ(oid[0], 1U);
     EXPECT_EQ(oid[2], 6U);

@@ -176,7 +176,7 @@ TEST(Vb, UnsignedComesFromTheUnsignedTypes) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
-TEST(Vb, TextComesFromOctetsWithAZeroByteBehind) {
+TEST(Vb, TextComesFromOctetsWithAZeroByteAfter) {
     char text[8] = "xxxxxxx";
     EXPECT_EQ(vbWith(OctetStr("abc")).get_value(text), SNMP_CLASS_SUCCESS);
     EXPECT_STREQ(text, "abc");

@@ -17,9 +17,9 @@ using testing::IsEmpty;
 const std::string DEFINITIONS = std::string(SEEDED_FILES_DIR) + "/seeded_definitions.xml";
 const std::string ENUMERATIONS = std::string(SEEDED_FILES_DIR) + "/seeded_enumerations.xml";
 
-std::vector<std::string> rulesWithLines(const std::vector<tLintFinding>& findings) {
+std::vector<std::string> rulesWithLines(const std::vector<LintFinding>& findings) {
     std::vector<std::string> rules;
-    for (const tLintFinding& finding : findings) rules.push_back(std::to_string(finding.line) + " " + finding.rule);
+    for (const LintFinding& finding : findings) rules.push_back(std::to_string(finding.line) + " " + finding.rule);
     return rules;
 }
 
@@ -46,9 +46,9 @@ TEST(DefinitionLint, FindsEachSeededFaultOfTheEnumerationFileAtItsLine) {
 }
 
 TEST(DefinitionLint, FindsEachSeededFaultOfTheDefinitionFileAtItsLine) {
-    std::vector<tLintFinding> findings = lintDefinitions(DEFINITIONS, ENUMERATIONS);
+    std::vector<LintFinding> findings = lintDefinitions(DEFINITIONS, ENUMERATIONS);
     findings.erase(std::remove_if(findings.begin(), findings.end(),
-                                  [](const tLintFinding& finding) { return finding.file != DEFINITIONS; }),
+                                  [](const LintFinding& finding) { return finding.file != DEFINITIONS; }),
                    findings.end());
     EXPECT_THAT(
         rulesWithLines(findings),
@@ -65,7 +65,7 @@ TEST(DefinitionLint, FindsEachSeededFaultOfTheDefinitionFileAtItsLine) {
 
 TEST(DefinitionLint, TheSeededFilesHoldMoreThanTwentyKindsOfFaults) {
     std::set<std::string> rules;
-    for (const tLintFinding& finding : lintDefinitions(DEFINITIONS, ENUMERATIONS)) rules.insert(finding.rule);
+    for (const LintFinding& finding : lintDefinitions(DEFINITIONS, ENUMERATIONS)) rules.insert(finding.rule);
     EXPECT_GE(rules.size(), 20U);
 }
 
@@ -83,13 +83,13 @@ TEST(DefinitionLint, MissingFileIsOneFindingWithoutLine) {
 
 TEST(DefinitionLint, BrokenXmlIsNamedWithItsLine) {
     const ScratchFile file("<root>\n<eventDefinition>\n<param eventID='1' name></param></eventDefinition></root>");
-    const std::vector<tLintFinding> findings = lintDefinitions(file.path, "");
+    const std::vector<LintFinding> findings = lintDefinitions(file.path, "");
     EXPECT_THAT(rulesWithLines(findings), ElementsAre("3 unreadable"));
 }
 
 TEST(DefinitionLint, WrongRootIsNamed) {
     const ScratchFile file("<alarms/>");
-    const std::vector<tLintFinding> findings = lintDefinitions(file.path, "");
+    const std::vector<LintFinding> findings = lintDefinitions(file.path, "");
     ASSERT_THAT(rulesWithLines(findings), ElementsAre("1 wrong-root"));
     EXPECT_EQ(findings[0].text, "the root element is (alarms), should be (root)");
 }

@@ -170,7 +170,7 @@ TEST_F(Store, NumbersOfDeletedRowsAreNotSoonGivenAgainOverRestartsToo) {
     EXPECT_THAT(numbers(), ElementsAre("1", "3"));
 }
 
-TEST_F(Store, NumbersBeginAgainBehindTheHighest) {
+TEST_F(Store, NumbersBeginAgainAfterTheHighest) {
     {
         TrapDestinationStore::Transaction transaction(*m_store);
         transaction.assignNext(2);

@@ -46,11 +46,11 @@ class AnswerRates(unittest.TestCase):
         return link
 
     def got(self, link, data):
-        """Octets of the answer, 0 when there is none: an authenticated request behind it is answered."""
-        behind = snmp_engine.known_message(snmp_engine.SEALER, ber.pdu(ber.GET, [ber.varbind(SYS_NAME)], request=7))
+        """Octets of the answer, 0 when there is none: an authenticated request after it is answered."""
+        after = snmp_engine.known_message(snmp_engine.SEALER, ber.pdu(ber.GET, [ber.varbind(SYS_NAME)], request=7))
         link.settimeout(20)
         link.send(data)
-        link.send(self.engine.fill(behind.encode()))
+        link.send(self.engine.fill(after.encode()))
         octets = 0
         while True:
             answer = link.recv(1 << 16)

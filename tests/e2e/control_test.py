@@ -1,4 +1,4 @@
-"""vrxctl against a running agent: users with keys that are made for them, status, reload; and the socket behind it."""
+"""vrxctl against a running agent: users with keys that are made for them, status, reload; and the socket that it asks."""
 
 import http.client
 import json

@@ -29,7 +29,7 @@ AT_LEAST = {
     "too long a name": 140, "huge number": 600, "negative number": 500, "format string": 400, "oversized string": 190,
     "PDU tag": 850, "bulk": 2000, "short message": 600, "write": 3000, "clock": 28, "nested": 20,
     "mutated v1": 3000, "mutated v2c": 3000, "mutated v3": 3000, "mutated signed v3": 3000, "mutated sealed v3": 3000,
-    "mutated behind a signature": 3000, "mutated behind encryption": 3000, "mutated request": 3000,
+    "mutated after a signature": 3000, "mutated after encryption": 3000, "mutated request": 3000,
 }
 NO_SUCH_NAME, NO_ACCESS = 2, 6  # for a SET
 

@@ -102,7 +102,7 @@ class Rows(unittest.TestCase):
         def serve(_connection, code, body):
             if code != GET_CURRENT_ALARM:
                 return answer()
-            if int.from_bytes(body[14:18], "little") > 0:  # of tag 3: behind which alarm
+            if int.from_bytes(body[14:18], "little") > 0:  # of tag 3: after which alarm
                 return answer()
             whole = text(8, "07:55,123")
             return answer(alarm(code, 1, whole), alarm(code, 1, whole), alarm(code, 2), alarm(code, 3, whole))

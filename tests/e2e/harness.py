@@ -148,7 +148,7 @@ class System:
     backend: start vrx-backendd (False: nobody listens at the backend's address)
     embedded: the backend runs inside the agent instead
     agent_config: the whole etc/vrx-agentd.conf; None keeps AGENT_CONFIG
-    extra_config: lines behind it
+    extra_config: lines after it
     device: {(section, key): value}, changes to conf/device.xml
     agent_arguments, backend_arguments: more of the command lines
     """

@@ -22,7 +22,7 @@ Inform = namedtuple("Inform", "request_id trap acknowledged")
 
 
 def pdu_at(datagram):
-    """Where the PDU of a message stands in it: behind version and community."""
+    """Where the PDU of a message stands in it: after version and community."""
     message = Reader(Reader(datagram).next(0x30)[1])
     message.next(0x02)
     message.next(0x04)
@@ -61,7 +61,7 @@ class InformReceiver(TrapReceiver):
         if self.error:
             content = Reader(bytes(pdu)).next(RESPONSE)[1]
             head = len(pdu) - len(content)
-            status = head + 2 + content[1]  # behind the request ID: 02 01 STATUS
+            status = head + 2 + content[1]  # after the request ID: 02 01 STATUS
             pdu[status + 2] = self.error
         return datagram[:start] + bytes(pdu)
 

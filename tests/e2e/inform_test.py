@@ -80,7 +80,7 @@ class InformSystem(TrapSystem):
 
 
 def once(serials):
-    """Without repetitions, which come directly behind what they repeat: an answer may always be too late."""
+    """Without repetitions, which come directly after what they repeat: an answer may always be too late."""
     return [serial for place, serial in enumerate(serials) if place == 0 or serials[place - 1] != serial]
 
 

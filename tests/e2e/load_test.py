@@ -42,7 +42,7 @@ class CountingReceiver(TrapReceiver):
         self.others = 0
         self.total = 0
         self.highest = 0     # serial number
-        self.late_raises = 0  # raises that came behind one with a higher number
+        self.late_raises = 0  # raises that came after one with a higher number
 
     def take(self, datagram):
         trap = decode(datagram)

@@ -1,5 +1,5 @@
 """A long alarm is told to everybody: where its message would exceed what a datagram, or the configuration, takes, its
-longest texts are shortened, and the alarms behind it follow. Receivers are our own and Net-SNMP's snmptrapd."""
+longest texts are shortened, and the alarms after it follow. Receivers are our own and Net-SNMP's snmptrapd."""
 
 import json
 import os
@@ -33,7 +33,7 @@ def raise_long_and_next(system, slot=SLOT):
 
 
 def check_shortened(test, value, whole):
-    """The value is the beginning of the whole, with a mark behind a whole character."""
+    """The value is the beginning of the whole, with a mark after a whole character."""
     text = value.decode("utf-8")
     test.assertTrue(text.endswith(MARK), text[-20:])
     test.assertTrue(whole.startswith(text[:-len(MARK)]))
@@ -41,7 +41,7 @@ def check_shortened(test, value, whole):
 
 class Traps(unittest.TestCase):
     def test_every_version_gets_both_alarms(self):
-        """snmptrapd stands behind our receivers, which see how long the messages are."""
+        """snmptrapd gets the same traps as our receivers, which see how long the messages are."""
         with TrapSystem() as system, SnmpTrapd(system) as daemon:
             receivers = {}
             try:
@@ -151,7 +151,7 @@ class Informs(unittest.TestCase):
         with PathWithoutFragments() as receiver, InformSystem(QUICK + sink(receiver.port)) as system:
             system.raise_alarm(serial=LONG, alarm_id=DISK_FAILED, parameters="ü" * 1000 + ",CTE0,offline")
             system.raise_alarm(serial=NEXT)
-            wait_for(lambda: NEXT in receiver.serials(), "the alarm behind it")
+            wait_for(lambda: NEXT in receiver.serials(), "the alarm after it")
             self.assertEqual(sorted(set(receiver.serials())), [LONG, NEXT])
             status = system.wait_inform(receiver.port, lambda inform: inform["waiting"] == 0, "the status")
             self.assertEqual(status["shortened"], 1)

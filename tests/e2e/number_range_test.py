@@ -43,11 +43,11 @@ class NumberRange(unittest.TestCase):
         yield snmp_engine.known_message(snmp_engine.SEALER, body)
 
     def refused(self, tree):
-        """It gets no answer, which the answer to a request behind it shows, and is counted."""
+        """It gets no answer, which the answer to a request after it shows, and is counted."""
         before = self.counted(PARSE_ERRORS)
         self.link.send(self.engine.fill(tree.encode()))
-        behind = ber.pdu(ber.GET, [ber.varbind(SYS_NAME)], request=77)
-        self.link.send(ber.message(behind).encode())
+        after = ber.pdu(ber.GET, [ber.varbind(SYS_NAME)], request=77)
+        self.link.send(ber.message(after).encode())
         answer = self.engine.body(self.link.recv(65536))
         self.assertEqual(answer.content[0].content, bytes([77]))
         self.assertFalse(select.select([self.link], [], [], 0)[0])

@@ -13,7 +13,7 @@ from snmpd_front import LET_IN, V2C_LINK, V3_LINK, SnmpdFront
 
 ALL = os.environ.get("TAMREL_PROXY_ALL") == "1"
 
-# Cases that say something that cannot hold behind a proxy, each with the reason (docs/beside-snmpd.md).
+# Cases that say something that cannot hold through a proxy, each with the reason (docs/beside-snmpd.md).
 DIFFERENT = {
     ("SlowBackend", "test_a_retry_starts_no_second_call"):
         "the snmpd hands each copy of a request on as one of its own, and SNMPv3 managers take an answer to the newest only",

@@ -67,7 +67,7 @@ def last_done(system):
 
 
 def remembered(system):
-    """What the agent would go on behind if it were killed now."""
+    """What the agent would go on after if it were killed now."""
     database = sqlite3.connect("file:%s?mode=ro" % system.path("state", "notifications.db"), uri=True)
     with contextlib.closing(database):
         return database.execute("SELECT done FROM ledger").fetchone()[0]

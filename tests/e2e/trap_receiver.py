@@ -54,7 +54,7 @@ class Reader:
 
     def end(self):
         if self.data:
-            raise ValueError("%d bytes behind the end" % len(self.data))
+            raise ValueError("%d bytes after the end" % len(self.data))
 
 
 def integer(content, signed=True):

@@ -74,7 +74,7 @@ private:
     std::vector<FakeLogLine> m_lines;
 };
 
-// The management backend behind CSNMP_Configuration.
+// The management backend that CSNMP_Configuration talks to.
 class FakeBackend {
 public:
     using Answer = std::function<int(CR8KPackageV3& request, CR8KPackageV3& response)>;

@@ -237,7 +237,7 @@ class BackendCase(unittest.TestCase):
             self.assertEqual(sorted(gone), ["warning [events] no subscription at %s: %s" % (address, events),
                                             "warning [transport] %s is not reachable: %s" % (backend, transport)])
             self.assertEqual(sorted(lines()[len(gone):]),
-                             ["info [events] subscribed at %s behind event 0, 0 active alarms" % address,
+                             ["info [events] subscribed at %s after event 0, 0 active alarms" % address,
                               "info [transport] %s is reachable" % backend])
 
 

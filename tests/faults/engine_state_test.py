@@ -72,7 +72,7 @@ class EngineState(unittest.TestCase):
         self.assertGreater(refused, 3)
 
     def test_each_line_of_the_state_that_is_lost_is_noticed(self):
-        """Only one write fails, and the library goes on behind it."""
+        """Only one write fails, and the library goes on after it."""
         self.assertTrue(self.start())
         self.agent.stop()
         refused = 0

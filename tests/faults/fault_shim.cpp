@@ -8,7 +8,7 @@
 //
 // With VRX_FAULTS_TRACE each failing allocation writes where it is to standard error. With VRX_FAULTS_FORK the program
 // waits before main() and becomes one fresh process per line on descriptor 198, "N M": allocation N of main() fails,
-// and all behind it where M is 1. Its process id, then its wait status, come back on descriptor 199.
+// and all after it where M is 1. Its process id, then its wait status, come back on descriptor 199.
 #include <dlfcn.h>
 #include <elf.h>
 #include <execinfo.h>
@@ -44,7 +44,7 @@ namespace {
 
 using Number = std::atomic<std::uint64_t>;
 
-// One kind of call: the `failAt`-th from now on fails, once or with all behind it. 0: none.
+// One kind of call: the `failAt`-th from now on fails, once or with all after it. 0: none.
 struct tFault {
     Number failAt;
     Number forever;
@@ -188,7 +188,7 @@ int (*s_main)(int, char**, char**) = nullptr;
 int armedMain(int count, char** arguments, char** environment) {
     if (s_failInMain != 0) s_control->allocations.failAt = s_failInMain;
     const int code = s_main(count, arguments, environment);
-    if (s_failInMain != 0) s_control->allocations.failAt = 0;  // behind it is the end of ACE, which needs memory
+    if (s_failInMain != 0) s_control->allocations.failAt = 0;  // after it is the end of ACE, which needs memory
     return code;
 }
 

@@ -52,7 +52,7 @@ class Faults:
         self._put(at, number)
 
     def fail_allocation(self, number, forever=False):
-        """The allocation of that number from now on fails, 1 is the next one; `forever`: all behind it, too."""
+        """The allocation of that number from now on fails, 1 is the next one; `forever`: all after it, too."""
         self._arm(self.ALLOCATIONS, number, forever)
 
     def fail_change(self, folder, number=1, error=errno.ENOSPC, forever=False):

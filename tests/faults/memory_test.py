@@ -110,10 +110,10 @@ class Requests(unittest.TestCase):
 
     def sweep_one(self, system, kind, bindings, forever, then, more):
         failures = 0
-        # With all behind it failing, a few places of the failure tell as much as all: nothing gets far.
+        # With all after it failing, a few places of the failure tell as much as all: nothing gets far.
         for number in range(1, self.LONGEST, 7 if forever else 1):
             answer, failed, told = system.ask_while_failing(kind, bindings, number, forever, **more)
-            where = "allocation %d%s" % (number, " and all behind it" if forever else "")
+            where = "allocation %d%s" % (number, " and all after it" if forever else "")
             self.assertTrue(system.agent.running(), where)
             if answer is None and not forever:
                 self.assertTrue(told, where + ": no answer and no word about it")
@@ -155,7 +155,7 @@ class Requests(unittest.TestCase):
 
             gone = wait_for(read, "the table") == "noSuchInstance"
             if done is not None:
-                # A clear that was done when memory ran out behind it is told as a failure; never the other way.
+                # A clear that was done when memory ran out after it is told as a failure; never the other way.
                 self.assertTrue(gone or not done, where)
 
             def is_back():  # a SET that nobody had an answer of may be carried out only now
@@ -227,7 +227,7 @@ class RequestsOfUsers(unittest.TestCase):
 
         failures = 0
         for number in range(1, self.LONGEST, self.STRIDE * (7 if forever else 1)):
-            where = "allocation %d%s" % (number, " and all behind it" if forever else "")
+            where = "allocation %d%s" % (number, " and all after it" if forever else "")
             size = system.log_size()
             system.agent_faults.fail_allocation(number, forever)
             done = ask(0.1 if forever else self.SECONDS)
@@ -279,7 +279,7 @@ class Notifications(unittest.TestCase):
     def sweep_one(self, system, happen, forever):
         seen = 0
         for number in range(1, self.LONGEST, STRIDE * (7 if forever else 1)):
-            where = "allocation %d%s" % (number, " and all behind it" if forever else "")
+            where = "allocation %d%s" % (number, " and all after it" if forever else "")
             size, before = system.log_size(), self.counts()
             system.agent_faults.fail_allocation(number, forever)
             happen(system)
@@ -308,7 +308,7 @@ class Notifications(unittest.TestCase):
         return all(now >= then + due for now, then, (_, due) in zip(self.counts(), before, self.receivers))
 
     def settle(self, system, where):
-        """The alarms as at the beginning, and one more, whose traps come behind all of before."""
+        """The alarms as at the beginning, and one more, whose traps come after all of before."""
         counts = self.counts()
         before = counts[0]
         for serial in self.active[COUNT:]:
@@ -399,7 +399,7 @@ class Notifications(unittest.TestCase):
                     return [(trap.value(9), trap.value(11)) for trap in system.receiver.traps()]
 
                 def is_settled():
-                    """Behind the marker all events were handled; then an interval ends."""
+                    """After the marker all events were handled; then an interval ends."""
                     if self.skipped(system, size):
                         return True
                     changes = told()

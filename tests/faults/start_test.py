@@ -29,7 +29,7 @@ SECONDS = 60
 
 
 class Starts:
-    """The agent, many times over: processes that are forked behind the dynamic linker's work."""
+    """The agent, many times over: processes that are forked after the dynamic linker's work."""
 
     def __init__(self, system, faults):
         self.log_path = system.path("starts.log")
@@ -123,7 +123,7 @@ class Start(unittest.TestCase):
                 break
         self.assertGreater(failures, 0)
         print("TAMREL_FAULT_OFFSET=%d: each %dth%s of %d allocations, %d starts did not succeed" % (
-            OFFSET, stride, " and all behind it" * forever, number, failures), flush=True)
+            OFFSET, stride, " and all after it" * forever, number, failures), flush=True)
 
 
 if __name__ == "__main__":

@@ -181,9 +181,9 @@ class Storage(unittest.TestCase):
                 list(self.each_change_failing(self.system.agent_faults, "notifications.db", error, act))
                 self.system.agent.kill()
                 self.system.agent.start()
-                serials.append(self.raise_one())  # it comes behind what would come again
+                serials.append(self.raise_one())  # it comes after what would come again
                 wait_for(lambda: [trap.value(9) for trap in receiver.traps() if trap.bindings][-1:] == serials[-1:],
-                         "the trap behind the restart")
+                         "the trap after the restart")
                 self.assertEqual([trap.value(9) for trap in receiver.traps() if trap.bindings], serials)
         lines = [self.lines(self.system.agent, "handled can" + rest) for rest in ("not be stored", " be stored again")]
         self.assertGreater(len(lines[0]), 1)

@@ -27,7 +27,7 @@ constexpr const char* DEFINITIONS =
     "<param eventID=\"507010006\" name=\"First\" detail=\"d\" location=\"l\" suggestion=\"s\"/>\n"
     "<param eventID=\"507010008\" name=\"Middle\" detail=\"d\" location=\"l\" suggestion=\"s\"/>\n"
     "<param eventID=\"507010010\" name=\"Last\" detail=\"d\" location=\"l\" suggestion=\"s\"/>\n"
-    "<param eventID=\"507010011\" name=\"Behind\" detail=\"d\" location=\"l\" suggestion=\"s\"/>\n"
+    "<param eventID=\"507010011\" name=\"After\" detail=\"d\" location=\"l\" suggestion=\"s\"/>\n"
     "<param eventID=\"4801977304\" name=\"Wide\" detail=\"d\" location=\"l\" suggestion=\"s\"/>\n"
     "</eventDefinition></root>\n";
 constexpr const char* ENUMERATIONS =
@@ -119,17 +119,17 @@ TEST_F(AlarmTableHandlerTest, GetAsksForTheAlarmOfTheKey) {
     EXPECT_THAT(requestFor(160, "7"), RecordIs(12345, u32(3, 6), u32(9, 1)));
 }
 
-TEST_F(AlarmTableHandlerTest, GetBulkAsksForFiftyAlarmsBehindTheKey) {
+TEST_F(AlarmTableHandlerTest, GetBulkAsksForFiftyAlarmsAfterTheKey) {
     EXPECT_THAT(requestFor(165, "7"), RecordIs(12345, u32(3, 7), u32(9, 50)));
     EXPECT_THAT(requestFor(165, CSnmpTableBase::INVALID_KEY), RecordIs(12345, u32(3, 0), u32(9, 50)));
     EXPECT_THAT(requestFor(165, "0"), RecordIs(12345, u32(3, 0), u32(9, 50)));
 }
 
-TEST_F(AlarmTableHandlerTest, GetNextAndAnyOtherTypeAskForOneAlarmBehindTheKey) {
-    const auto oneBehind = RecordIs(12345, u32(3, 7), u32(9, 1));
-    EXPECT_THAT(requestFor(161, "7"), oneBehind);
-    EXPECT_THAT(requestFor(163, "7"), oneBehind);
-    EXPECT_THAT(requestFor(0, "7"), oneBehind);
+TEST_F(AlarmTableHandlerTest, GetNextAndAnyOtherTypeAskForOneAlarmAfterTheKey) {
+    const auto oneAfter = RecordIs(12345, u32(3, 7), u32(9, 1));
+    EXPECT_THAT(requestFor(161, "7"), oneAfter);
+    EXPECT_THAT(requestFor(163, "7"), oneAfter);
+    EXPECT_THAT(requestFor(0, "7"), oneAfter);
 }
 
 TEST_F(AlarmTableHandlerTest, GetNextWithoutKeyAsksForTheFirstAlarm) {
@@ -432,7 +432,7 @@ TEST_F(AlarmTableHandlerTest, QueryOfTheWholePathGivesTheRowsOfFaultsOnly) {
     host.backend().answer(0,
                           {alarmRecord(DISK_FAULT, "7,CTE0,1"), with(alarmRecord(507010007), u32(3, 18)),
                            with(alarmRecord(DISK_FAULT, "", 8), u32(3, 19)), with(alarmRecord(507010011), u32(3, 20))});
-    // Numbers without a row in between do not end the table: the host may ask for what is behind them.
+    // Numbers without a row in between do not end the table: the host may ask for what is after them.
     host.backend().answerAlways([](CR8KPackageV3&, CR8KPackageV3&) { return 0; });
     CVRX_SnmpContext ctx;
     CSnmpTamrelVrxAlarmHandler handler;

@@ -141,7 +141,7 @@ TEST_F(TopoHandlerTest, EveryQueryGetsTheWholeRowWhateverItNames) {
     EXPECT_THAT(recordsOf(rsp), ElementsAre(rowIs(text(1, "NODE0001"), 1, 1)));
 }
 
-TEST_F(TopoHandlerTest, RowIsAppendedBehindRecordsThatTheResponseHolds) {
+TEST_F(TopoHandlerTest, RowIsAppendedAfterRecordsThatTheResponseHolds) {
     host.backend().answer(0);
     TestPackage rsp({recordOf(5, u32(1, 2))});
     EXPECT_EQ(query(rsp), 0);

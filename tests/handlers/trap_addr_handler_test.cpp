@@ -553,7 +553,7 @@ TEST_F(TrapAddrHandlerTest, QueryGivesEightColumnsForEachDestinationInOrder) {
     EXPECT_THAT(host.log().linesWithoutTrace(), IsEmpty());
 }
 
-TEST_F(TrapAddrHandlerTest, RowsGoBehindRecordsThatTheResponseHolds) {
+TEST_F(TrapAddrHandlerTest, RowsGoAfterRecordsThatTheResponseHolds) {
     host.trapApi().destinations = {destination("1", "10.0.0.1", 162)};
     appendRecords(rsp, {recordOf(5, u32(1, 2))});
     EXPECT_EQ(handler.OnQueryTable(ctx, CR8KPackageV3(), rsp), 0);

@@ -117,7 +117,7 @@ class AlarmDefinitionsTest(unittest.TestCase):
         self.each(check)
 
     def test_no_other_brace_is_taken_for_a_value_map(self):
-        # A "{" up to 7 characters behind a mark belongs to that mark.
+        # A "{" up to 7 characters after a mark belongs to that mark.
         def check(alarm):
             detail = alarm.get("detail")
             for mark in re.finditer("##", detail):

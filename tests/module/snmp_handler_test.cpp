@@ -119,7 +119,7 @@ TEST_F(HandlerBasesTest, CellOfQueryLeafBecomesOneRecordUnderTagZero) {
     EXPECT_EQ((*rsp[0])[0].toString(), "value");
 }
 
-TEST_F(HandlerBasesTest, RecordOfALeafGoesBehindThoseThatTheResponseHolds) {
+TEST_F(HandlerBasesTest, RecordOfALeafGoesAfterThoseThatTheResponseHolds) {
     LeafWith seven([](CTLVCell*& cell) {
         cell = newCell(7, "value");
         return 0;

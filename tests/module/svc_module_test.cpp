@@ -59,7 +59,7 @@ TEST_F(SvcModuleTest, CreationAppendsBothNotificationHandlersInOrder) {
     EXPECT_TRUE(typeid(*registered.back()) == typeid(CTamrelOIDBasedMsgHandler));
 }
 
-TEST_F(SvcModuleTest, CreationAppendsBehindHandlersOfOtherModules) {
+TEST_F(SvcModuleTest, CreationAppendsAfterHandlersOfOtherModules) {
     auto* other = new CTamrelOIDBasedMsgHandler();
     host.dispatcher().handlers().push_back(other);
     std::unique_ptr<CSNMP_Svc_Module> module(SNMP_SvcModuleCreator());
@@ -136,7 +136,7 @@ TEST_F(SvcModuleTest, FourHandlersAreHandedOverInOrder) {
     EXPECT_TRUE(is<CTamrelTrapAddrHandler>(found[3]));
 }
 
-TEST_F(SvcModuleTest, HandlersAreAppendedBehindEntriesOfOthers) {
+TEST_F(SvcModuleTest, HandlersAreAppendedAfterEntriesOfOthers) {
     auto* other = new CSnmpTopoHandler();
     handlers.emplace_back("1.3.6.1", other);
     CSNMP_Tamrel_Mib_Module().getSvcHandler(handlers);

@@ -681,7 +681,7 @@ TEST_F(NotifyHandlerTest, DestinationsOfTrapTypeOneAndThreeAreChosen) {
     EXPECT_THAT(host.log().lines(), IsEmpty());
 }
 
-TEST_F(NotifyHandlerTest, ChosenDestinationsFollowTheKeysBehindWhatWasThere) {
+TEST_F(NotifyHandlerTest, ChosenDestinationsFollowTheKeysAfterWhatWasThere) {
     const tTrapDestInfo before = destination("1", 1, 2);
     std::list<tTrapDestInfo> chosen{before};
     handler.filterTrapMap({}, chosen);

@@ -26,8 +26,8 @@ def options_in(text):
 
 def commands_of(program, *command):
     """Names below "Subcommands:" in a help text."""
-    behind = help_of(program, *command).partition("Subcommands:")[2]
-    return re.findall(r"^  (\w+) ", behind, re.M)
+    after = help_of(program, *command).partition("Subcommands:")[2]
+    return re.findall(r"^  (\w+) ", after, re.M)
 
 
 class ManPages(unittest.TestCase):
@@ -48,7 +48,7 @@ class ManPages(unittest.TestCase):
 
     def test_the_configurations_page_has_every_word_of_our_own(self):
         registered = set()
-        for file in (SOURCE / "host/agent").rglob("*_words.cpp"):
+        for file in (SOURCE / "host/agent").rglob("*_directives.cpp"):
             registered |= set(re.findall(r'"(vrx[A-Z]\w*)"', file.read_text(encoding="utf-8")))
         written = set(re.findall(r"\bvrx(?!TrapDest)[A-Z]\w*", page("vrx-agentd.conf.5")))
         self.assertEqual(written, registered)

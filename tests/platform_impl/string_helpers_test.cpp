@@ -28,7 +28,7 @@ TEST(SplitToStr, TextWithoutSeparatorIsOnePiece) {
     EXPECT_THAT(split("abc"), ElementsAre("abc"));
 }
 
-TEST(SplitToStr, AppendsBehindWhatIsThere) {
+TEST(SplitToStr, AppendsAfterWhatIsThere) {
     std::vector<std::string> pieces = {"first"};
     SplitToStr("a,b", ',', pieces);
     EXPECT_THAT(pieces, ElementsAre("first", "a", "b"));

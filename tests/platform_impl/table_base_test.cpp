@@ -26,7 +26,7 @@ constexpr unsigned int FILTERED = 8;       // gives no cells
 constexpr unsigned int UNCONVERTIBLE = 9;  // throws
 constexpr int FAILURE = 0x5000101;
 
-// A table in the backend's manner: records with a serial number and a kind, sent in batches behind a position.
+// A table in the backend's manner: records with a serial number and a kind, sent in batches after a position.
 class TestTable : public CSnmpTableBase {
 public:
     using Batch = std::vector<TlvRecord>;
@@ -193,7 +193,7 @@ TEST_F(TableBase, GetWithoutARowGivesNothing) {
     EXPECT_EQ(m_result, 0);
 }
 
-TEST_F(TableBase, GetNextGivesTheRowBehind) {
+TEST_F(TableBase, GetNextGivesTheRowAfter) {
     put(1, 9);
     EXPECT_THAT(next("7"), ElementsAre(8));
     EXPECT_THAT(m_table.calls, ElementsAre("7+1"));
@@ -211,13 +211,13 @@ TEST_F(TableBase, GetNextSkipsFilteredRows) {
     EXPECT_THAT(m_table.calls, ElementsAre("0+1", "1+1", "2+1", "3+1", "4+1", "5+1"));
 }
 
-TEST_F(TableBase, GetNextBehindTheLastRowGivesNothing) {
+TEST_F(TableBase, GetNextAfterTheLastRowGivesNothing) {
     put(1, 9);
     EXPECT_THAT(next("9"), IsEmpty());
     EXPECT_EQ(m_result, 0);
 }
 
-TEST_F(TableBase, GetNextBehindTheLargestNumberGivesNothing) {
+TEST_F(TableBase, GetNextAfterTheLargestNumberGivesNothing) {
     put(4294967295U, 4294967295U - 1);
     EXPECT_THAT(next("4294967295"), IsEmpty());
     EXPECT_EQ(m_result, 0);
@@ -303,7 +303,7 @@ TEST_F(TableBase, BackendThatMakesNoProgressEndsTheQuery) {
     EXPECT_THAT(query(165), IsEmpty());
     EXPECT_THAT(
         testing::internal::GetCapturedStderr(),
-        MatchesRegex(".* error .module 0. 0x1002E OnQueryTable:[0-9]+ the backend sends no records behind number "
+        MatchesRegex(".* error .module 0. 0x1002E OnQueryTable:[0-9]+ the backend sends no records after number "
                      "6, the query ends[.]\n"));
     EXPECT_EQ(m_result, -1);
     EXPECT_THAT(m_table.calls, ElementsAre("0+50", "6+50"));
@@ -361,7 +361,7 @@ TEST_F(TableBase, RecordWhoseConversionThrowsIsSkippedLoggedAndCounted) {
     EXPECT_EQ(m_table.badRecords(), 1U);
 }
 
-TEST_F(TableBase, QueryGoesOnBehindALastRecordThatDoesNotConvert) {
+TEST_F(TableBase, QueryGoesOnAfterALastRecordThatDoesNotConvert) {
     put(1, 50);
     m_table.alarms[50] = UNCONVERTIBLE;
     put(51, 52);

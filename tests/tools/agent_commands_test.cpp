@@ -23,7 +23,7 @@ std::string summaryOf(const std::string& answer) {
     return out.str();
 }
 
-std::string linesBehind(const std::string& text, const std::string& mark) {
+std::string linesAfter(const std::string& text, const std::string& mark) {
     return text.substr(text.find(mark) + mark.size());
 }
 
@@ -112,7 +112,7 @@ TEST(StatusSummary, OpensWithTheVerdictAndTheFiguresThatMatter) {
               "  informs      0 acknowledged, 0 waiting, 0 dropped\n"
               "  engine ID    8001861f05\n"
               "trap destinations\n" +
-                  linesBehind(tablesOf(STATUS), "destinations\n"));
+                  linesAfter(tablesOf(STATUS), "destinations\n"));
 }
 
 TEST(StatusSummary, SaysEachThingThatIsWrong) {
@@ -149,7 +149,7 @@ TEST(StatusSummary, NamesDestinationsThatGetNothing) {
               "vrx-agentd 1.2, up 1 d 2 h: trap destination 7 sending fails; inform destination 192.0.2.9:162 does not "
               "answer");
     EXPECT_NE(summary.find("  informs      5 acknowledged, 6 waiting, 7 dropped\n"), std::string::npos) << summary;
-    EXPECT_EQ(wordsOf(linesBehind(summary, "last failure\n")),
+    EXPECT_EQ(wordsOf(linesAfter(summary, "last failure\n")),
               "192.0.2.9:162 2 does not answer 5 6 7 (refused 7) no answer");
 }
 

@@ -19,8 +19,8 @@ TEST(JoinParameters, NoParametersAreAnEmptyText) {
     EXPECT_EQ(joinParameters({}), "");
 }
 
-tListedAlarm listed() {
-    tListedAlarm alarm;
+ListedAlarm listed() {
+    ListedAlarm alarm;
     alarm.serial = 42;
     alarm.alarmId = 4295229443ULL;
     alarm.level = 6;
@@ -48,7 +48,7 @@ TEST(PrintAlarms, ShowsOneLineAnAlarm) {
 }
 
 TEST(PrintAlarms, NamesTheLevelAsEverybodyElseDoes) {
-    std::vector<tListedAlarm> alarms(5, listed());
+    std::vector<ListedAlarm> alarms(5, listed());
     for (std::size_t i = 0; i < alarms.size(); ++i) alarms[i].level = static_cast<std::uint32_t>(i + 3);
     std::ostringstream out;
     printAlarms(out, alarms);
@@ -62,7 +62,7 @@ TEST(PrintAlarms, NamesTheLevelAsEverybodyElseDoes) {
 }
 
 TEST(PrintAlarms, LetsNoControlCharacterOfATextThrough) {
-    tListedAlarm alarm = listed();
+    ListedAlarm alarm = listed();
     alarm.name = "a\x1b[2Jb\rc\nd";
     alarm.location =
         "e\xC2\x9B"
@@ -74,7 +74,7 @@ TEST(PrintAlarms, LetsNoControlCharacterOfATextThrough) {
 }
 
 TEST(PrintAlarmsAsJson, LetsNoControlCharacterOfATextThrough) {
-    tListedAlarm alarm = listed();
+    ListedAlarm alarm = listed();
     alarm.name =
         "a\x1b[2Jb\xC2\x9B"
         "31mc";

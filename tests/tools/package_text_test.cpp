@@ -46,10 +46,10 @@ TEST(PrintPackage, ShowsRecordsAndCells) {
                                      "  tag    5  string     3 bytes  \"ab\"\n"));
 }
 
-TEST(PrintPackage, SaysWhatStandsBehindThePackage) {
+TEST(PrintPackage, SaysWhatStandsAfterThePackage) {
     std::ostringstream out;
     EXPECT_TRUE(printPackage(out, bytesOfHex(std::string(EMPTY_PACKAGE) + " 00 01")));
-    EXPECT_THAT(out.str(), HasSubstr("2 bytes behind the package\n"));
+    EXPECT_THAT(out.str(), HasSubstr("2 bytes after the package\n"));
 }
 
 TEST(PrintPackage, GivesTheDecodersReasonForWhatIsNoPackage) {

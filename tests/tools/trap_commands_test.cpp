@@ -10,7 +10,7 @@
 #include <stdexcept>
 
 #include "host/base/product_root.h"
-#include "host/notification_log/trap_bytes.h"
+#include "host/notification_log/notification_codec.h"
 #include "tools/agent_call.h"
 
 namespace {

@@ -157,7 +157,7 @@ protected:
 
     LogCapture m_log;
     TemporaryDirectory m_directory;
-    BackendAddress m_address;
+    LocalAddress m_address;
     BackendOptions m_options;
     BackendSettings m_settings;
     std::unique_ptr<Backend> m_backend;
@@ -169,7 +169,7 @@ protected:
 // alarms; then sends `pushes` and waits.
 class PushingServer {
 public:
-    PushingServer(const BackendAddress& address, std::vector<Bytes> pushes, unsigned long long later = 10)
+    PushingServer(const LocalAddress& address, std::vector<Bytes> pushes, unsigned long long later = 10)
         : m_server(address, [pushes = std::move(pushes), later](int peer, int) {
               readPackage(peer);
               writeAll(peer, numberAnswer(status_tag::LAST_SEQUENCE, 10));
@@ -220,7 +220,7 @@ TEST_F(AlarmEventSourceTest, TheFirstStartEverBeginsWithTheStoresLastNumber) {
     EXPECT_EQ(m_listener.events(), Numbers{4});
 }
 
-TEST_F(AlarmEventSourceTest, EventsBehindTheLastHandledOneAreDelivered) {
+TEST_F(AlarmEventSourceTest, EventsAfterTheLastHandledOneAreDelivered) {
     startBackend();
     raise(5);
     m_listener.setHandled(2);
@@ -263,7 +263,7 @@ TEST_F(AlarmEventSourceTest, ABackendThatStartsLaterIsFound) {
     EXPECT_EQ(m_log.linesWith("[events]"),
               (std::vector<std::string>{
                   "warning [events] no subscription at " + m_address.text() + ": connect: No such file or directory",
-                  "info [events] subscribed at " + m_address.text() + " behind event 0, 0 active alarms"}));
+                  "info [events] subscribed at " + m_address.text() + " after event 0, 0 active alarms"}));
 }
 
 TEST_F(AlarmEventSourceTest, AfterARestartOfTheBackendEveryEventCameOnce) {
@@ -375,7 +375,7 @@ TEST_F(AlarmEventSourceTest, WithoutAnIdentityTheNumbersDecide) {
     EXPECT_EQ(m_listener.isAnother(), std::vector<bool>{false});
 }
 
-TEST_F(AlarmEventSourceTest, AnAgentThatKnowsNoIdentityYetGoesOnBehindItsEvent) {
+TEST_F(AlarmEventSourceTest, AnAgentThatKnowsNoIdentityYetGoesOnAfterItsEvent) {
     startBackend();
     raise(5);
     m_listener.setHandled(3);
@@ -428,8 +428,8 @@ TEST_F(AlarmEventSourceTest, AnEventThatWasDeliveredIsNotDeliveredAgain) {
     EXPECT_EQ(m_listener.events(), (Numbers{11, 12, 13}));
     EXPECT_EQ(m_source.counters().malformed, 2U);
     EXPECT_EQ(m_log.linesWith("skipped"),
-              (std::vector<std::string>{"error [events] event 12 behind event 12 is skipped",
-                                        "error [events] event 11 behind event 12 is skipped"}));
+              (std::vector<std::string>{"error [events] event 12 after event 12 is skipped",
+                                        "error [events] event 11 after event 12 is skipped"}));
 }
 
 TEST_F(AlarmEventSourceTest, ARecordWithoutANumberIsLoggedAndCounted) {

@@ -44,7 +44,7 @@ protected:
 
     LogCapture m_log;
     TemporaryDirectory m_directory;
-    BackendAddress m_address;
+    LocalAddress m_address;
     BackendOptions m_options;
     CR8KPackageV3 m_request;
     CR8KPackageV3 m_response;
@@ -391,7 +391,7 @@ TEST_F(BackendClientTest, ManyThreadsOverARestartingBackendEndWithoutADeadlock) 
 }
 
 TEST_F(BackendClientTest, WorksOverTcp) {
-    const BackendAddress address = parseBackendAddress("tcp:127.0.0.1:" + std::to_string(freeTcpPort()), "");
+    const LocalAddress address = parseLocalAddress("tcp:127.0.0.1:" + std::to_string(freeTcpPort()), "");
     const ScriptedServer server(address, [](int peer, int) { answerAll(peer, textAnswer("tcp")); });
     BackendClient client(optionsFor(address));
     ASSERT_EQ(call(client), BACKEND_OK);

@@ -150,7 +150,7 @@ TEST_F(BackendConnectionTest, APeerThatDiesInTheHeaderIsBroken) {
     EXPECT_EQ(m_connection->failure(), "the peer closed the connection in the middle of a package");
 }
 
-TEST_F(BackendConnectionTest, APeerThatDiesBehindTheHeaderIsBroken) {
+TEST_F(BackendConnectionTest, APeerThatDiesAfterTheHeaderIsBroken) {
     Bytes bytes = textAnswer("hello");
     bytes.resize(28);
     peerSends(bytes);

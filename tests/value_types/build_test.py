@@ -160,7 +160,7 @@ class Choice(unittest.TestCase):
             entries = json.load(file)
         objects = [re.search(r" -o (\S+)", entry["command"]).group(1) for entry in entries
                    if os.path.isfile(entry["file"]) and meets_both(entry["file"])]
-        for name in ("object_reader", "notification_path", "trap_conversion", "notification_path_test"):
+        for name in ("object_reader", "notification_pipeline", "vbx_conversion", "notification_pipeline_test"):
             self.assertTrue([path for path in objects if path.endswith("/%s.cpp.o" % name)], name)
         return objects
 

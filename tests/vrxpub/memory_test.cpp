@@ -128,7 +128,7 @@ TEST(ValueWiping, ShortValueIsZeroWhenItsCellEndsOrIsReplaced) {
     }
 }
 
-// Cells of a decoded record stand behind it with their long values.
+// Cells of a decoded record stand after it with their long values.
 TEST(ValueWiping, DecodedValuesAreZeroWhenTheirRecordEnds) {
     const Bytes value(20, 0x5A);
     OddBuffer buffer(packageOf(record(1, cell(1, 1, Bytes(8, 0x5A)) + cell(2, 1, value) + cell(3, 2, value))));

@@ -279,7 +279,7 @@ TEST(MessagePackage, DecodeAppendsToWhatThePackageHolds) {
     EXPECT_EQ(package[2]->identifier(), 2U);
 }
 
-TEST(MessagePackage, BytesBehindTheDataAreIgnored) {
+TEST(MessagePackage, BytesAfterTheDataAreIgnored) {
     CR8KPackageV3 package;
     EXPECT_EQ(decode(package, packageOf(recordHead(1, 0)) + Bytes{1, 2, 3}), 10U);
     EXPECT_EQ(package.records().size(), 1U);
@@ -423,8 +423,8 @@ INSTANTIATE_TEST_SUITE_P(
         BadRecordCase{"OneByte", Bytes(1, 0), {restTooShort(29, 28)}},
         BadRecordCase{"FiveBytes", Bytes(5, 0), {restTooShort(33, 28)}},
         BadRecordCase{"NineBytes", Bytes(9, 0), {restTooShort(37, 28)}},
-        BadRecordCase{"OneByteBehindARecord", recordHead(1, 0) + Bytes(1, 0), {restTooShort(39, 38)}},
-        BadRecordCase{"NineBytesBehindARecord", record(1, AB_CELL) + Bytes(9, 0), {restTooShort(54, 45)}},
+        BadRecordCase{"OneByteAfterARecord", recordHead(1, 0) + Bytes(1, 0), {restTooShort(39, 38)}},
+        BadRecordCase{"NineBytesAfterARecord", record(1, AB_CELL) + Bytes(9, 0), {restTooShort(54, 45)}},
         BadRecordCase{"RecordLengthOneBeyondTheData",
                       recordHead(1, 8) + AB_CELL,
                       {GET_RECORD + " : record length is too long, (usRecordLen +  MIN_RECORD_SIZE) > uiBufSize "
@@ -443,16 +443,16 @@ INSTANTIATE_TEST_SUITE_P(
         BadRecordCase{"RecordOfThreeBytesAtTheEnd",
                       recordHead(1, 3) + Bytes(3, 0),
                       {GET_RECORD + " : (MIN_TLV_SIZE > uiBufSize - pos) ->4 < uiBufSize - 10\n", failedAt(41, 28)}},
-        BadRecordCase{"ThreeBytesBehindTheLastCell",
+        BadRecordCase{"ThreeBytesAfterTheLastCell",
                       recordHead(1, 10) + AB_CELL + Bytes(3, 0),
                       {GET_RECORD + " : (MIN_TLV_SIZE > uiBufSize - pos) ->4 < uiBufSize - 17\n", failedAt(48, 28)}},
         BadRecordCase{"TypeTen",
                       record(1, cell(5, 10, {1})),
                       {GET_RECORD + " : data type unmated, received type is 10\n", failedAt(43, 28)}},
-        BadRecordCase{"TypeFifteenBehindAGoodCell",
+        BadRecordCase{"TypeFifteenAfterAGoodCell",
                       record(1, AB_CELL + cell(4095, 15, {})),
                       {GET_RECORD + " : data type unmated, received type is 15\n", failedAt(49, 28)}},
-        BadRecordCase{"BadRecordBehindAGoodOne",
+        BadRecordCase{"BadRecordAfterAGoodOne",
                       record(1, AB_CELL) + record(2, cell(5, 10, {})),
                       {GET_RECORD + " : data type unmated, received type is 10\n", failedAt(59, 45)}},
         BadRecordCase{"ValueOneByteBeyondItsRecord",
@@ -652,7 +652,7 @@ private:
 
 }  // namespace
 
-TEST(MessagePackage, DumpFlushesBehindEachLine) {
+TEST(MessagePackage, DumpFlushesAfterEachLine) {
     CR8KPackageV3 package;
     fill(package);
     FlushCounter lines;

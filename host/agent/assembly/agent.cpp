@@ -15,26 +15,26 @@ Agent::Agent(AgentLoop& loop, const std::string& root, const std::vector<std::st
             std::make_unique<ManagedObject>(*loaded.mib, *loaded.handler, m_loop, m_engine.limits().snapshots));
         objects.push_back(m_objects.back().get());
     }
-    m_desk = std::make_unique<RequestDesk>(m_loop, objects, m_engine.limits().desk);
-    m_desk->onSet = [this] { m_users.refresh(); };  // a manager may have created users since
+    m_dispatcher = std::make_unique<RequestDispatcher>(m_loop, objects, m_engine.limits().dispatcher);
+    m_dispatcher->onSet = [this] { m_users.refresh(); };  // a manager may have created users since
     setTrapUserCheck([this](const std::string& user) { return m_users.exists(user); });
     m_users.refresh();
     for (ManagedObject* object : objects) {
-        m_registrations.push_back(std::make_unique<ObjectRegistration>(*object, m_desk->transactions()));
+        m_registrations.push_back(std::make_unique<ObjectRegistration>(*object, m_dispatcher->transactions()));
     }
 }
 
-// In the reverse order of making, but that the sessions, which know the desk, close first.
+// In the reverse order of making, but that the sessions, which know the dispatcher, close first.
 Agent::~Agent() {
     setTrapUserCheck({});
     m_engine.closeListeners();
     m_registrations.clear();
-    m_desk.reset();
+    m_dispatcher.reset();
     m_objects.clear();
 }
 
 void Agent::listen(const std::vector<std::string>& addresses) {
-    m_engine.listen(addresses, *m_desk);
+    m_engine.listen(addresses, *m_dispatcher);
 }
 
 void Agent::markAllChanged() {
@@ -50,8 +50,8 @@ std::vector<ManagedObject*> Agent::alarmTables() const {
     return tables;
 }
 
-void Agent::setAlarmsTold(const std::function<bool()>& told) {
-    for (ManagedObject* table : alarmTables()) table->snapshots().setTold(told);
+void Agent::setAlarmFeedLive(const std::function<bool()>& told) {
+    for (ManagedObject* table : alarmTables()) table->snapshots().setChangeFeedLive(told);
 }
 
 void Agent::setAlarmsObstacle(const std::function<std::optional<std::string>()>& obstacle) {
@@ -61,7 +61,7 @@ void Agent::setAlarmsObstacle(const std::function<std::optional<std::string>()>&
 void Agent::reload() {
     m_engine.reload();
     for (const auto& object : m_objects) object->snapshots().setLimits(m_engine.limits().snapshots);
-    m_desk->setLimits(m_engine.limits().desk);
+    m_dispatcher->setLimits(m_engine.limits().dispatcher);
     m_users.refresh();
 }
 

@@ -1,4 +1,5 @@
-// The agent without its process: engine, modules, the objects with their workers, and the desk, put together in order.
+// The agent without its process: engine, modules, the objects with their workers, and the dispatcher, put together in
+// order.
 //
 //     AgentLoop loop;
 //     Agent agent(loop, root, {"/usr/lib/vrx/libsnmp_tamrel.so"});
@@ -21,7 +22,7 @@
 #include "host/agent/objects/managed_object.h"
 #include "host/agent/objects/module_loader.h"
 #include "host/agent/requests/object_registration.h"
-#include "host/agent/requests/request_desk.h"
+#include "host/agent/requests/request_dispatcher.h"
 #include "host/snmp/usm_users.h"
 
 class Agent {
@@ -39,9 +40,9 @@ public:
     // The objects' values have changed, or may have: what was read before is stale. Any thread.
     void markAllChanged();
 
-    // Asked whether markAllChanged() tells every change of the active alarms soon (see SnapshotStore::setTold). Throws
-    // std::invalid_argument for command codes that are faulty.
-    void setAlarmsTold(const std::function<bool()>& told);
+    // Asked whether markAllChanged() tells every change of the active alarms soon (see
+    // SnapshotStore::setChangeFeedLive). Throws std::invalid_argument for command codes that are faulty.
+    void setAlarmFeedLive(const std::function<bool()>& told);
 
     // Asked before the active alarms are read: a text is why they cannot be (see ObjectReader::setObstacle). Before
     // listen(). Throws as the one above.
@@ -58,7 +59,7 @@ public:
     std::string removeUser(const std::string& name);
 
     const SnmpEngine& engine() const { return m_engine; }
-    const RequestDesk& desk() const { return *m_desk; }
+    const RequestDispatcher& dispatcher() const { return *m_dispatcher; }
     const std::vector<std::unique_ptr<ManagedObject>>& objects() const { return m_objects; }
     const std::vector<std::string>& modules() const { return m_modules; }  // paths
     const std::vector<std::string>& mibFiles() const { return m_loader.mibFiles(); }
@@ -78,6 +79,6 @@ private:
     UsmUsers m_users;
     ModuleLoader m_loader;
     std::vector<std::unique_ptr<ManagedObject>> m_objects;
-    std::unique_ptr<RequestDesk> m_desk;
+    std::unique_ptr<RequestDispatcher> m_dispatcher;
     std::vector<std::unique_ptr<ObjectRegistration>> m_registrations;
 };

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "host/agent/loop/agent_log.h"
-#include "host/base/out_of_memory.h"
+#include "host/base/memory_retry.h"
 #include "host/destinations/trap_api.h"
 #include "platform/notify_handler.h"
 #include "platform/snmp_trap_api.h"
@@ -66,9 +66,9 @@ NotificationService::NotificationService(AgentLoop& loop, std::function<void()> 
       m_binding(CNotifyHandler::instance()->handlers()),
       m_definitions(m_binding),
       m_delivery(loop, {&m_sender, &m_informs}, m_ledger, m_log),
-      m_path(CNotifyHandler::instance()->handlers(), m_binding, m_definitions, m_delivery, m_ledger,
-             std::move(alarmsChanged)),
-      m_alarms(m_path),
+      m_pipeline(CNotifyHandler::instance()->handlers(), m_binding, m_definitions, m_delivery, m_ledger,
+                 std::move(alarmsChanged)),
+      m_alarms(m_pipeline),
       m_source(m_alarms),
       m_reader(std::make_shared<DestinationReader>(m_sender)) {}
 
@@ -92,7 +92,7 @@ void NotificationService::begin() {
     if (!m_running) return;
     if (!m_reader->read()) {
         m_loop.runAfter(LIST_INTERVAL, [this, alive = std::weak_ptr<DestinationReader>(m_reader)] {
-            if (!alive.expired()) untilMemory([this] { begin(); });
+            if (!alive.expired()) retryForever([this] { begin(); });
         });
         return;
     }
@@ -118,13 +118,13 @@ void NotificationService::stop() {
     m_running = false;
     setTrapDestinationListener(nullptr);
     m_reader->stop();
-    m_path.stop();
+    m_pipeline.stop();
     m_source.stop();
     m_delivery.stop();
     m_sender.stop();
     m_informs.stop();
     storeProgress();
-    const NotificationPath::Counters counters = m_path.counters();
+    const NotificationPipeline::Counters counters = m_pipeline.counters();
     agent_log::info("alarm events: " + std::to_string(counters.events) + " handled, " +
                     std::to_string(counters.notBuilt) + " traps not built");
 }
@@ -145,12 +145,12 @@ void NotificationService::storeProgress() {
 
 NotificationStatus NotificationService::status() const {
     NotificationStatus status;
-    status.path = m_path.counters();
+    status.path = m_pipeline.counters();
     status.source = m_source.counters();
     status.lastDone = m_ledger.lastDone();
     status.traps = m_sender.status();
     status.informs = m_informs.status();
-    const std::map<std::string, TrapDelivery::Paced> paced = m_delivery.paced();
+    const std::map<std::string, NotificationDelivery::Paced> paced = m_delivery.paced();
     for (DestinationStatus& destination : status.traps.destinations) {
         const auto found = paced.find(trapDestinationKey(destination.index));
         if (found == paced.end()) continue;

@@ -15,21 +15,21 @@
 #include <string>
 
 #include "host/agent/informs/inform_sender.h"
-#include "host/agent/informs/inform_session.h"
+#include "host/agent/informs/net_snmp_inform_transport.h"
 #include "host/agent/notifications/active_alarms.h"
-#include "host/agent/notifications/notification_ledger.h"
+#include "host/agent/notifications/event_ledger.h"
+#include "host/agent/notifications/notification_delivery.h"
 #include "host/agent/notifications/notification_log.h"
-#include "host/agent/notifications/notification_path.h"
-#include "host/agent/notifications/trap_delivery.h"
+#include "host/agent/notifications/notification_pipeline.h"
 #include "host/agent/settings/notification_limits.h"
 #include "host/agent/tamrel/alarm_definitions.h"
 #include "host/agent/tamrel/tamrel_binding.h"
+#include "host/agent/traps/net_snmp_trap_transport.h"
 #include "host/agent/traps/trap_sender.h"
-#include "host/agent/traps/trap_session.h"
 #include "host/transport/alarm_event_source.h"
 
 struct NotificationStatus {
-    NotificationPath::Counters path;
+    NotificationPipeline::Counters path;
     AlarmEventSource::Counters source;
     std::optional<unsigned long long> lastDone;   // event up to which all are done with
     std::optional<std::string> definitionsFault;  // while it lasts events wait
@@ -55,7 +55,7 @@ public:
     void start();
 
     // No notification is handled while the lock lives; events wait. It waits for the one under way.
-    std::unique_lock<std::mutex> hold() { return m_path.hold(); }
+    std::unique_lock<std::mutex> hold() { return m_pipeline.hold(); }
 
     // Lets the module read its alarm definitions anew; see AlarmDefinitions. REQUIRES: hold(), and all workers held.
     void reloadDefinitions() { m_definitions.reload(); }
@@ -66,8 +66,8 @@ public:
     // What the configuration says, at the start and whenever it was read again.
     void setLimits(const NotificationLimits& limits);
 
-    // A logged trap once more; see TrapDelivery. Any thread.
-    TrapDelivery::SentAgain sendAgain(std::uint64_t number, const std::string& to) {
+    // A logged trap once more; see NotificationDelivery. Any thread.
+    NotificationDelivery::SentAgain sendAgain(std::uint64_t number, const std::string& to) {
         return m_delivery.sendAgain(number, to);
     }
 
@@ -104,11 +104,11 @@ private:
     NetSnmpInformTransport m_informTransport;
     InformSender m_informs;
     NotificationLog m_log;
-    NotificationLedger m_ledger;  // its thread uses the log
+    EventLedger m_ledger;  // its thread uses the log
     TamrelBinding m_binding;
     AlarmDefinitions m_definitions;
-    TrapDelivery m_delivery;
-    NotificationPath m_path;
+    NotificationDelivery m_delivery;
+    NotificationPipeline m_pipeline;
     ActiveAlarms m_alarms;
     AlarmEventSource m_source;
     std::shared_ptr<DestinationReader> m_reader;  // shared with the listener of the list, which another thread may run

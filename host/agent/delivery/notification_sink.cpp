@@ -28,10 +28,10 @@ std::set<std::string> chosenKeys(const TrapDestinationMap& considered, const std
 }
 
 void NotificationSink::sendColdStart() {
-    auto trap = std::make_shared<Trap>();
+    auto trap = std::make_shared<Notification>();
     trap->oid = COLD_START;
     const auto all = destinations();
     std::list<tTrapDestInfo> chosen;
     for (const auto& entry : *all) chosen.push_back(entry.second);
-    submit(TrapOrigin(), *all, chosen, std::move(trap), nullptr);
+    submit(NotificationOrigin(), *all, chosen, std::move(trap), nullptr);
 }

@@ -11,7 +11,7 @@
 #include <set>
 #include <string>
 
-#include "host/notification_log/trap_content.h"
+#include "host/notification_log/notification.h"
 #include "platform/trap_dest_info.h"
 
 // Destinations by their number with leading zeros: the order of the keys is that of the numbers.
@@ -25,7 +25,7 @@ std::set<std::string> chosenKeys(const TrapDestinationMap& considered, const std
 
 // What a trap is about: which of the handlers built it for which alarm event. Origins of traps that are submitted
 // ascend; an event that comes again, after a restart of the agent, has the origins that it had.
-struct TrapOrigin {
+struct NotificationOrigin {
     unsigned long long sequence = 0;  // of the event; 0 for traps that are about none, such as coldStart
     unsigned int handler = 0;         // its place among the dispatcher's handlers
 };
@@ -43,17 +43,18 @@ public:
     // `chosen` may name a destination twice, and others than those of this sink. A null trap is one that could not be
     // built. `settled` is called once, by any thread, as soon as the event need not come again for this sink; not when
     // the sink stops before that. Throws std::bad_alloc, and nothing was taken.
-    virtual void submit(const TrapOrigin& origin, const TrapDestinationMap& considered,
-                        const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Trap> trap, Settled settled) = 0;
+    virtual void submit(const NotificationOrigin& origin, const TrapDestinationMap& considered,
+                        const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Notification> trap,
+                        Settled settled) = 0;
 
     // coldStart to all destinations.
     void sendColdStart();
 
-    // Whether a trap may come behind others of younger origin: it was held while its alarm flapped. A sink that does
+    // Whether a trap may come after others of younger origin: it was held while its alarm flapped. A sink that does
     // not take such gets every trap at once.
     virtual bool takesLate() const { return false; }
 
     // Events are numbered anew, from `sequence` + 1. What the sink remembers of it is on disk when it returns; throws
     // what storing throws.
-    virtual void startBehind(unsigned long long sequence) { (void)sequence; }
+    virtual void startAfter(unsigned long long sequence) { (void)sequence; }
 };

@@ -7,7 +7,7 @@
 #include <sstream>
 #include <utility>
 
-#include "host/agent/engine/library_words.h"
+#include "host/agent/engine/library_directives.h"
 #include "host/agent/engine/parser_faults.h"
 #include "host/base/whole_file.h"
 #include "host/snmp/net_snmp.h"
@@ -24,7 +24,7 @@ std::string trimmed(const std::string& text) {
     return text.substr(begin, text.find_last_not_of(BLANKS) + 1 - begin);
 }
 
-// Cuts `text` behind its first word; gives the word.
+// Cuts `text` after its first word; gives the word.
 std::string takeWord(std::string& text) {
     const std::size_t end = std::min(text.find_first_of(BLANKS), text.size());
     std::string word = text.substr(0, end);
@@ -93,22 +93,22 @@ void EngineConfiguration::readLine(std::size_t number, std::string text, std::st
 }
 
 void EngineConfiguration::apply(int when) {
-    for (const tLine& line : m_lines) {
+    for (const Line& line : m_lines) {
         const std::string fault = applyLine(line, when);
         if (!fault.empty()) tell(line.number, fault);
     }
 }
 
 // What is wrong with the line; "" also when it is not its time yet.
-std::string EngineConfiguration::applyLine(const tLine& line, int when) const {
+std::string EngineConfiguration::applyLine(const Line& line, int when) const {
     const config_line* const handler = handlerOf(line.section, line.word);
     const bool known = handler != nullptr && ((isOwn(line.word) && line.section == m_name) ||
-                                              isLibraryWord(line.section == LIBRARY_SECTION, line.word));
+                                              isLibraryDirective(line.section == LIBRARY_SECTION, line.word));
     if (!known) return when == NORMAL_CONFIG ? "Unknown token: " + line.word + "." : "";
     if (handler->config_time != when) return {};
     if (line.arguments.empty()) return "Blank line following " + line.word + " token.";
     if (!isOwn(line.word)) {
-        std::string fault = libraryWordFault(line.word, line.arguments);
+        std::string fault = libraryDirectiveFault(line.word, line.arguments);
         if (!fault.empty()) return line.word + ": " + fault;
     }
     std::string arguments = line.arguments;  // the parser writes into them

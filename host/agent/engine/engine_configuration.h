@@ -7,7 +7,7 @@
 //
 // Not by the library's own reader: its parsers end the process on some lines, it follows words into other files, waits
 // for ever for a pipe, and takes words of its state (the count of starts) from here, too. A word gets to its parser
-// only when library_words.h, or the agent itself, knows it and finds nothing wrong with its arguments.
+// only when library_directives.h, or the agent itself, knows it and finds nothing wrong with its arguments.
 //
 // Threads: agent thread only.
 #pragma once
@@ -31,7 +31,7 @@ public:
     void apply(int when);
 
 private:
-    struct tLine {
+    struct Line {
         std::size_t number;
         std::string section;  // the library's name of a group of words
         std::string word;
@@ -39,11 +39,11 @@ private:
     };
 
     void readLine(std::size_t number, std::string text, std::string& section);
-    std::string applyLine(const tLine& line, int when) const;
+    std::string applyLine(const Line& line, int when) const;
     void tell(std::size_t line, const std::string& fault) const;
 
     const std::string m_path;
     const std::string m_name;
     const OnFault m_onFault;
-    std::vector<tLine> m_lines;
+    std::vector<Line> m_lines;
 };

@@ -23,15 +23,15 @@ constexpr std::array DEFAULT_WORDS = {
     "[vrx-agentd] sysServices 72",                      // end-to-end and applications (RFC 3418)
 };
 
-struct tModule {
+struct Module {
     const char* identity;
     const char* description;
 };
 
 constexpr std::array MODULES = {
-    tModule{"1.3.6.1.4.1.99871.2.91.1", "VRX-TAMREL-MIB: topology, current alarms, trap destinations"},
-    tModule{"1.3.6.1.4.1.99871.2.91.2", "VRX-TAMREL-ALARM-MIB: a notification for each alarm"},
-    tModule{"1.3.6.1.4.1.99871.3.1", "VRX-AGENT-MIB: the state of the agent"},
+    Module{"1.3.6.1.4.1.99871.2.91.1", "VRX-TAMREL-MIB: topology, current alarms, trap destinations"},
+    Module{"1.3.6.1.4.1.99871.2.91.2", "VRX-TAMREL-ALARM-MIB: a notification for each alarm"},
+    Module{"1.3.6.1.4.1.99871.3.1", "VRX-AGENT-MIB: the state of the agent"},
 };
 
 // The library's name for what is seen by whom the configuration gives no view.
@@ -62,7 +62,7 @@ void setSystemDefaults() {
 }
 
 void listMibModules() {
-    for (const tModule& module : MODULES) {
+    for (const Module& module : MODULES) {
         OidVector identity = parseOid(module.identity);
         register_sysORTable(identity.data(), identity.size(), module.description);
     }

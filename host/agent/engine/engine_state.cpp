@@ -111,9 +111,9 @@ EngineState::EngineState(std::string state, std::string name)
       m_folder(state + "/" + engine_file::STATE_FOLDER),
       m_draftFolder(state + "/net-snmp.draft"),
       m_name(std::move(name)) {
-    constexpr std::chrono::seconds PATIENCE{5};  // with vrxctl, which is done at once
+    constexpr std::chrono::seconds TIMEOUT{5};  // with vrxctl, which is done at once
     makePrivateFolder(m_folder);
-    m_lock = engine_file::lockState(m_folder, PATIENCE);
+    m_lock = engine_file::lockState(m_folder, TIMEOUT);
     if (!m_lock) throw EngineError("another agent uses " + m_folder.string());
     makePrivateFolder(m_draftFolder);
     engine_file::readState(m_folder / (m_name + ".conf"));
@@ -141,7 +141,7 @@ std::string EngineState::store() {
 std::string EngineState::write() const {
     const fs::path draft = m_draftFolder / (m_name + ".conf");
     std::error_code error;
-    fs::remove(draft, error);  // of a store that failed; the library would go on behind it
+    fs::remove(draft, error);  // of a store that failed; the library would go on after it
     if (error) return error.message();
     snmp_store(m_name.c_str());
     if (!isWhole(draft)) return "the draft is not whole, is the disk full?";

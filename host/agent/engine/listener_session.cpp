@@ -3,7 +3,7 @@
 #include <new>
 
 #include "host/agent/engine/message_numbers.h"
-#include "host/agent/requests/answer_bound.h"
+#include "host/agent/requests/answer_size.h"
 
 namespace {
 
@@ -15,7 +15,7 @@ int countPacket(netsnmp_session*, netsnmp_transport*, void*, int) {
 int build(netsnmp_session* session, netsnmp_pdu* pdu, unsigned char** buffer, std::size_t* size, std::size_t* used) {
     const int result = buildMessage(session, pdu, buffer, size, used);
     try {
-        if (result == 0) static_cast<RequestDesk*>(session->callback_magic)->answered(*pdu, *used);
+        if (result == 0) static_cast<RequestDispatcher*>(session->callback_magic)->answered(*pdu, *used);
     } catch (const std::bad_alloc&) {  // the engine is C: nothing may leave. The answer is as good without
     }
     return result;
@@ -23,14 +23,14 @@ int build(netsnmp_session* session, netsnmp_pdu* pdu, unsigned char** buffer, st
 
 }  // namespace
 
-netsnmp_session* openSession(netsnmp_transport* transport, RequestDesk& desk, std::string& error,
+netsnmp_session* openSession(netsnmp_transport* transport, RequestDispatcher& dispatcher, std::string& error,
                              int (*lengthOfMessage)(u_char*, std::size_t)) {
     netsnmp_session session;
     snmp_sess_init(&session);
     session.version = SNMP_DEFAULT_VERSION;
     session.isAuthoritative = SNMP_SESS_AUTHORITATIVE;
-    session.callback = &RequestDesk::receive;
-    session.callback_magic = &desk;
+    session.callback = &RequestDispatcher::receive;
+    session.callback_magic = &dispatcher;
     netsnmp_session* const opened = snmp_add_full(&session, transport, countPacket, parseMessage,
                                                   netsnmp_agent_check_parse, nullptr, build, lengthOfMessage, nullptr);
     if (opened == nullptr) error = snmp_api_errstring(session.s_snmp_errno);

@@ -3,10 +3,10 @@
 // Threads: agent thread only.
 #pragma once
 
-#include "host/agent/requests/request_desk.h"
+#include "host/agent/requests/request_dispatcher.h"
 #include "host/snmp/net_snmp.h"
 
-// The desk gets its requests and outlives it. `lengthOfMessage` cuts a stream into messages; without it the library's
-// does. Null when the library refuses: then it has closed the transport, and `error` tells why.
-netsnmp_session* openSession(netsnmp_transport* transport, RequestDesk& desk, std::string& error,
+// The dispatcher gets its requests and outlives it. `lengthOfMessage` cuts a stream into messages; without it the
+// library's does. Null when the library refuses: then it has closed the transport, and `error` tells why.
+netsnmp_session* openSession(netsnmp_transport* transport, RequestDispatcher& dispatcher, std::string& error,
                              int (*lengthOfMessage)(u_char*, std::size_t) = nullptr);

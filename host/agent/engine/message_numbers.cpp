@@ -10,7 +10,7 @@ constexpr unsigned char SIGN = 0x80;         // the bit of a number's first octe
 constexpr unsigned char LONG_LENGTH = 0x80;  // the bit of a length's first octet that tells how many follow
 constexpr std::size_t OCTETS = 4;            // of a number of 32 bits
 
-struct tElement {
+struct Element {
     unsigned char tag;
     const unsigned char* content;
     std::size_t size;
@@ -20,9 +20,9 @@ struct tElement {
 class Elements {
 public:
     Elements(const unsigned char* content, std::size_t size) : m_at(content), m_left(size) {}
-    explicit Elements(const tElement& around) : Elements(around.content, around.size) {}
+    explicit Elements(const Element& around) : Elements(around.content, around.size) {}
 
-    std::optional<tElement> next() {
+    std::optional<Element> next() {
         if (m_left < 2) return std::nullopt;
         const unsigned char tag = *m_at;
         std::size_t length = m_at[1];
@@ -36,7 +36,7 @@ public:
             }
         }
         if (length > m_left) return std::nullopt;
-        const tElement element{tag, m_at, length};
+        const Element element{tag, m_at, length};
         skip(length);
         return element;
     }
@@ -53,7 +53,7 @@ private:
 
 // Octets in front of the last four may only repeat the sign. Of an Unsigned32 four are taken without the zero octet
 // that its first bit asks for: managers leave it out, and no other number can be meant.
-bool numberFits(const tElement& element) {
+bool numberFits(const Element& element) {
     if (element.size == 0) return true;  // the library's to refuse
     const unsigned char* const first = element.content;
     const std::size_t inFront = element.size > OCTETS ? element.size - OCTETS : 0;
@@ -75,7 +75,7 @@ bool numberFits(const tElement& element) {
 }
 
 // The numbers of an element's content and, down to a depth, of the sequences in it.
-bool numbersFit(const tElement& around, int depth) {
+bool numbersFit(const Element& around, int depth) {
     Elements elements(around);
     while (const auto element = elements.next()) {
         if (!numberFits(*element)) return false;
@@ -85,7 +85,7 @@ bool numbersFit(const tElement& around, int depth) {
 }
 
 // A PDU holds numbers, the sequence of its variables, and in each of these a value.
-bool pduNumbersFit(const tElement& pdu) {
+bool pduNumbersFit(const Element& pdu) {
     return numbersFit(pdu, 2);
 }
 

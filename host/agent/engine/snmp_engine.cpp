@@ -16,7 +16,7 @@
 #include "host/agent/engine/parser_faults.h"
 #include "host/agent/engine/udp_listener.h"
 #include "host/agent/loop/agent_log.h"
-#include "host/base/line_budget.h"
+#include "host/base/log_rate_limiter.h"
 #include "host/snmp/net_snmp.h"
 #include "host/snmp/usm_users.h"
 
@@ -45,11 +45,11 @@ int applyConfiguration(int, int, void*, void*) {
 }
 
 // Most of what the library says is about messages that others send.
-LineBudget& libraryLines() {
+LogRateLimiter& libraryLines() {
     constexpr unsigned int LINES = 60;
     constexpr std::chrono::seconds PERIOD{60};
-    static LineBudget budget(LINES, PERIOD);
-    return budget;
+    static LogRateLimiter limiter(LINES, PERIOD);
+    return limiter;
 }
 
 void writeLine(int priority, const std::string& text) {
@@ -118,10 +118,10 @@ SnmpEngine::SnmpEngine(const std::string& root, const std::string& state)
     // Its line names a tool that would write another agent's files; ours says how to make a user.
     snmp_unregister_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG, &vacm_warn_if_not_configured,
                              nullptr, 0);
-    registerEngineWords(m_limits, root);
-    registerInformWords(m_informs);
+    registerAgentDirectives(m_limits, root);
+    registerInformDirectives(m_informs);
     m_configuration.read();
-    // The operator's words come behind the files of the agent's own, and before the library makes use of either.
+    // The operator's words come after the files of the agent's own, and before the library makes use of either.
     netsnmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_PREMIB_READ_CONFIG,
                               applyConfiguration<PREMIB_CONFIG>, nullptr, NETSNMP_CALLBACK_HIGHEST_PRIORITY);
     netsnmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG, applyConfiguration<NORMAL_CONFIG>,
@@ -210,10 +210,10 @@ std::vector<std::string> SnmpEngine::configuredListeners() const {
     return splitListeners(configured == nullptr ? DEFAULT_LISTENER : configured);
 }
 
-void SnmpEngine::listen(std::vector<std::string> addresses, RequestDesk& desk) {
+void SnmpEngine::listen(std::vector<std::string> addresses, RequestDispatcher& dispatcher) {
     if (addresses.empty()) addresses = configuredListeners();
     // Not init_master_agent(): it would open listeners of its own, which read two files of the system for each packet
-    // and know no desk, and a SMUX port besides.
+    // and know no dispatcher, and a SMUX port besides.
     for (const std::string& address : addresses) {
         errno = 0;
         netsnmp_transport* const transport = netsnmp_transport_open_server("snmp", address.c_str());
@@ -222,14 +222,14 @@ void SnmpEngine::listen(std::vector<std::string> addresses, RequestDesk& desk) {
                               (errno == 0 ? "" : std::string(": ") + std::strerror(errno)));
         }
         if (StreamListeners::isStream(*transport)) {
-            if (m_streams == nullptr) m_streams = std::make_unique<StreamListeners>(m_limits.streams, desk);
+            if (m_streams == nullptr) m_streams = std::make_unique<StreamListeners>(m_limits.streams, dispatcher);
             m_streams->add(transport, address);
             agent_log::info("listening on " + address);
             continue;
         }
         receiveDirectly(*transport);
         std::string error;
-        netsnmp_session* const opened = openSession(transport, desk, error);
+        netsnmp_session* const opened = openSession(transport, dispatcher, error);
         if (opened == nullptr) throw EngineError("cannot listen on " + address + ": " + error);
         m_listeners.push_back(opened);
         agent_log::info("listening on " + address);
@@ -244,7 +244,7 @@ void SnmpEngine::listen(std::vector<std::string> addresses, RequestDesk& desk) {
 void SnmpEngine::reload() {
     m_faults.clear();
     m_limits = EngineLimits{};
-    m_informs = InformWords{};
+    m_informs = InformDirectives{};
     free_config();
     setSystemDefaults();
     snmp_call_callbacks(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_PRE_READ_CONFIG, nullptr);
@@ -261,7 +261,7 @@ int SnmpEngine::logLine(int, int, void* message, void*) try {
     std::string text = line.msg == nullptr ? "" : line.msg;
     while (!text.empty() && text.back() == '\n') text.pop_back();
     if (takeParserFault(text)) return SNMPERR_SUCCESS;
-    if (const auto leftOut = libraryLines().take(LineBudget::TimePoint::clock::now())) {
+    if (const auto leftOut = libraryLines().take(LogRateLimiter::TimePoint::clock::now())) {
         if (*leftOut > 0) agent_log::warn(std::to_string(*leftOut) + " lines of the SNMP library were left out");
         writeLine(line.priority, text);
     }

@@ -3,7 +3,7 @@
 //
 //     SnmpEngine engine(root, state);     // reads the configuration
 //     ... register objects ...
-//     engine.listen(addresses, desk);     // from here on requests come
+//     engine.listen(addresses, dispatcher);     // from here on requests come
 //
 // Configuration: <root>/etc/vrx-agentd.conf, with snmpd.conf's words and our own (docs/agent.md). State:
 // engine_state.h.
@@ -18,9 +18,9 @@
 #include "host/agent/engine/engine_configuration.h"
 #include "host/agent/engine/engine_state.h"
 #include "host/agent/engine/stream_listeners.h"
-#include "host/agent/requests/request_desk.h"
-#include "host/agent/settings/engine_words.h"
-#include "host/agent/settings/inform_words.h"
+#include "host/agent/requests/request_dispatcher.h"
+#include "host/agent/settings/agent_directives.h"
+#include "host/agent/settings/inform_directives.h"
 #include "host/engine_files/user_protocols.h"
 
 // SNMPv3's name of this agent, how often it was started under it, and since when it runs.
@@ -77,10 +77,10 @@ public:
     bool hasUsers() const;
 
     // Opens a listener on each address ("udp:127.0.0.1:1161", "udp6:[::1]:1161", "tcp:..."); on those of the
-    // configuration's agentAddress when there are none, on DEFAULT_LISTENER when that is missing too. The desk gets all
-    // requests and outlives the engine. Throws EngineError, also when the count of starts cannot be stored: with one
-    // that SNMPv3 managers have seen before they would reject the next start.
-    void listen(std::vector<std::string> addresses, RequestDesk& desk);
+    // configuration's agentAddress when there are none, on DEFAULT_LISTENER when that is missing too. The dispatcher
+    // gets all requests and outlives the engine. Throws EngineError, also when the count of starts cannot be stored:
+    // with one that SNMPv3 managers have seen before they would reject the next start.
+    void listen(std::vector<std::string> addresses, RequestDispatcher& dispatcher);
 
     // Reads the configuration again: communities, users, views, limits. Listeners stay, and so does the count of
     // starts, which the library's own update would raise: SNMPv3 managers would have to meet the agent anew.
@@ -95,7 +95,7 @@ private:
     EngineState m_state;
     EngineConfiguration m_configuration;
     EngineLimits m_limits;
-    InformWords m_informs;
+    InformDirectives m_informs;
     std::vector<std::string> m_faults;
     std::vector<netsnmp_session*> m_listeners;
     std::unique_ptr<StreamListeners> m_streams;  // when an address is one of theirs

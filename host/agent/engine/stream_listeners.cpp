@@ -19,7 +19,7 @@
 
 #include "host/agent/engine/listener_session.h"
 #include "host/agent/loop/agent_log.h"
-#include "host/agent/requests/request_desk.h"
+#include "host/agent/requests/request_dispatcher.h"
 
 namespace {
 
@@ -57,9 +57,9 @@ std::size_t mostConnections(const StreamLimits& limits) {
 
 StreamListeners* StreamListeners::s_instance = nullptr;
 
-StreamListeners::StreamListeners(const StreamLimits& limits, RequestDesk& desk)
+StreamListeners::StreamListeners(const StreamLimits& limits, RequestDispatcher& dispatcher)
     : m_limits(limits),
-      m_desk(desk),
+      m_dispatcher(dispatcher),
       m_events(checked(::epoll_create1(EPOLL_CLOEXEC), "epoll")),
       m_timer(checked(::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC), "timerfd")),
       m_lines(LINES, LINES_PERIOD) {
@@ -68,15 +68,15 @@ StreamListeners::StreamListeners(const StreamLimits& limits, RequestDesk& desk)
     if (register_readfd(m_events.get(), handler, this) != FD_REGISTERED_OK) {
         throw std::system_error(EMFILE, std::generic_category(), "streams");
     }
-    m_desk.onAllowed = [this](const netsnmp_session* session) { asked(session); };
+    m_dispatcher.onAllowed = [this](const netsnmp_session* session) { asked(session); };
     s_instance = this;
 }
 
 StreamListeners::~StreamListeners() {
-    m_desk.onAllowed = nullptr;
+    m_dispatcher.onAllowed = nullptr;
     unregister_readfd(m_events.get());
     while (!m_connections.empty()) snmp_close(m_connections.begin()->second.session);
-    for (const tListener& listener : m_listeners) {
+    for (const Listener& listener : m_listeners) {
         listener.transport->f_close(listener.transport);
         netsnmp_transport_free(listener.transport);
     }
@@ -107,7 +107,7 @@ void StreamListeners::handleEvents() try {
             if (!sendUnsent(descriptor, connection->second)) end(descriptor, connection->second);
             continue;
         }
-        for (tListener& listener : m_listeners) {
+        for (Listener& listener : m_listeners) {
             if (listener.transport->sock == descriptor) accept(listener);
         }
     }
@@ -115,7 +115,7 @@ void StreamListeners::handleEvents() try {
     agent_log::fault({"connections could not be looked after: ", error.what()});
 }
 
-void StreamListeners::accept(tListener& listener) {
+void StreamListeners::accept(Listener& listener) {
     for (int i = 0; i < ACCEPTED_AT_ONCE; ++i) {
         errno = 0;
         const int descriptor = listener.transport->f_accept(listener.transport);
@@ -138,11 +138,11 @@ void StreamListeners::accept(tListener& listener) {
     }
 }
 
-void StreamListeners::admit(tListener& listener, int descriptor) {
+void StreamListeners::admit(Listener& listener, int descriptor) {
     FileDescriptor owned(descriptor);
     if (!makeRoom(listener)) return;
     ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
-    tConnection& connection = m_connections[descriptor];
+    Connection& connection = m_connections[descriptor];
     netsnmp_transport* const transport = netsnmp_transport_copy(listener.transport);
     if (transport == nullptr) {
         m_connections.erase(descriptor);
@@ -159,21 +159,21 @@ void StreamListeners::admit(tListener& listener, int descriptor) {
     transport->f_send = send;
     transport->f_close = close;
     std::string error;
-    netsnmp_session* const opened = openSession(transport, m_desk, error, lengthOfMessage);
+    netsnmp_session* const opened = openSession(transport, m_dispatcher, error, lengthOfMessage);
     if (opened == nullptr) return;  // the library has closed the transport
     connection.session = opened;
     armTimer(true);
 }
 
 // False when a new connection has to be refused.
-bool StreamListeners::makeRoom(const tListener& listener) {
+bool StreamListeners::makeRoom(const Listener& listener) {
     const std::size_t most = mostConnections(m_limits);
     const std::size_t mostNew = std::max<std::size_t>(most / NEW_SHARE, 1);
     std::size_t open = 0;
     std::size_t openNew = 0;
     auto oldest = m_connections.end();
     for (auto at = m_connections.begin(); at != m_connections.end(); ++at) {
-        const tConnection& connection = at->second;
+        const Connection& connection = at->second;
         if (connection.ended) continue;
         ++open;
         if (connection.hasAsked) continue;
@@ -199,7 +199,7 @@ void StreamListeners::asked(const netsnmp_session* session) {
     found->second.end = Clock::now() + m_limits.idle;
 }
 
-void StreamListeners::end(int descriptor, tConnection& connection) {
+void StreamListeners::end(int descriptor, Connection& connection) {
     if (connection.ended) return;
     connection.ended = true;
     if (connection.watched) watch(descriptor, EPOLLOUT, false);
@@ -208,7 +208,7 @@ void StreamListeners::end(int descriptor, tConnection& connection) {
 }
 
 // Sends what the client takes just now. False when the connection is broken.
-bool StreamListeners::sendUnsent(int descriptor, tConnection& connection) {
+bool StreamListeners::sendUnsent(int descriptor, Connection& connection) {
     while (!connection.unsent.empty()) {
         const ssize_t sent =
             ::send(descriptor, connection.unsent.data(), connection.unsent.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
@@ -221,7 +221,7 @@ bool StreamListeners::sendUnsent(int descriptor, tConnection& connection) {
 }
 
 // Of a transport of ours; null when it is closed already: the engine may still close its session later.
-StreamListeners::tConnection* StreamListeners::connectionOf(const netsnmp_transport& transport) {
+StreamListeners::Connection* StreamListeners::connectionOf(const netsnmp_transport& transport) {
     if (s_instance == nullptr) return nullptr;
     const auto found = s_instance->m_connections.find(transport.sock);
     return found == s_instance->m_connections.end() ? nullptr : &found->second;
@@ -231,19 +231,19 @@ StreamListeners::tConnection* StreamListeners::connectionOf(const netsnmp_transp
 int StreamListeners::receive(netsnmp_transport* transport, void* buffer, int size, void** opaque, int* length) {
     *opaque = nullptr;
     *length = 0;
-    const tConnection* const connection = connectionOf(*transport);
+    const Connection* const connection = connectionOf(*transport);
     if (connection == nullptr || connection->ended) return 0;  // the end, also where unread messages are left
     return connection->receive(transport, buffer, std::min(size, READ_AT_ONCE), opaque, length);
 }
 
 // All of it, or -1: then the connection ends.
 int StreamListeners::send(netsnmp_transport* transport, const void* buffer, int size, void**, int*) try {
-    tConnection* const found = connectionOf(*transport);
+    Connection* const found = connectionOf(*transport);
     if (found == nullptr || found->ended) {
         errno = EPIPE;
         return -1;
     }
-    tConnection& connection = *found;
+    Connection& connection = *found;
     const bool waiting = !connection.unsent.empty();
     const std::string_view answer(static_cast<const char*>(buffer), static_cast<std::size_t>(size));
     // One answer may be of any length: who has asked for it will read it.
@@ -265,7 +265,7 @@ int StreamListeners::send(netsnmp_transport* transport, const void* buffer, int 
 }
 
 int StreamListeners::close(netsnmp_transport* transport) {
-    const tConnection* const connection = connectionOf(*transport);
+    const Connection* const connection = connectionOf(*transport);
     if (connection == nullptr) return -1;
     const auto closing = connection->close;
     s_instance->m_connections.erase(transport->sock);
@@ -287,7 +287,7 @@ void StreamListeners::everySecond() {
         if (connection.end <= now) end(descriptor, connection);
     }
     bool resting = false;
-    for (tListener& listener : m_listeners) {
+    for (Listener& listener : m_listeners) {
         if (listener.resting) listener.resting = !watch(listener.transport->sock, EPOLLIN, true);
         resting = resting || listener.resting;
     }

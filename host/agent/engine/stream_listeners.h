@@ -18,16 +18,16 @@
 #include <vector>
 
 #include "host/agent/settings/stream_limits.h"
-#include "host/base/backend_socket.h"
-#include "host/base/line_budget.h"
+#include "host/base/local_socket.h"
+#include "host/base/log_rate_limiter.h"
 #include "host/snmp/net_snmp.h"
 
-class RequestDesk;
+class RequestDispatcher;
 
 class StreamListeners {
 public:
     // Both outlive the listeners; `limits` may change. Throws std::system_error.
-    StreamListeners(const StreamLimits& limits, RequestDesk& desk);
+    StreamListeners(const StreamLimits& limits, RequestDispatcher& dispatcher);
     ~StreamListeners();  // closes all connections
     StreamListeners(const StreamListeners&) = delete;
     StreamListeners& operator=(const StreamListeners&) = delete;
@@ -42,13 +42,13 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    struct tListener {
+    struct Listener {
         netsnmp_transport* transport;
         std::string address;
         bool resting;
     };
 
-    struct tConnection {
+    struct Connection {
         decltype(netsnmp_transport::f_recv) receive;  // the library's
         decltype(netsnmp_transport::f_close) close;
         netsnmp_session* session = nullptr;
@@ -61,28 +61,28 @@ private:
     };
 
     static StreamListeners* s_instance;  // the library's callbacks carry no argument of ours
-    static tConnection* connectionOf(const netsnmp_transport& transport);
+    static Connection* connectionOf(const netsnmp_transport& transport);
     static int receive(netsnmp_transport* transport, void* buffer, int size, void** opaque, int* length);
     static int send(netsnmp_transport* transport, const void* buffer, int size, void** opaque, int* length);
     static int close(netsnmp_transport* transport);
 
     void handleEvents();
-    void accept(tListener& listener);
-    void admit(tListener& listener, int descriptor);
-    bool makeRoom(const tListener& listener);
-    bool sendUnsent(int descriptor, tConnection& connection);
+    void accept(Listener& listener);
+    void admit(Listener& listener, int descriptor);
+    bool makeRoom(const Listener& listener);
+    bool sendUnsent(int descriptor, Connection& connection);
     void asked(const netsnmp_session* session);
-    void end(int descriptor, tConnection& connection);
+    void end(int descriptor, Connection& connection);
     bool watch(int descriptor, unsigned int events, bool on) const;
     void everySecond();
     void armTimer(bool on);
 
     const StreamLimits& m_limits;
-    RequestDesk& m_desk;
+    RequestDispatcher& m_dispatcher;
     FileDescriptor m_events;  // epoll: listeners, clients that may read again, and the timer
     FileDescriptor m_timer;   // each second while there are connections, or a listener rests
     bool m_ticking = false;
-    std::vector<tListener> m_listeners;
-    std::map<int, tConnection> m_connections;  // by descriptor
-    LineBudget m_lines;
+    std::vector<Listener> m_listeners;
+    std::map<int, Connection> m_connections;  // by descriptor
+    LogRateLimiter m_lines;
 };

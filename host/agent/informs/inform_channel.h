@@ -13,12 +13,12 @@
 #include <string>
 
 #include "host/agent/informs/inform_destination.h"
-#include "host/notification_log/trap_content.h"
+#include "host/notification_log/notification.h"
 
 struct Inform {
     std::uint64_t number = 0;  // gives the request ID: the same each time that it is sent
     std::uint32_t upTime = 0;  // sysUpTime of the event
-    std::shared_ptr<const Trap> trap;
+    std::shared_ptr<const Notification> trap;
 };
 
 struct InformOutcome {
@@ -41,8 +41,8 @@ public:
 
     virtual ~InformChannel() = default;  // what is under way ends without an outcome
 
-    // Sends the inform, in a message of at most `wanted` octets or the shortest that can be made (see trap_fitting.h),
-    // and waits for its answer. `done` is called from the loop, not before this returns.
+    // Sends the inform, in a message of at most `wanted` octets or the shortest that can be made (see
+    // notification_fitting.h), and waits for its answer. `done` is called from the loop, not before this returns.
     // REQUIRES: none is under way.
     virtual void send(const Inform& inform, std::size_t wanted, std::chrono::milliseconds patience, Done done) = 0;
 

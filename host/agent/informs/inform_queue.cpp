@@ -6,9 +6,9 @@
 #include <utility>
 
 #include "host/agent/loop/agent_log.h"
-#include "host/base/out_of_memory.h"
+#include "host/base/memory_retry.h"
 #include "host/base/thread_without_signals.h"
-#include "host/notification_log/trap_bytes.h"
+#include "host/notification_log/notification_codec.h"
 
 namespace {
 
@@ -30,7 +30,7 @@ constexpr const char* SCHEMA =
     " up_time INTEGER NOT NULL, trap BLOB NOT NULL);"
     "CREATE INDEX IF NOT EXISTS inform_of_receiver ON inform (receiver, number);";
 
-bool isBehind(const TrapOrigin& a, const TrapOrigin& b) {
+bool isBehind(const NotificationOrigin& a, const NotificationOrigin& b) {
     return std::tie(a.sequence, a.handler) > std::tie(b.sequence, b.handler);
 }
 
@@ -72,7 +72,7 @@ struct InformQueue::Statements {
 struct InformQueue::Lane {
     std::string name;
     std::size_t limit = 0;
-    TrapOrigin last;
+    NotificationOrigin last;
     Standing standing;
     std::deque<Inform> first;      // of those on disk, in their order
     bool complete = true;          // these are all of them
@@ -86,8 +86,8 @@ struct InformQueue::Job {
     enum class Kind { Add, Remove, Drop, Renumber };
     Kind kind = Kind::Add;
     std::shared_ptr<Lane> lane;
-    Inform inform;      // Add; number also of Remove
-    TrapOrigin origin;  // Add, Renumber
+    Inform inform;              // Add; number also of Remove
+    NotificationOrigin origin;  // Add, Renumber
     Settled settled;
     std::shared_ptr<std::promise<void>> renumbered;
 };
@@ -175,8 +175,8 @@ InformQueue::Limits InformQueue::setReceivers(const Limits& limits, bool keepOth
     return gone;
 }
 
-InformQueue::Added InformQueue::add(const std::string& receiver, const TrapOrigin& origin, std::uint32_t upTime,
-                                    const std::shared_ptr<const Trap>& trap, const Settled& settled) {
+InformQueue::Added InformQueue::add(const std::string& receiver, const NotificationOrigin& origin, std::uint32_t upTime,
+                                    const std::shared_ptr<const Notification>& trap, const Settled& settled) {
     Added result = Added::Waiting;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -226,7 +226,7 @@ void InformQueue::remove(const std::string& receiver, std::uint64_t number) {
     if (m_jobs.size() == 1) m_changed.notify_all();
 }
 
-void InformQueue::startBehind(unsigned long long sequence) {
+void InformQueue::startAfter(unsigned long long sequence) {
     Job job;
     job.kind = Job::Kind::Renumber;
     job.origin.sequence = sequence;
@@ -268,15 +268,15 @@ void InformQueue::run() {
             if (jobs.empty()) m_changed.wait(lock, [this] { return m_stopping || !m_jobs.empty() || wantsRefill(); });
             stopping = m_stopping;
             refilling = wantsRefill();
-            untilMemory([&] { jobs.reserve(jobs.size() + m_jobs.size()); });
+            retryForever([&] { jobs.reserve(jobs.size() + m_jobs.size()); });
             std::move(m_jobs.begin(), m_jobs.end(), std::back_inserter(jobs));
             m_jobs.clear();
         }
-        bool healthy = jobs.empty() || untilMemory([&] { return write(jobs); });
+        bool healthy = jobs.empty() || retryForever([&] { return write(jobs); });
         if (healthy) {
-            untilMemory([&] { taken(jobs); });
+            retryForever([&] { taken(jobs); });
             jobs.clear();
-            if (refilling) healthy = untilMemory([this] { return refill(); });
+            if (refilling) healthy = retryForever([this] { return refill(); });
         }
         if (stopping) return;
         std::unique_lock<std::mutex> lock(m_mutex);
@@ -406,10 +406,10 @@ void InformQueue::refill(const std::shared_ptr<Lane>& lane) {
     row.bind(3, IN_MEMORY);
     for (; row.step(); ++rows) {
         last = row.number(0);
-        std::optional<Trap> trap = trapFrom(row.bytes(2));
+        std::optional<Notification> trap = trapFrom(row.bytes(2));
         if (trap) {
-            informs.push_back(
-                {last, static_cast<std::uint32_t>(row.number(1)), std::make_shared<const Trap>(std::move(*trap))});
+            informs.push_back({last, static_cast<std::uint32_t>(row.number(1)),
+                               std::make_shared<const Notification>(std::move(*trap))});
         } else {
             Job job;
             job.kind = Job::Kind::Remove;

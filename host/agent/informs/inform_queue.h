@@ -59,8 +59,8 @@ public:
 
     // `settled` is called when the inform is on disk, at once when it is not taken. Throws std::bad_alloc, and nothing
     // has happened. REQUIRES: the receiver is known.
-    Added add(const std::string& receiver, const TrapOrigin& origin, std::uint32_t upTime,
-              const std::shared_ptr<const Trap>& trap, const Settled& settled);
+    Added add(const std::string& receiver, const NotificationOrigin& origin, std::uint32_t upTime,
+              const std::shared_ptr<const Notification>& trap, const Settled& settled);
 
     // The inform to send now; nothing when none is in memory. Gives the same one until it is removed.
     std::optional<Inform> first(const std::string& receiver) const;
@@ -68,9 +68,9 @@ public:
     // The first one is done with. Soon on disk.
     void remove(const std::string& receiver, std::uint64_t number);
 
-    // Events are numbered anew: those behind `sequence` are new ones for all receivers. On disk when it returns. Throws
+    // Events are numbered anew: those after `sequence` are new ones for all receivers. On disk when it returns. Throws
     // SqliteError.
-    void startBehind(unsigned long long sequence);
+    void startAfter(unsigned long long sequence);
 
     // Writes what is left, unless the file cannot be written, and nothing from then on.
     void stop();

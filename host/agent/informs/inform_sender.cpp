@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "host/agent/loop/agent_log.h"
-#include "host/base/out_of_memory.h"
-#include "host/notification_log/trap_subject.h"
+#include "host/base/memory_retry.h"
+#include "host/notification_log/notification_subject.h"
 #include "host/snmp/net_snmp.h"
 
 namespace {
@@ -48,14 +48,14 @@ struct Submission {
 }  // namespace
 
 InformSender::InformSender(AgentLoop& loop, InformTransport& transport, const std::string& queuePath,
-                           std::chrono::seconds resolveInterval, TrapResolver::Lookup lookup)
+                           std::chrono::seconds resolveInterval, NameResolver::Lookup lookup)
     : m_transport(transport),
       m_firstUpTime(static_cast<std::uint32_t>(netsnmp_get_agent_uptime())),
       m_list(std::make_shared<TrapDestinationMap>()),
       m_lastNumber(LAST_TABLE_NUMBER),
-      m_turns(
+      m_scheduler(
           loop, [this] { takeTurn(); }, SHORTEST_SLEEP, resolveInterval, std::move(lookup)),
-      m_queue(queuePath, [this] { m_turns.wake(); }) {}
+      m_queue(queuePath, [this] { m_scheduler.wake(); }) {}
 
 void InformSender::setDestinations(const std::vector<InformDestination>& destinations, bool complete) {
     InformQueue::Limits limits;
@@ -109,7 +109,7 @@ void InformSender::setDestinations(const std::vector<InformDestination>& destina
         list->emplace(key, std::move(info));
     }
     m_list = std::move(list);
-    m_turns.wake();
+    m_scheduler.wake();
 }
 
 // Any thread
@@ -125,8 +125,9 @@ std::uint32_t InformSender::upTime() const {
            static_cast<std::uint32_t>(std::chrono::duration_cast<Ticks>(Clock::now() - m_start).count());
 }
 
-void InformSender::submit(const TrapOrigin& origin, const TrapDestinationMap& considered,
-                          const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Trap> trap, Settled settled) {
+void InformSender::submit(const NotificationOrigin& origin, const TrapDestinationMap& considered,
+                          const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Notification> trap,
+                          Settled settled) {
     const std::set<std::string> keys = chosenKeys(considered, chosen);
     const auto submission = std::make_shared<Submission>(std::move(settled));
     const auto release = [submission] { submission->release(); };
@@ -155,11 +156,11 @@ void InformSender::submit(const TrapOrigin& origin, const TrapDestinationMap& co
 }
 
 // Caller holds m_mutex.
-void InformSender::enqueue(Destination& destination, const TrapOrigin& origin, const std::shared_ptr<const Trap>& trap,
-                           const Settled& settled) {
+void InformSender::enqueue(Destination& destination, const NotificationOrigin& origin,
+                           const std::shared_ptr<const Notification>& trap, const Settled& settled) {
     InformQueue::Added added = InformQueue::Added::Full;
     try {
-        added = withPatience([&] { return m_queue.add(destination.name, origin, upTime(), trap, settled); });
+        added = retryForASecond([&] { return m_queue.add(destination.name, origin, upTime(), trap, settled); });
     } catch (const std::bad_alloc&) {
         settled();
     }
@@ -212,8 +213,8 @@ InformStatus InformSender::status() const {
 // Agent thread
 
 void InformSender::stop() {
-    if (m_turns.stopped()) return;
-    m_turns.stop();
+    if (m_scheduler.stopped()) return;
+    m_scheduler.stop();
     m_links.clear();
     m_queue.stop();
     const InformStatus last = status();
@@ -235,7 +236,7 @@ void InformSender::takeTurn() {
             hosts.insert(destination.settings.peer.host);
         }
     }
-    m_turns.watch(hosts);
+    m_scheduler.watch(hosts);
     for (const std::string& key : keys) serve(key);
 }
 
@@ -245,15 +246,15 @@ void InformSender::serve(const std::string& key) {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         const auto found = m_destinations.find(key);
-        if (m_turns.stopped() || found == m_destinations.end()) return;
+        if (m_scheduler.stopped() || found == m_destinations.end()) return;
         settings = found->second.settings;
     }
     Link& link = m_links[key];
     if (link.underWay != 0) return;
     const std::optional<Inform> inform = m_queue.first(settings.name());
     if (!inform) return;
-    if (link.notBefore > Clock::now()) return m_turns.sleepUntil(link.notBefore);
-    const std::string address = m_turns.addressOf(settings.peer.host);
+    if (link.notBefore > Clock::now()) return m_scheduler.sleepUntil(link.notBefore);
+    const std::string address = m_scheduler.addressOf(settings.peer.host);
     if (address.empty()) {  // serve() comes again when there is one
         link.channel.reset();
         return noteState(key, InformState::Unresolved, "");
@@ -266,15 +267,15 @@ void InformSender::serve(const std::string& key) {
         if (!link.channel) {
             link.notBefore = Clock::now() + patienceOf(settings.policy, link.attempts++);
             noteState(key, InformState::Failing, failure);
-            return m_turns.sleepUntil(link.notBefore);
+            return m_scheduler.sleepUntil(link.notBefore);
         }
     }
     link.channel->send(*inform, wantedSize(link), patienceOf(settings.policy, link.attempts),
                        [this, key, sent = *inform](const InformOutcome& outcome) {
-                           untilMemory([&] { take(key, sent.number, outcome); });
-                           untilMemory([&] { noteFate(key, sent, outcome); });
-                           untilMemory([&] { noteOutcome(key, outcome); });
-                           untilMemory([&] { serve(key); });
+                           retryForever([&] { take(key, sent.number, outcome); });
+                           retryForever([&] { noteFate(key, sent, outcome); });
+                           retryForever([&] { noteOutcome(key, outcome); });
+                           retryForever([&] { serve(key); });
                        });
     link.underWay = inform->number;  // it is, and not before: without memory it is sent again
 }

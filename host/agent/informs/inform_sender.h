@@ -20,9 +20,9 @@
 #include <string>
 #include <vector>
 
+#include "host/agent/delivery/notification_fitting.h"
 #include "host/agent/delivery/notification_sink.h"
-#include "host/agent/delivery/sender_turns.h"
-#include "host/agent/delivery/trap_fitting.h"
+#include "host/agent/delivery/send_scheduler.h"
 #include "host/agent/informs/inform_channel.h"
 #include "host/agent/informs/inform_queue.h"
 #include "host/agent/informs/inform_status.h"
@@ -32,7 +32,7 @@ class InformSender : public NotificationSink {
 public:
     // `loop` and `transport` outlive the sender. Throws SqliteError when the queue's file cannot be used.
     InformSender(AgentLoop& loop, InformTransport& transport, const std::string& queuePath,
-                 std::chrono::seconds resolveInterval, TrapResolver::Lookup lookup = TrapResolver::systemLookup);
+                 std::chrono::seconds resolveInterval, NameResolver::Lookup lookup = NameResolver::systemLookup);
     InformSender(const InformSender&) = delete;
     InformSender& operator=(const InformSender&) = delete;
 
@@ -44,13 +44,14 @@ public:
     std::shared_ptr<const TrapDestinationMap> destinations() const override;
 
     // `settled` is called as soon as the informs are on disk.
-    void submit(const TrapOrigin& origin, const TrapDestinationMap& considered, const std::list<tTrapDestInfo>& chosen,
-                std::shared_ptr<const Trap> trap, Settled settled) override;
+    void submit(const NotificationOrigin& origin, const TrapDestinationMap& considered,
+                const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Notification> trap,
+                Settled settled) override;
 
     // Octets that the message of an inform has at most, as far as its texts can be shortened. Agent thread.
     void setMessageSize(std::size_t octets) { m_messageSize = octets; }
 
-    void startBehind(unsigned long long sequence) override { m_queue.startBehind(sequence); }
+    void startAfter(unsigned long long sequence) override { m_queue.startAfter(sequence); }
 
     // Sends nothing any more, and writes what is not on disk yet; one log line per receiver.
     void stop();
@@ -85,8 +86,8 @@ private:
     };
 
     std::uint32_t upTime() const;
-    void enqueue(Destination& destination, const TrapOrigin& origin, const std::shared_ptr<const Trap>& trap,
-                 const Settled& settled);
+    void enqueue(Destination& destination, const NotificationOrigin& origin,
+                 const std::shared_ptr<const Notification>& trap, const Settled& settled);
     void noteFull(Destination& destination, bool full);
 
     // Agent thread.
@@ -111,6 +112,6 @@ private:
     unsigned long m_lastNumber;                   // of a destination
     std::map<std::string, Link> m_links;          // by key
 
-    SenderTurns m_turns;
-    InformQueue m_queue;  // behind the turns: its thread wakes them
+    SendScheduler m_scheduler;
+    InformQueue m_queue;  // after the scheduler: its thread wakes them
 };

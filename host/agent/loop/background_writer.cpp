@@ -3,7 +3,7 @@
 #include <chrono>
 #include <utility>
 
-#include "host/base/out_of_memory.h"
+#include "host/base/memory_retry.h"
 #include "host/base/thread_without_signals.h"
 
 namespace {
@@ -42,7 +42,7 @@ void BackgroundWriter::run() {
         if (m_stopping) return;
         m_awake = false;
         lock.unlock();
-        const bool complete = untilMemory(m_write);
+        const bool complete = retryForever(m_write);
         lock.lock();
         m_awake = m_awake || !complete;
         m_changed.wait_for(lock, WRITE_INTERVAL, [this] { return m_stopping; });

@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "host/agent/loop/agent_log.h"
-#include "host/base/out_of_memory.h"
-#include "host/notification_log/trap_bytes.h"
+#include "host/base/memory_retry.h"
+#include "host/notification_log/notification_codec.h"
 
 namespace {
 
@@ -36,7 +36,7 @@ void NotificationLog::setKept(std::uint64_t kept) {
     m_writer.wake();  // the file is made before the first entry, for people who look
 }
 
-void NotificationLog::add(LoggedNotification entry, std::shared_ptr<const Trap> trap) noexcept {
+void NotificationLog::add(LoggedNotification entry, std::shared_ptr<const Notification> trap) noexcept {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (m_counters.kept == 0) return;
@@ -78,7 +78,7 @@ bool NotificationLog::takeBatch() {
         m_batchSize = taken.size();
     }
     for (Waiting& one : taken) {
-        untilMemory([&] {
+        retryForever([&] {
             one.entry.trapOid = oidText(one.trap->oid);
             one.entry.trap = bytesOf(*one.trap);
         });

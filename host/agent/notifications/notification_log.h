@@ -20,8 +20,8 @@
 #include <vector>
 
 #include "host/agent/loop/background_writer.h"
+#include "host/notification_log/notification.h"
 #include "host/notification_log/notification_log_file.h"
-#include "host/notification_log/trap_content.h"
 
 class NotificationLog {
 public:
@@ -47,7 +47,7 @@ public:
     void setKept(std::uint64_t kept);
 
     // The entry's trap, its OID and its number are filled in later. Without memory it is given up.
-    void add(LoggedNotification entry, std::shared_ptr<const Trap> trap) noexcept;
+    void add(LoggedNotification entry, std::shared_ptr<const Notification> trap) noexcept;
 
     // Writes what waits now. Throws SqliteError, and what waits goes on waiting.
     void flush();
@@ -62,7 +62,7 @@ public:
 private:
     struct Waiting {
         LoggedNotification entry;
-        std::shared_ptr<const Trap> trap;
+        std::shared_ptr<const Notification> trap;
     };
 
     bool tryToFlush();

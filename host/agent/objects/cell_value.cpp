@@ -14,23 +14,23 @@ namespace {
 
 constexpr std::uint64_t MAX_UNSIGNED32 = std::numeric_limits<std::uint32_t>::max();
 
-struct tNumber {
+struct Number {
     std::uint64_t bits;
     bool negative;
 };
 
-std::optional<tNumber> numberOfText(const std::string& text) {
+std::optional<Number> numberOfText(const std::string& text) {
     char* end = nullptr;
     errno = 0;
     const bool negative = !text.empty() && text.front() == '-';
     const std::uint64_t bits = negative ? static_cast<std::uint64_t>(std::strtoll(text.c_str(), &end, 10))
                                         : std::strtoull(text.c_str(), &end, 10);
     if (text.empty() || *end != '\0' || errno != 0) return std::nullopt;
-    return tNumber{bits, negative};
+    return Number{bits, negative};
 }
 
 // Little-endian, at most 8 bytes, an INT with its sign carried on.
-std::optional<tNumber> numberOfCell(const CTLVCell& cell) {
+std::optional<Number> numberOfCell(const CTLVCell& cell) {
     if (cell.type() == CTLVCell::TLV_TYPE_STRING) return numberOfText(cell.toString());
     const bool isSigned = cell.type() == CTLVCell::TLV_TYPE_INT;
     const std::size_t length = cell.length();
@@ -41,10 +41,10 @@ std::optional<tNumber> numberOfCell(const CTLVCell& cell) {
     for (std::size_t i = length; i-- > 0;) bits = (bits << 8) | cell.data()[i];
     const bool negative = isSigned && (cell.data()[length - 1] & 0x80) != 0;
     if (negative && length < sizeof bits) bits |= ~std::uint64_t{0} << (8 * length);
-    return tNumber{bits, negative};
+    return Number{bits, negative};
 }
 
-bool isInteger32(const tNumber& number) {
+bool isInteger32(const Number& number) {
     return number.negative ? static_cast<std::int64_t>(number.bits) >= std::numeric_limits<std::int32_t>::min()
                            : number.bits <= static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max());
 }
@@ -93,7 +93,7 @@ std::optional<SnmpValue> valueOfCell(const CTLVCell& cell, const MibSyntax& synt
         return value;
     }
 
-    const std::optional<tNumber> number = numberOfCell(cell);
+    const std::optional<Number> number = numberOfCell(cell);
     if (!number) return std::nullopt;
     value.number = number->bits;
     if (syntax.type == ASN_INTEGER) {
@@ -111,7 +111,7 @@ int checkVarbind(const netsnmp_variable_list& varbind, const MibSyntax& syntax) 
     switch (syntax.type) {
         case ASN_OCTET_STR:
             if (!syntax.allows(static_cast<long long>(varbind.val_len))) return SNMP_ERR_WRONGLENGTH;
-            // Handlers take text, which ends at its first zero byte: what stands behind one would be lost.
+            // Handlers take text, which ends at its first zero byte: what stands after one would be lost.
             return varbind.val_len > 0 && std::memchr(varbind.val.string, 0, varbind.val_len) != nullptr
                        ? SNMP_ERR_WRONGVALUE
                        : SNMP_ERR_NOERROR;

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "host/agent/loop/agent_log.h"
-#include "host/base/out_of_memory.h"
+#include "host/base/memory_retry.h"
 
 ManagedObject::ManagedObject(const MibObject& mib, CSnmpHandler& handler, AgentLoop& loop, const SnapshotLimits& limits)
     : m_mib(&mib),
@@ -24,7 +24,7 @@ ReadOutcome ManagedObject::attempt(const std::function<SnapshotPointer()>& read)
     try {
         return {read(), {}};
     } catch (const std::exception& error) {
-        return untilMemory([&error] { return ReadOutcome{nullptr, error.what()}; });
+        return retryForever([&error] { return ReadOutcome{nullptr, error.what()}; });
     }
 }
 
@@ -32,7 +32,7 @@ void ManagedObject::refresh() {
     if (m_refreshing) return;
     m_worker.submit([this] {
         const ReadOutcome outcome = attempt([this] { return m_reader.whole(); });
-        untilMemory([&] { m_loop.post([this, outcome] { refreshed(outcome); }); });
+        retryForever([&] { m_loop.post([this, outcome] { refreshed(outcome); }); });
     });
     m_refreshing = true;  // the answer comes on this thread
 }
@@ -55,7 +55,7 @@ void ManagedObject::refreshed(const ReadOutcome& outcome) {
 void ManagedObject::readRows(std::vector<std::uint32_t> numbers, std::function<void(const ReadOutcome&)> done) {
     m_worker.submit([this, numbers = std::move(numbers), done = std::move(done)] {
         const ReadOutcome outcome = attempt([&] { return m_reader.rows(numbers); });
-        untilMemory([&] {
+        retryForever([&] {
             m_loop.post([this, done, outcome] {
                 noteOutcome(outcome);
                 done(outcome);

@@ -17,12 +17,12 @@ namespace {
 
 constexpr long long MAX_UNSIGNED32 = std::numeric_limits<unsigned int>::max();
 
-struct tBaseType {
+struct BaseType {
     const char* name;  // as smidump spells it
     unsigned char type;
 };
 
-constexpr tBaseType BASE_TYPES[] = {
+constexpr BaseType BASE_TYPES[] = {
     {"Integer32", ASN_INTEGER},     {"Enumeration", ASN_INTEGER},
     {"Unsigned32", ASN_GAUGE},  // one tag on the wire with Gauge32
     {"Gauge32", ASN_GAUGE},         {"Counter32", ASN_COUNTER},
@@ -58,7 +58,7 @@ const std::map<std::string, MibSyntax>& importedTypes() {
 
 bool knownBaseType(const std::string& name, unsigned char& type) {
     const auto* const found = std::find_if(std::begin(BASE_TYPES), std::end(BASE_TYPES),
-                                           [&](const tBaseType& base) { return name == base.name; });
+                                           [&](const BaseType& base) { return name == base.name; });
     if (found == std::end(BASE_TYPES)) return false;
     type = found->type;
     return true;
@@ -268,7 +268,7 @@ MibModel MibModel::load(const std::string& path) {
         throw MibError(error.what());
     }
     if (!content) throw MibError(path + ": " + std::generic_category().message(ENOENT));
-    // Room behind the end: TinyXML steps up to three bytes over it when a UTF-8 character is cut off there.
+    // Room after the end: TinyXML steps up to three bytes over it when a UTF-8 character is cut off there.
     constexpr std::size_t TINYXML_OVERRUN = 3;
     content->append(TINYXML_OVERRUN, '\0');
     TiXmlDocument document;

@@ -8,9 +8,9 @@
 #include <string>
 #include <utility>
 
-#include "host/agent/objects/backend_events.h"
-#include "host/agent/objects/handler_results.h"
-#include "host/agent/objects/row_naming.h"
+#include "host/agent/objects/backend_sequence.h"
+#include "host/agent/objects/result_codes.h"
+#include "host/agent/objects/row_index.h"
 #include "host/agent/objects/snmp_context.h"
 #include "host/base/logging.h"
 #include "host/transport/backend_protocol.h"
@@ -76,7 +76,7 @@ std::unique_ptr<CR8KPackageV3> ObjectReader::records() {
     return query(request);
 }
 
-std::unique_ptr<CR8KPackageV3> ObjectReader::batchBehind(std::uint64_t row) {
+std::unique_ptr<CR8KPackageV3> ObjectReader::batchAfter(std::uint64_t row) {
     m_table->setWholeTable(false);
     CR8KPackageV3 request;
     auto record = newRecord();
@@ -89,13 +89,13 @@ std::unique_ptr<CR8KPackageV3> ObjectReader::batchBehind(std::uint64_t row) {
 // Batch by batch, so that the records of a large table are never all there at once.
 void ObjectReader::addBatches(TableSnapshot& snapshot) {
     std::uint64_t row = 0;
-    while (row <= std::numeric_limits<std::uint32_t>::max()) {  // behind it no request can go on
-        const auto batch = batchBehind(row);
+    while (row <= std::numeric_limits<std::uint32_t>::max()) {  // after it no request can go on
+        const auto batch = batchAfter(row);
         if (batch->records().empty()) return;
         addRows(*batch, snapshot);
         if (snapshot.rows() > MOST_ACTIVE_ALARMS)
             throw ReadError("more than " + std::to_string(MOST_ACTIVE_ALARMS) + " rows");
-        row = batch->records().back()->identifier();  // ordered, and behind the row asked for
+        row = batch->records().back()->identifier();  // ordered, and after the row asked for
     }
 }
 

@@ -15,13 +15,13 @@
 #include "host/agent/objects/table_snapshot.h"
 #include "module/snmp_handler.h"
 
+class CSnmpTableBase;
+
 // The handler gave no values: it threw, or returned a failure.
 class ReadError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
-
-class CSnmpTableBase;
 
 class ObjectReader {
 public:
@@ -58,7 +58,7 @@ public:
 
 private:
     std::unique_ptr<CR8KPackageV3> query(const CR8KPackageV3& request);
-    std::unique_ptr<CR8KPackageV3> batchBehind(std::uint64_t row);
+    std::unique_ptr<CR8KPackageV3> batchAfter(std::uint64_t row);
     void addBatches(TableSnapshot& snapshot);
     void addRows(const CR8KPackageV3& response, TableSnapshot& snapshot);
 

@@ -12,7 +12,7 @@ constexpr std::size_t MOST_SPANS = 256;  // of a walk; a request of more variabl
 
 SnapshotPointer SnapshotStore::ofWalk(const std::string& client, const OidVector& name, TimePoint now) {
     purge(now);
-    const auto walk = std::find_if(m_walks.begin(), m_walks.end(), [&](const tWalk& candidate) {
+    const auto walk = std::find_if(m_walks.begin(), m_walks.end(), [&](const Walk& candidate) {
         return candidate.client == client && goesOn(candidate, name);
     });
     return walk == m_walks.end() ? nullptr : walk->snapshot;
@@ -20,7 +20,7 @@ SnapshotPointer SnapshotStore::ofWalk(const std::string& client, const OidVector
 
 // An answer that is too large for a message loses its end, so a client may go on from any name of it. The name that
 // the last request asked for comes again when its answer was lost; at the start of a walk it means a new walk.
-bool SnapshotStore::goesOn(const tWalk& walk, const OidVector& name) {
+bool SnapshotStore::goesOn(const Walk& walk, const OidVector& name) {
     return std::any_of(walk.spans.begin(), walk.spans.end(), [&](const Span& span) {
         return (span.asked < name && name <= span.last) || (walk.continued && name == span.asked);
     });
@@ -47,7 +47,7 @@ void SnapshotStore::put(SnapshotPointer snapshot, TimePoint now) {
 void SnapshotStore::answered(const std::string& client, const SnapshotPointer& snapshot, std::vector<Span> spans,
                              TimePoint now) {
     if (spans.empty() || spans.size() > MOST_SPANS) return;
-    const auto before = std::find_if(m_walks.begin(), m_walks.end(), [&](const tWalk& walk) {
+    const auto before = std::find_if(m_walks.begin(), m_walks.end(), [&](const Walk& walk) {
         return walk.client == client && walk.snapshot == snapshot &&
                std::any_of(spans.begin(), spans.end(), [&](const Span& span) { return goesOn(walk, span.asked); });
     });
@@ -59,7 +59,7 @@ void SnapshotStore::answered(const std::string& client, const SnapshotPointer& s
 }
 
 void SnapshotStore::purge(TimePoint now) {
-    m_walks.remove_if([&](const tWalk& walk) { return now - walk.snapshot->taken() > m_limits.walkAge; });
+    m_walks.remove_if([&](const Walk& walk) { return now - walk.snapshot->taken() > m_limits.walkAge; });
     if (m_last != nullptr && now - m_last->taken() > longestAge()) m_last = nullptr;
 }
 
@@ -70,17 +70,17 @@ std::chrono::milliseconds SnapshotStore::longestAge() const {
 void SnapshotStore::bound() {
     while (m_walks.size() > m_limits.walks) m_walks.pop_back();
     while (held() > std::max<std::size_t>(m_limits.kept, 1)) {
-        const auto oldest = std::min_element(m_walks.begin(), m_walks.end(), [](const tWalk& a, const tWalk& b) {
+        const auto oldest = std::min_element(m_walks.begin(), m_walks.end(), [](const Walk& a, const Walk& b) {
             return a.snapshot->taken() < b.snapshot->taken();
         });
         const SnapshotPointer snapshot = oldest->snapshot;
-        m_walks.remove_if([&](const tWalk& walk) { return walk.snapshot == snapshot; });
+        m_walks.remove_if([&](const Walk& walk) { return walk.snapshot == snapshot; });
     }
 }
 
 std::size_t SnapshotStore::held() const {
     std::set<const TableSnapshot*> snapshots;
-    for (const tWalk& walk : m_walks) snapshots.insert(walk.snapshot.get());
+    for (const Walk& walk : m_walks) snapshots.insert(walk.snapshot.get());
     if (m_last != nullptr) snapshots.insert(m_last.get());
     return snapshots.size();
 }

@@ -62,7 +62,7 @@ public:
 
     // Asked whether markChanged() tells every change of the object soon; without it none is told. A change from "no" to
     // "yes" or back comes with a markChanged().
-    void setTold(std::function<bool()> told) { m_told = std::move(told); }
+    void setChangeFeedLive(std::function<bool()> told) { m_told = std::move(told); }
 
     // The object's values have changed, or may have: what was read before is stale.
     void markChanged() { ++m_changes; }
@@ -79,19 +79,19 @@ public:
     std::size_t held() const;                                            // snapshots
 
 private:
-    struct tWalk {
+    struct Walk {
         std::string client;
         SnapshotPointer snapshot;
         std::vector<Span> spans;  // of the last answer
         bool continued;           // the last request went on from an answer: its retry may come
     };
 
-    static bool goesOn(const tWalk& walk, const OidVector& name);
+    static bool goesOn(const Walk& walk, const OidVector& name);
     void bound();
 
     SnapshotLimits m_limits;
     std::function<bool()> m_told;
     std::atomic<std::uint64_t> m_changes{0};
     SnapshotPointer m_last;
-    std::list<tWalk> m_walks;  // the last used first
+    std::list<Walk> m_walks;  // the last used first
 };

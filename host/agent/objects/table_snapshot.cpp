@@ -32,7 +32,7 @@ TableSnapshot::TableSnapshot(const MibObject& object, std::uint64_t changes, Clo
     }
 }
 
-void TableSnapshot::tCell::set(unsigned char ofType, std::string_view octets, std::uint64_t ofNumber, Texts& texts) {
+void TableSnapshot::Cell::set(unsigned char ofType, std::string_view octets, std::uint64_t ofNumber, Texts& texts) {
     type = ofType;
     length = static_cast<std::uint32_t>(octets.size());
     if (length > 0) {
@@ -44,14 +44,14 @@ void TableSnapshot::tCell::set(unsigned char ofType, std::string_view octets, st
 
 void TableSnapshot::reserve(std::size_t rows) {
     m_rows.reserve(rows);
-    for (tColumn& column : m_columns) column.cells.reserve(rows);
+    for (Column& column : m_columns) column.cells.reserve(rows);
 }
 
 void TableSnapshot::add(std::uint32_t number, const CTLVRecordV3& record) {
     const TableRules* const rules = tableRules(m_object->root);
     m_rows.push_back({number, static_cast<std::uint32_t>(m_rows.size())});
-    for (tColumn& column : m_columns) {
-        tCell cell;
+    for (Column& column : m_columns) {
+        Cell cell;
         const auto found = record.find(static_cast<unsigned short>(column.mib->number));
         if (found != record.end()) {
             const CTLVCell& from = CTLVRecordV3::cellAt(found);
@@ -69,14 +69,14 @@ void TableSnapshot::add(std::uint32_t number, const CTLVRecordV3& record) {
 
 std::size_t TableSnapshot::finish() {
     const std::size_t added = m_rows.size();
-    const auto before = [](const tRow& a, const tRow& b) { return a.number < b.number; };
+    const auto before = [](const Row& a, const Row& b) { return a.number < b.number; };
     if (!std::is_sorted(m_rows.begin(), m_rows.end(), before)) std::stable_sort(m_rows.begin(), m_rows.end(), before);
     m_rows.erase(
-        std::unique(m_rows.begin(), m_rows.end(), [](const tRow& a, const tRow& b) { return a.number == b.number; }),
+        std::unique(m_rows.begin(), m_rows.end(), [](const Row& a, const Row& b) { return a.number == b.number; }),
         m_rows.end());
     // Copying all cells for the sake of a few would cost more than it gives.
-    for (tColumn& column : m_columns) {
-        std::vector<tCell>& cells = column.cells;
+    for (Column& column : m_columns) {
+        std::vector<Cell>& cells = column.cells;
         if (cells.capacity() - cells.size() > cells.size() / 8) cells.shrink_to_fit();
     }
     return added - m_rows.size();
@@ -105,9 +105,9 @@ TableSnapshot::Found TableSnapshot::find(const oid* suffix, std::size_t length, 
         return cell(instance).type == ASN_NULL ? Found::NoSuchInstance : Found::Instance;
     }
     const auto column = std::find_if(m_columns.begin(), m_columns.end(),
-                                     [suffix](const tColumn& candidate) { return candidate.mib->number == suffix[1]; });
+                                     [suffix](const Column& candidate) { return candidate.mib->number == suffix[1]; });
     const auto row = std::lower_bound(m_rows.begin(), m_rows.end(), suffix[2],
-                                      [](const tRow& candidate, oid number) { return candidate.number < number; });
+                                      [](const Row& candidate, oid number) { return candidate.number < number; });
     if (row == m_rows.end() || row->number != suffix[2]) return Found::NoSuchInstance;
     instance = {static_cast<std::size_t>(column - m_columns.begin()), static_cast<std::size_t>(row - m_rows.begin())};
     return cell(instance).type == ASN_NULL ? Found::NoSuchInstance : Found::Instance;
@@ -125,18 +125,18 @@ std::optional<TableSnapshot::Instance> TableSnapshot::next(const oid* suffix, st
 
     const auto column =
         std::lower_bound(m_columns.begin(), m_columns.end(), suffix[1],
-                         [](const tColumn& candidate, oid wanted) { return candidate.mib->number < wanted; });
+                         [](const Column& candidate, oid wanted) { return candidate.mib->number < wanted; });
     if (column == m_columns.end()) return std::nullopt;
     const auto position = static_cast<std::size_t>(column - m_columns.begin());
     if (column->mib->number != suffix[1] || length == 2) return firstFrom(position, 0);
 
-    // Behind row N, or at it when it counts itself; a longer name stands behind its row.
+    // After row N, or at it when it counts itself; a longer name stands after its row.
     const bool counts = inclusive && length == MibObject::INSTANCE_LENGTH;
     const auto row = std::find_if(
         std::lower_bound(m_rows.begin(), m_rows.end(), suffix[2],
-                         [](const tRow& candidate, oid number) { return candidate.number < number; }),
+                         [](const Row& candidate, oid number) { return candidate.number < number; }),
         m_rows.end(),
-        [&](const tRow& candidate) { return counts ? candidate.number >= suffix[2] : candidate.number > suffix[2]; });
+        [&](const Row& candidate) { return counts ? candidate.number >= suffix[2] : candidate.number > suffix[2]; });
     return firstFrom(position, static_cast<std::size_t>(row - m_rows.begin()));
 }
 
@@ -173,7 +173,7 @@ OidVector TableSnapshot::name(Instance instance) const {
 }
 
 TableSnapshot::Value TableSnapshot::value(Instance instance, See see) const {
-    const tCell& from = cell(instance);
+    const Cell& from = cell(instance);
     if (from.secret && see == See::WithoutSecrets) return {from.type, 0, {}};
     if (from.length > 0) return {from.type, 0, {from.text, from.length}};
     return {from.type, from.number, {}};

@@ -3,7 +3,7 @@
 //     TableSnapshot snapshot(object);
 //     snapshot.add(7, record);                       // rows in any order
 //     snapshot.finish();
-//     auto at = snapshot.next(suffix, length, false);  // the first instance behind root.suffix
+//     auto at = snapshot.next(suffix, length, false);  // the first instance after root.suffix
 //     if (at) snapshot.fill(*at, varbind);
 //
 // A scalar is one column (number 0) with one row. Values are converted when they are added, and kept compactly:
@@ -60,11 +60,11 @@ public:
     std::uint64_t changes() const { return m_changes; }
     Clock::time_point taken() const { return m_taken; }
 
-    // Names come as what stands behind the object's root.
+    // Names come as what stands after the object's root.
     Found find(const oid* suffix, std::size_t length, Instance& instance) const;
     std::optional<Instance> next(const oid* suffix, std::size_t length, bool inclusive) const;
-    std::optional<Instance> next(Instance instance) const;         // the one behind it
-    std::optional<Instance> nextColumn(std::size_t column) const;  // the first one behind that column
+    std::optional<Instance> next(Instance instance) const;         // the one after it
+    std::optional<Instance> nextColumn(std::size_t column) const;  // the first one after that column
 
     OidVector name(Instance instance) const;         // whole, root included
     OidVector columnName(std::size_t column) const;  // of which the column's instances stand below
@@ -77,7 +77,7 @@ public:
     static Found findName(const MibObject& object, const oid* suffix, std::size_t length);
 
 private:
-    // Texts one behind the other in blocks that never move.
+    // Texts one after the other in blocks that never move.
     class Texts {
     public:
         const char* add(std::string_view text);
@@ -88,7 +88,7 @@ private:
         std::size_t m_left = 0;
     };
 
-    struct tCell {
+    struct Cell {
         std::uint32_t length = 0;       // of a text
         unsigned char type = NO_VALUE;  // NO_VALUE: no instance
         bool secret = false;
@@ -100,26 +100,26 @@ private:
         void set(unsigned char ofType, std::string_view octets, std::uint64_t ofNumber, Texts& texts);
     };
 
-    struct tRow {
+    struct Row {
         std::uint32_t number;
         std::uint32_t cell;  // position in each column
     };
 
     // Walks go down the columns: each one's cells and texts lie together.
-    struct tColumn {
+    struct Column {
         const MibColumn* mib;
-        std::vector<tCell> cells;
+        std::vector<Cell> cells;
         Texts texts;
     };
 
-    const tCell& cell(Instance instance) const { return m_columns[instance.column].cells[m_rows[instance.row].cell]; }
+    const Cell& cell(Instance instance) const { return m_columns[instance.column].cells[m_rows[instance.row].cell]; }
     std::optional<Instance> firstFrom(std::size_t column, std::size_t row) const;
 
     const MibObject* m_object;
     std::uint64_t m_changes;
     Clock::time_point m_taken;
-    std::vector<tColumn> m_columns;  // the readable ones
-    std::vector<tRow> m_rows;
+    std::vector<Column> m_columns;  // the readable ones
+    std::vector<Row> m_rows;
 };
 
 using SnapshotPointer = std::shared_ptr<const TableSnapshot>;

@@ -12,7 +12,7 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::chrono::seconds RELOAD_PATIENCE{90};  // longer than a check and a hold take
+constexpr std::chrono::seconds RELOAD_TIMEOUT{90};  // longer than a check and a hold take
 
 json parse(const std::string& body) {
     json parsed = json::parse(body, nullptr, false);
@@ -77,13 +77,13 @@ ControlAnswer AgentControl::setLogLevel(const ControlRequest& request) {
 ControlAnswer AgentControl::reload() {
     const auto outcome = std::make_shared<ReloadResult>();
     m_caller.run(
-        [this, outcome](const LoopCaller::Finished& finished) {
+        [this, outcome](const AgentThreadCall::Finished& finished) {
             m_reloader.request([outcome, finished](const ReloadResult& result) {
                 *outcome = result;
                 finished();
             });
         },
-        RELOAD_PATIENCE);
+        RELOAD_TIMEOUT);
     return {200, bodyOf(json{{"taken", outcome->taken}, {"faults", outcome->faults}})};
 }
 
@@ -112,7 +112,7 @@ ControlAnswer AgentControl::resendTrap(const ControlRequest& request) {
     const auto number = body.find("number");
     if (number == body.end() || !number->is_number_unsigned()) throw ControlFault("number is missing");
     try {
-        const TrapDelivery::SentAgain sent = m_notifications.sendAgain(
+        const NotificationDelivery::SentAgain sent = m_notifications.sendAgain(
             number->get<std::uint64_t>(), body.contains("to") ? textItem(body, "to") : std::string());
         return {200, bodyOf(json{{"destinations", sent.destinations}, {"missing", sent.missing}})};
     } catch (const SendAgainFault& fault) {

@@ -18,7 +18,7 @@
 #include "host/agent/assembly/agent.h"
 #include "host/agent/assembly/notification_service.h"
 #include "host/agent/loop/agent_loop.h"
-#include "host/agent/loop/loop_caller.h"
+#include "host/agent/loop/agent_thread_call.h"
 #include "host/agent/operator/control_server.h"
 #include "host/agent/reload/reloader.h"
 
@@ -40,7 +40,7 @@ private:
     ControlAnswer removeUser(const ControlRequest& request);
     ControlAnswer resendTrap(const ControlRequest& request);
 
-    LoopCaller m_caller;
+    AgentThreadCall m_caller;
     Agent& m_agent;
     NotificationService& m_notifications;
     Reloader& m_reloader;

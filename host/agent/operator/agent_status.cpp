@@ -197,9 +197,9 @@ const StatusItem<RequestFacts> REQUESTS[] = {
      [](const RequestFacts& f) { return statusOf(f.counters->latency(f.kind)); }},
 };
 
-const StatusItem<RequestDesk> DESK[] = {
+const StatusItem<RequestDispatcher> DISPATCHER[] = {
     {{"waiting", Kind::Gauge, "vrx_requests_waiting", "Requests that wait for values just now."},
-     [](const RequestDesk& desk) -> Value { return desk.waiting(); }},
+     [](const RequestDispatcher& dispatcher) -> Value { return dispatcher.waiting(); }},
 };
 
 Value dropsOf(const TrapCounters& counters) {
@@ -255,10 +255,11 @@ StatusSection objectsStatus(const Agent& agent) {
     return statusSection("objects", OBJECTS, objects);
 }
 
-StatusSection requestsStatus(const RequestDesk& desk) {
+StatusSection requestsStatus(const RequestDispatcher& dispatcher) {
     std::vector<RequestFacts> kinds;
     kinds.reserve(REQUEST_KINDS);
-    for (std::size_t i = 0; i < REQUEST_KINDS; ++i) kinds.push_back({&desk.counters(), static_cast<RequestKind>(i)});
+    for (std::size_t i = 0; i < REQUEST_KINDS; ++i)
+        kinds.push_back({&dispatcher.counters(), static_cast<RequestKind>(i)});
     return statusSection("requests", REQUESTS, kinds);
 }
 
@@ -281,8 +282,8 @@ std::vector<StatusSection> agentStatus(const Agent& agent, const NotificationSer
         statusSection("events", EVENTS, traps),
         statusSection("notification_log", NOTIFICATION_LOG, traps.log),
         objectsStatus(agent),
-        statusSection("desk", DESK, agent.desk()),
-        requestsStatus(agent.desk()),
+        statusSection("desk", DISPATCHER, agent.dispatcher()),
+        requestsStatus(agent.dispatcher()),
         destinationsStatus(traps.traps.destinations),
         joined(statusSection("former_destinations", FORMER, traps.traps.former),
                statusSection("", TRAPS, traps.traps.former)),

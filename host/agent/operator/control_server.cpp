@@ -36,14 +36,14 @@ MHD_Result send(MHD_Connection* connection, const ControlAnswer& answer) {
 }  // namespace
 
 // One request while its body comes in.
-struct ControlServer::tPending {
+struct ControlServer::Pending {
     ControlRequest request;
     bool tooLarge = false;
 };
 
 // A connection as the daemon tells of it. Our own descriptor of its socket: the daemon's may be another file's already
 // when it is to be shut down.
-struct ControlServer::tConnection {
+struct ControlServer::Connection {
     FileDescriptor socket;
     bool answered = false;  // just now: it is not ended for another
 };
@@ -52,8 +52,8 @@ void ControlServer::StopDaemon::operator()(MHD_Daemon* daemon) const {
     MHD_stop_daemon(daemon);
 }
 
-ControlSocket::ControlSocket(const BackendAddress& address) : m_listener(listenSocket(address)) {
-    if (address.kind == BackendAddress::Kind::Unix) m_path = address.path;
+ControlSocket::ControlSocket(const LocalAddress& address) : m_listener(listenSocket(address)) {
+    if (address.kind == LocalAddress::Kind::Unix) m_path = address.path;
 }
 
 ControlSocket::~ControlSocket() {
@@ -72,7 +72,7 @@ ControlServer::ControlServer(ControlSocket socket, std::vector<ControlRoute> rou
                    : MHD_NO;
     };
     const auto completed = [](void*, MHD_Connection*, void** pending, MHD_RequestTerminationCode) {
-        delete static_cast<tPending*>(*pending);
+        delete static_cast<Pending*>(*pending);
         *pending = nullptr;
     };
     const auto notify = [](void* server, MHD_Connection* connection, void**, MHD_ConnectionNotificationCode what) {
@@ -105,7 +105,7 @@ ControlServer::~ControlServer() {
 void ControlServer::opened(MHD_Connection* connection) try {
     const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_connections.emplace_back(connection, tConnection{});
+    m_connections.emplace_back(connection, Connection{});
     m_connections.back().second.socket = FileDescriptor(::fcntl(info->connect_fd, F_DUPFD_CLOEXEC, 0));
     const auto open = std::count_if(m_connections.begin(), m_connections.end(),
                                     [](const auto& entry) { return static_cast<bool>(entry.second.socket); });
@@ -132,9 +132,9 @@ void ControlServer::setAnswered(MHD_Connection* connection, bool answered) {
 
 int ControlServer::serve(ControlServer& server, MHD_Connection* connection, const char* path, const char* method,
                          const char* upload, std::size_t* uploadSize, void** pending) {
-    auto* request = static_cast<tPending*>(*pending);
+    auto* request = static_cast<Pending*>(*pending);
     if (request == nullptr) {  // the head of a request; its body comes in later calls
-        *pending = new tPending();
+        *pending = new Pending();
         return MHD_YES;
     }
     if (*uploadSize > 0) {

@@ -1,6 +1,6 @@
 // HTTP on a socket of the machine itself: how vrxctl, and whoever collects metrics, talks to a running agent.
 //
-//     ControlServer control(ControlSocket(BackendAddress::parse("unix:/opt/vrx/state/agent.sock")), {
+//     ControlServer control(ControlSocket(LocalAddress::parse("unix:/opt/vrx/state/agent.sock")), {
 //         {"GET", "/status", [](const ControlRequest&) { return ControlAnswer::json(status()); }},
 //     });
 //
@@ -22,8 +22,11 @@
 #include <utility>
 #include <vector>
 
-#include "host/base/backend_address.h"
-#include "host/base/backend_socket.h"
+#include "host/base/local_address.h"
+#include "host/base/local_socket.h"
+
+struct MHD_Daemon;
+struct MHD_Connection;
 
 struct ControlRequest {
     std::string body;
@@ -51,7 +54,7 @@ struct ControlRoute {
 // Where clients wait until a server answers them. A Unix socket's file goes with the object.
 class ControlSocket {
 public:
-    explicit ControlSocket(const BackendAddress& address);  // throws std::system_error when nobody can listen there
+    explicit ControlSocket(const LocalAddress& address);  // throws std::system_error when nobody can listen there
     ~ControlSocket();
     ControlSocket(ControlSocket&& other) noexcept;
     ControlSocket& operator=(ControlSocket&&) = delete;
@@ -65,9 +68,6 @@ private:
     FileDescriptor m_listener;
 };
 
-struct MHD_Daemon;
-struct MHD_Connection;
-
 class ControlServer {
 public:
     // Answers from here on. Throws std::system_error when it cannot.
@@ -79,8 +79,8 @@ public:
     static constexpr std::size_t MAX_BODY = std::size_t{1} << 20U;
 
 private:
-    struct tPending;
-    struct tConnection;
+    struct Pending;
+    struct Connection;
 
     ControlAnswer answer(const std::string& method, const std::string& path, const ControlRequest& request) const;
     static int serve(ControlServer& server, MHD_Connection* connection, const char* path, const char* method,
@@ -93,7 +93,7 @@ private:
     const std::vector<ControlRoute> m_routes;
     const ControlSocket m_socket;
     std::mutex m_mutex;
-    std::list<std::pair<MHD_Connection*, tConnection>> m_connections;  // guarded by m_mutex; the oldest first
+    std::list<std::pair<MHD_Connection*, Connection>> m_connections;  // guarded by m_mutex; the oldest first
     struct StopDaemon {
         void operator()(MHD_Daemon* daemon) const;
     };

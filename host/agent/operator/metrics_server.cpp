@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "host/agent/loop/agent_log.h"
-#include "host/agent/loop/loop_caller.h"
+#include "host/agent/loop/agent_thread_call.h"
 #include "host/agent/operator/control_server.h"
 
 namespace {
@@ -13,7 +13,7 @@ constexpr const char* CONTENT_TYPE = "text/plain; version=0.0.4; charset=utf-8";
 }  // namespace
 
 struct MetricsServer::Listening {
-    Listening(AgentLoop& loop, const BackendAddress& at, const std::function<std::string()>& text)
+    Listening(AgentLoop& loop, const LocalAddress& at, const std::function<std::string()>& text)
         : address(at.text()),
           caller(loop),
           server(ControlSocket(at), {{"GET", "/metrics", [this, text](const ControlRequest&) {
@@ -24,7 +24,7 @@ struct MetricsServer::Listening {
     Listening& operator=(const Listening&) = delete;
 
     const std::string address;
-    LoopCaller caller;
+    AgentThreadCall caller;
     ControlServer server;  // last: its routes use the others
 };
 
@@ -33,7 +33,7 @@ MetricsServer::MetricsServer(AgentLoop& loop, std::function<std::string()> text)
 
 MetricsServer::~MetricsServer() = default;
 
-void MetricsServer::listen(const std::optional<BackendAddress>& address) {
+void MetricsServer::listen(const std::optional<LocalAddress>& address) {
     const std::string before = m_listening == nullptr ? "" : m_listening->address;
     const std::string now = address ? address->text() : "";
     if (now == before) return;

@@ -1,7 +1,7 @@
 // The agent's status for collectors: GET /metrics in Prometheus text format on a socket of the machine itself.
 //
 //     MetricsServer metrics(loop, [&] { return statusAsMetrics(...); });
-//     metrics.listen(parseBackendAddress("tcp:127.0.0.1:9161", root));
+//     metrics.listen(parseLocalAddress("tcp:127.0.0.1:9161", root));
 //
 // Threads: agent thread, on which the text is made too; collectors wait on threads of the server's.
 #pragma once
@@ -12,7 +12,7 @@
 #include <string>
 
 #include "host/agent/loop/agent_loop.h"
-#include "host/base/backend_address.h"
+#include "host/base/local_address.h"
 
 class MetricsServer {
 public:
@@ -24,7 +24,7 @@ public:
 
     // Listens there and nowhere else from here on; without an address nowhere. Throws std::system_error when nobody can
     // be listened to there, and everything stays as it was.
-    void listen(const std::optional<BackendAddress>& address);
+    void listen(const std::optional<LocalAddress>& address);
 
 private:
     struct Listening;

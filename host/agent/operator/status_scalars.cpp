@@ -129,7 +129,7 @@ bool setValue(netsnmp_variable_list* varbind, unsigned char type, const Value& v
 }
 
 // For the variables of one scalar: while it is called the registration's root is the scalar's name, group and number
-// behind the root of all.
+// after the root of all.
 int answer(netsnmp_mib_handler* self, netsnmp_handler_registration* registration, netsnmp_agent_request_info* info,
            netsnmp_request_info* requests) {
     try {

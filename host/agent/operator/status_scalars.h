@@ -8,6 +8,7 @@
 #include <vector>
 
 struct netsnmp_handler_registration_s;
+
 class NotificationService;
 
 class StatusScalars {

@@ -74,16 +74,16 @@ public:
 
     std::string text() const {
         std::string text;
-        for (const tMetric& metric : m_metrics) text += metric.text;
+        for (const Metric& metric : m_metrics) text += metric.text;
         return text;
     }
 
 private:
-    struct tMetric {
+    struct Metric {
         std::string name;
         std::string text;
     };
-    std::vector<tMetric> m_metrics;
+    std::vector<Metric> m_metrics;
 };
 
 void addHistogram(Metrics& metrics, const StatusField& field, const Labels& labels, const StatusValue& value) {

@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "host/base/backend_socket.h"
+#include "host/base/local_socket.h"
 
 class CheckProcess {
 public:

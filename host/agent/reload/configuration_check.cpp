@@ -74,7 +74,7 @@ std::string definitionPath(const std::string& root, const std::string& key) {
 void checkDefinitions(const std::string& root, Check& check, std::ostream& out) {
     const std::string definitions = definitionPath(root, "ALARM_INI_PATH");
     if (definitions.empty()) return;
-    for (const tLintFinding& finding : lintDefinitions(definitions, definitionPath(root, "ALARM_PARAM_ENUM_PATH"))) {
+    for (const LintFinding& finding : lintDefinitions(definitions, definitionPath(root, "ALARM_PARAM_ENUM_PATH"))) {
         const std::string place = finding.file + ":" + std::to_string(finding.line) + ": ";
         if (finding.severity == LintSeverity::Error) {
             check.fault(place + finding.text);

@@ -15,8 +15,8 @@
 
 namespace {
 
-constexpr std::chrono::seconds CHECK_PATIENCE{60};    // with all checks, while files change under them
-constexpr std::chrono::seconds HANDLER_PATIENCE{10};  // longer than any sequence of backend calls of one job
+constexpr std::chrono::seconds CHECK_TIMEOUT{60};    // with all checks, while files change under them
+constexpr std::chrono::seconds HANDLER_TIMEOUT{10};  // longer than any sequence of backend calls of one job
 
 const char* const DEFINITION_KEYS[] = {"ALARM_INI_PATH", "ALARM_PARAM_ENUM_PATH"};
 
@@ -45,7 +45,7 @@ Reloader::~Reloader() {
 void Reloader::stop() {
     m_stopped = true;
     m_process.reset();
-    m_gate.release();
+    m_barrier.release();
 }
 
 // Definitions stand where the device configuration on disk says, which may be another place than the one in force.
@@ -88,7 +88,7 @@ void Reloader::request(Done done) {
         return;
     }
     m_busy = true;
-    m_end = std::chrono::steady_clock::now() + CHECK_PATIENCE;
+    m_end = std::chrono::steady_clock::now() + CHECK_TIMEOUT;
     if (done) m_waiting.push_back(std::move(done));
     onBegin();
     check();
@@ -99,7 +99,7 @@ void Reloader::attempt(const std::function<void()>& step) {
     try {
         step();
     } catch (const std::exception& error) {
-        m_gate.release();
+        m_barrier.release();
         finish({false, {std::string("the configuration cannot be checked: ") + error.what()}});
     }
 }
@@ -142,9 +142,9 @@ void Reloader::hold() {
             if (!alive.expired() && !m_stopped && m_busy && holding == m_holding) action();
         };
     };
-    m_gate.hold(m_agent.workers(), [&loop = m_loop, task = guarded([this] { held(); })] { loop.post(task); });
-    m_loop.runAfter(HANDLER_PATIENCE, guarded([this] {
-                        m_gate.release();
+    m_barrier.hold(m_agent.workers(), [&loop = m_loop, task = guarded([this] { held(); })] { loop.post(task); });
+    m_loop.runAfter(HANDLER_TIMEOUT, guarded([this] {
+                        m_barrier.release();
                         finish({false, {"a handler is at work for too long: the backend may hang"}});
                     }));
 }
@@ -157,7 +157,7 @@ void Reloader::held() {
         exchange();
         return;
     }
-    m_gate.release();
+    m_barrier.release();
     if (std::chrono::steady_clock::now() < m_end) {
         check();
     } else {
@@ -192,7 +192,7 @@ void Reloader::exchange() {
     }
     step([this] { m_agent.markAllChanged(); });
     m_taken.swap(m_checked);
-    m_gate.release();
+    m_barrier.release();
     finish(std::move(result));
 }
 

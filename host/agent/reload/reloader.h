@@ -28,7 +28,7 @@
 #include "host/agent/assembly/agent.h"
 #include "host/agent/assembly/notification_service.h"
 #include "host/agent/loop/agent_loop.h"
-#include "host/agent/loop/worker_gate.h"
+#include "host/agent/loop/worker_barrier.h"
 #include "host/agent/reload/check_process.h"
 
 struct ReloadResult {
@@ -104,11 +104,11 @@ private:
     bool m_busy = false;
     bool m_stopped = false;
     std::vector<Done> m_waiting;  // for the reload that is under way
-    std::vector<Done> m_next;     // for the one behind it
+    std::vector<Done> m_next;     // for the one after it
     bool m_again = false;
     Counters m_counters;
 
     std::shared_ptr<int> m_alive = std::make_shared<int>(0);  // tasks in the loop hold it weakly
-    WorkerGate m_gate;
+    WorkerBarrier m_barrier;
     std::unique_ptr<CheckProcess> m_process;
 };

@@ -25,12 +25,12 @@ void AnswerRate::note(const std::string& peer, std::size_t octets, TimePoint now
     auto found = m_peers.find(peer);
     if (found == m_peers.end()) {
         makeRoom(now);
-        found = m_peers.emplace(peer, tPeer{0, now}).first;
+        found = m_peers.emplace(peer, Peer{0, now}).first;
     }
     found->second = {aheadNow(found->second, now) + static_cast<double>(octets), now};
 }
 
-double AnswerRate::aheadNow(const tPeer& peer, TimePoint now) const {
+double AnswerRate::aheadNow(const Peer& peer, TimePoint now) const {
     const std::chrono::duration<double> since = now - peer.at;
     return std::max(peer.ahead - since.count() * static_cast<double>(m_rate), 0.0);
 }

@@ -35,14 +35,14 @@ public:
     static std::string textOf(const std::string& peer);
 
 private:
-    struct tPeer {
+    struct Peer {
         double ahead = 0;  // octets, at the time
         TimePoint at;
     };
 
-    double aheadNow(const tPeer& peer, TimePoint now) const;
+    double aheadNow(const Peer& peer, TimePoint now) const;
     void makeRoom(TimePoint now);
 
     std::size_t m_rate;
-    std::unordered_map<std::string, tPeer> m_peers;
+    std::unordered_map<std::string, Peer> m_peers;
 };

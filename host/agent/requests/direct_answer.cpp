@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "host/agent/objects/table_rules.h"
-#include "host/agent/requests/answer_bound.h"
+#include "host/agent/requests/answer_size.h"
 #include "host/snmp/net_snmp.h"
 
 namespace {
@@ -60,11 +60,11 @@ bool writeValue(BerWriter& out, const TableSnapshot::Value& value) {
 
 }  // namespace
 
-std::size_t DirectAnswer::send(ReadTransaction& transaction, netsnmp_session* session, netsnmp_pdu* pdu) {
+std::size_t DirectAnswer::send(PendingRead& transaction, netsnmp_session* session, netsnmp_pdu* pdu) {
     if (!isPlain(*pdu) || transaction.objects.size() != 1) return 0;
     const MibObject& mib = transaction.objects.begin()->first->mib();
-    ReadTransaction::ObjectData& data = transaction.objects.begin()->second;
-    if (data.state != ReadTransaction::ObjectData::State::Ready || !isUndivided(mib.root)) return 0;
+    PendingRead::ObjectData& data = transaction.objects.begin()->second;
+    if (data.state != PendingRead::ObjectData::State::Ready || !isUndivided(mib.root)) return 0;
     netsnmp_transport* const transport = snmp_sess_transport(snmp_sess_pointer(session));
     if (transport == nullptr || (transport->flags & NETSNMP_TRANSPORT_FLAG_STREAM) != 0) return 0;
 
@@ -97,7 +97,7 @@ bool DirectAnswer::collect(const MibObject& mib, const TableSnapshot& snapshot, 
     for (const netsnmp_variable_list* at = pdu->variables; at != nullptr; at = at->next_variable) ++variables;
     const std::size_t repetitions = repetitionsOf(*pdu, variables);
     if (repetitions == 0 || repetitions > MOST_VARIABLES / variables) return false;
-    m_columns.assign(snapshot.columns(), tColumn());
+    m_columns.assign(snapshot.columns(), Column());
     m_instances.resize(repetitions * variables);
 
     std::size_t position = 0;
@@ -117,7 +117,7 @@ bool DirectAnswer::collect(const MibObject& mib, const TableSnapshot& snapshot, 
     return true;
 }
 
-// The instance and those behind it take every `step`th place of the answer.
+// The instance and those after it take every `step`th place of the answer.
 bool DirectAnswer::collectFollowing(std::optional<Instance> instance, const TableSnapshot& snapshot, netsnmp_pdu* pdu,
                                     std::size_t position, std::size_t step) {
     for (; position < m_instances.size(); position += step) {
@@ -129,7 +129,7 @@ bool DirectAnswer::collectFollowing(std::optional<Instance> instance, const Tabl
 }
 
 bool DirectAnswer::isVisible(const TableSnapshot& snapshot, Instance instance, netsnmp_pdu* pdu) {
-    tColumn& column = m_columns[instance.column];
+    Column& column = m_columns[instance.column];
     if (!column.known) {
         OidVector name = snapshot.columnName(instance.column);
         column.known = true;

@@ -13,20 +13,20 @@
 #include <string>
 #include <vector>
 
-#include "host/agent/requests/read_transaction.h"
+#include "host/agent/requests/pending_read.h"
 #include "host/snmp/ber_writer.h"
 
 class DirectAnswer {
 public:
     // Answers the request, whose sender has passed the engine's check_access(), from the transaction's snapshot and
     // notes the spans there. Gives the answer's octets; 0 when the engine has to: then nothing has been done.
-    std::size_t send(ReadTransaction& transaction, netsnmp_session* session, netsnmp_pdu* pdu);
+    std::size_t send(PendingRead& transaction, netsnmp_session* session, netsnmp_pdu* pdu);
 
 private:
     using Instance = TableSnapshot::Instance;
 
     // What is known of a column of the object, for the time of a request.
-    struct tColumn {
+    struct Column {
         bool known = false;
         bool visible = false;
         std::string name;  // of its instances, without their last sub-identifiers: in BER
@@ -41,7 +41,7 @@ private:
 
     // Members for their memory's sake only: nothing of a request is needed by the next.
     std::vector<Instance> m_instances;  // in the answer's order
-    std::vector<tColumn> m_columns;
+    std::vector<Column> m_columns;
     std::vector<unsigned char> m_buffer;
     TableSnapshot::See m_see = TableSnapshot::See::All;
 };

@@ -12,13 +12,13 @@
 
 namespace {
 
-// Where a name stands in an object: what stands behind the root, empty for a name at or before it.
-struct tSuffix {
+// Where a name stands in an object: what stands after the root, empty for a name at or before it.
+struct Suffix {
     const oid* start;
     std::size_t length;
 };
 
-tSuffix suffixOf(const netsnmp_variable_list* varbind, const OidVector& root) {
+Suffix suffixOf(const netsnmp_variable_list* varbind, const OidVector& root) {
     if (!isBelow(varbind->name, varbind->name_length, root)) return {nullptr, 0};
     return {varbind->name + root.size(), varbind->name_length - root.size()};
 }
@@ -67,7 +67,7 @@ private:
 
 }  // namespace
 
-ObjectRegistration::ObjectRegistration(ManagedObject& object, const ReadTransactions& transactions)
+ObjectRegistration::ObjectRegistration(ManagedObject& object, const PendingReads& transactions)
     : m_object(object), m_transactions(transactions), m_registration(nullptr) {
     const MibObject& mib = object.mib();
     netsnmp_mib_handler* const handler = netsnmp_create_handler(mib.name.c_str(), &ObjectRegistration::handle);
@@ -111,7 +111,7 @@ int ObjectRegistration::handle(netsnmp_mib_handler* self, netsnmp_handler_regist
 // A GET of a name that no values could have needs none to be answered.
 bool ObjectRegistration::needsValues(int mode, netsnmp_request_info* request) const {
     if (mode != MODE_GET) return true;
-    const tSuffix suffix = suffixOf(request->requestvb, m_object.mib().root);
+    const Suffix suffix = suffixOf(request->requestvb, m_object.mib().root);
     const auto atBest = TableSnapshot::findName(m_object.mib(), suffix.start, suffix.length);
     if (atBest == TableSnapshot::Found::Instance) return true;
     netsnmp_request_set_error(request,
@@ -120,7 +120,7 @@ bool ObjectRegistration::needsValues(int mode, netsnmp_request_info* request) co
 }
 
 void ObjectRegistration::read(netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-    ReadTransaction* const transaction = m_transactions.find(info->asp->pdu->transid);
+    PendingRead* const transaction = m_transactions.find(info->asp->pdu->transid);
     if (transaction == nullptr) {
         netsnmp_set_all_requests_error(info, requests, SNMP_ERR_GENERR);
         return;
@@ -138,7 +138,7 @@ void ObjectRegistration::read(netsnmp_agent_request_info* info, netsnmp_request_
             transaction->repetitionsBefore =
                 std::min(transaction->repetitionsBefore, static_cast<long>(request->orig_repeat - request->repeat));
             request->delegated = 1;  // keeps the engine from sending an answer
-        } else if (data->second.state != ReadTransaction::ObjectData::State::Ready) {
+        } else if (data->second.state != PendingRead::ObjectData::State::Ready) {
             refuse(info->asp->pdu, request);
         } else if (info->mode == MODE_GET) {
             get(*data->second.snapshot, request);
@@ -159,7 +159,7 @@ void ObjectRegistration::refuse(netsnmp_pdu* pdu, netsnmp_request_info* request)
 }
 
 void ObjectRegistration::get(const TableSnapshot& snapshot, netsnmp_request_info* request) {
-    const tSuffix suffix = suffixOf(request->requestvb, m_object.mib().root);
+    const Suffix suffix = suffixOf(request->requestvb, m_object.mib().root);
     TableSnapshot::Instance instance{};
     switch (snapshot.find(suffix.start, suffix.length, instance)) {
         case TableSnapshot::Found::Instance:
@@ -175,11 +175,11 @@ void ObjectRegistration::get(const TableSnapshot& snapshot, netsnmp_request_info
     }
 }
 
-// Without an instance behind the name the varbind stays as it is: the engine goes on to the next registration.
-void ObjectRegistration::getNext(ReadTransaction::ObjectData& data, netsnmp_request_info* request) {
+// Without an instance after the name the varbind stays as it is: the engine goes on to the next registration.
+void ObjectRegistration::getNext(PendingRead::ObjectData& data, netsnmp_request_info* request) {
     const TableSnapshot& snapshot = *data.snapshot;
     netsnmp_variable_list* const varbind = request->requestvb;
-    const tSuffix suffix = suffixOf(varbind, m_object.mib().root);
+    const Suffix suffix = suffixOf(varbind, m_object.mib().root);
     const auto instance = snapshot.next(suffix.start, suffix.length, request->inclusive != 0);
     if (!instance) return;
     const OidVector name = snapshot.name(*instance);
@@ -189,13 +189,13 @@ void ObjectRegistration::getNext(ReadTransaction::ObjectData& data, netsnmp_requ
     if (!snapshot.fill(*instance, varbind, m_see)) netsnmp_request_set_error(request, SNMP_ERR_GENERR);
 }
 
-// `repeat` more varbinds hang behind the request's own, empty. Where the table ends before them, the first one left
+// `repeat` more varbinds hang after the request's own, empty. Where the table ends before them, the first one left
 // over says where the engine goes on.
-void ObjectRegistration::getBulk(ReadTransaction::ObjectData& data, netsnmp_pdu* pdu, netsnmp_request_info* request) {
+void ObjectRegistration::getBulk(PendingRead::ObjectData& data, netsnmp_pdu* pdu, netsnmp_request_info* request) {
     const TableSnapshot& snapshot = *data.snapshot;
     View view(pdu);
     const OidVector asked = nameOf(request->requestvb);
-    const tSuffix suffix = suffixOf(request->requestvb, m_object.mib().root);
+    const Suffix suffix = suffixOf(request->requestvb, m_object.mib().root);
     auto instance = snapshot.next(suffix.start, suffix.length, request->inclusive != 0);
 
     netsnmp_variable_list* varbind = request->requestvb;

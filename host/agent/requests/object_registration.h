@@ -7,13 +7,13 @@
 #pragma once
 
 #include "host/agent/objects/managed_object.h"
-#include "host/agent/requests/read_transaction.h"
+#include "host/agent/requests/pending_read.h"
 
 class ObjectRegistration {
 public:
     // Throws std::runtime_error when the engine refuses the registration. Both arguments outlive the registration.
     // REQUIRES: it is destroyed before the engine shuts down.
-    ObjectRegistration(ManagedObject& object, const ReadTransactions& transactions);
+    ObjectRegistration(ManagedObject& object, const PendingReads& transactions);
     ~ObjectRegistration();
     ObjectRegistration(const ObjectRegistration&) = delete;
     ObjectRegistration& operator=(const ObjectRegistration&) = delete;
@@ -23,13 +23,13 @@ private:
                       netsnmp_agent_request_info* info, netsnmp_request_info* requests);
     void read(netsnmp_agent_request_info* info, netsnmp_request_info* requests);
     void get(const TableSnapshot& snapshot, netsnmp_request_info* request);
-    void getNext(ReadTransaction::ObjectData& data, netsnmp_request_info* request);
-    void getBulk(ReadTransaction::ObjectData& data, netsnmp_pdu* pdu, netsnmp_request_info* request);
+    void getNext(PendingRead::ObjectData& data, netsnmp_request_info* request);
+    void getBulk(PendingRead::ObjectData& data, netsnmp_pdu* pdu, netsnmp_request_info* request);
     void refuse(netsnmp_pdu* pdu, netsnmp_request_info* request) const;
     bool needsValues(int mode, netsnmp_request_info* request) const;
 
     ManagedObject& m_object;
-    const ReadTransactions& m_transactions;
+    const PendingReads& m_transactions;
     netsnmp_handler_registration* m_registration;        // the engine's
     TableSnapshot::See m_see = TableSnapshot::See::All;  // in the call that is under way
 };

@@ -1,5 +1,5 @@
 // What became of the requests: how many of each kind came to which end, and how long their answers took. Every request
-// that the desk was given, and that no longer waits there, is counted once.
+// that the dispatcher was given, and that no longer waits there, is counted once.
 //
 //     requests.note(RequestKind::Get, RequestResult::Ok, now - arrived);
 //

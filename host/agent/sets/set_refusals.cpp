@@ -20,7 +20,7 @@ std::string place(const netsnmp_pdu* pdu, int variable, const ObjectFinder& obje
 
 void SetRefusals::note(const netsnmp_pdu* pdu, const SetResult& result, const ObjectFinder& objectOf) {
     if (result.error == SNMP_ERR_NOACCESS) {
-        const auto leftOut = m_budget.take(LineBudget::TimePoint::clock::now());
+        const auto leftOut = m_lineLimit.take(LogRateLimiter::TimePoint::clock::now());
         if (!leftOut) return;
         if (*leftOut > 0) agent_log::warn(std::to_string(*leftOut) + " lines about refused SETs were left out");
     }

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "host/agent/sets/set_request.h"
-#include "host/base/line_budget.h"
+#include "host/base/log_rate_limiter.h"
 
 class SetRefusals {
 public:
@@ -12,5 +12,5 @@ public:
     void note(const netsnmp_pdu* pdu, const SetResult& result, const ObjectFinder& objectOf);
 
 private:
-    LineBudget m_budget{60, std::chrono::seconds(60)};  // of those who may not write
+    LogRateLimiter m_lineLimit{60, std::chrono::seconds(60)};  // of those who may not write
 };

@@ -9,13 +9,13 @@
 namespace {
 
 // The column and row that a name in the object means, or why it cannot be set.
-struct tTarget {
+struct Target {
     int error;
     const MibColumn* column;
     std::uint32_t row;
 };
 
-tTarget targetOf(const MibObject& mib, const oid* suffix, std::size_t length) {
+Target targetOf(const MibObject& mib, const oid* suffix, std::size_t length) {
     if (!mib.table) {
         const MibColumn* const value = &mib.columns.front();
         if (!value->writable()) return {SNMP_ERR_NOTWRITABLE, nullptr, 0};
@@ -88,7 +88,7 @@ SetResult parseSet(netsnmp_pdu* pdu, const ObjectFinder& objectOf, std::vector<S
         if (object == nullptr) return {SNMP_ERR_GENERR, variable, "it cannot be set together with objects of ours"};
 
         const MibObject& mib = object->mib();
-        const tTarget target = targetOf(mib, varbind->name + mib.root.size(), varbind->name_length - mib.root.size());
+        const Target target = targetOf(mib, varbind->name + mib.root.size(), varbind->name_length - mib.root.size());
         if (target.error != SNMP_ERR_NOERROR) return {target.error, variable};
         int error = checkVarbind(*varbind, target.column->syntax);
         if (error == SNMP_ERR_NOERROR) {

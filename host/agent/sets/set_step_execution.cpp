@@ -6,8 +6,8 @@
 
 #include "host/agent/loop/agent_log.h"
 #include "host/agent/objects/cell_value.h"
-#include "host/agent/objects/handler_results.h"
-#include "host/agent/objects/row_naming.h"
+#include "host/agent/objects/result_codes.h"
+#include "host/agent/objects/row_index.h"
 #include "host/agent/objects/snmp_context.h"
 #include "host/transport/backend_protocol.h"
 #include "host/transport/backend_result.h"
@@ -59,12 +59,12 @@ SetResult StepExecution::prepareTable() {
         return {SNMP_ERR_GENERR, firstVariable(), std::string("the current rows cannot be read: ") + error.what()};
     }
     std::stable_sort(m_changes.begin(), m_changes.end(),
-                     [](const tChange& a, const tChange& b) { return a.kind < b.kind; });
+                     [](const Change& a, const Change& b) { return a.kind < b.kind; });
     if (!revocable()) {
         if (m_changes.size() <= 1) return {};
         return {SNMP_ERR_GENERR, m_changes[1].row->anyVariable(), "of this table one row can be set at a time"};
     }
-    for (const tChange& change : m_changes) {
+    for (const Change& change : m_changes) {
         const SetResult made = make(change);
         if (!made.ok()) return made;
     }
@@ -113,7 +113,7 @@ SetResult StepExecution::planRow(const SetRow& row, const CTLVRecordV3* current)
         return {};  // active to active
     }
 
-    tChange change{current == nullptr ? Kind::Create : Kind::Modify, &row, {}};
+    Change change{current == nullptr ? Kind::Create : Kind::Modify, &row, {}};
     if (current != nullptr) {
         for (const MibColumn& column : mib.columns) {
             const auto tag = static_cast<unsigned short>(column.number);
@@ -132,7 +132,7 @@ SetResult StepExecution::planRow(const SetRow& row, const CTLVRecordV3* current)
 }
 
 // Asks the handler.
-SetResult StepExecution::make(const tChange& change) {
+SetResult StepExecution::make(const Change& change) {
     static constexpr const char* NAMES[] = {"delete", "modify", "create"};  // by Kind
     const MibObject& mib = m_step.object->mib();
     int variable = change.row->anyVariable();
@@ -164,7 +164,7 @@ SetResult StepExecution::make(const tChange& change) {
             std::string(mib.table ? NAMES[static_cast<int>(change.kind)] : "set") + " failed: " + failure};
 }
 
-int StepExecution::call(const tChange& change, const CR8KPackageV3& request) {
+int StepExecution::call(const Change& change, const CR8KPackageV3& request) {
     CSnmpHandler& handler = m_step.object->handler();
     const CVRX_SnmpContext context{};
     CR8KPackageV3 response;

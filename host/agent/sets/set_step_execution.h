@@ -42,7 +42,7 @@ private:
 
     enum class Kind { Delete, Modify, Create };  // in the order in which they are done
 
-    struct tChange {
+    struct Change {
         Kind kind;
         const SetRow* row;
         RowCells cells;  // empty for Delete
@@ -51,10 +51,10 @@ private:
     SetResult prepareTable();
     SetResult plan(const CR8KPackageV3& current);
     SetResult planRow(const SetRow& row, const CTLVRecordV3* current);
-    SetResult make(const tChange& change);
-    int call(const tChange& change, const CR8KPackageV3& request);
+    SetResult make(const Change& change);
+    int call(const Change& change, const CR8KPackageV3& request);
 
     SetStep m_step;
-    std::vector<tChange> m_changes;
+    std::vector<Change> m_changes;
     std::unique_ptr<RowChanges> m_transaction;
 };

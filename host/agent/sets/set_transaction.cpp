@@ -5,7 +5,7 @@
 #include <string>
 
 #include "host/agent/loop/agent_log.h"
-#include "host/base/out_of_memory.h"
+#include "host/base/memory_retry.h"
 
 SetTransaction::SetTransaction(std::vector<SetStep> steps, AgentLoop& loop, std::function<void(const SetResult&)> done)
     : m_loop(loop), m_done(std::move(done)) {
@@ -49,7 +49,7 @@ void SetTransaction::run(std::size_t step, SetResult (*action)(SetTransaction& s
         } catch (const std::exception& error) {
             agent_log::fault({"a SET failed: ", error.what()});
         }
-        untilMemory([&] { self->m_loop.post([self, then, result] { then(result); }); });
+        retryForever([&] { self->m_loop.post([self, then, result] { then(result); }); });
     });
 }
 
@@ -68,7 +68,7 @@ void SetTransaction::prepare(std::size_t step) {
             giveUp(step, result);
         }
     };
-    untilMemory([&] { run(step, action, then); });
+    retryForever([&] { run(step, action, then); });
 }
 
 // The last of the first `steps` steps: from back to front, so that what nothing takes back is done first.
@@ -86,11 +86,11 @@ void SetTransaction::carryOut(std::size_t steps) {
         } else if (steps == m_steps.size()) {
             giveUp(steps, result);
         } else {
-            untilMemory([&] { noteHalf(result); });
-            untilMemory([&] { giveUp(steps, {SNMP_ERR_UNDOFAILED, 0, result.reason}); });
+            retryForever([&] { noteHalf(result); });
+            retryForever([&] { giveUp(steps, {SNMP_ERR_UNDOFAILED, 0, result.reason}); });
         }
     };
-    untilMemory([&] { run(steps - 1, action, then); });
+    retryForever([&] { run(steps - 1, action, then); });
 }
 
 void SetTransaction::noteHalf(const SetResult& result) const {
@@ -108,39 +108,39 @@ void SetTransaction::giveUp(std::size_t steps, const SetResult& result) {
         execution.giveUp();
         return SetResult{};
     };
-    untilMemory(
+    retryForever(
         [&] { run(steps - 1, action, [this, steps, result](const SetResult&) { giveUp(steps - 1, result); }); });
 }
 
-void SetTurns::add(std::uint64_t id, std::shared_ptr<SetTransaction> set) {
-    m_turns.push_back({id, std::move(set), false});
+void SetQueue::add(std::uint64_t id, std::shared_ptr<SetTransaction> set) {
+    m_queue.push_back({id, std::move(set), false});
     beginThoseThatMay();
 }
 
-void SetTurns::ended(std::uint64_t id) {
-    m_turns.remove_if([id](const tTurn& turn) { return turn.id == id; });
+void SetQueue::ended(std::uint64_t id) {
+    m_queue.remove_if([id](const Queued& turn) { return turn.id == id; });
     beginThoseThatMay();
 }
 
 // One that has begun keeps its turn until it has given up what it had prepared.
-void SetTurns::withdraw(std::uint64_t id) {
-    m_turns.remove_if([id](const tTurn& turn) { return turn.id == id && !turn.begun; });
+void SetQueue::withdraw(std::uint64_t id) {
+    m_queue.remove_if([id](const Queued& turn) { return turn.id == id && !turn.begun; });
     beginThoseThatMay();
 }
 
-bool SetTurns::waits(std::list<tTurn>::const_iterator turn) const {
-    return std::any_of(m_turns.begin(), turn,
-                       [&turn](const tTurn& earlier) { return turn->set->touchesAnyOf(*earlier.set); });
+bool SetQueue::waits(std::list<Queued>::const_iterator turn) const {
+    return std::any_of(m_queue.begin(), turn,
+                       [&turn](const Queued& earlier) { return turn->set->touchesAnyOf(*earlier.set); });
 }
 
 // One that begins may be at its end at once, and gone from the list.
-void SetTurns::beginThoseThatMay() {
+void SetQueue::beginThoseThatMay() {
     const auto next = [this] {
-        auto turn = m_turns.begin();
-        while (turn != m_turns.end() && (turn->begun || waits(turn))) ++turn;
+        auto turn = m_queue.begin();
+        while (turn != m_queue.end() && (turn->begun || waits(turn))) ++turn;
         return turn;
     };
-    for (auto turn = next(); turn != m_turns.end(); turn = next()) {
+    for (auto turn = next(); turn != m_queue.end(); turn = next()) {
         turn->begun = true;
         const std::shared_ptr<SetTransaction> set = turn->set;
         set->start();

@@ -52,21 +52,21 @@ private:
 // Lets each SET begin when no earlier one is under way that touches the same object.
 //
 // Threads: agent thread only.
-class SetTurns {
+class SetQueue {
 public:
     void add(std::uint64_t id, std::shared_ptr<SetTransaction> set);
     void ended(std::uint64_t id);
     void withdraw(std::uint64_t id);  // it was cancelled
 
 private:
-    struct tTurn {
+    struct Queued {
         std::uint64_t id;
         std::shared_ptr<SetTransaction> set;
         bool begun;
     };
 
     void beginThoseThatMay();
-    bool waits(std::list<tTurn>::const_iterator turn) const;
+    bool waits(std::list<Queued>::const_iterator turn) const;
 
-    std::list<tTurn> m_turns;  // in the order in which they came
+    std::list<Queued> m_queue;  // in the order in which they came
 };

@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-#include "host/notification_log/trap_content.h"
+#include "host/notification_log/notification.h"
 
 // All that makes two channels the same.
 struct TrapRoute {
@@ -36,8 +36,8 @@ class TrapChannel {
 public:
     virtual ~TrapChannel() = default;
 
-    // In a message of at most `wanted` octets, or the shortest that can be made; see trap_fitting.h.
-    virtual TrapSendResult send(const Trap& trap, std::size_t wanted) = 0;
+    // In a message of at most `wanted` octets, or the shortest that can be made; see notification_fitting.h.
+    virtual TrapSendResult send(const Notification& trap, std::size_t wanted) = 0;
 };
 
 class TrapTransport {

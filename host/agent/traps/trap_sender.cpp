@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "host/agent/loop/agent_log.h"
-#include "host/base/out_of_memory.h"
-#include "host/notification_log/trap_subject.h"
+#include "host/base/memory_retry.h"
+#include "host/notification_log/notification_subject.h"
 
 namespace {
 
@@ -27,7 +27,7 @@ std::string describe(const tTrapDestInfo& info) {
 }
 
 // "alarm event 5 (alarm 4295229443, serial number 7)"
-std::string describe(const Trap& trap, unsigned long long sequence) {
+std::string describe(const Notification& trap, unsigned long long sequence) {
     return sequence == 0 ? subjectOf(trap) : "alarm event " + std::to_string(sequence) + " (" + subjectOf(trap) + ")";
 }
 
@@ -45,11 +45,11 @@ bool sameRow(const tTrapDestInfo& a, const tTrapDestInfo& b) {
 }  // namespace
 
 TrapSender::TrapSender(AgentLoop& loop, const TrapOptions& options, TrapTransport& transport,
-                       TrapResolver::Lookup lookup)
+                       NameResolver::Lookup lookup)
     : m_options(options),
       m_transport(transport),
       m_list(std::make_shared<TrapDestinationMap>()),
-      m_turns(
+      m_scheduler(
           loop, [this] { takeTurn(); }, SHORTEST_SLEEP, options.resolveInterval, std::move(lookup)) {}
 
 // Any thread
@@ -79,7 +79,7 @@ void TrapSender::setDestinations(const std::list<tTrapDestInfo>& destinations) {
             destination.info = info;
         }
         m_list = std::move(list);
-        m_turns.wake();
+        m_scheduler.wake();
     }
     callAll(settled);
 }
@@ -89,8 +89,9 @@ std::shared_ptr<const TrapDestinationMap> TrapSender::destinations() const {
     return m_list;
 }
 
-void TrapSender::submit(const TrapOrigin& origin, const TrapDestinationMap& considered,
-                        const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Trap> trap, Settled settled) {
+void TrapSender::submit(const NotificationOrigin& origin, const TrapDestinationMap& considered,
+                        const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Notification> trap,
+                        Settled settled) {
     const std::set<std::string> keys = chosenKeys(considered, chosen);
     const auto submission = std::make_shared<Submission>();
     submission->trap = std::move(trap);
@@ -110,7 +111,7 @@ void TrapSender::submit(const TrapOrigin& origin, const TrapDestinationMap& cons
         }
         for (const std::string& key : keys) enqueue(key, submission, due);
         release(*submission, due);
-        m_turns.wake();
+        m_scheduler.wake();
     }
     callAll(due);
 }
@@ -137,7 +138,7 @@ void TrapSender::enqueue(const std::string& key, const std::shared_ptr<Submissio
         dropItem(destination, item, TrapDrop::QueueFull, settled);
     } else {
         try {
-            withPatience([&] { destination.queue.push_back(item); });
+            retryForASecond([&] { destination.queue.push_back(item); });
         } catch (const std::bad_alloc&) {
             dropItem(destination, item, TrapDrop::QueueFull, settled);
         }
@@ -156,7 +157,7 @@ void TrapSender::release(Submission& submission, std::vector<Settled>& settled) 
 }
 
 void TrapSender::refresh() {
-    m_turns.wake();
+    m_scheduler.wake();
 }
 
 TrapStatus TrapSender::status() const {
@@ -194,8 +195,8 @@ TrapCounters TrapSender::totals() const {
 // Agent thread
 
 void TrapSender::stop() {
-    if (m_turns.stopped()) return;
-    m_turns.stop();
+    if (m_scheduler.stopped()) return;
+    m_scheduler.stop();
     m_links.clear();
     const TrapStatus last = status();
     for (const DestinationStatus& one : last.destinations) {
@@ -215,15 +216,15 @@ void TrapSender::takeTurn() {
         }
     }
     closeLostLinks(keys);
-    m_turns.watch(hosts);
+    m_scheduler.watch(hosts);
 
     Clock::time_point nextTurn = Clock::time_point::max();
     bool more = false;
     for (const std::string& key : keys) more = serve(key, nextTurn) || more;
     if (more) {
-        m_turns.wake();
+        m_scheduler.wake();
     } else if (nextTurn != Clock::time_point::max()) {
-        m_turns.sleepUntil(nextTurn);
+        m_scheduler.sleepUntil(nextTurn);
     }
 }
 
@@ -243,7 +244,7 @@ bool TrapSender::serve(const std::string& key, Clock::time_point& nextTurn) {
         if (found == m_destinations.end()) return false;
         info = found->second.info;
     }
-    const auto linkOfKey = m_links.emplace(key, TrapPacing(m_options.rate, m_options.burst, Clock::now())).first;
+    const auto linkOfKey = m_links.emplace(key, TokenBucket(m_options.rate, m_options.burst, Clock::now())).first;
     Link& link = linkOfKey->second;
     const Readiness readiness = makeReady(info, link);
     noteState(key, readiness);
@@ -287,7 +288,7 @@ TrapSender::Readiness TrapSender::makeReady(const tTrapDestInfo& info, Link& lin
             return result;
         }
     }
-    route.address = m_turns.addressOf(info.address);
+    route.address = m_scheduler.addressOf(info.address);
     if (route.address.empty()) {
         link.channel.reset();
         result.state = DestinationState::Unresolved;
@@ -375,9 +376,9 @@ bool TrapSender::sendNext(const std::string& key, Link& link, Clock::time_point&
         if (found == m_destinations.end() || found->second.queue.empty()) return false;
         Destination& destination = found->second;
         const Clock::time_point now = Clock::now();
-        if (!link.pacing.take(now)) {
+        if (!link.tokens.take(now)) {
             destination.pacedNumber = destination.lastNumber;
-            nextTurn = std::min(nextTurn, link.pacing.nextToken(now));
+            nextTurn = std::min(nextTurn, link.tokens.nextToken(now));
             return false;
         }
         item = std::move(destination.queue.front());
@@ -388,7 +389,7 @@ bool TrapSender::sendNext(const std::string& key, Link& link, Clock::time_point&
 
     TrapSendResult result;
     try {
-        result = withPatience([&] { return link.channel->send(*item.submission->trap, m_messageSize); });
+        result = retryForASecond([&] { return link.channel->send(*item.submission->trap, m_messageSize); });
     } catch (const std::bad_alloc&) {
         result.failure = "out of memory";
     }

@@ -24,22 +24,22 @@
 #include <set>
 #include <string>
 
+#include "host/agent/delivery/notification_fitting.h"
 #include "host/agent/delivery/notification_sink.h"
-#include "host/agent/delivery/sender_turns.h"
-#include "host/agent/delivery/trap_fitting.h"
+#include "host/agent/delivery/send_scheduler.h"
 #include "host/agent/loop/agent_loop.h"
+#include "host/agent/traps/token_bucket.h"
 #include "host/agent/traps/trap_channel.h"
 #include "host/agent/traps/trap_counters.h"
 #include "host/agent/traps/trap_options.h"
-#include "host/agent/traps/trap_pacing.h"
-#include "host/notification_log/trap_content.h"
+#include "host/notification_log/notification.h"
 #include "platform/trap_dest_info.h"
 
 class TrapSender : public NotificationSink {
 public:
     // `loop` and `transport` outlive the sender.
     TrapSender(AgentLoop& loop, const TrapOptions& options, TrapTransport& transport,
-               TrapResolver::Lookup lookup = TrapResolver::systemLookup);
+               NameResolver::Lookup lookup = NameResolver::systemLookup);
     TrapSender(const TrapSender&) = delete;
     TrapSender& operator=(const TrapSender&) = delete;
 
@@ -50,8 +50,9 @@ public:
     std::shared_ptr<const TrapDestinationMap> destinations() const override;
 
     // `settled` is called as soon as the trap was sent or dropped at all chosen destinations.
-    void submit(const TrapOrigin& origin, const TrapDestinationMap& considered, const std::list<tTrapDestInfo>& chosen,
-                std::shared_ptr<const Trap> trap, Settled settled) override;
+    void submit(const NotificationOrigin& origin, const TrapDestinationMap& considered,
+                const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Notification> trap,
+                Settled settled) override;
 
     bool takesLate() const override { return true; }
 
@@ -68,10 +69,10 @@ public:
     TrapCounters totals() const;  // of all destinations, those that are gone included
 
 private:
-    using Clock = TrapPacing::Clock;
+    using Clock = TokenBucket::Clock;
 
     struct Submission {
-        std::shared_ptr<const Trap> trap;
+        std::shared_ptr<const Notification> trap;
         unsigned long long sequence = 0;  // of the alarm event; 0: of none
         Settled settled;
         std::size_t open = 0;  // destinations it waits for, and 1 while it is handed in
@@ -98,8 +99,8 @@ private:
 
     // agent thread only
     struct Link {
-        explicit Link(const TrapPacing& p) : pacing(p) {}
-        TrapPacing pacing;
+        explicit Link(const TokenBucket& p) : tokens(p) {}
+        TokenBucket tokens;
         TrapRoute route;  // of the channel
         std::unique_ptr<TrapChannel> channel;
         bool leftOutKnown = false;  // it was said that bindings are left out
@@ -141,5 +142,5 @@ private:
 
     std::map<std::string, Link> m_links;  // agent thread only
 
-    SenderTurns m_turns;
+    SendScheduler m_scheduler;
 };

@@ -33,7 +33,7 @@ Octets message(const Octets& body, const Octets& version = ONE) {
 }
 
 bool fits(const Octets& octets) {
-    // Of its own, so that a sanitizer sees each octet read behind it.
+    // Of its own, so that a sanitizer sees each octet read after it.
     const std::vector<unsigned char> exact(octets);
     return messageNumbersFit(exact.data(), exact.size());
 }
@@ -94,20 +94,20 @@ TEST(MessageNumbersTest, AroundAScopedPdu) {
         const Octets security = element(0x04, {element(0x30, {TEXT, boots, seconds, TEXT, TEXT, TEXT})});
         return element(0x30, {version, header, security, element(0x30, {TEXT, TEXT, pdu(TOO_LARGE)})});
     };
-    EXPECT_TRUE(fits(of(ONE, ONE, ONE, ONE)));  // the scoped PDU is looked at behind the security
+    EXPECT_TRUE(fits(of(ONE, ONE, ONE, ONE)));  // the scoped PDU is looked at after the security
     EXPECT_FALSE(fits(of(TOO_LARGE, ONE, ONE, ONE)));
     EXPECT_FALSE(fits(of(ONE, TOO_LARGE, ONE, ONE)));
     EXPECT_FALSE(fits(of(ONE, ONE, TOO_LARGE, ONE)));
     EXPECT_FALSE(fits(of(ONE, ONE, ONE, TOO_LARGE)));
 }
 
-TEST(MessageNumbersTest, WhatIsBehindTheMessageIsNoneOfIt) {
+TEST(MessageNumbersTest, WhatIsAfterTheMessageIsNoneOfIt) {
     Octets whole = message(pdu(ONE));
     whole.insert(whole.end(), TOO_LARGE.begin(), TOO_LARGE.end());
     EXPECT_TRUE(fits(whole));
 }
 
-TEST(MessageNumbersTest, CutAnywhereNothingIsReadBehindTheEnd) {
+TEST(MessageNumbersTest, CutAnywhereNothingIsReadAfterTheEnd) {
     const Octets whole = message(pdu(TOO_LARGE));
     for (std::size_t size = 0; size < whole.size(); ++size) {
         EXPECT_TRUE(fits(Octets(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)))) << size;

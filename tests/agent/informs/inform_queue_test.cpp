@@ -193,7 +193,7 @@ TEST_F(InformQueueTest, InformsThatAreAboutNoEventAlwaysFindTheirPlace) {
 
 TEST_F(InformQueueTest, EventsThatAreNumberedAnewAreNewOnes) {
     add(NMS, 100);
-    m_queue->startBehind(3);
+    m_queue->startAfter(3);
     EXPECT_EQ(add(NMS, 3), Added::Repeated);
     EXPECT_EQ(add(NMS, 4), Added::Waiting);
     ASSERT_TRUE(waitUntil([&] { return m_settled == 3; }));
@@ -206,7 +206,7 @@ TEST_F(InformQueueTest, EventsThatAreNumberedAnewAreNewOnes) {
 
 TEST_F(InformQueueTest, ThatEventsAreNumberedAnewIsOnDiskWhenItReturns) {
     add(NMS, 100);
-    m_queue->startBehind(3);
+    m_queue->startAfter(3);
     SqliteDatabase database(path());
     SqliteStatement select(database, "SELECT event FROM receiver WHERE name = 'nms:162'");
     SqliteStatement::Run row(select);
@@ -269,7 +269,7 @@ TEST_F(InformQueueTest, NothingIsSettledWhileTheFileCannotBeWrittenAndAllOfItAft
     EXPECT_EQ(add(NMS, 4), Added::Full);  // memory has its bound, too
     EXPECT_EQ(m_settled, 1);
     EXPECT_FALSE(m_queue->first(NMS).has_value());
-    EXPECT_THROW(m_queue->startBehind(9), SqliteError);
+    EXPECT_THROW(m_queue->startAfter(9), SqliteError);
     other.execute("DROP TRIGGER full");
     ASSERT_TRUE(waitUntil([&] { return m_settled == 4; }));
     EXPECT_THAT(drain(NMS), ElementsAre(1, 2, 3));

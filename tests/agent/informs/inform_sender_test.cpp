@@ -112,7 +112,7 @@ protected:
     }
     void acknowledgeAll(unsigned int port) { m_transport.answers[port] = {Kind::Acknowledged, true, ""}; }
     void submit(unsigned long long event) { submit(event, trapNumbered(event)); }
-    void submit(unsigned long long event, std::shared_ptr<const Trap> trap) {
+    void submit(unsigned long long event, std::shared_ptr<const Notification> trap) {
         const auto all = m_sender->destinations();
         std::list<tTrapDestInfo> chosen;
         for (const auto& entry : *all) {
@@ -328,7 +328,7 @@ TEST_F(InformSenderTest, TrapsThatAreNotChosenNotBuiltOrWithoutNameAreCounted) {
     named.policy.trapType = 4;
     m_sender->setDestinations({receiver(2001), named}, true);
     submit(1, nullptr);
-    submit(2, std::make_shared<Trap>());
+    submit(2, std::make_shared<Notification>());
     EXPECT_EQ(m_settled, 2);
     EXPECT_EQ(dropped(status().counters, InformDrop::NotBuilt), 1U);
     EXPECT_EQ(dropped(status().counters, InformDrop::BadOid), 1U);

@@ -20,10 +20,10 @@ constexpr milliseconds INTERVAL{5};
 
 class WatchdogTest : public testing::Test {
 protected:
-    WatchdogTest() : m_fake("@vrx-watchdog-test-" + std::to_string(getpid())) { setPatience(2 * INTERVAL); }
+    WatchdogTest() : m_fake("@vrx-watchdog-test-" + std::to_string(getpid())) { setTimeout(2 * INTERVAL); }
     ~WatchdogTest() override { unsetenv("WATCHDOG_USEC"); }
 
-    static void setPatience(std::chrono::microseconds patience) {
+    static void setTimeout(std::chrono::microseconds patience) {
         setenv("WATCHDOG_USEC", std::to_string(patience.count()).c_str(), 1);
     }
 
@@ -63,7 +63,7 @@ TEST_F(WatchdogTest, AnAgentThreadThatHangsIsSilent) {
 }
 
 TEST_F(WatchdogTest, IsSilentWhenNobodyExpectsAnything) {
-    setPatience(milliseconds(0));
+    setTimeout(milliseconds(0));
     const ServiceManager manager = ServiceManager::fromEnvironment();
     const Watchdog watchdog(m_loop, manager);
     m_loop.runAfter(4 * INTERVAL, [this] { m_loop.stop(); });
@@ -81,7 +81,7 @@ TEST_F(WatchdogTest, IsSilentAfterItsEnd) {
 }
 
 TEST_F(WatchdogTest, AnIntervalBelowAMillisecondIsOneMillisecond) {
-    setPatience(std::chrono::microseconds(2));
+    setTimeout(std::chrono::microseconds(2));
     const ServiceManager manager = ServiceManager::fromEnvironment();
     const Watchdog watchdog(m_loop, manager);
     EXPECT_THAT(runUntil(m_loop, 3), Each(std::string("WATCHDOG=1")));

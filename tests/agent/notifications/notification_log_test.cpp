@@ -10,7 +10,7 @@
 #include <fstream>
 #include <thread>
 
-#include "host/notification_log/trap_bytes.h"
+#include "host/notification_log/notification_codec.h"
 
 namespace {
 
@@ -60,11 +60,11 @@ LoggedNotification entryOf(std::uint32_t serial) {
     return entry;
 }
 
-std::shared_ptr<const Trap> someTrap() {
+std::shared_ptr<const Notification> someTrap() {
     SnmpValue value;
     value.type = ASN_OCTET_STR;
     value.octets = std::string("a\0b", 3);
-    return std::make_shared<Trap>(Trap{{1, 3, 6, 1}, {{{1, 3, 7, 1}, value}}});
+    return std::make_shared<Notification>(Notification{{1, 3, 6, 1}, {{{1, 3, 7, 1}, value}}});
 }
 
 bool hasWritten(const NotificationLog& log, std::uint64_t count) {

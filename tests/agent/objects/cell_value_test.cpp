@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "host/agent/objects/row_naming.h"
+#include "host/agent/objects/row_index.h"
 #include "tests/agent/mib_samples.h"
 
 namespace {

@@ -53,7 +53,7 @@ TEST_F(SnapshotStoreTest, ASnapshotIsFreshForItsTime) {
 }
 
 TEST_F(SnapshotStoreTest, WhileChangesAreToldItIsFreshForLonger) {
-    store.setTold([] { return true; });
+    store.setChangeFeedLive([] { return true; });
     const auto snapshot = taken(start);
     store.put(snapshot, start);
     EXPECT_EQ(store.fresh(start + milliseconds(5'000)), snapshot);
@@ -61,7 +61,7 @@ TEST_F(SnapshotStoreTest, WhileChangesAreToldItIsFreshForLonger) {
 }
 
 TEST_F(SnapshotStoreTest, AChangeMakesItStaleAtOnceAlsoWhileChangesAreTold) {
-    store.setTold([] { return true; });
+    store.setChangeFeedLive([] { return true; });
     store.put(taken(start), start);
     store.markChanged();
     EXPECT_EQ(store.fresh(start), nullptr);
@@ -69,7 +69,7 @@ TEST_F(SnapshotStoreTest, AChangeMakesItStaleAtOnceAlsoWhileChangesAreTold) {
 
 TEST_F(SnapshotStoreTest, WhenChangesAreNotToldAnyMoreTheShortAgeHoldsAtOnce) {
     bool told = true;
-    store.setTold([&told] { return told; });
+    store.setChangeFeedLive([&told] { return told; });
     const auto snapshot = taken(start);
     store.put(snapshot, start);
     told = false;
@@ -81,7 +81,7 @@ TEST_F(SnapshotStoreTest, AShorterQuietAgeTakesNothingFromTheOther) {
     SnapshotLimits shorter = limits();
     shorter.quietAge = milliseconds(0);
     store.setLimits(shorter);
-    store.setTold([] { return true; });
+    store.setChangeFeedLive([] { return true; });
     const auto snapshot = taken(start);
     store.put(snapshot, start);
     EXPECT_EQ(store.fresh(start + milliseconds(1'000)), snapshot);
@@ -93,7 +93,7 @@ TEST_F(SnapshotStoreTest, ASnapshotThatMayStillAnswerIsNotPurged) {
     longer.quietAge = milliseconds(20'000);
     store.setLimits(longer);
     store.put(taken(start), start);
-    store.setTold([] { return true; });
+    store.setChangeFeedLive([] { return true; });
     store.purge(start + milliseconds(20'000));
     EXPECT_EQ(store.held(), 1U);
     store.purge(start + milliseconds(20'001));

@@ -22,7 +22,7 @@ protected:
 
     const MibObject& table() const { return *model.find(SAMPLE_TABLE); }
 
-    // The name behind `suffix`, below the root.
+    // The name after `suffix`, below the root.
     std::string after(const OidVector& suffix, bool inclusive = false) const {
         const auto instance = snapshot.next(suffix.data(), suffix.size(), inclusive);
         if (!instance) return "end";
@@ -66,7 +66,7 @@ TEST_F(TableSnapshotTest, SteppingByInstanceGivesTheSameNames) {
     EXPECT_FALSE(byStep);
 }
 
-TEST_F(TableSnapshotTest, GoesOnBehindNamesOfNoInstance) {
+TEST_F(TableSnapshotTest, GoesOnAfterNamesOfNoInstance) {
     EXPECT_EQ(after({}), "1.1.2");
     EXPECT_EQ(after({0, 99, 99}), "1.1.2");
     EXPECT_EQ(after({1}), "1.1.2");
@@ -74,7 +74,7 @@ TEST_F(TableSnapshotTest, GoesOnBehindNamesOfNoInstance) {
     EXPECT_EQ(after({1, 2}), "1.2.2");
     EXPECT_EQ(after({1, 2, 0}), "1.2.2");
     EXPECT_EQ(after({1, 2, 6}), "1.2.7");
-    EXPECT_EQ(after({1, 2, 7, 0}), "1.2.30") << "a longer name stands behind its row";
+    EXPECT_EQ(after({1, 2, 7, 0}), "1.2.30") << "a longer name stands after its row";
     EXPECT_EQ(after({1, 2, 6, 9}), "1.2.7");
     EXPECT_EQ(after({1, 2, 4294967295}), "1.3.2");
     EXPECT_EQ(after({1, 4, 2}), "1.4.30") << "row 7 has no such instance";

@@ -108,10 +108,10 @@ protected:
     std::shared_ptr<SetTransaction> enter(std::uint64_t id, std::vector<SetStep> steps) {
         auto set = std::make_shared<SetTransaction>(std::move(steps), loop, [this, id](const SetResult& result) {
             results[id] = result;
-            turns.ended(id);
+            queue.ended(id);
             loop.stop();
         });
-        turns.add(id, set);
+        queue.add(id, set);
         return set;
     }
     SetResult resultOf(std::uint64_t id) {
@@ -141,7 +141,7 @@ protected:
     AgentLoop loop;
     ManagedObject table{*model.find(parseOid("1.3.6.1.4.1.99871.2.91.10.4.1")), destinations, loop, {}};
     ManagedObject scalar{*model.find(parseOid("1.3.6.1.4.1.99871.2.91.10.1.2")), clear, loop, {}};
-    SetTurns turns;
+    SetQueue queue;
     std::map<std::uint64_t, SetResult> results;
 };
 
@@ -232,10 +232,10 @@ TEST_F(SetTransactionTest, OneThatIsCancelledBeforeItsTurnNeverHappens) {
     enter(1, {rows({port(1, 1, 3)}), clearing(2, 42)});
     const auto late = enter(2, {rows({port(1, 1, 4)})});
     EXPECT_TRUE(late->cancel());
-    turns.withdraw(2);
+    queue.withdraw(2);
     clear.release();
     EXPECT_TRUE(resultOf(1).ok());
-    EXPECT_TRUE(apply({rows({port(2, 1, 5)})}).ok());  // behind it
+    EXPECT_TRUE(apply({rows({port(2, 1, 5)})}).ok());  // after it
     EXPECT_EQ(results.count(2), 0U);
     EXPECT_THAT(stored(), ElementsAre("1 192.0.2.1:3", "2 192.0.2.1:5"));
 }
@@ -247,7 +247,7 @@ TEST_F(SetTransactionTest, OneThatIsCancelledBeforeItsClearGivesItsRowsUp) {
     const auto set = enter(1, {rows({port(1, 1, 3)}), clearing(2, 42)});
     const auto next = enter(2, {rows({port(1, 1, 4)})});
     EXPECT_TRUE(set->cancel());
-    turns.withdraw(1);
+    queue.withdraw(1);
     gate.unlock();
     EXPECT_FALSE(resultOf(1).ok());
     EXPECT_TRUE(resultOf(2).ok());

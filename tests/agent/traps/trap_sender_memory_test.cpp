@@ -26,7 +26,8 @@ protected:
             sender.setDestinations({info});
             int settled = 0;
             for (int i = 1; i <= TRAPS; ++i) {
-                sender.submit(TrapOrigin(), *sender.destinations(), {info}, trapNumbered(1), [&] { ++settled; });
+                sender.submit(NotificationOrigin(), *sender.destinations(), {info}, trapNumbered(1),
+                              [&] { ++settled; });
             }
             failing_memory::failAt(n);
             agent_check_and_process(0);

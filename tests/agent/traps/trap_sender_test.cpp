@@ -33,10 +33,11 @@ protected:
         return *m_sender;
     }
 
-    void submitTo(const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Trap> trap) {
-        sender().submit(TrapOrigin(), *sender().destinations(), chosen, std::move(trap), [this] { ++m_settled; });
+    void submitTo(const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Notification> trap) {
+        sender().submit(NotificationOrigin(), *sender().destinations(), chosen, std::move(trap),
+                        [this] { ++m_settled; });
     }
-    void submitToAll(std::shared_ptr<const Trap> trap) {
+    void submitToAll(std::shared_ptr<const Notification> trap) {
         std::list<tTrapDestInfo> chosen;
         for (const auto& entry : *sender().destinations()) chosen.push_back(entry.second);
         submitTo(chosen, std::move(trap));
@@ -163,7 +164,7 @@ TEST_F(TrapSenderTest, TheSlowPaceOfOneDestinationHoldsUpNoOther) {
     EXPECT_GE(statusOf("1").counters.waiting, 1U);
 }
 
-TEST_F(TrapSenderTest, TrapsBehindAFullQueueAreDropped) {
+TEST_F(TrapSenderTest, TrapsAfterAFullQueueAreDropped) {
     m_options.queueLimit = 3;
     sender().setDestinations({destination("1", 1001)});
     for (unsigned long i = 1; i <= 5; ++i) submitToAll(trapNumbered(i));
@@ -182,7 +183,7 @@ TEST_F(TrapSenderTest, ATrapThatCouldNotBeBuiltIsDropped) {
 
 TEST_F(TrapSenderTest, ATrapWithoutOidIsDropped) {
     sender().setDestinations({destination("1", 1001)});
-    submitToAll(std::make_shared<Trap>());
+    submitToAll(std::make_shared<Notification>());
     EXPECT_EQ(dropped("1", TrapDrop::BadOid), 1U);
     EXPECT_EQ(m_settled, 1);
 }
@@ -266,7 +267,7 @@ TEST_F(TrapSenderTest, ADestinationDeletedAfterTheChoiceIsCountedAmongTheFormer)
     sender().setDestinations({destination("1", 1001)});
     const auto before = sender().destinations();
     sender().setDestinations({});
-    sender().submit(TrapOrigin(), *before, {destination("1", 1001)}, trapNumbered(1), [this] { ++m_settled; });
+    sender().submit(NotificationOrigin(), *before, {destination("1", 1001)}, trapNumbered(1), [this] { ++m_settled; });
     EXPECT_EQ(m_settled, 1);
     EXPECT_EQ(sender().status().former.dropped[static_cast<std::size_t>(TrapDrop::Removed)], 1U);
 }
@@ -425,7 +426,7 @@ TEST_F(TrapSenderTest, ThreadsMaySubmitWhileTheListChanges) {
             const auto all = sender().destinations();
             std::list<tTrapDestInfo> chosen;
             for (const auto& entry : *all) chosen.push_back(entry.second);
-            sender().submit(TrapOrigin(), *all, chosen, trapNumbered(i), [&settled] { ++settled; });
+            sender().submit(NotificationOrigin(), *all, chosen, trapNumbered(i), [&settled] { ++settled; });
         }
         submitted = true;
     });

@@ -1,0 +1,50 @@
+// Looks up the names of trap destinations in the background: a name server that is slow or dead holds up nothing but
+// the traps to that name.
+//
+//     NameResolver resolver(interval, [&](const std::string& name, const std::string& address) { ... });
+//     resolver.watch({"nms.example.com"});
+//
+// Each watched name is looked up at once, again every interval, and after a failure with pauses of 1 s to 1 min. The
+// answer is an IPv4 or IPv6 address as text, "" when there is none. IPv4 is preferred where a name has both.
+//
+// Threads: watch() from any; the answers come from the resolver's own thread.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+
+class NameResolver {
+public:
+    using Answer = std::function<void(const std::string& name, const std::string& address)>;
+    using Lookup = std::function<std::string(const std::string& name)>;
+
+    // `answer` must not throw, `lookup` may block. Throws std::system_error when no thread can be started.
+    NameResolver(std::chrono::seconds interval, Answer answer, Lookup lookup = systemLookup);
+
+    // No answer comes any more. A look-up that blocks is left to end by itself after a moment.
+    ~NameResolver();
+    NameResolver(const NameResolver&) = delete;
+    NameResolver& operator=(const NameResolver&) = delete;
+
+    // From now on these names and no others.
+    void watch(const std::set<std::string>& names);
+
+    // Blocks as long as the system's resolver does; "" when the name has no address.
+    static std::string systemLookup(const std::string& name);
+
+private:
+    struct State;
+    std::shared_ptr<State> m_state;  // shared with the thread, which may outlive this object
+};
+
+// Whether the text is an IPv4 address, or an IPv6 address with or without a zone ("fe80::1%eth0").
+bool isIpv4Address(const std::string& text);
+bool isIpv6Address(const std::string& text);
+
+// Why nothing can be sent to an address for its zone; "" when there is no reason. The library takes a zone that does
+// not exist for none at all, and the datagram leaves somewhere; without one the system does not know where a link-local
+// address is.
+std::string faultOfZone(const std::string& address);

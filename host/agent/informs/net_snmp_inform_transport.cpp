@@ -1,0 +1,320 @@
+#include "host/agent/informs/net_snmp_inform_transport.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <utility>
+
+#include "host/agent/delivery/community_trap_encoder.h"
+#include "host/agent/delivery/name_resolver.h"
+#include "host/agent/delivery/notification_fitting.h"
+#include "host/agent/delivery/notification_pdu.h"
+#include "host/base/memory_retry.h"
+#include "host/snmp/net_snmp.h"
+#include "host/snmp/usm_users.h"
+
+#include <net-snmp/library/lcd_time.h>
+
+namespace {
+
+constexpr unsigned int SNMPV3 = 3;
+constexpr std::size_t SHORTEST_ENGINE_ID = 5;  // RFC 3411, SnmpEngineID
+constexpr std::size_t LONGEST_ENGINE_ID = 32;
+constexpr std::uint64_t REQUEST_IDS = 0x7fffffff;  // they are positive 32-bit numbers
+
+struct CloseSession {
+    void operator()(netsnmp_session* session) const { snmp_close(session); }
+};
+using SessionPointer = std::unique_ptr<netsnmp_session, CloseSession>;
+
+std::string takeText(char* text) {
+    std::string copy = text != nullptr ? text : "unknown error";
+    std::free(text);
+    return copy;
+}
+
+std::string hexadecimal(const std::string& bytes) {
+    std::string text;
+    for (const char c : bytes) {
+        constexpr const char* DIGITS = "0123456789abcdef";
+        const auto byte = static_cast<unsigned char>(c);
+        text += DIGITS[byte >> 4U];
+        text += DIGITS[byte & 0xFU];
+    }
+    return text;
+}
+
+// A copy that the library frees.
+bool setBytes(const std::string& bytes, u_char*& field, std::size_t& length) {
+    field = static_cast<u_char*>(netsnmp_memdup(bytes.data(), bytes.size()));
+    length = field != nullptr ? bytes.size() : 0;
+    return field != nullptr;
+}
+
+bool setText(const std::string& text, char*& field, std::size_t& length) {
+    field = ::strdup(text.c_str());
+    length = field != nullptr ? text.size() : 0;
+    return field != nullptr;
+}
+
+class NetSnmpInformChannel : public InformChannel {
+public:
+    NetSnmpInformChannel(AgentLoop& loop, InformUsers& users, InformPeer peer, SessionPointer session)
+        : m_loop(loop),
+          m_users(users),
+          m_peer(std::move(peer)),
+          m_session(std::move(session)),
+          m_engine(m_peer.engineId) {}
+
+    // Closing the session tells of what is under way as if it had no answer.
+    ~NetSnmpInformChannel() override {
+        m_closing = true;
+        m_session.reset();
+    }
+
+    void send(const Inform& inform, std::size_t wanted, std::chrono::milliseconds patience, Done done) override;
+    std::string engine() const override { return hexadecimal(m_engine); }
+
+private:
+    static int answered(int operation, netsnmp_session*, int, netsnmp_pdu* pdu, void* self);
+    static int engineAnswered(int operation, netsnmp_session*, int, netsnmp_pdu* pdu, void* self);
+
+    bool isV3() const { return m_peer.version == SNMPV3; }
+    std::string contextEngine() const {
+        return m_peer.contextEngineId.empty() ? ownEngineId() : m_peer.contextEngineId;
+    }
+    FittedNotification fitted() const;
+    void noteSize(const netsnmp_pdu& pdu);
+    void ask();
+    void transmit();
+    void hand(PduPointer pdu, netsnmp_callback callback);
+    void takeAnswer(const netsnmp_pdu& pdu);
+    void takeReport(netsnmp_pdu& pdu);
+    void takeEngine(const netsnmp_pdu& pdu);
+    void forgetEngine();
+    void finish(InformOutcome::Kind kind, const std::string& text = "");
+
+    AgentLoop& m_loop;
+    InformUsers& m_users;
+    const InformPeer m_peer;
+    SessionPointer m_session;
+    std::string m_engine;  // of the receiver; empty while unknown
+    InformUsers::Hold m_user;
+
+    std::size_t m_receiverTakes = LONGEST_MESSAGE;  // octets of a message, as its engine said last
+
+    Inform m_inform;  // under way
+    Done m_done;      // null when none is
+    std::size_t m_wanted = LONGEST_MESSAGE;
+    unsigned int m_cut = 0;
+    bool m_closing = false;
+    bool m_asked = false;
+    bool m_wasSent = false;
+    std::shared_ptr<int> m_alive = std::make_shared<int>(0);  // tasks in the loop hold it weakly
+};
+
+void NetSnmpInformChannel::send(const Inform& inform, std::size_t wanted, std::chrono::milliseconds patience,
+                                Done done) {
+    m_inform = inform;
+    m_done = std::move(done);
+    m_wanted = wanted;
+    m_cut = 0;
+    m_asked = m_wasSent = false;
+    m_session->timeout = static_cast<long>(std::chrono::microseconds(patience).count());
+    if (isV3() && m_engine.empty()) {
+        ask();
+    } else {
+        transmit();
+    }
+}
+
+// An empty request to nobody in particular: the engine answers it with a report that holds its ID.
+void NetSnmpInformChannel::ask() {
+    m_asked = true;
+    PduPointer pdu(snmp_pdu_create(SNMP_MSG_GET));
+    // What the library noted of the last answer would make this a request to that engine.
+    SNMP_FREE(m_session->securityEngineID);
+    m_session->securityEngineIDLen = 0;
+    if (pdu) {
+        pdu->version = SNMP_VERSION_3;
+        pdu->securityModel = USM_SEC_MODEL_NUMBER;
+        pdu->securityLevel = SNMP_SEC_LEVEL_NOAUTH;
+        if (!setText("", pdu->securityName, pdu->securityNameLen)) pdu.reset();
+    }
+    hand(std::move(pdu), &NetSnmpInformChannel::engineAnswered);
+}
+
+FittedNotification NetSnmpInformChannel::fitted() const {
+    const Notification& trap = *m_inform.trap;
+    const std::optional<std::size_t> size =
+        isV3() ? longestMessageV3(
+                     trap, m_peer.name.size() + m_peer.contextName.size() + m_engine.size() + contextEngine().size())
+               : longestMessage(trap, m_peer.name);
+    return {trap, size.value_or(0), std::min(m_wanted, m_receiverTakes)};
+}
+
+void NetSnmpInformChannel::transmit() {
+    const FittedNotification trap = fitted();
+    if (trap.size() > LONGEST_MESSAGE) return finish(InformOutcome::Kind::Unsendable, tooLongText(trap));
+    m_cut = trap.cut();
+    PduPointer pdu = makeTrapPdu(trap.trap(), m_inform.upTime);
+    if (pdu) {
+        pdu->command = SNMP_MSG_INFORM;
+        pdu->flags |= UCD_MSG_FLAG_EXPECT_RESPONSE;
+        pdu->reqid = static_cast<long>(m_inform.number & REQUEST_IDS);
+    }
+    if (isV3()) {
+        std::string failure;
+        InformUsers::Hold user = m_users.acquire(m_engine, m_peer, failure);
+        if (!user) {
+            forgetEngine();
+            return finish(InformOutcome::Kind::Failed, failure);
+        }
+        m_user = std::move(user);
+        if (pdu) {
+            pdu->version = SNMP_VERSION_3;
+            pdu->securityModel = USM_SEC_MODEL_NUMBER;
+            pdu->securityLevel = m_peer.level;
+            const bool complete = setText(m_peer.name, pdu->securityName, pdu->securityNameLen) &&
+                                  setText(m_peer.contextName, pdu->contextName, pdu->contextNameLen) &&
+                                  setBytes(m_engine, pdu->securityEngineID, pdu->securityEngineIDLen) &&
+                                  setBytes(contextEngine(), pdu->contextEngineID, pdu->contextEngineIDLen);
+            if (!complete) pdu.reset();
+        }
+    }
+    hand(std::move(pdu), &NetSnmpInformChannel::answered);
+}
+
+void NetSnmpInformChannel::hand(PduPointer pdu, netsnmp_callback callback) {
+    if (!pdu) return finish(InformOutcome::Kind::Failed, "no memory");
+    const bool isInform = pdu->command == SNMP_MSG_INFORM;
+    if (snmp_async_send(m_session.get(), pdu.get(), callback, this) == 0) {
+        char* text = nullptr;
+        int systemError = 0;
+        int snmpError = 0;
+        snmp_error(m_session.get(), &systemError, &snmpError, &text);
+        const bool unsendable = isInform && isFaultOfPdu(snmpError, systemError);
+        return finish(unsendable ? InformOutcome::Kind::Unsendable : InformOutcome::Kind::Failed, takeText(text));
+    }
+    (void)pdu.release();  // the library has it
+    m_wasSent = m_wasSent || isInform;
+}
+
+int NetSnmpInformChannel::answered(int operation, netsnmp_session*, int, netsnmp_pdu* pdu, void* self) {
+    auto& channel = *static_cast<NetSnmpInformChannel*>(self);
+    if (channel.m_closing) return 1;
+    if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE) channel.noteSize(*pdu);
+    retryForever([&] {
+        if (operation == NETSNMP_CALLBACK_OP_TIMED_OUT) {
+            channel.forgetEngine();
+            channel.finish(InformOutcome::Kind::NoAnswer);
+        } else if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE && pdu->command == SNMP_MSG_REPORT) {
+            channel.takeReport(*pdu);
+        } else if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE) {
+            channel.takeAnswer(*pdu);
+        }  // others tell of what the library does by itself, or of a failure that send() returns
+    });
+    return 1;
+}
+
+int NetSnmpInformChannel::engineAnswered(int operation, netsnmp_session*, int, netsnmp_pdu* pdu, void* self) {
+    auto& channel = *static_cast<NetSnmpInformChannel*>(self);
+    if (channel.m_closing) return 1;
+    if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE) channel.noteSize(*pdu);
+    retryForever([&] {
+        if (operation == NETSNMP_CALLBACK_OP_TIMED_OUT) channel.finish(InformOutcome::Kind::NoAnswer);
+        if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE) channel.takeEngine(*pdu);
+    });
+    return 1;
+}
+
+void NetSnmpInformChannel::takeAnswer(const netsnmp_pdu& pdu) {
+    if (pdu.command != SNMP_MSG_RESPONSE) {
+        finish(InformOutcome::Kind::Failed, "the receiver answers with something else than a response");
+    } else if (pdu.errstat != SNMP_ERR_NOERROR) {
+        finish(InformOutcome::Kind::Refused, snmp_errstring(static_cast<int>(pdu.errstat)));
+    } else {
+        finish(InformOutcome::Kind::Acknowledged);
+    }
+}
+
+// The receiver's engine does not take the message as it is.
+void NetSnmpInformChannel::takeReport(netsnmp_pdu& pdu) {
+    const int reason = snmpv3_get_report_type(&pdu);
+    forgetEngine();
+    const bool isOther = reason == SNMPERR_UNKNOWN_ENG_ID || reason == SNMPERR_NOT_IN_TIME_WINDOW;
+    if (isOther && !m_asked && m_engine.empty()) return ask();
+    finish(InformOutcome::Kind::Failed, std::string("the receiver reports: ") + snmp_api_errstring(reason));
+}
+
+void NetSnmpInformChannel::takeEngine(const netsnmp_pdu& pdu) {
+    const bool usable = pdu.command == SNMP_MSG_REPORT && pdu.securityEngineIDLen >= SHORTEST_ENGINE_ID &&
+                        pdu.securityEngineIDLen <= LONGEST_ENGINE_ID;
+    if (!usable) return finish(InformOutcome::Kind::Failed, "the receiver does not tell its engine ID");
+    m_engine.assign(pdu.securityEngineID, pdu.securityEngineID + pdu.securityEngineIDLen);
+    transmit();
+}
+
+void NetSnmpInformChannel::noteSize(const netsnmp_pdu& pdu) {
+    if (!isV3() || pdu.msgMaxSize < static_cast<long>(SHORTEST_MAX_MESSAGE)) return;
+    m_receiverTakes = std::min(LONGEST_MESSAGE, static_cast<std::size_t>(pdu.msgMaxSize));
+}
+
+// What is known of its time goes, and its ID, unless the configuration has it.
+void NetSnmpInformChannel::forgetEngine() {
+    if (!isV3() || m_engine.empty()) return;
+    if (m_engine != ownEngineId()) {
+        free_enginetime(reinterpret_cast<unsigned char*>(m_engine.data()), m_engine.size());
+    }
+    m_user.reset();
+    m_engine = m_peer.engineId;
+}
+
+// Not at once: the library is at work with this session.
+void NetSnmpInformChannel::finish(InformOutcome::Kind kind, const std::string& text) {
+    const InformOutcome outcome{kind, m_wasSent, text, m_cut};
+    m_loop.post([this, alive = std::weak_ptr<int>(m_alive), outcome] {
+        if (alive.expired() || !m_done) return;
+        const Done done = std::exchange(m_done, nullptr);
+        done(outcome);
+    });
+}
+
+}  // namespace
+
+std::unique_ptr<InformChannel> NetSnmpInformTransport::open(const InformPeer& peer, const std::string& address,
+                                                            std::string& failure) {
+    failure = faultOfZone(address);
+    if (!failure.empty()) return nullptr;
+    std::string place = isIpv6Address(address) ? "udp6:[" + address + "]" : "udp:" + address;
+    place += ":" + std::to_string(peer.port);
+    std::string name = peer.name;
+
+    netsnmp_session wanted;  // the library copies what it points to
+    snmp_sess_init(&wanted);
+    wanted.peername = place.data();
+    wanted.sndMsgMaxSize = LONGEST_MESSAGE;
+    wanted.retries = 0;
+    if (peer.version == SNMPV3) {
+        wanted.version = SNMP_VERSION_3;
+        wanted.flags |= SNMP_FLAGS_DONT_PROBE;
+        wanted.securityModel = USM_SEC_MODEL_NUMBER;
+        wanted.securityLevel = peer.level;
+        wanted.securityName = name.data();
+        wanted.securityNameLen = name.size();
+    } else {
+        wanted.version = SNMP_VERSION_2c;
+        wanted.community = reinterpret_cast<u_char*>(name.data());
+        wanted.community_len = name.size();
+    }
+    SessionPointer session(snmp_open(&wanted));
+    if (!session) {
+        char* text = nullptr;
+        snmp_error(&wanted, nullptr, nullptr, &text);
+        failure = takeText(text);
+        return nullptr;
+    }
+    // Opening takes the flag away, and the first message would make the library ask for the engine by itself, waiting
+    // for the answer; a user is made for nobody then, too.
+    session->flags |= SNMP_FLAGS_DONT_PROBE | SNMP_FLAGS_USER_CREATED;
+    return std::make_unique<NetSnmpInformChannel>(m_loop, m_users, peer, std::move(session));
+}

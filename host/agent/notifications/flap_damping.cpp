@@ -1,0 +1,202 @@
+#include "host/agent/notifications/flap_damping.h"
+
+#include <algorithm>
+#include <functional>
+#include <iterator>
+#include <new>
+
+namespace {
+
+constexpr std::size_t MOST_HELD = 2;  // of a stream: an end, and a raise after it
+
+}  // namespace
+
+FlapDamping::Verdict FlapDamping::setLimits(const FlapDampingLimits& limits) {
+    m_limits = limits;
+    if (limits.changes == 0) return sendAll();
+    for (auto& [name, alarm] : m_alarms) {
+        while (alarm.changes.size() > limits.changes) alarm.changes.pop_front();
+    }
+    // Intervals may end sooner now: those that do not go on waiting.
+    std::set<std::tuple<Clock::time_point, Name, Stream>> due;
+    for (const auto& [name, alarm] : m_alarms) {
+        for (const auto& [stream, state] : alarm.streams) {
+            if (!state.held.empty()) due.emplace(state.lastSent + limits.interval, name, stream);
+        }
+    }
+    m_due.swap(due);
+    return {};
+}
+
+FlapDamping::Verdict FlapDamping::sendAll() {
+    Verdict verdict;
+    verdict.send.reserve(m_held);
+    for (auto& [name, alarm] : m_alarms) {
+        for (auto& [stream, state] : alarm.streams) release(state, verdict);
+    }
+    m_current = Current();
+    m_alarms.clear();
+    m_byAge.clear();
+    m_due.clear();
+    return verdict;
+}
+
+FlapDamping::Verdict FlapDamping::change(const Change& change, Clock::time_point now) {
+    Verdict verdict;
+    m_current = Current();
+    if (m_limits.changes == 0) return verdict;
+    const Name name{change.alarmId, std::hash<std::string>()(change.parameters)};
+    Alarm& alarm = alarmOf(name);
+    if (m_alarms.size() > m_most) forgetOne(verdict);
+
+    m_current.name = name;
+    m_current.alarm = &alarm;
+    m_current.raised = change.raised;
+    m_current.serial = change.serial;
+    m_current.byTurns = change.raised ? !alarm.standing : alarm.standing == change.serial;
+    if (change.raised) {
+        alarm.standing = change.serial;
+    } else if (m_current.byTurns) {
+        alarm.standing.reset();
+    }
+    if (m_current.byTurns) {
+        alarm.changes.push_back(now);
+        if (alarm.changes.size() > m_limits.changes) alarm.changes.pop_front();
+    }
+    m_current.flaps = flaps(alarm, now);
+    return verdict;
+}
+
+// The youngest of all from here on.
+FlapDamping::Alarm& FlapDamping::alarmOf(const Name& name) {
+    const auto found = m_alarms.find(name);
+    if (found != m_alarms.end()) {
+        m_byAge.splice(m_byAge.end(), m_byAge, found->second.place);
+        return found->second;
+    }
+    std::list<Name> place{name};
+    Alarm& alarm = m_alarms[name];  // nothing below throws
+    m_byAge.splice(m_byAge.end(), place);
+    alarm.place = std::prev(m_byAge.end());
+    return alarm;
+}
+
+FlapDamping::Verdict FlapDamping::offer(const Stream& stream, Item item, Clock::time_point now) {
+    Verdict verdict;
+    verdict.send.reserve(MOST_HELD + 1);
+    if (m_current.alarm == nullptr) {
+        verdict.send.push_back(item);
+        return verdict;
+    }
+    std::map<Stream, StreamState>& streams = m_current.alarm->streams;
+    const auto found = streams.find(stream);
+    const bool known = found != streams.end();
+    if (known && !found->second.held.empty()) {
+        StreamState& state = found->second;
+        const Held& last = state.held.back();
+        if (m_current.byTurns && last.raised && !m_current.raised && last.serial == m_current.serial) {
+            verdict.superseded = {last.item, item};
+            state.held.pop_back();
+            --m_held;
+            return verdict;
+        }
+        if (m_current.byTurns && !last.raised && m_current.raised) {
+            hold(stream, state, item);
+            return verdict;
+        }
+        release(state, verdict);  // it stands more than once, or this stream has missed something
+        verdict.send.push_back(item);
+        state.lastSent = now;
+        return verdict;
+    }
+    const bool early = known && now < found->second.lastSent + m_limits.interval;
+    if (m_current.flaps && m_current.byTurns && early) {
+        hold(stream, found->second, item);
+        return verdict;
+    }
+    verdict.send.push_back(item);
+    if (m_current.flaps) {
+        streams[stream].lastSent = now;
+    } else if (known) {
+        streams.erase(found);
+    }
+    return verdict;
+}
+
+FlapDamping::Verdict FlapDamping::takeDue(Clock::time_point now) {
+    Verdict verdict;
+    try {
+        while (!m_due.empty() && std::get<Clock::time_point>(*m_due.begin()) <= now) takeFirst(now, verdict);
+    } catch (const std::bad_alloc&) {  // the rest next time
+        if (verdict.send.empty()) throw;
+    }
+    return verdict;
+}
+
+// Of what is due. All or nothing when it throws.
+void FlapDamping::takeFirst(Clock::time_point now, Verdict& verdict) {
+    const auto first = m_due.begin();
+    const auto& [when, name, stream] = *first;
+    StreamState* state = stateOf(name, stream);
+    if (state != nullptr && !state->held.empty()) {
+        if (state->lastSent + m_limits.interval <= now) {
+            verdict.send.reserve(verdict.send.size() + 1);
+            if (state->held.size() > 1) m_due.emplace(now + m_limits.interval, name, stream);
+            verdict.send.push_back(state->held.front().item);
+            state->held.erase(state->held.begin());
+            --m_held;
+            state->lastSent = now;
+        } else {  // something was sent since: the interval began anew
+            m_due.emplace(state->lastSent + m_limits.interval, name, stream);
+        }
+    }
+    m_due.erase(first);
+}
+
+FlapDamping::StreamState* FlapDamping::stateOf(const Name& name, const Stream& stream) {
+    const auto alarm = m_alarms.find(name);
+    if (alarm == m_alarms.end()) return nullptr;
+    const auto state = alarm->second.streams.find(stream);
+    return state == alarm->second.streams.end() ? nullptr : &state->second;
+}
+
+FlapDamping::Clock::time_point FlapDamping::nextDue() const {
+    return m_due.empty() ? Clock::time_point::max() : std::get<Clock::time_point>(*m_due.begin());
+}
+
+bool FlapDamping::flaps(const Alarm& alarm, Clock::time_point now) const {
+    return alarm.changes.size() >= m_limits.changes && now - alarm.changes.front() <= m_limits.window;
+}
+
+bool FlapDamping::holds(const Alarm& alarm) {
+    return std::any_of(alarm.streams.begin(), alarm.streams.end(),
+                       [](const auto& stream) { return !stream.second.held.empty(); });
+}
+
+void FlapDamping::hold(const Stream& stream, StreamState& state, Item item) {
+    m_due.emplace(state.lastSent + m_limits.interval, m_current.name, stream);
+    state.held.push_back({item, m_current.serial, m_current.raised});
+    ++m_held;
+}
+
+// REQUIRES: room in the verdict.
+void FlapDamping::release(StreamState& state, Verdict& verdict) {
+    for (const Held& held : state.held) verdict.send.push_back(held.item);
+    m_held -= state.held.size();
+    state.held.clear();
+}
+
+// The one that changed longest ago of those that hold nothing; if there is none, the one that changed longest ago.
+// Never the youngest: that one is changing now.
+void FlapDamping::forgetOne(Verdict& verdict) {
+    const auto youngest = std::prev(m_byAge.end());
+    auto victim =
+        std::find_if(m_byAge.begin(), youngest, [this](const Name& name) { return !holds(m_alarms.at(name)); });
+    if (victim == youngest) victim = m_byAge.begin();
+    if (victim == youngest) return;
+    const auto alarm = m_alarms.find(*victim);
+    verdict.send.reserve(MOST_HELD * alarm->second.streams.size());
+    for (auto& [stream, state] : alarm->second.streams) release(state, verdict);
+    m_byAge.erase(victim);
+    m_alarms.erase(alarm);
+}

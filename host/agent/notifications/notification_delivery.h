@@ -1,0 +1,147 @@
+// The last steps of a trap before the sinks: traps of alarms that flap are paced (flap_damping.h), and what goes out is
+// logged (notification_log.h). Sends logged traps again.
+//
+//     delivery.begin(sequence, record);                                    // once per alarm event
+//     delivery.deliver({sequence, 0}, ticket, offered, chosen, trap);      // once per notification handler
+//
+// An event whose trap is held stays open in the ledger until the trap is sent or superseded: after a restart it comes
+// again.
+//
+// Threads: made and destroyed on the agent thread, which also sends what was held; begin() and deliver() from the event
+// source's, the rest from any.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "host/agent/delivery/notification_sink.h"
+#include "host/agent/loop/agent_loop.h"
+#include "host/agent/notifications/alarm_event.h"
+#include "host/agent/notifications/event_ledger.h"
+#include "host/agent/notifications/flap_damping.h"
+#include "host/agent/notifications/notification_log.h"
+
+// What was asked for cannot be done; the text is for whoever asked.
+class SendAgainFault : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+class NotificationDelivery {
+public:
+    using Ticket = EventLedger::Ticket;
+    using Destinations = std::shared_ptr<const TrapDestinationMap>;
+
+    // Of one destination.
+    struct Paced {
+        std::uint64_t suppressed = 0;  // superseded while they were held
+        std::uint64_t held = 0;        // now
+    };
+
+    struct SentAgain {
+        std::vector<std::string> destinations;  // that it went to
+        std::vector<std::string> missing;       // that it went to then, and that are gone
+    };
+
+    // All that is given outlives it.
+    NotificationDelivery(AgentLoop& loop, std::vector<NotificationSink*> sinks, EventLedger& ledger,
+                         NotificationLog& log);
+    NotificationDelivery(const NotificationDelivery&) = delete;
+    NotificationDelivery& operator=(const NotificationDelivery&) = delete;
+
+    const std::vector<NotificationSink*>& sinks() const { return m_sinks; }
+
+    // When pacing is turned off all that is held goes out.
+    void setLimits(const FlapDampingLimits& limits);
+
+    // An alarm event: what is delivered until the next one is about it.
+    void begin(unsigned long long sequence, const CTLVRecordV3& record);
+
+    // The trap of one handler, null when it could not be built. `offered` are the destinations of each sink that were
+    // chosen from. False when there was no memory for it at some sink, for which it is settled then. Throws
+    // std::bad_alloc, and no sink got it.
+    bool deliver(const NotificationOrigin& origin, const Ticket& ticket, const std::vector<Destinations>& offered,
+                 const std::list<tTrapDestInfo>& chosen, const std::shared_ptr<const Notification>& trap);
+
+    // A logged trap, to the destinations that it went to, or to the one of that name. Throws SendAgainFault.
+    SentAgain sendAgain(std::uint64_t number, const std::string& to);
+
+    // Holds, and sends, nothing any more.
+    void stop();
+
+    // By the key of the destination: those that have something.
+    std::map<std::string, Paced> paced() const;
+
+private:
+    using Clock = FlapDamping::Clock;
+
+    struct Held {
+        std::size_t sink = 0;
+        std::string key;
+        tTrapDestInfo info;
+        NotificationOrigin origin;
+        Ticket ticket;
+        AlarmEvent event;
+        std::shared_ptr<const Notification> trap;
+    };
+
+    struct Place {
+        std::size_t sink = 0;
+        std::string key;
+        tTrapDestInfo info;
+    };
+
+    // Callers hold m_mutex.
+    std::set<std::string> holdBack(const NotificationOrigin& origin, const Ticket& ticket,
+                                   const std::vector<Destinations>& offered, const std::list<tTrapDestInfo>& chosen,
+                                   const std::shared_ptr<const Notification>& trap);
+    bool isHeld(Held held);
+    void follow(const FlapDamping::Verdict& verdict);
+    void sendHeld(const Held& held);
+    void wakeForDue();
+    bool submit(std::size_t sink, const NotificationOrigin& origin, const TrapDestinationMap& considered,
+                const std::list<tTrapDestInfo>& chosen, const std::shared_ptr<const Notification>& trap,
+                const Ticket& ticket);
+    bool submitBut(const std::set<std::string>& held, std::size_t sink, const NotificationOrigin& origin,
+                   const TrapDestinationMap& offered, const std::list<tTrapDestInfo>& chosen,
+                   const std::shared_ptr<const Notification>& trap, const Ticket& ticket);
+    static std::vector<std::string> namesOf(const std::list<tTrapDestInfo>& chosen, const std::set<std::string>& held);
+    void log(SentBecause because, std::uint64_t again, unsigned long long sequence, const AlarmEvent& event,
+             std::vector<std::string> destinations, const std::shared_ptr<const Notification>& trap);
+    std::optional<Place> find(const std::string& name) const;
+
+    // Agent thread.
+    void sleepUntil(Clock::time_point due);
+    void releaseDue();
+
+    AgentLoop& m_loop;
+    const std::vector<NotificationSink*> m_sinks;
+    EventLedger& m_ledger;
+    NotificationLog& m_log;
+
+    mutable std::mutex m_mutex;  // guards the rest: what goes to a sink goes there in the order of the decisions
+    bool m_pacing = false;       // is on
+    bool m_stopped = false;
+    FlapDamping m_damping{FlapDampingLimits()};
+    bool m_eventKnown = false;
+    AlarmEvent m_event;
+    FlapDamping::Item m_lastItem = 0;
+    std::map<FlapDamping::Item, Held> m_held;
+    std::map<std::string, std::uint64_t> m_suppressed;
+    Clock::time_point m_wakeAt = Clock::time_point::max();
+
+    std::shared_ptr<int> m_alive = std::make_shared<int>(0);  // tasks in the loop hold it weakly
+};
+
+// What people know a destination by: its number in the trap destination table; "HOST:PORT" for one that stands in the
+// configuration.
+std::string destinationName(const tTrapDestInfo& info);

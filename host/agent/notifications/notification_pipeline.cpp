@@ -1,0 +1,240 @@
+#include "host/agent/notifications/vbx_conversion.h"  // first: see there
+
+#include "host/agent/notifications/notification_pipeline.h"
+
+#include <exception>
+#include <string>
+#include <utility>
+
+#include "host/agent/loop/agent_log.h"
+#include "host/agent/notifications/alarm_event.h"
+#include "host/base/logging.h"
+#include "host/base/memory_retry.h"
+#include "host/transport/backend_protocol.h"
+#include "platform/notify_msg_handler.h"
+
+namespace {
+
+// Of each place in the module, for one trap.
+constexpr std::uint64_t LINES_OF_A_RENDERING = 10;
+
+// What an operator finds the alarm by: "4 (alarm 4295032833, serial 7)".
+std::string nameOf(unsigned long long sequence, const CTLVRecordV3& record) {
+    const AlarmEvent event = alarmEventOf(record);
+    const auto known = [](std::uint64_t number) { return number == 0 ? "unknown" : std::to_string(number); };
+    return std::to_string(sequence) + " (alarm " + known(event.alarmId) + ", serial " + known(event.serial) + ")";
+}
+
+}  // namespace
+
+NotificationPipeline::NotificationPipeline(const std::list<INotifyMsgHandler*>& handlers, const TamrelBinding& binding,
+                                           AlarmDefinitions& definitions, NotificationDelivery& delivery,
+                                           EventLedger& ledger, std::function<void()> alarmsChanged)
+    : m_handlers(handlers),
+      m_binding(binding),
+      m_definitions(definitions),
+      m_delivery(delivery),
+      m_sinks(delivery.sinks()),
+      m_ledger(ledger),
+      m_alarmsChanged(std::move(alarmsChanged)),
+      m_parts(m_sinks.size()) {}
+
+// Events that began in this life of the process are in the sinks' queues already and need not come again.
+std::optional<HandledEvent> NotificationPipeline::lastHandledEvent() {
+    const std::optional<unsigned long long> last = m_ledger.lastBegun();
+    if (!last) return std::nullopt;
+    return HandledEvent{*last, m_ledger.store()};
+}
+
+void NotificationPipeline::onConnected(const BackendState& state) {
+    const std::lock_guard<std::mutex> handling(m_handling);
+    if (!m_ledger.lastBegun()) {
+        startAfter(state.lastSequence, state.store);
+    } else if (state.isAnother) {
+        startAfter(0, state.store);
+    } else if (!state.store.empty()) {
+        m_ledger.setStore(state.store);  // it may be the first time that the backend tells it
+    }
+    std::vector<unsigned int> serials;
+    serials.reserve(state.alarms.size());
+    for (const ActiveAlarm& alarm : state.alarms) serials.push_back(alarm.serial);
+    m_comparedAt = state.lastSequence;
+    m_listedUpTo = state.listedUpTo;
+    m_held.clear();
+    if (m_listedUpTo > m_comparedAt) m_held.insert(serials.begin(), serials.end());
+    const TamrelBinding::Difference difference = m_binding.compare(serials);
+    if (difference.added + difference.deleted > 0) {
+        agent_log::info("repository of active alarms: " + std::to_string(difference.added) + " added and " +
+                        std::to_string(difference.deleted) + " deleted to match the backend");
+    }
+    m_alarmsChanged();
+}
+
+// The ledger last: without its word all of this is done again at the next contact.
+void NotificationPipeline::startAfter(unsigned long long sequence, const std::string& store) {
+    for (NotificationSink* sink : m_sinks) sink->startAfter(sequence);
+    m_ledger.startAfter(sequence, store);
+}
+
+void NotificationPipeline::onEvent(unsigned long long sequence, const CTLVRecordV3& record) {
+    std::unique_lock<std::mutex> handling(m_handling);
+    if (!mayBegin(handling)) return;
+    struct Begun {
+        ~Begun() { ledger.settle(ticket); }
+        EventLedger& ledger;
+        const Ticket ticket;
+    } const begun{m_ledger, retryForASecond([&] { return m_ledger.begin(sequence); })};
+    const Ticket& ticket = begun.ticket;
+    ++m_events;
+    follow(sequence, record);
+    m_alarmsChanged();
+    m_delivery.begin(sequence, record);
+    unsigned int place = 0;
+    for (INotifyMsgHandler* handler : m_handlers) notify(*handler, place++, ticket, record);
+}
+
+// Waits while traps of the event are wanted and cannot be built; false when the wait ended because the path stops.
+bool NotificationPipeline::mayBegin(std::unique_lock<std::mutex>& handling) {
+    while (!m_stopping) {
+        if (retryForASecond([&] { return allDestinations().empty() || !m_definitions.fault(); })) return true;
+        m_stopped.wait_for(handling, m_definitions.pause());
+    }
+    return false;
+}
+
+void NotificationPipeline::stop() {
+    const std::lock_guard<std::mutex> handling(m_handling);
+    m_stopping = true;
+    m_stopped.notify_all();
+}
+
+void NotificationPipeline::onDisconnected() {
+    m_alarmsChanged();  // whoever reads now learns how things are, not how they were
+}
+
+NotificationPipeline::Counters NotificationPipeline::counters() const {
+    Counters counters;
+    counters.events = m_events;
+    counters.notBuilt = m_notBuilt;
+    counters.badRecords = m_badRecords;
+    return counters;
+}
+
+// Whether the repository is behind the event. The module takes an alarm that it has already for an error.
+bool NotificationPipeline::changesList(unsigned long long sequence, const CTLVRecordV3& record) {
+    if (sequence <= m_comparedAt) return false;
+    if (sequence > m_listedUpTo) {
+        if (!m_held.empty()) m_held = {};
+        return true;
+    }
+    const AlarmEvent event = alarmEventOf(record);
+    if (event.serial == 0) return true;  // who follows it says what is wrong
+    return event.raised ? m_held.insert(event.serial).second : m_held.erase(event.serial) > 0;
+}
+
+void NotificationPipeline::follow(unsigned long long sequence, const CTLVRecordV3& record) {
+    try {
+        const bool changes = retryForASecond([&] { return changesList(sequence, record); });
+        if (changes) retryForASecond([&] { m_binding.follow(record); });
+    } catch (const std::exception& fault) {
+        ++m_badRecords;
+        retryForever([&] {
+            complain("alarm event " + nameOf(sequence, record) +
+                     ": the repository of active alarms cannot follow it: " + fault.what());
+        });
+    }
+}
+
+// What the handlers choose from.
+const TrapDestinationMap& NotificationPipeline::allDestinations() {
+    static const TrapDestinationMap NONE;
+    const TrapDestinationMap* only = &NONE;
+    bool several = false;
+    bool same = m_merged != nullptr;
+    for (std::size_t i = 0; i < m_sinks.size(); ++i) {
+        Destinations now = m_sinks[i]->destinations();
+        if (!now->empty()) {
+            several = several || !only->empty();
+            only = now.get();
+        }
+        if (now != m_parts[i]) same = false;
+        m_parts[i] = std::move(now);
+    }
+    if (!several || !same) m_merged.reset();
+    if (!several) return *only;
+    if (m_merged == nullptr) {
+        const auto merged = std::make_shared<TrapDestinationMap>();
+        for (const Destinations& part : m_parts) merged->insert(part->begin(), part->end());
+        m_merged = merged;
+    }
+    return *m_merged;
+}
+
+void NotificationPipeline::notify(INotifyMsgHandler& handler, unsigned int place, const Ticket& ticket,
+                                  const CTLVRecordV3& record) {
+    std::list<tTrapDestInfo> chosen;
+    std::shared_ptr<const Notification> trap;
+    try {
+        const TrapDestinationMap& all =
+            retryForASecond([&]() -> const TrapDestinationMap& { return allDestinations(); });
+        retryForASecond([&] {
+            chosen.clear();
+            handler.filterTrapMap(all, chosen);
+        });
+        if (!chosen.empty()) trap = retryForASecond([&] { return build(handler, ticket, record); });
+    } catch (const std::exception& fault) {
+        ++m_notBuilt;
+        retryForever(
+            [&] { complain("alarm event " + nameOf(ticket.sequence, record) + " gives no trap: " + fault.what()); });
+    }
+    try {
+        if (!m_delivery.deliver({ticket.sequence, place}, ticket, m_parts, chosen, trap)) ++m_notBuilt;
+    } catch (const std::bad_alloc& fault) {
+        ++m_notBuilt;
+        agent_log::fault({"alarm event ", std::to_string(ticket.sequence), " is skipped: ", fault.what()});
+    }
+}
+
+void NotificationPipeline::complain(const std::string& text) {
+    const auto leftOut = m_complaints.take(LogRateLimiter::TimePoint::clock::now());
+    m_quiet = !leftOut;
+    if (!leftOut) return;
+    if (*leftOut > 0) {
+        agent_log::error(std::to_string(*leftOut) + " lines about alarm events that cannot be used were left out");
+    }
+    agent_log::error(text);
+}
+
+// Null when the handler cannot use the record.
+std::shared_ptr<const Notification> NotificationPipeline::build(INotifyMsgHandler& handler, const Ticket& ticket,
+                                                                const CTLVRecordV3& record) {
+    Agentpp::Vbx* raw = nullptr;
+    struct Release {
+        Agentpp::Vbx*& bindings;
+        ~Release() { delete[] bindings; }
+    } const release{raw};
+    const ModuleLineLimit limit(m_quiet ? 0 : LINES_OF_A_RENDERING);
+    const int result = handler.constructAlarmTrapVb(record, raw);
+    if (result != 0 || raw == nullptr) {
+        ++m_notBuilt;
+        complain("alarm event " + nameOf(ticket.sequence, record) + " gives no trap, the notification handler gives " +
+                 std::to_string(result) +
+                 ": see the module's line before, mend or add the alarm's definition and reload");
+        return nullptr;
+    }
+    const CTLVCell& alarmId = record[alarm_tag::ID];
+    alarmId.checkNumerical();
+    const Agentpp::Oidx& trapOid = handler.getTrapOid(CTLVCell::ValueCast<unsigned long long>()(&alarmId));
+    int leftOut = 0;
+    auto trap = std::make_shared<Notification>(trapOf(trapOid, raw, handler.getTrapVbLen(), leftOut));
+    if (leftOut > 0) {
+        agent_log::warn("alarm event " + nameOf(ticket.sequence, record) + ": " + std::to_string(leftOut) +
+                        " bindings without an object identifier are left out");
+    }
+    if (trap->oid.empty()) {
+        complain("alarm event " + nameOf(ticket.sequence, record) + ": its trap is dropped, \"" +
+                 trapOid.get_printable() + "\" is no trap OID: mend alarmOid in the alarm's definition and reload");
+    }
+    m_quiet = false;
+    return trap;
+}

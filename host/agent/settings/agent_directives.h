@@ -1,0 +1,34 @@
+// Our own words of the agent's configuration file, beside snmpd.conf's, and what they say.
+//
+// The engine's reader knows no arguments of ours: it leaves what it reads in the limits that were last given to
+// registerAgentDirectives(). Before the file is read again these go back to their defaults.
+//
+// Threads: agent thread only.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+#include "host/agent/objects/snapshot_store.h"
+#include "host/agent/requests/request_dispatcher.h"
+#include "host/agent/settings/notification_limits.h"
+#include "host/agent/settings/stream_limits.h"
+#include "host/base/local_address.h"
+
+// How the agent tells of itself.
+struct StatusSettings {
+    std::optional<LocalAddress> metrics;   // where collectors may ask; nothing: nowhere
+    std::chrono::seconds heartbeat{3600};  // between two log lines; 0: none
+};
+
+struct EngineLimits {
+    SnapshotLimits snapshots;
+    DispatcherLimits dispatcher;
+    StatusSettings status;
+    NotificationLimits notifications;
+    StreamLimits streams;
+};
+
+// `limits` outlives every reading of the configuration. Relative paths stand below `root`.
+void registerAgentDirectives(EngineLimits& limits, const std::string& root);

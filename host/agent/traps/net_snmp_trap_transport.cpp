@@ -1,0 +1,245 @@
+#include "host/agent/traps/net_snmp_trap_transport.h"
+
+#include <net-snmp/net-snmp-config.h>
+// The configuration header comes first.
+#include <net-snmp/net-snmp-includes.h>
+
+#include <arpa/inet.h>
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+#include <net-snmp/library/snmpusm.h>
+#include <sys/socket.h>
+
+#include <vector>
+
+#include "host/agent/delivery/community_trap_encoder.h"
+#include "host/agent/delivery/name_resolver.h"
+#include "host/agent/delivery/notification_fitting.h"
+#include "host/agent/delivery/notification_pdu.h"
+#include "host/base/local_socket.h"
+
+// What the agent library read from the configuration's trapcommunity line; it declares this in no installed header.
+extern "C" char* snmp_trapcommunity;
+
+namespace {
+
+struct CloseSession {
+    void operator()(void* session) const { snmp_sess_close(session); }
+};
+using SessionPointer = std::unique_ptr<void, CloseSession>;
+
+constexpr std::size_t LONGEST_ENGINE_ID = 32;
+
+std::vector<u_char> ownEngineId() {
+    std::vector<u_char> id(LONGEST_ENGINE_ID);
+    id.resize(snmpv3_get_engineID(id.data(), id.size()));
+    return id;
+}
+
+std::string takeText(char* text) {
+    std::string copy = text != nullptr ? text : "unknown error";
+    std::free(text);
+    return copy;
+}
+
+// The IPv4 address that datagrams to the destination leave from, in network byte order; 0 when it cannot be told.
+std::uint32_t localAddressTowards(const TrapRoute& route) {
+    sockaddr_in remote{};
+    remote.sin_family = AF_INET;
+    remote.sin_port = htons(static_cast<std::uint16_t>(route.port));
+    if (::inet_pton(AF_INET, route.address.c_str(), &remote.sin_addr) != 1) return 0;
+    const FileDescriptor probe(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!probe || ::connect(probe.get(), reinterpret_cast<const sockaddr*>(&remote), sizeof remote) != 0) return 0;
+    sockaddr_in local{};
+    socklen_t length = sizeof local;
+    if (::getsockname(probe.get(), reinterpret_cast<sockaddr*>(&local), &length) != 0) return 0;
+    return local.sin_addr.s_addr;
+}
+
+void setTooLong(TrapSendResult& result, const FittedNotification& fitted) {
+    result.unsendable = true;
+    result.failure = tooLongText(fitted);
+}
+
+// A session of the library, which encodes and sends: SNMPv3.
+class SessionChannel : public TrapChannel {
+public:
+    // `names`: octets of all names and IDs in a message.
+    SessionChannel(SessionPointer session, std::size_t names) : m_session(std::move(session)), m_names(names) {}
+
+    TrapSendResult send(const Notification& trap, std::size_t wanted) override {
+        TrapSendResult result;
+        const FittedNotification fitted(trap, longestMessageV3(trap, m_names).value_or(0), wanted);
+        result.cut = fitted.cut();
+        if (fitted.size() > LONGEST_MESSAGE) {
+            setTooLong(result, fitted);
+        } else {
+            encodeAndSend(fitted.trap(), result);
+        }
+        return result;
+    }
+
+protected:
+    void encodeAndSend(const Notification& trap, TrapSendResult& result) {
+        PduPointer pdu = makePdu(trap, netsnmp_get_agent_uptime(), result.leftOut);
+        if (!pdu) {
+            result.failure = "no memory";
+        } else if (snmp_sess_send(m_session.get(), pdu.get()) != 0) {
+            (void)pdu.release();  // the library has freed it
+        } else {
+            char* text = nullptr;
+            int systemError = 0;
+            int snmpError = 0;
+            snmp_sess_error(m_session.get(), &systemError, &snmpError, &text);
+            result.failure = takeText(text);
+            result.unsendable = isFaultOfPdu(snmpError, systemError);
+        }
+    }
+
+    virtual PduPointer makePdu(const Notification& trap, unsigned long upTime, unsigned int& /*leftOut*/) {
+        return makeTrapPdu(trap, upTime);
+    }
+
+    void* session() const { return m_session.get(); }
+
+private:
+    SessionPointer m_session;
+    const std::size_t m_names;
+};
+
+// SNMPv1 and SNMPv2c: our own bytes through the session's socket. Whatever cannot be written or sent that way goes
+// through the session after all, which says why it fails.
+class CommunityChannel : public SessionChannel {
+public:
+    CommunityChannel(SessionPointer session, std::string community, std::shared_ptr<TrapBuffer> buffer)
+        : SessionChannel(std::move(session), 0), m_community(std::move(community)), m_buffer(std::move(buffer)) {}
+
+    TrapSendResult send(const Notification& trap, std::size_t wanted) override {
+        TrapSendResult result;
+        BerWriter whole(*m_buffer);
+        if (!write(whole, trap, result.leftOut)) {
+            encodeAndSend(trap, result);
+        } else if (whole.size() <= wanted && !whole.overflowed()) {
+            if (!sendBytes(whole)) encodeAndSend(trap, result);
+        } else {
+            sendShorter(FittedNotification(trap, whole.size(), wanted), result);
+        }
+        return result;
+    }
+
+protected:
+    const std::string& community() const { return m_community; }
+
+    virtual bool write(BerWriter& out, const Notification& trap, unsigned int& /*leftOut*/) {
+        return writeTrap(out, trap, m_community, netsnmp_get_agent_uptime(), snmp_get_next_reqid());
+    }
+
+private:
+    void sendShorter(const FittedNotification& fitted, TrapSendResult& result) {
+        BerWriter out(*m_buffer);
+        (void)write(out, fitted.trap(), result.leftOut);  // it could be written
+        result.cut = fitted.cut();
+        if (out.overflowed()) {
+            setTooLong(result, fitted);
+        } else if (!sendBytes(out)) {
+            encodeAndSend(fitted.trap(), result);
+        }
+    }
+
+    bool sendBytes(const BerWriter& out) {
+        netsnmp_transport* const transport = snmp_sess_transport(session());
+        void* toRemote = nullptr;  // the session's peer
+        int length = 0;
+        return netsnmp_transport_send(transport, out.data(), static_cast<int>(out.size()), &toRemote, &length) > 0;
+    }
+
+    std::string m_community;
+    std::shared_ptr<TrapBuffer> m_buffer;
+};
+
+class V1Channel : public CommunityChannel {
+public:
+    V1Channel(SessionPointer session, std::string community, std::shared_ptr<TrapBuffer> buffer,
+              std::uint32_t agentAddress)
+        : CommunityChannel(std::move(session), std::move(community), std::move(buffer)), m_agentAddress(agentAddress) {}
+
+protected:
+    PduPointer makePdu(const Notification& trap, unsigned long upTime, unsigned int& leftOut) override {
+        return makeTrapPduV1(trap, upTime, m_agentAddress, leftOut);
+    }
+    bool write(BerWriter& out, const Notification& trap, unsigned int& leftOut) override {
+        return writeTrapV1(out, trap, community(), netsnmp_get_agent_uptime(), m_agentAddress, leftOut);
+    }
+
+private:
+    std::uint32_t m_agentAddress;
+};
+
+bool hasKey(const oid* protocol, std::size_t length, const oid* none, std::size_t noneLength, std::size_t keyLength) {
+    return protocol != nullptr && snmp_oid_compare(protocol, length, none, noneLength) != 0 && keyLength > 0;
+}
+
+}  // namespace
+
+std::string NetSnmpTrapTransport::community() {
+    return snmp_trapcommunity != nullptr ? snmp_trapcommunity : "";
+}
+
+std::optional<int> NetSnmpTrapTransport::levelOfUser(const std::string& user) {
+    const std::vector<u_char> engine = ownEngineId();
+    const usmUser* found = usm_get_user(engine.data(), engine.size(), user.c_str());
+    if (found == nullptr || found->userStatus != RS_ACTIVE) return std::nullopt;
+    constexpr std::size_t NONE_LENGTH = 10;  // 1.3.6.1.6.3.10.1.1.1 and 1.3.6.1.6.3.10.1.2.1
+    if (!hasKey(found->authProtocol, found->authProtocolLen, usmNoAuthProtocol, NONE_LENGTH, found->authKeyLen)) {
+        return SNMP_SEC_LEVEL_NOAUTH;
+    }
+    if (!hasKey(found->privProtocol, found->privProtocolLen, usmNoPrivProtocol, NONE_LENGTH, found->privKeyLen)) {
+        return SNMP_SEC_LEVEL_AUTHNOPRIV;
+    }
+    return SNMP_SEC_LEVEL_AUTHPRIV;
+}
+
+std::unique_ptr<TrapChannel> NetSnmpTrapTransport::open(const TrapRoute& route, std::string& failure) {
+    const bool isIpv6 = isIpv6Address(route.address);
+    failure = faultOfZone(route.address);
+    if (!failure.empty()) return nullptr;
+    std::string peer = isIpv6 ? "udp6:[" + route.address + "]" : "udp:" + route.address;
+    peer += ":" + std::to_string(route.port);
+    std::string name = route.name;
+    std::vector<u_char> engine = ownEngineId();
+
+    // The library copies what these point to.
+    netsnmp_session wanted;
+    snmp_sess_init(&wanted);
+    wanted.peername = peer.data();
+    wanted.sndMsgMaxSize = LONGEST_MESSAGE;
+    if (route.version == 3) {
+        wanted.version = SNMP_VERSION_3;
+        wanted.flags |= SNMP_FLAGS_DONT_PROBE;  // the sender of a trap is the authority: there is nobody to ask
+        wanted.securityModel = USM_SEC_MODEL_NUMBER;
+        wanted.securityLevel = route.level;
+        wanted.securityName = name.data();
+        wanted.securityNameLen = name.size();
+        wanted.securityEngineID = engine.data();
+        wanted.securityEngineIDLen = engine.size();
+        wanted.contextEngineID = engine.data();
+        wanted.contextEngineIDLen = engine.size();
+    } else {
+        wanted.version = route.version == 1 ? SNMP_VERSION_1 : SNMP_VERSION_2c;
+        wanted.community = reinterpret_cast<u_char*>(name.data());
+        wanted.community_len = name.size();
+    }
+    SessionPointer session(snmp_sess_open(&wanted));
+    if (!session) {
+        char* text = nullptr;
+        snmp_error(&wanted, nullptr, nullptr, &text);
+        failure = takeText(text);
+        return nullptr;
+    }
+    if (route.version == 3) {
+        return std::make_unique<SessionChannel>(std::move(session), name.size() + 2 * engine.size());
+    }
+    if (m_buffer == nullptr) m_buffer = std::make_shared<TrapBuffer>(LONGEST_MESSAGE);
+    if (route.version != 1) return std::make_unique<CommunityChannel>(std::move(session), route.name, m_buffer);
+    return std::make_unique<V1Channel>(std::move(session), route.name, m_buffer,
+                                       isIpv6 ? 0 : localAddressTowards(route));
+}

@@ -1,0 +1,22 @@
+// Traps over Net-SNMP: a session of its own per destination, users and engine ID from the engine of this process.
+// Messages of SNMPv1 and SNMPv2c are written here (community_trap_encoder.h) and leave through the session's socket.
+//
+// Threads: agent thread.
+#pragma once
+
+#include <vector>
+
+#include "host/agent/traps/trap_channel.h"
+
+// Room for the longest message.
+using TrapBuffer = std::vector<unsigned char>;
+
+class NetSnmpTrapTransport : public TrapTransport {
+public:
+    std::string community() override;
+    std::optional<int> levelOfUser(const std::string& user) override;
+    std::unique_ptr<TrapChannel> open(const TrapRoute& route, std::string& failure) override;
+
+private:
+    std::shared_ptr<TrapBuffer> m_buffer;  // one for all channels: they send one after the other
+};
