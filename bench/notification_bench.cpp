@@ -32,6 +32,8 @@
 #include "platform/notify_msg_handler.h"
 #include "platform/snmp_svc_module.h"
 
+namespace vrx {
+
 extern "C" {  // Net-SNMP's; oid_vector.h tells why its headers are not included
 void init_snmp(const char* type);
 int agent_check_and_process(int block);
@@ -290,5 +292,7 @@ void readyPacketBySendto(benchmark::State& state) {
 BENCHMARK(readyPacketBySendto);
 
 }  // namespace
+
+}  // namespace vrx
 
 BENCHMARK_MAIN();

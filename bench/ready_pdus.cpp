@@ -6,6 +6,8 @@
 
 #include "host/agent/delivery/notification_pdu.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr int READY_PDUS = 200;  // made at a time
@@ -40,3 +42,5 @@ void sendReadyPdus(benchmark::State& state, const Notification& trap, unsigned i
         static_cast<void>(pdu.release());  // the library has freed it
     }
 }
+
+}  // namespace vrx

@@ -5,7 +5,11 @@
 
 #include "host/notification_log/notification.h"
 
+namespace vrx {
+
 constexpr const char* COMMUNITY = "traps";
 
 // Only the sending of PDUs of the same trap, which are made while the clock stands.
 void sendReadyPdus(benchmark::State& state, const Notification& trap, unsigned int port);
+
+}  // namespace vrx

@@ -24,6 +24,8 @@
 #include "host/transport/backend_result.h"
 #include "platform/snmp_util.h"
 
+namespace vrx {
+
 namespace {
 
 using Result = BackendConnection::Result;
@@ -236,3 +238,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     subscribe(backend, bytes, piece, handled);
     return 0;
 }
+
+}  // namespace vrx

@@ -18,6 +18,8 @@
 #include "host/backend/request_handler.h"
 #include "host/base/logging.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr unsigned long long EVENT_LIMIT = 100;
@@ -101,3 +103,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check(cutStream(bytes), cutStream(answersTo(bytes, piece)));
     return 0;
 }
+
+}  // namespace vrx

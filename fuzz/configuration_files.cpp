@@ -34,6 +34,8 @@
 #include "host/base/product_root.h"
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -497,6 +499,10 @@ int fuzz(const tLimits& limits, std::uint64_t seed, const fs::path& folder) {
 }
 
 }  // namespace
+
+}  // namespace vrx
+
+using namespace vrx;
 
 int main(int argc, char** argv) try {
     CLI::App app("Configuration files of vrx-agentd: made and checked, or those that are named.");

@@ -18,6 +18,8 @@
 #include "host/transport/backend_protocol.h"
 #include "platform/vrx_xml_config.h"
 
+namespace vrx {
+
 namespace {
 
 // A product root whose device configuration is in memory.
@@ -113,3 +115,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     return 0;
 }
+
+}  // namespace vrx

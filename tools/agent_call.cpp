@@ -7,6 +7,8 @@
 
 #include "host/base/product_root.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr long TIMEOUT_SECONDS = 120;  // a reload checks all files first
@@ -52,3 +54,5 @@ std::string callAgent(const std::string& method, const std::string& path, const 
     }
     return answer;
 }
+
+}  // namespace vrx

@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <string>
 
+namespace vrx {
+
 // The agent has refused, or its answer did not come; what() says why.
 class AgentCallError : public std::runtime_error {
 public:
@@ -18,3 +20,5 @@ public:
 
 // `path` may hold a query. Gives the answer's body. Throws AgentCallError.
 std::string callAgent(const std::string& method, const std::string& path, const std::string& body = {});
+
+}  // namespace vrx

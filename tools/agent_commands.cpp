@@ -10,6 +10,8 @@
 
 #include "tools/agent_call.h"
 
+namespace vrx {
+
 namespace {
 
 using json = nlohmann::ordered_json;
@@ -264,3 +266,5 @@ void printLogLevels(std::ostream& out) {
 void setLogLevel(const std::string& subsystem, const std::string& level) {
     callAgent("POST", "/log", json{{"subsystem", subsystem}, {"level", level}}.dump());
 }
+
+}  // namespace vrx

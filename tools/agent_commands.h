@@ -4,6 +4,8 @@
 #include <ostream>
 #include <string>
 
+namespace vrx {
+
 // For people: how it does in one line, the figures that matter, where traps and informs go; and, with `all`, the rest.
 // Throws AgentCallError.
 void printStatus(std::ostream& out, bool all);
@@ -24,3 +26,5 @@ void printLogLevels(std::ostream& out);
 
 // Another level for a subsystem, or for "all". Throws AgentCallError, also for what there is not.
 void setLogLevel(const std::string& subsystem, const std::string& level);
+
+}  // namespace vrx

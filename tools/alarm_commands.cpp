@@ -13,6 +13,8 @@
 #include "tools/backend_call.h"
 #include "tools/terminal_text.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr std::uint32_t RAISE_BATCH = 500;  // alarms of one request, which the backend stores as a whole
@@ -147,3 +149,5 @@ void printAlarmsAsJson(std::ostream& out, const std::vector<ListedAlarm>& alarms
     // gets none of their control characters.
     out << rows.dump(2, ' ', true, nlohmann::json::error_handler_t::replace) << "\n";
 }
+
+}  // namespace vrx

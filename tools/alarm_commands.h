@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+namespace vrx {
+
 struct RaiseRequest {
     std::uint64_t alarmId = 0;
     std::uint32_t level = 5;
@@ -39,3 +41,5 @@ std::vector<ListedAlarm> listAlarms();
 
 void printAlarms(std::ostream& out, const std::vector<ListedAlarm>& alarms);
 void printAlarmsAsJson(std::ostream& out, const std::vector<ListedAlarm>& alarms);
+
+}  // namespace vrx

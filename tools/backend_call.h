@@ -6,6 +6,8 @@
 
 #include "vrxpub/vrx_message_package.h"
 
+namespace vrx {
+
 // A call that the backend refused or did not answer.
 class BackendCallError : public std::runtime_error {
 public:
@@ -14,3 +16,5 @@ public:
 
 // Sends the request; its answer's records are appended to `answer`. Throws BackendCallError.
 void callBackend(CR8KPackageV3& request, CR8KPackageV3& answer);
+
+}  // namespace vrx

@@ -11,6 +11,8 @@
 
 #include "vrxpub/vrx_message_package.h"
 
+namespace vrx {
+
 namespace {
 
 int hexDigit(char c) {
@@ -136,3 +138,5 @@ bool printPackage(std::ostream& out, std::vector<unsigned char> bytes) {
     if (used < bytes.size()) out << fmt::format("{} bytes after the package\n", bytes.size() - used);
     return true;
 }
+
+}  // namespace vrx

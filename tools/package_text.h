@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+namespace vrx {
+
 // Bytes of a hex text: blanks, line ends, colons and commas between bytes are skipped. Throws std::runtime_error that
 // names the place of anything else.
 std::vector<unsigned char> bytesOfHex(const std::string& text);
@@ -12,3 +14,5 @@ std::vector<unsigned char> bytesOfHex(const std::string& text);
 // Writes header, records and cells. False when the bytes are no package: the reason, from the decoder, is written in
 // place of the records.
 bool printPackage(std::ostream& out, std::vector<unsigned char> bytes);
+
+}  // namespace vrx

@@ -8,6 +8,8 @@
 #include "alarm/snmp_alarm_iniparser.h"
 #include "tools/terminal_text.h"
 
+namespace vrx {
+
 namespace {
 
 void printValues(std::ostream& out, const char* title, const std::vector<std::string>& values) {
@@ -77,3 +79,5 @@ int renderAlarm(std::ostream& out, std::uint64_t alarmId, const std::string& par
     out << fmt::format("  trap OID    1.3.6.1.4.1.99871.2.91.10.2.1.1.{}\n", terminalText(item->second->alarmOid));
     return 0;
 }
+
+}  // namespace vrx

@@ -5,7 +5,11 @@
 #include <ostream>
 #include <string>
 
+namespace vrx {
+
 // Writes the alarm's texts as a trap would show them; with `explain` each step before them: the parameter list, the
 // enumeration descriptions, the placeholder pairs, the templates. `parameters` is the raw text of a notification (see
 // joinParameters). Returns the renderer's result: 0, or why there are no texts.
 int renderAlarm(std::ostream& out, std::uint64_t alarmId, const std::string& parameters, bool explain);
+
+}  // namespace vrx

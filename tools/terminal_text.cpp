@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+namespace vrx {
+
 namespace {
 
 // The octets of the character that the text begins with; 0 where it begins with none.
@@ -61,3 +63,5 @@ std::string terminalText(std::string_view text) {
 std::string terminalLines(std::string_view text) {
     return shown(text, "\n\t");
 }
+
+}  // namespace vrx

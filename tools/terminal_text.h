@@ -5,9 +5,13 @@
 #include <string>
 #include <string_view>
 
+namespace vrx {
+
 // The text with its control characters (C0, DEL, C1) and bytes that are no UTF-8 as "\x1B": one line, which says what
 // it is.
 std::string terminalText(std::string_view text);
 
 // The same with line ends and tabs as they are.
 std::string terminalLines(std::string_view text);
+
+}  // namespace vrx

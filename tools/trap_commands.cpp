@@ -17,6 +17,8 @@
 #include "tools/agent_call.h"
 #include "tools/terminal_text.h"
 
+namespace vrx {
+
 namespace {
 
 using nlohmann::json;
@@ -322,3 +324,5 @@ void resendTrap(std::ostream& out, std::uint64_t number, const std::string& to) 
     const auto missing = answer.at("missing").get<std::vector<std::string>>();
     if (!missing.empty()) out << "no longer there: " << joined(missing) << "\n";
 }
+
+}  // namespace vrx

@@ -9,6 +9,8 @@
 
 #include "host/notification_log/notification_log_file.h"
 
+namespace vrx {
+
 // As a table, for people.
 void printTraps(std::ostream& out, const NotificationLogFilter& filter);
 
@@ -26,3 +28,5 @@ void resendTrap(std::ostream& out, std::uint64_t number, const std::string& to);
 // it in UTC, "@1763716443" in seconds since 1970, or how long ago: "90s", "15m", "2h", "3d". Throws
 // std::invalid_argument.
 std::chrono::system_clock::time_point momentOf(const std::string& text, std::chrono::system_clock::time_point now);
+
+}  // namespace vrx

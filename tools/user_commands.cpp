@@ -19,6 +19,8 @@
 #include "tools/agent_call.h"
 #include "tools/agent_commands.h"
 
+namespace vrx {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -190,3 +192,5 @@ void removeUser(const std::string& name) {
     replaceConfiguration(before, configurationWithout(name, before));
     reload();
 }
+
+}  // namespace vrx

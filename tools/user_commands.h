@@ -7,6 +7,8 @@
 
 #include "host/engine_files/user_protocols.h"
 
+namespace vrx {
+
 enum class UserAccess { ReadOnly, ReadWrite };
 
 // Of user_protocols.h.
@@ -22,3 +24,5 @@ void addUser(std::ostream& out, const std::string& name, UserAccess access, cons
 
 // Takes the user, its keys and its line away. Throws AgentAwayError without a running agent, which holds the keys.
 void removeUser(const std::string& name);
+
+}  // namespace vrx

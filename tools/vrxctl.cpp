@@ -22,6 +22,8 @@
 #include "tools/trap_commands.h"
 #include "tools/user_commands.h"
 
+namespace vrx {
+
 namespace {
 
 std::string configuredPath(const std::string& key) {
@@ -121,6 +123,10 @@ private:
 };
 
 }  // namespace
+
+}  // namespace vrx
+
+using namespace vrx;
 
 int main(int argc, char** argv) {
     CLI::App app("Alarms, definition files and packages of the SNMP alarm module");

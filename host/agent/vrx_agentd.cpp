@@ -34,6 +34,8 @@
 #include "host/platform_impl/identity.h"
 #include "platform/vrx_utility.h"
 
+namespace vrx {
+
 namespace {
 
 // Free memory that is not given back to the system: the next walk, or the next packet's buffer, would fetch it again.
@@ -169,6 +171,10 @@ int failed(int code, const std::exception& error) {
 }
 
 }  // namespace
+
+}  // namespace vrx
+
+using namespace vrx;
 
 int main(int argc, char** argv) try {
     ::mallopt(M_TRIM_THRESHOLD, KEPT_MEMORY);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+namespace vrx {
+
 namespace {
 
 constexpr unsigned long long SCHEMA_VERSION = 1;
@@ -286,3 +288,5 @@ void AlarmStore::dropOldEvents() {
     run.bind(1, last - m_eventLimit);
     run.step();
 }
+
+}  // namespace vrx

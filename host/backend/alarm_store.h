@@ -17,6 +17,8 @@
 #include "host/transport/backend_protocol.h"
 #include "host/transport/backend_result.h"
 
+namespace vrx {
+
 struct Alarm {
     unsigned int serial = 0;  // to raise(): 0 lets the store choose
     unsigned long long id = 0;
@@ -92,3 +94,5 @@ private:
     SqliteStatement m_worldWideName;
     SqliteStatement m_identity;
 };
+
+}  // namespace vrx

@@ -16,6 +16,8 @@
 #include "host/base/memory_retry.h"
 #include "host/base/product_root.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr char LOG_NAME[] = "backend";
@@ -198,3 +200,5 @@ void Backend::wakeClients() {
     const std::lock_guard<std::mutex> lock(m_mutex);
     for (Client& client : m_clients) client.session.wake();
 }
+
+}  // namespace vrx

@@ -26,6 +26,8 @@
 #include "host/transport/backend_options.h"
 #include "host/transport/backend_protocol.h"
 
+namespace vrx {
+
 struct BackendSettings {
     BackendOptions transport;  // of these the address and the package limit
     BackendCommands commands;
@@ -81,3 +83,5 @@ private:
     std::mutex m_mutex;
     std::list<Client> m_clients;  // guarded by m_mutex
 };
+
+}  // namespace vrx

@@ -10,6 +10,8 @@
 
 #include "host/base/memory_retry.h"
 
+namespace vrx {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -131,3 +133,5 @@ bool ClientSession::waitForNews() {
         log(LogLevel::Warn, "a request on a subscribed connection; connection closed");
     return false;
 }
+
+}  // namespace vrx

@@ -14,6 +14,8 @@
 #include "host/base/logging.h"
 #include "host/transport/backend_connection.h"
 
+namespace vrx {
+
 class ClientSession {
 public:
     struct Settings {
@@ -44,3 +46,5 @@ private:
     BackendConnection m_connection;
     WakeFlag m_news;
 };
+
+}  // namespace vrx

@@ -9,6 +9,8 @@
 
 #include "host/base/logging.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr char LOG_NAME[] = "backend";
@@ -221,3 +223,5 @@ void RequestHandler::fillPush(unsigned long long& position, CR8KPackageV3& packa
         position = event.sequence;
     }
 }
+
+}  // namespace vrx

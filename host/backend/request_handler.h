@@ -14,6 +14,8 @@
 #include "host/transport/backend_result.h"
 #include "vrxpub/vrx_message_package.h"
 
+namespace vrx {
+
 // What the backend does at the moment and did since its start, for GET_BACKEND_STATUS.
 struct BackendTraffic {
     std::atomic<unsigned long long> clients{0};
@@ -65,3 +67,5 @@ private:
     const std::function<void()> m_onNewEvents;
     std::atomic<bool> m_storeFailing{false};  // it was logged that a change failed, and none succeeded since
 };
+
+}  // namespace vrx

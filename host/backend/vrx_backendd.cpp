@@ -16,6 +16,8 @@
 #include "host/base/product_root.h"
 #include "host/base/service_manager.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr char LOG_NAME[] = "backend";
@@ -87,6 +89,10 @@ int failed(int exitCode, const std::exception& error) {
 }
 
 }  // namespace
+
+}  // namespace vrx
+
+using namespace vrx;
 
 int main(int argc, char** argv) {
     CLI::App app("Management backend: alarms in SQLite, served over the TLV package protocol.", "vrx-backendd");

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <chrono>
 
+namespace vrx {
+
 class Backoff {
 public:
     using Clock = std::chrono::steady_clock;
@@ -30,3 +32,5 @@ private:
     std::chrono::milliseconds m_pause{0};
     Clock::time_point m_next{};
 };
+
+}  // namespace vrx

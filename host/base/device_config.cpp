@@ -15,6 +15,8 @@
 #include "host/base/whole_file.h"
 #include "platform/vrx_xml_config.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr std::size_t LARGEST_FILE = std::size_t{256} * 1024;  // bytes
@@ -176,6 +178,11 @@ DeviceConfig readDeviceConfig(const std::string& path) {
 void reloadDeviceConfig() {
     Holder::instance().reload();
 }
+
+}  // namespace vrx
+
+// What platform/ declares has no namespace.
+using namespace vrx;
 
 CVRXXmlConfig* CVRXXmlConfig::instance() {
     static CVRXXmlConfig config;

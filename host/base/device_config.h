@@ -17,6 +17,8 @@
 #include <stdexcept>
 #include <string>
 
+namespace vrx {
+
 // What is wrong, as "FILE:ROW: reason" (without the row where the file as a whole is at fault).
 class DeviceConfigError : public std::runtime_error {
 public:
@@ -32,3 +34,5 @@ DeviceConfig readDeviceConfig(const std::string& path);
 // values stay then. A main program calls it at start, to end with a clear text, and when it is told that the file has
 // changed.
 void reloadDeviceConfig();
+
+}  // namespace vrx

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+namespace vrx {
+
 namespace {
 
 std::size_t bitsOf(std::uint64_t number) {
@@ -30,3 +32,5 @@ LatencyHistogram::Duration LatencyHistogram::quantile(double share) const {
     }
     return m_max;
 }
+
+}  // namespace vrx

@@ -9,6 +9,8 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace vrx {
+
 class LatencyHistogram {
 public:
     using Duration = std::chrono::nanoseconds;
@@ -39,3 +41,5 @@ private:
     Duration m_sum{0};
     Duration m_max{0};
 };
+
+}  // namespace vrx

@@ -7,6 +7,8 @@
 #include <charconv>
 #include <stdexcept>
 
+namespace vrx {
+
 namespace {
 
 constexpr char UNIX_PREFIX[] = "unix:";
@@ -80,3 +82,5 @@ LocalAddress parseLocalAddress(const std::string& text, const std::string& root,
 } catch (const std::invalid_argument& fault) {
     throw std::invalid_argument(what + ": " + fault.what());
 }
+
+}  // namespace vrx

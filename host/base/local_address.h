@@ -7,6 +7,8 @@
 
 #include <string>
 
+namespace vrx {
+
 struct LocalAddress {
     enum class Kind { None, Unix, Tcp };
 
@@ -23,3 +25,5 @@ struct LocalAddress {
 // std::invalid_argument with a text that names the fault, after `what`.
 LocalAddress parseLocalAddress(const std::string& text, const std::string& root,
                                const std::string& what = "backend address");
+
+}  // namespace vrx

@@ -15,6 +15,8 @@
 #include <system_error>
 #include <utility>
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -188,3 +190,5 @@ FileDescriptor listenSocket(const LocalAddress& address) {
     if (::listen(socket.get(), BACKLOG) != 0) throwErrno("listen on " + address.text());
     return socket;
 }
+
+}  // namespace vrx

@@ -8,6 +8,8 @@
 
 #include "host/base/local_address.h"
 
+namespace vrx {
+
 using Deadline = std::chrono::steady_clock::time_point;
 
 // Owns one descriptor.
@@ -54,3 +56,5 @@ FileDescriptor connectSocket(const LocalAddress& address, Deadline deadline, int
 // A listening, non-blocking socket. A Unix socket has mode 0600; a socket file that nobody listens on any more is
 // replaced. Throws std::system_error, with EADDRINUSE when somebody is alive there.
 FileDescriptor listenSocket(const LocalAddress& address);
+
+}  // namespace vrx

@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <optional>
 
+namespace vrx {
+
 class LogRateLimiter {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
@@ -39,3 +41,5 @@ private:
     unsigned int m_written = 0;
     std::uint64_t m_leftOut = 0;
 };
+
+}  // namespace vrx

@@ -34,6 +34,8 @@
 #include "platform/vrx_debug_kit.h"
 #include "platform/vrx_xml_config.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr const char* LINE_PATTERN = "%Y-%m-%dT%H:%M:%S.%e%z %l %v";
@@ -485,6 +487,11 @@ void logLine(const char* subsystem, LogLevel level, const std::string& text) {
     const spdlog::level::level_enum ofSpdlog = levelOfSpdlog(level);
     if (Log::instance().passes(place, ofSpdlog)) Log::instance().write(ofSpdlog, subsystem, text);
 }
+
+}  // namespace vrx
+
+// What platform/ declares has no namespace.
+using namespace vrx;
 
 CVRXDebugKitMgr::CVRXDebugKitMgr() = default;
 CVRXDebugKitMgr::~CVRXDebugKitMgr() {}  // loggers outlive their registry

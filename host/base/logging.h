@@ -21,6 +21,8 @@
 #include <utility>
 #include <vector>
 
+namespace vrx {
+
 enum class LogLevel { Trace, Debug, Info, Warn, Error, Off };  // the order of spdlog's levels that are used
 
 const char* textOf(LogLevel level);
@@ -81,3 +83,5 @@ private:
 
 // Writes a line of the host's own code. `subsystem` is one of those in logging.cpp's table.
 void logLine(const char* subsystem, LogLevel level, const std::string& text);
+
+}  // namespace vrx

@@ -7,6 +7,8 @@
 #include <new>
 #include <thread>
 
+namespace vrx {
+
 constexpr std::chrono::milliseconds OUT_OF_MEMORY_PAUSE{10};
 
 // Runs the action until it gets its memory. It does all or nothing: it may be run again after std::bad_alloc.
@@ -33,3 +35,5 @@ auto retryForASecond(const Action& action) -> decltype(action()) {
     }
     return action();
 }
+
+}  // namespace vrx

@@ -9,6 +9,8 @@
 
 #include "platform/vrx_utility.h"
 
+namespace vrx {
+
 namespace {
 
 std::optional<std::string>& chosenRoot() {
@@ -28,13 +30,6 @@ void setProductRoot(const std::string& root) {
     chosenRoot() = withoutTrailingSlash(root.empty() ? "." : root);
 }
 
-std::string VRX_Utility::getVRXRootEnv() {
-    if (chosenRoot()) return *chosenRoot();
-    const char* fromEnvironment = std::getenv("VRX_ROOT");
-    if (fromEnvironment != nullptr && *fromEnvironment != '\0') return withoutTrailingSlash(fromEnvironment);
-    return VRX_INSTALLED_ROOT;
-}
-
 std::string productPath(const std::string& path) {
     return path.substr(0, 1) == "/" ? path : VRX_Utility::getVRXRootEnv() + "/" + path;
 }
@@ -45,4 +40,16 @@ std::string stateFolder() {
         throw std::system_error(errno, std::generic_category(), path);
     }
     return path;
+}
+
+}  // namespace vrx
+
+// What platform/ declares has no namespace.
+using namespace vrx;
+
+std::string VRX_Utility::getVRXRootEnv() {
+    if (chosenRoot()) return *chosenRoot();
+    const char* fromEnvironment = std::getenv("VRX_ROOT");
+    if (fromEnvironment != nullptr && *fromEnvironment != '\0') return withoutTrailingSlash(fromEnvironment);
+    return VRX_INSTALLED_ROOT;
 }

@@ -3,6 +3,8 @@
 
 #include <string>
 
+namespace vrx {
+
 // Names the root for the rest of the process, before other threads start. Without it the environment variable VRX_ROOT
 // names it, and where that is not set (or empty) the installed default holds.
 void setProductRoot(const std::string& root);
@@ -13,3 +15,5 @@ std::string productPath(const std::string& path);
 // The folder of what outlives the process; it is made, for its owner alone, where it does not exist. Throws
 // std::system_error.
 std::string stateFolder();
+
+}  // namespace vrx

@@ -17,6 +17,8 @@
 
 #include "host/base/logging.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr char LOG_NAME[] = "service";
@@ -117,3 +119,5 @@ void ServiceManager::stopping() const {
 void ServiceManager::alive() const {
     tell("WATCHDOG=1");
 }
+
+}  // namespace vrx

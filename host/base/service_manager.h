@@ -20,6 +20,8 @@
 
 #include "host/base/local_socket.h"
 
+namespace vrx {
+
 class ServiceManager {
 public:
     // As NOTIFY_SOCKET, WATCHDOG_USEC and WATCHDOG_PID say. They are taken out of the environment: the programs that
@@ -52,3 +54,5 @@ private:
     std::chrono::microseconds m_patience{0};
     mutable std::atomic<bool> m_failed{false};  // and a line about it was logged
 };
+
+}  // namespace vrx

@@ -8,6 +8,8 @@
 
 #include "host/base/local_socket.h"
 
+namespace vrx {
+
 namespace {
 
 // How long another process (an operator's shell) may hold the file before an operation fails.
@@ -122,3 +124,5 @@ void SqliteTransaction::commit() {
     m_database.execute("COMMIT");
     m_open = false;
 }
+
+}  // namespace vrx

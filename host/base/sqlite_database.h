@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <string>
 
+namespace vrx {
+
 struct SqliteError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -92,3 +94,5 @@ private:
     SqliteDatabase& m_database;
     bool m_open = true;
 };
+
+}  // namespace vrx

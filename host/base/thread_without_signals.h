@@ -8,6 +8,8 @@
 #include <thread>
 #include <utility>
 
+namespace vrx {
+
 // Throws std::system_error when there is no thread to be had.
 template <typename Work>
 std::thread threadWithoutSignals(Work&& work) {
@@ -26,3 +28,5 @@ std::thread threadWithoutSignals(Work&& work) {
     const Blocked blocked;
     return std::thread(std::forward<Work>(work));
 }
+
+}  // namespace vrx

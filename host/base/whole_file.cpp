@@ -11,6 +11,8 @@
 
 #include "host/base/local_socket.h"
 
+namespace vrx {
+
 namespace {
 
 std::string errorText() {
@@ -89,3 +91,5 @@ void replaceWholeFile(const std::string& path, const std::string& content) {
         ::open(std::filesystem::path(path).parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder || ::fsync(folder.get()) != 0) fail(path);
 }
+
+}  // namespace vrx

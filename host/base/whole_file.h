@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <string>
 
+namespace vrx {
+
 // what() is "PATH: reason".
 class WholeFileError : public std::runtime_error {
 public:
@@ -20,3 +22,5 @@ std::optional<std::string> readWholeFile(const std::string& path, std::size_t li
 // new file is its owner's alone. No link is followed out of the folder. Throws std::system_error with the path, and the
 // file is as it was.
 void replaceWholeFile(const std::string& path, const std::string& content);
+
+}  // namespace vrx

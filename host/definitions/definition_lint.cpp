@@ -16,6 +16,8 @@
 #include "module/vrx_exception.h"
 #include "platform/vrx_utility.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr std::size_t MARK_LENGTH = 2;                // "##"
@@ -477,3 +479,5 @@ void printFindings(std::ostream& out, const std::vector<LintFinding>& findings) 
         out << fmt::format("{}:{}: {}: {} [{}]\n", finding.file, finding.line,
                            finding.severity == LintSeverity::Error ? "error" : "warning", finding.text, finding.rule);
 }
+
+}  // namespace vrx

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+namespace vrx {
+
 enum class LintSeverity { Error, Warning };
 
 struct LintFinding {
@@ -24,3 +26,5 @@ std::vector<LintFinding> lintDefinitions(const std::string& definitionFile, cons
 
 // One line a finding, "FILE:LINE: error: TEXT [RULE]".
 void printFindings(std::ostream& out, const std::vector<LintFinding>& findings);
+
+}  // namespace vrx

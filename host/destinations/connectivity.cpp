@@ -18,6 +18,8 @@
 #include "host/destinations/trap_destination_checks.h"
 #include "platform/snmp_trap_api.h"
 
+namespace vrx {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -190,6 +192,11 @@ Connectivity& processConnectivity() {
     static Connectivity& connectivity = *new Connectivity;  // other threads may ask until the process ends
     return connectivity;
 }
+
+}  // namespace vrx
+
+// What platform/ declares has no namespace.
+using namespace vrx;
 
 bool testDomainConnectivity(const char* address) {
     return address != nullptr && processConnectivity().isReachable(address);

@@ -18,6 +18,8 @@
 #include <string>
 #include <thread>
 
+namespace vrx {
+
 class Connectivity {
 public:
     struct Options {
@@ -55,3 +57,5 @@ private:
 
 // The one after testDomainConnectivity.
 Connectivity& processConnectivity();
+
+}  // namespace vrx

@@ -13,6 +13,8 @@
 #include "platform/vrx_utility.h"
 #include "platform/vrx_xml_config.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr unsigned int DEFAULT_LIMIT = 64;  // destinations
@@ -140,6 +142,11 @@ void closeTrapDestinations() {
     processConnectivity().stop();
     Service::instance().close();
 }
+
+}  // namespace vrx
+
+// What platform/ declares has no namespace.
+using namespace vrx;
 
 int CSNMP_TrapApi::createTrapAddr(const tTrapDestInfo& destination) {
     if (!isAcceptable(destination) || !isTrapUserKnown(destination)) return TRAP_DESTINATION_BAD_VALUE;

@@ -12,6 +12,8 @@
 
 #include "host/destinations/trap_destination_store.h"
 
+namespace vrx {
+
 // What decides whether an SNMPv3 user exists; it may be called from any thread. Without one every user does.
 void setTrapUserCheck(std::function<bool(const std::string& user)> exists);
 
@@ -43,3 +45,5 @@ private:
 // Closes the store and ends the thread that looks after the reachability of addresses, before the process ends; the
 // next use begins anew. REQUIRES: no other thread uses the trap API.
 void closeTrapDestinations();
+
+}  // namespace vrx

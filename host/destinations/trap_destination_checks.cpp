@@ -9,6 +9,8 @@
 #include <cctype>
 #include <cstring>
 
+namespace vrx {
+
 namespace destination_check {
 
 namespace {
@@ -141,3 +143,5 @@ bool isUserText(const std::string& user) {
 }
 
 }  // namespace destination_check
+
+}  // namespace vrx

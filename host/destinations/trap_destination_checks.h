@@ -5,6 +5,8 @@
 
 #include <string>
 
+namespace vrx {
+
 namespace destination_check {
 
 constexpr std::size_t LONGEST_HOST_NAME = 253;  // characters
@@ -32,3 +34,5 @@ bool isTrapType(unsigned int type);  // as vrxTrapDestTrapType of the MIB: no 2,
 bool isUserText(const std::string& user);
 
 }  // namespace destination_check
+
+}  // namespace vrx

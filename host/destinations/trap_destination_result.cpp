@@ -1,5 +1,7 @@
 #include "host/destinations/trap_destination_result.h"
 
+namespace vrx {
+
 const char* trapDestinationResultText(int code) {
     switch (code) {
         case TRAP_DESTINATION_OK:
@@ -20,3 +22,5 @@ const char* trapDestinationResultText(int code) {
             return "unknown result";
     }
 }
+
+}  // namespace vrx

@@ -2,6 +2,8 @@
 // result the list is as it was.
 #pragma once
 
+namespace vrx {
+
 enum TrapDestinationResult : int {
     TRAP_DESTINATION_OK = 0,
     TRAP_DESTINATION_LIMIT = 0x4000001,         // the list is full
@@ -14,3 +16,5 @@ enum TrapDestinationResult : int {
 
 // A short English text for a code, "unknown result" for one that is not listed above.
 const char* trapDestinationResultText(int code);
+
+}  // namespace vrx

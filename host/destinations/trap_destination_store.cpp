@@ -15,6 +15,8 @@
 #include "host/destinations/trap_destination_result.h"
 #include "platform/vrx_utility.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr int SCHEMA_VERSION = 1;
@@ -369,3 +371,5 @@ void TrapDestinationStore::notify() {
     });
     if (listener) retryForever(listener);
 }
+
+}  // namespace vrx

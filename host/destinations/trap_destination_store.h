@@ -31,6 +31,8 @@
 
 #include "platform/trap_dest_info.h"
 
+namespace vrx {
+
 class TrapDestinationStore {
 public:
     static constexpr unsigned int HIGHEST_NUMBER = 65535;
@@ -119,3 +121,5 @@ private:
     Rows m_rows;
     std::function<void()> m_listener;
 };
+
+}  // namespace vrx

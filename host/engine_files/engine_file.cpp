@@ -8,6 +8,8 @@
 #include <system_error>
 #include <thread>
 
+namespace vrx {
+
 namespace {
 
 constexpr std::size_t LARGEST_STATE = std::size_t{16} << 20U;  // far more than thousands of users
@@ -123,3 +125,5 @@ FileDescriptor lockState(const std::string& folder, std::chrono::milliseconds pa
 }
 
 }  // namespace engine_file
+
+}  // namespace vrx

@@ -12,6 +12,8 @@
 #include "host/base/local_socket.h"
 #include "host/base/whole_file.h"
 
+namespace vrx {
+
 namespace engine_file {
 
 // Below the state folder.
@@ -43,3 +45,5 @@ bool isEngineId(const std::string& text);
 FileDescriptor lockState(const std::string& folder, std::chrono::milliseconds patience);
 
 }  // namespace engine_file
+
+}  // namespace vrx

@@ -6,6 +6,8 @@
 #include <array>
 #include <string>
 
+namespace vrx {
+
 inline constexpr std::array AUTHENTICATION_PROTOCOLS = {"SHA-256", "SHA-512", "SHA-384", "SHA-224", "SHA", "MD5"};
 inline constexpr std::array PRIVACY_PROTOCOLS = {"AES", "AES-256", "AES-192", "DES"};
 
@@ -13,3 +15,5 @@ template <typename Protocols>
 bool isProtocol(const Protocols& protocols, const std::string& name) {
     return std::find(protocols.begin(), protocols.end(), name) != protocols.end();
 }
+
+}  // namespace vrx

@@ -1,5 +1,7 @@
 #include "host/notification_log/fault_level.h"
 
+namespace vrx {
+
 FaultLevel faultLevelOf(unsigned int backendLevel) {
     switch (backendLevel) {
         case 4:
@@ -18,3 +20,5 @@ const char* textOf(FaultLevel level) {
     constexpr const char* TEXTS[FAULT_LEVELS] = {"critical", "major", "minor", "warning"};
     return TEXTS[static_cast<std::size_t>(level) - 1];
 }
+
+}  // namespace vrx

@@ -5,6 +5,8 @@
 
 #include <cstddef>
 
+namespace vrx {
+
 // As VrxFaultLevel of the MIB has them, from 1 on.
 enum class FaultLevel : unsigned char { Critical = 1, Major, Minor, Warning };
 constexpr std::size_t FAULT_LEVELS = 4;
@@ -13,3 +15,5 @@ constexpr std::size_t FAULT_LEVELS = 4;
 FaultLevel faultLevelOf(unsigned int backendLevel);
 
 const char* textOf(FaultLevel level);  // "critical"
+
+}  // namespace vrx

@@ -10,6 +10,8 @@
 #include "host/snmp/oid_vector.h"
 #include "host/snmp/snmp_value.h"
 
+namespace vrx {
+
 struct NotificationBinding {
     OidVector name;
     SnmpValue value;  // NO_VALUE where the handler gave none
@@ -19,3 +21,5 @@ struct Notification {
     OidVector oid;  // snmpTrapOID; empty when the handler's was no object identifier
     std::vector<NotificationBinding> bindings;
 };
+
+}  // namespace vrx

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <limits>
 
+namespace vrx {
+
 namespace {
 
 constexpr char VERSION = 1;
@@ -184,3 +186,5 @@ std::optional<Notification> trapFrom(std::string_view bytes) {
     if (reader.left() > 0) return std::nullopt;
     return trap;
 }
+
+}  // namespace vrx

@@ -18,8 +18,12 @@
 
 #include "host/notification_log/notification.h"
 
+namespace vrx {
+
 // Of a trap as handlers give them: names of 2 to 128 sub-identifiers of 32 bits each, or an empty name of the trap.
 std::string bytesOf(const Notification& trap);
 
 // Nothing unless these are the bytes of a whole trap and no more. Takes memory in proportion to the bytes.
 std::optional<Notification> trapFrom(std::string_view bytes);
+
+}  // namespace vrx

@@ -2,6 +2,8 @@
 
 #include <sstream>
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -154,3 +156,5 @@ std::optional<LoggedNotification> NotificationLogReader::find(std::uint64_t numb
     if (!rows.step()) return std::nullopt;
     return entryOf(rows);
 }
+
+}  // namespace vrx

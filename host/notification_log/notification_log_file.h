@@ -21,6 +21,8 @@
 
 #include "host/base/sqlite_database.h"
 
+namespace vrx {
+
 // How a trap came to its destinations.
 enum class SentBecause : unsigned int {
     Event = 0,  // an alarm event
@@ -81,3 +83,5 @@ public:
 private:
     SqliteDatabase m_database;
 };
+
+}  // namespace vrx

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+namespace vrx {
+
 namespace {
 
 constexpr unsigned int SERIAL_BINDING = 9;
@@ -29,3 +31,5 @@ std::string subjectOf(const Notification& trap) {
     if (alarm == nullptr || serial == nullptr) return "trap " + oidText(trap.oid);
     return "alarm " + std::to_string(alarm->number) + ", serial number " + std::to_string(serial->number);
 }
+
+}  // namespace vrx

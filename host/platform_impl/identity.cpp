@@ -9,6 +9,9 @@
 #include "platform/vrx_utility.h"
 #include "platform/vrx_xml_config.h"
 
+// What platform/ declares has no namespace.
+using namespace vrx;
+
 int CSNMPBasicImpl::device_type = 0;
 std::string CSNMPBasicImpl::product_sn;
 
@@ -26,7 +29,7 @@ std::string hostName() {
 
 }  // namespace
 
-void loadIdentity() {
+void vrx::loadIdentity() {
     const unsigned int type = StrToUint(nodeItem("DEVICE_TYPE"));
     CSNMPBasicImpl::device_type = static_cast<int>(std::min(type, static_cast<unsigned int>(INT_MAX)));
     CSNMPBasicImpl::product_sn = nodeItem("PRODUCT_SN");

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+namespace vrx {
+
 namespace {
 
 constexpr unsigned int BITS = 8;
@@ -112,3 +114,5 @@ std::string berContentOf(const OidVector& name) {
     out.nameContent(name.data(), name.size());
     return {reinterpret_cast<const char*>(out.data()), out.size()};
 }
+
+}  // namespace vrx

@@ -17,6 +17,8 @@
 
 #include "host/snmp/oid_vector.h"
 
+namespace vrx {
+
 class BerWriter {
 public:
     explicit BerWriter(std::vector<unsigned char>& buffer)
@@ -57,3 +59,5 @@ private:
 
 // The content octets of a name, which has two sub-identifiers at least.
 std::string berContentOf(const OidVector& name);
+
+}  // namespace vrx

@@ -7,6 +7,8 @@
 #include <limits>
 #include <stdexcept>
 
+namespace vrx {
+
 namespace {
 
 constexpr unsigned long long MAX_SUB_IDENTIFIER = std::numeric_limits<unsigned int>::max();  // RFC 2578, 3.5
@@ -52,3 +54,5 @@ int compareOid(const oid* a, std::size_t aLength, const oid* b, std::size_t bLen
 bool isBelow(const oid* name, std::size_t length, const OidVector& root) {
     return length >= root.size() && std::equal(root.begin(), root.end(), name);
 }
+
+}  // namespace vrx

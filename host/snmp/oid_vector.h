@@ -15,6 +15,8 @@
 #include "host/snmp/net_snmp.h"
 #endif
 
+namespace vrx {
+
 using OidVector = std::vector<oid>;
 
 // Reads "1.3.6.1", with or without a leading dot. Throws std::invalid_argument naming the text when it is no OID.
@@ -31,3 +33,5 @@ int compareOid(const oid* a, std::size_t aLength, const oid* b, std::size_t bLen
 
 // Whether `name` is `root` or stands below it.
 bool isBelow(const oid* name, std::size_t length, const OidVector& root);
+
+}  // namespace vrx

@@ -5,6 +5,8 @@
 
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr std::uint64_t MAX_UNSIGNED32 = std::numeric_limits<std::uint32_t>::max();
@@ -31,3 +33,5 @@ bool setVarbind(netsnmp_variable_list* varbind, unsigned char type, std::uint64_
             return snmp_set_var_typed_value(varbind, type, octets.data(), octets.size()) == 0;
     }
 }
+
+}  // namespace vrx

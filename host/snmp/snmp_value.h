@@ -9,6 +9,8 @@
 
 struct variable_list;
 
+namespace vrx {
+
 // As Net-SNMP declares it; oid_vector.h tells why its header may be missing.
 using netsnmp_variable_list = ::variable_list;
 
@@ -25,3 +27,5 @@ bool setVarbind(netsnmp_variable_list* varbind, unsigned char type, std::uint64_
 inline bool setVarbind(netsnmp_variable_list* varbind, const SnmpValue& value) {
     return setVarbind(varbind, value.type, value.number, value.octets);
 }
+
+}  // namespace vrx

@@ -5,6 +5,8 @@
 
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 std::string ownEngineId() {
     constexpr std::size_t LONGEST = 32;
     std::string id(LONGEST, '\0');
@@ -27,3 +29,5 @@ bool UsmUsers::exists(const std::string& user) const {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_users.count(user) > 0;
 }
+
+}  // namespace vrx

@@ -8,6 +8,8 @@
 #include <set>
 #include <string>
 
+namespace vrx {
+
 // The ID of this process's engine, as its bytes. Agent thread.
 std::string ownEngineId();
 
@@ -20,3 +22,5 @@ private:
     mutable std::mutex m_mutex;
     std::set<std::string> m_users;  // guarded by m_mutex
 };
+
+}  // namespace vrx

@@ -9,6 +9,8 @@
 #include "host/transport/backend_result.h"
 #include "module/vrx_exception.h"
 
+namespace vrx {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -280,3 +282,5 @@ void AlarmEventSource::complain(const std::string& text) {
 void AlarmEventSource::noteHandled(unsigned long long sequence) {
     if (m_currentAt && sequence >= *m_currentAt) m_current = true;
 }
+
+}  // namespace vrx

@@ -29,6 +29,8 @@
 #include "host/transport/backend_options.h"
 #include "host/transport/backend_protocol.h"
 
+namespace vrx {
+
 // An alarm as the backend lists it among the active ones.
 struct ActiveAlarm {
     unsigned int serial = 0;
@@ -128,3 +130,5 @@ private:
     std::atomic<unsigned long long> m_missing{0};
     std::atomic<unsigned long long> m_malformed{0};
 };
+
+}  // namespace vrx

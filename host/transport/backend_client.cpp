@@ -7,6 +7,8 @@
 #include "host/transport/backend_result.h"
 #include "platform/snmp_configuration.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr char LOG_NAME[] = "transport";
@@ -201,6 +203,11 @@ BackendClientCounters BackendClient::counters() const {
     counters.latency = m_latency;
     return counters;
 }
+
+}  // namespace vrx
+
+// What platform/ declares has no namespace.
+using namespace vrx;
 
 CSNMP_Configuration* CSNMP_Configuration::instance() {
     static CSNMP_Configuration configuration;

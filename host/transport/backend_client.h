@@ -24,6 +24,8 @@
 #include "host/transport/backend_options.h"
 #include "vrxpub/vrx_message_package.h"
 
+namespace vrx {
+
 struct BackendClientCounters {
     unsigned long long calls = 0;
     unsigned long long refusals = 0;  // calls that the backend answered with a code of its own
@@ -80,3 +82,5 @@ private:
     std::atomic<unsigned long long> m_failures{0};
     std::atomic<unsigned long long> m_connects{0};
 };
+
+}  // namespace vrx

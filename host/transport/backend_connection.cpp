@@ -10,6 +10,8 @@
 
 #include "vrxpub/vrx_little_endian.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr std::size_t MAGIC_AT = 0;
@@ -114,3 +116,5 @@ std::optional<std::vector<unsigned char>> encodePackage(CR8KPackageV3& package, 
     if (package.encode(bytes.data(), static_cast<unsigned int>(size)) == CR8KPackageV3::FAILURE) return std::nullopt;
     return bytes;
 }
+
+}  // namespace vrx

@@ -13,6 +13,8 @@
 #include "host/base/local_socket.h"
 #include "vrxpub/vrx_message_package.h"
 
+namespace vrx {
+
 class BackendConnection {
 public:
     enum class Result {
@@ -61,3 +63,5 @@ private:
 // The bytes of a package, or nothing when it is larger than `limit` or holds a record whose length does not fit its
 // 16-bit field.
 std::optional<std::vector<unsigned char>> encodePackage(CR8KPackageV3& package, std::size_t limit);
+
+}  // namespace vrx

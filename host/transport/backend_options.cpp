@@ -6,6 +6,8 @@
 #include "platform/vrx_utility.h"
 #include "platform/vrx_xml_config.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr char SECTION[] = "BACKEND";
@@ -48,3 +50,5 @@ BackendOptions BackendOptions::fromDevice() {
         static_cast<unsigned int>(backendNumber("CONNECTIONS", options.connections, 1, MOST_CONNECTIONS));
     return options;
 }
+
+}  // namespace vrx

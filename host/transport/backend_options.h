@@ -7,6 +7,8 @@
 
 #include "host/base/local_address.h"
 
+namespace vrx {
+
 struct BackendOptions {
     LocalAddress address;
     std::chrono::milliseconds callDeadline{800};      // below the second that managers usually wait
@@ -22,3 +24,5 @@ struct BackendOptions {
 // std::invalid_argument.
 unsigned long long backendNumber(const std::string& key, unsigned long long standard, unsigned long long least,
                                  unsigned long long most);
+
+}  // namespace vrx

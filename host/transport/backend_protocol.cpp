@@ -7,6 +7,8 @@
 
 #include "platform/vrx_xml_config.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr char SECTION[] = "COMMAND";
@@ -104,3 +106,5 @@ std::string textOf(const CTLVRecordV3& record, unsigned short tag) {
     cell.checkString();
     return cell.toString();
 }
+
+}  // namespace vrx

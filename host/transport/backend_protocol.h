@@ -9,6 +9,8 @@
 
 #include "vrxpub/vrx_message_package.h"
 
+namespace vrx {
+
 // Record identifiers of requests and answers.
 struct BackendCommands {
     unsigned long long getSystemWwn = 0;
@@ -77,3 +79,5 @@ void appendText(CTLVRecordV3& record, unsigned short tag, const std::string& tex
 unsigned int uint32Of(const CTLVRecordV3& record, unsigned short tag);
 unsigned long long uint64Of(const CTLVRecordV3& record, unsigned short tag);
 std::string textOf(const CTLVRecordV3& record, unsigned short tag);
+
+}  // namespace vrx

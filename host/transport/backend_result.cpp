@@ -1,5 +1,7 @@
 #include "host/transport/backend_result.h"
 
+namespace vrx {
+
 bool backendMayHaveDone(int code) {
     return code == BACKEND_TIMEOUT || code == BACKEND_UNREACHABLE || code == BACKEND_PROTOCOL_ERROR;
 }
@@ -38,3 +40,5 @@ const char* backendResultText(int code) {
             return "unknown result";
     }
 }
+
+}  // namespace vrx

@@ -2,6 +2,8 @@
 // writes into uiHeadParam1 of an answer. 0 is success; the numbers are part of the protocol and never change meaning.
 #pragma once
 
+namespace vrx {
+
 enum BackendResult : int {
     BACKEND_OK = 0,
 
@@ -29,3 +31,5 @@ bool backendMayHaveDone(int code);
 
 // A short English text for a code, "unknown result" for one that is not listed above.
 const char* backendResultText(int code);
+
+}  // namespace vrx

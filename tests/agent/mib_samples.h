@@ -13,6 +13,8 @@
 #include "host/agent/objects/mib_model.h"
 #include "vrxpub/vrx_tlv_record.h"
 
+namespace vrx {
+
 // A file that is gone with the object.
 class TemporaryFile {
 public:
@@ -124,3 +126,5 @@ std::unique_ptr<CTLVRecordV3> makeRow(unsigned long long identifier, Cells... ce
     (append(std::move(cells)), ...);
     return record;
 }
+
+}  // namespace vrx

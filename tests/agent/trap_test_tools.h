@@ -12,6 +12,8 @@
 #include "host/agent/loop/agent_loop.h"
 #include "host/agent/traps/trap_sender.h"
 
+namespace vrx {
+
 extern "C" int agent_check_and_process(int block);  // Net-SNMP's; oid_vector.h tells why its header is not included
 
 // Turns the loop until the condition holds; false when it does not within a generous time.
@@ -89,3 +91,5 @@ inline std::shared_ptr<const Notification> trapNumbered(unsigned long number) {
     trap->oid = {1, 3, 6, 1, 9, 0, number};
     return trap;
 }
+
+}  // namespace vrx

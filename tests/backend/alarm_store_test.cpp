@@ -11,6 +11,8 @@
 
 #include "tests/backend/test_support.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr std::size_t MANY = 1'000'000;
@@ -334,3 +336,5 @@ TEST(AlarmStoreFile, AStoreOfAnUnknownLayoutIsRefused) {
 TEST(AlarmStoreFile, AMissingDirectoryIsRefused) {
     EXPECT_THROW(AlarmStore("/nonexistent/backend.db", 10), SqliteError);
 }
+
+}  // namespace vrx

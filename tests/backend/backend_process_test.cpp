@@ -21,6 +21,8 @@
 #include "host/transport/backend_result.h"
 #include "tests/backend/test_support.h"
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -350,3 +352,5 @@ TEST_F(BackendProcessTest, NoAcknowledgedAlarmIsLostByKills) {
     const std::set<unsigned int> active = activeSerials(client);
     for (const unsigned int serial : acknowledged) EXPECT_EQ(active.count(serial), 1U) << serial;
 }
+
+}  // namespace vrx

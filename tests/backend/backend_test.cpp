@@ -15,6 +15,8 @@
 #include "host/transport/backend_result.h"
 #include "tests/backend/test_support.h"
 
+namespace vrx {
+
 namespace {
 
 using Result = BackendConnection::Result;
@@ -468,3 +470,5 @@ TEST_F(BackendTest, AStateDirectoryThatCannotBeMadeIsRefused) {
     EXPECT_EQ(startFailure(m_settings), std::make_pair(EX_CANTCREAT, std::string("/nonexistent/state: No such file or "
                                                                                  "directory")));
 }
+
+}  // namespace vrx

@@ -10,6 +10,8 @@
 
 #include "tests/backend/test_support.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr std::size_t LIMIT = std::size_t{4} << 20;
@@ -374,3 +376,5 @@ TEST_F(RequestHandlerTest, AStoreThatFailsIsARefusalAndALogLine) {
     EXPECT_EQ(m_log.lines(), std::vector<std::string>{"error [backend] alarm store: no such table: events"});
     EXPECT_TRUE(m_store.activeAfter(0, 1, LIMIT).empty());
 }
+
+}  // namespace vrx

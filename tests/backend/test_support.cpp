@@ -15,6 +15,8 @@
 
 #include "host/base/logging.h"
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -226,3 +228,5 @@ void answerAll(int descriptor, const Bytes& answer) {
     while (!readPackage(descriptor).empty() && writeAll(descriptor, answer)) {
     }
 }
+
+}  // namespace vrx

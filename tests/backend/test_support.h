@@ -18,6 +18,8 @@
 #include "host/transport/backend_protocol.h"
 #include "vrxpub/vrx_message_package.h"
 
+namespace vrx {
+
 using Bytes = std::vector<unsigned char>;
 
 // Removed with its contents at the end of the scope. Short, as socket paths must be.
@@ -108,3 +110,5 @@ bool writeAll(int descriptor, const Bytes& bytes);
 Bytes readPackage(int descriptor);
 // Answers every request of a connection.
 void answerAll(int descriptor, const Bytes& answer);
+
+}  // namespace vrx

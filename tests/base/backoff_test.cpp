@@ -4,6 +4,8 @@
 
 #include <vector>
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -51,3 +53,5 @@ TEST(Backoff, ASuccessStartsAnew) {
     backoff.failed(BEGIN);
     EXPECT_EQ(backoff.nextTry(), BEGIN + milliseconds(50));
 }
+
+}  // namespace vrx

@@ -5,6 +5,8 @@
 #include "platform/vrx_xml_config.h"
 #include "tests/base/temporary_root.h"
 
+namespace vrx {
+
 namespace {
 
 TEST(DeviceConfigFirstUse, FaultyFileIsLoggedOnceAndEveryValueIsEmptyUntilItIsReloaded) {
@@ -24,3 +26,5 @@ TEST(DeviceConfigFirstUse, FaultyFileIsLoggedOnceAndEveryValueIsEmptyUntilItIsRe
 }
 
 }  // namespace
+
+}  // namespace vrx

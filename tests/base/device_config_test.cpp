@@ -11,6 +11,8 @@
 #include "platform/vrx_xml_config.h"
 #include "tests/base/temporary_root.h"
 
+namespace vrx {
+
 namespace {
 
 using testing::HasSubstr;
@@ -222,3 +224,5 @@ TEST_F(ProcessConfig, ReadersSeeOneFileOrTheOtherWhileItIsReloaded) {
 }
 
 }  // namespace
+
+}  // namespace vrx

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::hours;
@@ -59,3 +61,5 @@ TEST(LatencyHistogram, SumMaximumAndQuantiles) {
 }
 
 }  // namespace
+
+}  // namespace vrx

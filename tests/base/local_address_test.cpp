@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <string>
 
+namespace vrx {
+
 namespace {
 
 const std::string ROOT = "/opt/product";
@@ -96,3 +98,5 @@ TEST(LocalAddress, OtherKindsAreRefused) {
               "backend address: \"udp:127.0.0.1:1\" begins with neither \"unix:\" nor \"tcp:\"");
     EXPECT_EQ(faultOf(""), "backend address: \"\" begins with neither \"unix:\" nor \"tcp:\"");
 }
+
+}  // namespace vrx

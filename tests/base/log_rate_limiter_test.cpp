@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+namespace vrx {
+
 using std::chrono::seconds;
 
 TEST(LogRateLimiterTest, LinesUpToTheBudgetAreWritten) {
@@ -22,3 +24,5 @@ TEST(LogRateLimiterTest, TheNextPeriodTellsHowManyWereLeftOut) {
     EXPECT_EQ(limiter.take(now + seconds(61)), std::nullopt);
     EXPECT_EQ(limiter.take(now + seconds(600)), 1U);
 }
+
+}  // namespace vrx

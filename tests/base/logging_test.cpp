@@ -22,6 +22,8 @@
 #include "platform/vrx_debug_kit.h"
 #include "tests/base/temporary_root.h"
 
+namespace vrx {
+
 namespace {
 
 using testing::AllOf;
@@ -486,3 +488,5 @@ TEST_F(LogOptionsOfDevice, UnknownLevelNamesItsKey) {
 }
 
 }  // namespace
+
+}  // namespace vrx

@@ -8,6 +8,8 @@
 #include "platform/vrx_utility.h"
 #include "tests/base/temporary_root.h"
 
+namespace vrx {
+
 namespace {
 
 // The root is chosen once for a process and stays; what the environment says is looked at in a process of its own.
@@ -88,3 +90,5 @@ TEST(StateFolder, ThatCannotBeMadeThrows) {
 }
 
 }  // namespace
+
+}  // namespace vrx

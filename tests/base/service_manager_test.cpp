@@ -8,6 +8,8 @@
 #include "tests/base/fake_service_manager.h"
 #include "tests/base/temporary_root.h"
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::microseconds;
@@ -149,3 +151,5 @@ TEST_F(ServiceManagerTest, AManagerThatDoesNotReadStopsNobody) {
 }
 
 }  // namespace
+
+}  // namespace vrx

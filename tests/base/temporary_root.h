@@ -9,6 +9,8 @@
 
 #include "host/base/product_root.h"
 
+namespace vrx {
+
 class TemporaryRoot {
 public:
     TemporaryRoot() {
@@ -42,3 +44,5 @@ public:
 private:
     std::string m_path;
 };
+
+}  // namespace vrx

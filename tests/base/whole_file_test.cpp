@@ -8,6 +8,8 @@
 
 #include "tests/base/temporary_root.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr std::size_t LIMIT = 100;
@@ -70,3 +72,5 @@ TEST_F(WholeFileTest, WhatCannotBeReplacedStays) {
 }
 
 }  // namespace
+
+}  // namespace vrx

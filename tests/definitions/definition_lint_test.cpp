@@ -8,6 +8,8 @@
 #include <set>
 #include <sstream>
 
+namespace vrx {
+
 namespace {
 
 using testing::ElementsAre;
@@ -142,3 +144,5 @@ TEST(DefinitionLint, PrintsFileLineSeverityTextAndRule) {
 }
 
 }  // namespace
+
+}  // namespace vrx

@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <thread>
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::hours;
@@ -222,3 +224,5 @@ TEST(LookAtNetwork, AddressOfAnInterfaceThatDoesNotExistIsNotReachable) {
 }
 
 }  // namespace
+
+}  // namespace vrx

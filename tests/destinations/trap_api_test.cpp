@@ -9,6 +9,8 @@
 #include "platform/snmp_trap_api.h"
 #include "tests/base/temporary_root.h"
 
+namespace vrx {
+
 namespace {
 
 using testing::ElementsAre;
@@ -263,3 +265,5 @@ TEST_F(TrapApi, LoopbackIsReachableAndNoAddressIsNot) {
 }
 
 }  // namespace
+
+}  // namespace vrx

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+namespace vrx {
+
 namespace {
 
 using namespace destination_check;
@@ -108,3 +110,5 @@ TEST(DestinationUser, IsUpTo32PrintableCharacters) {
 }
 
 }  // namespace
+
+}  // namespace vrx

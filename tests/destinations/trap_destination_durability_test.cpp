@@ -12,6 +12,8 @@
 #include "host/destinations/trap_destination_store.h"
 #include "tests/base/temporary_root.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr int CYCLES = 25;
@@ -89,3 +91,5 @@ TEST(TrapDestinationDurability, KilledWriterLosesNothingItAcknowledgedAndLeavesN
 }
 
 }  // namespace
+
+}  // namespace vrx

@@ -14,6 +14,8 @@
 #include "host/destinations/trap_destination_result.h"
 #include "tests/base/temporary_root.h"
 
+namespace vrx {
+
 namespace {
 
 using testing::ElementsAre;
@@ -455,3 +457,5 @@ TEST_F(Store, ThreadsChangeAndReadAtTheSameTime) {
 }
 
 }  // namespace
+
+}  // namespace vrx

@@ -10,6 +10,10 @@
 #include "host/destinations/trap_destination_result.h"
 #include "host/destinations/trap_destination_store.h"
 
+namespace vrx {}  // namespace vrx
+
+using namespace vrx;
+
 int main(int argc, char** argv) {
     if (argc != 3) return 2;
     TrapDestinationStore store(argv[1], 100000);

@@ -6,6 +6,8 @@
 
 #include "tests/base/temporary_root.h"
 
+namespace vrx {
+
 namespace {
 
 using engine_file::stateFault;
@@ -86,3 +88,5 @@ TEST(EngineFileTest, OneHoldsTheStateAtATime) {
 }
 
 }  // namespace
+
+}  // namespace vrx

@@ -6,6 +6,8 @@
 #include <random>
 #include <string>
 
+namespace vrx {
+
 namespace {
 
 using namespace std::string_literals;
@@ -182,3 +184,5 @@ TEST(TrapBytes, AlteredBytesAreRefusedOrAnotherWholeTrap) {
     }
     EXPECT_GT(taken, 0);
 }
+
+}  // namespace vrx

@@ -9,6 +9,8 @@
 #include "platform/snmp_basic_impl.h"
 #include "tests/base/temporary_root.h"
 
+namespace vrx {
+
 namespace {
 
 // Identity is read once in the life of a process: each case runs in a process of its own, and fails by ending it with
@@ -63,3 +65,5 @@ TEST(Identity, NodeCodeStaysWhereItIs) {
 }
 
 }  // namespace
+
+}  // namespace vrx

@@ -7,6 +7,8 @@
 #include <limits>
 #include <string>
 
+namespace vrx {
+
 namespace {
 
 std::string written(const std::function<void(BerWriter&)>& write, std::size_t room = 1000) {
@@ -130,3 +132,5 @@ TEST(BerWriter, TellsThatTheBufferIsTooSmallWhereverItEnds) {
 }
 
 }  // namespace
+
+}  // namespace vrx

@@ -9,6 +9,8 @@
 
 #include "tools/agent_call.h"
 
+namespace vrx {
+
 namespace {
 
 std::string tablesOf(const std::string& answer) {
@@ -162,3 +164,5 @@ TEST(StatusSummary, TakesTheAnswerOfAnOlderAgent) {
 TEST(StatusTables, WhatIsNoJsonIsSaid) {
     EXPECT_THROW(tablesOf("nothing here"), AgentCallError);
 }
+
+}  // namespace vrx

@@ -5,6 +5,8 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+namespace vrx {
+
 namespace {
 
 TEST(JoinParameters, JoinsWithCommas) {
@@ -102,3 +104,5 @@ TEST(PrintAlarmsAsJson, KeepsEveryFieldAndReplacesBytesThatAreNoUtf8) {
 }
 
 }  // namespace
+
+}  // namespace vrx

@@ -4,6 +4,8 @@
 
 #include <sstream>
 
+namespace vrx {
+
 namespace {
 
 using testing::ElementsAre;
@@ -60,3 +62,5 @@ TEST(PrintPackage, GivesTheDecodersReasonForWhatIsNoPackage) {
 }
 
 }  // namespace
+
+}  // namespace vrx

@@ -11,6 +11,8 @@
 #include "host/base/device_config.h"
 #include "host/base/product_root.h"
 
+namespace vrx {
+
 namespace {
 
 // A product root with one alarm, whose texts use a value map and an enumeration.
@@ -103,3 +105,5 @@ TEST_F(RenderCommand, SaysThatAnAlarmIsNotDefined) {
 }
 
 }  // namespace
+
+}  // namespace vrx

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+namespace vrx {
+
 TEST(TerminalText, KeepsCharactersOfEveryLength) {
     const std::string text = "az ~\xC2\xA0\xDF\xBF\xE0\xA0\x80\xED\x9F\xBF\xEF\xBF\xBF\xF0\x90\x80\x80\xF4\x8F\xBF\xBF";
     EXPECT_EQ(terminalText(text), text);
@@ -42,3 +44,5 @@ TEST(TerminalText, ShowsWhatIsNoUtf8) {
 TEST(TerminalLines, KeepsLineEndsAndTabsAlone) {
     EXPECT_EQ(terminalLines("a\n\tb\r\x1b"), "a\n\tb\\x0D\\x1B");
 }
+
+}  // namespace vrx

@@ -13,6 +13,8 @@
 #include "host/notification_log/notification_codec.h"
 #include "tools/agent_call.h"
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -283,3 +285,5 @@ TEST_F(TrapCommands, WhatIsNoMomentIsRefusedWithItsText) {
         }
     }
 }
+
+}  // namespace vrx

@@ -12,6 +12,8 @@
 #include "host/base/whole_file.h"
 #include "tests/base/temporary_root.h"
 
+namespace vrx {
+
 namespace {
 
 // As an administrator makes users before the agent is started for the first time. The state belongs to another user
@@ -150,3 +152,5 @@ TEST_F(UserBeforeTheStart, OtherProtocolsAreThoseOfTheLine) {
 }
 
 }  // namespace
+
+}  // namespace vrx

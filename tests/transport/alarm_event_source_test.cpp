@@ -16,6 +16,8 @@
 #include "host/transport/backend_result.h"
 #include "tests/backend/test_support.h"
 
+namespace vrx {
+
 namespace {
 
 using Numbers = std::vector<unsigned long long>;
@@ -593,3 +595,5 @@ TEST_F(AlarmEventSourceTest, ManyEventsArriveInOrder) {
     ASSERT_TRUE(hasEvents(10'000));
     EXPECT_EQ(m_listener.events(), numbersTo(10'000));
 }
+
+}  // namespace vrx

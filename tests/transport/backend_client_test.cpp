@@ -13,6 +13,8 @@
 #include "host/transport/backend_result.h"
 #include "tests/backend/test_support.h"
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -397,3 +399,5 @@ TEST_F(BackendClientTest, WorksOverTcp) {
     ASSERT_EQ(call(client), BACKEND_OK);
     EXPECT_EQ(textOf(*m_response[0], 1), "tcp");
 }
+
+}  // namespace vrx

@@ -11,6 +11,8 @@
 
 #include "tests/backend/test_support.h"
 
+namespace vrx {
+
 namespace {
 
 using Result = BackendConnection::Result;
@@ -240,3 +242,5 @@ TEST(EncodePackage, ARecordWhoseLengthDoesNotFitItsFieldIsRefused) {
     package.append(std::move(record));
     EXPECT_FALSE(encodePackage(package, 1U << 20).has_value());
 }
+
+}  // namespace vrx

@@ -17,6 +17,8 @@
 #include "host/transport/backend_result.h"
 #include "tests/backend/test_support.h"
 
+namespace vrx {
+
 namespace {
 
 class CountingListener : public AlarmEventSource::Listener {
@@ -82,3 +84,5 @@ TEST(SnmpConfiguration, ReachesTheBackendOfTheProductRoot) {
     backend.stop();
     EXPECT_EQ(transport->configure(request, response, false), BACKEND_UNREACHABLE);
 }
+
+}  // namespace vrx

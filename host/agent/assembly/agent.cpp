@@ -5,6 +5,8 @@
 #include "host/snmp/net_snmp.h"
 #include "host/transport/backend_protocol.h"
 
+namespace vrx {
+
 Agent::Agent(AgentLoop& loop, const std::string& root, const std::vector<std::string>& modules)
     : m_loop(loop), m_modules(modules), m_engine(root, root + "/state"), m_loader(root + "/mibs") {
     registerDestinationRules();
@@ -96,3 +98,5 @@ bool Agent::stop(std::chrono::milliseconds patience) {
     m_loop.drain();  // what has come meanwhile is answered
     return ended;
 }
+
+}  // namespace vrx

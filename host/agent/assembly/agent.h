@@ -25,6 +25,8 @@
 #include "host/agent/requests/request_dispatcher.h"
 #include "host/snmp/usm_users.h"
 
+namespace vrx {
+
 class Agent {
 public:
     // Reads the engine's configuration and loads the modules; no request comes yet. The loop outlives the agent.
@@ -82,3 +84,5 @@ private:
     std::unique_ptr<RequestDispatcher> m_dispatcher;
     std::vector<std::unique_ptr<ObjectRegistration>> m_registrations;
 };
+
+}  // namespace vrx

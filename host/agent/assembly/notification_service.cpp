@@ -13,6 +13,8 @@
 #include "platform/snmp_trap_api.h"
 #include "platform/vrx_utility.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr std::chrono::seconds LIST_INTERVAL{1};  // between two attempts to read the list of trap destinations
@@ -163,3 +165,5 @@ NotificationStatus NotificationService::status() const {
     status.backendAddress = m_source.address();
     return status;
 }
+
+}  // namespace vrx

@@ -28,6 +28,8 @@
 #include "host/agent/traps/trap_sender.h"
 #include "host/transport/alarm_event_source.h"
 
+namespace vrx {
+
 struct NotificationStatus {
     NotificationPipeline::Counters path;
     AlarmEventSource::Counters source;
@@ -114,3 +116,5 @@ private:
     std::shared_ptr<DestinationReader> m_reader;  // shared with the listener of the list, which another thread may run
     bool m_running = false;
 };
+
+}  // namespace vrx

@@ -6,6 +6,8 @@
 
 #include "host/agent/delivery/notification_pdu.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr unsigned char SEQUENCE = ASN_SEQUENCE | ASN_CONSTRUCTOR;
@@ -139,3 +141,5 @@ std::optional<std::size_t> longestMessageV3(const Notification& trap, std::size_
     if (!plain) return std::nullopt;
     return *plain + GLOBAL_DATA + SECURITY + SCOPED_PDU + names;
 }
+
+}  // namespace vrx

@@ -15,6 +15,8 @@
 #include "host/notification_log/notification.h"
 #include "host/snmp/ber_writer.h"
 
+namespace vrx {
+
 // SNMPv2-Trap-PDU.
 bool writeTrap(BerWriter& out, const Notification& trap, std::string_view community, unsigned long upTime,
                long requestId);
@@ -27,3 +29,5 @@ bool writeTrapV1(BerWriter& out, const Notification& trap, std::string_view comm
 // any security level, with names and IDs that have `names` octets together. Nothing where writeTrap() is false.
 std::optional<std::size_t> longestMessage(const Notification& trap, std::string_view community);
 std::optional<std::size_t> longestMessageV3(const Notification& trap, std::size_t names);
+
+}  // namespace vrx

@@ -15,6 +15,8 @@
 #include "host/base/memory_retry.h"
 #include "host/base/thread_without_signals.h"
 
+namespace vrx {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -162,3 +164,5 @@ std::string faultOfZone(const std::string& address) {
                                                      name) != nullptr;
     return exists ? "" : "no network interface has the zone of " + address;
 }
+
+}  // namespace vrx

@@ -16,6 +16,8 @@
 #include <set>
 #include <string>
 
+namespace vrx {
+
 class NameResolver {
 public:
     using Answer = std::function<void(const std::string& name, const std::string& address)>;
@@ -48,3 +50,5 @@ bool isIpv6Address(const std::string& text);
 // not exist for none at all, and the datagram leaves somewhere; without one the system does not know where a link-local
 // address is.
 std::string faultOfZone(const std::string& address);
+
+}  // namespace vrx

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <string>
 
+namespace vrx {
+
 namespace {
 
 bool isCuttable(const SnmpValue& value) {
@@ -56,3 +58,5 @@ FittedNotification::FittedNotification(const Notification& trap, std::size_t siz
 std::string tooLongText(const FittedNotification& fitted) {
     return "its message has " + std::to_string(fitted.size()) + " octets, with all texts shortened";
 }
+
+}  // namespace vrx

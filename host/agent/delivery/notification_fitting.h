@@ -16,6 +16,8 @@
 
 #include "host/notification_log/notification.h"
 
+namespace vrx {
+
 constexpr std::size_t LONGEST_MESSAGE = 65507;     // octets of a UDP datagram's largest payload over IPv4
 constexpr std::size_t SHORTEST_MAX_MESSAGE = 484;  // RFC 3412: each engine takes as much
 constexpr std::size_t LONGEST_WHOLE_TEXT = 32;
@@ -43,3 +45,5 @@ private:
 
 // Why one that goes into no datagram is not sent.
 std::string tooLongText(const FittedNotification& fitted);
+
+}  // namespace vrx

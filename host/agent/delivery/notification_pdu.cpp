@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstring>
 
+namespace vrx {
+
 const OidVector SYS_UP_TIME = {1, 3, 6, 1, 2, 1, 1, 3, 0};
 const OidVector SNMP_TRAP_OID = {1, 3, 6, 1, 6, 3, 1, 1, 4, 1, 0};
 
@@ -90,3 +92,5 @@ bool isFaultOfPdu(int snmpError, int systemError) {
     return snmpError == SNMPERR_TOO_LONG || snmpError == SNMPERR_BAD_ASN1_BUILD ||
            (snmpError == SNMPERR_BAD_SENDTO && systemError == EMSGSIZE);
 }
+
+}  // namespace vrx

@@ -12,6 +12,8 @@
 
 #include "host/notification_log/notification.h"
 
+namespace vrx {
+
 struct FreePdu {
     void operator()(netsnmp_pdu* pdu) const { snmp_free_pdu(pdu); }
 };
@@ -41,3 +43,5 @@ PduPointer makeTrapPduV1(const Notification& trap, unsigned long upTime, std::ui
 // Of the errors that the library leaves in a session when it cannot send a PDU: no message can be made of this one, or
 // none that goes into a datagram, whatever is tried.
 bool isFaultOfPdu(int snmpError, int systemError);
+
+}  // namespace vrx

@@ -4,6 +4,8 @@
 #include <cctype>
 #include <utility>
 
+namespace vrx {
+
 namespace {
 
 constexpr std::size_t KEY_DIGITS = 10;
@@ -35,3 +37,5 @@ void NotificationSink::sendColdStart() {
     for (const auto& entry : *all) chosen.push_back(entry.second);
     submit(NotificationOrigin(), *all, chosen, std::move(trap), nullptr);
 }
+
+}  // namespace vrx

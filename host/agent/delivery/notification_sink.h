@@ -14,6 +14,8 @@
 #include "host/notification_log/notification.h"
 #include "platform/trap_dest_info.h"
 
+namespace vrx {
+
 // Destinations by their number with leading zeros: the order of the keys is that of the numbers.
 using TrapDestinationMap = std::map<std::string, tTrapDestInfo>;
 
@@ -58,3 +60,5 @@ public:
     // what storing throws.
     virtual void startAfter(unsigned long long sequence) { (void)sequence; }
 };
+
+}  // namespace vrx

@@ -5,6 +5,8 @@
 
 #include "host/base/memory_retry.h"
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -88,3 +90,5 @@ void SendScheduler::stop() {
     m_stopped = true;
     m_resolver.reset();
 }
+
+}  // namespace vrx

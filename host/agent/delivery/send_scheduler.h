@@ -24,6 +24,8 @@
 #include "host/agent/delivery/name_resolver.h"
 #include "host/agent/loop/agent_loop.h"
 
+namespace vrx {
+
 class SendScheduler {
 public:
     using Clock = std::chrono::steady_clock;
@@ -72,3 +74,5 @@ private:
     std::shared_ptr<int> m_alive = std::make_shared<int>(0);  // tasks in the loop hold it weakly
     std::unique_ptr<NameResolver> m_resolver;                 // last: its thread uses the others
 };
+
+}  // namespace vrx

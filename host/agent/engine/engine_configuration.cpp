@@ -12,6 +12,8 @@
 #include "host/base/whole_file.h"
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr std::size_t LARGEST_FILE = std::size_t{1} << 20U;
@@ -120,3 +122,5 @@ void EngineConfiguration::tell(std::size_t line, const std::string& fault) const
     std::replace(oneLine.begin(), oneLine.end(), '\n', ' ');
     m_onFault(m_path + ":" + std::to_string(line) + ": " + oneLine);
 }
+
+}  // namespace vrx

@@ -16,6 +16,8 @@
 #include <string>
 #include <vector>
 
+namespace vrx {
+
 class EngineConfiguration {
 public:
     // Called with "FILE:LINE: text", or "FILE: text".
@@ -47,3 +49,5 @@ private:
     const OnFault m_onFault;
     std::vector<Line> m_lines;
 };
+
+}  // namespace vrx

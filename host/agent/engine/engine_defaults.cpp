@@ -15,6 +15,8 @@
 
 #include "host/snmp/oid_vector.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr std::array DEFAULT_WORDS = {
@@ -85,3 +87,5 @@ void setDefaultView() {
         entry->viewStatus = RS_ACTIVE;
     }
 }
+
+}  // namespace vrx

@@ -5,6 +5,8 @@
 // Threads: agent thread only.
 #pragma once
 
+namespace vrx {
+
 // Before the configuration is read for the first time, and after the library's groups are registered.
 void setSystemName();
 
@@ -16,3 +18,5 @@ void listMibModules();
 
 // After each reading of the configuration.
 void setDefaultView();
+
+}  // namespace vrx

@@ -15,6 +15,8 @@
 #include "host/agent/loop/agent_log.h"
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -147,3 +149,5 @@ std::string EngineState::write() const {
     if (!isWhole(draft)) return "the draft is not whole, is the disk full?";
     return putInPlace(draft, m_folder / draft.filename());
 }
+
+}  // namespace vrx

@@ -14,6 +14,8 @@
 
 #include "host/engine_files/engine_file.h"
 
+namespace vrx {
+
 // The engine cannot start; what() says what to mend.
 class EngineError : public std::runtime_error {
 public:
@@ -47,3 +49,5 @@ private:
     FileDescriptor m_lock;
     bool m_failing = false;
 };
+
+}  // namespace vrx

@@ -9,6 +9,8 @@
 #include "host/engine_files/engine_file.h"
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 namespace {
 
 using Words = std::vector<std::string>;
@@ -245,3 +247,5 @@ std::vector<std::string> wordsOf(const std::string& arguments) {
     }
     return words;
 }
+
+}  // namespace vrx

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+namespace vrx {
+
 // The group of words that is not the agent's own: "[snmp] WORD ARGUMENTS".
 inline constexpr const char* LIBRARY_SECTION = "snmp";
 
@@ -20,3 +22,5 @@ std::string libraryDirectiveFault(const std::string& word, const std::string& ar
 // The words of a line, as the library cuts them: a word in quotes may hold blanks, a backslash takes the next character
 // as it is.
 std::vector<std::string> wordsOf(const std::string& arguments);
+
+}  // namespace vrx

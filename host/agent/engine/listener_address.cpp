@@ -6,6 +6,8 @@
 
 #include "platform/vrx_utility.h"
 
+namespace vrx {
+
 std::vector<std::string> splitListeners(const std::string& list) {
     std::vector<std::string> pieces;
     std::istringstream in(list);
@@ -38,3 +40,5 @@ std::string listenerFault(const std::string& address) {
     if (number < 1 || number > MAX_PORT) return "\"" + address + "\": the port is no number from 1 to 65535";
     return {};
 }
+
+}  // namespace vrx

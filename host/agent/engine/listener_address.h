@@ -5,8 +5,12 @@
 #include <string>
 #include <vector>
 
+namespace vrx {
+
 // The addresses of a list; empty ones are left out.
 std::vector<std::string> splitListeners(const std::string& list);
 
 // What is wrong with an address, with the address in it; empty when it can be listened on as far as its text tells.
 std::string listenerFault(const std::string& address);
+
+}  // namespace vrx

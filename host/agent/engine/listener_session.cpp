@@ -5,6 +5,8 @@
 #include "host/agent/engine/message_numbers.h"
 #include "host/agent/requests/answer_size.h"
 
+namespace vrx {
+
 namespace {
 
 int countPacket(netsnmp_session*, netsnmp_transport*, void*, int) {
@@ -36,3 +38,5 @@ netsnmp_session* openSession(netsnmp_transport* transport, RequestDispatcher& di
     if (opened == nullptr) error = snmp_api_errstring(session.s_snmp_errno);
     return opened;
 }
+
+}  // namespace vrx

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <optional>
 
+namespace vrx {
+
 namespace {
 
 constexpr unsigned char SEQUENCE = ASN_SEQUENCE | ASN_CONSTRUCTOR;
@@ -151,3 +153,5 @@ void checkScopedPdus() {
     g_decode = security->decode;
     security->decode = decode;
 }
+
+}  // namespace vrx

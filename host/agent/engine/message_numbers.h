@@ -12,6 +12,8 @@
 
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 // Of a whole message; of an SNMPv3 one only what is around its scoped PDU.
 bool messageNumbersFit(const unsigned char* message, std::size_t size);
 
@@ -23,3 +25,5 @@ int parseMessage(netsnmp_session* session, netsnmp_pdu* pdu, unsigned char* mess
 
 // From now on the engine's user-based security looks at scoped PDUs. After init_snmp().
 void checkScopedPdus();
+
+}  // namespace vrx

@@ -1,5 +1,7 @@
 #include "host/agent/engine/parser_faults.h"
 
+namespace vrx {
+
 namespace {
 
 // Null while no parser runs. The library, which frees the arguments of its callbacks, can have none of ours.
@@ -38,3 +40,5 @@ bool takeParserFault(const std::string& line) {
     }
     return false;
 }
+
+}  // namespace vrx

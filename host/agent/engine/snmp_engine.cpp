@@ -20,6 +20,8 @@
 #include "host/snmp/net_snmp.h"
 #include "host/snmp/usm_users.h"
 
+namespace vrx {
+
 // The standard groups are in a library of their own, whose headers are not installed.
 extern "C" {
 void init_system_mib();
@@ -275,3 +277,5 @@ void SnmpEngine::closeListeners() {
     m_listeners.clear();
     m_streams.reset();
 }
+
+}  // namespace vrx

@@ -23,6 +23,8 @@
 #include "host/agent/settings/inform_directives.h"
 #include "host/engine_files/user_protocols.h"
 
+namespace vrx {
+
 // SNMPv3's name of this agent, how often it was started under it, and since when it runs.
 struct EngineIdentity {
     std::string id;  // hexadecimal digits
@@ -100,3 +102,5 @@ private:
     std::vector<netsnmp_session*> m_listeners;
     std::unique_ptr<StreamListeners> m_streams;  // when an address is one of theirs
 };
+
+}  // namespace vrx

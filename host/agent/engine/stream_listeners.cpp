@@ -21,6 +21,8 @@
 #include "host/agent/loop/agent_log.h"
 #include "host/agent/requests/request_dispatcher.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr int READ_AT_ONCE = 1024;               // octets of one client, then it is the others' turn
@@ -300,3 +302,5 @@ void StreamListeners::armTimer(bool on) {
     if (on) second.it_value.tv_sec = second.it_interval.tv_sec = 1;
     m_ticking = ::timerfd_settime(m_timer.get(), 0, &second, nullptr) == 0 && on;
 }
+
+}  // namespace vrx

@@ -22,6 +22,8 @@
 #include "host/base/log_rate_limiter.h"
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 class RequestDispatcher;
 
 class StreamListeners {
@@ -86,3 +88,5 @@ private:
     std::map<int, Connection> m_connections;  // by descriptor
     LogRateLimiter m_lines;
 };
+
+}  // namespace vrx

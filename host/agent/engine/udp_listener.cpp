@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 
+namespace vrx {
+
 namespace {
 
 using Pair = netsnmp_indexed_addr_pair;
@@ -104,3 +106,5 @@ void receiveDirectly(netsnmp_transport& transport) {
     transport.f_recv = receive;
     transport.f_send = send;
 }
+
+}  // namespace vrx

@@ -6,5 +6,9 @@
 
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 // Takes the transport over, if it is a listener for UDP over IPv4. Its data stay as the library has them.
 void receiveDirectly(netsnmp_transport& transport);
+
+}  // namespace vrx

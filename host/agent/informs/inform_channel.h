@@ -15,6 +15,8 @@
 #include "host/agent/informs/inform_destination.h"
 #include "host/notification_log/notification.h"
 
+namespace vrx {
+
 struct Inform {
     std::uint64_t number = 0;  // gives the request ID: the same each time that it is sent
     std::uint32_t upTime = 0;  // sysUpTime of the event
@@ -58,3 +60,5 @@ public:
     virtual std::unique_ptr<InformChannel> open(const InformPeer& peer, const std::string& address,
                                                 std::string& failure) = 0;
 };
+
+}  // namespace vrx

@@ -8,6 +8,8 @@
 #include <optional>
 #include <string>
 
+namespace vrx {
+
 // How the receiver is reached and spoken to.
 struct InformPeer {
     std::string host;  // IPv4 or IPv6 address, or a host name
@@ -56,3 +58,5 @@ struct InformDestination {
         return (isIpv6 ? "[" + peer.host + "]" : peer.host) + ":" + std::to_string(peer.port);
     }
 };
+
+}  // namespace vrx

@@ -10,6 +10,8 @@
 #include "host/base/thread_without_signals.h"
 #include "host/notification_log/notification_codec.h"
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -436,3 +438,5 @@ void InformQueue::refill(const std::shared_ptr<Lane>& lane) {
     }
     if (ready) m_onReady();
 }
+
+}  // namespace vrx

@@ -32,6 +32,8 @@
 #include "host/agent/informs/inform_channel.h"
 #include "host/base/sqlite_database.h"
 
+namespace vrx {
+
 class InformQueue {
 public:
     using Settled = std::function<void()>;
@@ -107,3 +109,5 @@ private:
 
     std::thread m_thread;
 };
+
+}  // namespace vrx

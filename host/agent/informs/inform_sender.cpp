@@ -10,6 +10,8 @@
 #include "host/notification_log/notification_subject.h"
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -374,3 +376,5 @@ void InformSender::noteState(const std::string& key, InformState state, const st
         agent_log::warn(line);
     }
 }
+
+}  // namespace vrx

@@ -28,6 +28,8 @@
 #include "host/agent/informs/inform_status.h"
 #include "host/agent/loop/agent_loop.h"
 
+namespace vrx {
+
 class InformSender : public NotificationSink {
 public:
     // `loop` and `transport` outlive the sender. Throws SqliteError when the queue's file cannot be used.
@@ -115,3 +117,5 @@ private:
     SendScheduler m_scheduler;
     InformQueue m_queue;  // after the scheduler: its thread wakes them
 };
+
+}  // namespace vrx

@@ -2,6 +2,8 @@
 
 #include <numeric>
 
+namespace vrx {
+
 namespace {
 
 constexpr const char* DROP_TEXTS[INFORM_DROPS] = {
@@ -53,3 +55,5 @@ std::string InformCounters::text() const {
            std::to_string(filtered) + ", dropped " + std::to_string(droppedInAll) + reasons + ", waiting " +
            std::to_string(waiting);
 }
+
+}  // namespace vrx

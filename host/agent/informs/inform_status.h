@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+namespace vrx {
+
 enum class InformDrop {
     QueueFull,   // too many were waiting
     Refused,     // the receiver answered with an error
@@ -67,3 +69,5 @@ struct InformStatus {
     std::vector<InformDestinationStatus> destinations;
     InformCounters former;  // of receivers that are gone, added up
 };
+
+}  // namespace vrx

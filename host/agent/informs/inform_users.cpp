@@ -6,6 +6,8 @@
 #include "host/snmp/net_snmp.h"
 #include "host/snmp/usm_users.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr const char* OTHER_KEYS = "the engine of the receiver has a user of that name with other keys here";
@@ -97,3 +99,5 @@ InformUsers::Hold InformUsers::acquire(const std::string& engine, const InformPe
     failure = "its user cannot be made";
     return nullptr;
 }
+
+}  // namespace vrx

@@ -12,6 +12,8 @@
 
 #include "host/agent/informs/inform_destination.h"
 
+namespace vrx {
+
 class InformUsers {
 public:
     // While it lives, the user is in the library's list.
@@ -26,3 +28,5 @@ private:
     using Key = std::pair<std::string, std::string>;  // engine, name
     std::map<Key, std::weak_ptr<const InformPeer>> m_held;
 };
+
+}  // namespace vrx

@@ -14,6 +14,8 @@
 
 #include <net-snmp/library/lcd_time.h>
 
+namespace vrx {
+
 namespace {
 
 constexpr unsigned int SNMPV3 = 3;
@@ -318,3 +320,5 @@ std::unique_ptr<InformChannel> NetSnmpInformTransport::open(const InformPeer& pe
     session->flags |= SNMP_FLAGS_DONT_PROBE | SNMP_FLAGS_USER_CREATED;
     return std::make_unique<NetSnmpInformChannel>(m_loop, m_users, peer, std::move(session));
 }
+
+}  // namespace vrx

@@ -13,6 +13,8 @@
 #include "host/agent/informs/inform_users.h"
 #include "host/agent/loop/agent_loop.h"
 
+namespace vrx {
+
 class NetSnmpInformTransport : public InformTransport {
 public:
     // The loop outlives the transport, which outlives its channels.
@@ -25,3 +27,5 @@ private:
     AgentLoop& m_loop;
     InformUsers m_users;
 };
+
+}  // namespace vrx

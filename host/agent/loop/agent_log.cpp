@@ -5,6 +5,8 @@
 
 #include "host/base/logging.h"
 
+namespace vrx {
+
 namespace agent_log {
 
 void error(const std::string& text) {
@@ -34,3 +36,5 @@ void fault(std::initializer_list<std::string_view> pieces) noexcept {
 }
 
 }  // namespace agent_log
+
+}  // namespace vrx

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+namespace vrx {
+
 namespace agent_log {
 
 void error(const std::string& text);
@@ -17,3 +19,5 @@ void debug(const std::string& text);
 void fault(std::initializer_list<std::string_view> pieces) noexcept;
 
 }  // namespace agent_log
+
+}  // namespace vrx

@@ -13,6 +13,8 @@
 #include "host/agent/loop/agent_log.h"
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 namespace {
 
 // The agent thread blocks in select while nothing happens; both descriptors only interrupt that wait.
@@ -116,3 +118,5 @@ void AgentLoop::armTimer() {
     }
     ::timerfd_settime(m_timer, 0, &when, nullptr);
 }
+
+}  // namespace vrx

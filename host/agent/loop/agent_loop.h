@@ -16,6 +16,8 @@
 #include <mutex>
 #include <vector>
 
+namespace vrx {
+
 class AgentLoop {
 public:
     using Task = std::function<void()>;
@@ -54,3 +56,5 @@ private:
     std::mutex m_mutex;
     std::vector<Task> m_posted;  // guarded by m_mutex
 };
+
+}  // namespace vrx

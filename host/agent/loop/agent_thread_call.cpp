@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <utility>
 
+namespace vrx {
+
 struct AgentThreadCall::State {
     std::mutex mutex;
     std::condition_variable changed;
@@ -36,3 +38,5 @@ void AgentThreadCall::run(std::function<void(const Finished& finished)> start, s
     if (*done) return;
     throw std::runtime_error(m_state->ended ? "the agent is ending" : "the agent is busy");
 }
+
+}  // namespace vrx

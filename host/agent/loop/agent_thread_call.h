@@ -13,6 +13,8 @@
 
 #include "host/agent/loop/agent_loop.h"
 
+namespace vrx {
+
 class AgentThreadCall {
 public:
     static constexpr std::chrono::milliseconds TIMEOUT{5'000};
@@ -50,3 +52,5 @@ private:
     AgentLoop& m_loop;
     const std::shared_ptr<State> m_state;  // shared with what was started
 };
+
+}  // namespace vrx

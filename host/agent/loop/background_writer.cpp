@@ -6,6 +6,8 @@
 #include "host/base/memory_retry.h"
 #include "host/base/thread_without_signals.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr std::chrono::milliseconds WRITE_INTERVAL{100};
@@ -48,3 +50,5 @@ void BackgroundWriter::run() {
         m_changed.wait_for(lock, WRITE_INTERVAL, [this] { return m_stopping; });
     }
 }
+
+}  // namespace vrx

@@ -16,6 +16,8 @@
 #include <mutex>
 #include <thread>
 
+namespace vrx {
+
 class BackgroundWriter {
 public:
     // Throws std::system_error when no thread can be started.
@@ -42,3 +44,5 @@ private:
 
     std::thread m_thread;
 };
+
+}  // namespace vrx

@@ -6,6 +6,8 @@
 
 #include "host/base/thread_without_signals.h"
 
+namespace vrx {
+
 ObjectWorker::ObjectWorker(const std::string& name) {
     m_thread = threadWithoutSignals([this] { run(); });
     pthread_setname_np(m_thread.native_handle(), name.substr(0, 15).c_str());
@@ -51,3 +53,5 @@ void ObjectWorker::run() {
     m_ended = true;
     m_wakeup.notify_all();
 }
+
+}  // namespace vrx

@@ -12,6 +12,8 @@
 #include <string>
 #include <thread>
 
+namespace vrx {
+
 class ObjectWorker {
 public:
     explicit ObjectWorker(const std::string& name);  // of the thread, for debuggers: its first 15 characters
@@ -37,3 +39,5 @@ private:
     bool m_ended = false;                      // guarded by m_mutex
     std::thread m_thread;                      // last: it uses the others
 };
+
+}  // namespace vrx

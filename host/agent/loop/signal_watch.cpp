@@ -11,6 +11,8 @@
 
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 SignalWatch::SignalWatch(std::map<int, std::function<void()>> actions) : m_actions(std::move(actions)) {
     sigset_t signals;
     sigemptyset(&signals);
@@ -34,3 +36,5 @@ void SignalWatch::deliver() {
         if (action != m_actions.end()) action->second();
     }
 }
+
+}  // namespace vrx

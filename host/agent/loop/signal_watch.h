@@ -6,6 +6,8 @@
 #include <functional>
 #include <map>
 
+namespace vrx {
+
 class SignalWatch {
 public:
     // Blocks the signals and calls their function from the loop. Throws std::system_error.
@@ -20,3 +22,5 @@ private:
     std::map<int, std::function<void()>> m_actions;
     int m_descriptor;
 };
+
+}  // namespace vrx

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+namespace vrx {
+
 Watchdog::Watchdog(AgentLoop& loop, const ServiceManager& manager) : m_loop(loop), m_manager(manager) {
     if (m_manager.aliveInterval().count() > 0) ping();
 }
@@ -13,3 +15,5 @@ void Watchdog::ping() {
         if (!alive.expired()) ping();
     });
 }
+
+}  // namespace vrx

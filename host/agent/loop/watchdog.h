@@ -9,6 +9,8 @@
 #include "host/agent/loop/agent_loop.h"
 #include "host/base/service_manager.h"
 
+namespace vrx {
+
 class Watchdog {
 public:
     // Both outlive the watchdog. Does nothing when the manager expects nothing.
@@ -23,3 +25,5 @@ private:
     const ServiceManager& m_manager;
     std::shared_ptr<int> m_alive = std::make_shared<int>(0);  // tasks in the loop hold it weakly
 };
+
+}  // namespace vrx

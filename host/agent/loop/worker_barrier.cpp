@@ -2,6 +2,8 @@
 
 #include <utility>
 
+namespace vrx {
+
 void WorkerBarrier::hold(const std::vector<ObjectWorker*>& workers, std::function<void()> held) {
     m_hold = std::make_shared<Hold>();
     m_hold->missing = workers.size();
@@ -26,3 +28,5 @@ void WorkerBarrier::release() {
     hold->open = true;
     hold->changed.notify_all();
 }
+
+}  // namespace vrx

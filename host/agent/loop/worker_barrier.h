@@ -16,6 +16,8 @@
 
 #include "host/agent/loop/object_worker.h"
 
+namespace vrx {
+
 class WorkerBarrier {
 public:
     WorkerBarrier() = default;
@@ -38,3 +40,5 @@ private:
     };
     std::shared_ptr<Hold> m_hold;  // shared with the jobs: they may run after the barrier has gone
 };
+
+}  // namespace vrx

@@ -4,6 +4,8 @@
 
 #include "host/agent/notifications/alarm_event.h"
 
+namespace vrx {
+
 void ActiveAlarms::onConnected(const BackendState& state) {
     Levels levels;
     levels.reserve(state.alarms.size());
@@ -73,3 +75,5 @@ void ActiveAlarms::noteChange(const Moment& now) {
 void ActiveAlarms::count(FaultLevel level, int difference) {
     m_state.ofLevel.at(static_cast<std::size_t>(level) - 1) += static_cast<std::size_t>(difference);
 }
+
+}  // namespace vrx

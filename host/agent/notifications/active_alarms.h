@@ -24,6 +24,8 @@
 #include "host/notification_log/fault_level.h"
 #include "host/transport/alarm_event_source.h"
 
+namespace vrx {
+
 class ActiveAlarms : public AlarmEventSource::Listener {
 public:
     // A moment, by the clock of days and by the one that nobody sets.
@@ -72,3 +74,5 @@ private:
     mutable std::mutex m_mutex;
     State m_state;  // guarded by m_mutex
 };
+
+}  // namespace vrx

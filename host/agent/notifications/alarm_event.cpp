@@ -3,6 +3,8 @@
 #include "host/transport/backend_protocol.h"
 #include "module/vrx_exception.h"
 
+namespace vrx {
+
 namespace {
 
 template <typename Reader>
@@ -31,3 +33,5 @@ AlarmEvent alarmEventOf(const CTLVRecordV3& record) {
     event.raised = !isSet(record, alarm_tag::ENDED) && !isSet(record, alarm_tag::SECOND_END);
     return event;
 }
+
+}  // namespace vrx

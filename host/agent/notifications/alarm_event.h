@@ -9,6 +9,8 @@
 
 class CTLVRecordV3;
 
+namespace vrx {
+
 struct AlarmEvent {
     std::uint64_t alarmId = 0;           // of the definition
     std::uint32_t serial = 0;            // of this alarm
@@ -19,3 +21,5 @@ struct AlarmEvent {
 
 // What is missing or unreadable stays as it is above. Throws std::bad_alloc only.
 AlarmEvent alarmEventOf(const CTLVRecordV3& record);
+
+}  // namespace vrx

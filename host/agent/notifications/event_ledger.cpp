@@ -5,6 +5,8 @@
 
 #include "host/agent/loop/agent_log.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr const char* SCHEMA =
@@ -155,3 +157,5 @@ bool EventLedger::tryToFlush() {
     }
     return !m_writeFailed;
 }
+
+}  // namespace vrx

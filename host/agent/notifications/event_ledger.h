@@ -23,6 +23,8 @@
 #include "host/agent/loop/background_writer.h"
 #include "host/base/sqlite_database.h"
 
+namespace vrx {
+
 class EventLedger {
 public:
     using Sequence = unsigned long long;
@@ -85,3 +87,5 @@ private:
 
     BackgroundWriter m_writer;  // last: its thread uses the others
 };
+
+}  // namespace vrx

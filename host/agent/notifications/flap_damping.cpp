@@ -5,6 +5,8 @@
 #include <iterator>
 #include <new>
 
+namespace vrx {
+
 namespace {
 
 constexpr std::size_t MOST_HELD = 2;  // of a stream: an end, and a raise after it
@@ -200,3 +202,5 @@ void FlapDamping::forgetOne(Verdict& verdict) {
     m_byAge.erase(victim);
     m_alarms.erase(alarm);
 }
+
+}  // namespace vrx

@@ -39,6 +39,8 @@
 #include <utility>
 #include <vector>
 
+namespace vrx {
+
 struct FlapDampingLimits {
     unsigned int changes = 0;           // within the window are flapping; 0: nothing is ever held
     std::chrono::seconds window{60};    // of these changes
@@ -138,3 +140,5 @@ private:
     std::set<std::tuple<Clock::time_point, Name, Stream>> m_due;  // at least those that are
     std::size_t m_held = 0;
 };
+
+}  // namespace vrx

@@ -7,6 +7,8 @@
 #include "host/base/memory_retry.h"
 #include "host/notification_log/notification_codec.h"
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -321,3 +323,5 @@ std::optional<NotificationDelivery::Place> NotificationDelivery::find(const std:
     }
     return std::nullopt;
 }
+
+}  // namespace vrx

@@ -30,6 +30,8 @@
 #include "host/agent/notifications/flap_damping.h"
 #include "host/agent/notifications/notification_log.h"
 
+namespace vrx {
+
 // What was asked for cannot be done; the text is for whoever asked.
 class SendAgainFault : public std::runtime_error {
 public:
@@ -145,3 +147,5 @@ private:
 // What people know a destination by: its number in the trap destination table; "HOST:PORT" for one that stands in the
 // configuration.
 std::string destinationName(const tTrapDestInfo& info);
+
+}  // namespace vrx

@@ -7,6 +7,8 @@
 #include "host/base/memory_retry.h"
 #include "host/notification_log/notification_codec.h"
 
+namespace vrx {
+
 namespace {
 
 // Entries of one transaction: readers wait for none of them long, and memory for their bytes stays small.
@@ -141,3 +143,5 @@ bool NotificationLog::tryToFlush() {
     m_counters.fault = std::move(fault);
     return m_counters.fault.empty();
 }
+
+}  // namespace vrx

@@ -23,6 +23,8 @@
 #include "host/notification_log/notification.h"
 #include "host/notification_log/notification_log_file.h"
 
+namespace vrx {
+
 class NotificationLog {
 public:
     struct Counters {
@@ -83,3 +85,5 @@ private:
 
     BackgroundWriter m_writer;  // last: its thread uses the others
 };
+
+}  // namespace vrx

@@ -13,6 +13,8 @@
 #include "host/transport/backend_protocol.h"
 #include "platform/notify_msg_handler.h"
 
+namespace vrx {
+
 namespace {
 
 // Of each place in the module, for one trap.
@@ -238,3 +240,5 @@ std::shared_ptr<const Notification> NotificationPipeline::build(INotifyMsgHandle
     m_quiet = false;
     return trap;
 }
+
+}  // namespace vrx

@@ -31,6 +31,8 @@
 
 class INotifyMsgHandler;
 
+namespace vrx {
+
 class NotificationPipeline : public AlarmEventSource::Listener {
 public:
     struct Counters {
@@ -107,3 +109,5 @@ private:
     std::atomic<std::uint64_t> m_notBuilt{0};
     std::atomic<std::uint64_t> m_badRecords{0};
 };
+
+}  // namespace vrx

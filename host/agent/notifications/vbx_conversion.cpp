@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <limits>
 
+namespace vrx {
+
 namespace {
 
 constexpr Snmp_pp::SmiUINT32 SHORTEST_NAME = 2;  // BER puts the first two sub-identifiers into one number
@@ -114,3 +116,5 @@ Notification trapOf(const Snmp_pp::Oid& trapOid, const Agentpp::Vbx* bindings, i
     }
     return trap;
 }
+
+}  // namespace vrx

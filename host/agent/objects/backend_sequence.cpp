@@ -6,6 +6,8 @@
 #include "host/transport/backend_protocol.h"
 #include "platform/snmp_configuration.h"
 
+namespace vrx {
+
 std::optional<std::uint64_t> lastBackendEvent() {
     try {
         CR8KPackageV3 request;
@@ -18,3 +20,5 @@ std::optional<std::uint64_t> lastBackendEvent() {
         return std::nullopt;
     }
 }
+
+}  // namespace vrx

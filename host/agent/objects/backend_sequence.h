@@ -6,6 +6,10 @@
 #include <cstdint>
 #include <optional>
 
+namespace vrx {
+
 // The number of the backend's last event; nothing when it does not tell. Two equal answers mean that no alarm was
 // raised or cleared between them.
 std::optional<std::uint64_t> lastBackendEvent();
+
+}  // namespace vrx

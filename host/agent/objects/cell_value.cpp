@@ -8,6 +8,8 @@
 
 #include "vrxpub/vrx_little_endian.h"
 
+namespace vrx {
+
 static_assert(NO_VALUE == ASN_NULL);
 
 namespace {
@@ -147,3 +149,5 @@ std::unique_ptr<CTLVCell> copyCell(const CTLVCell& cell) {
     copy->set_i(cell.type(), cell.tag(), cell.data(), cell.length());
     return copy;
 }
+
+}  // namespace vrx

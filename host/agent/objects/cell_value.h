@@ -17,6 +17,8 @@
 #include "host/snmp/snmp_value.h"
 #include "vrxpub/vrx_tlv_cell.h"
 
+namespace vrx {
+
 // The bytes of a STRING (without its terminating zero) or OCTETS cell where they lie; nothing for other cells.
 std::optional<std::string_view> textOfCell(const CTLVCell& cell);
 
@@ -32,3 +34,5 @@ std::unique_ptr<CTLVCell> cellOfVarbind(const netsnmp_variable_list& varbind, un
 
 // A copy of a cell.
 std::unique_ptr<CTLVCell> copyCell(const CTLVCell& cell);
+
+}  // namespace vrx

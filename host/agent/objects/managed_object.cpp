@@ -6,6 +6,8 @@
 #include "host/agent/loop/agent_log.h"
 #include "host/base/memory_retry.h"
 
+namespace vrx {
+
 ManagedObject::ManagedObject(const MibObject& mib, CSnmpHandler& handler, AgentLoop& loop, const SnapshotLimits& limits)
     : m_mib(&mib),
       m_handler(handler),
@@ -76,3 +78,5 @@ void ManagedObject::noteOutcome(const ReadOutcome& outcome) {
         agent_log::info(m_mib->name + " can be read again");
     }
 }
+
+}  // namespace vrx

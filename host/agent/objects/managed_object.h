@@ -16,6 +16,8 @@
 #include "host/agent/objects/snapshot_store.h"
 #include "module/snmp_handler.h"
 
+namespace vrx {
+
 // What a reading gave: a snapshot, or null when it failed.
 struct ReadOutcome {
     SnapshotPointer snapshot;
@@ -71,3 +73,5 @@ private:
     ReadCounters m_counters;
     ObjectWorker m_worker;  // last: its jobs use the others
 };
+
+}  // namespace vrx

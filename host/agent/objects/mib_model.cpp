@@ -13,6 +13,8 @@
 
 #include "host/base/whole_file.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr long long MAX_UNSIGNED32 = std::numeric_limits<unsigned int>::max();
@@ -295,3 +297,5 @@ const MibObject* MibModel::find(const OidVector& root) const {
     const auto found = m_objects.find(root);
     return found == m_objects.end() ? nullptr : &found->second;
 }
+
+}  // namespace vrx

@@ -18,6 +18,8 @@
 
 #include "host/snmp/oid_vector.h"
 
+namespace vrx {
+
 // A MIB file that is missing, is no smidump XML, or describes an object in a way that the agent cannot serve.
 class MibError : public std::runtime_error {
 public:
@@ -81,3 +83,5 @@ public:
 private:
     std::map<OidVector, MibObject> m_objects;
 };
+
+}  // namespace vrx

@@ -9,6 +9,8 @@
 #include "host/agent/loop/agent_log.h"
 #include "module/snmp_handler.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr const char* CREATOR = "SNMP_SvcModuleCreator";
@@ -109,3 +111,5 @@ void ModuleLoader::reloadMibs() {
     m_models.splice(m_models.end(), models);
     for (std::size_t i = 0; i < m_objects.size(); ++i) m_objects[i].mib = shapes[i];
 }
+
+}  // namespace vrx

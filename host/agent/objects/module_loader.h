@@ -16,6 +16,8 @@
 #include "host/agent/objects/mib_model.h"
 #include "platform/snmp_svc_module.h"
 
+namespace vrx {
+
 // The module cannot be used; what() says which file and why.
 class ModuleError : public std::runtime_error {
 public:
@@ -59,3 +61,5 @@ private:
     std::vector<LoadedObject> m_objects;
     std::vector<std::size_t> m_moduleOf;  // number of each object's module
 };
+
+}  // namespace vrx

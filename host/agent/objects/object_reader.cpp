@@ -15,6 +15,8 @@
 #include "host/base/logging.h"
 #include "host/transport/backend_protocol.h"
 
+namespace vrx {
+
 namespace {
 
 // How long a table that changes while it is read is read anew. One that takes longer by itself is read once.
@@ -156,3 +158,5 @@ std::uint64_t ObjectReader::duplicates() const {
 std::uint64_t ObjectReader::badRecords() const {
     return m_unnumbered + (m_table == nullptr ? 0 : m_table->badRecords());
 }
+
+}  // namespace vrx

@@ -17,6 +17,8 @@
 
 class CSnmpTableBase;
 
+namespace vrx {
+
 // The handler gave no values: it threw, or returned a failure.
 class ReadError : public std::runtime_error {
 public:
@@ -74,3 +76,5 @@ private:
     std::atomic<std::uint64_t> m_duplicates{0};
     std::atomic<std::uint64_t> m_unnumbered{0};
 };
+
+}  // namespace vrx

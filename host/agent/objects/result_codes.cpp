@@ -7,6 +7,8 @@
 #include "host/destinations/trap_destination_result.h"
 #include "host/transport/backend_result.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr int PARAM_ERROR = 0x3000003;  // of handlers: a parameter is missing or invalid
@@ -56,3 +58,5 @@ std::string resultText(int result) {
     const char* const text = known == nullptr ? backendResultText(result) : known->text(result);
     return std::string("result ") + number.data() + " (" + text + ")";
 }
+
+}  // namespace vrx

@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <string>
 
+namespace vrx {
+
 namespace {
 
 struct NumberColumn {
@@ -44,3 +46,5 @@ std::optional<std::uint32_t> rowNumber(const MibObject& object, const CTLVRecord
     }
     return static_cast<std::uint32_t>(*number);
 }
+
+}  // namespace vrx

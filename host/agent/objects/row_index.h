@@ -11,6 +11,8 @@
 #include "host/agent/objects/mib_model.h"
 #include "vrxpub/vrx_tlv_record.h"
 
+namespace vrx {
+
 // The column that spells a row's number, 0 when the table has none. A handler that creates rows gives the number of a
 // row under this tag.
 unsigned short numberColumn(const OidVector& root);
@@ -18,3 +20,5 @@ unsigned short numberColumn(const OidVector& root);
 // The number of the record at `position` (from 0) of the object's answer; nothing when it has none that the table's
 // index column allows.
 std::optional<std::uint32_t> rowNumber(const MibObject& object, const CTLVRecordV3& record, std::size_t position);
+
+}  // namespace vrx

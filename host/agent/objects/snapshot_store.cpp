@@ -4,6 +4,8 @@
 #include <set>
 #include <utility>
 
+namespace vrx {
+
 namespace {
 
 constexpr std::size_t MOST_SPANS = 256;  // of a walk; a request of more variables is none, and is not remembered
@@ -84,3 +86,5 @@ std::size_t SnapshotStore::held() const {
     if (m_last != nullptr) snapshots.insert(m_last.get());
     return snapshots.size();
 }
+
+}  // namespace vrx

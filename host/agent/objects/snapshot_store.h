@@ -24,6 +24,8 @@
 #include "host/agent/objects/table_snapshot.h"
 #include "host/snmp/oid_vector.h"
 
+namespace vrx {
+
 struct SnapshotLimits {
     std::chrono::milliseconds walkAge{10'000};
     std::chrono::milliseconds freshAge{1'000};
@@ -95,3 +97,5 @@ private:
     SnapshotPointer m_last;
     std::list<Walk> m_walks;  // the last used first
 };
+
+}  // namespace vrx

@@ -3,6 +3,8 @@
 #include <utility>
 #include <vector>
 
+namespace vrx {
+
 namespace {
 
 std::vector<std::pair<OidVector, const TableRules*>>& registered() {
@@ -22,3 +24,5 @@ const TableRules* tableRules(const OidVector& root) {
     }
     return nullptr;
 }
+
+}  // namespace vrx

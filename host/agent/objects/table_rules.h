@@ -13,6 +13,8 @@
 #include "host/snmp/net_snmp.h"
 #include "vrxpub/vrx_tlv_record.h"
 
+namespace vrx {
+
 struct SetResult;  // of host/agent/sets/set_request.h, as the next
 struct SetRow;
 
@@ -55,3 +57,5 @@ void registerTableRules(const OidVector& root, const TableRules& rules);
 
 // Null for a table without rules.
 const TableRules* tableRules(const OidVector& root);
+
+}  // namespace vrx

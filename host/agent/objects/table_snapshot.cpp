@@ -6,6 +6,8 @@
 #include "host/agent/objects/cell_value.h"
 #include "host/agent/objects/table_rules.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr std::size_t TEXT_BLOCK = 4UL * 1024UL;
@@ -183,3 +185,5 @@ bool TableSnapshot::fill(Instance instance, netsnmp_variable_list* varbind, See 
     const Value from = value(instance, see);
     return setVarbind(varbind, from.type, from.number, from.octets);
 }
+
+}  // namespace vrx

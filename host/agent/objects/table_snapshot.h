@@ -25,6 +25,8 @@
 #include "host/snmp/snmp_value.h"
 #include "vrxpub/vrx_tlv_record.h"
 
+namespace vrx {
+
 class TableSnapshot {
 public:
     using Clock = std::chrono::steady_clock;
@@ -123,3 +125,5 @@ private:
 };
 
 using SnapshotPointer = std::shared_ptr<const TableSnapshot>;
+
+}  // namespace vrx

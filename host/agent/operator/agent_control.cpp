@@ -8,6 +8,8 @@
 #include "host/agent/operator/agent_status.h"
 #include "host/base/logging.h"
 
+namespace vrx {
+
 namespace {
 
 using nlohmann::json;
@@ -60,14 +62,14 @@ ControlAnswer AgentControl::status() {
 
 ControlAnswer AgentControl::logLevels() {
     json levels = json::object();
-    for (const auto& [subsystem, level] : ::logLevels()) levels[subsystem] = textOf(level);
+    for (const auto& [subsystem, level] : vrx::logLevels()) levels[subsystem] = textOf(level);
     return {200, bodyOf(levels)};
 }
 
 ControlAnswer AgentControl::setLogLevel(const ControlRequest& request) {
     const json body = parse(request.body);
     try {
-        ::setLogLevel(textItem(body, "subsystem"), logLevelOf(textItem(body, "level")));
+        vrx::setLogLevel(textItem(body, "subsystem"), logLevelOf(textItem(body, "level")));
     } catch (const std::invalid_argument& fault) {
         throw ControlFault(fault.what());
     }
@@ -119,3 +121,5 @@ ControlAnswer AgentControl::resendTrap(const ControlRequest& request) {
         throw ControlFault(fault.what());
     }
 }
+
+}  // namespace vrx

@@ -22,6 +22,8 @@
 #include "host/agent/operator/control_server.h"
 #include "host/agent/reload/reloader.h"
 
+namespace vrx {
+
 class AgentControl {
 public:
     // What is given outlives it. Throws std::system_error when nobody can be answered.
@@ -46,3 +48,5 @@ private:
     Reloader& m_reloader;
     std::unique_ptr<ControlServer> m_server;  // last: its routes use the others
 };
+
+}  // namespace vrx

@@ -13,6 +13,8 @@
 #include "host/snmp/net_snmp.h"
 #include "host/transport/backend_client.h"
 
+namespace vrx {
+
 namespace {
 
 using Kind = StatusKind;
@@ -291,3 +293,5 @@ std::vector<StatusSection> agentStatus(const Agent& agent, const NotificationSer
         formerInformsStatus(traps.informs),
     };
 }
+
+}  // namespace vrx

@@ -10,9 +10,13 @@
 
 #include "host/agent/operator/status_section.h"
 
+namespace vrx {
+
 class Agent;
 class NotificationService;
 class Reloader;
 
 std::vector<StatusSection> agentStatus(const Agent& agent, const NotificationService& notifications,
                                        const Reloader& reloader);
+
+}  // namespace vrx

@@ -12,6 +12,8 @@
 #include <system_error>
 #include <utility>
 
+namespace vrx {
+
 namespace {
 
 constexpr unsigned int KEPT_CONNECTIONS = 12;
@@ -169,3 +171,5 @@ ControlAnswer ControlServer::answer(const std::string& method, const std::string
     if (pathKnown) return {MHD_HTTP_METHOD_NOT_ALLOWED, "no such method here\n", "text/plain"};
     return {MHD_HTTP_NOT_FOUND, "nothing here\n", "text/plain"};
 }
+
+}  // namespace vrx

@@ -28,6 +28,8 @@
 struct MHD_Daemon;
 struct MHD_Connection;
 
+namespace vrx {
+
 struct ControlRequest {
     std::string body;
     std::map<std::string, std::string> query;  // "?name=value" of the address
@@ -99,3 +101,5 @@ private:
     };
     std::unique_ptr<MHD_Daemon, StopDaemon> m_daemon;  // last: its threads use the others
 };
+
+}  // namespace vrx

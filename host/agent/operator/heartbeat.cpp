@@ -6,6 +6,8 @@
 #include "host/agent/engine/snmp_engine.h"
 #include "host/agent/loop/agent_log.h"
 
+namespace vrx {
+
 namespace {
 
 // "3 min", "26 h 10 min"
@@ -52,3 +54,5 @@ Heartbeat::Counts Heartbeat::counts() const {
     const TrapCounters traps = m_notifications.trapTotals();
     return {m_notifications.status().path.events, traps.sent, traps.droppedInAll()};
 }
+
+}  // namespace vrx

@@ -12,6 +12,8 @@
 
 #include "host/agent/loop/agent_loop.h"
 
+namespace vrx {
+
 class NotificationService;
 class SnmpEngine;
 
@@ -43,3 +45,5 @@ private:
     Counts m_last;
     std::shared_ptr<int> m_armed;  // the timer that counts holds it weakly
 };
+
+}  // namespace vrx

@@ -2,6 +2,8 @@
 
 #include <vector>
 
+namespace vrx {
+
 namespace {
 
 using Kind = StatusKind;
@@ -77,3 +79,5 @@ StatusSection informsStatus(const InformStatus& informs) {
 StatusSection formerInformsStatus(const InformStatus& informs) {
     return joined(statusSection("former_informs", FORMER, informs.former), statusSection("", COUNTERS, informs.former));
 }
+
+}  // namespace vrx

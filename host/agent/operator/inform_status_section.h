@@ -6,5 +6,9 @@
 #include "host/agent/informs/inform_status.h"
 #include "host/agent/operator/status_section.h"
 
+namespace vrx {
+
 StatusSection informsStatus(const InformStatus& informs);        // "informs"
 StatusSection formerInformsStatus(const InformStatus& informs);  // "former_informs"
+
+}  // namespace vrx

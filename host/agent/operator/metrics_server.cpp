@@ -6,6 +6,8 @@
 #include "host/agent/loop/agent_thread_call.h"
 #include "host/agent/operator/control_server.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr const char* CONTENT_TYPE = "text/plain; version=0.0.4; charset=utf-8";
@@ -44,3 +46,5 @@ void MetricsServer::listen(const std::optional<LocalAddress>& address) {
         agent_log::info("metrics are not given any more");
     }
 }
+
+}  // namespace vrx

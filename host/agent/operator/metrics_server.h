@@ -14,6 +14,8 @@
 #include "host/agent/loop/agent_loop.h"
 #include "host/base/local_address.h"
 
+namespace vrx {
+
 class MetricsServer {
 public:
     // `loop` and what `text` uses outlive the server.
@@ -33,3 +35,5 @@ private:
     const std::function<std::string()> m_text;
     std::unique_ptr<Listening> m_listening;  // null: nowhere
 };
+
+}  // namespace vrx

@@ -17,6 +17,8 @@
 #include "host/snmp/net_snmp.h"
 #include "host/snmp/oid_vector.h"
 
+namespace vrx {
+
 namespace {
 
 using Moment = ActiveAlarms::Moment;
@@ -191,3 +193,5 @@ void StatusScalars::unregister() {
     for (netsnmp_handler_registration* registration : m_registrations) netsnmp_unregister_handler(registration);
     m_registrations.clear();
 }
+
+}  // namespace vrx

@@ -9,6 +9,8 @@
 
 struct netsnmp_handler_registration_s;
 
+namespace vrx {
+
 class NotificationService;
 
 class StatusScalars {
@@ -25,3 +27,5 @@ private:
 
     std::vector<netsnmp_handler_registration_s*> m_registrations;  // the engine's, one a group
 };
+
+}  // namespace vrx

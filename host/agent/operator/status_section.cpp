@@ -4,6 +4,8 @@
 #include <ctime>
 #include <utility>
 
+namespace vrx {
+
 namespace {
 
 double secondsOf(LatencyHistogram::Duration duration) {
@@ -195,3 +197,5 @@ std::string statusAsMetrics(const std::vector<StatusSection>& sections) {
     }
     return metrics.text();
 }
+
+}  // namespace vrx

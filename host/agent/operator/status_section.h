@@ -18,6 +18,8 @@
 
 #include "host/base/latency_histogram.h"
 
+namespace vrx {
+
 enum class StatusKind {
     Text,       // of the JSON only
     Label,      // of the JSON, and a label of all samples of its row: `metric` is the label's name
@@ -99,3 +101,5 @@ std::string statusAsJson(const std::vector<StatusSection>& sections);
 // Prometheus text exposition format, version 0.0.4. Samples of one metric stand together, whatever sections they are
 // from.
 std::string statusAsMetrics(const std::vector<StatusSection>& sections);
+
+}  // namespace vrx

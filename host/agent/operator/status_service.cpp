@@ -7,6 +7,8 @@
 #include "host/agent/loop/agent_log.h"
 #include "host/agent/operator/agent_status.h"
 
+namespace vrx {
+
 StatusService::StatusService(AgentLoop& loop, const Agent& agent, const NotificationService& notifications,
                              const Reloader& reloader)
     : m_agent(agent),
@@ -29,3 +31,5 @@ void StatusService::configure() {
         throw std::system_error(error.code(), std::string("vrxMetrics: ") + error.what());
     }
 }
+
+}  // namespace vrx

@@ -10,6 +10,8 @@
 #include "host/agent/operator/metrics_server.h"
 #include "host/agent/operator/status_scalars.h"
 
+namespace vrx {
+
 class Agent;
 class Reloader;
 
@@ -29,3 +31,5 @@ private:
     Heartbeat m_heartbeat;
     MetricsServer m_metrics;
 };
+
+}  // namespace vrx

@@ -13,6 +13,8 @@
 #include <system_error>
 #include <utility>
 
+namespace vrx {
+
 namespace {
 
 constexpr std::size_t OUTPUT_LIMIT = std::size_t{1} << 20U;
@@ -97,3 +99,5 @@ void CheckProcess::run() {
     const bool cancelled = waitFor(-1, 0, std::chrono::steady_clock::now(), m_stop.descriptor()) == Wait::Cancelled;
     if (!cancelled) m_done(std::move(outcome));
 }
+
+}  // namespace vrx

@@ -14,6 +14,8 @@
 
 #include "host/base/local_socket.h"
 
+namespace vrx {
+
 class CheckProcess {
 public:
     struct Outcome {
@@ -40,3 +42,5 @@ private:
     FileDescriptor m_ended;  // readable when the child is at its end
     std::thread m_thread;
 };
+
+}  // namespace vrx

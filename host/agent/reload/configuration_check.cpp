@@ -14,6 +14,8 @@
 #include "host/transport/backend_options.h"
 #include "platform/vrx_xml_config.h"
 
+namespace vrx {
+
 namespace {
 
 // A folder for the state that the engine must have, gone with the object.
@@ -107,3 +109,5 @@ std::size_t checkConfiguration(const std::string& root, const std::vector<std::s
     });
     return check.faults();
 }
+
+}  // namespace vrx

@@ -10,7 +10,11 @@
 #include <string>
 #include <vector>
 
+namespace vrx {
+
 // Writes one line a fault, "FILE:LINE: text" where it has a place; nothing when all is in order. Gives the number of
 // faults. Warnings of the definitions' check are written, too, but count as no faults. `root` is absolute; nothing
 // below it is written.
 std::size_t checkConfiguration(const std::string& root, const std::vector<std::string>& modules, std::ostream& out);
+
+}  // namespace vrx

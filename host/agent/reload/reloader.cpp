@@ -13,6 +13,8 @@
 #include "host/base/device_config.h"
 #include "host/base/logging.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr std::chrono::seconds CHECK_TIMEOUT{60};    // with all checks, while files change under them
@@ -234,3 +236,5 @@ void Reloader::finish(ReloadResult result) {
     for (const Done& done : told) done(result);
     if (again && !m_busy) request();
 }
+
+}  // namespace vrx

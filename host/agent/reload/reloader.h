@@ -31,6 +31,8 @@
 #include "host/agent/loop/worker_barrier.h"
 #include "host/agent/reload/check_process.h"
 
+namespace vrx {
+
 struct ReloadResult {
     bool taken = false;
     std::vector<std::string> faults;  // lines of the check, or why nothing could be exchanged
@@ -112,3 +114,5 @@ private:
     WorkerBarrier m_barrier;
     std::unique_ptr<CheckProcess> m_process;
 };
+
+}  // namespace vrx

@@ -7,6 +7,8 @@
 #include <array>
 #include <cstring>
 
+namespace vrx {
+
 namespace {
 
 constexpr std::size_t NETWORK = 8;        // octets of an IPv6 address that a peer is known by
@@ -71,3 +73,5 @@ std::string AnswerRate::textOf(const std::string& peer) {
     ::inet_ntop(four ? AF_INET : AF_INET6, octets.data(), text.data(), static_cast<socklen_t>(text.size()));
     return four ? text.data() : std::string(text.data()) + "/64";
 }
+
+}  // namespace vrx

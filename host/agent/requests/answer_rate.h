@@ -17,6 +17,8 @@
 
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 class AnswerRate {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
@@ -46,3 +48,5 @@ private:
     std::size_t m_rate;
     std::unordered_map<std::string, Peer> m_peers;
 };
+
+}  // namespace vrx

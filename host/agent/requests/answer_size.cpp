@@ -5,6 +5,8 @@
 #include <cstring>
 #include <memory>
 
+namespace vrx {
+
 namespace {
 
 // What the engine reads as the bound of an answer: the real one in the lower half, which copies of the PDU keep, and
@@ -162,3 +164,5 @@ int buildMessage(netsnmp_session* session, netsnmp_pdu* pdu, unsigned char** buf
     snmp_increment_statistic(STAT_SNMPSILENTDROPS);
     return refuse(session);
 }
+
+}  // namespace vrx

@@ -13,6 +13,8 @@
 
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 constexpr std::size_t MOST_VARIABLES = 10'000;  // of an answer: the library's copies of a PDU have no more
 
 // Octets of the longest message that the session sends.
@@ -35,3 +37,5 @@ bool answerTooBig(netsnmp_session& session, netsnmp_pdu& request);
 // A session's hook (snmp_add_full) that encodes what it sends.
 int buildMessage(netsnmp_session* session, netsnmp_pdu* pdu, unsigned char** buffer, std::size_t* size,
                  std::size_t* used);
+
+}  // namespace vrx

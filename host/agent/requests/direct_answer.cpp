@@ -6,6 +6,8 @@
 #include "host/agent/requests/answer_size.h"
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr unsigned char SEQUENCE = ASN_SEQUENCE | ASN_CONSTRUCTOR;
@@ -171,3 +173,5 @@ std::vector<SnapshotStore::Span> DirectAnswer::spans(const TableSnapshot& snapsh
     for (SnapshotStore::Span& span : spans) span.last = snapshot.name(*last++);
     return spans;
 }
+
+}  // namespace vrx

@@ -16,6 +16,8 @@
 #include "host/agent/requests/pending_read.h"
 #include "host/snmp/ber_writer.h"
 
+namespace vrx {
+
 class DirectAnswer {
 public:
     // Answers the request, whose sender has passed the engine's check_access(), from the transaction's snapshot and
@@ -45,3 +47,5 @@ private:
     std::vector<unsigned char> m_buffer;
     TableSnapshot::See m_see = TableSnapshot::See::All;
 };
+
+}  // namespace vrx

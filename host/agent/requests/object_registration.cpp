@@ -10,6 +10,8 @@
 #include "host/agent/objects/table_rules.h"
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 namespace {
 
 // Where a name stands in an object: what stands after the root, empty for a name at or before it.
@@ -231,3 +233,5 @@ void ObjectRegistration::getBulk(PendingRead::ObjectData& data, netsnmp_pdu* pdu
         request->repeat = 0;
     }
 }
+
+}  // namespace vrx

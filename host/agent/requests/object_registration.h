@@ -9,6 +9,8 @@
 #include "host/agent/objects/managed_object.h"
 #include "host/agent/requests/pending_read.h"
 
+namespace vrx {
+
 class ObjectRegistration {
 public:
     // Throws std::runtime_error when the engine refuses the registration. Both arguments outlive the registration.
@@ -33,3 +35,5 @@ private:
     netsnmp_handler_registration* m_registration;        // the engine's
     TableSnapshot::See m_see = TableSnapshot::See::All;  // in the call that is under way
 };
+
+}  // namespace vrx

@@ -18,6 +18,8 @@
 #include "host/agent/objects/managed_object.h"
 #include "host/agent/requests/request_counters.h"
 
+namespace vrx {
+
 struct PendingRead {
     struct ObjectData {
         enum class State { Pending, Ready, Failed };
@@ -60,3 +62,5 @@ public:
 private:
     std::map<long, PendingRead*> m_active;
 };
+
+}  // namespace vrx

@@ -2,6 +2,8 @@
 
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 const char* textOf(RequestKind kind) {
     constexpr const char* TEXTS[REQUEST_KINDS] = {"GET", "GETNEXT", "GETBULK", "SET"};
     return TEXTS[static_cast<std::size_t>(kind)];
@@ -45,3 +47,5 @@ RequestResult EngineAnswer::result() const {
     if (after.otherErrors != m_before.otherErrors) return RequestResult::OtherError;
     return after.responses != m_before.responses ? RequestResult::Ok : RequestResult::Lost;
 }
+
+}  // namespace vrx

@@ -13,6 +13,8 @@
 
 #include "host/base/latency_histogram.h"
 
+namespace vrx {
+
 enum class RequestKind { Get, GetNext, GetBulk, Set };
 constexpr std::size_t REQUEST_KINDS = 4;
 const char* textOf(RequestKind kind);
@@ -80,3 +82,5 @@ private:
 
     Counters m_before;
 };
+
+}  // namespace vrx

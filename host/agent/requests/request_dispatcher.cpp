@@ -10,6 +10,8 @@
 #include "host/base/memory_retry.h"
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 // Exported by the agent library, declared in none of its headers.
 extern "C" int netsnmp_remove_from_delegated(netsnmp_agent_session* session);
 
@@ -476,3 +478,5 @@ bool RequestDispatcher::answerSet(netsnmp_session* session, PduPointer pdu, cons
 void RequestDispatcher::markAllChanged() {
     for (ManagedObject* object : m_objects) object->snapshots().markChanged();
 }
+
+}  // namespace vrx

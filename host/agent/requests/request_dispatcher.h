@@ -30,6 +30,8 @@
 #include "host/agent/sets/set_transaction.h"
 #include "host/base/log_rate_limiter.h"
 
+namespace vrx {
+
 struct DispatcherLimits {
     std::chrono::milliseconds deadline{5'000};
     std::size_t waiting = 256;
@@ -119,3 +121,5 @@ private:
     std::uint64_t m_nextId = 1;
     bool m_full = false;  // so was said in the log
 };
+
+}  // namespace vrx

@@ -5,6 +5,8 @@
 #include "host/agent/loop/agent_log.h"
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 namespace {
 
 std::string place(const netsnmp_pdu* pdu, int variable, const ObjectFinder& objectOf) {
@@ -28,3 +30,5 @@ void SetRefusals::note(const netsnmp_pdu* pdu, const SetResult& result, const Ob
     agent_log::warn("a SET is refused " + place(pdu, result.variable, objectOf) + ": " + error +
                     (result.reason.empty() ? "" : ": " + result.reason));
 }
+
+}  // namespace vrx

@@ -6,6 +6,8 @@
 #include "host/agent/sets/set_request.h"
 #include "host/base/log_rate_limiter.h"
 
+namespace vrx {
+
 class SetRefusals {
 public:
     // `pdu` is the request, null when its manager has hung up.
@@ -14,3 +16,5 @@ public:
 private:
     LogRateLimiter m_lineLimit{60, std::chrono::seconds(60)};  // of those who may not write
 };
+
+}  // namespace vrx

@@ -6,6 +6,8 @@
 #include "host/agent/objects/table_rules.h"
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 namespace {
 
 // The column and row that a name in the object means, or why it cannot be set.
@@ -126,3 +128,5 @@ int v1Error(int error) {
             return error;
     }
 }
+
+}  // namespace vrx

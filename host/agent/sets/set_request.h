@@ -12,6 +12,8 @@
 #include "host/agent/objects/managed_object.h"
 #include "vrxpub/vrx_tlv_cell.h"
 
+namespace vrx {
+
 class TableRules;
 
 // A result: SNMP_ERR_NOERROR, or an error, the variable that it is about (from 1, as in a response), and for the log
@@ -61,3 +63,5 @@ SetResult parseSet(netsnmp_pdu* pdu, const ObjectFinder& objectOf, std::vector<S
 
 // The error that an SNMPv1 manager knows, for one of SNMPv2's (RFC 3584, 4.4).
 int v1Error(int error);
+
+}  // namespace vrx

@@ -12,6 +12,8 @@
 #include "host/transport/backend_protocol.h"
 #include "host/transport/backend_result.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr const char* NO_ROW = "there is no such row";
@@ -180,3 +182,5 @@ int StepExecution::call(const Change& change, const CR8KPackageV3& request) {
     if (m_transaction) m_transaction->assignNext(change.row->number);
     return handler.OnCreateTable(context, request, response);
 }
+
+}  // namespace vrx

@@ -26,6 +26,8 @@
 #include "host/agent/sets/set_request.h"
 #include "vrxpub/vrx_message_package.h"
 
+namespace vrx {
+
 class StepExecution {
 public:
     explicit StepExecution(SetStep step) : m_step(std::move(step)) {}
@@ -58,3 +60,5 @@ private:
     std::vector<Change> m_changes;
     std::unique_ptr<RowChanges> m_transaction;
 };
+
+}  // namespace vrx

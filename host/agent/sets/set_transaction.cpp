@@ -7,6 +7,8 @@
 #include "host/agent/loop/agent_log.h"
 #include "host/base/memory_retry.h"
 
+namespace vrx {
+
 SetTransaction::SetTransaction(std::vector<SetStep> steps, AgentLoop& loop, std::function<void(const SetResult&)> done)
     : m_loop(loop), m_done(std::move(done)) {
     for (SetStep& step : steps) m_steps.emplace_back(std::move(step));
@@ -146,3 +148,5 @@ void SetQueue::beginThoseThatMay() {
         set->start();
     }
 }
+
+}  // namespace vrx

@@ -18,6 +18,8 @@
 #include "host/agent/sets/set_request.h"
 #include "host/agent/sets/set_step_execution.h"
 
+namespace vrx {
+
 class SetTransaction : public std::enable_shared_from_this<SetTransaction> {
 public:
     // REQUIRES: the last step at most cannot be given up.
@@ -70,3 +72,5 @@ private:
 
     std::list<Queued> m_queue;  // in the order in which they came
 };
+
+}  // namespace vrx

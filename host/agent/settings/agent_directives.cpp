@@ -9,6 +9,8 @@
 
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr unsigned long MAX_VALUE = 3'600'000;  // an hour, in milliseconds
@@ -109,3 +111,5 @@ void registerAgentDirectives(EngineLimits& limits, const std::string& ofRoot) {
     }
     for (const Word& word : WORDS) snmpd_register_config_handler(word.word, parseWord, nullptr, word.help);
 }
+
+}  // namespace vrx

@@ -16,6 +16,8 @@
 #include "host/agent/settings/stream_limits.h"
 #include "host/base/local_address.h"
 
+namespace vrx {
+
 // How the agent tells of itself.
 struct StatusSettings {
     std::optional<LocalAddress> metrics;   // where collectors may ask; nothing: nowhere
@@ -32,3 +34,5 @@ struct EngineLimits {
 
 // `limits` outlives every reading of the configuration. Relative paths stand below `root`.
 void registerAgentDirectives(EngineLimits& limits, const std::string& root);
+
+}  // namespace vrx

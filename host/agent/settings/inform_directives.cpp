@@ -17,6 +17,8 @@
 #include <net-snmp/agent/agent_trap.h>
 #include <net-snmp/library/keytools.h>
 
+namespace vrx {
+
 // What the agent library read from the last trapcommunity line; it declares this in no installed header.
 extern "C" char* snmp_trapcommunity;
 
@@ -340,3 +342,5 @@ void registerInformDirectives(InformDirectives& words) {
     }
     snmpd_register_config_handler("vrxInformTraps", parseTrapType, nullptr, "1|3|4");
 }
+
+}  // namespace vrx

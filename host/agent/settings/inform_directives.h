@@ -14,6 +14,8 @@
 
 #include "host/agent/informs/inform_destination.h"
 
+namespace vrx {
+
 struct InformDirectives {
     std::vector<InformDestination> destinations;
     InformPolicy policy;  // of the lines still to come
@@ -22,3 +24,5 @@ struct InformDirectives {
 // What is read goes into `words`, which outlives every reading; they are empty before each. After init_agent(), whose
 // words they replace.
 void registerInformDirectives(InformDirectives& words);
+
+}  // namespace vrx

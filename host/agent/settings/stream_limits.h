@@ -4,7 +4,11 @@
 #include <chrono>
 #include <cstddef>
 
+namespace vrx {
+
 struct StreamLimits {
     std::size_t connections = 64;
     std::chrono::seconds idle{300};  // without an allowed request
 };
+
+}  // namespace vrx

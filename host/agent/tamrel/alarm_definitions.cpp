@@ -8,6 +8,8 @@
 #include "host/agent/loop/agent_log.h"
 #include "host/agent/tamrel/tamrel_binding.h"
 
+namespace vrx {
+
 AlarmDefinitions::AlarmDefinitions(const TamrelBinding& binding)
     : AlarmDefinitions([&binding] { binding.loadDefinitions(); }, [&binding] { binding.reloadDefinitions(); }) {}
 
@@ -64,3 +66,5 @@ void AlarmDefinitions::attempt(const std::function<void()>& action) {
     if (m_fault) agent_log::info("the alarm definitions are loaded again");
     m_fault.reset();
 }
+
+}  // namespace vrx

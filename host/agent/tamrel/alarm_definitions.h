@@ -16,6 +16,8 @@
 #include <optional>
 #include <string>
 
+namespace vrx {
+
 class TamrelBinding;
 
 class AlarmDefinitions {
@@ -55,3 +57,5 @@ private:
     mutable std::mutex m_mutex;
     std::optional<std::string> m_fault;  // guarded by m_mutex
 };
+
+}  // namespace vrx

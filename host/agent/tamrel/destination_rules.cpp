@@ -11,6 +11,8 @@
 #include "host/snmp/net_snmp.h"
 #include "platform/snmp_trap_api.h"
 
+namespace vrx {
+
 namespace {
 
 // Columns, see CTamrelTrapAddrHandler.
@@ -138,3 +140,5 @@ void registerDestinationRules() {
     static const DestinationRules rules;
     registerTableRules(parseOid(ROOT), rules);
 }
+
+}  // namespace vrx

@@ -2,5 +2,9 @@
 // the destinations' store.
 #pragma once
 
+namespace vrx {
+
 // Before modules are loaded.
 void registerDestinationRules();
+
+}  // namespace vrx

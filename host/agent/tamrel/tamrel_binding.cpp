@@ -12,6 +12,8 @@
 #include "host/transport/backend_protocol.h"
 #include "platform/notify_msg_handler.h"
 
+namespace vrx {
+
 namespace {
 
 // Mangled names, of the class and of its operations.
@@ -124,3 +126,5 @@ TamrelBinding::Difference TamrelBinding::compare(const std::vector<unsigned int>
     }
     return difference;
 }
+
+}  // namespace vrx

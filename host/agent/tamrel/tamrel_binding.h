@@ -19,6 +19,8 @@ class CAlarmRepository_Singleton;
 class CTLVRecordV3;
 class INotifyMsgHandler;
 
+namespace vrx {
+
 class TamrelBinding {
 public:
     explicit TamrelBinding(const std::list<INotifyMsgHandler*>& handlers);
@@ -75,3 +77,5 @@ private:
     DestroyDefinitions m_destroyDefinitions = nullptr;
     GetDefinitions m_getDefinitions = nullptr;
 };
+
+}  // namespace vrx

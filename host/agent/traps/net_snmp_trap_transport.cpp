@@ -17,6 +17,8 @@
 #include "host/agent/delivery/notification_pdu.h"
 #include "host/base/local_socket.h"
 
+namespace vrx {
+
 // What the agent library read from the configuration's trapcommunity line; it declares this in no installed header.
 extern "C" char* snmp_trapcommunity;
 
@@ -243,3 +245,5 @@ std::unique_ptr<TrapChannel> NetSnmpTrapTransport::open(const TrapRoute& route, 
     return std::make_unique<V1Channel>(std::move(session), route.name, m_buffer,
                                        isIpv6 ? 0 : localAddressTowards(route));
 }
+
+}  // namespace vrx

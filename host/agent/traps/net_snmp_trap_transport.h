@@ -8,6 +8,8 @@
 
 #include "host/agent/traps/trap_channel.h"
 
+namespace vrx {
+
 // Room for the longest message.
 using TrapBuffer = std::vector<unsigned char>;
 
@@ -20,3 +22,5 @@ public:
 private:
     std::shared_ptr<TrapBuffer> m_buffer;  // one for all channels: they send one after the other
 };
+
+}  // namespace vrx

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <chrono>
 
+namespace vrx {
+
 class TokenBucket {
 public:
     using Clock = std::chrono::steady_clock;
@@ -43,3 +45,5 @@ private:
     double m_tokens;
     Clock::time_point m_filled;
 };
+
+}  // namespace vrx

@@ -11,6 +11,8 @@
 
 #include "host/notification_log/notification.h"
 
+namespace vrx {
+
 // All that makes two channels the same.
 struct TrapRoute {
     std::string address;  // IPv4 or IPv6, the latter with or without a zone
@@ -53,3 +55,5 @@ public:
     // Null and `failure` set when there is no way.
     virtual std::unique_ptr<TrapChannel> open(const TrapRoute& route, std::string& failure) = 0;
 };
+
+}  // namespace vrx

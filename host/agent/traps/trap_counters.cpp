@@ -2,6 +2,8 @@
 
 #include <numeric>
 
+namespace vrx {
+
 namespace {
 
 constexpr const char* DROP_TEXTS[TRAP_DROPS] = {"queue full",   "unresolved",          "no community",
@@ -57,3 +59,5 @@ std::string TrapCounters::text() const {
            std::to_string(paced) + " paced), filtered " + std::to_string(filtered) + ", dropped " +
            std::to_string(droppedInAll()) + reasons + ", waiting " + std::to_string(waiting);
 }
+
+}  // namespace vrx

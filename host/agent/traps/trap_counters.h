@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+namespace vrx {
+
 enum class TrapDrop {
     QueueFull,    // too many traps were waiting
     Unresolved,   // too many, or for too long, waited for the address of the destination's name
@@ -62,3 +64,5 @@ struct TrapStatus {
     std::vector<DestinationStatus> destinations;  // in the order of their numbers
     TrapCounters former;                          // of destinations that are gone, added up
 };
+
+}  // namespace vrx

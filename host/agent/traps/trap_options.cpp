@@ -6,6 +6,8 @@
 
 #include "platform/vrx_xml_config.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr unsigned int MOST = 10'000'000;
@@ -41,3 +43,5 @@ TrapOptions TrapOptions::fromDevice() {
     options.resolveInterval = secondsOf("RESOLVE_SECONDS", options.resolveInterval);
     return options;
 }
+
+}  // namespace vrx

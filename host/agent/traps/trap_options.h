@@ -4,6 +4,8 @@
 #include <chrono>
 #include <cstddef>
 
+namespace vrx {
+
 struct TrapOptions {
     std::size_t queueLimit = 20000;             // QUEUE_LIMIT: traps that wait for one destination
     unsigned int rate = 1000;                   // RATE_PER_SECOND: traps a second to one destination
@@ -15,3 +17,5 @@ struct TrapOptions {
     // A missing item keeps its default. Throws std::invalid_argument with a text that names a faulty one.
     static TrapOptions fromDevice();
 };
+
+}  // namespace vrx

@@ -6,6 +6,8 @@
 #include "host/base/memory_retry.h"
 #include "host/notification_log/notification_subject.h"
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -458,3 +460,5 @@ void TrapSender::noteFate(const std::string& key, const Submission& submission, 
         agent_log::error(line + " cannot be sent: " + result.failure);
     }
 }
+
+}  // namespace vrx

@@ -35,6 +35,8 @@
 #include "host/notification_log/notification.h"
 #include "platform/trap_dest_info.h"
 
+namespace vrx {
+
 class TrapSender : public NotificationSink {
 public:
     // `loop` and `transport` outlive the sender.
@@ -144,3 +146,5 @@ private:
 
     SendScheduler m_scheduler;
 };
+
+}  // namespace vrx

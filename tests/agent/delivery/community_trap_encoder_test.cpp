@@ -10,6 +10,8 @@
 
 #include "host/agent/delivery/notification_pdu.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr const char* COMMUNITY = "a community of some length";
@@ -191,3 +193,5 @@ TEST(TrapMessage, ThatDoesNotFitIsCountedAllTheSame) {
         EXPECT_EQ(out.size(), whole.size()) << room;
     }
 }
+
+}  // namespace vrx

@@ -7,6 +7,8 @@
 #include <mutex>
 #include <vector>
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::seconds;
@@ -128,3 +130,5 @@ TEST(TrapAddress, TellsAddressesFromNames) {
     EXPECT_FALSE(isIpv6Address("nms.example"));
     EXPECT_FALSE(isIpv6Address(""));
 }
+
+}  // namespace vrx

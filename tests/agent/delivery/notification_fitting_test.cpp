@@ -6,6 +6,8 @@
 
 #include "host/notification_log/notification_subject.h"
 
+namespace vrx {
+
 namespace {
 
 NotificationBinding binding(const std::string& name, unsigned char type, std::uint64_t number,
@@ -128,3 +130,5 @@ TEST(TrapSubject, IsTheAlarmOfBothKindsOfTraps) {
         EXPECT_EQ(subjectOf(trap), "trap 1.3.6.1.9");
     }
 }
+
+}  // namespace vrx

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+namespace vrx {
+
 namespace {
 
 using testing::ElementsAre;
@@ -129,3 +131,5 @@ TEST(TrapPdu, ATrapWithoutBindingsIsComplete) {
     ASSERT_NE(pdu, nullptr);
     EXPECT_EQ(bindingsOf(*pdu).size(), 2U);
 }
+
+}  // namespace vrx

@@ -10,6 +10,8 @@
 #include "tests/agent/trap_test_tools.h"
 #include "tests/failing_memory.h"
 
+namespace vrx {
+
 namespace {
 
 using Clock = SendScheduler::Clock;
@@ -127,3 +129,5 @@ TEST_F(SendSchedulerMemoryTest, AnAddressThatCameWaitsForItsMemory) {
     EXPECT_EQ(m_scheduler.addressOf("a"), LONG_ADDRESS);
     EXPECT_TRUE(turnUntil([this] { return m_taken == 1; }));
 }
+
+}  // namespace vrx

@@ -12,6 +12,8 @@
 
 #include "tests/agent/trap_test_tools.h"
 
+namespace vrx {
+
 namespace {
 
 using Clock = SendScheduler::Clock;
@@ -285,3 +287,5 @@ TEST_F(SendSchedulerTest, WhatIsOnItsWayWhenItIsDestroyedDoesNothing) {
     turnOn();
     EXPECT_EQ(m_taken, taken);
 }
+
+}  // namespace vrx

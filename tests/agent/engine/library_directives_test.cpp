@@ -8,6 +8,8 @@
 #include "host/engine_files/user_protocols.h"
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 namespace {
 
 using testing::ElementsAre;
@@ -110,3 +112,5 @@ TEST(LibraryDirectivesTest, ProtocolsOfUsersAreTheLibrarys) {
 }
 
 }  // namespace
+
+}  // namespace vrx

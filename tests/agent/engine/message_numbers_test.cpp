@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+namespace vrx {
+
 namespace {
 
 using Octets = std::vector<unsigned char>;
@@ -117,3 +119,5 @@ TEST(MessageNumbersTest, CutAnywhereNothingIsReadAfterTheEnd) {
         EXPECT_TRUE(fits(odd));
     }
 }
+
+}  // namespace vrx

@@ -15,6 +15,8 @@
 #include <stdexcept>
 #include <string>
 
+namespace vrx {
+
 namespace {
 
 sockaddr_in ipv4(const char* address, unsigned int port) {
@@ -185,3 +187,5 @@ TEST_F(UdpListener, OtherTransportsStayTheLibrarys) {
         netsnmp_transport_free(transport);
     }
 }
+
+}  // namespace vrx

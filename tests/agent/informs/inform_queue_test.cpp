@@ -11,6 +11,8 @@
 
 #include "tests/agent/trap_test_tools.h"
 
+namespace vrx {
+
 namespace {
 
 using testing::ElementsAre;
@@ -307,3 +309,5 @@ TEST_F(InformQueueTest, OneAddsWhileAnotherTakesOut) {
     EXPECT_EQ(taken, numbersTo(EVENTS));
     EXPECT_TRUE(waitUntil([&] { return rows("inform") == 0 && m_settled == static_cast<int>(EVENTS); }));
 }
+
+}  // namespace vrx

@@ -11,6 +11,8 @@
 
 #include "tests/agent/trap_test_tools.h"
 
+namespace vrx {
+
 namespace {
 
 using Kind = InformOutcome::Kind;
@@ -497,3 +499,5 @@ TEST_F(InformSenderTest, AReceiverThatIsGoneSinceTheListWasHandedOutIsCounted) {
     EXPECT_EQ(dropped(m_sender->status().former, InformDrop::Removed), 1U);
     expectBalance();
 }
+
+}  // namespace vrx

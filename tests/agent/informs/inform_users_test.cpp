@@ -7,6 +7,8 @@
 #include "host/snmp/net_snmp.h"
 #include "host/snmp/usm_users.h"
 
+namespace vrx {
+
 namespace {
 
 const std::string RECEIVER("\x80\x00\x1f\x88\x04one", 8);
@@ -111,3 +113,5 @@ TEST_F(InformUsersTest, UsersOfOtherEnginesAreNoneOfThisAgent) {
     users.refresh();
     EXPECT_FALSE(users.exists("informer"));
 }
+
+}  // namespace vrx

@@ -7,6 +7,8 @@
 #include <thread>
 #include <vector>
 
+namespace vrx {
+
 using std::chrono::milliseconds;
 using testing::ElementsAre;
 
@@ -99,3 +101,5 @@ TEST(AgentLoop, TasksThatNeverRanAreDestroyedWithTheLoop) {
     }
     EXPECT_EQ(token.use_count(), 1);
 }
+
+}  // namespace vrx

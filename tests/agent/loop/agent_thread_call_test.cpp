@@ -7,6 +7,8 @@
 #include <string>
 #include <thread>
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -75,3 +77,5 @@ TEST_F(AgentThreadCallTest, WhoeverWaitsIsLetGoAtTheEndAndNobodyWaitsAfterIt) {
 }
 
 }  // namespace
+
+}  // namespace vrx

@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+namespace vrx {
+
 namespace {
 
 // Counts the writes; each may be held up by the test, and gives what the test wants.
@@ -151,3 +153,5 @@ TEST_F(BackgroundWriterTest, AStopDoesNotWaitForADiskThatTakesNothing) {
     writer.wake();
     EXPECT_EQ(m_begun, begun);
 }
+
+}  // namespace vrx

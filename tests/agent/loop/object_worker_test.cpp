@@ -7,6 +7,8 @@
 #include <memory>
 #include <vector>
 
+namespace vrx {
+
 using testing::ElementsAre;
 using Clock = std::chrono::steady_clock;
 
@@ -67,3 +69,5 @@ TEST(ObjectWorker, AWorkerWithoutJobsStopsAtOnce) {
     worker.requestStop();
     EXPECT_TRUE(worker.waitStopped(Clock::now() + LONG));
 }
+
+}  // namespace vrx

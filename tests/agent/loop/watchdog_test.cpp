@@ -9,6 +9,8 @@
 
 #include "tests/base/fake_service_manager.h"
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -88,3 +90,5 @@ TEST_F(WatchdogTest, AnIntervalBelowAMillisecondIsOneMillisecond) {
 }
 
 }  // namespace
+
+}  // namespace vrx

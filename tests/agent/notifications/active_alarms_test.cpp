@@ -11,6 +11,8 @@
 #include "host/transport/backend_protocol.h"
 #include "tests/agent/notifications/notification_records.h"
 
+namespace vrx {
+
 namespace {
 
 using testing::ElementsAre;
@@ -161,3 +163,5 @@ TEST_F(ActiveAlarmsTest, WithoutAConnectionTheCountsStayAndAnEqualListIsNoChange
 }
 
 }  // namespace
+
+}  // namespace vrx

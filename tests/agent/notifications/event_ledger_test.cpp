@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <thread>
 
+namespace vrx {
+
 namespace {
 
 class EventLedgerTest : public testing::Test {
@@ -241,3 +243,5 @@ TEST_F(EventLedgerTest, TheFileIsTheOwnersAlone) {
 TEST_F(EventLedgerTest, AFolderThatIsMissingIsAnError) {
     EXPECT_THROW(EventLedger("/nonexistent/folder/notifications.db"), SqliteError);
 }
+
+}  // namespace vrx

@@ -10,6 +10,8 @@
 #include "host/agent/notifications/flap_damping.h"
 #include "tests/failing_memory.h"
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -101,3 +103,5 @@ TEST(FlapDampingMemory, NothingIsLostOrOutOfOrderWhereverAnAllocationFails) {
         if (HasFailure()) FAIL() << "seed " << seed;
     }
 }
+
+}  // namespace vrx

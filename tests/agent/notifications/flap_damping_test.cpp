@@ -7,6 +7,8 @@
 #include <memory>
 #include <random>
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -373,3 +375,5 @@ TEST_P(FlapDampingProperty, TheLastStateIsToldAndNothingComesOutOfOrder) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, FlapDampingProperty, testing::Range(1U, 101U));
+
+}  // namespace vrx

@@ -10,6 +10,8 @@
 #include "tests/agent/notifications/notification_records.h"
 #include "tests/agent/trap_test_tools.h"
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::seconds;
@@ -323,3 +325,5 @@ TEST_F(NotificationDeliveryTest, WithoutALogNothingIsSentAgain) {
     NotificationDelivery delivery(m_loop, {&m_traps}, *m_ledger, none);
     EXPECT_THAT(faultOf([&] { delivery.sendAgain(1, ""); }), HasSubstr("the notification log cannot be read: "));
 }
+
+}  // namespace vrx

@@ -6,6 +6,8 @@
 #include "platform/notify_msg_handler.h"
 #include "tests/agent/notifications/notification_records.h"
 
+namespace vrx {
+
 // A class of the module's name in a library that exports none of its operations: this program.
 class CTamrelNotifyMsgHandler : public INotifyMsgHandler {
 public:
@@ -27,3 +29,5 @@ TEST(NotificationForeignModule, AModuleThatExportsNoOperationsIsLeftAlone) {
     EXPECT_EQ(binding.compare({1, 2}).added, 0U);
     EXPECT_TRUE(binding.repository().empty());
 }
+
+}  // namespace vrx

@@ -12,6 +12,8 @@
 
 #include "host/notification_log/notification_codec.h"
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -331,3 +333,5 @@ TEST_F(NotificationLogTest, TrapsThatWereAskedForAreCounted) {
     log.add(entry, someTrap());
     EXPECT_EQ(log.counters().askedFor, 1U);
 }
+
+}  // namespace vrx

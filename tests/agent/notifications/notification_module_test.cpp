@@ -14,6 +14,8 @@
 #include "platform/snmp_svc_module.h"
 #include "tests/agent/notifications/notification_records.h"
 
+namespace vrx {
+
 namespace {
 
 using testing::ElementsAre;
@@ -105,3 +107,5 @@ TEST(NotificationModule, WithoutAModuleNothingHappens) {
     EXPECT_EQ(binding.compare({1, 2}).added, 0U);
     EXPECT_THAT(binding.repository(), IsEmpty());
 }
+
+}  // namespace vrx

@@ -18,6 +18,8 @@
 #include "tests/agent/notifications/notification_records.h"
 #include "tests/agent/trap_test_tools.h"
 
+namespace vrx {
+
 namespace {
 
 using testing::ElementsAre;
@@ -393,3 +395,5 @@ TEST_F(NotificationPipelineTest, SinksLearnThatEventsAreNumberedAnew) {
     connect(3, {});
     EXPECT_THAT(m_other.startedAfter, ElementsAre(500, 0));
 }
+
+}  // namespace vrx

@@ -5,6 +5,8 @@
 
 #include "host/transport/backend_protocol.h"
 
+namespace vrx {
+
 // Raised, or ended when `ended` is not 0.
 inline std::unique_ptr<CTLVRecordV3> alarmRecord(unsigned long long alarmId, unsigned int serial,
                                                  unsigned long long ended = 0) {
@@ -23,3 +25,5 @@ inline std::unique_ptr<CTLVRecordV3> alarmRecord(unsigned long long alarmId, uns
 inline std::unique_ptr<CTLVRecordV3> emptyRecord() {
     return std::make_unique<CTLVRecordV3>(1, CTLVRecordV3::DEFAULT_BUCKETS);
 }
+
+}  // namespace vrx

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+namespace vrx {
+
 namespace {
 
 Notification convert(const Agentpp::Vbx& binding, int& leftOut) {
@@ -79,3 +81,5 @@ TEST(TrapConversion, ATrapOidThatIsNoneGivesATrapWithoutOid) {
     const Notification trap = trapOf(Snmp_pp::Oid("1.3.6.1.4.1.99871.2.91.10.2.1.1.None"), nullptr, 0, leftOut);
     EXPECT_TRUE(trap.oid.empty());
 }
+
+}  // namespace vrx

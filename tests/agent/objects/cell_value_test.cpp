@@ -5,6 +5,8 @@
 #include "host/agent/objects/row_index.h"
 #include "tests/agent/mib_samples.h"
 
+namespace vrx {
+
 namespace {
 
 MibSyntax syntax(unsigned char type) {
@@ -171,3 +173,5 @@ TEST(RowNumber, OfATrapDestinationIsSpelledInColumnFour) {
     EXPECT_EQ(rowNumber(destinations, *rowWith("-1"), 0), std::nullopt);
     EXPECT_EQ(rowNumber(destinations, *makeRow(CTLVRecordV3::NO_IDENTIFIER), 0), std::nullopt);
 }
+
+}  // namespace vrx

@@ -5,6 +5,8 @@
 
 #include "tests/agent/mib_samples.h"
 
+namespace vrx {
+
 using testing::HasSubstr;
 
 namespace {
@@ -181,3 +183,5 @@ TEST(OidVector, RefusesWhatIsNone) {
         EXPECT_THROW(parseOid(text), std::invalid_argument) << text;
     }
 }
+
+}  // namespace vrx

@@ -4,6 +4,8 @@
 
 #include "tests/agent/mib_samples.h"
 
+namespace vrx {
+
 using std::chrono::milliseconds;
 
 namespace {
@@ -213,3 +215,5 @@ TEST_F(SnapshotStoreTest, PurgeLetsGoOfEverythingPastItsAge) {
     EXPECT_EQ(store.held(), 0U);
     EXPECT_EQ(snapshot.use_count(), 1);
 }
+
+}  // namespace vrx

@@ -5,6 +5,8 @@
 
 #include "tests/agent/mib_samples.h"
 
+namespace vrx {
+
 using testing::ElementsAre;
 using Found = TableSnapshot::Found;
 
@@ -160,3 +162,5 @@ TEST(ScalarSnapshot, IsTheInstanceZero) {
     EXPECT_FALSE(scalar.next(zero.data(), zero.size(), false));
     EXPECT_TRUE(scalar.next(zero.data(), zero.size(), true));
 }
+
+}  // namespace vrx

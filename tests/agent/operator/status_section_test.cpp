@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+namespace vrx {
+
 namespace {
 
 using Kind = StatusKind;
@@ -120,3 +122,5 @@ TEST(StatusSection, AHistogramsBucketsCountAllUpToThem) {
 }
 
 }  // namespace
+
+}  // namespace vrx

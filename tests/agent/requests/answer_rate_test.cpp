@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 
+namespace vrx {
+
 using std::chrono::seconds;
 
 namespace {
@@ -100,3 +102,5 @@ TEST_F(AnswerRateTest, WhoIsAuthenticatedOrConnectedIsNone) {
     rate.note("", AHEAD, start);
     EXPECT_TRUE(rate.allows("", start));
 }
+
+}  // namespace vrx

@@ -6,6 +6,8 @@
 #include <memory>
 #include <string>
 
+namespace vrx {
+
 namespace {
 
 struct FreePdu {
@@ -200,3 +202,5 @@ TEST_F(AnswerBoundTest, FlagsThatAskForTheOtherEncoderAreWithoutEffect) {
     ASSERT_EQ(build(*pdu), 0);
     EXPECT_EQ(variablesOf(*pdu), 100);
 }
+
+}  // namespace vrx

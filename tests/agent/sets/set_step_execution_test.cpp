@@ -9,6 +9,8 @@
 #include "host/agent/loop/agent_loop.h"
 #include "tests/agent/mib_samples.h"
 
+namespace vrx {
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -181,3 +183,5 @@ TEST(V1Error, FollowsTheTableOfCoexistence) {
     EXPECT_EQ(v1Error(SNMP_ERR_NOERROR), SNMP_ERR_NOERROR);
     EXPECT_EQ(v1Error(SNMP_ERR_TOOBIG), SNMP_ERR_TOOBIG);
 }
+
+}  // namespace vrx

@@ -18,6 +18,8 @@
 #include "tests/agent/mib_samples.h"
 #include "tests/base/temporary_root.h"
 
+namespace vrx {
+
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -302,3 +304,5 @@ TEST(SetRequest, TwoObjectsThatCannotBeTakenBackAreNotSetAsOne) {
 }
 
 }  // namespace
+
+}  // namespace vrx

@@ -9,6 +9,8 @@
 
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -152,3 +154,5 @@ TEST_F(InformDirectivesTest, AFaultyLineIsNoReceiver) {
         "trapsess -Cix -Ci -v3 -u x 192.0.2.1\n");
     EXPECT_TRUE(m_words.destinations.empty());
 }
+
+}  // namespace vrx

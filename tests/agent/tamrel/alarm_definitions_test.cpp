@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <string>
 
+namespace vrx {
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -109,3 +111,5 @@ TEST_F(AlarmDefinitionsTest, NoMemoryIsNoFaultOfTheFiles) {
     m_noMemory = false;
     EXPECT_EQ(definitions.fault(), std::nullopt);
 }
+
+}  // namespace vrx

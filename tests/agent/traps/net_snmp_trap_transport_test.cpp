@@ -11,6 +11,8 @@
 #include "host/base/local_socket.h"
 #include "host/snmp/net_snmp.h"
 
+namespace vrx {
+
 namespace {
 
 // A loopback UDP socket.
@@ -228,3 +230,5 @@ TEST(TrapSession, WithoutConfigurationThereIsNoCommunity) {
     NetSnmpTrapTransport transport;
     EXPECT_EQ(transport.community(), "");
 }
+
+}  // namespace vrx

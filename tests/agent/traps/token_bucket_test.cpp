@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+namespace vrx {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -58,3 +60,5 @@ TEST(TokenBucket, AClockThatStandsStillGivesNothing) {
     EXPECT_FALSE(tokens.take(START));
     EXPECT_FALSE(tokens.take(START - seconds(5)));
 }
+
+}  // namespace vrx

@@ -6,6 +6,8 @@
 #include "tests/agent/trap_test_tools.h"
 #include "tests/failing_memory.h"
 
+namespace vrx {
+
 namespace {
 
 constexpr int TRAPS = 3;
@@ -65,3 +67,5 @@ TEST_F(TrapSenderMemoryTest, EachTrapIsDroppedAndSettledOnce) {
             EXPECT_EQ(counters.droppedInAll(), static_cast<std::uint64_t>(TRAPS));
         });
 }
+
+}  // namespace vrx

@@ -8,6 +8,8 @@
 
 #include "tests/agent/trap_test_tools.h"
 
+namespace vrx {
+
 namespace {
 
 using testing::ElementsAre;
@@ -457,3 +459,5 @@ TEST(TrapDestinationKey, OrdersByNumber) {
     EXPECT_EQ(trapDestinationKey(""), "");
     EXPECT_EQ(trapDestinationKey("x1"), "x1");
 }
+
+}  // namespace vrx
