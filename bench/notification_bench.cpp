@@ -25,7 +25,7 @@
 #include "host/agent/notifications/notification_pipeline.h"
 #include "host/agent/traps/net_snmp_trap_transport.h"
 #include "host/agent/traps/trap_sender.h"
-#include "host/base/local_socket.h"
+#include "host/base/file_descriptor.h"
 #include "host/base/logging.h"
 #include "host/transport/backend_protocol.h"
 #include "platform/notify_handler.h"

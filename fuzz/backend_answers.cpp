@@ -17,6 +17,7 @@
 #include "fuzz/package_stream.h"
 #include "fuzz/peer.h"
 #include "fuzz/temporary_folder.h"
+#include "host/base/local_socket.h"
 #include "host/base/logging.h"
 #include "host/transport/alarm_event_source.h"
 #include "host/transport/backend_client.h"

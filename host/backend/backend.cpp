@@ -12,6 +12,7 @@
 #include <system_error>
 #include <utility>
 
+#include "host/base/local_socket.h"
 #include "host/base/logging.h"
 #include "host/base/memory_retry.h"
 #include "host/base/product_root.h"

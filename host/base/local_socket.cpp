@@ -4,7 +4,6 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -13,7 +12,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
-#include <utility>
 
 namespace vrx {
 
@@ -74,15 +72,6 @@ std::string errorText(int error) {
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-// Milliseconds until the deadline for poll(), rounded up so that a wait never ends early; -1 for no deadline.
-int pollTimeout(Deadline deadline) {
-    if (deadline == Deadline::max()) return -1;
-    const auto left = deadline - std::chrono::steady_clock::now();
-    if (left <= Deadline::duration::zero()) return 0;
-    constexpr milliseconds LONGEST{60 * 60 * 1000};
-    return static_cast<int>(std::min(std::chrono::ceil<milliseconds>(left), LONGEST).count());
-}
-
 // Removes the socket file of a backend that is gone.
 void removeStaleSocket(const LocalAddress& address) {
     struct stat status {};
@@ -96,41 +85,6 @@ void removeStaleSocket(const LocalAddress& address) {
 }
 
 }  // namespace
-
-FileDescriptor::~FileDescriptor() {
-    if (m_descriptor >= 0) ::close(m_descriptor);
-}
-
-FileDescriptor::FileDescriptor(FileDescriptor&& other) noexcept : m_descriptor(std::exchange(other.m_descriptor, -1)) {}
-
-FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
-    std::swap(m_descriptor, other.m_descriptor);
-    return *this;
-}
-
-WakeFlag::WakeFlag() : m_event(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
-    if (!m_event) throwErrno("eventfd");
-}
-
-void WakeFlag::raise() {
-    (void)::eventfd_write(m_event.get(), 1);  // fails only when the flag is up already
-}
-
-void WakeFlag::lower() {
-    eventfd_t value = 0;
-    (void)::eventfd_read(m_event.get(), &value);  // fails only when the flag is down already
-}
-
-Wait waitFor(int descriptor, short events, Deadline deadline, int cancel) {
-    pollfd polls[] = {{descriptor, events, 0}, {cancel, POLLIN, 0}};
-    for (;;) {
-        const int timeout = pollTimeout(deadline);
-        const int ready = ::poll(polls, 2, timeout);
-        if (ready < 0 && errno != EINTR) throwErrno("poll");
-        if (ready > 0) return polls[1].revents != 0 ? Wait::Cancelled : Wait::Ready;
-        if (ready == 0 && std::chrono::steady_clock::now() >= deadline) return Wait::Timeout;
-    }
-}
 
 FileDescriptor connectSocket(const LocalAddress& address, Deadline deadline, int cancel, std::string& failure) {
     const SocketAddress target = toSocketAddress(address);

@@ -18,7 +18,7 @@
 #include <chrono>
 #include <string>
 
-#include "host/base/local_socket.h"
+#include "host/base/file_descriptor.h"
 
 namespace vrx {
 

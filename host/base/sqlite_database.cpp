@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <system_error>
 
-#include "host/base/local_socket.h"
+#include "host/base/file_descriptor.h"
 
 namespace vrx {
 

@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "host/base/local_socket.h"
+#include "host/base/file_descriptor.h"
 
 namespace vrx {
 

@@ -13,7 +13,7 @@
 #include <thread>
 #include <utility>
 
-#include "host/base/local_socket.h"
+#include "host/base/file_descriptor.h"
 #include "host/base/logging.h"
 #include "host/destinations/trap_destination_checks.h"
 #include "platform/snmp_trap_api.h"

@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-#include "host/base/local_socket.h"
+#include "host/base/file_descriptor.h"
 #include "host/base/whole_file.h"
 
 namespace vrx {

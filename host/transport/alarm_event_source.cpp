@@ -4,6 +4,7 @@
 #include <exception>
 #include <stdexcept>
 
+#include "host/base/local_socket.h"
 #include "host/base/logging.h"
 #include "host/base/memory_retry.h"
 #include "host/transport/backend_result.h"

@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "host/base/local_socket.h"
 #include "host/base/logging.h"
 #include "host/transport/backend_result.h"
 #include "platform/snmp_configuration.h"

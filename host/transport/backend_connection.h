@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "host/base/local_socket.h"
+#include "host/base/file_descriptor.h"
 #include "vrxpub/vrx_message_package.h"
 
 namespace vrx {

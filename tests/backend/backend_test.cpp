@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/base/local_socket.h"
 #include "host/transport/backend_result.h"
 #include "tests/backend/test_support.h"
 

@@ -13,6 +13,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "host/base/local_socket.h"
 #include "host/base/logging.h"
 
 namespace vrx {

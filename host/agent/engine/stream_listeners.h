@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "host/agent/settings/stream_limits.h"
-#include "host/base/local_socket.h"
+#include "host/base/file_descriptor.h"
 #include "host/base/log_rate_limiter.h"
 #include "host/snmp/net_snmp.h"
 

@@ -12,6 +12,8 @@
 #include <system_error>
 #include <utility>
 
+#include "host/base/local_socket.h"
+
 namespace vrx {
 
 namespace {

@@ -22,8 +22,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/base/file_descriptor.h"
 #include "host/base/local_address.h"
-#include "host/base/local_socket.h"
 
 struct MHD_Daemon;
 struct MHD_Connection;

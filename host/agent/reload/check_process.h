@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "host/base/local_socket.h"
+#include "host/base/file_descriptor.h"
 
 namespace vrx {
 

@@ -15,7 +15,7 @@
 #include "host/agent/delivery/name_resolver.h"
 #include "host/agent/delivery/notification_fitting.h"
 #include "host/agent/delivery/notification_pdu.h"
-#include "host/base/local_socket.h"
+#include "host/base/file_descriptor.h"
 
 namespace vrx {
 

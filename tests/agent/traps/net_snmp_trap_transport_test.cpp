@@ -8,7 +8,7 @@
 #include <sys/socket.h>
 
 #include "host/agent/delivery/notification_fitting.h"
-#include "host/base/local_socket.h"
+#include "host/base/file_descriptor.h"
 #include "host/snmp/net_snmp.h"
 
 namespace vrx {
