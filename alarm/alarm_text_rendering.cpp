@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "alarm/alarm_constants.h"
+#include "alarm/alarm_placeholder.h"
 #include "alarm/snmp_alarm_iniparser.h"
 #include "module/tamrel_log.h"
 #include "module/vrx_debug_kit_guard.h"
@@ -17,18 +18,11 @@ namespace {
 
 using Lock = ACE_Guard<ACE_Thread_Mutex>;
 
-constexpr std::string_view PLACEHOLDER_MARK = "##";
-constexpr std::size_t INDEX_LENGTH = 2;
 constexpr std::string_view MISSING_PARAMETER = "--";
-constexpr char ENTRY_SEPARATOR = ';';  // between the entries of a value map
-constexpr char VALUE_SEPARATOR = ':';  // between an entry's raw value and its text
 
 constexpr CVRXScopeName REPLACE_PARA_WITH_BRACE_VALUE =
     "bool CAlarmConfigParser::replaceParaWithBraceValue(std::string&, int, std::size_t, std::size_t, "
     "const POSITION_LIST&)"_scope;
-
-// The brace of a value map stands at most this far after the start of its placeholder.
-constexpr std::size_t MAP_DISTANCE = 7;
 
 // A replaced value is searched again, so one that holds its own placeholder would never end. No real text comes near
 // these: replacements in one template, and bytes by which a text may grow.
@@ -38,7 +32,7 @@ constexpr std::size_t MAX_GROWTH = 1024UL * 1024UL;
 // Two digits, as nearly all indexes are: these have one meaning, whoever reads them.
 bool isPlainIndex(std::string_view text) {
     const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
-    return text.size() == INDEX_LENGTH && isDigit(text[0]) && isDigit(text[1]);
+    return text.size() == PLACEHOLDER_INDEX_LENGTH && isDigit(text[0]) && isDigit(text[1]);
 }
 
 // REQUIRES: isPlainIndex().
@@ -52,7 +46,7 @@ std::string_view valueOrMissing(const std::vector<std::string>& params, unsigned
 
 // The brace that opens the value map of the placeholder at `mark`, npos when it has none.
 std::size_t findMap(const std::string& detail, std::size_t mark) {
-    const std::size_t offset = std::string_view(detail).substr(mark, MAP_DISTANCE + 1).find('{');
+    const std::size_t offset = std::string_view(detail).substr(mark, PLACEHOLDER_MAP_DISTANCE + 1).find('{');
     return offset != std::string_view::npos ? mark + offset : std::string::npos;
 }
 
@@ -62,13 +56,13 @@ std::string mappedValue(const std::vector<std::string>& params, unsigned int ind
     const std::string_view value = valueOrMissing(params, index);
     if (index < params.size()) {
         std::vector<std::string> entries;
-        entries.reserve(1 + static_cast<std::size_t>(std::count(map.begin(), map.end(), ENTRY_SEPARATOR)));
-        SplitToStr(std::string(map), ENTRY_SEPARATOR, entries);
+        entries.reserve(1 + static_cast<std::size_t>(std::count(map.begin(), map.end(), MAP_ENTRY_SEPARATOR)));
+        SplitToStr(std::string(map), MAP_ENTRY_SEPARATOR, entries);
         std::vector<std::string> parts;
         parts.reserve(2);
         for (std::string& entry : entries) {
             parts.clear();
-            SplitToStr(std::move(entry), VALUE_SEPARATOR, parts);
+            SplitToStr(std::move(entry), MAP_VALUE_SEPARATOR, parts);
             if (parts.size() == 2 && parts[0] == value) return std::move(parts[1]);
         }
     }
@@ -100,10 +94,12 @@ public:
         return true;
     }
 
-    std::string_view indexText() const { return m_rest.substr(m_at + PLACEHOLDER_MARK.size(), INDEX_LENGTH); }
+    std::string_view indexText() const {
+        return m_rest.substr(m_at + PLACEHOLDER_MARK.size(), PLACEHOLDER_INDEX_LENGTH);
+    }
 
     void replacePlaceholder(std::string_view value) {
-        m_at = std::min(m_at + PLACEHOLDER_MARK.size() + INDEX_LENGTH, m_rest.size());
+        m_at = std::min(m_at + PLACEHOLDER_MARK.size() + PLACEHOLDER_INDEX_LENGTH, m_rest.size());
         if (value.find(PLACEHOLDER_MARK.front()) == std::string_view::npos) {
             m_done.append(value);  // no mark begins or ends in it
             return;
@@ -141,8 +137,8 @@ private:
 // The index of a placeholder in text: blanks, a sign, digits as strtol takes them.
 int indexOf(std::string_view text) {
     if (isPlainIndex(text)) return plainIndex(text);
-    char digits[INDEX_LENGTH + 1] = {};
-    text.copy(digits, INDEX_LENGTH);
+    char digits[PLACEHOLDER_INDEX_LENGTH + 1] = {};
+    text.copy(digits, PLACEHOLDER_INDEX_LENGTH);
     return static_cast<int>(std::strtol(digits, nullptr, 10));
 }
 
@@ -220,7 +216,7 @@ void parserParmeterByDetail(std::vector<std::string>& params, POSITION_LIST& pai
          // Right after this mark, so that one inside of a value map is a placeholder too.
          mark = detail.find(PLACEHOLDER_MARK, mark + PLACEHOLDER_MARK.size())) {
         const std::string_view indexText =
-            std::string_view(detail).substr(mark + PLACEHOLDER_MARK.size(), INDEX_LENGTH);
+            std::string_view(detail).substr(mark + PLACEHOLDER_MARK.size(), PLACEHOLDER_INDEX_LENGTH);
         if (indexText.empty()) return;
         const unsigned int index = isPlainIndex(indexText) ? static_cast<unsigned int>(plainIndex(indexText))
                                                            : StrToUint(std::string(indexText));

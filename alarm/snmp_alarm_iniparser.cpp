@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 #include "alarm/alarm_constants.h"
+#include "alarm/alarm_grading.h"
 #include "alarm/alarm_xml_file.h"
 #include "module/tamrel_log.h"
 #include "module/vrx_debug_kit_guard.h"
@@ -150,15 +151,5 @@ void CAlarmConfigParser::resolveAlarmId(unsigned long long alarmId, u_int& short
 
 int CAlarmConfigParser::converToQ7700AlarmLevel(int level) {
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmConfigParser::converToQ7700AlarmLevel(int)"_scope);
-    switch (level) {
-        case 4:
-            return 3;
-        case 5:
-            return 2;
-        case 6:
-        case 7:
-            return 1;
-        default:
-            return 4;
-    }
+    return managementLevelOf(level);
 }

@@ -12,6 +12,8 @@
 #include <optional>
 #include <set>
 
+#include "alarm/alarm_grading.h"
+#include "alarm/alarm_placeholder.h"
 #include "alarm/alarm_xml_file.h"
 #include "module/vrx_exception.h"
 #include "platform/vrx_utility.h"
@@ -19,12 +21,6 @@
 namespace vrx {
 
 namespace {
-
-constexpr std::size_t MARK_LENGTH = 2;                // "##"
-constexpr std::size_t INDEX_LENGTH = 2;               // the digits after it
-constexpr std::size_t MAP_REACH = 7;                  // a "{" further after its "##" is no value map of it
-constexpr std::uint32_t FIRST_NON_FAULT = 507010006;  // numbers that the alarm table never shows
-constexpr std::uint32_t LAST_NON_FAULT = 507010010;
 
 // Descriptions by raw value, of each enumeration type.
 using Enumerations = std::map<std::string, std::map<std::string, std::string>>;
@@ -65,18 +61,20 @@ bool isNotificationOid(const std::string& text) {
 
 std::vector<Placeholder> placeholdersOf(const std::string& text) {
     std::vector<Placeholder> found;
-    for (std::size_t at = text.find("##"); at != std::string::npos; at = text.find("##", at + MARK_LENGTH)) {
+    for (std::size_t at = text.find(PLACEHOLDER_MARK); at != std::string::npos;
+         at = text.find(PLACEHOLDER_MARK, at + PLACEHOLDER_MARK.size())) {
         Placeholder placeholder;
-        const std::string digits = text.substr(at + MARK_LENGTH, INDEX_LENGTH);
+        const std::string digits = text.substr(at + PLACEHOLDER_MARK.size(), PLACEHOLDER_INDEX_LENGTH);
         placeholder.cutOff = digits.empty();
-        if (isNumber(digits) && digits.size() == INDEX_LENGTH)
+        if (isNumber(digits) && digits.size() == PLACEHOLDER_INDEX_LENGTH)
             placeholder.index = static_cast<unsigned int>(std::strtoul(digits.c_str(), nullptr, 10));
         const std::size_t open = text.find('{', at);
-        if (open != std::string::npos && open <= at + MAP_REACH) {
+        if (open != std::string::npos && open <= at + PLACEHOLDER_MAP_DISTANCE) {
             placeholder.hasMap = true;
             const std::size_t close = text.find('}', open);
             placeholder.unclosed = close == std::string::npos;
-            if (!placeholder.unclosed) placeholder.entries = split(text.substr(open + 1, close - open - 1), ';');
+            if (!placeholder.unclosed)
+                placeholder.entries = split(text.substr(open + 1, close - open - 1), MAP_ENTRY_SEPARATOR);
         }
         found.push_back(placeholder);
     }
@@ -278,7 +276,7 @@ void Linter::eventId(const TiXmlElement& alarm) {
         return;
     }
     const auto number = static_cast<std::uint32_t>(id);
-    if (number >= FIRST_NON_FAULT && number <= LAST_NON_FAULT)
+    if (reportsNoFault(number))
         warning(alarm.Row(), "hidden-alarm", fmt::format("alarm number {} never shows in the alarm table", number));
     const auto [sameNumber, newNumber] = m_numberLines.emplace(number, alarm.Row());
     if (!newNumber)
@@ -380,7 +378,7 @@ void Linter::detailTemplate(const TiXmlElement& alarm, const std::vector<Placeho
         const auto known = m_enumerations.find(type);
         if (type.empty() || known == m_enumerations.end()) continue;
         for (const std::string& entry : placeholder.entries) {
-            const std::string value = entry.substr(0, entry.find(':'));
+            const std::string value = entry.substr(0, entry.find(MAP_VALUE_SEPARATOR));
             const bool described = std::any_of(known->second.begin(), known->second.end(),
                                                [&value](const auto& member) { return member.second == value; });
             if (!described)
@@ -395,7 +393,7 @@ void Linter::valueMap(int line, const Placeholder& placeholder) {
     if (placeholder.entries.empty()) warning(line, "empty-map", "a value map of the detail has no entries");
     std::set<std::string> values;
     for (const std::string& entry : placeholder.entries) {
-        const std::vector<std::string> parts = split(entry, ':');
+        const std::vector<std::string> parts = split(entry, MAP_VALUE_SEPARATOR);
         if (parts.size() != 2) {
             error(line, "bad-map-entry", fmt::format("map entry \"{}\" is not VALUE:TEXT; it is ignored", entry));
             continue;
@@ -409,10 +407,11 @@ void Linter::valueMap(int line, const Placeholder& placeholder) {
 // Every brace group is removed from the detail, also one that is too far after its placeholder to be its map.
 void Linter::braces(const TiXmlElement& alarm, const std::string& detail) {
     for (std::size_t open = detail.find('{'); open != std::string::npos; open = detail.find('{', open + 1)) {
-        const std::size_t mark = detail.rfind("##", open);
-        if (mark == std::string::npos || open > mark + MAP_REACH)
+        const std::size_t mark = detail.rfind(PLACEHOLDER_MARK, open);
+        if (mark == std::string::npos || open > mark + PLACEHOLDER_MAP_DISTANCE)
             warning(alarm.Row(), "stray-brace", "a \"{\" of the detail belongs to no placeholder; its text is removed");
-        if (detail.find('}', open) == std::string::npos && (mark == std::string::npos || open > mark + MAP_REACH))
+        if (detail.find('}', open) == std::string::npos &&
+            (mark == std::string::npos || open > mark + PLACEHOLDER_MAP_DISTANCE))
             error(alarm.Row(), "unclosed-brace", "a \"{\" of the detail has no \"}\"");
     }
 }
@@ -450,10 +449,10 @@ void Linter::otherTemplate(const TiXmlElement& alarm, const char* name, const st
 // text.
 void Linter::endOf(const TiXmlElement& alarm, const char* name) {
     const std::string text = attribute(alarm, name);
-    const std::size_t mark = text.rfind("##");
+    const std::size_t mark = text.rfind(PLACEHOLDER_MARK);
     if (mark == std::string::npos) return;
-    std::size_t end = mark + MARK_LENGTH + INDEX_LENGTH;
-    if (end > text.size() || !isNumber(text.substr(mark + MARK_LENGTH, INDEX_LENGTH))) return;
+    std::size_t end = mark + PLACEHOLDER_MARK.size() + PLACEHOLDER_INDEX_LENGTH;
+    if (end > text.size() || !isNumber(text.substr(mark + PLACEHOLDER_MARK.size(), PLACEHOLDER_INDEX_LENGTH))) return;
     if (std::strcmp(name, "detail") == 0 && text.compare(end, 1, "{") == 0) end = text.find('}', end) + 1;
     if (end == text.size())
         warning(alarm.Row(), "placeholder-at-end",

@@ -1,19 +1,11 @@
 #include "host/notification_log/fault_level.h"
 
+#include "alarm/alarm_grading.h"
+
 namespace vrx {
 
 FaultLevel faultLevelOf(unsigned int backendLevel) {
-    switch (backendLevel) {
-        case 4:
-            return FaultLevel::Minor;
-        case 5:
-            return FaultLevel::Major;
-        case 6:
-        case 7:
-            return FaultLevel::Critical;
-        default:
-            return FaultLevel::Warning;
-    }
+    return static_cast<FaultLevel>(managementLevelOf(static_cast<int>(backendLevel)));
 }
 
 const char* textOf(FaultLevel level) {
