@@ -11,24 +11,15 @@
 #include <string>
 #include <vector>
 
+#include "alarm/alarm_record.h"
 #include "alarm_answer.pb.h"
+#include "vrxpub/record_access.h"
 #include "vrxpub/vrx_message_package.h"
 
 namespace {
 
 constexpr std::size_t ROWS = 50;
 constexpr unsigned long long GET_CURRENT_ALARM = 2001;
-
-enum Tag : unsigned short {
-    TYPE = 0,
-    ALARM_ID = 1,
-    LEVEL = 2,
-    SERIAL = 3,
-    RAISED = 4,
-    ENDED = 5,
-    SECOND_END = 6,
-    PARAMETERS = 8
-};
 
 struct tAlarm {
     unsigned int type = 1;
@@ -74,57 +65,31 @@ void require(bool good, const char* what) {
 
 // The codec.
 
-template <typename Number>
-void appendNumber(CTLVRecordV3& record, Tag tag, Number number) {
-    auto cell = std::make_unique<CTLVCell>();
-    unsigned char bytes[sizeof number];
-    if constexpr (sizeof number == 8) {
-        putLe64(bytes, number);
-    } else {
-        putLe32(bytes, number);
-    }
-    cell->set_i(CTLVCell::TLV_TYPE_UINT, tag, bytes, sizeof bytes);
-    record.append(cell.get());
-    (void)cell.release();
-}
-
 void fill(CR8KPackageV3& package) {
     for (const tAlarm& alarm : sampleAlarms()) {
         auto record = std::make_unique<CTLVRecordV3>(GET_CURRENT_ALARM, CTLVRecordV3::DEFAULT_BUCKETS);
-        appendNumber(*record, TYPE, alarm.type);
-        appendNumber(*record, ALARM_ID, alarm.id);
-        appendNumber(*record, LEVEL, alarm.level);
-        appendNumber(*record, SERIAL, alarm.serial);
-        appendNumber(*record, RAISED, alarm.raised);
-        appendNumber(*record, ENDED, alarm.ended);
-        appendNumber(*record, SECOND_END, alarm.secondEnd);
-        auto parameters = std::make_unique<CTLVCell>();
-        parameters->set(PARAMETERS, alarm.parameters.c_str());
-        record->append(parameters.get());
-        (void)parameters.release();
+        tlv::appendUint32(*record, alarm_tag::TYPE, alarm.type);
+        tlv::appendUint64(*record, alarm_tag::ID, alarm.id);
+        tlv::appendUint32(*record, alarm_tag::LEVEL, alarm.level);
+        tlv::appendUint32(*record, alarm_tag::SERIAL, alarm.serial);
+        tlv::appendUint64(*record, alarm_tag::RAISED, alarm.raised);
+        tlv::appendUint64(*record, alarm_tag::ENDED, alarm.ended);
+        tlv::appendUint64(*record, alarm_tag::SECOND_END, alarm.secondEnd);
+        tlv::appendText(*record, alarm_tag::PARAMETERS, alarm.parameters);
         package.append(std::move(record));
     }
 }
 
-template <typename Number>
-Number numberOf(const CTLVRecordV3& record, Tag tag) {
-    const CTLVCell& cell = record[tag];
-    cell.checkNumerical();
-    return CTLVCell::ValueCast<Number>()(&cell);
-}
-
 tAlarm alarmOf(const CTLVRecordV3& record) {
     tAlarm alarm;
-    alarm.type = numberOf<unsigned int>(record, TYPE);
-    alarm.id = numberOf<unsigned long long>(record, ALARM_ID);
-    alarm.level = numberOf<unsigned int>(record, LEVEL);
-    alarm.serial = numberOf<unsigned int>(record, SERIAL);
-    alarm.raised = numberOf<unsigned long long>(record, RAISED);
-    alarm.ended = numberOf<unsigned long long>(record, ENDED);
-    alarm.secondEnd = numberOf<unsigned long long>(record, SECOND_END);
-    const CTLVCell& parameters = record[PARAMETERS];
-    parameters.checkString();
-    alarm.parameters = parameters.toString();
+    alarm.type = tlv::uint32Of(record, alarm_tag::TYPE);
+    alarm.id = tlv::uint64Of(record, alarm_tag::ID);
+    alarm.level = tlv::uint32Of(record, alarm_tag::LEVEL);
+    alarm.serial = tlv::uint32Of(record, alarm_tag::SERIAL);
+    alarm.raised = tlv::uint64Of(record, alarm_tag::RAISED);
+    alarm.ended = tlv::uint64Of(record, alarm_tag::ENDED);
+    alarm.secondEnd = tlv::uint64Of(record, alarm_tag::SECOND_END);
+    alarm.parameters = tlv::textOf(record, alarm_tag::PARAMETERS);
     return alarm;
 }
 

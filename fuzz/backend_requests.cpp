@@ -81,7 +81,7 @@ void check(const PackageStream& requests, const PackageStream& answers) {
         require(answer.head().uiHeadParam1 == 0 || answer.records().empty(), "a refusal holds records");
         if (subscribed) {
             for (const CTLVRecordV3* record : answer.records()) {
-                const unsigned long long sequence = uint64Of(*record, alarm_tag::SEQUENCE);
+                const unsigned long long sequence = uint64Of(*record, event_tag::SEQUENCE);
                 require(sequence > last, "event numbers do not ascend");
                 last = sequence;
             }

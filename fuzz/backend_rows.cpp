@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "alarm/alarm_record.h"
 #include "fuzz/alarm_host.h"
 #include "fuzz/finding.h"
 #include "fuzz/input.h"
@@ -94,7 +95,8 @@ void notify(CTamrelNotifyMsgHandler& handler, const CTLVRecordV3& record) {
     require((result == 0) == (bindings != nullptr), "a trap without bindings, or bindings without a trap");
     for (int i = 0; result == 0 && i < handler.getTrapVbLen(); ++i)
         require(bindings[i].get_oid().valid(), "a binding without a name");
-    if (record.has(1)) (void)handler.getTrapOid(CTLVCell::ValueCast<unsigned long long>()(&record[1]));
+    if (record.has(alarm_tag::ID))
+        (void)handler.getTrapOid(CTLVCell::ValueCast<unsigned long long>()(&record[alarm_tag::ID]));
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 
 #include "handlers/snmp_tamrel_alarm_handler.h"
 
+#include "alarm/alarm_grading.h"
+#include "alarm/alarm_record.h"
 #include "alarm/snmp_alarm_iniparser.h"
 #include "handlers/tlv_columns.h"
 #include "module/tamrel_log.h"
@@ -13,26 +15,12 @@
 #include "platform/vrx_utility.h"
 
 using namespace handlers;
+using namespace tlv;
 
 namespace {
 
 constexpr unsigned int ROW_OID_LENGTH = 7;  // of a whole row's OID: 91.10.1.1.1.COLUMN.SERIAL
 constexpr unsigned int BULK_COUNT = 50;     // alarms in one batch
-
-constexpr unsigned int CLEAR_ALARM_TYPE = 8;
-
-// Alarm numbers that report no fault: they are never rows.
-constexpr unsigned int NO_FAULT_FIRST = 507010006;
-constexpr unsigned int NO_FAULT_LAST = 507010010;
-
-// Tags of a backend alarm record.
-constexpr unsigned short TAG_TYPE = 0;
-constexpr unsigned short TAG_ALARM_ID = 1;
-constexpr unsigned short TAG_SEVERITY = 2;
-constexpr unsigned short TAG_SERIAL = 3;
-constexpr unsigned short TAG_RAISED = 4;
-constexpr unsigned short TAG_PARAMETERS = 8;
-constexpr unsigned short TAG_NO_ALARM = 0xFFF;  // its presence marks a record that is not an alarm
 
 struct tAlarmRange {
     unsigned int start;
@@ -40,8 +28,10 @@ struct tAlarmRange {
 };
 
 constexpr tColumn<tAlarmRange> REQUEST_CELLS[] = {
-    {3, [](CTLVCell& cell, unsigned short tag, const tAlarmRange& range) { setUInt32(cell, tag, range.start); }},
-    {9, [](CTLVCell& cell, unsigned short tag, const tAlarmRange& range) { setUInt32(cell, tag, range.count); }},
+    {alarm_tag::SERIAL,
+     [](CTLVCell& cell, unsigned short tag, const tAlarmRange& range) { setUint32(cell, tag, range.start); }},
+    {alarm_tag::COUNT,
+     [](CTLVCell& cell, unsigned short tag, const tAlarmRange& range) { setUint32(cell, tag, range.count); }},
 };
 
 struct tAlarmRow {
@@ -70,7 +60,7 @@ void fillConst(CTLVCell& cell, unsigned short tag, const tAlarmRow&) {
 }
 
 void fillRaised(CTLVCell& cell, unsigned short tag, const tAlarmRow& row) {
-    const auto seconds = static_cast<long>(readUInt64(row.in, TAG_RAISED));
+    const auto seconds = static_cast<long>(uint64Of(row.in, alarm_tag::RAISED));
     Snmp_pp::OctetStr time;
     if (row.handler.useDateAndTime()) {
         CSnmpUtil::convertTime2DateTime(time, seconds);
@@ -87,11 +77,11 @@ constexpr tColumn<tAlarmRow> ALARM_COLUMNS[] = {
     {4, fillText<&tAlarmRow::title>},
     {5, fillConst<2>},
     {6, [](CTLVCell& cell, unsigned short tag, const tAlarmRow& row) { setInt32(cell, tag, row.level); }},
-    {7, [](CTLVCell& cell, unsigned short tag, const tAlarmRow& row) { setUInt32(cell, tag, row.number); }},
+    {7, [](CTLVCell& cell, unsigned short tag, const tAlarmRow& row) { setUint32(cell, tag, row.number); }},
     // Before column 8: the order of the record, which readers of its bytes know, is not that of the tags.
-    {12, [](CTLVCell& cell, unsigned short tag, const tAlarmRow& row) { setUInt64(cell, tag, row.alarmId); }},
+    {12, [](CTLVCell& cell, unsigned short tag, const tAlarmRow& row) { setUint64(cell, tag, row.alarmId); }},
     {8, fillRaised},
-    {9, [](CTLVCell& cell, unsigned short tag, const tAlarmRow& row) { setUInt32(cell, tag, row.serial); }},
+    {9, [](CTLVCell& cell, unsigned short tag, const tAlarmRow& row) { setUint32(cell, tag, row.serial); }},
     {10, fillText<&tAlarmRow::detail>},
     {11, fillConst<1>},
 };
@@ -101,8 +91,10 @@ struct tClearRequest {
 };
 
 constexpr tColumn<tClearRequest> CLEAR_CELLS[] = {
-    {3, [](CTLVCell& cell, unsigned short tag, const tClearRequest& clear) { setUInt32(cell, tag, clear.serial); }},
-    {7, [](CTLVCell& cell, unsigned short tag, const tClearRequest&) { cell.set(tag, "SNMP_AGENT"); }},
+    {alarm_tag::SERIAL,
+     [](CTLVCell& cell, unsigned short tag, const tClearRequest& clear) { setUint32(cell, tag, clear.serial); }},
+    {alarm_tag::CLEARED_BY,
+     [](CTLVCell& cell, unsigned short tag, const tClearRequest&) { cell.set(tag, "SNMP_AGENT"); }},
 };
 
 }  // namespace
@@ -139,13 +131,13 @@ void CSnmpTamrelVrxAlarmHandler::fillRspRecord(const CTLVRecordV3& in, CTLVRecor
     CVRXDebugKitGuard guard(
         TAMREL_LOG_MODULE,
         "virtual void CSnmpTamrelVrxAlarmHandler::fillRspRecord(const CTLVRecordV3&, CTLVRecordV3*)"_scope);
-    if (in.has(TAG_NO_ALARM)) return;
+    if (in.has(alarm_tag::NO_ALARM)) return;
 
     tAlarmRow row(*this, in);
-    row.serial = readUInt32(in, TAG_SERIAL);
-    const unsigned int type = readUInt32(in, TAG_TYPE) & 0xFFFF;  // the type is 16 bits wide, whatever the cell is
-    row.alarmId = readUInt64(in, TAG_ALARM_ID);
-    if (type == CLEAR_ALARM_TYPE) {
+    row.serial = uint32Of(in, alarm_tag::SERIAL);
+    const unsigned int type = uint32Of(in, alarm_tag::TYPE) & 0xFFFF;  // 16 bits wide, whatever the cell is
+    row.alarmId = uint64Of(in, alarm_tag::ID);
+    if (type == ALARM_TYPE_CLEAR) {
         guard.debug(LOGCODE_DEBUG, __FUNCTION__, __LINE__, "ignore clear type alarm %llu", row.alarmId);
         return;
     }
@@ -160,18 +152,18 @@ void CSnmpTamrelVrxAlarmHandler::fillRspRecord(const CTLVRecordV3& in, CTLVRecor
                     fault.what());
         return;
     }
-    const std::string parameters = in[TAG_PARAMETERS].toString();
+    const std::string parameters = in[alarm_tag::PARAMETERS].toString();
     if (parser->getAlarmInfo(row.alarmId, parameters, row.location, row.detail, row.number, row.title,
                              row.suggestion) != 0) {
         guard.setResult(false);
         return;  // the renderer has said why
     }
-    if (row.number >= NO_FAULT_FIRST && row.number <= NO_FAULT_LAST) {
+    if (reportsNoFault(row.number)) {
         guard.debug(LOGCODE_DEBUG, __FUNCTION__, __LINE__, "ignore non-fault alarm %llu", row.alarmId);
         return;
     }
 
-    row.level = parser->converToQ7700AlarmLevel(static_cast<int>(readUInt32(in, TAG_SEVERITY)));
+    row.level = parser->converToQ7700AlarmLevel(static_cast<int>(uint32Of(in, alarm_tag::LEVEL)));
     appendColumns(*out, ALARM_COLUMNS, row);
 }
 
@@ -179,7 +171,7 @@ std::string CSnmpTamrelVrxAlarmHandler::getIndexOfRecord(const CTLVRecordV3& rec
     CVRXDebugKitGuard guard(
         TAMREL_LOG_MODULE,
         "virtual std::string CSnmpTamrelVrxAlarmHandler::getIndexOfRecord(const CTLVRecordV3&)"_scope);
-    return record[TAG_SERIAL].toString();
+    return record[alarm_tag::SERIAL].toString();
 }
 
 std::string CSnmpTamrelVrxAlarmHandler::getMibKey(const Agentpp::Oidx& oid) {
@@ -197,7 +189,7 @@ int CSnmpTamrelVrxClearAlarmHandler::OnSetLeaf(const CVRX_SnmpContext&, const CR
                             "CR8KPackageV3&, CR8KPackageV3&)"_scope);
     CR8KPackageV3 request;
     const auto code = static_cast<unsigned long long>(commandCode("CLEAR_ALARM"));
-    const tClearRequest clear{readUInt32(*req[0], 0)};
+    const tClearRequest clear{uint32Of(*req[0], 0)};
     auto record = std::make_unique<CTLVRecordV3>(code, CTLVRecordV3::DEFAULT_BUCKETS);
     appendColumns(*record, CLEAR_CELLS, clear);
     request.append(std::move(record));
@@ -214,7 +206,7 @@ int CSnmpTamrelVrxClearAlarmHandler::queryLeaf(const CVRX_SnmpContext&, CTLVCell
         TAMREL_LOG_MODULE,
         "virtual int CSnmpTamrelVrxClearAlarmHandler::queryLeaf(const CVRX_SnmpContext&, CTLVCell*&)"_scope);
     auto zero = std::make_unique<CTLVCell>();
-    setUInt32(*zero, 0, 0);
+    setUint32(*zero, 0, 0);
     cell = zero.release();  // the caller's
     return 0;
 }

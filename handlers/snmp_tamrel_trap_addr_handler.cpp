@@ -12,6 +12,7 @@
 #include "platform/snmp_trap_api.h"
 
 using namespace handlers;
+using namespace tlv;
 
 namespace {
 
@@ -36,7 +37,7 @@ void fillText(CTLVCell& cell, unsigned short tag, const tTrapDestInfo& info) {
 
 template <unsigned int tTrapDestInfo::*NUMBER>
 void fillNumber(CTLVCell& cell, unsigned short tag, const tTrapDestInfo& info) {
-    setUInt32(cell, tag, info.*NUMBER);
+    setUint32(cell, tag, info.*NUMBER);
 }
 
 void fillReachable(CTLVCell& cell, unsigned short tag, const tTrapDestInfo& info) {
@@ -63,13 +64,13 @@ struct tOptionalColumn {
 
 constexpr tOptionalColumn OPTIONAL_COLUMNS[] = {
     {TAG_VERSION,
-     [](const CTLVRecordV3& row, unsigned short tag, tTrapDestInfo& info) { info.version = readUInt32(row, tag); },
+     [](const CTLVRecordV3& row, unsigned short tag, tTrapDestInfo& info) { info.version = uint32Of(row, tag); },
      CheckTrapVerOK},
     {TAG_ADDRESS,
-     [](const CTLVRecordV3& row, unsigned short tag, tTrapDestInfo& info) { info.address = readString(row, tag); },
+     [](const CTLVRecordV3& row, unsigned short tag, tTrapDestInfo& info) { info.address = textOf(row, tag); },
      [](tTrapDestInfo& info) { return CheckIPAddrOK(info.address); }},
     {TAG_TYPE,
-     [](const CTLVRecordV3& row, unsigned short tag, tTrapDestInfo& info) { info.trapType = readUInt32(row, tag); },
+     [](const CTLVRecordV3& row, unsigned short tag, tTrapDestInfo& info) { info.trapType = uint32Of(row, tag); },
      CheckTrapTypeOK},
     {TAG_USER,
      [](const CTLVRecordV3& row, unsigned short tag, tTrapDestInfo& info) { info.user = row[tag].toString(); },
@@ -90,7 +91,7 @@ bool isAbsentOrValid(const CTLVRecordV3& row, unsigned short tag) {
 // A destination as a create or modify starts with: the request's port, and nothing optional yet.
 tTrapDestInfo writtenDestination(const CTLVRecordV3& row) {
     tTrapDestInfo info;
-    info.port = readUInt32(row, TAG_PORT);
+    info.port = uint32Of(row, TAG_PORT);
     info.trapType = WRITTEN_TYPE;
     info.version = WRITTEN_VERSION;
     info.user = WRITTEN_USER;
@@ -133,7 +134,7 @@ int CTamrelTrapAddrHandler::OnCreateTable(const CVRX_SnmpContext&, const CR8KPac
     const CTLVRecordV3& row = *req[0];
     tTrapDestInfo info = writtenDestination(row);
     if (CheckParam(req)) {
-        if (row.has(TAG_REACHABLE)) info.address = readString(row, TAG_REACHABLE);
+        if (row.has(TAG_REACHABLE)) info.address = textOf(row, TAG_REACHABLE);
         CommonOperation(req, info);
         if (isComplete(info)) return CSNMP_TrapApi::createTrapAddr(info);
     }
@@ -153,11 +154,11 @@ int CTamrelTrapAddrHandler::OnModifyTable(const CVRX_SnmpContext&, const CR8KPac
         guard.error(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "can't find trap index, old method is not supporttd.");
         return PARAM_ERROR;
     }
-    const std::string index = readString(row, TAG_INDEX);
+    const std::string index = textOf(row, TAG_INDEX);
     tTrapDestInfo info = writtenDestination(row);
     info.index = index;
     if (CheckParam(req)) {
-        if (row.has(TAG_REACHABLE)) info.address = readString(row, TAG_REACHABLE);
+        if (row.has(TAG_REACHABLE)) info.address = textOf(row, TAG_REACHABLE);
         CommonOperation(req, info);
         if (CheckTrapIndOK(info) && isComplete(info)) return CSNMP_TrapApi::modifyTrapAddr(info);
     }
@@ -180,8 +181,8 @@ int CTamrelTrapAddrHandler::OnDeleteTable(const CVRX_SnmpContext&, const CR8KPac
     const CTLVRecordV3& row = *req[0];
     tTrapDestInfo info;
     if (row.has(TAG_REACHABLE) && row.has(TAG_PORT)) {
-        info.address = readString(row, TAG_REACHABLE);
-        info.port = readUInt32(row, TAG_PORT);
+        info.address = textOf(row, TAG_REACHABLE);
+        info.port = uint32Of(row, TAG_PORT);
         const auto found = std::find_if(destinations.begin(), destinations.end(), [&info](const tTrapDestInfo& entry) {
             return entry.address == info.address && entry.port == info.port;
         });
@@ -196,7 +197,7 @@ int CTamrelTrapAddrHandler::OnDeleteTable(const CVRX_SnmpContext&, const CR8KPac
         guard.error(LOGCODE_NO_OBJECT, __FUNCTION__, __LINE__, "failed to delete trap, unresolvable argument.");
         return PARAM_ERROR;
     }
-    info.index = readString(row, TAG_INDEX);
+    info.index = textOf(row, TAG_INDEX);
     if (!CheckTrapIndOK(info)) {
         guard.setResult(false);
         guard.error(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "unknown trap index:%s.", info.index.c_str());

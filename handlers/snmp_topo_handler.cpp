@@ -9,6 +9,7 @@
 #include "platform/snmp_configuration.h"
 
 using namespace handlers;
+using namespace tlv;
 
 namespace {
 
@@ -23,7 +24,7 @@ struct tTopoRow {
 constexpr tColumn<tTopoRow> TOPO_COLUMNS[] = {
     {1, [](CTLVCell& cell, unsigned short tag, const tTopoRow&) { cell.set(tag, CSNMPBasicImpl::getNodeCode()); }},
     {2,
-     [](CTLVCell& cell, unsigned short tag, const tTopoRow&) { setUInt32(cell, tag, CSNMPBasicImpl::getNodeType()); }},
+     [](CTLVCell& cell, unsigned short tag, const tTopoRow&) { setUint32(cell, tag, CSNMPBasicImpl::getNodeType()); }},
     {3, [](CTLVCell& cell, unsigned short tag, const tTopoRow&) { setInt32(cell, tag, 1); }},
     {4, [](CTLVCell& cell, unsigned short tag, const tTopoRow&) { cell.set(tag, "192.168.2.10"); }},
     {5, [](CTLVCell& cell, unsigned short tag, const tTopoRow&) { cell.set(tag, "Array"); }},

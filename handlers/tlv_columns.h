@@ -1,4 +1,4 @@
-// What the handlers have in common: command codes, reading cells by tag, and rows of cells as tables.
+// What the handlers have in common: command codes, and rows of cells as tables.
 //
 //     constexpr tColumn<tAlarmRow> ALARM_COLUMNS[] = {
 //         {1, [](CTLVCell& cell, unsigned short tag, const tAlarmRow& row) { cell.set(tag, row.title.c_str()); }},
@@ -8,9 +8,8 @@
 
 #include <cstddef>
 #include <memory>
-#include <string>
 
-#include "vrxpub/vrx_tlv_record.h"
+#include "vrxpub/record_access.h"
 
 // A namespace of its own: these names are short, and the host exports its own symbols to what it loads.
 namespace handlers {
@@ -18,18 +17,6 @@ namespace handlers {
 // The code of a backend command: a key of the section "COMMAND", read from the device configuration now. 0 when the
 // key is missing or its text is no number.
 long long commandCode(const char* command);
-
-// The number in the cell with that tag. Throws CVRX_Exception when the cell is missing or not numerical.
-unsigned int readUInt32(const CTLVRecordV3& record, unsigned short tag);
-unsigned long long readUInt64(const CTLVRecordV3& record, unsigned short tag);
-
-// The text in the cell with that tag. Throws CVRX_Exception when the cell is missing or no string.
-std::string readString(const CTLVRecordV3& record, unsigned short tag);
-
-// Make a cell of that tag and value.
-void setUInt32(CTLVCell& cell, unsigned short tag, unsigned int number);
-void setUInt64(CTLVCell& cell, unsigned short tag, unsigned long long number);
-void setInt32(CTLVCell& cell, unsigned short tag, int number);
 
 // A new record without identifier.
 std::unique_ptr<CTLVRecordV3> makeRow();

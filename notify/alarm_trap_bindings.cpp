@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <iterator>
 
+#include "alarm/alarm_record.h"
 #include "notify/alarm_trap_values.h"
 #include "platform/snmp_basic_impl.h"
 
@@ -13,9 +14,8 @@ namespace {
 using Agentpp::Vbx;
 using Values = tAlarmTrapValues;
 
-constexpr unsigned int CATEGORY_3 = 3;  // never computed by the handlers; its fault type is its own
 constexpr int FAULT_TYPE = 2;
-constexpr int FAULT_TYPE_3 = 3;
+constexpr int FAULT_TYPE_UNTRACKED = 3;
 
 Snmp_pp::Counter64 counter64(unsigned long long number) {
     return Snmp_pp::Counter64(static_cast<unsigned int>(number >> 32), static_cast<unsigned int>(number));
@@ -33,7 +33,7 @@ constexpr tBinding BINDINGS[] = {
     { 2, "ReportingAlarmLocationInfo  --- ", [](Vbx& vb, Values& v) { vb.set_value(v.location.c_str()); }},
     { 3, "ReportingAlarmRestoreAdvice --- ", [](Vbx& vb, Values& v) { vb.set_value(v.suggestion.c_str()); }},
     { 4, "ReportingAlarmFaultTitle    --- ", [](Vbx& vb, Values& v) { vb.set_value(v.name.c_str()); }},
-    { 5, "ReportingAlarmFaultType     --- ", [](Vbx& vb, Values& v) { vb.set_value(Snmp_pp::SnmpInt32(v.category == CATEGORY_3 ? FAULT_TYPE_3 : FAULT_TYPE)); }},
+    { 5, "ReportingAlarmFaultType     --- ", [](Vbx& vb, Values& v) { vb.set_value(Snmp_pp::SnmpInt32(v.category == ALARM_CATEGORY_UNTRACKED ? FAULT_TYPE_UNTRACKED : FAULT_TYPE)); }},
     { 6, "ReportingAlarmFaultLevel    --- ", [](Vbx& vb, Values& v) { vb.set_value(Snmp_pp::SnmpInt32(v.faultLevel)); }},
     { 7, "ReportingAlarmAlarmID       --- ", [](Vbx& vb, Values& v) { vb.set_value(Snmp_pp::Gauge32(v.level)); }},
     { 8, "ReportingAlarmFaultTime     --- ", [](Vbx& vb, Values& v) { vb.set_value(v.time); }},

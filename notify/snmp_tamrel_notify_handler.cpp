@@ -2,6 +2,7 @@
 
 #include "notify/snmp_tamrel_notify_handler.h"
 
+#include "alarm/alarm_record.h"
 #include "alarm/snmp_alarm_iniparser.h"
 #include "alarm/snmp_alarm_repository.h"
 #include "module/tamrel_log.h"
@@ -11,9 +12,6 @@
 #include "notify/alarm_trap_values.h"
 
 namespace {
-
-constexpr unsigned int CATEGORY_ACTIVE = 1;
-constexpr unsigned int CATEGORY_UNTRACKED = 3;  // never computed here; callers of the repository operations may pass it
 
 // Which of the two kinds of traps a destination gets.
 constexpr unsigned int TRAP_TYPE_FIXED_OID = 1;
@@ -100,7 +98,7 @@ int CTamrelNotifyMsgHandler::putAlarmIntoRepository(u_int serialNo, u_int catego
         guard.error(LOGCODE_NO_OBJECT, __FUNCTION__, __LINE__, "null repository ptr");
         return -1;
     }
-    if (category == CATEGORY_UNTRACKED) return 0;
+    if (category == ALARM_CATEGORY_UNTRACKED) return 0;
     const int rc = updateRepository(category, serialNo, repository);
     guard.setResult(rc == 0);
     return rc;
@@ -110,7 +108,7 @@ int CTamrelNotifyMsgHandler::updateRepository(u_int category, u_int serialNo, CA
     CVRXDebugKitGuard guard(
         TAMREL_LOG_MODULE,
         "int CTamrelNotifyMsgHandler::updateRepository(u_int, u_int, CAlarmRepository_Singleton*)"_scope);
-    if (category == CATEGORY_ACTIVE) {
+    if (category == ALARM_CATEGORY_ACTIVE) {
         const int rc = repository->addAlarm(serialNo);
         if (rc != 0) {
             guard.setResult(false);

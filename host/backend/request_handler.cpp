@@ -129,9 +129,9 @@ std::optional<unsigned long long> RequestHandler::handle(const CR8KPackageV3& re
     }
     const CTLVRecordV3& first = *request.records().front();
     if (first.identifier() != m_codes.subscribeAlarm) return std::nullopt;
-    const unsigned long long last = uint64Of(*answer[0], alarm_tag::LAST_SEQUENCE);
+    const unsigned long long last = uint64Of(*answer[0], event_tag::LAST_SEQUENCE);
     // A number beyond the last event was handled with another store: such a client gets what comes up from now on.
-    return first.has(alarm_tag::HANDLED) ? std::min(neededUint64(first, alarm_tag::HANDLED), last) : last;
+    return first.has(event_tag::HANDLED) ? std::min(neededUint64(first, event_tag::HANDLED), last) : last;
 }
 
 // One line for each change of state.
@@ -209,16 +209,16 @@ void RequestHandler::raiseAlarm(const Records& records, CR8KPackageV3& answer) {
 }
 
 void RequestHandler::subscribeAlarm(const Records& records, CR8KPackageV3& answer) {
-    if (records.front()->has(alarm_tag::HANDLED)) (void)neededUint64(*records.front(), alarm_tag::HANDLED);
+    if (records.front()->has(event_tag::HANDLED)) (void)neededUint64(*records.front(), event_tag::HANDLED);
     auto record = newRecord(m_codes.subscribeAlarm);
-    appendUint64(*record, alarm_tag::LAST_SEQUENCE, m_store.lastSequence());
+    appendUint64(*record, event_tag::LAST_SEQUENCE, m_store.lastSequence());
     answer.append(std::move(record));
 }
 
 void RequestHandler::fillPush(unsigned long long& position, CR8KPackageV3& package) {
     for (const StoredEvent& event : m_store.eventsAfter(position, MOST_RECORDS, m_packageLimit / 2)) {
         auto record = alarmRecord(m_codes.subscribeAlarm, event.type, event.alarm);
-        appendUint64(*record, alarm_tag::SEQUENCE, event.sequence);
+        appendUint64(*record, event_tag::SEQUENCE, event.sequence);
         package.append(std::move(record));
         position = event.sequence;
     }

@@ -14,6 +14,7 @@
 #include "platform/snmp_configuration.h"
 #include "platform/snmp_table_base.h"
 #include "platform/vrx_debug_kit.h"
+#include "vrxpub/record_access.h"
 
 const std::string CSnmpTableBase::INVALID_KEY = "INVALID_KEY";
 
@@ -69,8 +70,7 @@ CSnmpTableBase::~CSnmpTableBase() = default;
 int CSnmpTableBase::OnQueryTable(const CVRX_SnmpContext& ctx, const CR8KPackageV3& req, CR8KPackageV3& rsp) {
     if (!checkOKBeforeQueryTable(ctx)) return TABLE_FAILED;
     const CTLVRecordV3& asked = *req[0];
-    asked[REQUEST_TYPE_TAG].checkNumerical();
-    m_requestType = static_cast<long long>(CTLVCell::ValueCast<unsigned long long>()(&asked[REQUEST_TYPE_TAG]));
+    m_requestType = static_cast<long long>(tlv::uint64Of(asked, REQUEST_TYPE_TAG));
     m_currentKey =
         asked.has(REQUEST_OID_TAG) ? getMibKey(Agentpp::Oidx(asked[REQUEST_OID_TAG].toString().c_str())) : INVALID_KEY;
 

@@ -224,11 +224,11 @@ unsigned long long AlarmEventSource::chooseStart(BackendState& state) {
 // The number of the store's last event, once it is done; 0 from a backend that does not tell.
 unsigned long long AlarmEventSource::subscribe(BackendConnection& connection, unsigned long long handled) {
     auto request = std::make_unique<CTLVRecordV3>(m_commands.subscribeAlarm, CTLVRecordV3::DEFAULT_BUCKETS);
-    appendUint64(*request, alarm_tag::HANDLED, handled);
+    appendUint64(*request, event_tag::HANDLED, handled);
     CR8KPackageV3 answer;
     ask(connection, std::move(request), answer);
-    if (answer.records().empty() || !answer[0]->has(alarm_tag::LAST_SEQUENCE)) return 0;
-    return uint64Of(*answer[0], alarm_tag::LAST_SEQUENCE);
+    if (answer.records().empty() || !answer[0]->has(event_tag::LAST_SEQUENCE)) return 0;
+    return uint64Of(*answer[0], event_tag::LAST_SEQUENCE);
 }
 
 void AlarmEventSource::deliverEvents(BackendConnection& connection, unsigned long long handled) {
@@ -248,7 +248,7 @@ void AlarmEventSource::deliverEvents(BackendConnection& connection, unsigned lon
 void AlarmEventSource::deliver(const CTLVRecordV3& record, unsigned long long& handled) {
     unsigned long long sequence = 0;
     try {
-        sequence = uint64Of(record, alarm_tag::SEQUENCE);
+        sequence = uint64Of(record, event_tag::SEQUENCE);
     } catch (const std::exception& fault) {
         ++m_malformed;
         complain(std::string("a record without a number is skipped: ") + fault.what());

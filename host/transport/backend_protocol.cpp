@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <map>
-#include <memory>
 #include <stdexcept>
 
 #include "platform/vrx_xml_config.h"
@@ -39,30 +38,6 @@ unsigned long long readCode(const std::string& key) {
     return code;
 }
 
-void appendCell(CTLVRecordV3& record, std::unique_ptr<CTLVCell> cell) {
-    record.append(cell.get());
-    (void)cell.release();  // the record owns it from here
-}
-
-template <typename Number>
-void appendUint(CTLVRecordV3& record, unsigned short tag, Number value) {
-    unsigned char bytes[sizeof(Number)];
-    for (unsigned char& byte : bytes) {
-        byte = static_cast<unsigned char>(value & 0xFFU);
-        value = static_cast<Number>(value >> 8);
-    }
-    auto cell = std::make_unique<CTLVCell>();
-    cell->set_i(CTLVCell::TLV_TYPE_UINT, tag, bytes, sizeof(bytes));
-    appendCell(record, std::move(cell));
-}
-
-template <typename Number>
-Number numberOf(const CTLVRecordV3& record, unsigned short tag) {
-    const CTLVCell& cell = record[tag];
-    cell.checkNumerical();
-    return CTLVCell::ValueCast<Number>()(&cell);
-}
-
 }  // namespace
 
 BackendCommands BackendCommands::fromDevice() {
@@ -77,34 +52,6 @@ BackendCommands BackendCommands::fromDevice() {
         commands.*command.code = code;
     }
     return commands;
-}
-
-void appendUint32(CTLVRecordV3& record, unsigned short tag, unsigned int value) {
-    appendUint(record, tag, value);
-}
-
-void appendUint64(CTLVRecordV3& record, unsigned short tag, unsigned long long value) {
-    appendUint(record, tag, value);
-}
-
-void appendText(CTLVRecordV3& record, unsigned short tag, const std::string& text) {
-    auto cell = std::make_unique<CTLVCell>();
-    cell->set(tag, text.c_str());
-    appendCell(record, std::move(cell));
-}
-
-unsigned int uint32Of(const CTLVRecordV3& record, unsigned short tag) {
-    return numberOf<unsigned int>(record, tag);
-}
-
-unsigned long long uint64Of(const CTLVRecordV3& record, unsigned short tag) {
-    return numberOf<unsigned long long>(record, tag);
-}
-
-std::string textOf(const CTLVRecordV3& record, unsigned short tag) {
-    const CTLVCell& cell = record[tag];
-    cell.checkString();
-    return cell.toString();
 }
 
 }  // namespace vrx

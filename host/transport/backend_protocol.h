@@ -7,6 +7,8 @@
 
 #include <string>
 
+#include "alarm/alarm_record.h"
+#include "vrxpub/record_access.h"
 #include "vrxpub/vrx_message_package.h"
 
 namespace vrx {
@@ -25,24 +27,12 @@ struct BackendCommands {
     static BackendCommands fromDevice();
 };
 
-// Tags of alarm records: active alarms in an answer, and events that are pushed.
-namespace alarm_tag {
-constexpr unsigned short TYPE = 0;            // UINT 4: an AlarmType
-constexpr unsigned short ID = 1;              // UINT 8: key of the alarm definition
-constexpr unsigned short LEVEL = 2;           // UINT 4: as the backend grades it
-constexpr unsigned short SERIAL = 3;          // UINT 4
-constexpr unsigned short RAISED = 4;          // UINT 8: seconds since 1970 UTC
-constexpr unsigned short ENDED = 5;           // UINT 8: seconds since 1970 UTC, 0 while active
-constexpr unsigned short SECOND_END = 6;      // UINT 8: 0 while unset; this backend never sets it
-constexpr unsigned short CLEARED_BY = 7;      // STRING: who asks for the clearing
-constexpr unsigned short PARAMETERS = 8;      // STRING
-constexpr unsigned short COUNT = 9;           // UINT 4: alarms wanted
+// Tags of events and subscriptions, beside those of alarm/alarm_record.h.
+namespace event_tag {
 constexpr unsigned short SEQUENCE = 20;       // UINT 8: number of an event
 constexpr unsigned short HANDLED = 21;        // UINT 8: number of the last event that the subscriber has handled
 constexpr unsigned short LAST_SEQUENCE = 22;  // UINT 8: number of the last event in the store
-}  // namespace alarm_tag
-
-enum AlarmType : unsigned int { ALARM_TYPE_FAULT = 1, ALARM_TYPE_CLEAR = 8 };
+}  // namespace event_tag
 
 // Tags of the answer to GET_SYSTEM_WWN.
 namespace wwn_tag {
@@ -70,14 +60,12 @@ constexpr std::size_t LONGEST_STORE_IDENTITY = 64;
 // The longest parameter text of an alarm in bytes: its record, with the other cells, fits the 16-bit record length.
 constexpr std::size_t LONGEST_ALARM_PARAMETERS = 60000;
 
-// Add a cell at the end of a record.
-void appendUint32(CTLVRecordV3& record, unsigned short tag, unsigned int value);
-void appendUint64(CTLVRecordV3& record, unsigned short tag, unsigned long long value);
-void appendText(CTLVRecordV3& record, unsigned short tag, const std::string& text);
-
-// The value of a record's cell. Throw CVRX_Exception when the cell is absent or of another type.
-unsigned int uint32Of(const CTLVRecordV3& record, unsigned short tag);
-unsigned long long uint64Of(const CTLVRecordV3& record, unsigned short tag);
-std::string textOf(const CTLVRecordV3& record, unsigned short tag);
+// The cells of these records: vrxpub/record_access.h.
+using tlv::appendText;
+using tlv::appendUint32;
+using tlv::appendUint64;
+using tlv::textOf;
+using tlv::uint32Of;
+using tlv::uint64Of;
 
 }  // namespace vrx

@@ -90,7 +90,7 @@ protected:
     std::unique_ptr<BackendConnection> subscribe(unsigned long long handled) {
         auto connection = connect();
         auto record = makeRecord(m_settings.commands.subscribeAlarm);
-        appendUint64(*record, alarm_tag::HANDLED, handled);
+        appendUint64(*record, event_tag::HANDLED, handled);
         CR8KPackageV3 answer;
         EXPECT_EQ(ask(*connection, std::move(record), answer), BACKEND_OK);
         return connection;
@@ -101,7 +101,7 @@ protected:
         while (numbers.size() < count) {
             CR8KPackageV3 push;
             if (connection.receive(push, inTime()) != Result::Ok) break;
-            for (const CTLVRecordV3* record : push.records()) numbers.push_back(uint64Of(*record, alarm_tag::SEQUENCE));
+            for (const CTLVRecordV3* record : push.records()) numbers.push_back(uint64Of(*record, event_tag::SEQUENCE));
         }
         return numbers;
     }

@@ -313,20 +313,20 @@ TEST_F(RequestHandlerTest, ASubscriptionWithoutANumberBeginsNow) {
     raiseAlarms(3);
     record(m_codes.subscribeAlarm);
     ASSERT_EQ(handle(), BACKEND_OK);
-    EXPECT_EQ(uint64Of(*m_answer[0], alarm_tag::LAST_SEQUENCE), 3U);
+    EXPECT_EQ(uint64Of(*m_answer[0], event_tag::LAST_SEQUENCE), 3U);
     EXPECT_EQ(m_subscribed, 3U);
 }
 
 TEST_F(RequestHandlerTest, ASubscriptionBeginsAfterTheEventHandled) {
     raiseAlarms(3);
-    appendUint64(record(m_codes.subscribeAlarm), alarm_tag::HANDLED, 1);
+    appendUint64(record(m_codes.subscribeAlarm), event_tag::HANDLED, 1);
     ASSERT_EQ(handle(), BACKEND_OK);
     EXPECT_EQ(m_subscribed, 1U);
 }
 
 TEST_F(RequestHandlerTest, ASubscriptionAfterAnEventThatIsNotThereYetBeginsNow) {
     raiseAlarms(3);
-    appendUint64(record(m_codes.subscribeAlarm), alarm_tag::HANDLED, ~0ULL);
+    appendUint64(record(m_codes.subscribeAlarm), event_tag::HANDLED, ~0ULL);
     ASSERT_EQ(handle(), BACKEND_OK);
     EXPECT_EQ(m_subscribed, 3U);
 }
@@ -337,7 +337,7 @@ TEST_F(RequestHandlerTest, OnlyASubscriptionSubscribes) {
 }
 
 TEST_F(RequestHandlerTest, ASubscriptionWithATextForANumberIsRefused) {
-    appendText(record(m_codes.subscribeAlarm), alarm_tag::HANDLED, "1");
+    appendText(record(m_codes.subscribeAlarm), event_tag::HANDLED, "1");
     expectRefused(BACKEND_WRONG_CELL);
     EXPECT_FALSE(m_subscribed.has_value());
 }
@@ -353,9 +353,9 @@ TEST_F(RequestHandlerTest, APushHoldsTheEventsAfterAPosition) {
     EXPECT_EQ(push.head().uiHeadParam1, 0U);
     ASSERT_EQ(push.records().size(), 2U);
     EXPECT_EQ(push[0]->identifier(), m_codes.subscribeAlarm);
-    EXPECT_EQ(uint64Of(*push[0], alarm_tag::SEQUENCE), 2U);
+    EXPECT_EQ(uint64Of(*push[0], event_tag::SEQUENCE), 2U);
     EXPECT_EQ(uint32Of(*push[0], alarm_tag::TYPE), ALARM_TYPE_FAULT);
-    EXPECT_EQ(uint64Of(*push[1], alarm_tag::SEQUENCE), 3U);
+    EXPECT_EQ(uint64Of(*push[1], event_tag::SEQUENCE), 3U);
     EXPECT_EQ(uint32Of(*push[1], alarm_tag::TYPE), ALARM_TYPE_CLEAR);
     EXPECT_EQ(uint32Of(*push[1], alarm_tag::SERIAL), 1U);
     EXPECT_GT(uint64Of(*push[1], alarm_tag::ENDED), 0U);

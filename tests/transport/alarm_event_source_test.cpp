@@ -178,7 +178,7 @@ public:
               readPackage(peer);
               writeAll(peer, answerBytes(0));
               readPackage(peer);
-              writeAll(peer, numberAnswer(alarm_tag::LAST_SEQUENCE, later));
+              writeAll(peer, numberAnswer(event_tag::LAST_SEQUENCE, later));
               for (const Bytes& push : pushes) writeAll(peer, push);
               readPackage(peer);
           }) {}
@@ -187,7 +187,7 @@ public:
         CR8KPackageV3 package;
         for (const unsigned long long sequence : sequences) {
             auto record = makeRecord(testCommands().subscribeAlarm);
-            appendUint64(*record, alarm_tag::SEQUENCE, sequence);
+            appendUint64(*record, event_tag::SEQUENCE, sequence);
             package.append(std::move(record));
         }
         return encoded(package);

@@ -224,9 +224,7 @@ std::shared_ptr<const Notification> NotificationPipeline::build(INotifyMsgHandle
                  ": see the module's line before, mend or add the alarm's definition and reload");
         return nullptr;
     }
-    const CTLVCell& alarmId = record[alarm_tag::ID];
-    alarmId.checkNumerical();
-    const Agentpp::Oidx& trapOid = handler.getTrapOid(CTLVCell::ValueCast<unsigned long long>()(&alarmId));
+    const Agentpp::Oidx& trapOid = handler.getTrapOid(uint64Of(record, alarm_tag::ID));
     int leftOut = 0;
     auto trap = std::make_shared<Notification>(trapOf(trapOid, raw, handler.getTrapVbLen(), leftOut));
     if (leftOut > 0) {

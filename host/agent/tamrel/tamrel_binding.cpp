@@ -27,9 +27,6 @@ constexpr const char* GET_ITEMS = "_ZN26CAlarmRepository_Singleton16getAllAlarmI
 constexpr const char* DESTROY_DEFINITIONS = "_ZN18CAlarmConfigParser7destroyEv";
 constexpr const char* GET_DEFINITIONS = "_ZN18CAlarmConfigParser8instanceEv";
 
-constexpr unsigned int CATEGORY_ACTIVE = 1;
-constexpr unsigned int CATEGORY_ENDED = 2;
-
 // The library that a handler's class comes from, held open; null when it is none that was loaded by name.
 void* libraryOf(const std::type_info& type) {
     Dl_info info{};
@@ -85,9 +82,7 @@ void TamrelBinding::bind(INotifyMsgHandler& handler) {
 
 void TamrelBinding::follow(const CTLVRecordV3& record) const {
     if (!found()) return;
-    const CTLVCell& cell = record[alarm_tag::SERIAL];
-    cell.checkNumerical();
-    const auto serial = CTLVCell::ValueCast<unsigned int>()(&cell);
+    const unsigned int serial = uint32Of(record, alarm_tag::SERIAL);
     unsigned int category = 0;
     m_getCategory(m_handler, record, category);
     m_putAlarm(m_handler, serial, category);  // it logs what it refuses
@@ -119,10 +114,10 @@ TamrelBinding::Difference TamrelBinding::compare(const std::vector<unsigned int>
     const std::set<unsigned int> have(held.begin(), held.end());
     const std::set<unsigned int> want(activeSerials.begin(), activeSerials.end());
     for (const unsigned int serial : held) {
-        if (want.count(serial) == 0 && m_putAlarm(m_handler, serial, CATEGORY_ENDED) == 0) ++difference.deleted;
+        if (want.count(serial) == 0 && m_putAlarm(m_handler, serial, ALARM_CATEGORY_ENDED) == 0) ++difference.deleted;
     }
     for (const unsigned int serial : activeSerials) {
-        if (have.count(serial) == 0 && m_putAlarm(m_handler, serial, CATEGORY_ACTIVE) == 0) ++difference.added;
+        if (have.count(serial) == 0 && m_putAlarm(m_handler, serial, ALARM_CATEGORY_ACTIVE) == 0) ++difference.added;
     }
     return difference;
 }
