@@ -7,7 +7,6 @@
 #include <string>
 
 #include "host/agent/loop/agent_log.h"
-#include "host/base/memory_retry.h"
 #include "host/destinations/trap_api.h"
 #include "platform/notify_handler.h"
 #include "platform/snmp_trap_api.h"
@@ -58,8 +57,7 @@ private:
 };
 
 NotificationService::NotificationService(AgentLoop& loop, std::function<void()> alarmsChanged)
-    : m_loop(loop),
-      m_sender(loop, TrapOptions::fromDevice(), m_transport),
+    : m_sender(loop, TrapOptions::fromDevice(), m_transport),
       m_informTransport(loop),
       m_informs(loop, m_informTransport, VRX_Utility::getVRXRootEnv() + "/state/informs.db",
                 TrapOptions::fromDevice().resolveInterval),
@@ -72,7 +70,8 @@ NotificationService::NotificationService(AgentLoop& loop, std::function<void()> 
                  std::move(alarmsChanged)),
       m_alarms(m_pipeline),
       m_source(m_alarms),
-      m_reader(std::make_shared<DestinationReader>(m_sender)) {}
+      m_reader(std::make_shared<DestinationReader>(m_sender)),
+      m_nextAttempt(loop, [this] { begin(); }) {}
 
 NotificationService::~NotificationService() {
     try {
@@ -93,9 +92,7 @@ void NotificationService::start() {
 void NotificationService::begin() {
     if (!m_running) return;
     if (!m_reader->read()) {
-        m_loop.runAfter(LIST_INTERVAL, [this, alive = std::weak_ptr<DestinationReader>(m_reader)] {
-            if (!alive.expired()) retryForever([this] { begin(); });
-        });
+        m_nextAttempt.start(LIST_INTERVAL);
         return;
     }
     m_sender.sendColdStart();

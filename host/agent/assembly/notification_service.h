@@ -16,6 +16,7 @@
 
 #include "host/agent/informs/inform_sender.h"
 #include "host/agent/informs/net_snmp_inform_transport.h"
+#include "host/agent/loop/timer.h"
 #include "host/agent/notifications/active_alarms.h"
 #include "host/agent/notifications/event_ledger.h"
 #include "host/agent/notifications/notification_delivery.h"
@@ -100,7 +101,6 @@ private:
     void begin();
     void storeProgress();
 
-    AgentLoop& m_loop;
     NetSnmpTrapTransport m_transport;
     TrapSender m_sender;
     NetSnmpInformTransport m_informTransport;
@@ -114,6 +114,7 @@ private:
     ActiveAlarms m_alarms;
     AlarmEventSource m_source;
     std::shared_ptr<DestinationReader> m_reader;  // shared with the listener of the list, which another thread may run
+    LoopTimer m_nextAttempt;                      // to read that list
     bool m_running = false;
 };
 

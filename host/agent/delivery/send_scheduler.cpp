@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "host/base/memory_retry.h"
-
 namespace vrx {
 
 namespace {
@@ -19,44 +17,37 @@ bool isAddress(const std::string& host) {
 
 SendScheduler::SendScheduler(AgentLoop& loop, std::function<void()> turn, milliseconds shortestSleep,
                              std::chrono::seconds resolveInterval, NameResolver::Lookup lookup)
-    : m_loop(loop), m_turn(std::move(turn)), m_shortestSleep(shortestSleep) {
+    : m_turn(std::move(turn)),
+      m_shortestSleep(shortestSleep),
+      m_turnWanted(loop,
+                   [this] {
+                       if (!m_stopped) m_turn();
+                   }),
+      m_answered(loop, [this] { takeAnswers(); }),
+      m_timer(loop, [this] { wake(); }) {
     m_resolver = std::make_unique<NameResolver>(
         resolveInterval,
         [this](const std::string& name, const std::string& address) {
-            m_loop.post(whileAlive([this, name, address] { takeAddress(name, address); }));
+            {
+                const std::lock_guard<std::mutex> lock(m_mutex);
+                std::string& answer = m_answers[name];  // the loop may not have come for the last one
+                if (!address.empty()) answer = address;
+            }
+            m_answered.request();
         },
         std::move(lookup));
 }
 
-// The action as a task of the loop, which may outlive this object.
-template <typename Action>
-AgentLoop::Task SendScheduler::whileAlive(Action action) const {
-    return [alive = std::weak_ptr<int>(m_alive), action = std::move(action)] {
-        if (!alive.expired()) action();
-    };
+void SendScheduler::wake() noexcept {
+    if (!m_stopped) m_turnWanted.request();
 }
 
-void SendScheduler::wake() {
-    if (m_stopped || m_posted.exchange(true)) return;
-    retryForever([this] { m_loop.post(whileAlive([this] { takeTurn(); })); });
-}
-
-void SendScheduler::takeTurn() {
-    m_posted.exchange(false);  // what was done before a wake() that found a turn on its way is seen by this one
-    retryForever([this] {
-        if (!m_stopped) m_turn();
-    });
-}
-
-void SendScheduler::sleepUntil(Clock::time_point when) {
+void SendScheduler::sleepUntil(Clock::time_point when) noexcept {
     const Clock::time_point now = Clock::now();
     when = std::max(when, now + m_shortestSleep);
-    if (m_wakeAt > now && m_wakeAt <= when) return;  // a timer is on its way
-    m_loop.runAfter(std::chrono::ceil<milliseconds>(when - now), whileAlive([this, when] {
-                        if (m_wakeAt == when) m_wakeAt = Clock::time_point::max();
-                        wake();
-                    }));
-    m_wakeAt = when;  // the timer is set, and not before
+    if (m_timer.isRunning() && m_wakeAt <= when) return;
+    m_timer.start(std::chrono::ceil<milliseconds>(when - now));
+    m_wakeAt = when;
 }
 
 void SendScheduler::watch(const std::set<std::string>& hosts) {
@@ -79,11 +70,18 @@ std::string SendScheduler::addressOf(const std::string& host) const {
     return found == m_addresses.end() ? "" : found->second;
 }
 
-void SendScheduler::takeAddress(const std::string& name, const std::string& address) {
-    const auto watched = m_addresses.find(name);
-    if (watched == m_addresses.end()) return;
-    if (!address.empty()) retryForever([&] { watched->second = address; });
-    wake();
+void SendScheduler::takeAnswers() {
+    std::map<std::string, std::string> answers;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        answers.swap(m_answers);
+    }
+    for (auto& [name, address] : answers) {
+        const auto watched = m_addresses.find(name);
+        if (watched == m_addresses.end()) continue;
+        if (!address.empty()) watched->second.swap(address);
+        wake();
+    }
 }
 
 void SendScheduler::stop() {

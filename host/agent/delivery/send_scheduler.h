@@ -1,13 +1,14 @@
 // Gives a sender its turns on the agent thread: after it was woken, when a time has come, and when the name of one of
 // its receivers has another address.
 //
-//     SendScheduler scheduler(loop, [this] { takeTurn(); }, shortestSleep, resolveInterval,
-//     NameResolver::systemLookup); scheduler.wake();                                     // any thread: there is
-//     something to send scheduler.watch({"nms.example.com", "192.0.2.7"});    // in a turn, as the rest const
-//     std::string address = scheduler.addressOf("nms.example.com"); scheduler.sleepUntil(nextTime);
+//     SendScheduler scheduler(loop, [this] { takeTurn(); }, shortestSleep, resolveInterval, lookup);
+//     scheduler.wake();                                     // any thread: there is something to send
+//     scheduler.watch({"nms.example.com", "192.0.2.7"});    // in a turn, as the rest
+//     const std::string address = scheduler.addressOf("nms.example.com");
+//     scheduler.sleepUntil(nextTime);
 //
-// However often it is woken, one turn at most is on its way. Memory that runs out costs no turn: who wakes waits for
-// it, and a turn that throws std::bad_alloc is taken again from its beginning.
+// However often it is woken, one turn at most is on its way. Memory that runs out costs no turn: to wake needs none,
+// and a turn that throws std::bad_alloc is taken again from its beginning.
 //
 // Threads: wake() and stopped() may be called from any, also under a lock that turns take; the rest, the constructor
 // and the destructor included, from the agent thread.
@@ -18,11 +19,13 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <string>
 
 #include "host/agent/delivery/name_resolver.h"
-#include "host/agent/loop/agent_loop.h"
+#include "host/agent/loop/timer.h"
+#include "host/agent/loop/wakeup.h"
 
 namespace vrx {
 
@@ -37,10 +40,10 @@ public:
     SendScheduler& operator=(const SendScheduler&) = delete;
 
     // A turn is taken soon, unless it is stopped.
-    void wake();
+    void wake() noexcept;
 
     // The same at that time, but not before the shortest sleep is over.
-    void sleepUntil(Clock::time_point when);
+    void sleepUntil(Clock::time_point when) noexcept;
 
     // Looks up the names among these hosts from now on, and no others. REQUIRES: it is not stopped.
     void watch(const std::set<std::string>& hosts);
@@ -55,24 +58,25 @@ public:
     bool stopped() const { return m_stopped; }
 
 private:
-    template <typename Action>
-    AgentLoop::Task whileAlive(Action action) const;
-    void takeTurn();
-    void takeAddress(const std::string& name, const std::string& address);
+    void takeAnswers();
 
-    AgentLoop& m_loop;
     const std::function<void()> m_turn;
     const std::chrono::milliseconds m_shortestSleep;
 
-    std::atomic<bool> m_posted{false};  // a turn is on its way
     std::atomic<bool> m_stopped{false};
 
-    Clock::time_point m_wakeAt = Clock::time_point::max();  // of the timer; agent thread only, as the rest
+    Clock::time_point m_wakeAt;  // of the timer, while it runs; agent thread only, as the next two
     std::set<std::string> m_hosts;
     std::map<std::string, std::string> m_addresses;  // of the names among them; "" while there is none
 
-    std::shared_ptr<int> m_alive = std::make_shared<int>(0);  // tasks in the loop hold it weakly
-    std::unique_ptr<NameResolver> m_resolver;                 // last: its thread uses the others
+    std::mutex m_mutex;
+    std::map<std::string, std::string> m_answers;  // of the resolver, by name; guarded by m_mutex
+
+    LoopWakeup m_turnWanted;
+    LoopWakeup m_answered;
+    LoopTimer m_timer;
+
+    std::unique_ptr<NameResolver> m_resolver;  // last: its thread uses the others
 };
 
 }  // namespace vrx

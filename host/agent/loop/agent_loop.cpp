@@ -11,6 +11,9 @@
 #include <utility>
 
 #include "host/agent/loop/agent_log.h"
+#include "host/agent/loop/timer.h"
+#include "host/agent/loop/wakeup.h"
+#include "host/base/memory_retry.h"
 #include "host/snmp/net_snmp.h"
 
 namespace vrx {
@@ -28,7 +31,8 @@ void consume(int descriptor) {
     [[maybe_unused]] const ssize_t got = ::read(descriptor, &count, sizeof count);  // EAGAIN: already consumed
 }
 
-void runGuarded(const AgentLoop::Task& task) {
+template <typename Task>
+void runGuarded(const Task& task) {
     try {
         task();
     } catch (const std::exception& error) {
@@ -36,6 +40,11 @@ void runGuarded(const AgentLoop::Task& task) {
     } catch (...) {
         agent_log::fault({"a task of the agent thread failed"});
     }
+}
+
+// For timers and wake-ups: nobody would ask for them again.
+void runWithMemory(const AgentLoop::Task& action) {
+    runGuarded([&action] { retryForever(action); });
 }
 
 }  // namespace
@@ -66,12 +75,16 @@ void AgentLoop::post(Task task) {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_posted.push_back(std::move(task));
     }
+    wakeUp();
+}
+
+void AgentLoop::wakeUp() {
     const std::uint64_t one = 1;
     [[maybe_unused]] const ssize_t put = ::write(m_wakeup, &one, sizeof one);  // EAGAIN: it is awake already
 }
 
 void AgentLoop::runAfter(std::chrono::milliseconds delay, Task task) {
-    m_timers.emplace(Clock::now() + delay, std::move(task));
+    m_timers.emplace(Clock::now() + delay, Timer{std::move(task)});
     armTimer();
 }
 
@@ -84,8 +97,7 @@ void AgentLoop::run() {
 
 void AgentLoop::stop() {
     m_stop.store(true);
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t put = ::write(m_wakeup, &one, sizeof one);
+    wakeUp();
 }
 
 void AgentLoop::drain() {
@@ -96,16 +108,34 @@ void AgentLoop::drain() {
         tasks.swap(m_posted);
     }
     for (const Task& task : tasks) runGuarded(task);
+    runWakeups();
+}
+
+// An action may ask for itself again: that is for the next turn of the loop. It may also make and destroy wake-ups.
+void AgentLoop::runWakeups() {
+    for (std::size_t i = 0; i < m_wakeups.size(); ++i) {
+        LoopWakeup* const wakeup = m_wakeups[i];
+        if (wakeup == nullptr || !wakeup->m_requested.exchange(false)) continue;
+        const std::shared_ptr<const Task> action = wakeup->m_action;
+        runWithMemory(*action);
+    }
 }
 
 void AgentLoop::runDue() {
     consume(m_timer);
-    decltype(m_timers) due;  // taken out first: a task may add timers, also such as are due at once
-    const auto now = Clock::now();
-    while (!m_timers.empty() && m_timers.begin()->first <= now)
-        due.insert(due.end(), m_timers.extract(m_timers.begin()));
+    const auto now = Clock::now();  // once: a task may add timers, also such as are due at once
+    while (!m_timers.empty() && m_timers.begin()->first <= now) {
+        Timers::node_type due = m_timers.extract(m_timers.begin());
+        LoopTimer* const timer = due.mapped().timer;
+        if (timer == nullptr) {
+            runGuarded(due.mapped().task);
+        } else {
+            timer->m_idle = std::move(due);
+            const std::shared_ptr<const Task> action = timer->m_action;
+            runWithMemory(*action);
+        }
+    }
     armTimer();
-    for (const auto& timer : due) runGuarded(timer.second);
 }
 
 void AgentLoop::armTimer() {

@@ -6,7 +6,8 @@
 //
 // Threads: one thread, the agent thread, makes the loop, runs it and destroys it; it is the only thread of the process
 // that calls Net-SNMP. post() and stop() may be called from any thread, stop() from a signal handler too.
-// Tasks must not throw: an exception is logged and goes no further.
+// Tasks must not throw: an exception is logged and goes no further. What an object has done for itself by the loop goes
+// through a LoopTimer (timer.h) or a LoopWakeup (wakeup.h), which end with it and need no memory.
 #pragma once
 
 #include <atomic>
@@ -17,6 +18,9 @@
 #include <vector>
 
 namespace vrx {
+
+class LoopTimer;
+class LoopWakeup;
 
 class AgentLoop {
 public:
@@ -43,15 +47,28 @@ public:
     void drain();
 
 private:
+    friend class LoopTimer;
+    friend class LoopWakeup;
+
     using Clock = std::chrono::steady_clock;
 
+    // One of the two.
+    struct Timer {
+        Task task;
+        LoopTimer* timer = nullptr;
+    };
+    using Timers = std::multimap<Clock::time_point, Timer>;
+
+    void wakeUp();
+    void runWakeups();
     void runDue();
     void armTimer();
 
     int m_wakeup;  // eventfd: something was posted, or stop() was called
     int m_timer;   // timerfd: the first of m_timers is due
     std::atomic<bool> m_stop{false};
-    std::multimap<Clock::time_point, Task> m_timers;  // agent thread only
+    Timers m_timers;                     // agent thread only, as the next
+    std::vector<LoopWakeup*> m_wakeups;  // null: a place that is free
 
     std::mutex m_mutex;
     std::vector<Task> m_posted;  // guarded by m_mutex

@@ -1,19 +1,19 @@
 #include "host/agent/loop/watchdog.h"
 
 #include <algorithm>
+#include <chrono>
 
 namespace vrx {
 
-Watchdog::Watchdog(AgentLoop& loop, const ServiceManager& manager) : m_loop(loop), m_manager(manager) {
+Watchdog::Watchdog(AgentLoop& loop, const ServiceManager& manager)
+    : m_manager(manager), m_timer(loop, [this] { ping(); }) {
     if (m_manager.aliveInterval().count() > 0) ping();
 }
 
 void Watchdog::ping() {
     m_manager.alive();
     const auto interval = std::chrono::duration_cast<std::chrono::milliseconds>(m_manager.aliveInterval());
-    m_loop.runAfter(std::max(interval, std::chrono::milliseconds(1)), [this, alive = std::weak_ptr<int>(m_alive)] {
-        if (!alive.expired()) ping();
-    });
+    m_timer.start(std::max(interval, std::chrono::milliseconds(1)));
 }
 
 }  // namespace vrx

@@ -4,9 +4,7 @@
 // Threads: agent thread.
 #pragma once
 
-#include <memory>
-
-#include "host/agent/loop/agent_loop.h"
+#include "host/agent/loop/timer.h"
 #include "host/base/service_manager.h"
 
 namespace vrx {
@@ -21,9 +19,8 @@ public:
 private:
     void ping();
 
-    AgentLoop& m_loop;
     const ServiceManager& m_manager;
-    std::shared_ptr<int> m_alive = std::make_shared<int>(0);  // tasks in the loop hold it weakly
+    LoopTimer m_timer;
 };
 
 }  // namespace vrx

@@ -31,7 +31,11 @@ std::string destinationName(const tTrapDestInfo& info) {
 
 NotificationDelivery::NotificationDelivery(AgentLoop& loop, std::vector<NotificationSink*> sinks, EventLedger& ledger,
                                            NotificationLog& log)
-    : m_loop(loop), m_sinks(std::move(sinks)), m_ledger(ledger), m_log(log) {}
+    : m_sinks(std::move(sinks)),
+      m_ledger(ledger),
+      m_log(log),
+      m_sleepWanted(loop, [this] { sleepUntilDue(); }),
+      m_timer(loop, [this] { releaseDue(); }) {}
 
 void NotificationDelivery::setLimits(const FlapDampingLimits& limits) {
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -186,21 +190,14 @@ void NotificationDelivery::sendHeld(const Held& held) {
 void NotificationDelivery::wakeForDue() {
     const Clock::time_point due = m_damping.nextDue();
     if (m_stopped || due >= m_wakeAt) return;
-    retryForever([&] {
-        m_loop.post([this, alive = std::weak_ptr<int>(m_alive), due] {
-            if (!alive.expired()) sleepUntil(due);
-        });
-    });
     m_wakeAt = due;
+    m_sleepWanted.request();
 }
 
-void NotificationDelivery::sleepUntil(Clock::time_point due) {
-    const Clock::duration left = std::max(due - Clock::now(), Clock::duration::zero());
-    retryForever([&] {
-        m_loop.runAfter(std::chrono::ceil<milliseconds>(left), [this, alive = std::weak_ptr<int>(m_alive)] {
-            if (!alive.expired()) retryForever([this] { releaseDue(); });
-        });
-    });
+void NotificationDelivery::sleepUntilDue() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_wakeAt == Clock::time_point::max()) return;
+    m_timer.start(std::chrono::ceil<milliseconds>(std::max(m_wakeAt - Clock::now(), Clock::duration::zero())));
 }
 
 void NotificationDelivery::releaseDue() {

@@ -24,7 +24,8 @@
 #include <vector>
 
 #include "host/agent/delivery/notification_sink.h"
-#include "host/agent/loop/agent_loop.h"
+#include "host/agent/loop/timer.h"
+#include "host/agent/loop/wakeup.h"
 #include "host/agent/notifications/alarm_event.h"
 #include "host/agent/notifications/event_ledger.h"
 #include "host/agent/notifications/flap_damping.h"
@@ -122,10 +123,9 @@ private:
     std::optional<Place> find(const std::string& name) const;
 
     // Agent thread.
-    void sleepUntil(Clock::time_point due);
+    void sleepUntilDue();
     void releaseDue();
 
-    AgentLoop& m_loop;
     const std::vector<NotificationSink*> m_sinks;
     EventLedger& m_ledger;
     NotificationLog& m_log;
@@ -141,7 +141,8 @@ private:
     std::map<std::string, std::uint64_t> m_suppressed;
     Clock::time_point m_wakeAt = Clock::time_point::max();
 
-    std::shared_ptr<int> m_alive = std::make_shared<int>(0);  // tasks in the loop hold it weakly
+    LoopWakeup m_sleepWanted;  // until m_wakeAt
+    LoopTimer m_timer;         // agent thread only
 };
 
 // What people know a destination by: its number in the trap destination table; "HOST:PORT" for one that stands in the

@@ -22,24 +22,17 @@ std::string durationOf(unsigned long seconds) {
 }  // namespace
 
 Heartbeat::Heartbeat(AgentLoop& loop, const SnmpEngine& engine, const NotificationService& notifications)
-    : m_loop(loop), m_engine(engine), m_notifications(notifications), m_last(counts()) {}
+    : m_engine(engine), m_notifications(notifications), m_last(counts()), m_timer(loop, [this] { beat(); }) {}
 
 void Heartbeat::setPeriod(std::chrono::seconds period) {
     if (period == m_period) return;
     m_period = period;
-    m_armed.reset();
-    if (period.count() > 0) arm();
-}
-
-void Heartbeat::arm() {
-    m_armed = std::make_shared<int>(0);
-    m_loop.runAfter(m_period, [this, armed = std::weak_ptr<int>(m_armed)] {
-        if (!armed.expired()) beat();
-    });
+    m_timer.cancel();
+    if (period.count() > 0) m_timer.start(period);
 }
 
 void Heartbeat::beat() {
-    arm();  // first: a line without memory for it is not the last one
+    m_timer.start(m_period);
     const Counts now = counts();
     const ActiveAlarms::State alarms = m_notifications.alarms();
     agent_log::info("heartbeat: up " + durationOf(m_engine.identity().uptimeSeconds) + ", backend " +

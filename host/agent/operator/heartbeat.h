@@ -8,9 +8,8 @@
 
 #include <chrono>
 #include <cstdint>
-#include <memory>
 
-#include "host/agent/loop/agent_loop.h"
+#include "host/agent/loop/timer.h"
 
 namespace vrx {
 
@@ -34,16 +33,14 @@ private:
         std::uint64_t dropped = 0;
     };
 
-    void arm();
     void beat();
     Counts counts() const;
 
-    AgentLoop& m_loop;
     const SnmpEngine& m_engine;
     const NotificationService& m_notifications;
     std::chrono::seconds m_period{0};
     Counts m_last;
-    std::shared_ptr<int> m_armed;  // the timer that counts holds it weakly
+    LoopTimer m_timer;
 };
 
 }  // namespace vrx

@@ -38,7 +38,17 @@ std::vector<std::string> linesOf(const std::string& text) {
 }  // namespace
 
 Reloader::Reloader(AgentLoop& loop, Agent& agent, NotificationService& notifications, Places places)
-    : m_loop(loop), m_agent(agent), m_notifications(notifications), m_places(std::move(places)), m_taken(versions()) {}
+    : m_agent(agent),
+      m_notifications(notifications),
+      m_places(std::move(places)),
+      m_taken(versions()),
+      m_checkEnded(loop, [this] { checked(); }),
+      m_allHeld(loop, [this] { held(); }),
+      m_heldTooLong(loop, [this] {
+          if (!m_busy) return;
+          m_barrier.release();
+          finish({false, {"a handler is at work for too long: the backend may hang"}});
+      }) {}
 
 Reloader::~Reloader() {
     stop();
@@ -46,6 +56,7 @@ Reloader::~Reloader() {
 
 void Reloader::stop() {
     m_stopped = true;
+    m_heldTooLong.cancel();
     m_process.reset();
     m_barrier.release();
 }
@@ -112,18 +123,17 @@ void Reloader::check() {
         m_process.reset();
         const auto patience =
             std::chrono::duration_cast<std::chrono::milliseconds>(m_end - std::chrono::steady_clock::now());
-        m_process = std::make_unique<CheckProcess>(
-            m_places.checkCommand, patience,
-            [this, alive = std::weak_ptr<int>(m_alive), &loop = m_loop](CheckProcess::Outcome outcome) {
-                loop.post([this, alive, outcome = std::move(outcome)] {
-                    if (!alive.expired()) checked(outcome);
-                });
+        m_process =
+            std::make_unique<CheckProcess>(m_places.checkCommand, patience, [this](CheckProcess::Outcome outcome) {
+                m_outcome = std::move(outcome);
+                m_checkEnded.request();
             });
     });
 }
 
-void Reloader::checked(const CheckProcess::Outcome& outcome) {
-    if (m_stopped) return;
+void Reloader::checked() {
+    if (m_stopped || !m_busy) return;
+    const CheckProcess::Outcome& outcome = m_outcome;
     if (outcome.exitCode == EX_OK) {
         attempt([this] { hold(); });
         return;
@@ -139,19 +149,16 @@ void Reloader::checked(const CheckProcess::Outcome& outcome) {
 
 void Reloader::hold() {
     const std::uint64_t holding = ++m_holding;
-    const auto guarded = [this, alive = std::weak_ptr<int>(m_alive), holding](auto action) {
-        return [this, alive, holding, action] {
-            if (!alive.expired() && !m_stopped && m_busy && holding == m_holding) action();
-        };
-    };
-    m_barrier.hold(m_agent.workers(), [&loop = m_loop, task = guarded([this] { held(); })] { loop.post(task); });
-    m_loop.runAfter(HANDLER_TIMEOUT, guarded([this] {
-                        m_barrier.release();
-                        finish({false, {"a handler is at work for too long: the backend may hang"}});
-                    }));
+    m_barrier.hold(m_agent.workers(), [this, holding] {
+        m_heldNumber = holding;
+        m_allHeld.request();
+    });
+    m_heldTooLong.start(HANDLER_TIMEOUT);
 }
 
 void Reloader::held() {
+    if (m_stopped || !m_busy || m_heldNumber != m_holding) return;
+    m_heldTooLong.cancel();
     bool changed = false;
     attempt([&] { changed = versions() != m_checked; });
     if (!m_busy) return;
@@ -217,6 +224,7 @@ bool Reloader::definitionsDiffer() const {
 
 void Reloader::finish(ReloadResult result) {
     m_busy = false;
+    m_heldTooLong.cancel();
     ++m_holding;  // whatever still waits for a hold is too late
     ++(result.taken ? m_counters.taken : m_counters.refused);
     m_counters.last = std::chrono::system_clock::now();

@@ -15,6 +15,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -27,7 +28,8 @@
 
 #include "host/agent/assembly/agent.h"
 #include "host/agent/assembly/notification_service.h"
-#include "host/agent/loop/agent_loop.h"
+#include "host/agent/loop/timer.h"
+#include "host/agent/loop/wakeup.h"
 #include "host/agent/loop/worker_barrier.h"
 #include "host/agent/reload/check_process.h"
 
@@ -85,7 +87,7 @@ private:
     Files versions() const;
     void attempt(const std::function<void()>& step);
     void check();
-    void checked(const CheckProcess::Outcome& outcome);
+    void checked();
     void hold();
     void held();
     void exchange();
@@ -94,7 +96,6 @@ private:
     bool definitionsDiffer() const;
     void finish(ReloadResult result);
 
-    AgentLoop& m_loop;
     Agent& m_agent;
     NotificationService& m_notifications;
     const Places m_places;
@@ -110,7 +111,11 @@ private:
     bool m_again = false;
     Counters m_counters;
 
-    std::shared_ptr<int> m_alive = std::make_shared<int>(0);  // tasks in the loop hold it weakly
+    CheckProcess::Outcome m_outcome;             // set by the process's thread before m_checkEnded
+    std::atomic<std::uint64_t> m_heldNumber{0};  // hold that came to be, set by a worker before m_allHeld
+    LoopWakeup m_checkEnded;
+    LoopWakeup m_allHeld;
+    LoopTimer m_heldTooLong;
     WorkerBarrier m_barrier;
     std::unique_ptr<CheckProcess> m_process;
 };
