@@ -1,9 +1,12 @@
 #include "tools/agent_commands.h"
 
 #include <fmt/format.h>
+#include <sysexits.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdint>
+#include <iostream>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -265,6 +268,32 @@ void printLogLevels(std::ostream& out) {
 
 void setLogLevel(const std::string& subsystem, const std::string& level) {
     callAgent("POST", "/log", json{{"subsystem", subsystem}, {"level", level}}.dump());
+}
+
+void StatusCommand::define(CLI::App& command) {
+    command.add_flag("--all", all, "all that is counted");
+    command.add_flag("--json", json, "all, as JSON");
+}
+
+int StatusCommand::run() {
+    json ? printStatusAsJson(std::cout) : printStatus(std::cout, all);
+    return EX_OK;
+}
+
+int ReloadCommand::run() {
+    return reloadAgent(std::cerr) ? EX_OK : EX_CONFIG;
+}
+
+void LogCommand::define(CLI::App& command) {
+    CLI::Option* const subsystemOption = command.add_option("SUBSYSTEM", subsystem, "of the list, or \"all\"");
+    CLI::Option* const levelOption =
+        command.add_option("LEVEL", level, "trace, debug, info, warn, error or off, until the next reload or start");
+    subsystemOption->needs(levelOption);
+}
+
+int LogCommand::run() {
+    subsystem.empty() ? printLogLevels(std::cout) : setLogLevel(subsystem, level);
+    return EX_OK;
 }
 
 }  // namespace vrx

@@ -4,6 +4,8 @@
 #include <ostream>
 #include <string>
 
+#include "tools/command.h"
+
 namespace vrx {
 
 // For people: how it does in one line, the figures that matter, where traps and informs go; and, with `all`, the rest.
@@ -19,12 +21,33 @@ void printStatusAsJson(std::ostream& out);
 
 // False when the agent did not take its configuration over; what is at fault is written to `faults` then, one line
 // each. Throws AgentCallError.
-bool reloadAgent(std::ostream& faults);
+[[nodiscard]] bool reloadAgent(std::ostream& faults);
 
 // The subsystems of the agent's log with their levels. Throws AgentCallError.
 void printLogLevels(std::ostream& out);
 
 // Another level for a subsystem, or for "all". Throws AgentCallError, also for what there is not.
 void setLogLevel(const std::string& subsystem, const std::string& level);
+
+struct StatusCommand : Command {
+    void define(CLI::App& command) override;
+    int run() override;
+
+    bool all = false;
+    bool json = false;
+};
+
+struct ReloadCommand : Command {
+    void define(CLI::App&) override {}
+    int run() override;
+};
+
+struct LogCommand : Command {
+    void define(CLI::App& command) override;
+    int run() override;
+
+    std::string subsystem;
+    std::string level;
+};
 
 }  // namespace vrx

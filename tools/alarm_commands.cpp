@@ -1,8 +1,11 @@
 #include "tools/alarm_commands.h"
 
 #include <fmt/format.h>
+#include <sysexits.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
+#include <iostream>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
@@ -148,6 +151,37 @@ void printAlarmsAsJson(std::ostream& out, const std::vector<ListedAlarm>& alarms
     // Texts come from files and backends of others: bytes that are no UTF-8 are replaced, not fatal, and a terminal
     // gets none of their control characters.
     out << rows.dump(2, ' ', true, nlohmann::json::error_handler_t::replace) << "\n";
+}
+
+void RaiseCommand::define(CLI::App& command) {
+    command.add_option("ALARM-ID", request.alarmId, "identifier in the definition file")->required();
+    command.add_option("PARAMETER", request.parameters, "parameter values, in order");
+    command.add_option("--level", request.level, "level as the backend grades it (default 5)");
+    command.add_option("--count", request.count, "raise that many (default 1)")->check(CLI::Range(1, 1000000));
+}
+
+int RaiseCommand::run() {
+    for (const std::uint32_t serial : raiseAlarms(request)) std::cout << serial << "\n";
+    return EX_OK;
+}
+
+void ClearCommand::define(CLI::App& command) {
+    command.add_option("SERIAL", serial, "serial number of the alarm")->required();
+}
+
+int ClearCommand::run() {
+    clearAlarm(serial);
+    return EX_OK;
+}
+
+void ListCommand::define(CLI::App& command) {
+    command.add_flag("--json", json, "as JSON");
+}
+
+int ListCommand::run() {
+    const std::vector<ListedAlarm> alarms = listAlarms();
+    json ? printAlarmsAsJson(std::cout, alarms) : printAlarms(std::cout, alarms);
+    return EX_OK;
 }
 
 }  // namespace vrx

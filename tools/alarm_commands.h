@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/command.h"
+
 namespace vrx {
 
 struct RaiseRequest {
@@ -41,5 +43,26 @@ std::vector<ListedAlarm> listAlarms();
 
 void printAlarms(std::ostream& out, const std::vector<ListedAlarm>& alarms);
 void printAlarmsAsJson(std::ostream& out, const std::vector<ListedAlarm>& alarms);
+
+struct RaiseCommand : Command {
+    void define(CLI::App& command) override;
+    int run() override;
+
+    RaiseRequest request;
+};
+
+struct ClearCommand : Command {
+    void define(CLI::App& command) override;
+    int run() override;
+
+    std::uint32_t serial = 0;
+};
+
+struct ListCommand : Command {
+    void define(CLI::App& command) override;
+    int run() override;
+
+    bool json = false;
+};
 
 }  // namespace vrx

@@ -4,10 +4,16 @@
 #include <ace/Log_Msg_Backend.h>
 #include <ace/Log_Record.h>
 #include <fmt/format.h>
+#include <sysexits.h>
 
+#include <CLI/CLI.hpp>
 #include <cctype>
 #include <cstring>
+#include <fstream>
+#include <iostream>
+#include <sstream>
 #include <stdexcept>
+#include <utility>
 
 #include "vrxpub/vrx_message_package.h"
 
@@ -96,6 +102,18 @@ void printRecord(std::ostream& out, std::size_t number, const CTLVRecordV3& reco
     }
 }
 
+std::string readAll(const std::string& path) {
+    std::ostringstream content;
+    if (path == "-") {
+        content << std::cin.rdbuf();
+        return content.str();
+    }
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw std::runtime_error("cannot read " + path);
+    content << file.rdbuf();
+    return content.str();
+}
+
 }  // namespace
 
 std::vector<unsigned char> bytesOfHex(const std::string& text) {
@@ -137,6 +155,23 @@ bool printPackage(std::ostream& out, std::vector<unsigned char> bytes) {
     const std::size_t used = TLVMsgHeadV3::SIZE + static_cast<std::size_t>(head.uiDataLen);
     if (used < bytes.size()) out << fmt::format("{} bytes after the package\n", bytes.size() - used);
     return true;
+}
+
+void DecodeCommand::define(CLI::App& command) {
+    command.add_option("FILE", file, "file with the package's bytes (default: standard input)");
+    command.add_option("--hex", hex, "the package as hex text");
+    command.add_flag("--hex-file", hexFile, "FILE holds hex text");
+}
+
+int DecodeCommand::run() {
+    std::vector<unsigned char> bytes;
+    if (!hex.empty()) {
+        bytes = bytesOfHex(hex);
+    } else {
+        const std::string content = readAll(file);
+        bytes = hexFile ? bytesOfHex(content) : std::vector<unsigned char>(content.begin(), content.end());
+    }
+    return printPackage(std::cout, std::move(bytes)) ? EX_OK : EX_DATAERR;
 }
 
 }  // namespace vrx

@@ -1,11 +1,16 @@
 #include "tools/render_command.h"
 
 #include <fmt/format.h>
+#include <sysexits.h>
 
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "alarm/snmp_alarm_iniparser.h"
+#include "tools/alarm_commands.h"
 #include "tools/terminal_text.h"
 
 namespace vrx {
@@ -78,6 +83,19 @@ int renderAlarm(std::ostream& out, std::uint64_t alarmId, const std::string& par
     out << fmt::format("  number      {}\n", number);
     out << fmt::format("  trap OID    1.3.6.1.4.1.99871.2.91.10.2.1.1.{}\n", terminalText(item->second->alarmOid));
     return 0;
+}
+
+void RenderCommand::define(CLI::App& command) {
+    command.add_option("ALARM-ID", alarmId, "identifier in the definition file")->required();
+    command.add_option("PARAMETER", parameters, "parameter values, in order");
+    command.add_flag("--explain", explain, "show each step");
+    command.add_flag("--raw", raw, "the one PARAMETER is the raw text of a notification, commas escaped");
+}
+
+int RenderCommand::run() {
+    if (raw && parameters.size() > 1) throw std::runtime_error("--raw takes one PARAMETER");
+    const std::string text = !raw ? joinParameters(parameters) : parameters.empty() ? "" : parameters[0];
+    return renderAlarm(std::cout, alarmId, text, explain) == 0 ? EX_OK : EX_DATAERR;
 }
 
 }  // namespace vrx

@@ -1,11 +1,14 @@
 #include "tools/trap_commands.h"
 
 #include <fmt/format.h>
+#include <sysexits.h>
 #include <time.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <iostream>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
@@ -323,6 +326,39 @@ void resendTrap(std::ostream& out, std::uint64_t number, const std::string& to) 
     out << "sent again to " << joined(answer.at("destinations").get<std::vector<std::string>>()) << "\n";
     const auto missing = answer.at("missing").get<std::vector<std::string>>();
     if (!missing.empty()) out << "no longer there: " << joined(missing) << "\n";
+}
+
+void TrapsCommand::define(CLI::App& command) {
+    command.require_subcommand(0, 1);
+    command.add_option("--last", filter.last, "that many, of all that are asked for");
+    command.add_option("--since", since, "from then on: 2026-11-21, \"2026-11-21 09:14\", or 15m, 2h, 3d ago");
+    command.add_option("--until", until, "up to then");
+    command.add_option("--alarm", filter.alarmId, "of this identifier in the definition file");
+    command.add_option("--serial", filter.serial, "of the alarm with this serial number");
+    command.add_option("--kind", kind, "raise or clear")->check(CLI::IsMember({"raise", "clear"}));
+    command.add_option("--destination", filter.destination, "that went to this destination");
+    command.add_flag("--json", json, "as JSON");
+    show = command.add_subcommand("show", "show one with all bindings");
+    show->add_option("NUMBER", number, "its number in the list")->required();
+    show->add_flag("--json", json, "as JSON");
+    resend = command.add_subcommand("resend", "let the agent send one again");
+    resend->add_option("NUMBER", number, "its number in the list")->required();
+    resend->add_option("--to", to, "to this destination (default: those that it went to)");
+}
+
+int TrapsCommand::run() {
+    if (*resend) {
+        resendTrap(std::cout, number, to);
+    } else if (*show) {
+        json ? printTrapAsJson(std::cout, number) : printTrap(std::cout, number);
+    } else {
+        const auto now = system_clock::now();
+        if (!since.empty()) filter.since = momentOf(since, now);
+        if (!until.empty()) filter.until = momentOf(until, now);
+        if (!kind.empty()) filter.raised = kind == "raise";
+        json ? printTrapsAsJson(std::cout, filter) : printTraps(std::cout, filter);
+    }
+    return EX_OK;
 }
 
 }  // namespace vrx

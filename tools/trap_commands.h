@@ -8,6 +8,7 @@
 #include <string>
 
 #include "host/notification_log/notification_log_file.h"
+#include "tools/command.h"
 
 namespace vrx {
 
@@ -28,5 +29,21 @@ void resendTrap(std::ostream& out, std::uint64_t number, const std::string& to);
 // it in UTC, "@1763716443" in seconds since 1970, or how long ago: "90s", "15m", "2h", "3d". Throws
 // std::invalid_argument.
 std::chrono::system_clock::time_point momentOf(const std::string& text, std::chrono::system_clock::time_point now);
+
+// The list, or one of the subcommands "show" and "resend".
+struct TrapsCommand : Command {
+    void define(CLI::App& command) override;
+    int run() override;
+
+    CLI::App* show = nullptr;
+    CLI::App* resend = nullptr;
+    NotificationLogFilter filter;
+    std::string since;
+    std::string until;
+    std::string kind;
+    std::uint64_t number = 0;
+    std::string to;
+    bool json = false;
+};
 
 }  // namespace vrx

@@ -2,16 +2,20 @@
 
 #include <fmt/format.h>
 #include <sys/stat.h>
+#include <sysexits.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <iostream>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <sstream>
 #include <system_error>
+#include <vector>
 
 #include "host/base/product_root.h"
 #include "host/base/whole_file.h"
@@ -124,7 +128,7 @@ void reload() {
 
 // A running agent has the user's keys when this returns nothing; else what the agent's next start waits for. An agent
 // whose socket is gone, or not there yet, holds the state and would replace what is left there.
-FileDescriptor giveToAgent(const std::string& body, const std::string& line) {
+[[nodiscard]] FileDescriptor giveToAgent(const std::string& body, const std::string& line) {
     constexpr std::chrono::seconds TIMEOUT{3};
     constexpr std::chrono::milliseconds PAUSE{200};
     const auto end = std::chrono::steady_clock::now() + TIMEOUT;
@@ -191,6 +195,30 @@ void removeUser(const std::string& name) {
     callAgent("DELETE", "/users?name=" + name);
     replaceConfiguration(before, configurationWithout(name, before));
     reload();
+}
+
+void UserCommand::define(CLI::App& command) {
+    command.require_subcommand(1);
+    const auto oneOf = [](const auto& names) {
+        return CLI::IsMember(std::vector<std::string>(names.begin(), names.end()));
+    };
+    add = command.add_subcommand("add", "make a user with new passphrases and show these once");
+    add->add_option("NAME", name, "the user's name")->required();
+    add->add_flag("--read-only", readOnly, "it may read but not write");
+    add->add_option("--auth", protocols.authentication, "authentication, for managers that know no SHA-256")
+        ->check(oneOf(AUTHENTICATION_PROTOCOLS));
+    add->add_option("--priv", protocols.privacy, "encryption")->check(oneOf(PRIVACY_PROTOCOLS));
+    CLI::App* const remove = command.add_subcommand("remove", "take a user and its keys away");
+    remove->add_option("NAME", name, "the user's name")->required();
+}
+
+int UserCommand::run() {
+    if (*add) {
+        addUser(std::cout, name, readOnly ? UserAccess::ReadOnly : UserAccess::ReadWrite, protocols);
+    } else {
+        removeUser(name);
+    }
+    return EX_OK;
 }
 
 }  // namespace vrx

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "host/engine_files/user_protocols.h"
+#include "tools/command.h"
 
 namespace vrx {
 
@@ -24,5 +25,16 @@ void addUser(std::ostream& out, const std::string& name, UserAccess access, cons
 
 // Takes the user, its keys and its line away. Throws AgentAwayError without a running agent, which holds the keys.
 void removeUser(const std::string& name);
+
+// One of the subcommands "add" and "remove".
+struct UserCommand : Command {
+    void define(CLI::App& command) override;
+    int run() override;
+
+    CLI::App* add = nullptr;
+    std::string name;
+    bool readOnly = false;
+    UserProtocols protocols;
+};
 
 }  // namespace vrx

@@ -1,0 +1,19 @@
+// vrxctl lint: the rules are in host/definitions/.
+#pragma once
+
+#include <string>
+
+#include "tools/command.h"
+
+namespace vrx {
+
+struct LintCommand : Command {
+    void define(CLI::App& command) override;
+    int run() override;
+
+    std::string definitions;
+    std::string enumerations;
+    bool strict = false;
+};
+
+}  // namespace vrx
