@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "host/agent/operator/agent_status.h"
+#include "host/agent/operator/status_json.h"
 #include "host/base/logging.h"
 
 namespace vrx {

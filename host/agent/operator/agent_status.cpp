@@ -8,7 +8,7 @@
 
 #include "host/agent/assembly/agent.h"
 #include "host/agent/assembly/notification_service.h"
-#include "host/agent/operator/inform_status_section.h"
+#include "host/agent/operator/inform_status_fields.h"
 #include "host/agent/reload/reloader.h"
 #include "host/snmp/net_snmp.h"
 #include "host/transport/backend_client.h"

@@ -8,7 +8,7 @@
 
 #include <vector>
 
-#include "host/agent/operator/status_section.h"
+#include "host/agent/operator/status_model.h"
 
 namespace vrx {
 

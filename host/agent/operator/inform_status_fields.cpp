@@ -1,4 +1,4 @@
-#include "host/agent/operator/inform_status_section.h"
+#include "host/agent/operator/inform_status_fields.h"
 
 #include <vector>
 

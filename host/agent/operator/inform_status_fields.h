@@ -4,7 +4,7 @@
 #pragma once
 
 #include "host/agent/informs/inform_status.h"
-#include "host/agent/operator/status_section.h"
+#include "host/agent/operator/status_model.h"
 
 namespace vrx {
 

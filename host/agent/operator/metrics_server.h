@@ -1,6 +1,6 @@
 // The agent's status for collectors: GET /metrics in Prometheus text format on a socket of the machine itself.
 //
-//     MetricsServer metrics(loop, [&] { return statusAsMetrics(...); });
+//     MetricsServer metrics(loop, [&] { return prometheusText(...); });
 //     metrics.listen(parseLocalAddress("tcp:127.0.0.1:9161", root));
 //
 // Threads: agent thread, on which the text is made too; collectors wait on threads of the server's.

@@ -1,4 +1,4 @@
-// What a running agent tells of itself, as sections of fields: JSON for vrxctl and Prometheus text for a collector are
+// What a running agent tells of itself, as sections of fields: JSON (status_json.h) and metrics (prometheus_text.h) are
 // both written from these, so that each field has one place.
 //
 //     constexpr StatusItem<Reloader::Counters> RELOADS[] = {
@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/base/latency_histogram.h"
@@ -94,12 +95,5 @@ StatusValue statusOf(std::chrono::system_clock::time_point time);
 
 // Count, sum, maximum, 50th, 90th and 99th percentile in seconds, and the buckets with the count of all up to each.
 StatusValue statusOf(const LatencyHistogram& histogram);
-
-// One object: each section by its name. Bytes that are no UTF-8 are replaced.
-std::string statusAsJson(const std::vector<StatusSection>& sections);
-
-// Prometheus text exposition format, version 0.0.4. Samples of one metric stand together, whatever sections they are
-// from.
-std::string statusAsMetrics(const std::vector<StatusSection>& sections);
 
 }  // namespace vrx

@@ -6,6 +6,7 @@
 #include "host/agent/assembly/agent.h"
 #include "host/agent/loop/agent_log.h"
 #include "host/agent/operator/agent_status.h"
+#include "host/agent/operator/prometheus_text.h"
 
 namespace vrx {
 
@@ -14,7 +15,7 @@ StatusService::StatusService(AgentLoop& loop, const Agent& agent, const Notifica
     : m_agent(agent),
       m_scalars(notifications),
       m_heartbeat(loop, agent.engine(), notifications),
-      m_metrics(loop, [&] { return statusAsMetrics(agentStatus(agent, notifications, reloader)); }) {
+      m_metrics(loop, [&] { return prometheusText(agentStatus(agent, notifications, reloader)); }) {
     try {
         configure();
     } catch (const std::system_error& error) {  // alarms matter more than that

@@ -1,6 +1,9 @@
-#include "host/agent/operator/status_section.h"
+#include "host/agent/operator/status_model.h"
 
 #include <gtest/gtest.h>
+
+#include "host/agent/operator/prometheus_text.h"
+#include "host/agent/operator/status_json.h"
 
 namespace vrx {
 
@@ -45,7 +48,7 @@ TEST(StatusSection, AnObjectAndAListAsJson) {
 }
 
 TEST(StatusSection, MetricsHaveHeadsLabelsAndEscapes) {
-    EXPECT_EQ(statusAsMetrics({statusSection("house", HOUSE, 7)}),
+    EXPECT_EQ(prometheusText({statusSection("house", HOUSE, 7)}),
               "# HELP vrx_house_info The house.\n"
               "# TYPE vrx_house_info gauge\n"
               "vrx_house_info{street=\"High \\\"Street\\\"\\\\\\n\",number=\"7\"} 1\n"
@@ -58,7 +61,7 @@ TEST(StatusSection, MetricsHaveHeadsLabelsAndEscapes) {
 TEST(StatusSection, SamplesOfOneMetricStandTogetherWhateverSectionTheyAreFrom) {
     const std::vector<Tap> upstairs = {{"a", 1, true}, {"b", 2, false}};
     const std::vector<Tap> downstairs = {{"c", 3, true}};
-    EXPECT_EQ(statusAsMetrics({statusSection("up", TAPS, upstairs), statusSection("down", TAPS, downstairs)}),
+    EXPECT_EQ(prometheusText({statusSection("up", TAPS, upstairs), statusSection("down", TAPS, downstairs)}),
               "# HELP vrx_litres_total What ran out.\n"
               "# TYPE vrx_litres_total counter\n"
               "vrx_litres_total{tap=\"a\"} 1.0\n"
@@ -78,7 +81,7 @@ TEST(StatusSection, JoinedSectionsHaveTheFieldsOfBoth) {
     const std::vector<StatusSection> sections = {joined(statusSection("floors", hidden, std::vector<int>{0, 1}),
                                                         statusSection("", doors, std::vector<int>{5, 6}))};
     EXPECT_EQ(statusAsJson(sections), R"({"floors":[{"doors":5},{"doors":6}]})");
-    EXPECT_EQ(statusAsMetrics(sections),
+    EXPECT_EQ(prometheusText(sections),
               "# HELP vrx_doors Doors.\n"
               "# TYPE vrx_doors gauge\n"
               "vrx_doors{floor=\"0\"} 5\n"
@@ -88,7 +91,7 @@ TEST(StatusSection, JoinedSectionsHaveTheFieldsOfBoth) {
 TEST(StatusSection, BytesThatAreNoTextAreReplaced) {
     const std::vector<StatusSection> sections = {statusSection("taps", TAPS, std::vector<Tap>{{"a\xFF", 1, true}})};
     EXPECT_NE(statusAsJson(sections).find("\"a\xEF\xBF\xBD\""), std::string::npos);
-    EXPECT_NE(statusAsMetrics(sections).find("{tap=\"a\xEF\xBF\xBD\"}"), std::string::npos);
+    EXPECT_NE(prometheusText(sections).find("{tap=\"a\xEF\xBF\xBD\"}"), std::string::npos);
 }
 
 TEST(StatusSection, TimesAreUtcAndNoTimeIsNull) {
@@ -112,7 +115,7 @@ TEST(StatusSection, AHistogramsBucketsCountAllUpToThem) {
     EXPECT_EQ(json.at("buckets").size(), LatencyHistogram::BUCKETS);
     EXPECT_EQ(json.at("buckets").back().at("count"), 2);
 
-    const std::string text = statusAsMetrics(sections);
+    const std::string text = prometheusText(sections);
     const std::string begin =
         "# HELP vrx_seconds Times.\n# TYPE vrx_seconds histogram\n"
         "vrx_seconds_bucket{le=\"1.6384e-05\"} 1\nvrx_seconds_bucket{le=\"3.2768e-05\"} 2\n";
