@@ -1,7 +1,6 @@
 #include "host/agent/informs/inform_sender.h"
 
 #include <algorithm>
-#include <atomic>
 #include <ratio>
 #include <utility>
 
@@ -37,23 +36,12 @@ bool hasRoom(std::size_t waiting, std::size_t limit) {
     return waiting <= limit - (limit + 9) / 10;
 }
 
-// A submission that several receivers, and the one who hands it in, have a part in: settled when all are through.
-struct Submission {
-    explicit Submission(NotificationSink::Settled call) : settled(std::move(call)) {}
-    void release() {
-        if (--open == 0 && settled) settled();
-    }
-    const NotificationSink::Settled settled;
-    std::atomic<std::size_t> open{1};
-};
-
 }  // namespace
 
 InformSender::InformSender(AgentLoop& loop, InformTransport& transport, const std::string& queuePath,
                            std::chrono::seconds resolveInterval, NameResolver::Lookup lookup)
     : m_transport(transport),
       m_firstUpTime(static_cast<std::uint32_t>(netsnmp_get_agent_uptime())),
-      m_list(std::make_shared<TrapDestinationMap>()),
       m_lastNumber(LAST_TABLE_NUMBER),
       m_scheduler(
           loop, [this] { takeTurn(); }, SHORTEST_SLEEP, resolveInterval, std::move(lookup)),
@@ -63,37 +51,50 @@ void InformSender::setDestinations(const std::vector<InformDestination>& destina
     InformQueue::Limits limits;
     for (const InformDestination& one : destinations) limits[one.name()] = one.policy.queueLimit;
     const std::lock_guard<std::mutex> lock(m_mutex);
-    const InformQueue::Limits gone = m_queue.setReceivers(limits, !complete);
+    const std::map<std::string, std::string> known = retire(m_queue.setReceivers(limits, !complete));
+    m_account.setList(adopt(destinations, known));
+    m_scheduler.wake();
+}
+
+// Drops the receivers that are gone, with the number of informs that waited for each. Gives the keys of those that were
+// there, by name. Caller holds m_mutex.
+std::map<std::string, std::string> InformSender::retire(const InformQueue::Limits& gone) {
     for (const auto& [name, waiting] : gone) {
         agent_log::warn("inform destination " + name + " is not configured any more: " + std::to_string(waiting) +
                         " informs that waited for it are dropped");
     }
-    std::map<std::string, std::string> keys;  // by name, of those that were there
-    for (auto at = m_destinations.begin(); at != m_destinations.end();) {
+    std::map<std::string, std::string> known;
+    for (auto at = m_account.all().begin(); at != m_account.all().end();) {
         Destination& destination = at->second;
-        keys[destination.name] = at->first;
+        known[destination.name] = at->first;
         const auto lost = gone.find(destination.name);
         if (lost == gone.end()) {
             ++at;
             continue;
         }
         destination.counters.drop(InformDrop::Removed, lost->second);
-        m_former.add(destination.counters);
         m_links.erase(at->first);
-        at = m_destinations.erase(at);
+        at = m_account.retire(at);
     }
     for (const auto& [name, waiting] : gone) {
-        if (keys.count(name) != 0) continue;  // else of an earlier life of the process
-        m_former.restored += waiting;
-        m_former.drop(InformDrop::Removed, waiting);
+        if (known.count(name) != 0) continue;  // else of an earlier life of the process
+        m_account.former().restored += waiting;
+        m_account.former().drop(InformDrop::Removed, waiting);
     }
+    return known;
+}
+
+// Takes the receivers of the configuration in, under the keys of those that are `known` by name. Gives their list.
+// Caller holds m_mutex.
+std::shared_ptr<const TrapDestinationMap> InformSender::adopt(const std::vector<InformDestination>& destinations,
+                                                              const std::map<std::string, std::string>& known) {
     auto list = std::make_shared<TrapDestinationMap>();
     for (const InformDestination& one : destinations) {
-        const auto known = keys.find(one.name());
+        const auto found = known.find(one.name());
         const std::string key =
-            known != keys.end() ? known->second : trapDestinationKey(std::to_string(++m_lastNumber));
-        Destination& destination = m_destinations[key];
-        if (known == keys.end()) {
+            found != known.end() ? found->second : trapDestinationKey(std::to_string(++m_lastNumber));
+        Destination& destination = m_account.all()[key];
+        if (found == known.end()) {
             destination.name = one.name();
             destination.counters.restored = m_queue.standing(one.name()).restored;
         }
@@ -110,15 +111,14 @@ void InformSender::setDestinations(const std::vector<InformDestination>& destina
         info.user = one.peer.name;
         list->emplace(key, std::move(info));
     }
-    m_list = std::move(list);
-    m_scheduler.wake();
+    return list;
 }
 
 // Any thread
 
 std::shared_ptr<const TrapDestinationMap> InformSender::destinations() const {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_list;
+    return m_account.list();
 }
 
 std::uint32_t InformSender::upTime() const {
@@ -131,30 +131,19 @@ void InformSender::submit(const NotificationOrigin& origin, const TrapDestinatio
                           const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Notification> trap,
                           Settled settled) {
     const std::set<std::string> keys = chosenKeys(considered, chosen);
-    const auto submission = std::make_shared<Submission>(std::move(settled));
-    const auto release = [submission] { submission->release(); };
+    const auto submission = std::make_shared<Submission>(std::move(trap), origin.sequence, std::move(settled));
+    const auto release = [submission] {
+        if (const Settled last = submission->release()) last();
+    };
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        for (const auto& entry : considered) {
-            const auto found = m_destinations.find(entry.first);
-            const bool wanted = keys.count(entry.first) != 0;
-            InformCounters& counters = found != m_destinations.end() ? found->second.counters : m_former;
-            ++counters.considered;
-            if (!wanted) {
-                ++counters.filtered;
-            } else if (found == m_destinations.end()) {  // gone since the list was handed out
-                counters.drop(InformDrop::Removed);
-            } else if (!trap) {
-                counters.drop(InformDrop::NotBuilt);
-            } else if (trap->oid.empty()) {
-                counters.drop(InformDrop::BadOid);
-            } else {
-                ++submission->open;
-                enqueue(found->second, origin, trap, release);
-            }
-        }
+        m_account.consider(considered, keys, submission->notification().get(),
+                           [&](const std::string&, Destination& destination) {
+                               submission->addPart();
+                               enqueue(destination, origin, submission->notification(), release);
+                           });
     }
-    submission->release();
+    release();
 }
 
 // Caller holds m_mutex.
@@ -189,8 +178,8 @@ void InformSender::noteFull(Destination& destination, bool full) {
 InformStatus InformSender::status() const {
     const std::lock_guard<std::mutex> lock(m_mutex);
     InformStatus status;
-    status.former = m_former;
-    for (const auto& entry : m_destinations) {
+    status.former = m_account.former();
+    for (const auto& entry : m_account.all()) {
         const Destination& destination = entry.second;
         const InformPeer& peer = destination.settings.peer;
         const InformQueue::Standing standing = m_queue.standing(destination.name);
@@ -233,7 +222,7 @@ void InformSender::takeTurn() {
     std::set<std::string> hosts;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        for (const auto& [key, destination] : m_destinations) {
+        for (const auto& [key, destination] : m_account.all()) {
             keys.insert(key);
             hosts.insert(destination.settings.peer.host);
         }
@@ -247,9 +236,9 @@ void InformSender::serve(const std::string& key) {
     InformDestination settings;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        const auto found = m_destinations.find(key);
-        if (m_scheduler.stopped() || found == m_destinations.end()) return;
-        settings = found->second.settings;
+        const Destination* const found = m_account.find(key);
+        if (m_scheduler.stopped() || found == nullptr) return;
+        settings = found->settings;
     }
     Link& link = m_links[key];
     if (link.underWay != 0) return;
@@ -288,9 +277,9 @@ void InformSender::take(const std::string& key, std::uint64_t number, const Info
     Link& link = m_links[key];
     link.underWay = 0;
     const std::lock_guard<std::mutex> lock(m_mutex);
-    const auto found = m_destinations.find(key);
-    if (found == m_destinations.end()) return;
-    Destination& destination = found->second;
+    Destination* const found = m_account.find(key);
+    if (found == nullptr) return;
+    Destination& destination = *found;
     const InformPolicy& policy = destination.settings.policy;
     const bool failed = outcome.kind == Kind::NoAnswer || outcome.kind == Kind::Failed;
     const bool givenUp = failed && policy.retries && link.attempts >= *policy.retries;
@@ -319,14 +308,14 @@ void InformSender::noteFate(const std::string& key, const Inform& inform, const 
     const bool unsendable = outcome.kind == InformOutcome::Kind::Unsendable;
     if (!shortened && !unsendable) return;
     const std::lock_guard<std::mutex> lock(m_mutex);
-    const auto found = m_destinations.find(key);
-    if (found == m_destinations.end()) return;
-    const std::string line = "inform destination " + found->second.name + ": " + subjectOf(*inform.trap);
+    Destination* const found = m_account.find(key);
+    if (found == nullptr) return;
+    const std::string line = "inform destination " + found->name + ": " + subjectOf(*inform.trap);
     if (unsendable) {
         agent_log::error(line + " cannot be sent and is dropped: " + outcome.text);
     } else {
         agent_log::warn(line + " is sent with " + std::to_string(outcome.cut) + " texts shortened");
-        ++found->second.counters.shortened;
+        ++found->counters.shortened;
         link.cut = inform.number;
     }
 }
@@ -352,9 +341,9 @@ void InformSender::noteState(const std::string& key, InformState state, const st
     std::string line;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        const auto found = m_destinations.find(key);
-        if (found == m_destinations.end()) return;
-        Destination& destination = found->second;
+        Destination* const found = m_account.find(key);
+        if (found == nullptr) return;
+        Destination& destination = *found;
         std::optional<InformFailure> last;
         if (!failure.empty()) last = {failure, std::chrono::system_clock::now()};
         const bool another = last && (!destination.lastFailure || destination.lastFailure->text != failure);

@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "host/agent/delivery/delivery_account.h"
 #include "host/agent/delivery/notification_fitting.h"
 #include "host/agent/delivery/notification_sink.h"
 #include "host/agent/delivery/send_scheduler.h"
@@ -87,6 +88,9 @@ private:
         Clock::time_point notBefore{};
     };
 
+    std::map<std::string, std::string> retire(const InformQueue::Limits& gone);
+    std::shared_ptr<const TrapDestinationMap> adopt(const std::vector<InformDestination>& destinations,
+                                                    const std::map<std::string, std::string>& known);
     std::uint32_t upTime() const;
     void enqueue(Destination& destination, const NotificationOrigin& origin,
                  const std::shared_ptr<const Notification>& trap, const Settled& settled);
@@ -106,9 +110,7 @@ private:
     const Clock::time_point m_start = Clock::now();
 
     mutable std::mutex m_mutex;
-    std::map<std::string, Destination> m_destinations;  // by key; guarded by m_mutex, as the rest down to the next line
-    std::shared_ptr<const TrapDestinationMap> m_list;
-    InformCounters m_former;
+    DeliveryAccount<Destination> m_account;  // guarded by m_mutex
 
     std::size_t m_messageSize = LONGEST_MESSAGE;  // agent thread only, as the next
     unsigned long m_lastNumber;                   // of a destination

@@ -1,18 +1,9 @@
 #include "host/agent/informs/inform_status.h"
 
-#include <numeric>
-
 namespace vrx {
 
-namespace {
-
-constexpr const char* DROP_TEXTS[INFORM_DROPS] = {
-    "queue full", "refused", "given up", "bad OID", "not built", "unreadable", "destination removed", "unsendable"};
-
-}  // namespace
-
 const char* textOf(InformDrop reason) {
-    return DROP_TEXTS[static_cast<std::size_t>(reason)];
+    return INFORM_DROP_REASONS[static_cast<std::size_t>(reason)].text;
 }
 
 const char* textOf(InformState state) {
@@ -31,29 +22,16 @@ const char* textOf(InformState state) {
 }
 
 void InformCounters::add(const InformCounters& other) {
+    DeliveryCounters::add(other);
     restored += other.restored;
-    considered += other.considered;
-    filtered += other.filtered;
     repeated += other.repeated;
-    sent += other.sent;
     resent += other.resent;
-    shortened += other.shortened;
     acknowledged += other.acknowledged;
-    waiting += other.waiting;
-    for (std::size_t i = 0; i < INFORM_DROPS; ++i) dropped[i] += other.dropped[i];
 }
 
 std::string InformCounters::text() const {
-    std::string reasons;
-    for (std::size_t i = 0; i < INFORM_DROPS; ++i) {
-        if (dropped[i] == 0) continue;
-        reasons += (reasons.empty() ? " (" : ", ") + std::string(DROP_TEXTS[i]) + " " + std::to_string(dropped[i]);
-    }
-    if (!reasons.empty()) reasons += ")";
-    const std::uint64_t droppedInAll = std::accumulate(dropped.begin(), dropped.end(), std::uint64_t{0});
-    return "acknowledged " + std::to_string(acknowledged) + " (" + std::to_string(resent) + " sent again), filtered " +
-           std::to_string(filtered) + ", dropped " + std::to_string(droppedInAll) + reasons + ", waiting " +
-           std::to_string(waiting);
+    return "acknowledged " + std::to_string(acknowledged) + " (" + std::to_string(resent) + " sent again), " +
+           outcomeText(INFORM_DROP_REASONS);
 }
 
 }  // namespace vrx

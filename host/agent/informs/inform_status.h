@@ -5,12 +5,14 @@
 // where `restored` are those that an earlier life of the process left on disk.
 #pragma once
 
-#include <array>
 #include <chrono>
 #include <cstdint>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "host/agent/delivery/delivery_account.h"
 
 namespace vrx {
 
@@ -24,22 +26,26 @@ enum class InformDrop {
     Removed,     // the receiver was taken out of the configuration
     Unsendable,  // no message can be made of it, or none that goes into a datagram
 };
-constexpr std::size_t INFORM_DROPS = 8;
+constexpr DropReason<InformDrop> INFORM_DROP_REASONS[] = {
+    {InformDrop::QueueFull, "queue full"},
+    {InformDrop::Refused, "refused"},
+    {InformDrop::GivenUp, "given up"},
+    {InformDrop::BadOid, "bad OID"},
+    {InformDrop::NotBuilt, "not built"},
+    {InformDrop::Unreadable, "unreadable"},
+    {InformDrop::Removed, "destination removed"},
+    {InformDrop::Unsendable, "unsendable"},
+};
+static_assert(namesAll(INFORM_DROP_REASONS, InformDrop::Unsendable));
+constexpr std::size_t INFORM_DROPS = std::size(INFORM_DROP_REASONS);
 const char* textOf(InformDrop reason);
 
-struct InformCounters {
+struct InformCounters : DeliveryCounters<InformDrop, INFORM_DROPS> {
     std::uint64_t restored = 0;
-    std::uint64_t considered = 0;
-    std::uint64_t filtered = 0;      // not for this receiver
     std::uint64_t repeated = 0;      // of events that came again, after a restart: it has them already
-    std::uint64_t sent = 0;          // went out
     std::uint64_t resent = 0;        // went out again: how many times
-    std::uint64_t shortened = 0;     // of those sent: with texts cut, to fit into a message
     std::uint64_t acknowledged = 0;  // answered
-    std::uint64_t waiting = 0;       // now
-    std::array<std::uint64_t, INFORM_DROPS> dropped{};
 
-    void drop(InformDrop reason, std::uint64_t number = 1) { dropped[static_cast<std::size_t>(reason)] += number; }
     void add(const InformCounters& other);
     std::string text() const;  // "acknowledged 12 (1 sent again), filtered 4, dropped 1 (queue full 1), waiting 0"
 };

@@ -6,10 +6,12 @@
 // one more for the coldStart at start.
 #pragma once
 
-#include <array>
 #include <cstdint>
+#include <iterator>
 #include <string>
 #include <vector>
+
+#include "host/agent/delivery/delivery_account.h"
 
 namespace vrx {
 
@@ -24,20 +26,21 @@ enum class TrapDrop {
     Removed,      // the destination was deleted while the trap was waiting
     Unsendable,   // no message can be made of it, or none that goes into a datagram
 };
-constexpr std::size_t TRAP_DROPS = 9;
+constexpr DropReason<TrapDrop> TRAP_DROP_REASONS[] = {
+    {TrapDrop::QueueFull, "queue full"},     {TrapDrop::Unresolved, "unresolved"},
+    {TrapDrop::NoCommunity, "no community"}, {TrapDrop::UnknownUser, "unknown user"},
+    {TrapDrop::SendFailed, "send failed"},   {TrapDrop::BadOid, "bad OID"},
+    {TrapDrop::NotBuilt, "not built"},       {TrapDrop::Removed, "destination removed"},
+    {TrapDrop::Unsendable, "unsendable"},
+};
+static_assert(namesAll(TRAP_DROP_REASONS, TrapDrop::Unsendable));
+constexpr std::size_t TRAP_DROPS = std::size(TRAP_DROP_REASONS);
 const char* textOf(TrapDrop reason);
 
-struct TrapCounters {
-    std::uint64_t considered = 0;
-    std::uint64_t filtered = 0;          // not for this destination
-    std::uint64_t sent = 0;              // handed to the network
+struct TrapCounters : DeliveryCounters<TrapDrop, TRAP_DROPS> {
     std::uint64_t paced = 0;             // of those sent: had to wait because of the pace
-    std::uint64_t shortened = 0;         // of those sent: with texts cut, to fit into a message
     std::uint64_t counter64LeftOut = 0;  // bindings that SNMPv1 cannot carry
-    std::uint64_t waiting = 0;           // now
-    std::array<std::uint64_t, TRAP_DROPS> dropped{};
 
-    std::uint64_t droppedInAll() const;
     void add(const TrapCounters& other);
     std::string text() const;  // "sent 12 (3 paced), filtered 4, dropped 1 (queue full 1), waiting 0"
 };

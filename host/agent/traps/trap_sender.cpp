@@ -50,7 +50,6 @@ TrapSender::TrapSender(AgentLoop& loop, const TrapOptions& options, TrapTranspor
                        NameResolver::Lookup lookup)
     : m_options(options),
       m_transport(transport),
-      m_list(std::make_shared<TrapDestinationMap>()),
       m_scheduler(
           loop, [this] { takeTurn(); }, SHORTEST_SLEEP, options.resolveInterval, std::move(lookup)) {}
 
@@ -63,24 +62,23 @@ void TrapSender::setDestinations(const std::list<tTrapDestInfo>& destinations) {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         std::size_t waiting = 0;
-        for (const auto& entry : m_destinations) waiting += entry.second.queue.size();
+        for (const auto& entry : m_account.all()) waiting += entry.second.queue.size();
         settled.reserve(waiting);
-        for (auto at = m_destinations.begin(); at != m_destinations.end();) {
+        for (auto at = m_account.all().begin(); at != m_account.all().end();) {
             if (list->count(at->first) != 0) {
                 ++at;
                 continue;
             }
             Destination& gone = at->second;
-            for (Item& item : gone.queue) dropItem(gone, item, TrapDrop::Removed, settled);
-            m_former.add(gone.counters);
-            at = m_destinations.erase(at);
+            for (const Item& item : gone.queue) dropItem(gone, item, TrapDrop::Removed, settled);
+            at = m_account.retire(at);
         }
         for (const auto& [key, info] : *list) {
-            Destination& destination = m_destinations[key];
+            Destination& destination = m_account.all()[key];
             if (!sameRow(destination.info, info)) destination.state = DestinationState::Unknown;
             destination.info = info;
         }
-        m_list = std::move(list);
+        m_account.setList(std::move(list));
         m_scheduler.wake();
     }
     callAll(settled);
@@ -88,53 +86,35 @@ void TrapSender::setDestinations(const std::list<tTrapDestInfo>& destinations) {
 
 std::shared_ptr<const TrapDestinationMap> TrapSender::destinations() const {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_list;
+    return m_account.list();
 }
 
 void TrapSender::submit(const NotificationOrigin& origin, const TrapDestinationMap& considered,
                         const std::list<tTrapDestInfo>& chosen, std::shared_ptr<const Notification> trap,
                         Settled settled) {
     const std::set<std::string> keys = chosenKeys(considered, chosen);
-    const auto submission = std::make_shared<Submission>();
-    submission->trap = std::move(trap);
-    submission->sequence = origin.sequence;
-    submission->settled = std::move(settled);
-    submission->open = 1;
+    const auto submission = std::make_shared<Submission>(std::move(trap), origin.sequence, std::move(settled));
     std::vector<Settled> due;
-    due.reserve(keys.size() + 1);
+    due.reserve(1);
     // From here on nothing is left half done: what finds no memory for its place in a queue is dropped.
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        for (const auto& entry : considered) {
-            const auto found = m_destinations.find(entry.first);
-            TrapCounters& counters = found != m_destinations.end() ? found->second.counters : m_former;
-            ++counters.considered;
-            if (keys.count(entry.first) == 0) ++counters.filtered;
-        }
-        for (const std::string& key : keys) enqueue(key, submission, due);
-        release(*submission, due);
+        m_account.consider(
+            considered, keys, submission->notification().get(),
+            [&](const std::string&, Destination& destination) { enqueue(destination, submission, due); });
+        if (Settled last = submission->release()) due.push_back(std::move(last));
         m_scheduler.wake();
     }
     callAll(due);
 }
 
 // Caller holds m_mutex.
-void TrapSender::enqueue(const std::string& key, const std::shared_ptr<Submission>& submission,
+void TrapSender::enqueue(Destination& destination, const std::shared_ptr<Submission>& submission,
                          std::vector<Settled>& settled) {
-    const auto found = m_destinations.find(key);
-    if (found == m_destinations.end()) {  // deleted since the list was handed out
-        ++m_former.dropped[static_cast<std::size_t>(TrapDrop::Removed)];
-        return;
-    }
-    Destination& destination = found->second;
-    ++submission->open;
-    Item item{submission, Clock::now(), ++destination.lastNumber};
+    submission->addPart();
+    const Item item{submission, Clock::now(), ++destination.lastNumber};
     const bool unresolved = destination.state == DestinationState::Unresolved;
-    if (!submission->trap) {
-        dropItem(destination, item, TrapDrop::NotBuilt, settled);
-    } else if (submission->trap->oid.empty()) {
-        dropItem(destination, item, TrapDrop::BadOid, settled);
-    } else if (unresolved && destination.queue.size() >= m_options.unresolvedLimit) {
+    if (unresolved && destination.queue.size() >= m_options.unresolvedLimit) {
         dropItem(destination, item, TrapDrop::Unresolved, settled);
     } else if (destination.queue.size() >= m_options.queueLimit) {
         dropItem(destination, item, TrapDrop::QueueFull, settled);
@@ -147,15 +127,10 @@ void TrapSender::enqueue(const std::string& key, const std::shared_ptr<Submissio
     }
 }
 
-// Caller holds m_mutex, and has room in `settled`: what is half done cannot be done again.
-void TrapSender::dropItem(Destination& destination, Item& item, TrapDrop reason, std::vector<Settled>& settled) {
-    ++destination.counters.dropped[static_cast<std::size_t>(reason)];
-    release(*item.submission, settled);
-}
-
-// Caller holds m_mutex, has room in `settled`, and calls it without the lock.
-void TrapSender::release(Submission& submission, std::vector<Settled>& settled) {
-    if (--submission.open == 0) settled.push_back(std::move(submission.settled));
+// Caller holds m_mutex, has room in `settled`, where it cannot be done again, and calls it without the lock.
+void TrapSender::dropItem(Destination& destination, const Item& item, TrapDrop reason, std::vector<Settled>& settled) {
+    destination.counters.drop(reason);
+    if (Settled last = item.submission->release()) settled.push_back(std::move(last));
 }
 
 void TrapSender::refresh() {
@@ -165,8 +140,8 @@ void TrapSender::refresh() {
 TrapStatus TrapSender::status() const {
     const std::lock_guard<std::mutex> lock(m_mutex);
     TrapStatus status;
-    status.former = m_former;
-    for (const auto& entry : m_destinations) {
+    status.former = m_account.former();
+    for (const auto& entry : m_account.all()) {
         const Destination& destination = entry.second;
         DestinationStatus one;
         one.index = destination.info.index;
@@ -185,8 +160,8 @@ TrapStatus TrapSender::status() const {
 
 TrapCounters TrapSender::totals() const {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    TrapCounters totals = m_former;
-    for (const auto& entry : m_destinations) {
+    TrapCounters totals = m_account.former();
+    for (const auto& entry : m_account.all()) {
         const Destination& destination = entry.second;
         totals.add(destination.counters);
         totals.waiting += destination.queue.size() + (destination.sending ? 1 : 0);
@@ -212,7 +187,7 @@ void TrapSender::takeTurn() {
     std::set<std::string> hosts;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        for (const auto& [key, destination] : m_destinations) {
+        for (const auto& [key, destination] : m_account.all()) {
             keys.insert(key);
             hosts.insert(destination.info.address);
         }
@@ -242,9 +217,9 @@ bool TrapSender::serve(const std::string& key, Clock::time_point& nextTurn) {
     tTrapDestInfo info;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        const auto found = m_destinations.find(key);
-        if (found == m_destinations.end()) return false;
-        info = found->second.info;
+        const Destination* const found = m_account.find(key);
+        if (found == nullptr) return false;
+        info = found->info;
     }
     const auto linkOfKey = m_links.emplace(key, TokenBucket(m_options.rate, m_options.burst, Clock::now())).first;
     Link& link = linkOfKey->second;
@@ -308,9 +283,9 @@ void TrapSender::noteState(const std::string& key, const Readiness& readiness) {
     std::string line;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        const auto found = m_destinations.find(key);
-        if (found == m_destinations.end()) return;
-        Destination& destination = found->second;
+        Destination* const found = m_account.find(key);
+        if (found == nullptr) return;
+        Destination& destination = *found;
         const Link& link = m_links.at(key);
         destination.resolvedAddress = link.channel ? link.route.address : "";
         if (destination.state == readiness.state) {
@@ -336,11 +311,11 @@ void TrapSender::dropAll(const std::string& key, TrapDrop reason) {
     std::vector<Settled> settled;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        const auto found = m_destinations.find(key);
-        if (found == m_destinations.end()) return;
-        Destination& destination = found->second;
+        Destination* const found = m_account.find(key);
+        if (found == nullptr) return;
+        Destination& destination = *found;
         settled.reserve(destination.queue.size());
-        for (Item& item : destination.queue) dropItem(destination, item, reason, settled);
+        for (const Item& item : destination.queue) dropItem(destination, item, reason, settled);
         destination.queue.clear();
     }
     callAll(settled);
@@ -350,9 +325,9 @@ void TrapSender::dropAged(const std::string& key, Clock::time_point& nextTurn) {
     std::vector<Settled> settled;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        const auto found = m_destinations.find(key);
-        if (found == m_destinations.end()) return;
-        Destination& destination = found->second;
+        Destination* const found = m_account.find(key);
+        if (found == nullptr) return;
+        Destination& destination = *found;
         settled.reserve(destination.queue.size());
         const Clock::time_point now = Clock::now();
         while (!destination.queue.empty() && destination.queue.front().since + m_options.unresolvedTime <= now) {
@@ -368,65 +343,72 @@ void TrapSender::dropAged(const std::string& key, Clock::time_point& nextTurn) {
 
 // Sends the first trap of the queue. False when there is none or its time has not come.
 bool TrapSender::sendNext(const std::string& key, Link& link, Clock::time_point& nextTurn) {
-    Item item;
-    bool paced = false;
-    std::vector<Settled> settled;
-    settled.reserve(1);
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        const auto found = m_destinations.find(key);
-        if (found == m_destinations.end() || found->second.queue.empty()) return false;
-        Destination& destination = found->second;
-        const Clock::time_point now = Clock::now();
-        if (!link.tokens.take(now)) {
-            destination.pacedNumber = destination.lastNumber;
-            nextTurn = std::min(nextTurn, link.tokens.nextToken(now));
-            return false;
-        }
-        item = std::move(destination.queue.front());
-        destination.queue.pop_front();
-        destination.sending = true;
-        paced = item.number <= destination.pacedNumber;
-    }
-
-    TrapSendResult result;
-    try {
-        result = retryForASecond([&] { return link.channel->send(*item.submission->trap, m_messageSize); });
-    } catch (const std::bad_alloc&) {
-        result.failure = "out of memory";
-    }
-
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        const auto found = m_destinations.find(key);
-        const bool gone = found == m_destinations.end();
-        TrapCounters& counters = gone ? m_former : found->second.counters;
-        if (!gone) found->second.sending = false;
-        if (result.failure.empty()) {
-            ++counters.sent;
-            if (paced) ++counters.paced;
-            if (result.cut > 0) ++counters.shortened;
-            counters.counter64LeftOut += result.leftOut;
-        } else {
-            const TrapDrop reason = result.unsendable ? TrapDrop::Unsendable : TrapDrop::SendFailed;
-            ++counters.dropped[static_cast<std::size_t>(reason)];
-        }
-        release(*item.submission, settled);
-    }
-    callAll(settled);
+    const std::optional<Taken> taken = take(key, link, nextTurn);
+    if (!taken) return false;
+    const Submission& submission = *taken->submission;
+    const TrapSendResult result = transmit(link, submission);
+    settle(key, *taken, result);
     if (result.leftOut > 0) noteLeftOut(key, link);
-    noteFate(key, *item.submission, result);
+    noteFate(key, submission, result);
     if (result.unsendable) return true;  // tells nothing of the destination
     Readiness readiness;
     readiness.proven = true;
     if (!result.failure.empty()) {
         readiness.state = DestinationState::Failing;
         readiness.reason = result.failure;
-        readiness.lost = describe(*item.submission->trap, item.submission->sequence);
+        readiness.lost = describe(*submission.notification(), submission.sequence());
         link.channel.reset();  // the next one may find another way
     }
     noteState(key, readiness);
     return true;
+}
+
+// The first trap of the queue, and a token; nothing when one of them is not there.
+std::optional<TrapSender::Taken> TrapSender::take(const std::string& key, Link& link, Clock::time_point& nextTurn) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    Destination* const destination = m_account.find(key);
+    if (destination == nullptr || destination->queue.empty()) return std::nullopt;
+    const Clock::time_point now = Clock::now();
+    if (!link.tokens.take(now)) {
+        destination->pacedNumber = destination->lastNumber;
+        nextTurn = std::min(nextTurn, link.tokens.nextToken(now));
+        return std::nullopt;
+    }
+    Item& first = destination->queue.front();
+    Taken taken{std::move(first.submission), first.number <= destination->pacedNumber};
+    destination->queue.pop_front();
+    destination->sending = true;
+    return taken;
+}
+
+TrapSendResult TrapSender::transmit(Link& link, const Submission& submission) const {
+    try {
+        return retryForASecond([&] { return link.channel->send(*submission.notification(), m_messageSize); });
+    } catch (const std::bad_alloc&) {
+        TrapSendResult result;
+        result.failure = "out of memory";
+        return result;
+    }
+}
+
+// Needs no memory: the trap is out.
+void TrapSender::settle(const std::string& key, const Taken& taken, const TrapSendResult& result) {
+    Settled settled;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (Destination* const destination = m_account.find(key)) destination->sending = false;
+        TrapCounters& counters = m_account.countersOf(key);
+        if (result.failure.empty()) {
+            ++counters.sent;
+            if (taken.paced) ++counters.paced;
+            if (result.cut > 0) ++counters.shortened;
+            counters.counter64LeftOut += result.leftOut;
+        } else {
+            counters.drop(result.unsendable ? TrapDrop::Unsendable : TrapDrop::SendFailed);
+        }
+        settled = taken.submission->release();
+    }
+    if (settled) settled();
 }
 
 // One line for each destination.
@@ -435,9 +417,9 @@ void TrapSender::noteLeftOut(const std::string& key, Link& link) {
     std::string line;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        const auto found = m_destinations.find(key);
-        if (found == m_destinations.end()) return;
-        line = describe(found->second.info) + ": Counter64 values are left out of its traps, SNMPv1 cannot carry them";
+        const Destination* const found = m_account.find(key);
+        if (found == nullptr) return;
+        line = describe(found->info) + ": Counter64 values are left out of its traps, SNMPv1 cannot carry them";
     }
     agent_log::info(line);
     link.leftOutKnown = true;
@@ -450,9 +432,9 @@ void TrapSender::noteFate(const std::string& key, const Submission& submission, 
     std::string line;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        const auto found = m_destinations.find(key);
-        if (found == m_destinations.end()) return;
-        line = describe(found->second.info) + ": " + describe(*submission.trap, submission.sequence);
+        const Destination* const found = m_account.find(key);
+        if (found == nullptr) return;
+        line = describe(found->info) + ": " + describe(*submission.notification(), submission.sequence());
     }
     if (shortened) {
         agent_log::warn(line + " is sent with " + std::to_string(result.cut) + " texts shortened");

@@ -21,9 +21,11 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 
+#include "host/agent/delivery/delivery_account.h"
 #include "host/agent/delivery/notification_fitting.h"
 #include "host/agent/delivery/notification_sink.h"
 #include "host/agent/delivery/send_scheduler.h"
@@ -73,17 +75,16 @@ public:
 private:
     using Clock = TokenBucket::Clock;
 
-    struct Submission {
-        std::shared_ptr<const Notification> trap;
-        unsigned long long sequence = 0;  // of the alarm event; 0: of none
-        Settled settled;
-        std::size_t open = 0;  // destinations it waits for, and 1 while it is handed in
-    };
-
     struct Item {
         std::shared_ptr<Submission> submission;
         Clock::time_point since;
         std::uint64_t number;  // of the destination's traps
+    };
+
+    // Out of its queue, and not counted yet.
+    struct Taken {
+        std::shared_ptr<Submission> submission;
+        bool paced = false;
     };
 
     // guarded by m_mutex
@@ -117,9 +118,9 @@ private:
         std::string lost;                      // failing: what was to get out
     };
 
-    void enqueue(const std::string& key, const std::shared_ptr<Submission>& submission, std::vector<Settled>& settled);
-    void release(Submission& submission, std::vector<Settled>& settled);
-    void dropItem(Destination& destination, Item& item, TrapDrop reason, std::vector<Settled>& settled);
+    void enqueue(Destination& destination, const std::shared_ptr<Submission>& submission,
+                 std::vector<Settled>& settled);
+    void dropItem(Destination& destination, const Item& item, TrapDrop reason, std::vector<Settled>& settled);
 
     // Agent thread.
     void takeTurn();
@@ -131,6 +132,9 @@ private:
     void dropAll(const std::string& key, TrapDrop reason);
     void dropAged(const std::string& key, Clock::time_point& nextTurn);
     bool sendNext(const std::string& key, Link& link, Clock::time_point& nextTurn);
+    std::optional<Taken> take(const std::string& key, Link& link, Clock::time_point& nextTurn);
+    TrapSendResult transmit(Link& link, const Submission& submission) const;
+    void settle(const std::string& key, const Taken& taken, const TrapSendResult& result);
     void closeLostLinks(const std::set<std::string>& keys);
 
     const TrapOptions m_options;
@@ -138,9 +142,7 @@ private:
     std::atomic<std::size_t> m_messageSize{LONGEST_MESSAGE};
 
     mutable std::mutex m_mutex;
-    std::map<std::string, Destination> m_destinations;  // guarded by m_mutex, as the rest down to the next line
-    std::shared_ptr<const TrapDestinationMap> m_list;
-    TrapCounters m_former;
+    DeliveryAccount<Destination> m_account;  // guarded by m_mutex
 
     std::map<std::string, Link> m_links;  // agent thread only
 
