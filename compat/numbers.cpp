@@ -58,7 +58,7 @@ std::string TimeTicks::printed() const {
     if (days == 0) {
         return text.data();
     }
-    // No comma after a single day: spelled so on purpose.
+    // No comma after a single day: SNMP++ prints it so.
     return std::to_string(days) + (days == 1 ? " day " : " days, ") + text.data();
 }
 

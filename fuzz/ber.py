@@ -1,4 +1,4 @@
-"""BER as trees that can be encoded wrongly on purpose: what the datagrams for the agent are made of.
+"""BER as trees whose encoding can be given errors: what the datagrams for the agent are made of.
 
     tree = parse(datagram)
     for node in tree.nodes():

@@ -98,7 +98,7 @@ const Texts LINES = {
     R"(# nothing)",
 };
 
-// What a line may become by mistake or on purpose.
+// What a line may become by mistake, or at the hands of an attacker.
 const Texts PIECES = {
     "",
     "0",

@@ -14,7 +14,7 @@ namespace Snmp_pp {
 class CompatPrintCache {
 public:
     CompatPrintCache() = default;
-    CompatPrintCache(const CompatPrintCache&) {}  // NOLINT(modernize-use-equals-default): nothing is copied on purpose
+    CompatPrintCache(const CompatPrintCache&) {}  // NOLINT(modernize-use-equals-default): a copy prints itself anew
     ~CompatPrintCache() = default;
 
     CompatPrintCache& operator=(const CompatPrintCache& other) {

@@ -60,7 +60,7 @@ TEST(AgentLoop, DoesNotRunATimerBeforeItsTime) {
 TEST(AgentLoop, ATaskThatThrowsStopsNothing) {
     AgentLoop loop;
     bool ran = false;
-    loop.post([] { throw std::runtime_error("on purpose"); });
+    loop.post([] { throw std::runtime_error("a task that fails"); });
     loop.post([&] {
         ran = true;
         loop.stop();
