@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdint>
 #include <cstring>
 
 namespace {
@@ -34,17 +33,6 @@ bool isQuote(char c) {
     return c == '"' || c == '\'';
 }
 
-bool isAscii(const std::string& text) {
-    const char* at = text.data();
-    std::size_t left = text.size();
-    std::uint64_t bits = 0;
-    for (; left >= sizeof bits; left -= sizeof bits, at += sizeof bits) {
-        std::memcpy(&bits, at, sizeof bits);
-        if ((bits & 0x8080808080808080U) != 0) return false;
-    }
-    return std::all_of(at, at + left, [](char c) { return static_cast<unsigned char>(c) < 128; });
-}
-
 // Bytes that TinyXML takes for one UTF-8 character, whatever stands after the first.
 std::size_t utf8Length(char c) {
     const auto byte = static_cast<unsigned char>(c);
@@ -56,7 +44,7 @@ std::size_t utf8Length(char c) {
 // A position in the text that only moves forward. A zero byte ends the text.
 class MarkupScan {
 public:
-    explicit MarkupScan(const std::string& xml) : m_at(xml.c_str()), m_isAscii(isAscii(xml)) {
+    explicit MarkupScan(const std::string& xml) : m_at(xml.c_str()) {
         if (std::strncmp(m_at, "\xEF\xBB\xBF", 3) == 0) m_encoding = Encoding::UTF8;
     }
 
@@ -86,13 +74,15 @@ private:
 
     // Moves to the next character `c` or the end. In UTF-8 a broken character hides what follows it, as in TinyXML.
     void skipTo(char c) {
-        if (m_encoding != Encoding::UTF8 || m_isAscii) {
+        if (m_encoding != Encoding::UTF8) {
             m_at = strchrnul(m_at, c);
             return;
         }
-        while (*m_at != '\0' && *m_at != c) {
-            for (std::size_t length = utf8Length(*m_at); length > 0 && *m_at != '\0'; --length) ++m_at;
+        const char* at = m_at;
+        while (*at != '\0' && *at != c) {
+            for (std::size_t length = utf8Length(*at); length > 0 && *at != '\0'; --length) ++at;
         }
+        m_at = at;
     }
 
     void skipAfter(const char* begin, const char* end) {
@@ -113,18 +103,17 @@ private:
     // Moves past a start tag; true when it ends itself ("/>"). Quotes stand around values only: anywhere else
     // TinyXML refuses the tag.
     bool skipTag() {
-        ++m_at;
-        while (*m_at != '\0') {
+        const char* last = m_at++;
+        while (*m_at != '\0' && *m_at != '>') {
+            last = m_at;
             if (isQuote(*m_at)) {
                 skipQuoted();
-            } else if (*m_at == '/' && m_at[1] == '>') {
-                m_at += 2;
-                return true;
-            } else if (*m_at++ == '>') {
-                return false;
+            } else {
+                ++m_at;
             }
         }
-        return false;
+        if (*m_at != '\0') ++m_at;
+        return *last == '/';
     }
 
     // Moves past a declaration. Only the values of its three attributes may hold a ">". One outside of all elements
@@ -167,7 +156,6 @@ private:
     }
 
     const char* m_at;
-    const bool m_isAscii;
     Encoding m_encoding = Encoding::UNKNOWN;
 };
 

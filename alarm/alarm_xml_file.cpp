@@ -36,7 +36,7 @@ std::string readFile(std::FILE* file, std::size_t expectedSize, std::string& con
     const std::size_t limit = mib * 1024 * 1024;
     std::string tooLarge = "File is larger than " + std::to_string(mib) + " MiB";
     if (expectedSize > limit) return tooLarge;
-    content.reserve(expectedSize + 1 + TINYXML_OVERRUN);
+    content.reserve(expectedSize + TINYXML_OVERRUN);
     char buffer[65536];
     std::size_t count = 0;
     do {
@@ -50,16 +50,14 @@ std::string readFile(std::FILE* file, std::size_t expectedSize, std::string& con
 // As TinyXML reads a file: up to the first zero byte, each CR LF and each CR a line feed.
 void normalize(std::string& text) {
     text.resize(std::strlen(text.c_str()));
-    std::size_t kept = text.find('\r');
-    if (kept == std::string::npos) return;
-    for (std::size_t i = kept; i < text.size(); ++i) {
-        if (text[i] == '\n' && text[i - 1] == '\r') continue;
-        text[kept++] = text[i];
+    if (text.find('\r') == std::string::npos) return;
+    std::size_t kept = 0;
+    char former = '\0';
+    for (const char c : text) {
+        if (c != '\n' || former != '\r') text[kept++] = c == '\r' ? '\n' : c;
+        former = c;
     }
     text.resize(kept);
-    for (char& c : text) {
-        if (c == '\r') c = '\n';
-    }
 }
 
 // Parses the file into `document`, which then knows TinyXML's error; or returns why the file never reached it.

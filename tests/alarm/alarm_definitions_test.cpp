@@ -169,8 +169,10 @@ TEST_F(AlarmDefinitionsTest, OtherChildrenAttributesAndLaterEventDefinitionsAreI
 TEST_F(AlarmDefinitionsTest, NullAndNonElementNodesAreSkippedSilently) {
     CAlarmConfigParser& parser = load();
     TiXmlComment comment("param");
-    EXPECT_EQ(parser.parseAlarmItem(nullptr), -1);
-    EXPECT_EQ(parser.parseAlarmItem(&comment), -1);
+    for (TiXmlNode* node : {static_cast<TiXmlNode*>(nullptr), static_cast<TiXmlNode*>(&comment)}) {
+        EXPECT_EQ(parser.parseAlarmItem(node), -1);
+        EXPECT_EQ(host.log().lines().back(), "trace leave int CAlarmConfigParser::parseAlarmItem(TiXmlNode*): NOK");
+    }
     EXPECT_THAT(host.log().linesWithoutTrace(), IsEmpty());
     EXPECT_EQ(parser.alarmItems().size(), 1U);
 }
@@ -220,6 +222,11 @@ TEST_F(AlarmDefinitionsTest, MissingFileFails) {
 TEST_F(AlarmDefinitionsTest, BrokenFileFailsWithItsPlace) {
     const std::string path = writeDefinitionFile("<root>\n<eventDefinition></root>");
     EXPECT_EQ(loadFailure(), "open config file(" + path + ") failed.\nError reading end tag.. Location(row:2,col:18).");
+}
+
+TEST_F(AlarmDefinitionsTest, TabReachesTheNextFourthColumn) {
+    const std::string path = writeDefinitionFile("<root>\n\t<eventDefinition></root>");
+    EXPECT_EQ(loadFailure(), "open config file(" + path + ") failed.\nError reading end tag.. Location(row:2,col:22).");
 }
 
 TEST_F(AlarmDefinitionsTest, EmptyFileFails) {

@@ -152,6 +152,12 @@ TEST_F(AlarmEnumerationsTest, BrokenFileFailsWithItsPlace) {
               "open alarm config file(" + m_path + ") failed.\nError reading Attributes.. Location(row:2,col:14).");
 }
 
+TEST_F(AlarmEnumerationsTest, TabReachesTheNextFourthColumn) {
+    const std::string message = enumerationFailure("<alarm>\n\t<param_enum a/></alarm>");
+    EXPECT_EQ(message,
+              "open alarm config file(" + m_path + ") failed.\nError reading Attributes.. Location(row:2,col:18).");
+}
+
 TEST_F(AlarmEnumerationsTest, MissingFileFailsEvenWhenNoAlarmNeedsIt) {
     writeDefinitions("<param eventID='1'/>");
     std::filesystem::remove(host.root() + "/" + ENUMERATION_PATH);

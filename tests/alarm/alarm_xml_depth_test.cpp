@@ -16,6 +16,29 @@ std::size_t scannedDepth(const std::string& xml) {
     return levels;
 }
 
+std::size_t treeDepth(const TiXmlNode& node) {
+    std::size_t deepest = 0;
+    for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling()) {
+        deepest = std::max(deepest, treeDepth(*child));
+    }
+    return deepest + (node.ToElement() != nullptr ? 1 : 0);
+}
+
+// Zeros at the end: TinyXML steps over the end of a text that ends within a character.
+void parse(TiXmlDocument& document, const std::string& xml) {
+    document.Parse((xml + std::string(3, '\0')).c_str());
+}
+
+// The scan finds the depth, and TinyXML, which has no objection to the text, as well.
+void expectDepth(const std::string& xml, std::size_t depth) {
+    SCOPED_TRACE(xml);
+    EXPECT_EQ(scannedDepth(xml), depth);
+    TiXmlDocument document;
+    parse(document, xml);
+    EXPECT_STREQ(document.ErrorDesc(), "");
+    EXPECT_EQ(treeDepth(document), depth);
+}
+
 struct DepthCase {
     const char* name;
     const char* xml;
@@ -95,12 +118,88 @@ TEST(AlarmXmlDepth, FirstByteOfACharacterSaysHowManyItHides) {
     }
 }
 
-std::size_t treeDepth(const TiXmlNode& node) {
-    std::size_t deepest = 0;
-    for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling()) {
-        deepest = std::max(deepest, treeDepth(*child));
+TEST(AlarmXmlDepth, ElementBeginsWithALetterAnUnderscoreOrAByteFrom127On) {
+    for (const char* start : {"a", "Z", "_", "\x7F", "\x80", "\xFF"}) {
+        expectDepth(std::string("<r><") + start + "/></r>", 2);
     }
-    return deepest + (node.ToElement() != nullptr ? 1 : 0);
+    for (const char* start : {"~", "1", "-", ".", ":", "@", "[", "{"}) {
+        expectDepth(std::string("<r><") + start + "></r>", 1);
+    }
+}
+
+TEST(AlarmXmlDepth, TagEndsItselfWithASlashRightBeforeItsEnd) {
+    expectDepth("<a><b/><b/></a>", 2);
+    expectDepth("<a t='1'/><b/>", 1);
+    expectDepth("<a t='/'><b/></a>", 2);
+    expectDepth("<a t='>'/><b/>", 1);
+    expectDepth("<a t=1/><b/>", 1);
+    expectDepth("<a t='>' u=\"'>\"><b v=\">'\"/></a>", 2);
+}
+
+TEST(AlarmXmlDepth, ValuesOfADeclarationsOwnAttributesMayHoldMarkup) {
+    for (const std::string name : {"version", "VERSION", "standalone", "encoding", "version1", "version_", "version-x",
+                                   "version.x", "version:x", "version\xE4", "version-.:1_x", "standalone-x"}) {
+        for (const char* equals : {"=", " = ", "\t=\n"}) {
+            expectDepth("<?xml " + name + equals + "'><a><b/></a>'?><c/>", 1);
+            expectDepth("<?xml " + name + equals + "\"'><a><b/></a>\"?><c/>", 1);
+        }
+    }
+    for (const std::string name : {"versio", "xversion", "standalon", "encodin", "t"}) {
+        expectDepth("<?xml " + name + "='><a><b/></a><!-- '?> -->", 2);
+    }
+}
+
+TEST(AlarmXmlDepth, EncodingIsTheOneThatTinyXmlFinds) {
+    const std::pair<const char*, bool> cases[] = {
+        {"", false},
+        {"\xEF\xBB\xBF", true},
+        {"\xEF\xBB\xBF<?xml encoding='GBK'?>", true},
+        {"<?xml?>", true},
+        {"<?xml version='1.0'?>", true},
+        {"<?xml version='1.0' standalone='yes'?>", true},
+        {"<?xml encoding='UTF-8'?>", true},
+        {"<?xml encoding=\"UTF-8\"?>", true},
+        {"<?XML ENCODING='utf-8'?>", true},
+        {"<?xml encoding='UTF-8x'?>", true},
+        {"<?xml encoding='UTF-16'?>", false},
+        {"<?xml encoding='UTF-'?>", false},
+        {"<?xml encoding='utf8'?>", true},
+        {"<?xml encoding='UTF8'?>", true},
+        {"<?xml encoding='UTF8x'?>", true},
+        {"<?xml encoding='UTF'?>", false},
+        {"<?xml encoding='ISO-8859-1'?>", false},
+        {"<?xml version='1.0' encoding='GBK' standalone='yes'?>", false},
+        {"<?xml encoding = 'GBK'?>", false},
+        {"<?xml encoding=''?>", true},
+        {"<?xml encoding=\"\"?>", true},
+        {"<?xml encoding=' UTF-8'?>", false},
+        {"<?xml encoding='x'?>", false},
+        {"<?xml encoding=UTF-8 ?>", true},
+        {"<?xml encoding=UTF-8?>", true},
+        {"<?xml encoding=GBK ?>", false},
+        {"<?xml encoding=GBK version='><d/>'?>", false},
+        {"<?xml encoding=>", true},
+        {"<?xml encoding=/GBK?>", true},
+        {"<?xml encoding= GBK>", false},
+        {"<?xml encoding-x='GBK'?>", false},
+        {"<?xml xencoding='GBK'?>", true},
+        {"<?xml encoding='GBK' encoding='UTF-8'?>", true},
+        {"<?xml encoding='UTF-8' encoding='GBK'?>", false},
+        {"<?xml encoding='GBK'?><?xml encoding='UTF-8'?>", false},
+        {"<?xml encoding='UTF-8'?><?xml encoding='GBK'?>", true},
+        {"<!-- x --><?xml encoding='UTF-8'?>", true},
+        {"<d><?xml encoding='UTF-8'?></d>", false},
+    };
+    for (const auto& [head, isUtf8] : cases) {
+        // In UTF-8 the broken character hides the quote after it, and the value of `t` ends before the next one.
+        expectDepth(head + std::string("<a t='\xC3' u='><b><c/></b></a><!-- '/> -->"), isUtf8 ? 3 : 1);
+    }
+}
+
+TEST(AlarmXmlDepth, BrokenCharacterCountsWhereverItStands) {
+    for (std::size_t before = 0; before <= 16; ++before) {
+        expectDepth("<?xml?><a t='" + std::string(before, 'x') + "\xC3' u='><b/></a><!--'/>-->", 2);
+    }
 }
 
 TEST(AlarmXmlDepth, NeverBelowTheTreeThatTinyXmlBuilds) {
@@ -118,8 +217,7 @@ TEST(AlarmXmlDepth, NeverBelowTheTreeThatTinyXmlBuilds) {
         for (int i = count(random); i > 0; --i) xml += pieces[piece(random)];
         xml += "\n\n\n";  // TinyXML steps over the end of a text that ends in a broken UTF-8 character
         TiXmlDocument document;
-        // A broken character at the end makes TinyXML step over it: zero bytes stop it there.
-        document.Parse((xml + std::string(3, '\0')).c_str());
+        parse(document, xml);
         const std::size_t scanned = scannedDepth(xml);
         ASSERT_GE(scanned, treeDepth(document)) << xml;
         if (scanned == treeDepth(document)) ++exact;
