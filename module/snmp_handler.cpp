@@ -42,21 +42,15 @@ int CSnmpTableHandler::OnDeleteTable(const CVRX_SnmpContext&, const CR8KPackageV
 CSnmpLeafHandler::~CSnmpLeafHandler() = default;
 
 int CSnmpLeafHandler::OnQueryLeaf(const CVRX_SnmpContext& ctx, const CR8KPackageV3&, CR8KPackageV3& rsp) {
-    CTLVCell* raw = nullptr;
-    int result = -1;
-    try {
-        result = queryLeaf(ctx, raw);
-    } catch (...) {
-        delete raw;
-        throw;
-    }
-    std::unique_ptr<CTLVCell> cell(raw);
-    if (result != 0 || cell == nullptr) return -1;
+    CTLVCell* cell = nullptr;
+    const auto deleteCell = [](CTLVCell** owned) { delete *owned; };
+    const std::unique_ptr<CTLVCell*, decltype(deleteCell)> owner(&cell, deleteCell);  // of what a throw leaves, too
+    if (queryLeaf(ctx, cell) != 0 || cell == nullptr) return -1;
 
     cell->setTag(0);
     auto record = std::make_unique<CTLVRecordV3>(CTLVRecordV3::NO_IDENTIFIER, CTLVRecordV3::DEFAULT_BUCKETS);
-    record->append(cell.get());
-    (void)cell.release();  // the record owns it from here
+    record->append(cell);
+    cell = nullptr;  // the record owns it from here
     rsp.append(std::move(record));
     return 0;
 }
