@@ -2,7 +2,6 @@
 
 #include <snmp_pp/vb.h>
 
-#include <cstddef>
 #include <iterator>
 
 #include "alarm/alarm_record.h"
@@ -52,24 +51,7 @@ constexpr int FILL_ORDER[] = {1, 2, 3, 4, 6, 7, 8, 9, 10, 11, 5, 12, 13, 14, 15}
 
 constexpr int FAULT_TIME = 8;
 
-constexpr std::size_t lengthOf(const char* text) {
-    std::size_t length = 0;
-    while (text[length] != '\0') ++length;
-    return length;
-}
-
-// Row i stands at position i, all labels but the last end in the same column, and each row is filled once.
-constexpr bool isTableSound() {
-    int filled = 0;
-    for (int i = 0; i < ALARM_TRAP_BINDINGS; ++i) {
-        if (BINDINGS[i].number != i + 1) return false;
-        if (lengthOf(BINDINGS[i].label) != (i + 1 < ALARM_TRAP_BINDINGS ? 32 : 40)) return false;
-        filled |= 1 << FILL_ORDER[i];
-    }
-    return filled == (1 << (ALARM_TRAP_BINDINGS + 1)) - 2;
-}
 static_assert(std::size(BINDINGS) == ALARM_TRAP_BINDINGS && std::size(FILL_ORDER) == ALARM_TRAP_BINDINGS);
-static_assert(isTableSound());
 
 }  // namespace
 

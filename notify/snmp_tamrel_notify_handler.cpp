@@ -133,13 +133,13 @@ Agentpp::Oidx& CTamrelOIDBasedMsgHandler::getTrapOid(unsigned long long alarmId)
         TAMREL_LOG_MODULE,
         "virtual Agentpp::Oidx& CTamrelOIDBasedMsgHandler::getTrapOid(long long unsigned int)"_scope);
     std::string oidText;
-    int rc = -1;
+    bool isFound = false;
     try {
-        rc = CAlarmConfigParser::instance()->getAlarmOidInfo(alarmId, oidText);
+        isFound = CAlarmConfigParser::instance()->getAlarmOidInfo(alarmId, oidText) == 0;
     } catch (const CVRX_Exception& e) {  // definitions that cannot be loaded: a look-up that failed
         guard.error(LOGCODE_NOTIFY, __FUNCTION__, __LINE__, "handle notify failed, %s", e.what());
     }
-    if (rc != 0) {
+    if (!isFound) {
         guard.setResult(false);
         guard.error(LOGCODE_NOTIFY, __FUNCTION__, __LINE__, "parse alarm %llu failed", alarmId);
     }
