@@ -175,6 +175,8 @@ public:
 
     // From now on SplitToStr leaves out empty pieces, as a host may.
     void dropEmptyPieces() { m_dropsEmptyPieces = true; }
+    // From now on StrToUint makes this number of a text that does not begin with one, as a host may; before that 0.
+    void readOtherTextsAs(unsigned int number) { m_otherTextsNumber = number; }
     // From now on memcpy_s refuses and copies nothing.
     void refuseCopies() { m_refusesCopies = true; }
 
@@ -206,6 +208,7 @@ private:
     std::string m_systemName = "storage-1";
     bool m_timeConversionsFail = false;
     bool m_dropsEmptyPieces = false;
+    unsigned int m_otherTextsNumber = 0;
     bool m_refusesCopies = false;
     int m_previousDeviceType;
     std::string m_previousProductSn;

@@ -126,6 +126,11 @@ TEST(FakeHost, NumbersAreReadAsTheHostPromises) {
     EXPECT_EQ(StrToUint("4294967295"), 4294967295u);
     EXPECT_EQ(StrToUint("4294967296"), 4294967295u);
     EXPECT_EQ(StrToUint("99999999999999999999999"), 4294967295u);
+    FakeHost host;
+    host.readOtherTextsAs(9);
+    EXPECT_EQ(StrToUint("x7"), 9u);
+    EXPECT_EQ(StrToUint(""), 9u);
+    EXPECT_EQ(StrToUint("7x"), 7u);
 }
 
 TEST(FakeHost, BoundedCopyRefusesWhatDoesNotFit) {

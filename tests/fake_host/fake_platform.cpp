@@ -28,6 +28,10 @@ struct FakeHostAccess {
     static std::string systemName(FakeHost& host) { return host.m_systemName; }
     static bool timeConversionsFail() { return is(&FakeHost::m_timeConversionsFail); }
     static bool dropsEmptyPieces() { return is(&FakeHost::m_dropsEmptyPieces); }
+    static unsigned int otherTextsNumber() {
+        const FakeHost* const current = FakeHost::current();
+        return current != nullptr ? current->m_otherTextsNumber : 0;
+    }
     static bool refusesCopies() { return is(&FakeHost::m_refusesCopies); }
 
     static CNotifyHandler* dispatcher(FakeHost& host) {
@@ -209,8 +213,10 @@ void SplitToStr(std::string text, char separator, std::vector<std::string>& out)
 unsigned int StrToUint(std::string text) {
     constexpr unsigned long long LIMIT = 4294967295ULL;
     unsigned long long number = 0;
-    for (std::size_t i = text.find_first_not_of(" \t\n\v\f\r"); i < text.size() && text[i] >= '0' && text[i] <= '9';
-         ++i) {
+    const auto isDigit = [&text](std::size_t i) { return i < text.size() && text[i] >= '0' && text[i] <= '9'; };
+    const std::size_t begin = text.find_first_not_of(" \t\n\v\f\r");
+    if (!isDigit(begin)) return FakeHostAccess::otherTextsNumber();
+    for (std::size_t i = begin; isDigit(i); ++i) {
         number = number * 10 + static_cast<unsigned long long>(text[i] - '0');
         if (number > LIMIT) return static_cast<unsigned int>(LIMIT);
     }

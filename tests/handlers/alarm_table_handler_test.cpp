@@ -149,6 +149,13 @@ TEST_F(AlarmTableHandlerTest, KeyThatIsNoNumberAsksFromTheStart) {
     EXPECT_THAT(requestFor(160, "x"), RecordIs(12345, u32(3, 0), u32(9, 1)));
 }
 
+TEST_F(AlarmTableHandlerTest, KeyOfNoRowAsksFromTheStartWhateverNumberTheHostReadsInIt) {
+    host.readOtherTextsAs(9);
+    EXPECT_THAT(requestFor(160, CSnmpTableBase::INVALID_KEY), RecordIs(12345, u32(3, 0), u32(9, 1)));
+    EXPECT_THAT(requestFor(161, CSnmpTableBase::INVALID_KEY), RecordIs(12345, u32(3, 0), u32(9, 1)));
+    EXPECT_THAT(requestFor(161, "x"), RecordIs(12345, u32(3, 9), u32(9, 1)));
+}
+
 TEST_F(AlarmTableHandlerTest, CommandCodeThatIsNoNumberIsZero) {
     host.setConfig("COMMAND", "GET_CURRENT_ALARM", "alarms");
     EXPECT_EQ(requestFor(160, "7").identifier, 0u);
@@ -360,11 +367,13 @@ TEST_F(AlarmTableHandlerTest, NumberIsTheLowHalfOfTheAlarmId) {
 TEST_F(AlarmTableHandlerTest, AlarmWithoutDefinitionIsNoRow) {
     EXPECT_THAT(rowOf(alarmRecord(99)), IsEmpty());
     EXPECT_THAT(ownLines(), IsEmpty());
+    EXPECT_THAT(host.log().lines().back(), std::string("trace leave ") + ROW_SIGNATURE + ": NOK");
 }
 
 TEST_F(AlarmTableHandlerTest, AlarmWhoseTextsCannotBeRenderedIsNoRow) {
     EXPECT_THAT(rowOf(alarmRecord(5, "x")), IsEmpty());
     EXPECT_THAT(ownLines(), IsEmpty());
+    EXPECT_THAT(host.log().lines().back(), std::string("trace leave ") + ROW_SIGNATURE + ": NOK");
 }
 
 TEST_F(AlarmTableHandlerTest, DefinitionsThatCannotBeLoadedGiveNoRowAndAnErrorLineWithTheReason) {
