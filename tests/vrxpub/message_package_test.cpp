@@ -82,6 +82,10 @@ const Bytes AB_CELL = cell(5, 2, {'a', 'b', 0});
 
 }  // namespace
 
+TEST(MessagePackage, FailureIsNoSizeThatAPackageHas) {
+    EXPECT_EQ(FAILURE, 4294967295U);
+}
+
 // --- encode ---
 
 TEST(MessagePackage, EmptyPackageEncodesTo28Bytes) {
