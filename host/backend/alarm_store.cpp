@@ -125,7 +125,7 @@ AlarmStore::AlarmStore(const std::string& path, unsigned long long eventLimit)
       m_identity(m_database, "SELECT identity FROM store_identity") {}
 
 BackendResult AlarmStore::raise(std::vector<Alarm>& alarms) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     std::vector<Alarm> raised = alarms;
     SqliteTransaction transaction(m_database);
     for (Alarm& alarm : raised) {
@@ -157,7 +157,7 @@ BackendResult AlarmStore::raise(std::vector<Alarm>& alarms) {
 }
 
 BackendResult AlarmStore::clear(const std::vector<unsigned int>& serials, unsigned long long time) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     SqliteTransaction transaction(m_database);
     for (const unsigned int serial : serials) {
         Alarm alarm;
@@ -181,7 +181,7 @@ BackendResult AlarmStore::clear(const std::vector<unsigned int>& serials, unsign
 }
 
 std::vector<Alarm> AlarmStore::activeAfter(unsigned int start, std::size_t count, std::size_t bytes) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     std::vector<Alarm> alarms;
     ByteBudget budget(bytes);
     SqliteStatement::Run run(m_listActive);
@@ -198,7 +198,7 @@ std::vector<Alarm> AlarmStore::activeAfter(unsigned int start, std::size_t count
 }
 
 std::vector<StoredEvent> AlarmStore::eventsAfter(unsigned long long sequence, std::size_t count, std::size_t bytes) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     std::vector<StoredEvent> events;
     ByteBudget budget(bytes);
     SqliteStatement::Run run(m_listEvents);
@@ -218,12 +218,12 @@ std::vector<StoredEvent> AlarmStore::eventsAfter(unsigned long long sequence, st
 }
 
 unsigned long long AlarmStore::lastSequence() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return readNumber(m_lastSequence);
 }
 
 AlarmStoreStatus AlarmStore::status() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     AlarmStoreStatus status;
     status.activeAlarms = readNumber(m_countActive);
     status.lastSequence = readNumber(m_lastSequence);
@@ -232,19 +232,19 @@ AlarmStoreStatus AlarmStore::status() {
 }
 
 std::string AlarmStore::worldWideName() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     SqliteStatement::Run run(m_worldWideName);
     return run.step() ? run.text(0) : "";
 }
 
 std::string AlarmStore::identity() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     SqliteStatement::Run run(m_identity);
     return run.step() ? run.text(0) : "";
 }
 
-// Caller holds m_mutex. What could not be synchronized may stand in the journal all the same, and would be taken for
-// done after a crash: the journal is emptied, if the disk lets us.
+// What could not be synchronized may stand in the journal all the same, and would be taken for done after a crash: the
+// journal is emptied, if the disk lets us.
 void AlarmStore::commit(SqliteTransaction& transaction) {
     try {
         transaction.commit();
@@ -255,7 +255,7 @@ void AlarmStore::commit(SqliteTransaction& transaction) {
     }
 }
 
-// Caller holds m_mutex and a transaction. Comes to an end: alarms and events are fewer than the numbers.
+// Comes to an end: alarms and events are fewer than the numbers.
 unsigned int AlarmStore::nextSerial() {
     auto serial = static_cast<unsigned int>(readNumber(m_lastSerial));
     for (;;) {
@@ -267,7 +267,6 @@ unsigned int AlarmStore::nextSerial() {
     }
 }
 
-// Caller holds m_mutex and a transaction.
 void AlarmStore::addEvent(unsigned int type, const Alarm& alarm) {
     SqliteStatement::Run run(m_insertEvent);
     run.bind(1, type);
@@ -280,7 +279,6 @@ void AlarmStore::addEvent(unsigned int type, const Alarm& alarm) {
     run.step();
 }
 
-// Caller holds m_mutex and a transaction.
 void AlarmStore::dropOldEvents() {
     const unsigned long long last = readNumber(m_lastSequence);
     if (last <= m_eventLimit) return;

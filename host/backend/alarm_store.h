@@ -9,10 +9,10 @@
 #pragma once
 
 #include <cstddef>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "host/base/mutex.h"
 #include "host/base/sqlite_database.h"
 #include "host/transport/backend_protocol.h"
 #include "host/transport/backend_result.h"
@@ -68,31 +68,31 @@ public:
     std::string identity();
 
 private:
-    void commit(SqliteTransaction& transaction);
-    unsigned int nextSerial();
-    void addEvent(unsigned int type, const Alarm& alarm);
-    void dropOldEvents();
+    // Within a transaction.
+    void commit(SqliteTransaction& transaction) REQUIRES(m_mutex);
+    unsigned int nextSerial() REQUIRES(m_mutex);
+    void addEvent(unsigned int type, const Alarm& alarm) REQUIRES(m_mutex);
+    void dropOldEvents() REQUIRES(m_mutex);
 
     const unsigned long long m_eventLimit;
 
-    // guarded by m_mutex: database and statements
-    std::mutex m_mutex;
-    SqliteDatabase m_database;
-    SqliteStatement m_insertActive;
-    SqliteStatement m_findActive;
-    SqliteStatement m_deleteActive;
-    SqliteStatement m_listActive;
-    SqliteStatement m_countActive;
-    SqliteStatement m_findSerial;
-    SqliteStatement m_lastSerial;
-    SqliteStatement m_setLastSerial;
-    SqliteStatement m_insertEvent;
-    SqliteStatement m_listEvents;
-    SqliteStatement m_deleteEvents;
-    SqliteStatement m_lastSequence;
-    SqliteStatement m_oldestSequence;
-    SqliteStatement m_worldWideName;
-    SqliteStatement m_identity;
+    Mutex m_mutex;
+    SqliteDatabase m_database GUARDED_BY(m_mutex);
+    SqliteStatement m_insertActive GUARDED_BY(m_mutex);
+    SqliteStatement m_findActive GUARDED_BY(m_mutex);
+    SqliteStatement m_deleteActive GUARDED_BY(m_mutex);
+    SqliteStatement m_listActive GUARDED_BY(m_mutex);
+    SqliteStatement m_countActive GUARDED_BY(m_mutex);
+    SqliteStatement m_findSerial GUARDED_BY(m_mutex);
+    SqliteStatement m_lastSerial GUARDED_BY(m_mutex);
+    SqliteStatement m_setLastSerial GUARDED_BY(m_mutex);
+    SqliteStatement m_insertEvent GUARDED_BY(m_mutex);
+    SqliteStatement m_listEvents GUARDED_BY(m_mutex);
+    SqliteStatement m_deleteEvents GUARDED_BY(m_mutex);
+    SqliteStatement m_lastSequence GUARDED_BY(m_mutex);
+    SqliteStatement m_oldestSequence GUARDED_BY(m_mutex);
+    SqliteStatement m_worldWideName GUARDED_BY(m_mutex);
+    SqliteStatement m_identity GUARDED_BY(m_mutex);
 };
 
 }  // namespace vrx

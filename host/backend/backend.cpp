@@ -127,8 +127,13 @@ void Backend::stop() {
         ::unlink(m_settings.transport.address.path.c_str());
     m_stop.raise();
     m_acceptor.join();
-    for (Client& client : m_clients) client.thread.join();
-    m_clients.clear();
+    std::list<Client> clients;
+    {
+        const MutexLock lock(m_mutex);
+        clients.swap(m_clients);
+    }
+    for (Client& client : clients) client.thread.join();
+    clients.clear();
     m_listener = FileDescriptor();
     m_handler.reset();
     m_store.reset();
@@ -168,12 +173,12 @@ void Backend::acceptClient() {
         if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return;  // the client has gone again
         throw std::system_error(errno, std::generic_category(), "accept");
     }
+    const ClientSession::Settings settings{m_settings.transport.packageLimit, m_settings.delay, m_stop.descriptor()};
+    const MutexLock lock(m_mutex);
     if (m_clients.size() >= MOST_CLIENTS) {
         noteRefusal("too many connections");
         return;
     }
-    const ClientSession::Settings settings{m_settings.transport.packageLimit, m_settings.delay, m_stop.descriptor()};
-    const std::lock_guard<std::mutex> lock(m_mutex);
     Client& client = m_clients.emplace_back(m_lastClient + 1, std::move(socket), settings, *m_handler, m_traffic);
     try {
         client.thread = std::thread([&client] {
@@ -189,7 +194,7 @@ void Backend::acceptClient() {
 }
 
 void Backend::removeFinishedClients() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_clients.remove_if([](Client& client) {
         if (!client.finished) return false;
         client.thread.join();
@@ -198,7 +203,7 @@ void Backend::removeFinishedClients() {
 }
 
 void Backend::wakeClients() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     for (Client& client : m_clients) client.session.wake();
 }
 

@@ -15,7 +15,6 @@
 #include <chrono>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -23,6 +22,7 @@
 #include "host/backend/alarm_store.h"
 #include "host/backend/client_session.h"
 #include "host/backend/request_handler.h"
+#include "host/base/mutex.h"
 #include "host/transport/backend_options.h"
 #include "host/transport/backend_protocol.h"
 
@@ -80,8 +80,8 @@ private:
     unsigned long long m_lastClient = 0;
     bool m_refusing = false;  // and a line about it was logged
 
-    std::mutex m_mutex;
-    std::list<Client> m_clients;  // guarded by m_mutex
+    Mutex m_mutex;
+    std::list<Client> m_clients GUARDED_BY(m_mutex);  // the acceptor's thread adds and removes
 };
 
 }  // namespace vrx

@@ -6,11 +6,11 @@
 #include <cerrno>
 #include <initializer_list>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <system_error>
 
 #include "host/base/logging.h"
+#include "host/base/mutex.h"
 #include "host/base/product_root.h"
 #include "host/base/whole_file.h"
 #include "platform/vrx_xml_config.h"
@@ -135,13 +135,13 @@ public:
     }
 
     void reload() {
-        const std::lock_guard<std::mutex> reloading(m_reloading);
+        const MutexLock reloading(m_reloading);
         publish(readDeviceConfig(productPath("conf/device.xml")));
     }
 
     std::shared_ptr<const DeviceConfig> config() {
         if (auto config = published()) return config;
-        const std::lock_guard<std::mutex> reloading(m_reloading);
+        const MutexLock reloading(m_reloading);
         if (auto config = published()) return config;
         try {
             publish(readDeviceConfig(productPath("conf/device.xml")));
@@ -154,19 +154,19 @@ public:
 
 private:
     std::shared_ptr<const DeviceConfig> published() {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         return m_config;
     }
 
-    void publish(DeviceConfig config) {
+    void publish(DeviceConfig config) REQUIRES(m_reloading) {
         auto fresh = std::make_shared<const DeviceConfig>(std::move(config));
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_config.swap(fresh);
     }
 
-    std::mutex m_reloading;  // one file is read at a time
-    std::mutex m_mutex;
-    std::shared_ptr<const DeviceConfig> m_config;  // guarded by m_mutex; null before the first file
+    Mutex m_reloading ACQUIRED_BEFORE(m_mutex);  // one file is read at a time
+    Mutex m_mutex;
+    std::shared_ptr<const DeviceConfig> m_config GUARDED_BY(m_mutex);  // null before the first file
 };
 
 }  // namespace

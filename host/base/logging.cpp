@@ -25,11 +25,11 @@
 #include <iterator>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
 #include <system_error>
 #include <vector>
 
+#include "host/base/mutex.h"
 #include "host/base/product_root.h"
 #include "platform/vrx_debug_kit.h"
 #include "platform/vrx_xml_config.h"
@@ -156,7 +156,7 @@ public:
     void start(const LogOptions& options) {
         std::vector<spdlog::sink_ptr> sinks = sinksFor(options.file);
 
-        const std::lock_guard<std::mutex> lock(m_starting);
+        const MutexLock lock(m_starting);
         m_sinks->set_sinks(std::move(sinks));
         m_file = options.file;
         for (std::size_t i = 0; i < SUBSYSTEM_COUNT; ++i) {
@@ -171,7 +171,7 @@ public:
     }
 
     void reopenFile() {
-        const std::lock_guard<std::mutex> lock(m_starting);
+        const MutexLock lock(m_starting);
         if (!m_file.empty()) m_sinks->set_sinks(sinksFor(m_file));
     }
 
@@ -249,7 +249,7 @@ private:
         return std::make_shared<spdlog::sinks::basic_file_sink_mt>(path);
     }
 
-    void takeOverOthers() {
+    void takeOverOthers() REQUIRES(m_starting) {
         if (m_tookOver) return;
         m_tookOver = true;
         spdlog::set_default_logger(m_others);
@@ -264,9 +264,9 @@ private:
     std::shared_ptr<spdlog::logger> m_others;  // of code that takes spdlog's default logger
     std::atomic<spdlog::level::level_enum> m_levels[SUBSYSTEM_COUNT] = {};
     std::atomic<spdlog::level::level_enum> m_kinds[KINDS];
-    std::mutex m_starting;
-    std::string m_file;                                              // guarded by m_starting
-    bool m_tookOver = false;                                         // guarded by m_starting
+    Mutex m_starting;
+    std::string m_file GUARDED_BY(m_starting);
+    bool m_tookOver GUARDED_BY(m_starting) = false;
     static inline thread_local const std::string* t_line = nullptr;  // that is being written
 };
 
@@ -502,9 +502,9 @@ CVRXDebugKit* CVRXDebugKitMgr::find(unsigned int module) {
     ModuleLogger* const known = last.load(std::memory_order_acquire);
     if (known != nullptr && known->module() == module) return known;
 
-    static std::mutex& mutex = *new std::mutex;  // never destroyed: loggers are valid until the process ends
+    static Mutex& mutex = *new Mutex;  // never destroyed: loggers are valid until the process ends
     static auto& loggers = *new std::map<unsigned int, std::unique_ptr<ModuleLogger>>;
-    const std::lock_guard<std::mutex> lock(mutex);
+    const MutexLock lock(mutex);
     std::unique_ptr<ModuleLogger>& logger = loggers[module];
     if (logger == nullptr) logger = std::make_unique<ModuleLogger>(module);
     last.store(logger.get(), std::memory_order_release);

@@ -7,13 +7,15 @@
 #include <new>
 #include <thread>
 
+#include "host/base/mutex.h"
+
 namespace vrx {
 
 constexpr std::chrono::milliseconds OUT_OF_MEMORY_PAUSE{10};
 
 // Runs the action until it gets its memory. It does all or nothing: it may be run again after std::bad_alloc.
 template <typename Action>
-auto retryForever(const Action& action) -> decltype(action()) {
+NO_THREAD_SAFETY_ANALYSIS auto retryForever(const Action& action) -> decltype(action()) {
     for (;;) {
         try {
             return action();
@@ -25,7 +27,7 @@ auto retryForever(const Action& action) -> decltype(action()) {
 
 // The same for about a second: then std::bad_alloc leaves.
 template <typename Action>
-auto retryForASecond(const Action& action) -> decltype(action()) {
+NO_THREAD_SAFETY_ANALYSIS auto retryForASecond(const Action& action) -> decltype(action()) {
     for (int tries = 100; tries > 1; --tries) {
         try {
             return action();

@@ -5,16 +5,15 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <condition_variable>
 #include <exception>
 #include <map>
-#include <mutex>
 #include <system_error>
 #include <thread>
 #include <utility>
 
 #include "host/base/file_descriptor.h"
 #include "host/base/logging.h"
+#include "host/base/mutex.h"
 #include "host/destinations/trap_destination_checks.h"
 #include "platform/snmp_trap_api.h"
 
@@ -51,18 +50,19 @@ struct Connectivity::State {
 
     const Options options;
 
-    mutable std::mutex mutex;
-    std::condition_variable changed;
-    // guarded by mutex
-    Entries entries;
-    unsigned int generation = 0;  // of the thread that is to run; one of another generation ends
-    unsigned int ended = 0;       // the last generation that has ended
+    mutable Mutex mutex;
+    ConditionVariable changed;
+    Entries entries GUARDED_BY(mutex);
+    std::thread thread GUARDED_BY(mutex);
+    unsigned int generation GUARDED_BY(mutex) = 0;  // of the thread that is to run; one of another generation ends
+    unsigned int ended GUARDED_BY(mutex) = 0;       // the last generation that has ended
 
-    void run(unsigned int ownGeneration);
-    Entries::iterator nextDue();
-    void refresh(std::unique_lock<std::mutex>& lock, const std::string& address);
+    static void start(const std::shared_ptr<State>& state) REQUIRES(state->mutex);
+    void run(unsigned int ownGeneration) EXCLUDES(mutex);
+    Entries::iterator nextDue() REQUIRES(mutex);
+    void refresh(const std::string& address) REQUIRES(mutex);  // lets go of it during the look-up
     bool look(const std::string& address) const;
-    void makeRoom();
+    void makeRoom() REQUIRES(mutex);
 };
 
 bool Connectivity::State::look(const std::string& address) const {
@@ -79,17 +79,18 @@ Connectivity::State::Entries::iterator Connectivity::State::nextDue() {
                             [](const auto& a, const auto& b) { return a.second.due < b.second.due; });
 }
 
-// Caller holds the mutex, as for refresh(), which lets go of it during the look-up.
 void Connectivity::State::makeRoom() {
     if (entries.empty() || entries.size() < options.capacity) return;
     entries.erase(std::min_element(entries.begin(), entries.end(),
                                    [](const auto& a, const auto& b) { return a.second.asked < b.second.asked; }));
 }
 
-void Connectivity::State::refresh(std::unique_lock<std::mutex>& lock, const std::string& address) {
-    lock.unlock();
-    const bool reachable = look(address);
-    lock.lock();
+void Connectivity::State::refresh(const std::string& address) {
+    bool reachable = false;
+    {
+        const MutexUnlock unlocked(mutex);
+        reachable = look(address);
+    }
     const auto entry = entries.find(address);
     if (entry == entries.end()) return;  // forgotten meanwhile
     entry->second.reachable = reachable;
@@ -97,7 +98,7 @@ void Connectivity::State::refresh(std::unique_lock<std::mutex>& lock, const std:
 }
 
 void Connectivity::State::run(unsigned int ownGeneration) {
-    std::unique_lock<std::mutex> lock(mutex);
+    MutexLock lock(mutex);
     while (generation == ownGeneration) {
         const auto next = nextDue();
         const auto now = Clock::now();
@@ -110,7 +111,7 @@ void Connectivity::State::run(unsigned int ownGeneration) {
             entries.erase(next);
         } else {
             const std::string address = next->first;
-            refresh(lock, address);
+            refresh(address);
         }
     }
     ended = ownGeneration;
@@ -125,37 +126,37 @@ Connectivity::~Connectivity() {
     stop();
 }
 
-// Caller holds the state's mutex.
-void Connectivity::start() {
-    const unsigned int generation = ++m_state->generation;
+void Connectivity::State::start(const std::shared_ptr<State>& state) {
+    const unsigned int generation = ++state->generation;
     try {
-        m_thread = std::thread([state = m_state, generation] { state->run(generation); });
+        state->thread = std::thread([state, generation] { state->run(generation); });
     } catch (const std::system_error& error) {  // the next question tries again
         logLine("connectivity", LogLevel::Warn, std::string("no thread for look-ups: ") + error.what());
     }
 }
 
 void Connectivity::stop() {
-    std::unique_lock<std::mutex> lock(m_state->mutex);
-    if (!m_thread.joinable()) return;
-    std::thread thread = std::move(m_thread);
+    MutexLock lock(m_state->mutex);
+    if (!m_state->thread.joinable()) return;
+    std::thread thread = std::move(m_state->thread);
     const unsigned int generation = m_state->generation++;
     m_state->changed.notify_all();
-    const bool ended = m_state->changed.wait_for(lock, STOP_TIMEOUT, [&] { return m_state->ended == generation; });
+    const bool ended = m_state->changed.wait_for(
+        lock, STOP_TIMEOUT, [&]() REQUIRES(m_state->mutex) { return m_state->ended == generation; });
     lock.unlock();
     ended ? thread.join() : thread.detach();
 }
 
 std::size_t Connectivity::size() const {
-    const std::lock_guard<std::mutex> lock(m_state->mutex);
+    const MutexLock lock(m_state->mutex);
     return m_state->entries.size();
 }
 
 bool Connectivity::isReachable(const std::string& address) {
     const bool numeric = isNumeric(address);
     if (!numeric && !destination_check::isHostName(address)) return false;
-    const std::lock_guard<std::mutex> lock(m_state->mutex);
-    if (!m_thread.joinable()) start();
+    const MutexLock lock(m_state->mutex);
+    if (!m_state->thread.joinable()) State::start(m_state);
     const auto now = Clock::now();
     const auto found = m_state->entries.find(address);
     if (found != m_state->entries.end()) {

@@ -16,7 +16,6 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 
 namespace vrx {
 
@@ -49,10 +48,8 @@ public:
 
 private:
     struct State;
-    void start();
 
     const std::shared_ptr<State> m_state;  // shared with the thread, which may outlive this object
-    std::thread m_thread;                  // guarded by the state's mutex
 };
 
 // The one after testDomainConnectivity.

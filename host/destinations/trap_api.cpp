@@ -1,10 +1,10 @@
 #include "host/destinations/trap_api.h"
 
 #include <memory>
-#include <mutex>
 #include <utility>
 
 #include "host/base/logging.h"
+#include "host/base/mutex.h"
 #include "host/base/product_root.h"
 #include "host/destinations/connectivity.h"
 #include "host/destinations/trap_destination_checks.h"
@@ -30,40 +30,39 @@ public:
 
     // The store; null when it cannot be opened.
     std::shared_ptr<TrapDestinationStore> store() {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         if (m_store == nullptr) open();
         return m_store;
     }
 
     void close() {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_store.reset();
         m_failureLogged = false;
     }
 
     void setUserCheck(std::function<bool(const std::string&)> exists) {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_userExists = std::move(exists);
     }
 
     bool userExists(const std::string& user) {
         std::function<bool(const std::string&)> exists;
         {
-            const std::lock_guard<std::mutex> lock(m_mutex);
+            const MutexLock lock(m_mutex);
             exists = m_userExists;
         }
         return !exists || exists(user);
     }
 
     void setListener(std::function<void()> listener) {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_listener = std::move(listener);
         if (m_store != nullptr) m_store->setListener(m_listener);
     }
 
 private:
-    // Caller holds m_mutex.
-    void open() {
+    void open() REQUIRES(m_mutex) {
         try {
             m_store = std::make_shared<TrapDestinationStore>(stateFolder() + "/trap_destinations.db", limit());
             m_store->setListener(m_listener);
@@ -86,11 +85,11 @@ private:
         return configured != 0 ? configured : DEFAULT_LIMIT;
     }
 
-    std::mutex m_mutex;  // guards what follows; the store has its own locks
-    std::shared_ptr<TrapDestinationStore> m_store;
-    bool m_failureLogged = false;
-    std::function<bool(const std::string&)> m_userExists;
-    std::function<void()> m_listener;
+    Mutex m_mutex;  // the store has its own locks
+    std::shared_ptr<TrapDestinationStore> m_store GUARDED_BY(m_mutex);
+    bool m_failureLogged GUARDED_BY(m_mutex) = false;
+    std::function<bool(const std::string&)> m_userExists GUARDED_BY(m_mutex);
+    std::function<void()> m_listener GUARDED_BY(m_mutex);
 };
 
 bool isAcceptable(tTrapDestInfo destination) {

@@ -179,15 +179,18 @@ int TrapDestinationStore::Transaction::commit() {
 
 void TrapDestinationStore::begin() {
     {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_ended.wait(lock, [this] { return !m_open; });
+        MutexLock lock(m_mutex);
+        m_ended.wait(lock, [this]() REQUIRES(m_mutex) { return !m_open; });
         m_open = true;
     }
     m_changed = false;
     m_failed = false;
     m_nextNumber = 0;
     try {
-        m_working = m_rows;  // only an open transaction changes m_rows
+        {
+            const MutexLock lock(m_mutex);
+            m_working = m_rows;
+        }
         m_database->begin();
         m_lastNumber = m_database->readLastNumber();
     } catch (const SqliteError& error) {
@@ -202,7 +205,7 @@ void TrapDestinationStore::begin() {
 
 void TrapDestinationStore::end() {
     m_writer = std::thread::id();
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_open = false;
     m_ended.notify_one();
 }
@@ -220,7 +223,7 @@ int TrapDestinationStore::commit() {
         return TRAP_DESTINATION_STORE_FAILED;
     }
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_rows.swap(m_working);
     }
     if (m_changed) noteSuccess();
@@ -343,7 +346,7 @@ std::list<tTrapDestInfo> TrapDestinationStore::all() const {
     if (isInTransaction()) {
         append(m_working);
     } else {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         append(m_rows);
     }
     return destinations;
@@ -355,18 +358,18 @@ std::optional<tTrapDestInfo> TrapDestinationStore::find(const std::string& index
         return row == rows.end() ? std::nullopt : std::optional(row->second);
     };
     if (isInTransaction()) return in(m_working);
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return in(m_rows);
 }
 
 void TrapDestinationStore::setListener(std::function<void()> listener) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_listener = std::move(listener);
 }
 
 void TrapDestinationStore::notify() {
     const std::function<void()> listener = retryForever([this] {  // the change is made: whoever made it must not fail
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         return m_listener;
     });
     if (listener) retryForever(listener);

@@ -18,17 +18,16 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstddef>
 #include <functional>
 #include <list>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
 
+#include "host/base/mutex.h"
 #include "platform/trap_dest_info.h"
 
 namespace vrx {
@@ -114,12 +113,11 @@ private:
 
     std::atomic<std::thread::id> m_writer{};  // the thread in the open transaction
 
-    mutable std::mutex m_mutex;
-    std::condition_variable m_ended;
-    // guarded by m_mutex
-    bool m_open = false;  // there is a transaction
-    Rows m_rows;
-    std::function<void()> m_listener;
+    mutable Mutex m_mutex;
+    ConditionVariable m_ended;
+    bool m_open GUARDED_BY(m_mutex) = false;  // there is a transaction
+    Rows m_rows GUARDED_BY(m_mutex);
+    std::function<void()> m_listener GUARDED_BY(m_mutex);
 };
 
 }  // namespace vrx

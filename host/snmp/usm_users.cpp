@@ -21,12 +21,12 @@ void UsmUsers::refresh() {
         const bool isOurs = user->engineIDLen == own.size() && std::memcmp(user->engineID, own.data(), own.size()) == 0;
         if (isOurs && user->secName != nullptr) users.emplace(user->secName);
     }
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_users = std::move(users);
 }
 
 bool UsmUsers::exists(const std::string& user) const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_users.count(user) > 0;
 }
 

@@ -4,9 +4,10 @@
 // Threads: refresh() on the agent thread, exists() on any.
 #pragma once
 
-#include <mutex>
 #include <set>
 #include <string>
+
+#include "host/base/mutex.h"
 
 namespace vrx {
 
@@ -19,8 +20,8 @@ public:
     bool exists(const std::string& user) const;
 
 private:
-    mutable std::mutex m_mutex;
-    std::set<std::string> m_users;  // guarded by m_mutex
+    mutable Mutex m_mutex;
+    std::set<std::string> m_users GUARDED_BY(m_mutex);
 };
 
 }  // namespace vrx

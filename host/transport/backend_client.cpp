@@ -125,7 +125,7 @@ BackendClient::Outcome BackendClient::tryCall(const std::vector<unsigned char>& 
 // attempts is not over.
 int BackendClient::acquire(Lease& lease, Deadline deadline, std::string& reason) {
     {
-        std::unique_lock<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         for (;;) {
             while (!m_idle.empty()) {
                 std::unique_ptr<BackendConnection> connection = std::move(m_idle.back());
@@ -150,20 +150,20 @@ int BackendClient::acquire(Lease& lease, Deadline deadline, std::string& reason)
 int BackendClient::connect(Lease& lease, Deadline deadline, std::string& reason) {
     FileDescriptor socket = connectSocket(m_options.address, deadline, -1, reason);
     if (!socket) {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_backoff.failed(Clock::now());
         return BACKEND_UNREACHABLE;
     }
     ++m_connects;
     lease.use(std::make_unique<BackendConnection>(std::move(socket), m_options.packageLimit), false);
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_backoff.succeeded();
     return BACKEND_OK;
 }
 
 void BackendClient::release(std::unique_ptr<BackendConnection> connection) {
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         if (connection) {
             m_idle.push_back(std::move(connection));
         } else {
@@ -175,7 +175,7 @@ void BackendClient::release(std::unique_ptr<BackendConnection> connection) {
 
 // One line for each change. A failure of a call that began before another one succeeded is old news.
 void BackendClient::noteState(bool reachable, Clock::time_point begun, const std::string& reason) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (reachable) {
         m_lastSuccess = Clock::now();
         m_latency.add(m_lastSuccess - begun);
@@ -199,7 +199,7 @@ BackendClientCounters BackendClient::counters() const {
     counters.refusals = m_refusals;
     counters.failures = m_failures;
     counters.connects = m_connects;
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     counters.reachable = m_reachable;
     counters.latency = m_latency;
     return counters;

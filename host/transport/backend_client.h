@@ -12,14 +12,13 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "host/base/backoff.h"
 #include "host/base/latency_histogram.h"
+#include "host/base/mutex.h"
 #include "host/transport/backend_connection.h"
 #include "host/transport/backend_options.h"
 #include "vrxpub/vrx_message_package.h"
@@ -66,16 +65,15 @@ private:
 
     const BackendOptions m_options;
 
-    mutable std::mutex m_mutex;
-    std::condition_variable m_freed;
-    // guarded by m_mutex
-    std::vector<std::unique_ptr<BackendConnection>> m_idle;
-    unsigned int m_open = 0;  // idle, in use, or being made
-    Backoff m_backoff;
-    bool m_stateKnown = false;
-    bool m_reachable = false;
-    Clock::time_point m_lastSuccess{};
-    LatencyHistogram m_latency;
+    mutable Mutex m_mutex;
+    ConditionVariable m_freed;
+    std::vector<std::unique_ptr<BackendConnection>> m_idle GUARDED_BY(m_mutex);
+    unsigned int m_open GUARDED_BY(m_mutex) = 0;  // idle, in use, or being made
+    Backoff m_backoff GUARDED_BY(m_mutex);
+    bool m_stateKnown GUARDED_BY(m_mutex) = false;
+    bool m_reachable GUARDED_BY(m_mutex) = false;
+    Clock::time_point m_lastSuccess GUARDED_BY(m_mutex){};
+    LatencyHistogram m_latency GUARDED_BY(m_mutex);
 
     std::atomic<unsigned long long> m_calls{0};
     std::atomic<unsigned long long> m_refusals{0};

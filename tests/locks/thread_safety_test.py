@@ -1,0 +1,172 @@
+#!/usr/bin/env python3
+"""Clang holds the locks of the host to their annotations (host/base/mutex.h): what is guarded is touched with its mutex
+held, a function that wants a mutex held is called so, and locks are taken in one order.
+
+Nothing is built: each source that has a lock is parsed with the definitions of the build in TAMREL_BUILD_DIR.
+"""
+import concurrent.futures
+import json
+import os
+import pathlib
+import re
+import shlex
+import subprocess
+import tempfile
+import unittest
+
+SOURCE = pathlib.Path(os.environ.get("TAMREL_SOURCE_DIR") or pathlib.Path(__file__).resolve().parents[2])
+BUILD = pathlib.Path(os.environ.get("TAMREL_BUILD_DIR") or SOURCE / "build" / "release")
+CHECKED = ("host/", "tools/")
+ANNOTATIONS = "host/base/mutex.h"
+CHECKS = ["-Wthread-safety", "-Wthread-safety-beta", "-Werror"]  # beta: the order of locks
+OWN_INCLUDE = re.compile(r'^#include "([^"]+)"', re.MULTILINE)
+STANDARD_INCLUDE = re.compile(r"^#include <[a-z_]+>$", re.MULTILINE)
+DECLARED_MUTEX = re.compile(r"^\s*(?:mutable )?Mutex (\w+)(?: ACQUIRED_BEFORE\([^)]*\))?;", re.MULTILINE)
+# The same code is right, and wrong without one word of it.
+EXAMPLE = """
+#include "host/base/mutex.h"
+
+class Counter {
+public:
+    void add() {
+        const vrx::MutexLock lock(m_mutex);
+        increase();
+    }
+    void addAfterPause() {
+        vrx::MutexLock lock(m_mutex);
+        m_changed.wait(lock, [this]() REQUIRES(m_mutex) { return m_count > 0; });
+        {
+            const vrx::MutexUnlock unlocked(m_mutex);
+            pause();
+        }
+        increase();
+        lock.unlock();
+        m_changed.notify_one();
+    }
+    void addInOrder() {
+        const vrx::MutexLock first(m_first);
+        const vrx::MutexLock lock(m_mutex);
+        increase();
+    }
+
+private:
+    void increase() REQUIRES(m_mutex) { ++m_count; }
+    void pause() EXCLUDES(m_mutex) {}
+
+    vrx::Mutex m_first ACQUIRED_BEFORE(m_mutex);
+    vrx::Mutex m_mutex;
+    vrx::ConditionVariable m_changed;
+    int m_count GUARDED_BY(m_mutex) = 0;
+};
+
+Counter counter;
+"""
+
+
+class Definitions:
+    """What all sources are parsed with: every definition and include folder that the build gives to one of them."""
+
+    def __init__(self):
+        words = []
+        for entry in json.loads((BUILD / "compile_commands.json").read_text(encoding="utf-8")):
+            if os.path.relpath(entry["file"], SOURCE).startswith(CHECKED):
+                words += self._definitions_of(shlex.split(entry["command"]))
+        self.words = [word for entry in dict.fromkeys(words) for word in entry]
+
+    @staticmethod
+    def _definitions_of(command):
+        for word, following in zip(command, command[1:] + [""]):
+            if word in ("-I", "-isystem"):
+                yield word, following
+            elif re.match(r"-I.|-D.|-std=", word):
+                yield (word,)
+
+
+def clang(arguments, text=None):
+    return subprocess.run(["clang++", *arguments], input=text, capture_output=True, text=True, check=False)
+
+
+class ThreadSafetyTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        listed = subprocess.run(["git", "ls-files", "--cached", "--others", "--exclude-standard", "--", "*.h", "*.cpp"],
+                                cwd=SOURCE, check=True, capture_output=True, text=True).stdout.split("\n")
+        cls.texts = {name: (SOURCE / name).read_text(encoding="utf-8") for name in listed
+                     if name.startswith(CHECKED) and (SOURCE / name).is_file()}
+        cls.definitions = Definitions().words
+        folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(folder.cleanup)
+        cls.folder = pathlib.Path(folder.name)
+
+    def with_locks(self):
+        """The sources that see a lock, by themselves or through headers."""
+        seeing = {ANNOTATIONS}
+        while True:
+            more = {name for name, text in self.texts.items() if seeing.intersection(OWN_INCLUDE.findall(text))} - seeing
+            if not more:
+                return sorted(name for name in seeing if name.endswith(".cpp"))
+            seeing |= more
+
+    def precompiled(self, sources):
+        """Headers of the standard library are parsed once: most of the time goes there."""
+        included = {line for name in sources for line in STANDARD_INCLUDE.findall(self.texts[name])}
+        header = self.folder / "standard.pch"
+        made = clang([*self.definitions, "-x", "c++-header", "-", "-o", str(header)], "\n".join(sorted(included)))
+        self.assertEqual(made.returncode, 0, made.stderr)
+        return header
+
+    def test_sources_keep_to_their_annotations(self):
+        sources = self.with_locks()
+        self.assertGreater(len(sources), 20)
+        header = self.precompiled(sources)
+
+        def check(name):
+            return clang([*CHECKS, *self.definitions, "-include-pch", str(header), "-fsyntax-only", str(SOURCE / name)])
+
+        with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+            faults = [result.stderr for result in pool.map(check, sources) if result.returncode != 0]
+        self.assertEqual(faults, [], "\n".join(faults))
+
+    def test_every_mutex_guards_something(self):
+        self.assertEqual([f"{name}: {mutex}" for name, text in self.texts.items() for mutex in DECLARED_MUTEX.findall(text)
+                          if not re.search(rf"GUARDED_BY\({mutex}\)|REQUIRES\({mutex}\)", text)], [])
+
+
+class CheckTest(unittest.TestCase):
+    """The check itself: it takes what is right and finds each kind of fault."""
+
+    def errors_with(self, part, instead):
+        self.assertIn(part, EXAMPLE)
+        return self.errors_of(EXAMPLE.replace(part, instead, 1))
+
+    @staticmethod
+    def errors_of(text):
+        return clang([*CHECKS, f"-I{SOURCE}", "-std=c++17", "-x", "c++", "-fsyntax-only", "-"], text).stderr
+
+    def test_what_is_right_passes(self):
+        self.assertEqual(self.errors_of(EXAMPLE), "")
+
+    def test_a_guarded_member_needs_its_mutex(self):
+        self.assertIn("writing variable 'm_count' requires holding mutex 'm_mutex'",
+                      self.errors_with("void increase() REQUIRES(m_mutex)", "void increase()"))
+
+    def test_a_condition_reads_with_the_mutex(self):
+        self.assertIn("reading variable 'm_count' requires holding mutex 'm_mutex'",
+                      self.errors_with("[this]() REQUIRES(m_mutex)", "[this]()"))
+
+    def test_a_function_that_wants_the_mutex_is_called_with_it(self):
+        self.assertIn("calling function 'increase' requires holding mutex 'm_mutex'",
+                      self.errors_with("const vrx::MutexLock lock(m_mutex);", ""))
+
+    def test_a_function_that_wants_the_mutex_free_is_called_without_it(self):
+        self.assertIn("cannot call function 'pause' while mutex 'm_mutex' is held",
+                      self.errors_with("const vrx::MutexUnlock unlocked(m_mutex);", ""))
+
+    def test_locks_are_taken_in_their_order(self):
+        first, second = "const vrx::MutexLock first(m_first);", "const vrx::MutexLock lock(m_mutex);"
+        self.assertIn("mutex 'm_first' must be acquired before 'm_mutex'",
+                      self.errors_with(f"{first}\n        {second}", f"{second}\n        {first}"))
+
+
+if __name__ == "__main__":
+    unittest.main()
