@@ -3,7 +3,6 @@
 #include <chrono>
 #include <exception>
 #include <list>
-#include <mutex>
 #include <string>
 
 #include "host/agent/loop/agent_log.h"
@@ -27,7 +26,7 @@ public:
 
     // Whether it was there. One line for each change of state.
     bool read() {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         if (m_sender == nullptr) return false;
         std::list<tTrapDestInfo> destinations;
         const int result = CSNMP_TrapApi::getAllTrapAddr(destinations);
@@ -46,14 +45,14 @@ public:
     }
 
     void stop() {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_sender = nullptr;
     }
 
 private:
-    std::mutex m_mutex;
-    TrapSender* m_sender;  // guarded by m_mutex, as the next; null after stop()
-    bool m_failing = false;
+    Mutex m_mutex;
+    TrapSender* m_sender GUARDED_BY(m_mutex);  // null after stop()
+    bool m_failing GUARDED_BY(m_mutex) = false;
 };
 
 NotificationService::NotificationService(AgentLoop& loop, std::function<void()> alarmsChanged)

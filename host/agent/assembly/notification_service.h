@@ -10,7 +10,6 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
@@ -27,6 +26,7 @@
 #include "host/agent/tamrel/tamrel_binding.h"
 #include "host/agent/traps/net_snmp_trap_transport.h"
 #include "host/agent/traps/trap_sender.h"
+#include "host/base/mutex.h"
 #include "host/transport/alarm_event_source.h"
 
 namespace vrx {
@@ -57,10 +57,10 @@ public:
     // Alarm definitions that cannot be loaded are a log line: what needs them waits.
     void start();
 
-    // No notification is handled while the lock lives; events wait. It waits for the one under way.
-    std::unique_lock<std::mutex> hold() { return m_pipeline.hold(); }
+    // No notification is handled while somebody holds it; events wait. It waits for the one under way.
+    Mutex& handling() { return m_pipeline.handling(); }
 
-    // Lets the module read its alarm definitions anew; see AlarmDefinitions. REQUIRES: hold(), and all workers held.
+    // Lets the module read its alarm definitions anew; see AlarmDefinitions. REQUIRES: handling() and all workers held.
     void reloadDefinitions() { m_definitions.reload(); }
 
     // Why the module's alarm definitions cannot be used now; nothing when they can. Any thread.

@@ -72,7 +72,7 @@ AgentLoop::~AgentLoop() {
 
 void AgentLoop::post(Task task) {
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_posted.push_back(std::move(task));
     }
     wakeUp();
@@ -104,7 +104,7 @@ void AgentLoop::drain() {
     consume(m_wakeup);
     std::vector<Task> tasks;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         tasks.swap(m_posted);
     }
     for (const Task& task : tasks) runGuarded(task);

@@ -14,8 +14,9 @@
 #include <chrono>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <vector>
+
+#include "host/base/mutex.h"
 
 namespace vrx {
 
@@ -70,8 +71,8 @@ private:
     Timers m_timers;                     // agent thread only, as the next
     std::vector<LoopWakeup*> m_wakeups;  // null: a place that is free
 
-    std::mutex m_mutex;
-    std::vector<Task> m_posted;  // guarded by m_mutex
+    Mutex m_mutex;
+    std::vector<Task> m_posted GUARDED_BY(m_mutex);
 };
 
 }  // namespace vrx

@@ -1,16 +1,16 @@
 #include "host/agent/loop/agent_thread_call.h"
 
-#include <condition_variable>
-#include <mutex>
 #include <stdexcept>
 #include <utility>
+
+#include "host/base/mutex.h"
 
 namespace vrx {
 
 struct AgentThreadCall::State {
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool ended = false;  // guarded by mutex
+    Mutex mutex;
+    ConditionVariable changed;
+    bool ended GUARDED_BY(mutex) = false;
 };
 
 AgentThreadCall::AgentThreadCall(AgentLoop& loop) : m_loop(loop), m_state(std::make_shared<State>()) {}
@@ -20,7 +20,7 @@ AgentThreadCall::~AgentThreadCall() {
 }
 
 void AgentThreadCall::end() {
-    const std::lock_guard<std::mutex> lock(m_state->mutex);
+    const MutexLock lock(m_state->mutex);
     m_state->ended = true;
     m_state->changed.notify_all();
 }
@@ -28,13 +28,13 @@ void AgentThreadCall::end() {
 void AgentThreadCall::run(std::function<void(const Finished& finished)> start, std::chrono::milliseconds patience) {
     const auto done = std::make_shared<bool>(false);  // guarded by the state's mutex
     const Finished finished = [state = m_state, done] {
-        const std::lock_guard<std::mutex> lock(state->mutex);
+        const MutexLock lock(state->mutex);
         *done = true;
         state->changed.notify_all();
     };
     m_loop.post([start = std::move(start), finished] { start(finished); });
-    std::unique_lock<std::mutex> lock(m_state->mutex);
-    m_state->changed.wait_for(lock, patience, [&] { return *done || m_state->ended; });
+    MutexLock lock(m_state->mutex);
+    m_state->changed.wait_for(lock, patience, [&]() REQUIRES(m_state->mutex) { return *done || m_state->ended; });
     if (*done) return;
     throw std::runtime_error(m_state->ended ? "the agent is ending" : "the agent is busy");
 }

@@ -23,14 +23,14 @@ BackgroundWriter::~BackgroundWriter() {
 }
 
 void BackgroundWriter::wake() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (!std::exchange(m_awake, true)) m_changed.notify_all();
 }
 
 void BackgroundWriter::stop() {
     if (!m_thread.joinable()) return;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_stopping = true;
     }
     m_changed.notify_all();
@@ -38,16 +38,16 @@ void BackgroundWriter::stop() {
 }
 
 void BackgroundWriter::run() {
-    std::unique_lock<std::mutex> lock(m_mutex);
+    MutexLock lock(m_mutex);
     for (;;) {
-        m_changed.wait(lock, [this] { return m_stopping || m_awake; });
+        m_changed.wait(lock, [this]() REQUIRES(m_mutex) { return m_stopping || m_awake; });
         if (m_stopping) return;
         m_awake = false;
         lock.unlock();
         const bool complete = retryForever(m_write);
         lock.lock();
         m_awake = m_awake || !complete;
-        m_changed.wait_for(lock, WRITE_INTERVAL, [this] { return m_stopping; });
+        m_changed.wait_for(lock, WRITE_INTERVAL, [this]() REQUIRES(m_mutex) { return m_stopping; });
     }
 }
 

@@ -11,10 +11,10 @@
 // Threads: wake() from any, also under a lock that `write` takes; the rest from its owner's.
 #pragma once
 
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <thread>
+
+#include "host/base/mutex.h"
 
 namespace vrx {
 
@@ -37,10 +37,10 @@ private:
 
     const std::function<bool()> m_write;
 
-    std::mutex m_mutex;  // guards the next three
-    std::condition_variable m_changed;
-    bool m_awake = false;
-    bool m_stopping = false;
+    Mutex m_mutex;
+    ConditionVariable m_changed;
+    bool m_awake GUARDED_BY(m_mutex) = false;
+    bool m_stopping GUARDED_BY(m_mutex) = false;
 
     std::thread m_thread;
 };

@@ -19,27 +19,27 @@ ObjectWorker::~ObjectWorker() {
 }
 
 void ObjectWorker::submit(std::function<void()> job) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (m_stop) return;
     m_jobs.push_back(std::move(job));
     m_wakeup.notify_all();
 }
 
 void ObjectWorker::requestStop() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_stop = true;
     m_wakeup.notify_all();
 }
 
 bool ObjectWorker::waitStopped(std::chrono::steady_clock::time_point end) {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    return m_wakeup.wait_until(lock, end, [this] { return m_ended; });
+    MutexLock lock(m_mutex);
+    return m_wakeup.wait_until(lock, end, [this]() REQUIRES(m_mutex) { return m_ended; });
 }
 
 void ObjectWorker::run() {
-    std::unique_lock<std::mutex> lock(m_mutex);
+    MutexLock lock(m_mutex);
     while (true) {
-        m_wakeup.wait(lock, [this] { return m_stop || !m_jobs.empty(); });
+        m_wakeup.wait(lock, [this]() REQUIRES(m_mutex) { return m_stop || !m_jobs.empty(); });
         if (m_stop) break;
         {
             const std::function<void()> job = std::move(m_jobs.front());

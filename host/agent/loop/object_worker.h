@@ -5,12 +5,12 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
+
+#include "host/base/mutex.h"
 
 namespace vrx {
 
@@ -32,12 +32,12 @@ public:
 private:
     void run();
 
-    std::mutex m_mutex;
-    std::condition_variable m_wakeup;
-    std::deque<std::function<void()>> m_jobs;  // guarded by m_mutex
-    bool m_stop = false;                       // guarded by m_mutex
-    bool m_ended = false;                      // guarded by m_mutex
-    std::thread m_thread;                      // last: it uses the others
+    Mutex m_mutex;
+    ConditionVariable m_wakeup;
+    std::deque<std::function<void()>> m_jobs GUARDED_BY(m_mutex);
+    bool m_stop GUARDED_BY(m_mutex) = false;
+    bool m_ended GUARDED_BY(m_mutex) = false;
+    std::thread m_thread;  // last: it uses the others
 };
 
 }  // namespace vrx

@@ -5,18 +5,17 @@
 namespace vrx {
 
 void WorkerBarrier::hold(const std::vector<ObjectWorker*>& workers, std::function<void()> held) {
-    m_hold = std::make_shared<Hold>();
-    m_hold->missing = workers.size();
+    m_hold = std::make_shared<Hold>(workers.size());
     if (workers.empty()) {
         held();
         return;
     }
     for (ObjectWorker* worker : workers) {
         worker->submit([hold = m_hold, held] {
-            std::unique_lock<std::mutex> lock(hold->mutex);
+            MutexLock lock(hold->mutex);
             if (hold->open) return;
             if (--hold->missing == 0) held();
-            hold->changed.wait(lock, [&] { return hold->open; });
+            hold->changed.wait(lock, [&]() REQUIRES(hold->mutex) { return hold->open; });
         });
     }
 }
@@ -24,7 +23,7 @@ void WorkerBarrier::hold(const std::vector<ObjectWorker*>& workers, std::functio
 void WorkerBarrier::release() {
     const std::shared_ptr<Hold> hold = std::exchange(m_hold, nullptr);
     if (hold == nullptr) return;
-    const std::lock_guard<std::mutex> lock(hold->mutex);
+    const MutexLock lock(hold->mutex);
     hold->open = true;
     hold->changed.notify_all();
 }

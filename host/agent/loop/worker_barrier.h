@@ -7,14 +7,13 @@
 // Jobs that are submitted meanwhile wait. Threads: hold() and release() from one thread; `held` is called by a worker.
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "host/agent/loop/object_worker.h"
+#include "host/base/mutex.h"
 
 namespace vrx {
 
@@ -33,10 +32,12 @@ public:
 
 private:
     struct Hold {
-        std::mutex mutex;
-        std::condition_variable changed;
-        std::size_t missing = 0;
-        bool open = false;
+        explicit Hold(std::size_t workers) : missing(workers) {}
+
+        Mutex mutex;
+        ConditionVariable changed;
+        std::size_t missing GUARDED_BY(mutex) = 0;
+        bool open GUARDED_BY(mutex) = false;
     };
     std::shared_ptr<Hold> m_hold;  // shared with the jobs: they may run after the barrier has gone
 };

@@ -11,7 +11,7 @@ void ActiveAlarms::onConnected(const BackendState& state) {
     levels.reserve(state.alarms.size());
     for (const ActiveAlarm& alarm : state.alarms) levels[alarm.serial] = faultLevelOf(alarm.level);
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         if (levels != m_levels) noteChange(Moment::now());
         m_state.active = levels.size();
         m_state.ofLevel = {};
@@ -41,7 +41,7 @@ void ActiveAlarms::onEvent(unsigned long long sequence, const CTLVRecordV3& reco
         const FaultLevel counted = isNew ? level : known->second;
         if (changes && isNew) m_levels.emplace(event.serial, level);
         if (changes && !isNew) m_levels.erase(known);
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_state.lastEvent = sequence;
         m_state.lastEventAt = now;
         if (changes) {
@@ -55,7 +55,7 @@ void ActiveAlarms::onEvent(unsigned long long sequence, const CTLVRecordV3& reco
 
 void ActiveAlarms::onDisconnected() {
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_state.connected = false;
         m_state.since = Moment::now();
     }
@@ -63,7 +63,7 @@ void ActiveAlarms::onDisconnected() {
 }
 
 ActiveAlarms::State ActiveAlarms::state() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_state;
 }
 

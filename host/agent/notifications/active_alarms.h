@@ -15,12 +15,12 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
+#include "host/base/mutex.h"
 #include "host/notification_log/fault_level.h"
 #include "host/transport/alarm_event_source.h"
 
@@ -63,16 +63,16 @@ public:
 private:
     using Levels = std::unordered_map<unsigned int, FaultLevel>;  // of the active alarms, by serial number
 
-    void noteChange(const Moment& now);
-    void count(FaultLevel level, int difference);
+    void noteChange(const Moment& now) REQUIRES(m_mutex);
+    void count(FaultLevel level, int difference) REQUIRES(m_mutex);
 
     AlarmEventSource::Listener& m_next;
 
     Levels m_levels;                      // the event source's thread only, as the next one
     unsigned long long m_comparedAt = 0;  // the backend's list was read when this was its last event
 
-    mutable std::mutex m_mutex;
-    State m_state;  // guarded by m_mutex
+    mutable Mutex m_mutex;
+    State m_state GUARDED_BY(m_mutex);
 };
 
 }  // namespace vrx

@@ -52,12 +52,12 @@ EventLedger::~EventLedger() {
 }
 
 std::optional<EventLedger::Sequence> EventLedger::lastBegun() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_lastBegun;
 }
 
 std::optional<EventLedger::Sequence> EventLedger::lastDone() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (!m_lastBegun) return std::nullopt;
     return doneLocked();
 }
@@ -68,13 +68,13 @@ EventLedger::Sequence EventLedger::doneLocked() const {
 }
 
 std::string EventLedger::store() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_store;
 }
 
 void EventLedger::setStore(const std::string& store) {
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         if (store == m_store) return;
         m_store = store;
     }
@@ -82,9 +82,9 @@ void EventLedger::setStore(const std::string& store) {
 }
 
 void EventLedger::startAfter(Sequence sequence, const std::string& store) {
-    const std::lock_guard<std::mutex> writing(m_writing);
+    const MutexLock writing(m_writing);
     write(sequence, store);
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     ++m_numbering;  // events of the old numbering are settled into nothing
     m_open.clear();
     m_lastBegun = m_written = sequence;
@@ -92,20 +92,20 @@ void EventLedger::startAfter(Sequence sequence, const std::string& store) {
 }
 
 EventLedger::Ticket EventLedger::begin(Sequence sequence) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_open[sequence] = 1;
     m_lastBegun = sequence;
     return {sequence, m_numbering};
 }
 
 void EventLedger::hold(const Ticket& ticket) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (ticket.numbering == m_numbering) ++m_open[ticket.sequence];
 }
 
 void EventLedger::settle(const Ticket& ticket) {
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         if (ticket.numbering != m_numbering) return;
         const auto open = m_open.find(ticket.sequence);
         if (open == m_open.end() || --open->second > 0) return;
@@ -117,11 +117,11 @@ void EventLedger::settle(const Ticket& ticket) {
 }
 
 void EventLedger::flush() {
-    const std::lock_guard<std::mutex> writing(m_writing);
+    const MutexLock writing(m_writing);
     std::optional<Sequence> done;
     std::string store;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         if (!m_lastBegun) return;
         done = doneLocked();
         store = m_store;
@@ -129,7 +129,7 @@ void EventLedger::flush() {
     }
     if (m_beforeWrite) m_beforeWrite();
     write(*done, store);
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_written = done;
     m_writtenStore = store;
 }

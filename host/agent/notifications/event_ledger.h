@@ -16,11 +16,11 @@
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "host/agent/loop/background_writer.h"
+#include "host/base/mutex.h"
 #include "host/base/sqlite_database.h"
 
 namespace vrx {
@@ -68,22 +68,22 @@ public:
 
 private:
     bool tryToFlush();
-    void write(Sequence sequence, const std::string& store);  // caller holds m_writing
-    Sequence doneLocked() const;                              // caller holds m_mutex
+    void write(Sequence sequence, const std::string& store) REQUIRES(m_writing);
+    Sequence doneLocked() const REQUIRES(m_mutex);
 
     const std::function<void()> m_beforeWrite;
 
-    std::mutex m_writing;  // taken before m_mutex; guards the next
-    SqliteDatabase m_database;
+    Mutex m_writing ACQUIRED_BEFORE(m_mutex);
+    SqliteDatabase m_database GUARDED_BY(m_writing);
     bool m_writeFailed = false;  // writer thread only
 
-    mutable std::mutex m_mutex;               // guards the rest
-    std::map<Sequence, unsigned int> m_open;  // holds of each event that is under way
-    std::optional<Sequence> m_lastBegun;
-    std::optional<Sequence> m_written;
-    std::string m_store;
-    std::string m_writtenStore;
-    std::uint64_t m_numbering = 0;
+    mutable Mutex m_mutex;
+    std::map<Sequence, unsigned int> m_open GUARDED_BY(m_mutex);  // holds of each event that is under way
+    std::optional<Sequence> m_lastBegun GUARDED_BY(m_mutex);
+    std::optional<Sequence> m_written GUARDED_BY(m_mutex);
+    std::string m_store GUARDED_BY(m_mutex);
+    std::string m_writtenStore GUARDED_BY(m_mutex);
+    std::uint64_t m_numbering GUARDED_BY(m_mutex) = 0;
 
     BackgroundWriter m_writer;  // last: its thread uses the others
 };

@@ -38,7 +38,7 @@ NotificationDelivery::NotificationDelivery(AgentLoop& loop, std::vector<Notifica
       m_timer(loop, [this] { releaseDue(); }) {}
 
 void NotificationDelivery::setLimits(const FlapDampingLimits& limits) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (m_stopped) return;
     m_pacing = limits.changes > 0;
     follow(m_damping.setLimits(limits));
@@ -46,12 +46,12 @@ void NotificationDelivery::setLimits(const FlapDampingLimits& limits) {
 }
 
 void NotificationDelivery::stop() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_stopped = true;
 }
 
 std::map<std::string, NotificationDelivery::Paced> NotificationDelivery::paced() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     std::map<std::string, Paced> paced;
     for (const auto& [key, count] : m_suppressed) paced[key].suppressed = count;
     for (const auto& [item, held] : m_held) ++paced[held.key].held;
@@ -61,12 +61,12 @@ std::map<std::string, NotificationDelivery::Paced> NotificationDelivery::paced()
 // One event
 
 void NotificationDelivery::begin(unsigned long long sequence, const CTLVRecordV3& record) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_eventKnown = false;
     try {
-        retryForASecond([&] { m_event = alarmEventOf(record); });
+        retryForASecond([&]() REQUIRES(m_mutex) { m_event = alarmEventOf(record); });
         if (m_pacing) {
-            follow(retryForASecond([&] {
+            follow(retryForASecond([&]() REQUIRES(m_mutex) {
                 return m_damping.change({m_event.alarmId, m_event.serial, m_event.raised, m_event.parameters},
                                         Clock::now());
             }));
@@ -80,7 +80,7 @@ void NotificationDelivery::begin(unsigned long long sequence, const CTLVRecordV3
 bool NotificationDelivery::deliver(const NotificationOrigin& origin, const Ticket& ticket,
                                    const std::vector<Destinations>& offered, const std::list<tTrapDestInfo>& chosen,
                                    const std::shared_ptr<const Notification>& trap) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     const bool goes = trap != nullptr && !trap->oid.empty() && m_eventKnown;
     const std::set<std::string> held =
         goes && m_pacing ? holdBack(origin, ticket, offered, chosen, trap) : std::set<std::string>();
@@ -110,7 +110,9 @@ std::set<std::string> NotificationDelivery::holdBack(const NotificationOrigin& o
             if (!held.insert(key).second) continue;  // chosen twice
             bool goes = true;
             try {
-                retryForASecond([&] { goes = !isHeld({sink, key, info, origin, ticket, m_event, trap}); });
+                retryForASecond([&]() REQUIRES(m_mutex) {
+                    goes = !isHeld({sink, key, info, origin, ticket, m_event, trap});
+                });
             } catch (const std::bad_alloc&) {
                 goes = true;
             }
@@ -155,7 +157,7 @@ void NotificationDelivery::follow(const FlapDamping::Verdict& verdict) {
     for (const FlapDamping::Item item : verdict.superseded) {
         const auto held = m_held.extract(item);
         if (held.empty()) continue;
-        retryForever([&] { ++m_suppressed[held.mapped().key]; });
+        retryForever([&]() REQUIRES(m_mutex) { ++m_suppressed[held.mapped().key]; });
         m_ledger.settle(held.mapped().ticket);
     }
 }
@@ -186,7 +188,7 @@ void NotificationDelivery::sendHeld(const Held& held) {
     log(SentBecause::Held, 0, held.origin.sequence, held.event, {destinationName(held.info)}, held.trap);
 }
 
-// Callers hold m_mutex. The loop comes when the first interval ends.
+// The loop comes when the first interval ends.
 void NotificationDelivery::wakeForDue() {
     const Clock::time_point due = m_damping.nextDue();
     if (m_stopped || due >= m_wakeAt) return;
@@ -195,13 +197,13 @@ void NotificationDelivery::wakeForDue() {
 }
 
 void NotificationDelivery::sleepUntilDue() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (m_wakeAt == Clock::time_point::max()) return;
     m_timer.start(std::chrono::ceil<milliseconds>(std::max(m_wakeAt - Clock::now(), Clock::duration::zero())));
 }
 
 void NotificationDelivery::releaseDue() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (m_stopped) return;
     m_wakeAt = Clock::time_point::max();
     follow(m_damping.takeDue(Clock::now()));
@@ -289,7 +291,7 @@ NotificationDelivery::SentAgain NotificationDelivery::sendAgain(std::uint64_t nu
     if (!logged) throw SendAgainFault("entry " + std::to_string(number) + " of the notification log cannot be read");
     const auto trap = std::make_shared<const Notification>(*logged);
 
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (m_stopped) throw SendAgainFault("the agent is ending");
     SentAgain result;
     for (const std::string& name : to.empty() ? entry->destinations : std::vector<std::string>{to}) {

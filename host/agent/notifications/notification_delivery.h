@@ -16,7 +16,6 @@
 #include <list>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <stdexcept>
@@ -30,6 +29,7 @@
 #include "host/agent/notifications/event_ledger.h"
 #include "host/agent/notifications/flap_damping.h"
 #include "host/agent/notifications/notification_log.h"
+#include "host/base/mutex.h"
 
 namespace vrx {
 
@@ -103,23 +103,22 @@ private:
         tTrapDestInfo info;
     };
 
-    // Callers hold m_mutex.
     std::set<std::string> holdBack(const NotificationOrigin& origin, const Ticket& ticket,
                                    const std::vector<Destinations>& offered, const std::list<tTrapDestInfo>& chosen,
-                                   const std::shared_ptr<const Notification>& trap);
-    bool isHeld(Held held);
-    void follow(const FlapDamping::Verdict& verdict);
-    void sendHeld(const Held& held);
-    void wakeForDue();
+                                   const std::shared_ptr<const Notification>& trap) REQUIRES(m_mutex);
+    bool isHeld(Held held) REQUIRES(m_mutex);
+    void follow(const FlapDamping::Verdict& verdict) REQUIRES(m_mutex);
+    void sendHeld(const Held& held) REQUIRES(m_mutex);
+    void wakeForDue() REQUIRES(m_mutex);
     bool submit(std::size_t sink, const NotificationOrigin& origin, const TrapDestinationMap& considered,
                 const std::list<tTrapDestInfo>& chosen, const std::shared_ptr<const Notification>& trap,
-                const Ticket& ticket);
+                const Ticket& ticket) REQUIRES(m_mutex);
     bool submitBut(const std::set<std::string>& held, std::size_t sink, const NotificationOrigin& origin,
                    const TrapDestinationMap& offered, const std::list<tTrapDestInfo>& chosen,
-                   const std::shared_ptr<const Notification>& trap, const Ticket& ticket);
+                   const std::shared_ptr<const Notification>& trap, const Ticket& ticket) REQUIRES(m_mutex);
     static std::vector<std::string> namesOf(const std::list<tTrapDestInfo>& chosen, const std::set<std::string>& held);
     void log(SentBecause because, std::uint64_t again, unsigned long long sequence, const AlarmEvent& event,
-             std::vector<std::string> destinations, const std::shared_ptr<const Notification>& trap);
+             std::vector<std::string> destinations, const std::shared_ptr<const Notification>& trap) REQUIRES(m_mutex);
     std::optional<Place> find(const std::string& name) const;
 
     // Agent thread.
@@ -130,16 +129,16 @@ private:
     EventLedger& m_ledger;
     NotificationLog& m_log;
 
-    mutable std::mutex m_mutex;  // guards the rest: what goes to a sink goes there in the order of the decisions
-    bool m_pacing = false;       // is on
-    bool m_stopped = false;
-    FlapDamping m_damping{FlapDampingLimits()};
-    bool m_eventKnown = false;
-    AlarmEvent m_event;
-    FlapDamping::Item m_lastItem = 0;
-    std::map<FlapDamping::Item, Held> m_held;
-    std::map<std::string, std::uint64_t> m_suppressed;
-    Clock::time_point m_wakeAt = Clock::time_point::max();
+    mutable Mutex m_mutex;                      // what goes to a sink goes there in the order of the decisions
+    bool m_pacing GUARDED_BY(m_mutex) = false;  // is on
+    bool m_stopped GUARDED_BY(m_mutex) = false;
+    FlapDamping m_damping GUARDED_BY(m_mutex){FlapDampingLimits()};
+    bool m_eventKnown GUARDED_BY(m_mutex) = false;
+    AlarmEvent m_event GUARDED_BY(m_mutex);
+    FlapDamping::Item m_lastItem GUARDED_BY(m_mutex) = 0;
+    std::map<FlapDamping::Item, Held> m_held GUARDED_BY(m_mutex);
+    std::map<std::string, std::uint64_t> m_suppressed GUARDED_BY(m_mutex);
+    Clock::time_point m_wakeAt GUARDED_BY(m_mutex) = Clock::time_point::max();
 
     LoopWakeup m_sleepWanted;  // until m_wakeAt
     LoopTimer m_timer;         // agent thread only

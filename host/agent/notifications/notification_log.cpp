@@ -32,7 +32,7 @@ NotificationLog::~NotificationLog() {
 
 void NotificationLog::setKept(std::uint64_t kept) {
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_counters.kept = kept;
     }
     m_writer.wake();  // the file is made before the first entry, for people who look
@@ -40,7 +40,7 @@ void NotificationLog::setKept(std::uint64_t kept) {
 
 void NotificationLog::add(LoggedNotification entry, std::shared_ptr<const Notification> trap) noexcept {
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         if (m_counters.kept == 0) return;
         const bool asked = entry.because == SentBecause::Asked;
         try {
@@ -59,20 +59,20 @@ void NotificationLog::add(LoggedNotification entry, std::shared_ptr<const Notifi
 }
 
 NotificationLog::Counters NotificationLog::counters() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     Counters counters = m_counters;
     counters.waiting = m_queue.size() + m_batchSize;
     return counters;
 }
 
-// Caller holds m_writing. Whether there is anything to write; a batch that could not be written stays the next one.
+// Whether there is anything to write; a batch that could not be written stays the next one.
 bool NotificationLog::takeBatch() {
     if (!m_batch.empty()) return true;
     std::vector<Waiting> taken;
     taken.reserve(BATCH);
     m_batch.reserve(BATCH);
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         while (!m_queue.empty() && taken.size() < BATCH) {
             taken.push_back(std::move(m_queue.front()));
             m_queue.pop_front();
@@ -89,22 +89,22 @@ bool NotificationLog::takeBatch() {
     return !m_batch.empty();
 }
 
-// Caller holds m_writing and has taken a batch.
+// REQUIRES: a batch was taken.
 void NotificationLog::write() {
     m_file->append(m_batch, kept());
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_counters.written += m_batch.size();
     m_batchSize = 0;
     m_batch.clear();
 }
 
 std::uint64_t NotificationLog::kept() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_counters.kept;
 }
 
 void NotificationLog::flush() {
-    const std::lock_guard<std::mutex> writing(m_writing);
+    const MutexLock writing(m_writing);
     try {
         const bool any = takeBatch();
         std::error_code unknown;
@@ -139,7 +139,7 @@ bool NotificationLog::tryToFlush() {
         agent_log::info("the notification log can be written again; entries lost since the start: " +
                         std::to_string(before.notWritten));
     }
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_counters.fault = std::move(fault);
     return m_counters.fault.empty();
 }

@@ -14,12 +14,12 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "host/agent/loop/background_writer.h"
+#include "host/base/mutex.h"
 #include "host/notification_log/notification.h"
 #include "host/notification_log/notification_log_file.h"
 
@@ -68,20 +68,20 @@ private:
     };
 
     bool tryToFlush();
-    bool takeBatch();
-    void write();
+    bool takeBatch() REQUIRES(m_writing);
+    void write() REQUIRES(m_writing);
     std::uint64_t kept() const;
 
     const std::string m_path;
 
-    std::mutex m_writing;                       // taken before m_mutex; guards the next
-    std::optional<NotificationLogFile> m_file;  // open while it can be written
-    std::vector<LoggedNotification> m_batch;    // out of the queue and not written yet
+    Mutex m_writing ACQUIRED_BEFORE(m_mutex);
+    std::optional<NotificationLogFile> m_file GUARDED_BY(m_writing);  // open while it can be written
+    std::vector<LoggedNotification> m_batch GUARDED_BY(m_writing);    // out of the queue and not written yet
 
-    mutable std::mutex m_mutex;  // guards the rest
-    std::deque<Waiting> m_queue;
-    std::size_t m_batchSize = 0;
-    Counters m_counters;
+    mutable Mutex m_mutex;
+    std::deque<Waiting> m_queue GUARDED_BY(m_mutex);
+    std::size_t m_batchSize GUARDED_BY(m_mutex) = 0;
+    Counters m_counters GUARDED_BY(m_mutex);
 
     BackgroundWriter m_writer;  // last: its thread uses the others
 };

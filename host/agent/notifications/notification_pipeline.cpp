@@ -49,7 +49,7 @@ std::optional<HandledEvent> NotificationPipeline::lastHandledEvent() {
 }
 
 void NotificationPipeline::onConnected(const BackendState& state) {
-    const std::lock_guard<std::mutex> handling(m_handling);
+    const MutexLock handling(m_handling);
     if (!m_ledger.lastBegun()) {
         startAfter(state.lastSequence, state.store);
     } else if (state.isAnother) {
@@ -79,7 +79,7 @@ void NotificationPipeline::startAfter(unsigned long long sequence, const std::st
 }
 
 void NotificationPipeline::onEvent(unsigned long long sequence, const CTLVRecordV3& record) {
-    std::unique_lock<std::mutex> handling(m_handling);
+    MutexLock handling(m_handling);
     if (!mayBegin(handling)) return;
     struct Begun {
         ~Begun() { ledger.settle(ticket); }
@@ -96,16 +96,17 @@ void NotificationPipeline::onEvent(unsigned long long sequence, const CTLVRecord
 }
 
 // Waits while traps of the event are wanted and cannot be built; false when the wait ended because the path stops.
-bool NotificationPipeline::mayBegin(std::unique_lock<std::mutex>& handling) {
+bool NotificationPipeline::mayBegin(MutexLock& handling) {
     while (!m_stopping) {
-        if (retryForASecond([&] { return allDestinations().empty() || !m_definitions.fault(); })) return true;
+        if (retryForASecond([&]() REQUIRES(m_handling) { return allDestinations().empty() || !m_definitions.fault(); }))
+            return true;
         m_stopped.wait_for(handling, m_definitions.pause());
     }
     return false;
 }
 
 void NotificationPipeline::stop() {
-    const std::lock_guard<std::mutex> handling(m_handling);
+    const MutexLock handling(m_handling);
     m_stopping = true;
     m_stopped.notify_all();
 }
@@ -136,11 +137,11 @@ bool NotificationPipeline::changesList(unsigned long long sequence, const CTLVRe
 
 void NotificationPipeline::follow(unsigned long long sequence, const CTLVRecordV3& record) {
     try {
-        const bool changes = retryForASecond([&] { return changesList(sequence, record); });
+        const bool changes = retryForASecond([&]() REQUIRES(m_handling) { return changesList(sequence, record); });
         if (changes) retryForASecond([&] { m_binding.follow(record); });
     } catch (const std::exception& fault) {
         ++m_badRecords;
-        retryForever([&] {
+        retryForever([&]() REQUIRES(m_handling) {
             complain("alarm event " + nameOf(sequence, record) +
                      ": the repository of active alarms cannot follow it: " + fault.what());
         });
@@ -178,16 +179,18 @@ void NotificationPipeline::notify(INotifyMsgHandler& handler, unsigned int place
     std::shared_ptr<const Notification> trap;
     try {
         const TrapDestinationMap& all =
-            retryForASecond([&]() -> const TrapDestinationMap& { return allDestinations(); });
+            retryForASecond([&]() REQUIRES(m_handling) -> const TrapDestinationMap& { return allDestinations(); });
         retryForASecond([&] {
             chosen.clear();
             handler.filterTrapMap(all, chosen);
         });
-        if (!chosen.empty()) trap = retryForASecond([&] { return build(handler, ticket, record); });
+        if (!chosen.empty())
+            trap = retryForASecond([&]() REQUIRES(m_handling) { return build(handler, ticket, record); });
     } catch (const std::exception& fault) {
         ++m_notBuilt;
-        retryForever(
-            [&] { complain("alarm event " + nameOf(ticket.sequence, record) + " gives no trap: " + fault.what()); });
+        retryForever([&]() REQUIRES(m_handling) {
+            complain("alarm event " + nameOf(ticket.sequence, record) + " gives no trap: " + fault.what());
+        });
     }
     try {
         if (!m_delivery.deliver({ticket.sequence, place}, ticket, m_parts, chosen, trap)) ++m_notBuilt;

@@ -10,12 +10,10 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_set>
@@ -27,6 +25,7 @@
 #include "host/agent/tamrel/alarm_definitions.h"
 #include "host/agent/tamrel/tamrel_binding.h"
 #include "host/base/log_rate_limiter.h"
+#include "host/base/mutex.h"
 #include "host/transport/alarm_event_source.h"
 
 class INotifyMsgHandler;
@@ -57,22 +56,23 @@ public:
     // No event is begun from here on; one that waits for the definitions comes again in the next life of the process.
     void stop();
 
-    // Keeps the handlers idle while the lock lives; waits for the event that is under way, but not for one that waits.
-    std::unique_lock<std::mutex> hold() { return std::unique_lock<std::mutex>(m_handling); }
+    // Who holds it keeps the handlers idle; it waits for the event that is under way, but not for one that waits.
+    Mutex& handling() RETURN_CAPABILITY(m_handling) { return m_handling; }
 
 private:
     using Ticket = EventLedger::Ticket;
     using Destinations = std::shared_ptr<const TrapDestinationMap>;
 
-    void startAfter(unsigned long long sequence, const std::string& store);
-    void complain(const std::string& text);
-    bool changesList(unsigned long long sequence, const CTLVRecordV3& record);
-    bool mayBegin(std::unique_lock<std::mutex>& handling);
-    void follow(unsigned long long sequence, const CTLVRecordV3& record);
-    const TrapDestinationMap& allDestinations();
-    void notify(INotifyMsgHandler& handler, unsigned int place, const Ticket& ticket, const CTLVRecordV3& record);
+    void startAfter(unsigned long long sequence, const std::string& store) REQUIRES(m_handling);
+    void complain(const std::string& text) REQUIRES(m_handling);
+    bool changesList(unsigned long long sequence, const CTLVRecordV3& record) REQUIRES(m_handling);
+    bool mayBegin(MutexLock& handling) REQUIRES(m_handling);
+    void follow(unsigned long long sequence, const CTLVRecordV3& record) REQUIRES(m_handling);
+    const TrapDestinationMap& allDestinations() REQUIRES(m_handling);
+    void notify(INotifyMsgHandler& handler, unsigned int place, const Ticket& ticket, const CTLVRecordV3& record)
+        REQUIRES(m_handling);
     std::shared_ptr<const Notification> build(INotifyMsgHandler& handler, const Ticket& ticket,
-                                              const CTLVRecordV3& record);
+                                              const CTLVRecordV3& record) REQUIRES(m_handling);
 
     const std::list<INotifyMsgHandler*>& m_handlers;
     const TamrelBinding& m_binding;
@@ -82,28 +82,28 @@ private:
     EventLedger& m_ledger;
     std::function<void()> m_alarmsChanged;
 
-    std::mutex m_handling;  // taken while an event is handled; guards the rest but the counters
-    std::condition_variable m_stopped;
+    Mutex m_handling;  // held while an event is handled
+    ConditionVariable m_stopped;
 
     // For events that cannot be used. A backend that sends such without end must not fill the disk with what host and
     // module say of each: once it is used up the module's lines are left out, too, until an event can be used.
-    LogRateLimiter m_complaints{60, std::chrono::seconds(60)};
-    bool m_quiet = false;
+    LogRateLimiter m_complaints GUARDED_BY(m_handling){60, std::chrono::seconds(60)};
+    bool m_quiet GUARDED_BY(m_handling) = false;
 
-    bool m_stopping = false;
+    bool m_stopping GUARDED_BY(m_handling) = false;
 
     // Of each sink, as last seen, and all of them in one list when several have some. Lists change seldom: no event
     // pays for putting them together.
-    std::vector<Destinations> m_parts;
-    Destinations m_merged;
+    std::vector<Destinations> m_parts GUARDED_BY(m_handling);
+    Destinations m_merged GUARDED_BY(m_handling);
 
     // The repository was compared with the backend when this was its last event: it is ahead of those up to here.
-    unsigned long long m_comparedAt = 0;
+    unsigned long long m_comparedAt GUARDED_BY(m_handling) = 0;
 
     // Of the events from there to this one the backend's list may have been ahead, or not. Until they are followed,
     // what the repository holds.
-    unsigned long long m_listedUpTo = 0;
-    std::unordered_set<unsigned int> m_held;
+    unsigned long long m_listedUpTo GUARDED_BY(m_handling) = 0;
+    std::unordered_set<unsigned int> m_held GUARDED_BY(m_handling);
 
     std::atomic<std::uint64_t> m_events{0};
     std::atomic<std::uint64_t> m_notBuilt{0};

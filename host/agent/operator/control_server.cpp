@@ -108,7 +108,7 @@ ControlServer::~ControlServer() {
 // Who only holds connections keeps nobody from being served: of many the oldest that is not being answered is ended.
 void ControlServer::opened(MHD_Connection* connection) try {
     const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_connections.emplace_back(connection, Connection{});
     m_connections.back().second.socket = FileDescriptor(::fcntl(info->connect_fd, F_DUPFD_CLOEXEC, 0));
     const auto open = std::count_if(m_connections.begin(), m_connections.end(),
@@ -123,12 +123,12 @@ void ControlServer::opened(MHD_Connection* connection) try {
 }
 
 void ControlServer::closed(MHD_Connection* connection) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_connections.remove_if([&](const auto& entry) { return entry.first == connection; });
 }
 
 void ControlServer::setAnswered(MHD_Connection* connection, bool answered) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     for (auto& entry : m_connections) {
         if (entry.first == connection) entry.second.answered = answered;
     }

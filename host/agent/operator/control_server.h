@@ -16,7 +16,6 @@
 #include <list>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -24,6 +23,7 @@
 
 #include "host/base/file_descriptor.h"
 #include "host/base/local_address.h"
+#include "host/base/mutex.h"
 
 struct MHD_Daemon;
 struct MHD_Connection;
@@ -94,8 +94,8 @@ private:
 
     const std::vector<ControlRoute> m_routes;
     const ControlSocket m_socket;
-    std::mutex m_mutex;
-    std::list<std::pair<MHD_Connection*, Connection>> m_connections;  // guarded by m_mutex; the oldest first
+    Mutex m_mutex;
+    std::list<std::pair<MHD_Connection*, Connection>> m_connections GUARDED_BY(m_mutex);  // the oldest first
     struct StopDaemon {
         void operator()(MHD_Daemon* daemon) const;
     };

@@ -5,13 +5,13 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <mutex>
 #include <sstream>
 #include <utility>
 
 #include "host/agent/loop/agent_log.h"
 #include "host/base/device_config.h"
 #include "host/base/logging.h"
+#include "host/base/mutex.h"
 
 namespace vrx {
 
@@ -185,7 +185,7 @@ void Reloader::exchange() {
         }
     };
     {
-        const std::unique_lock<std::mutex> notificationsHeld = m_notifications.hold();
+        const MutexLock notificationsHeld(m_notifications.handling());
         step([] { reloadDeviceConfig(); });
         step([] { startLogging(logOptionsFromDevice()); });
         if (definitionsDiffer()) step([this] { m_notifications.reloadDefinitions(); });

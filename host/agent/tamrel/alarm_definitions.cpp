@@ -18,7 +18,7 @@ AlarmDefinitions::AlarmDefinitions(std::function<void()> load, std::function<voi
     : m_load(std::move(load)), m_reload(std::move(reload)), m_pause(pause) {}
 
 std::optional<std::string> AlarmDefinitions::fault() {
-    const std::lock_guard<std::mutex> loading(m_loading);
+    const MutexLock loading(m_loading);
     std::optional<std::string> known = lastFault();
     if (known && Clock::now() < m_nextAttempt) return known;
     try {
@@ -32,16 +32,16 @@ std::optional<std::string> AlarmDefinitions::fault() {
 }
 
 void AlarmDefinitions::reload() {
-    const std::lock_guard<std::mutex> loading(m_loading);
+    const MutexLock loading(m_loading);
     attempt(m_reload);
 }
 
 std::optional<std::string> AlarmDefinitions::lastFault() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_fault;
 }
 
-// Caller holds m_loading. Another fault than before is no news: its line would come with every attempt.
+// Another fault than before is no news: its line would come with every attempt.
 void AlarmDefinitions::attempt(const std::function<void()>& action) {
     try {
         action();
@@ -53,7 +53,7 @@ void AlarmDefinitions::attempt(const std::function<void()>& action) {
         std::replace(reason.begin(), reason.end(), '\n', ' ');
         const bool isNew = !lastFault();
         {
-            const std::lock_guard<std::mutex> lock(m_mutex);
+            const MutexLock lock(m_mutex);
             m_fault = reason;
         }
         if (isNew) {
@@ -62,7 +62,7 @@ void AlarmDefinitions::attempt(const std::function<void()>& action) {
         }
         throw;
     }
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (m_fault) agent_log::info("the alarm definitions are loaded again");
     m_fault.reset();
 }

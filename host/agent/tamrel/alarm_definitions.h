@@ -12,9 +12,10 @@
 
 #include <chrono>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
+
+#include "host/base/mutex.h"
 
 namespace vrx {
 
@@ -45,17 +46,17 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    void attempt(const std::function<void()>& action);
+    void attempt(const std::function<void()>& action) REQUIRES(m_loading);
 
     const std::function<void()> m_load;
     const std::function<void()> m_reload;
     const std::chrono::milliseconds m_pause;
 
-    std::mutex m_loading;  // taken before m_mutex; guards the next, and holds others while a file is read
-    Clock::time_point m_nextAttempt{};
+    Mutex m_loading ACQUIRED_BEFORE(m_mutex);  // held while a file is read
+    Clock::time_point m_nextAttempt GUARDED_BY(m_loading){};
 
-    mutable std::mutex m_mutex;
-    std::optional<std::string> m_fault;  // guarded by m_mutex
+    mutable Mutex m_mutex;
+    std::optional<std::string> m_fault GUARDED_BY(m_mutex);
 };
 
 }  // namespace vrx

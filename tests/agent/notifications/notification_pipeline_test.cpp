@@ -246,7 +246,7 @@ TEST_F(NotificationPipelineTest, AnEventWaitsForTheDefinitionsAndIsToldThen) {
     EXPECT_EQ(handled(), 0U) << "a restart now must bring it again";
     EXPECT_EQ(m_first.built, 0);
     {
-        const auto held = m_pipeline->hold();  // a reload need not wait for what waits for it
+        const MutexLock held(m_pipeline->handling());  // a reload need not wait for what waits for it
         m_definitionsAway = false;
     }
     source.join();
