@@ -46,10 +46,10 @@ public:
     AlarmStore(const std::string& path, unsigned long long eventLimit);
 
     // Adds the alarms and fills in the serial numbers that are 0. Another result than BACKEND_OK changes nothing.
-    BackendResult raise(std::vector<Alarm>& alarms);
+    [[nodiscard]] BackendResult raise(std::vector<Alarm>& alarms);
 
     // Ends the active alarms with these serial numbers, at `time`. Another result than BACKEND_OK changes nothing.
-    BackendResult clear(const std::vector<unsigned int>& serials, unsigned long long time);
+    [[nodiscard]] BackendResult clear(const std::vector<unsigned int>& serials, unsigned long long time);
 
     // Active alarms with a serial number above `start`, ascending: up to `count`, and no further one once their
     // parameter texts reach `bytes`.

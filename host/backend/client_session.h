@@ -32,12 +32,12 @@ public:
     void wake() { m_news.raise(); }  // there are new events
 
 private:
-    bool answerRequest();
+    [[nodiscard]] bool answerRequest();
     void pushEvents(unsigned long long position);
-    bool waitForNews();
-    bool send(CR8KPackageV3& package);
+    [[nodiscard]] bool waitForNews();
+    [[nodiscard]] bool send(CR8KPackageV3& package);
     void log(LogLevel level, const std::string& text) const;
-    bool isOver(BackendConnection::Result result);
+    [[nodiscard]] bool isOver(BackendConnection::Result result);
 
     const unsigned long long m_number;
     const Settings m_settings;

@@ -51,7 +51,7 @@ private:
 
     void noteStoreFailure(const std::string& reason);
     void noteStoreChanged();
-    BackendResult execute(const Records& records, CR8KPackageV3& answer);
+    [[nodiscard]] BackendResult execute(const Records& records, CR8KPackageV3& answer);
     void getSystemWwn(const Records& records, CR8KPackageV3& answer);
     void getBackendStatus(const Records& records, CR8KPackageV3& answer);
     void getCurrentAlarm(const Records& records, CR8KPackageV3& answer);

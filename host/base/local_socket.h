@@ -10,10 +10,11 @@ namespace vrx {
 
 // Connects; an empty descriptor and `failure` when that fails, takes longer than the deadline or is cancelled. The
 // socket is non-blocking.
-FileDescriptor connectSocket(const LocalAddress& address, Deadline deadline, int cancel, std::string& failure);
+[[nodiscard]] FileDescriptor connectSocket(const LocalAddress& address, Deadline deadline, int cancel,
+                                           std::string& failure);
 
 // A listening, non-blocking socket. A Unix socket has mode 0600; a socket file that nobody listens on any more is
 // replaced. Throws std::system_error, with EADDRINUSE when somebody is alive there.
-FileDescriptor listenSocket(const LocalAddress& address);
+[[nodiscard]] FileDescriptor listenSocket(const LocalAddress& address);
 
 }  // namespace vrx

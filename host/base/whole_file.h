@@ -16,7 +16,7 @@ public:
 
 // The bytes of a regular file of `limit` bytes at most; nothing where there is none of that name. Throws WholeFileError
 // for any other file, without waiting for a pipe's writer.
-std::optional<std::string> readWholeFile(const std::string& path, std::size_t limit);
+[[nodiscard]] std::optional<std::string> readWholeFile(const std::string& path, std::size_t limit);
 
 // Puts `content` in the place of the file, by way of PATH.new; it is on disk when this returns. Owner and mode stay, a
 // new file is its owner's alone. No link is followed out of the folder. Throws std::system_error with the path, and the

@@ -35,7 +35,7 @@ public:
     // The number that the next createTrapAddr() of the transaction assigns.
     void assignNext(unsigned int number);
 
-    int commit();  // a result of trap_destination_result.h
+    [[nodiscard]] int commit();  // a result of trap_destination_result.h
 
 private:
     std::shared_ptr<TrapDestinationStore> m_store;                   // null when it cannot be opened

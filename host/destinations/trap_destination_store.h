@@ -61,16 +61,16 @@ public:
         // The next create() of the transaction gives this number, 1 to HIGHEST_NUMBER.
         void assignNext(unsigned int number);
 
-        int commit();
+        [[nodiscard]] int commit();
 
     private:
         TrapDestinationStore& m_store;
         bool m_open = true;
     };
 
-    int create(const tTrapDestInfo& destination);  // its index is not looked at
-    int modify(const tTrapDestInfo& destination);  // rewrites the row of its index whole
-    int remove(const std::string& index);
+    [[nodiscard]] int create(const tTrapDestInfo& destination);  // its index is not looked at
+    [[nodiscard]] int modify(const tTrapDestInfo& destination);  // rewrites the row of its index whole
+    [[nodiscard]] int remove(const std::string& index);
 
     std::list<tTrapDestInfo> all() const;  // ordered by number
     std::optional<tTrapDestInfo> find(const std::string& index) const;
@@ -85,11 +85,11 @@ private:
     class Database;
 
     template <typename Change>
-    int change(Change body);
+    [[nodiscard]] int change(Change body);
     template <typename Change>
-    int changeInTransaction(Change body);
+    [[nodiscard]] int changeInTransaction(Change body);
     void begin();
-    int commit();
+    [[nodiscard]] int commit();
     void rollBack();
     void end();
     void noteFailure(const char* reason);

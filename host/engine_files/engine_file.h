@@ -25,17 +25,17 @@ std::string lastGoodCopy(const std::string& path);
 
 // Users' keys and the count of starts; nothing where the file does not exist. Throws WholeFileError, also for a file
 // that is not whole: cut off, or without what the engine writes into each.
-std::optional<std::string> readState(const std::string& path);
+[[nodiscard]] std::optional<std::string> readState(const std::string& path);
 
 // Whether readState() would take these bytes; "" or what is wrong with them.
-std::string stateFault(const std::string& content);
+[[nodiscard]] std::string stateFault(const std::string& content);
 
 // Keeps the file that is there, when it is whole, as its last good copy. Throws std::system_error.
 void keepLastGoodCopy(const std::string& path);
 
 // The line that names the engine ID; nothing where the file does not exist. Throws WholeFileError, also for a file that
 // does not hold one whole ID.
-std::optional<std::string> readEngineId(const std::string& path);
+[[nodiscard]] std::optional<std::string> readEngineId(const std::string& path);
 
 // Hexadecimal digits after "0x" that are an engine ID (RFC 3411: 5 to 32 octets).
 bool isEngineId(const std::string& text);

@@ -23,7 +23,8 @@ struct SnmpValue {
 };
 
 // Writes type and value of a varbind; false when there is no memory.
-bool setVarbind(netsnmp_variable_list* varbind, unsigned char type, std::uint64_t number, std::string_view octets);
+[[nodiscard]] bool setVarbind(netsnmp_variable_list* varbind, unsigned char type, std::uint64_t number,
+                              std::string_view octets);
 inline bool setVarbind(netsnmp_variable_list* varbind, const SnmpValue& value) {
     return setVarbind(varbind, value.type, value.number, value.octets);
 }

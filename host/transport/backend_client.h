@@ -43,7 +43,7 @@ public:
     static BackendClient& ofProcess();
 
     // As CSNMP_Configuration::configure. `response` is left as it was unless the backend answered.
-    int call(CR8KPackageV3& request, CR8KPackageV3& response);
+    [[nodiscard]] int call(CR8KPackageV3& request, CR8KPackageV3& response);
 
     BackendClientCounters counters() const;
 
@@ -58,8 +58,8 @@ private:
     };
 
     Outcome tryCall(const std::vector<unsigned char>& request, CR8KPackageV3& answer, Deadline deadline);
-    int acquire(Lease& lease, Deadline deadline, std::string& reason);
-    int connect(Lease& lease, Deadline deadline, std::string& reason);
+    [[nodiscard]] int acquire(Lease& lease, Deadline deadline, std::string& reason);
+    [[nodiscard]] int connect(Lease& lease, Deadline deadline, std::string& reason);
     void release(std::unique_ptr<BackendConnection> connection);  // null: it was closed
     void noteState(bool reachable, Clock::time_point begun, const std::string& reason);
 

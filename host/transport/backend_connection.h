@@ -31,17 +31,17 @@ public:
     BackendConnection(FileDescriptor socket, std::size_t packageLimit, int cancel = -1);
 
     // Sends the bytes of a whole package. With any other result than Ok the peer has not got it whole.
-    Result send(const std::vector<unsigned char>& package, Deadline deadline);
+    [[nodiscard]] Result send(const std::vector<unsigned char>& package, Deadline deadline);
 
     // Waits for the first byte of a package: Ok, Timeout or Cancelled.
-    Result waitForPackage(Deadline deadline);
+    [[nodiscard]] Result waitForPackage(Deadline deadline);
 
     // Receives one package and appends its records; head and records of `package` are its. After another result than
     // Ok the connection is of no more use.
-    Result receive(CR8KPackageV3& package, Deadline deadline);
+    [[nodiscard]] Result receive(CR8KPackageV3& package, Deadline deadline);
 
     // Whether the peer has neither closed nor sent anything: what an unused connection looks like.
-    bool isQuiet() const;
+    [[nodiscard]] bool isQuiet() const;
 
     void close() { m_socket = FileDescriptor(); }
 
@@ -51,8 +51,8 @@ public:
     int descriptor() const { return m_socket.get(); }
 
 private:
-    Result fail(Result result, const std::string& failure);
-    Result readExactly(unsigned char* to, std::size_t size, bool firstBytes, Deadline deadline);
+    [[nodiscard]] Result fail(Result result, const std::string& failure);
+    [[nodiscard]] Result readExactly(unsigned char* to, std::size_t size, bool firstBytes, Deadline deadline);
 
     FileDescriptor m_socket;
     std::size_t m_packageLimit;

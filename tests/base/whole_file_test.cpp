@@ -18,7 +18,7 @@ class WholeFileTest : public testing::Test {
 protected:
     std::string reasonOf(const std::string& path) {
         try {
-            readWholeFile(path, LIMIT);
+            (void)readWholeFile(path, LIMIT);
             return "";
         } catch (const WholeFileError& error) {
             return error.what();

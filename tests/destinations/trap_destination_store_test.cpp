@@ -166,7 +166,7 @@ TEST_F(Store, LowerLimitKeepsTheRowsThatAreThere) {
 TEST_F(Store, NumbersOfDeletedRowsAreNotSoonGivenAgainOverRestartsToo) {
     create(destination("192.0.2.7"));
     create(destination("192.0.2.8"));
-    m_store->remove("2");
+    EXPECT_EQ(m_store->remove("2"), TRAP_DESTINATION_OK);
     open();
     create(destination("192.0.2.9"));
     EXPECT_THAT(numbers(), ElementsAre("1", "3"));
@@ -307,14 +307,14 @@ TEST_F(Store, ListenerHearsOfEachChangeThatTookEffect) {
         create(destination("192.0.2.8"));
         create(destination("192.0.2.9"));
         EXPECT_EQ(heard, 1);
-        transaction.commit();
+        EXPECT_EQ(transaction.commit(), TRAP_DESTINATION_OK);
     }
     EXPECT_EQ(heard, 2);
     EXPECT_EQ(seen, 3U);
     { const TrapDestinationStore::Transaction nothing(*m_store); }
     EXPECT_EQ(heard, 2);
     m_store->setListener({});
-    m_store->remove("1");
+    EXPECT_EQ(m_store->remove("1"), TRAP_DESTINATION_OK);
     EXPECT_EQ(heard, 2);
 }
 

@@ -55,13 +55,13 @@ TEST(EngineFileTest, EveryCutOfAnEngineIdIsNoticed) {
     EXPECT_EQ(engine_file::readEngineId(file), whole);
     for (std::size_t size = 0; size < whole.size(); ++size) {
         root.write("id", whole.substr(0, size));
-        EXPECT_THROW(engine_file::readEngineId(file), WholeFileError) << size;
+        EXPECT_THROW((void)engine_file::readEngineId(file), WholeFileError) << size;
         root.write("id", whole.substr(0, size) + "\n");  // as an editor ends it
         if (size == whole.size() - 1) continue;
-        EXPECT_THROW(engine_file::readEngineId(file), WholeFileError) << size;
+        EXPECT_THROW((void)engine_file::readEngineId(file), WholeFileError) << size;
     }
     root.write("id", whole + whole);
-    EXPECT_THROW(engine_file::readEngineId(file), WholeFileError);
+    EXPECT_THROW((void)engine_file::readEngineId(file), WholeFileError);
     root.write("id", "# of another agent\nexactEngineID 0x80001f8804616263\n");
     EXPECT_TRUE(engine_file::readEngineId(file));
 }

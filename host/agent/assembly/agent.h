@@ -57,8 +57,8 @@ public:
     void reloadMibs();
 
     // As the engine's operations of these names.
-    std::string addUser(const UserKeys& user);
-    std::string removeUser(const std::string& name);
+    [[nodiscard]] std::string addUser(const UserKeys& user);
+    [[nodiscard]] std::string removeUser(const std::string& name);
 
     const SnmpEngine& engine() const { return m_engine; }
     const RequestDispatcher& dispatcher() const { return *m_dispatcher; }
@@ -69,7 +69,7 @@ public:
 
     // Takes no request any more, answers those whose values have come, ends the workers. False when a handler has not
     // come back within `patience`: nothing may be destroyed then.
-    bool stop(std::chrono::milliseconds patience);
+    [[nodiscard]] bool stop(std::chrono::milliseconds patience);
 
 private:
     // Objects whose rows are the backend's active alarms.

@@ -64,7 +64,7 @@ public:
     void reloadDefinitions() { m_definitions.reload(); }
 
     // Why the module's alarm definitions cannot be used now; nothing when they can. Any thread.
-    std::optional<std::string> definitionsFault() { return m_definitions.fault(); }
+    [[nodiscard]] std::optional<std::string> definitionsFault() { return m_definitions.fault(); }
 
     // What the configuration says, at the start and whenever it was read again.
     void setLimits(const NotificationLimits& limits);

@@ -41,7 +41,7 @@ private:
     };
 
     void readLine(std::size_t number, std::string text, std::string& section);
-    std::string applyLine(const Line& line, int when) const;
+    [[nodiscard]] std::string applyLine(const Line& line, int when) const;
     void tell(std::size_t line, const std::string& fault) const;
 
     const std::string m_path;

@@ -118,7 +118,7 @@ EngineState::EngineState(std::string state, std::string name)
     m_lock = engine_file::lockState(m_folder, TIMEOUT);
     if (!m_lock) throw EngineError("another agent uses " + m_folder.string());
     makePrivateFolder(m_draftFolder);
-    engine_file::readState(m_folder / (m_name + ".conf"));
+    (void)engine_file::readState(m_folder / (m_name + ".conf"));  // throws when it is of no use
     keepEngineId(m_idFolder, m_name);
 }
 

@@ -37,10 +37,10 @@ public:
     void useDraft() const;
 
     // Writes the library's state. Gives what went wrong, or ""; a line tells of the first failure and of its end.
-    std::string store();
+    [[nodiscard]] std::string store();
 
 private:
-    std::string write() const;
+    [[nodiscard]] std::string write() const;
 
     const std::string m_idFolder;
     const std::filesystem::path m_folder;

@@ -17,7 +17,7 @@ inline constexpr const char* LIBRARY_SECTION = "snmp";
 bool isLibraryDirective(bool inLibrarySection, const std::string& word);
 
 // What is wrong with the arguments of a library word; "" when it may have them.
-std::string libraryDirectiveFault(const std::string& word, const std::string& arguments);
+[[nodiscard]] std::string libraryDirectiveFault(const std::string& word, const std::string& arguments);
 
 // The words of a line, as the library cuts them: a word in quotes may hold blanks, a backslash takes the next character
 // as it is.

@@ -11,6 +11,6 @@ namespace vrx {
 std::vector<std::string> splitListeners(const std::string& list);
 
 // What is wrong with an address, with the address in it; empty when it can be listened on as far as its text tells.
-std::string listenerFault(const std::string& address);
+[[nodiscard]] std::string listenerFault(const std::string& address);
 
 }  // namespace vrx

@@ -15,10 +15,10 @@
 namespace vrx {
 
 // Of a whole message; of an SNMPv3 one only what is around its scoped PDU.
-bool messageNumbersFit(const unsigned char* message, std::size_t size);
+[[nodiscard]] bool messageNumbersFit(const unsigned char* message, std::size_t size);
 
 // Of a scoped PDU in clear text (RFC 3412, 6).
-bool scopedPduNumbersFit(const unsigned char* scopedPdu, std::size_t size);
+[[nodiscard]] bool scopedPduNumbersFit(const unsigned char* scopedPdu, std::size_t size);
 
 // A session's hook (snmp_add_full) that reads what comes in.
 int parseMessage(netsnmp_session* session, netsnmp_pdu* pdu, unsigned char* message, std::size_t size);

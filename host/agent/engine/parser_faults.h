@@ -9,9 +9,9 @@
 namespace vrx {
 
 // Runs `parse`, which calls a parser of the library; gives the first fault that it tells, or "".
-std::string parserFault(const std::function<void()>& parse);
+[[nodiscard]] std::string parserFault(const std::function<void()>& parse);
 
 // For who takes the library's log lines: whether this one was a fault that parserFault() gives.
-bool takeParserFault(const std::string& line);
+[[nodiscard]] bool takeParserFault(const std::string& line);
 
 }  // namespace vrx

@@ -199,7 +199,7 @@ bool SnmpEngine::hasUsers() const {
 SnmpEngine::~SnmpEngine() {
     closeListeners();
     try {
-        m_state.store();
+        (void)m_state.store();  // a line tells of its failure
     } catch (const std::exception& error) {
         agent_log::fault({"the engine's state cannot be written: ", error.what()});
     }
@@ -255,7 +255,7 @@ void SnmpEngine::reload() {
     m_configuration.apply(NORMAL_CONFIG);
     snmp_call_callbacks(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG, nullptr);
     setDefaultView();
-    m_state.store();  // new users' keys
+    (void)m_state.store();  // new users' keys; a line tells of its failure
 }
 
 int SnmpEngine::logLine(int, int, void* message, void*) try {

@@ -70,10 +70,10 @@ public:
 
     // A user with keys from these passphrases; they are in the state folder when it returns, the passphrases nowhere.
     // What it may do is the configuration's matter. Gives what is wrong, or "": a user that cannot be kept is not made.
-    std::string addUser(const UserKeys& user);
+    [[nodiscard]] std::string addUser(const UserKeys& user);
 
     // Takes all users of that name and their keys away. Gives what is wrong, or "".
-    std::string removeUser(const std::string& name);
+    [[nodiscard]] std::string removeUser(const std::string& name);
 
     // Whether anybody may ask: a community or a user is configured.
     bool hasUsers() const;

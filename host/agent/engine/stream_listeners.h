@@ -71,8 +71,8 @@ private:
     void handleEvents();
     void accept(Listener& listener);
     void admit(Listener& listener, int descriptor);
-    bool makeRoom(const Listener& listener);
-    bool sendUnsent(int descriptor, Connection& connection);
+    [[nodiscard]] bool makeRoom(const Listener& listener);
+    [[nodiscard]] bool sendUnsent(int descriptor, Connection& connection);
     void asked(const netsnmp_session* session);
     void end(int descriptor, Connection& connection);
     bool watch(int descriptor, unsigned int events, bool on) const;

@@ -27,7 +27,7 @@ public:
     void requestStop();
 
     // Waits until the running job has ended: false when it has not until then.
-    bool waitStopped(std::chrono::steady_clock::time_point end);
+    [[nodiscard]] bool waitStopped(std::chrono::steady_clock::time_point end);
 
 private:
     void run();

@@ -72,8 +72,9 @@ public:
     // The trap of one handler, null when it could not be built. `offered` are the destinations of each sink that were
     // chosen from. False when there was no memory for it at some sink, for which it is settled then. Throws
     // std::bad_alloc, and no sink got it.
-    bool deliver(const NotificationOrigin& origin, const Ticket& ticket, const std::vector<Destinations>& offered,
-                 const std::list<tTrapDestInfo>& chosen, const std::shared_ptr<const Notification>& trap);
+    [[nodiscard]] bool deliver(const NotificationOrigin& origin, const Ticket& ticket,
+                               const std::vector<Destinations>& offered, const std::list<tTrapDestInfo>& chosen,
+                               const std::shared_ptr<const Notification>& trap);
 
     // A logged trap, to the destinations that it went to, or to the one of that name. Throws SendAgainFault.
     SentAgain sendAgain(std::uint64_t number, const std::string& to);
@@ -110,12 +111,13 @@ private:
     void follow(const FlapDamping::Verdict& verdict) REQUIRES(m_mutex);
     void sendHeld(const Held& held) REQUIRES(m_mutex);
     void wakeForDue() REQUIRES(m_mutex);
-    bool submit(std::size_t sink, const NotificationOrigin& origin, const TrapDestinationMap& considered,
-                const std::list<tTrapDestInfo>& chosen, const std::shared_ptr<const Notification>& trap,
-                const Ticket& ticket) REQUIRES(m_mutex);
-    bool submitBut(const std::set<std::string>& held, std::size_t sink, const NotificationOrigin& origin,
-                   const TrapDestinationMap& offered, const std::list<tTrapDestInfo>& chosen,
-                   const std::shared_ptr<const Notification>& trap, const Ticket& ticket) REQUIRES(m_mutex);
+    [[nodiscard]] bool submit(std::size_t sink, const NotificationOrigin& origin, const TrapDestinationMap& considered,
+                              const std::list<tTrapDestInfo>& chosen, const std::shared_ptr<const Notification>& trap,
+                              const Ticket& ticket) REQUIRES(m_mutex);
+    [[nodiscard]] bool submitBut(const std::set<std::string>& held, std::size_t sink, const NotificationOrigin& origin,
+                                 const TrapDestinationMap& offered, const std::list<tTrapDestInfo>& chosen,
+                                 const std::shared_ptr<const Notification>& trap, const Ticket& ticket)
+        REQUIRES(m_mutex);
     static std::vector<std::string> namesOf(const std::list<tTrapDestInfo>& chosen, const std::set<std::string>& held);
     void log(SentBecause because, std::uint64_t again, unsigned long long sequence, const AlarmEvent& event,
              std::vector<std::string> destinations, const std::shared_ptr<const Notification>& trap) REQUIRES(m_mutex);

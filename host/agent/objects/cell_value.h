@@ -26,7 +26,7 @@ std::optional<std::string_view> textOfCell(const CTLVCell& cell);
 std::optional<SnmpValue> valueOfCell(const CTLVCell& cell, const MibSyntax& syntax);
 
 // SNMP_ERR_NOERROR, or why the varbind's value cannot be one of that syntax: wrongType, wrongLength, wrongValue.
-int checkVarbind(const netsnmp_variable_list& varbind, const MibSyntax& syntax);
+[[nodiscard]] int checkVarbind(const netsnmp_variable_list& varbind, const MibSyntax& syntax);
 
 // The varbind's value as a cell for a handler: text as STRING, INTEGER as INT, other numbers as UINT.
 // REQUIRES: checkVarbind() found no fault.

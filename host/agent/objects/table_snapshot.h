@@ -73,7 +73,8 @@ public:
     unsigned char type(Instance instance) const { return cell(instance).type; }
     oid lastOfName(Instance instance) const { return m_object->table ? m_rows[instance.row].number : 0; }
     Value value(Instance instance, See see = See::All) const;
-    bool fill(Instance instance, netsnmp_variable_list* varbind, See see = See::All) const;  // false without memory
+    [[nodiscard]] bool fill(Instance instance, netsnmp_variable_list* varbind,
+                            See see = See::All) const;  // false without memory
 
     // What a GET of that name finds at best, whatever the rows are: without NoSuch... an instance may exist.
     static Found findName(const MibObject& object, const oid* suffix, std::size_t length);

@@ -29,10 +29,10 @@ long mostBulkResponses();
 void boundAnswer(const netsnmp_session& session, netsnmp_pdu& request);
 
 // Whether the answer to a SET can be sent whatever becomes of it: known before anything is changed (RFC 3416, 4.2.5).
-bool answerFits(netsnmp_session& session, netsnmp_pdu& set);
+[[nodiscard]] bool answerFits(netsnmp_session& session, netsnmp_pdu& set);
 
 // Answers a request with tooBig instead of looking at it further. False when that cannot be sent.
-bool answerTooBig(netsnmp_session& session, netsnmp_pdu& request);
+[[nodiscard]] bool answerTooBig(netsnmp_session& session, netsnmp_pdu& request);
 
 // A session's hook (snmp_add_full) that encodes what it sends.
 int buildMessage(netsnmp_session* session, netsnmp_pdu* pdu, unsigned char** buffer, std::size_t* size,

@@ -34,11 +34,11 @@ private:
         std::string name;  // of its instances, without their last sub-identifiers: in BER
     };
 
-    bool collect(const MibObject& mib, const TableSnapshot& snapshot, netsnmp_pdu* pdu);
+    [[nodiscard]] bool collect(const MibObject& mib, const TableSnapshot& snapshot, netsnmp_pdu* pdu);
     bool collectFollowing(std::optional<Instance> instance, const TableSnapshot& snapshot, netsnmp_pdu* pdu,
                           std::size_t position, std::size_t step);
     bool isVisible(const TableSnapshot& snapshot, Instance instance, netsnmp_pdu* pdu);
-    bool write(BerWriter& out, const TableSnapshot& snapshot, const netsnmp_pdu& pdu);
+    [[nodiscard]] bool write(BerWriter& out, const TableSnapshot& snapshot, const netsnmp_pdu& pdu);
     std::vector<SnapshotStore::Span> spans(const TableSnapshot& snapshot, const netsnmp_pdu& pdu) const;
 
     // Members for their memory's sake only: nothing of a request is needed by the next.

@@ -94,7 +94,8 @@ private:
     bool answerDirectly(PendingRead& transaction, netsnmp_session* session, netsnmp_pdu* pdu);
     bool pass(PendingRead& transaction, netsnmp_session* session, int requestId, netsnmp_pdu* pdu);
 
-    bool wait(std::uint64_t id, netsnmp_session* session, int requestId, netsnmp_pdu* pdu, const std::string& key);
+    [[nodiscard]] bool wait(std::uint64_t id, netsnmp_session* session, int requestId, netsnmp_pdu* pdu,
+                            const std::string& key);
     void resume(std::uint64_t id);
     void refreshed(ManagedObject& object, const ReadOutcome& outcome);
     void rowsRead(std::uint64_t id, ManagedObject& object, const ReadOutcome& outcome);
@@ -104,7 +105,7 @@ private:
     void noteAnswer(PendingRead& transaction, RequestResult result);
     void noteSet(SnapshotStore::TimePoint arrived, RequestResult result);
     void markAllChanged();
-    static bool answerSet(netsnmp_session* session, PduPointer pdu, const SetResult& result);
+    [[nodiscard]] static bool answerSet(netsnmp_session* session, PduPointer pdu, const SetResult& result);
     static RequestKind kindOf(const Waiting& waiting);
 
     AgentLoop& m_loop;

@@ -54,7 +54,7 @@ private:
     SetResult plan(const CR8KPackageV3& current);
     SetResult planRow(const SetRow& row, const CTLVRecordV3* current);
     SetResult make(const Change& change);
-    int call(const Change& change, const CR8KPackageV3& request);
+    [[nodiscard]] int call(const Change& change, const CR8KPackageV3& request);
 
     SetStep m_step;
     std::vector<Change> m_changes;

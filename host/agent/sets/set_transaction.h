@@ -29,7 +29,7 @@ public:
     void start();
 
     // Gives up, unless the step that nothing takes back has begun: true when nothing has happened and nothing will.
-    bool cancel();
+    [[nodiscard]] bool cancel();
 
     bool touches(const ManagedObject& object) const;
     bool touchesAnyOf(const SetTransaction& other) const;

@@ -31,7 +31,7 @@ public:
     AlarmDefinitions(std::function<void()> load, std::function<void()> reload, std::chrono::milliseconds pause = PAUSE);
 
     // Nothing once they are loaded. Throws std::bad_alloc.
-    std::optional<std::string> fault();
+    [[nodiscard]] std::optional<std::string> fault();
 
     // Reads the files anew. REQUIRES: no handler of the module is at work. Throws what the module throws when a file
     // is at fault.
@@ -41,7 +41,7 @@ public:
     std::chrono::milliseconds pause() const { return m_pause; }
 
     // As the last attempt found it, without another one.
-    std::optional<std::string> lastFault() const;
+    [[nodiscard]] std::optional<std::string> lastFault() const;
 
 private:
     using Clock = std::chrono::steady_clock;
