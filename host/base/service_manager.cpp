@@ -1,5 +1,5 @@
-// The protocol of sd_notify(3), written out: it is one datagram of "NAME=VALUE" lines. A dependency on libsystemd would
-// cost more than this file, and be missing where another manager speaks the same protocol.
+// The protocol of sd_notify(3), written out: one datagram of "NAME=VALUE" lines. libsystemd's call would wait for a
+// manager that does not read: docs/decisions/2026-11-22-service-manager-without-libsystemd.md.
 #include "host/base/service_manager.h"
 
 #include <sys/time.h>

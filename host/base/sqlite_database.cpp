@@ -1,3 +1,4 @@
+// Why no wrapper library has this place: docs/decisions/2026-11-22-sqlite-without-a-wrapper-library.md.
 #include "host/base/sqlite_database.h"
 
 #include <fcntl.h>
