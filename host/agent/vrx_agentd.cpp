@@ -10,6 +10,7 @@
 #include <functional>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -99,69 +100,119 @@ int check(const CommandLine& line) {
     return checkConfiguration(root, line.modules, std::cout) == 0 ? EX_OK : EX_CONFIG;
 }
 
-int serve(const CommandLine& line) {
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN);  // a file that reaches the process's limit is a failing write, not the end
-    const ServiceManager manager = ServiceManager::fromEnvironment();
-    // Before all else, so that an end in the midst of the start is one like any other; and before any thread: all of
-    // them leave the signals to the watch.
-    AgentLoop loop;
-    const auto end = [&loop] { loop.stop(); };
-    std::function<void()> reload;
-    const SignalWatch signals({{SIGTERM, end}, {SIGINT, end}, {SIGHUP, [&reload] {
-                                                                   if (reload) reload();
-                                                               }}});
-
-    const std::string root = absoluteRoot(line.root);
+// The product root, with its configuration read and its log open.
+std::string openRoot(const std::string& given) {
+    const std::string root = absoluteRoot(given);
     setProductRoot(root);
     reloadDeviceConfig();
     startLogging(logOptionsFromDevice());
     loadIdentity();
     stateFolder();
+    return root;
+}
+
+std::unique_ptr<Backend> startBackend() {
+    auto backend = std::make_unique<Backend>(BackendSettings::fromDevice());
+    backend->start();
+    return backend;
+}
+
+// Answers requests and sends what alarms make, from its start on.
+struct Service {
+    Service(AgentLoop& loop, const std::string& root, const CommandLine& line)
+        : agent(loop, root, line.modules), notifications(loop, [this] { agent.markAllChanged(); }) {
+        agent.setAlarmFeedLive([this] { return notifications.isCurrent(); });
+        agent.setAlarmsObstacle([this] { return notifications.definitionsFault(); });
+        notifications.setLimits(agent.engine().limits().notifications);
+        agent.listen(line.listeners);
+        notifications.setInforms(agent.engine().informs(), agent.engine().configurationFaults().empty());
+        notifications.start();
+        if (!agent.engine().hasUsers()) {
+            agent_log::warn("nobody may ask this agent yet: \"vrxctl --root " + root + " user add NAME\" makes a user");
+        }
+    }
+
+    Agent agent;
+    NotificationService notifications;
+};
+
+// Takes what operators and collectors ask for.
+struct Operation {
+    Operation(AgentLoop& loop, Service& service, ControlSocket socket, Reloader::Places places,
+              const ServiceManager& manager)
+        : reloader(loop, service.agent, service.notifications, std::move(places)),
+          control(std::move(socket), loop, service.agent, service.notifications, reloader),
+          status(loop, service.agent, service.notifications, reloader) {
+        reloader.onExchange = [this] { status.configure(); };
+        reloader.onBegin = [&manager] { manager.reloading(); };
+        reloader.onEnd = [&manager](const ReloadResult& result) {
+            manager.ready(result.taken ? SERVING : SERVING_AS_BEFORE);
+        };
+    }
+
+    Reloader reloader;
+    const AgentControl control;
+    StatusService status;
+};
+
+// The serving process: its parts in the order of their start. They go in the reverse one.
+class AgentProcess {
+public:
+    explicit AgentProcess(const CommandLine& line)
+        : m_root(openRoot(line.root)),
+          m_controlSocket(parseLocalAddress("unix:state/agent.sock", m_root)),
+          m_backend(line.embeddedBackend ? startBackend() : nullptr),
+          m_service(m_loop, m_root, line),
+          m_operation(m_loop, m_service, std::move(m_controlSocket), {m_root, checkCommand(m_root, line.modules)},
+                      m_manager) {
+        m_reload = [this] { m_operation.reloader.request(); };
+    }
+
+    void run() {
+        agent_log::info("ready");
+        m_manager.ready(SERVING);
+        m_watchdog.emplace(m_loop, m_manager);
+        m_loop.run();
+    }
+
+    void end() {
+        m_manager.stopping();
+        m_operation.reloader.stop();
+        m_service.notifications.stop();
+        if (!m_service.agent.stop(TIMEOUT)) {
+            agent_log::warn("a handler has not come back: the process ends without it");
+            std::_Exit(EX_OK);  // all state is on disk; what the handler uses cannot be destroyed under it
+        }
+        if (m_backend != nullptr) m_backend->stop();
+    }
+
+private:
+    const ServiceManager m_manager = ServiceManager::fromEnvironment();
+    // Before all else, so that an end in the midst of the start is one like any other; and before any thread: all of
+    // them leave the signals to the watch.
+    AgentLoop m_loop;
+    std::function<void()> m_reload;  // empty until all parts are there
+    const SignalWatch m_signals{
+        {{SIGTERM, [this] { m_loop.stop(); }}, {SIGINT, [this] { m_loop.stop(); }}, {SIGHUP, [this] {
+                                                                                         if (m_reload) m_reload();
+                                                                                     }}}};
+    const std::string m_root;
     // Before the start is counted, and before the state is read: vrxctl waits here for an agent that starts, instead of
     // leaving it something that it does not see any more.
-    ControlSocket controlSocket(parseLocalAddress("unix:state/agent.sock", root));
+    ControlSocket m_controlSocket;
+    const std::unique_ptr<Backend> m_backend;
+    const DestinationsCloser m_closer;
+    Service m_service;
+    Operation m_operation;
+    std::optional<Watchdog> m_watchdog;
+};
 
-    std::unique_ptr<Backend> backend;
-    if (line.embeddedBackend) {
-        backend = std::make_unique<Backend>(BackendSettings::fromDevice());
-        backend->start();
-    }
-    const DestinationsCloser closer;
-    Agent agent(loop, root, line.modules);
-    NotificationService notifications(loop, [&agent] { agent.markAllChanged(); });
-    agent.setAlarmFeedLive([&notifications] { return notifications.isCurrent(); });
-    agent.setAlarmsObstacle([&notifications] { return notifications.definitionsFault(); });
-    notifications.setLimits(agent.engine().limits().notifications);
-    agent.listen(line.listeners);
-    notifications.setInforms(agent.engine().informs(), agent.engine().configurationFaults().empty());
-    notifications.start();
-    if (!agent.engine().hasUsers()) {
-        agent_log::warn("nobody may ask this agent yet: \"vrxctl --root " + root + " user add NAME\" makes a user");
-    }
-
-    Reloader reloader(loop, agent, notifications, {root, checkCommand(root, line.modules)});
-    const AgentControl control(std::move(controlSocket), loop, agent, notifications, reloader);
-    StatusService status(loop, agent, notifications, reloader);
-    reloader.onExchange = [&status] { status.configure(); };
-    reload = [&reloader] { reloader.request(); };
-    reloader.onBegin = [&manager] { manager.reloading(); };
-    reloader.onEnd = [&manager](const ReloadResult& result) {
-        manager.ready(result.taken ? SERVING : SERVING_AS_BEFORE);
-    };
-    agent_log::info("ready");
-    manager.ready(SERVING);
-    const Watchdog watchdog(loop, manager);
-    loop.run();
-
-    manager.stopping();
-    reloader.stop();
-    notifications.stop();
-    if (!agent.stop(TIMEOUT)) {
-        agent_log::warn("a handler has not come back: the process ends without it");
-        std::_Exit(EX_OK);  // all state is on disk; what the handler uses cannot be destroyed under it
-    }
-    if (backend != nullptr) backend->stop();
+int serve(const CommandLine& line) {
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);  // a file that reaches the process's limit is a failing write, not the end
+    AgentProcess process(line);
+    process.run();
+    process.end();
     return EX_OK;
 }
 
