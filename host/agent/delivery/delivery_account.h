@@ -23,6 +23,7 @@
 #include <utility>
 
 #include "host/agent/delivery/notification_sink.h"
+#include "host/base/mutex.h"
 #include "host/notification_log/notification.h"
 
 namespace vrx {
@@ -136,8 +137,8 @@ public:
     // Counts a notification at all that were considered, and drops it where it cannot be sent; `take` gets the key and
     // the destination of the others that were chosen.
     template <typename Take>
-    void consider(const TrapDestinationMap& considered, const std::set<std::string>& chosen,
-                  const Notification* notification, Take take) {
+    NO_THREAD_SAFETY_ANALYSIS void consider(const TrapDestinationMap& considered, const std::set<std::string>& chosen,
+                                            const Notification* notification, Take take) {
         for (const auto& entry : considered) {
             Destination* const destination = find(entry.first);
             Counters& counters = destination != nullptr ? destination->counters : m_former;

@@ -29,7 +29,7 @@ SendScheduler::SendScheduler(AgentLoop& loop, std::function<void()> turn, millis
         resolveInterval,
         [this](const std::string& name, const std::string& address) {
             {
-                const std::lock_guard<std::mutex> lock(m_mutex);
+                const MutexLock lock(m_mutex);
                 std::string& answer = m_answers[name];  // the loop may not have come for the last one
                 if (!address.empty()) answer = address;
             }
@@ -73,7 +73,7 @@ std::string SendScheduler::addressOf(const std::string& host) const {
 void SendScheduler::takeAnswers() {
     std::map<std::string, std::string> answers;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         answers.swap(m_answers);
     }
     for (auto& [name, address] : answers) {

@@ -19,13 +19,13 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <string>
 
 #include "host/agent/delivery/name_resolver.h"
 #include "host/agent/loop/timer.h"
 #include "host/agent/loop/wakeup.h"
+#include "host/base/mutex.h"
 
 namespace vrx {
 
@@ -69,8 +69,8 @@ private:
     std::set<std::string> m_hosts;
     std::map<std::string, std::string> m_addresses;  // of the names among them; "" while there is none
 
-    std::mutex m_mutex;
-    std::map<std::string, std::string> m_answers;  // of the resolver, by name; guarded by m_mutex
+    Mutex m_mutex;
+    std::map<std::string, std::string> m_answers GUARDED_BY(m_mutex);  // of the resolver, by name
 
     LoopWakeup m_turnWanted;
     LoopWakeup m_answered;

@@ -60,7 +60,7 @@ void TrapSender::setDestinations(const std::list<tTrapDestInfo>& destinations) {
     auto list = std::make_shared<TrapDestinationMap>();
     for (const tTrapDestInfo& info : destinations) list->emplace(trapDestinationKey(info.index), info);
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         std::size_t waiting = 0;
         for (const auto& entry : m_account.all()) waiting += entry.second.queue.size();
         settled.reserve(waiting);
@@ -85,7 +85,7 @@ void TrapSender::setDestinations(const std::list<tTrapDestInfo>& destinations) {
 }
 
 std::shared_ptr<const TrapDestinationMap> TrapSender::destinations() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_account.list();
 }
 
@@ -98,17 +98,16 @@ void TrapSender::submit(const NotificationOrigin& origin, const TrapDestinationM
     due.reserve(1);
     // From here on nothing is left half done: what finds no memory for its place in a queue is dropped.
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_account.consider(
-            considered, keys, submission->notification().get(),
-            [&](const std::string&, Destination& destination) { enqueue(destination, submission, due); });
+        const MutexLock lock(m_mutex);
+        m_account.consider(considered, keys, submission->notification().get(),
+                           [&](const std::string&, Destination& destination)
+                               REQUIRES(m_mutex) { enqueue(destination, submission, due); });
         if (Settled last = submission->release()) due.push_back(std::move(last));
         m_scheduler.wake();
     }
     callAll(due);
 }
 
-// Caller holds m_mutex.
 void TrapSender::enqueue(Destination& destination, const std::shared_ptr<Submission>& submission,
                          std::vector<Settled>& settled) {
     submission->addPart();
@@ -127,7 +126,7 @@ void TrapSender::enqueue(Destination& destination, const std::shared_ptr<Submiss
     }
 }
 
-// Caller holds m_mutex, has room in `settled`, where it cannot be done again, and calls it without the lock.
+// REQUIRES: room in `settled`, where it cannot be done again; the caller calls it without the lock.
 void TrapSender::dropItem(Destination& destination, const Item& item, TrapDrop reason, std::vector<Settled>& settled) {
     destination.counters.drop(reason);
     if (Settled last = item.submission->release()) settled.push_back(std::move(last));
@@ -138,7 +137,7 @@ void TrapSender::refresh() {
 }
 
 TrapStatus TrapSender::status() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     TrapStatus status;
     status.former = m_account.former();
     for (const auto& entry : m_account.all()) {
@@ -159,7 +158,7 @@ TrapStatus TrapSender::status() const {
 }
 
 TrapCounters TrapSender::totals() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     TrapCounters totals = m_account.former();
     for (const auto& entry : m_account.all()) {
         const Destination& destination = entry.second;
@@ -186,7 +185,7 @@ void TrapSender::takeTurn() {
     std::set<std::string> keys;
     std::set<std::string> hosts;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         for (const auto& [key, destination] : m_account.all()) {
             keys.insert(key);
             hosts.insert(destination.info.address);
@@ -216,7 +215,7 @@ void TrapSender::closeLostLinks(const std::set<std::string>& keys) {
 bool TrapSender::serve(const std::string& key, Clock::time_point& nextTurn) {
     tTrapDestInfo info;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         const Destination* const found = m_account.find(key);
         if (found == nullptr) return false;
         info = found->info;
@@ -282,7 +281,7 @@ TrapSender::Readiness TrapSender::makeReady(const tTrapDestInfo& info, Link& lin
 void TrapSender::noteState(const std::string& key, const Readiness& readiness) {
     std::string line;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         Destination* const found = m_account.find(key);
         if (found == nullptr) return;
         Destination& destination = *found;
@@ -310,7 +309,7 @@ void TrapSender::noteState(const std::string& key, const Readiness& readiness) {
 void TrapSender::dropAll(const std::string& key, TrapDrop reason) {
     std::vector<Settled> settled;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         Destination* const found = m_account.find(key);
         if (found == nullptr) return;
         Destination& destination = *found;
@@ -324,7 +323,7 @@ void TrapSender::dropAll(const std::string& key, TrapDrop reason) {
 void TrapSender::dropAged(const std::string& key, Clock::time_point& nextTurn) {
     std::vector<Settled> settled;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         Destination* const found = m_account.find(key);
         if (found == nullptr) return;
         Destination& destination = *found;
@@ -365,7 +364,7 @@ bool TrapSender::sendNext(const std::string& key, Link& link, Clock::time_point&
 
 // The first trap of the queue, and a token; nothing when one of them is not there.
 std::optional<TrapSender::Taken> TrapSender::take(const std::string& key, Link& link, Clock::time_point& nextTurn) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     Destination* const destination = m_account.find(key);
     if (destination == nullptr || destination->queue.empty()) return std::nullopt;
     const Clock::time_point now = Clock::now();
@@ -395,7 +394,7 @@ TrapSendResult TrapSender::transmit(Link& link, const Submission& submission) co
 void TrapSender::settle(const std::string& key, const Taken& taken, const TrapSendResult& result) {
     Settled settled;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         if (Destination* const destination = m_account.find(key)) destination->sending = false;
         TrapCounters& counters = m_account.countersOf(key);
         if (result.failure.empty()) {
@@ -416,7 +415,7 @@ void TrapSender::noteLeftOut(const std::string& key, Link& link) {
     if (link.leftOutKnown) return;
     std::string line;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         const Destination* const found = m_account.find(key);
         if (found == nullptr) return;
         line = describe(found->info) + ": Counter64 values are left out of its traps, SNMPv1 cannot carry them";
@@ -431,7 +430,7 @@ void TrapSender::noteFate(const std::string& key, const Submission& submission, 
     if (!shortened && !result.unsendable) return;
     std::string line;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         const Destination* const found = m_account.find(key);
         if (found == nullptr) return;
         line = describe(found->info) + ": " + describe(*submission.notification(), submission.sequence());

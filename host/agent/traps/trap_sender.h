@@ -20,7 +20,6 @@
 #include <list>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -34,6 +33,7 @@
 #include "host/agent/traps/trap_channel.h"
 #include "host/agent/traps/trap_counters.h"
 #include "host/agent/traps/trap_options.h"
+#include "host/base/mutex.h"
 #include "host/notification_log/notification.h"
 #include "platform/trap_dest_info.h"
 
@@ -87,7 +87,6 @@ private:
         bool paced = false;
     };
 
-    // guarded by m_mutex
     struct Destination {
         tTrapDestInfo info;
         std::deque<Item> queue;
@@ -118,9 +117,10 @@ private:
         std::string lost;                      // failing: what was to get out
     };
 
-    void enqueue(Destination& destination, const std::shared_ptr<Submission>& submission,
-                 std::vector<Settled>& settled);
-    void dropItem(Destination& destination, const Item& item, TrapDrop reason, std::vector<Settled>& settled);
+    void enqueue(Destination& destination, const std::shared_ptr<Submission>& submission, std::vector<Settled>& settled)
+        REQUIRES(m_mutex);
+    void dropItem(Destination& destination, const Item& item, TrapDrop reason, std::vector<Settled>& settled)
+        REQUIRES(m_mutex);
 
     // Agent thread.
     void takeTurn();
@@ -141,8 +141,8 @@ private:
     TrapTransport& m_transport;
     std::atomic<std::size_t> m_messageSize{LONGEST_MESSAGE};
 
-    mutable std::mutex m_mutex;
-    DeliveryAccount<Destination> m_account;  // guarded by m_mutex
+    mutable Mutex m_mutex;
+    DeliveryAccount<Destination> m_account GUARDED_BY(m_mutex);
 
     std::map<std::string, Link> m_links;  // agent thread only
 
