@@ -12,6 +12,7 @@
 #include "alarm/snmp_alarm_iniparser.h"
 #include "host/notification_log/fault_level.h"
 #include "host/transport/backend_protocol.h"
+#include "host/transport/batch_reader.h"
 #include "platform/snmp_util.h"
 #include "tools/backend_call.h"
 #include "tools/terminal_text.h"
@@ -109,7 +110,7 @@ std::vector<ListedAlarm> listAlarms() {
             const ListedAlarm& alarm = alarms.emplace_back(listedAlarm(*row));
             bytes += alarm.parameters.size() + alarm.name.size() + alarm.location.size() + alarm.detail.size();
         }
-        if (alarms.size() > MOST_ACTIVE_ALARMS || bytes > MOST_LIST_BYTES) {
+        if (alarms.size() > LONGEST_LIST || bytes > MOST_LIST_BYTES) {
             throw std::runtime_error("the backend's list of alarms does not end: " + std::to_string(alarms.size()) +
                                      " were read");
         }

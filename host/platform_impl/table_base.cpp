@@ -1,5 +1,5 @@
-// The batch query of tables. Depends on platform/, module/snmp_handler.h and vrxpub/ only, so that other hosts can use
-// it too.
+// The batch query of tables. Depends on platform/, module/snmp_handler.h, vrxpub/ and a header that stands alone only,
+// so that other hosts can use it too.
 #include <ace/Singleton.h>
 #include <ace/Thread_Mutex.h>
 
@@ -10,6 +10,7 @@
 #include <optional>
 #include <utility>
 
+#include "host/transport/batch_reader.h"
 #include "module/vrx_exception.h"
 #include "platform/snmp_configuration.h"
 #include "platform/snmp_table_base.h"
@@ -28,9 +29,6 @@ constexpr int TABLE_FAILED = -1;
 // Room that a row has from the start: few rows take more.
 constexpr unsigned int USUAL_CELLS = 12;
 constexpr unsigned int USUAL_VALUES = 512;  // bytes
-
-// A backend whose numbers grow without end must not fill the memory.
-constexpr std::size_t MOST_RECORDS = 1000000;  // of one query
 
 enum class Severity { Warning, Error };
 
@@ -88,11 +86,11 @@ int CSnmpTableBase::OnQueryTable(const CVRX_SnmpContext& ctx, const CR8KPackageV
 // Calls the backend until the rows asked for are there, or the table ends. Records that are no rows do not end it: the
 // next call goes on after the last record received.
 int CSnmpTableBase::collectRows(RowsByNumber& rows) {
-    const std::string asked = m_currentKey;
-    std::string key = asked;
-    unsigned long long position = numberOfKey(key).value_or(0);  // numbers begin at 1
-    std::size_t total = 0;
-    for (;;) {
+    const auto asked = numberOfKey(m_currentKey);
+    const unsigned long long first = asked.value_or(0);  // numbers begin at 1
+    std::string key = m_currentKey;
+    int failure = 0;
+    const auto readBatch = [&](unsigned long long position) -> std::optional<vrx::Batch> {
         CR8KPackageV3 request;
         CR8KPackageV3 batch;
         std::string lastKey;
@@ -100,30 +98,33 @@ int CSnmpTableBase::collectRows(RowsByNumber& rows) {
         unsigned int received = 0;
         int result = 0;
         const int status = GetBatchTableInfo_i(request, key, lastKey, lastIndex, received, result, batch);
-        if (result != 0) return result;
-        if (status != 0) return status;
+        failure = result != 0 ? result : status;
+        if (failure != 0) return std::nullopt;
 
         if (m_requestType == REQUEST_GET) {
             takeRows(batch, 0, rows);
-            const auto wanted = numberOfKey(asked);
-            for (auto row = rows.begin(); row != rows.end();) row = row->first == wanted ? ++row : rows.erase(row);
-            return 0;
+            for (auto row = rows.begin(); row != rows.end();) row = row->first == asked ? ++row : rows.erase(row);
+            return std::nullopt;
         }
-        takeRows(batch, numberOfKey(asked).value_or(0), rows);
-        if (received == 0 || !wantsMore(rows)) return 0;
-        if (lastKey.empty()) return 0;  // records without a number tell of no place to go on after
-        if (lastIndex <= position) {
-            log(Severity::Error, __LINE__, "the backend sends no records after number %llu, the query ends.", position);
-            return TABLE_FAILED;
-        }
-        total += received;
-        if (total > MOST_RECORDS) {
-            log(Severity::Error, __LINE__, "the table has more than %zu records, the query ends.", MOST_RECORDS);
-            return TABLE_FAILED;
-        }
+        takeRows(batch, first, rows);
+        if (received == 0 || !wantsMore(rows)) return std::nullopt;
+        if (lastKey.empty()) return std::nullopt;  // records without a number tell of no place to go on after
         key = lastKey;
-        position = lastIndex;
+        return vrx::Batch{received, lastIndex};
+    };
+    const vrx::BatchesRead read = vrx::readBatches(first, readBatch);
+    switch (read.end) {
+        case vrx::BatchEnd::NoProgress:
+            log(Severity::Error, __LINE__, "the backend sends no records after number %llu, the query ends.",
+                read.after);
+            return TABLE_FAILED;
+        case vrx::BatchEnd::TooMany:
+            log(Severity::Error, __LINE__, "the table has more than %zu records, the query ends.", vrx::LONGEST_LIST);
+            return TABLE_FAILED;
+        case vrx::BatchEnd::Complete:
+            break;
     }
+    return failure;
 }
 
 bool CSnmpTableBase::wantsMore(const RowsByNumber& rows) const {

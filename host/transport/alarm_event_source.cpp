@@ -8,6 +8,7 @@
 #include "host/base/logging.h"
 #include "host/base/memory_retry.h"
 #include "host/transport/backend_result.h"
+#include "host/transport/batch_reader.h"
 #include "module/vrx_exception.h"
 
 namespace vrx {
@@ -183,22 +184,24 @@ void AlarmEventSource::askStore(BackendConnection& connection, BackendState& sta
 // Until an answer is empty: one with fewer alarms than asked for may have been cut at the package limit.
 std::vector<ActiveAlarm> AlarmEventSource::askActiveAlarms(BackendConnection& connection) {
     std::vector<ActiveAlarm> alarms;
-    unsigned int start = 0;
-    for (;;) {
+    const BatchesRead read = readBatches(0, [&](unsigned long long after) -> std::optional<Batch> {
+        auto last = static_cast<unsigned int>(after);
         auto request = std::make_unique<CTLVRecordV3>(m_commands.getCurrentAlarm, CTLVRecordV3::DEFAULT_BUCKETS);
-        appendUint32(*request, alarm_tag::SERIAL, start);
+        appendUint32(*request, alarm_tag::SERIAL, last);
         appendUint32(*request, alarm_tag::COUNT, SERIALS_PER_REQUEST);
         CR8KPackageV3 answer;
         ask(connection, std::move(request), answer);
-        if (answer.records().empty()) return alarms;
+        if (answer.records().empty()) return std::nullopt;
         for (const CTLVRecordV3* record : answer.records()) {
             const unsigned int serial = uint32Of(*record, alarm_tag::SERIAL);
-            if (serial <= start) throw ConnectionLost("active alarms are not in the order of their serial numbers");
-            if (alarms.size() == MOST_ACTIVE_ALARMS) throw ConnectionLost("the list of active alarms does not end");
+            if (serial <= last) throw ConnectionLost("active alarms are not in the order of their serial numbers");
             alarms.push_back({serial, levelOf(*record)});
-            start = serial;
+            last = serial;
         }
-    }
+        return Batch{answer.records().size(), last};
+    });
+    if (read.end != BatchEnd::Complete) throw ConnectionLost("the list of active alarms does not end");
+    return alarms;
 }
 
 // Where one side knows no identity the numbers alone decide.

@@ -51,9 +51,6 @@ constexpr unsigned short REFUSALS = 7;  // of these
 constexpr unsigned short STORE = 8;     // STRING: identity of the store that the events are numbered in
 }  // namespace status_tag
 
-// A list of alarms that is longer is taken for one without end, which would fill the memory.
-constexpr std::size_t MOST_ACTIVE_ALARMS = 1'000'000;
-
 // The longest identity of a store in bytes.
 constexpr std::size_t LONGEST_STORE_IDENTITY = 64;
 

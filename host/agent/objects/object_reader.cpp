@@ -14,6 +14,7 @@
 #include "host/agent/objects/snmp_context.h"
 #include "host/base/logging.h"
 #include "host/transport/backend_protocol.h"
+#include "host/transport/batch_reader.h"
 
 namespace vrx {
 
@@ -90,15 +91,16 @@ std::unique_ptr<CR8KPackageV3> ObjectReader::batchAfter(std::uint64_t row) {
 
 // Batch by batch, so that the records of a large table are never all there at once.
 void ObjectReader::addBatches(TableSnapshot& snapshot) {
-    std::uint64_t row = 0;
-    while (row <= std::numeric_limits<std::uint32_t>::max()) {  // after it no request can go on
+    const BatchesRead read = readBatches(0, [&](unsigned long long row) -> std::optional<Batch> {
+        if (row > std::numeric_limits<std::uint32_t>::max()) return std::nullopt;  // after it no request can go on
         const auto batch = batchAfter(row);
-        if (batch->records().empty()) return;
+        const auto& records = batch->records();
+        if (records.empty()) return std::nullopt;
         addRows(*batch, snapshot);
-        if (snapshot.rows() > MOST_ACTIVE_ALARMS)
-            throw ReadError("more than " + std::to_string(MOST_ACTIVE_ALARMS) + " rows");
-        row = batch->records().back()->identifier();  // ordered, and after the row asked for
-    }
+        return Batch{records.size(), records.back()->identifier()};
+    });
+    if (read.end == BatchEnd::TooMany) throw ReadError("more than " + std::to_string(LONGEST_LIST) + " rows");
+    if (read.end == BatchEnd::NoProgress) throw ReadError("no rows after number " + std::to_string(read.after));
 }
 
 void ObjectReader::addRows(const CR8KPackageV3& response, TableSnapshot& snapshot) {
