@@ -217,7 +217,8 @@ public:
     void take(int events) {
         for (int i = 0; i < events; ++i) {
             ++m_sequence;
-            m_pipeline.onEvent(m_sequence, m_sequence % 2 != 0 ? *m_raised : *m_ended);
+            const CTLVRecordV3& record = m_sequence % 2 != 0 ? *m_raised : *m_ended;
+            m_pipeline.onEvent(alarmEventOf(m_sequence, record), record);
         }
         turnUntilSent();
     }

@@ -173,10 +173,10 @@ public:
         m_store = state.store;
     }
 
-    void onEvent(unsigned long long sequence, const CTLVRecordV3& record) override {
+    void onEvent(const AlarmEvent& event, const CTLVRecordV3& record) override {
         require(m_connected, "an event without a connection");
-        require(sequence > *m_handled, "event numbers do not ascend");
-        m_handled = sequence;
+        require(event.sequence > *m_handled, "event numbers do not ascend");
+        m_handled = event.sequence;
         Snmp_pp::OctetStr text;
         const auto raised = static_cast<long>(uint64Of(record, alarm_tag::RAISED));
         CSnmpUtil::convertTime2DateTime(text, raised);

@@ -267,9 +267,10 @@ void AlarmEventSource::deliver(const CTLVRecordV3& record, unsigned long long& h
         complain("events " + std::to_string(handled + 1) + " to " + std::to_string(sequence - 1) +
                  " are missing, the backend does not keep them any more");
     }
+    const AlarmEvent event = retryForASecond([&] { return alarmEventOf(sequence, record); });
     handled = sequence;
     ++m_events;
-    guarded("the listener's onEvent", [&] { m_listener.onEvent(sequence, record); });
+    guarded("the listener's onEvent", [&] { m_listener.onEvent(event, record); });
     noteHandled(sequence);
 }
 

@@ -25,6 +25,7 @@
 
 #include "host/base/backoff.h"
 #include "host/base/log_rate_limiter.h"
+#include "host/transport/alarm_event.h"
 #include "host/transport/backend_connection.h"
 #include "host/transport/backend_options.h"
 #include "host/transport/backend_protocol.h"
@@ -67,8 +68,9 @@ public:
         // state.lastSequence: a listener remembers that number then, and the store's identity with it.
         virtual void onConnected(const BackendState& state) = 0;
 
-        // An alarm was raised or cleared. Apart from `sequence` nothing in the record is checked.
-        virtual void onEvent(unsigned long long sequence, const CTLVRecordV3& record) = 0;
+        // An alarm was raised or cleared: what its record says, and the record itself, in which nothing but the event's
+        // number is checked.
+        virtual void onEvent(const AlarmEvent& event, const CTLVRecordV3& record) = 0;
 
         // The connection that onConnected() told of is gone.
         virtual void onDisconnected() = 0;

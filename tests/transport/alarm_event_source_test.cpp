@@ -46,13 +46,14 @@ public:
         m_handled->store = state.store;
         if (m_failsAtConnection) throw std::runtime_error("cannot compare");
     }
-    void onEvent(unsigned long long sequence, const CTLVRecordV3& record) override {
+    void onEvent(const AlarmEvent& event, const CTLVRecordV3& record) override {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_handled->sequence = sequence;
-        m_events.push_back(sequence);
+        m_handled->sequence = event.sequence;
+        m_events.push_back(event.sequence);
+        m_parsed.push_back(event);
         m_cells.push_back(record.count());
         m_currentAtEvents.push_back(m_isCurrent());
-        if (sequence == m_failAt) throw std::runtime_error("cannot handle it");
+        if (event.sequence == m_failAt) throw std::runtime_error("cannot handle it");
     }
     void onDisconnected() override {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -68,6 +69,7 @@ public:
     void watch(std::function<bool()> isCurrent) { m_isCurrent = std::move(isCurrent); }
 
     Numbers events() const { return copy(m_events); }
+    std::vector<AlarmEvent> parsed() const { return copy(m_parsed); }
     std::vector<std::size_t> cells() const { return copy(m_cells); }
     std::vector<bool> currentAtEvents() const { return copy(m_currentAtEvents); }
     Serials activeSerials() const { return copy(m_activeSerials); }
@@ -98,6 +100,7 @@ private:
     Serials m_activeSerials;
     std::vector<unsigned int> m_activeLevels;
     Numbers m_events;
+    std::vector<AlarmEvent> m_parsed;
     std::vector<std::size_t> m_cells;
     int m_connected = 0;
     int m_disconnected = 0;
@@ -486,6 +489,32 @@ TEST_F(AlarmEventSourceTest, ARecordWithANumberAndNothingElseIsPassedOn) {
     m_source.start();
     ASSERT_TRUE(hasEvents(1));
     EXPECT_EQ(m_listener.cells(), std::vector<std::size_t>{1});
+}
+
+TEST_F(AlarmEventSourceTest, AnEventIsReadFromItsRecord) {
+    CR8KPackageV3 package;
+    auto record = makeRecord(testCommands().subscribeAlarm);
+    appendUint64(*record, event_tag::SEQUENCE, 11);
+    appendUint64(*record, alarm_tag::ID, 4295032833ULL);
+    appendUint32(*record, alarm_tag::LEVEL, 5);
+    appendUint32(*record, alarm_tag::SERIAL, 7);
+    appendUint64(*record, alarm_tag::ENDED, 1600000000);
+    appendText(*record, alarm_tag::PARAMETERS, "CTE0,7");
+    package.append(std::move(record));
+    const PushingServer server(m_address, {encoded(package), PushingServer::push({12})});
+    m_source.start();
+    ASSERT_TRUE(hasEvents(2));
+    const std::vector<AlarmEvent> events = m_listener.parsed();
+    EXPECT_EQ(events[0].sequence, 11U);
+    EXPECT_EQ(events[0].alarmId, 4295032833ULL);
+    EXPECT_EQ(events[0].level, 5U);
+    EXPECT_EQ(events[0].serial, 7U);
+    EXPECT_FALSE(events[0].raised);
+    EXPECT_EQ(events[0].parameters, "CTE0,7");
+    EXPECT_EQ(events[1].sequence, 12U);  // whose record says nothing else
+    EXPECT_EQ(events[1].alarmId, 0U);
+    EXPECT_EQ(events[1].level, std::nullopt);
+    EXPECT_TRUE(events[1].raised);
 }
 
 TEST_F(AlarmEventSourceTest, EmptyPackagesAreNoEvents) {

@@ -25,7 +25,7 @@ class CountingListener : public AlarmEventSource::Listener {
 public:
     std::optional<HandledEvent> lastHandledEvent() override { return HandledEvent{}; }
     void onConnected(const BackendState&) override {}
-    void onEvent(unsigned long long, const CTLVRecordV3&) override { ++events; }
+    void onEvent(const AlarmEvent&, const CTLVRecordV3&) override { ++events; }
     void onDisconnected() override {}
 
     std::atomic<int> events{0};

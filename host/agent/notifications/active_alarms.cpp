@@ -2,8 +2,6 @@
 
 #include <utility>
 
-#include "host/agent/notifications/alarm_event.h"
-
 namespace vrx {
 
 void ActiveAlarms::onConnected(const BackendState& state) {
@@ -30,9 +28,8 @@ void ActiveAlarms::onConnected(const BackendState& state) {
 
 // Before the event goes on: who gets its trap and asks then finds it counted. Events that the backend's list was ahead
 // of are in the counts already.
-void ActiveAlarms::onEvent(unsigned long long sequence, const CTLVRecordV3& record) {
-    if (sequence > m_comparedAt) {
-        const AlarmEvent event = alarmEventOf(record);
+void ActiveAlarms::onEvent(const AlarmEvent& event, const CTLVRecordV3& record) {
+    if (event.sequence > m_comparedAt) {
         const FaultLevel level = faultLevelOf(event.level.value_or(0));
         const Moment now = Moment::now();
         const auto known = m_levels.find(event.serial);
@@ -42,7 +39,7 @@ void ActiveAlarms::onEvent(unsigned long long sequence, const CTLVRecordV3& reco
         if (changes && isNew) m_levels.emplace(event.serial, level);
         if (changes && !isNew) m_levels.erase(known);
         const MutexLock lock(m_mutex);
-        m_state.lastEvent = sequence;
+        m_state.lastEvent = event.sequence;
         m_state.lastEventAt = now;
         if (changes) {
             m_state.active = m_levels.size();
@@ -50,7 +47,7 @@ void ActiveAlarms::onEvent(unsigned long long sequence, const CTLVRecordV3& reco
             noteChange(now);
         }
     }
-    m_next.onEvent(sequence, record);
+    m_next.onEvent(event, record);
 }
 
 void ActiveAlarms::onDisconnected() {

@@ -55,7 +55,7 @@ public:
 
     std::optional<HandledEvent> lastHandledEvent() override { return m_next.lastHandledEvent(); }
     void onConnected(const BackendState& state) override;
-    void onEvent(unsigned long long sequence, const CTLVRecordV3& record) override;
+    void onEvent(const AlarmEvent& event, const CTLVRecordV3& record) override;
     void onDisconnected() override;
 
     State state() const;

@@ -36,37 +36,34 @@ FlapDamping::Verdict FlapDamping::sendAll() {
     for (auto& [name, alarm] : m_alarms) {
         for (auto& [stream, state] : alarm.streams) release(state, verdict);
     }
-    m_current = Current();
     m_alarms.clear();
     m_byAge.clear();
     m_due.clear();
     return verdict;
 }
 
-FlapDamping::Verdict FlapDamping::change(const Change& change, Clock::time_point now) {
-    Verdict verdict;
-    m_current = Current();
-    if (m_limits.changes == 0) return verdict;
+FlapDamping::Noted FlapDamping::change(const Change& change, Clock::time_point now) {
+    Noted noted;
+    if (m_limits.changes == 0) return noted;
     const Name name{change.alarmId, std::hash<std::string>()(change.parameters)};
     Alarm& alarm = alarmOf(name);
-    if (m_alarms.size() > m_most) forgetOne(verdict);
+    if (m_alarms.size() > m_most) forgetOne(noted.first);
 
-    m_current.name = name;
-    m_current.alarm = &alarm;
-    m_current.raised = change.raised;
-    m_current.serial = change.serial;
-    m_current.byTurns = change.raised ? !alarm.standing : alarm.standing == change.serial;
+    noted.name = name;
+    noted.raised = change.raised;
+    noted.serial = change.serial;
+    noted.byTurns = change.raised ? !alarm.standing : alarm.standing == change.serial;
     if (change.raised) {
         alarm.standing = change.serial;
-    } else if (m_current.byTurns) {
+    } else if (noted.byTurns) {
         alarm.standing.reset();
     }
-    if (m_current.byTurns) {
+    if (noted.byTurns) {
         alarm.changes.push_back(now);
         if (alarm.changes.size() > m_limits.changes) alarm.changes.pop_front();
     }
-    m_current.flaps = flaps(alarm, now);
-    return verdict;
+    noted.flaps = flaps(alarm, now);
+    return noted;
 }
 
 // The youngest of all from here on.
@@ -83,27 +80,28 @@ FlapDamping::Alarm& FlapDamping::alarmOf(const Name& name) {
     return alarm;
 }
 
-FlapDamping::Verdict FlapDamping::offer(const Stream& stream, Item item, Clock::time_point now) {
+FlapDamping::Verdict FlapDamping::offer(const Noted& change, const Stream& stream, Item item, Clock::time_point now) {
     Verdict verdict;
     verdict.send.reserve(MOST_HELD + 1);
-    if (m_current.alarm == nullptr) {
+    const auto alarm = change.name ? m_alarms.find(*change.name) : m_alarms.end();
+    if (alarm == m_alarms.end()) {
         verdict.send.push_back(item);
         return verdict;
     }
-    std::map<Stream, StreamState>& streams = m_current.alarm->streams;
+    std::map<Stream, StreamState>& streams = alarm->second.streams;
     const auto found = streams.find(stream);
     const bool known = found != streams.end();
     if (known && !found->second.held.empty()) {
         StreamState& state = found->second;
         const Held& last = state.held.back();
-        if (m_current.byTurns && last.raised && !m_current.raised && last.serial == m_current.serial) {
+        if (change.byTurns && last.raised && !change.raised && last.serial == change.serial) {
             verdict.superseded = {last.item, item};
             state.held.pop_back();
             --m_held;
             return verdict;
         }
-        if (m_current.byTurns && !last.raised && m_current.raised) {
-            hold(stream, state, item);
+        if (change.byTurns && !last.raised && change.raised) {
+            hold(change, stream, state, item);
             return verdict;
         }
         release(state, verdict);  // it stands more than once, or this stream has missed something
@@ -112,12 +110,12 @@ FlapDamping::Verdict FlapDamping::offer(const Stream& stream, Item item, Clock::
         return verdict;
     }
     const bool early = known && now < found->second.lastSent + m_limits.interval;
-    if (m_current.flaps && m_current.byTurns && early) {
-        hold(stream, found->second, item);
+    if (change.flaps && change.byTurns && early) {
+        hold(change, stream, found->second, item);
         return verdict;
     }
     verdict.send.push_back(item);
-    if (m_current.flaps) {
+    if (change.flaps) {
         streams[stream].lastSent = now;
     } else if (known) {
         streams.erase(found);
@@ -175,9 +173,10 @@ bool FlapDamping::holds(const Alarm& alarm) {
                        [](const auto& stream) { return !stream.second.held.empty(); });
 }
 
-void FlapDamping::hold(const Stream& stream, StreamState& state, Item item) {
-    m_due.emplace(state.lastSent + m_limits.interval, m_current.name, stream);
-    state.held.push_back({item, m_current.serial, m_current.raised});
+// REQUIRES: the change's name.
+void FlapDamping::hold(const Noted& change, const Stream& stream, StreamState& state, Item item) {
+    m_due.emplace(state.lastSent + m_limits.interval, *change.name, stream);
+    state.held.push_back({item, change.serial, change.raised});
     ++m_held;
 }
 

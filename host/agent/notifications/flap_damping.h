@@ -2,8 +2,9 @@
 // whether the trap goes now or is held. A stream is one kind of trap to one destination.
 //
 //     FlapDamping damping(limits);
-//     damping.change({alarmId, serial, raised, parameters}, now);   // once per event: what it returns goes first
-//     FlapDamping::Verdict verdict = damping.offer(stream, item, now);   // then once per stream
+//     const FlapDamping::Noted noted = damping.change({alarmId, serial, raised, parameters}, now);  // once per event
+//     ...                                                                    // noted.first goes first
+//     FlapDamping::Verdict verdict = damping.offer(noted, stream, item, now);  // then once per stream
 //     ...
 //     verdict = damping.takeDue(now);                                // from nextDue() on
 //
@@ -65,6 +66,20 @@ public:
         std::vector<Item> superseded;
     };
 
+    // Of the parameters their hash: they may be long. Two objects taken for one flap a little sooner, and no trap is
+    // cancelled by another than that of its own serial number.
+    using Name = std::pair<std::uint64_t, std::size_t>;
+
+    // A change, for the traps that tell of it.
+    struct Noted {
+        std::optional<Name> name;  // nothing: not to be paced
+        bool byTurns = false;      // a raise of what had ended, or the end of what was raised last
+        bool flaps = false;
+        bool raised = false;
+        std::uint32_t serial = 0;
+        Verdict first;  // what was held of an alarm that is forgotten for this one: to be sent before
+    };
+
     static constexpr std::size_t ALARMS = 4096;
 
     explicit FlapDamping(const FlapDampingLimits& limits, std::size_t alarms = ALARMS)
@@ -75,12 +90,11 @@ public:
     // Off: all that is held is to be sent.
     Verdict setLimits(const FlapDampingLimits& limits);
 
-    // An alarm changes; offer() is about this change until the next one. What was held of an alarm that is forgotten
-    // for this one is to be sent.
-    Verdict change(const Change& change, Clock::time_point now);
+    // An alarm changes.
+    Noted change(const Change& change, Clock::time_point now);
 
     // The trap of the change for a stream. Neither sent nor superseded: it is held.
-    Verdict offer(const Stream& stream, Item item, Clock::time_point now);
+    Verdict offer(const Noted& change, const Stream& stream, Item item, Clock::time_point now);
 
     // What an interval has ended for.
     Verdict takeDue(Clock::time_point now);
@@ -91,10 +105,6 @@ public:
     std::size_t held() const { return m_held; }
 
 private:
-    // Of the parameters their hash: they may be long. Two objects taken for one flap a little sooner, and no trap is
-    // cancelled by another than that of its own serial number.
-    using Name = std::pair<std::uint64_t, std::size_t>;
-
     struct Held {
         Item item;
         std::uint32_t serial;
@@ -113,21 +123,12 @@ private:
         std::list<Name>::iterator place;        // in m_byAge
     };
 
-    struct Current {
-        Name name;
-        Alarm* alarm = nullptr;  // null: nothing to be paced
-        bool byTurns = false;    // a raise of what had ended, or the end of what was raised last
-        bool flaps = false;
-        bool raised = false;
-        std::uint32_t serial = 0;
-    };
-
     Alarm& alarmOf(const Name& name);
     StreamState* stateOf(const Name& name, const Stream& stream);
     void takeFirst(Clock::time_point now, Verdict& verdict);
     bool flaps(const Alarm& alarm, Clock::time_point now) const;
     static bool holds(const Alarm& alarm);
-    void hold(const Stream& stream, StreamState& state, Item item);
+    void hold(const Noted& change, const Stream& stream, StreamState& state, Item item);
     void release(StreamState& state, Verdict& verdict);
     Verdict sendAll();
     void forgetOne(Verdict& verdict);
@@ -135,8 +136,7 @@ private:
     FlapDampingLimits m_limits;
     const std::size_t m_most;
     std::map<Name, Alarm> m_alarms;
-    std::list<Name> m_byAge;  // the one that changed last comes last
-    Current m_current;
+    std::list<Name> m_byAge;                                      // the one that changed last comes last
     std::set<std::tuple<Clock::time_point, Name, Stream>> m_due;  // at least those that are
     std::size_t m_held = 0;
 };

@@ -60,45 +60,47 @@ std::map<std::string, NotificationDelivery::Paced> NotificationDelivery::paced()
 
 // One event
 
-void NotificationDelivery::begin(unsigned long long sequence, const CTLVRecordV3& record) {
+NotificationDelivery::Begun NotificationDelivery::begin(const AlarmEvent& event, const Ticket& ticket) {
     const MutexLock lock(m_mutex);
-    m_eventKnown = false;
+    Begun begun{event, ticket, FlapDamping::Noted()};
+    if (!m_pacing) return begun;
     try {
-        retryForASecond([&]() REQUIRES(m_mutex) { m_event = alarmEventOf(record); });
-        if (m_pacing) {
-            follow(retryForASecond([&]() REQUIRES(m_mutex) {
-                return m_damping.change({m_event.alarmId, m_event.serial, m_event.raised, m_event.parameters},
-                                        Clock::now());
-            }));
-        }
-        m_eventKnown = true;
+        retryForASecond([&]() REQUIRES(m_mutex) {
+            begun.change =
+                m_damping.change({event.alarmId, event.serial, event.raised, event.parameters}, Clock::now());
+        });
+        follow(begun.change->first);
     } catch (const std::bad_alloc&) {
-        agent_log::fault({"alarm event ", std::to_string(sequence), " is neither logged nor paced: no memory"});
+        begun.change.reset();
+        agent_log::fault({"alarm event ", std::to_string(event.sequence), " is neither logged nor paced: no memory"});
     }
+    return begun;
 }
 
-bool NotificationDelivery::deliver(const NotificationOrigin& origin, const Ticket& ticket,
-                                   const std::vector<Destinations>& offered, const std::list<tTrapDestInfo>& chosen,
+bool NotificationDelivery::deliver(const Begun& begun, unsigned int handler, const std::vector<Destinations>& offered,
+                                   const std::list<tTrapDestInfo>& chosen,
                                    const std::shared_ptr<const Notification>& trap) {
     const MutexLock lock(m_mutex);
-    const bool goes = trap != nullptr && !trap->oid.empty() && m_eventKnown;
+    const bool goes = trap != nullptr && !trap->oid.empty() && begun.change;
     const std::set<std::string> held =
-        goes && m_pacing ? holdBack(origin, ticket, offered, chosen, trap) : std::set<std::string>();
+        goes && m_pacing ? holdBack(begun, handler, offered, chosen, trap) : std::set<std::string>();
+    const NotificationOrigin origin{begun.event.sequence, handler};
     bool taken = true;
     for (std::size_t sink = 0; sink < m_sinks.size(); ++sink) {
         if (offered[sink] == nullptr || offered[sink]->empty()) continue;
         if (held.empty()) {
-            taken = submit(sink, origin, *offered[sink], chosen, trap, ticket) && taken;
+            taken = submit(sink, origin, *offered[sink], chosen, trap, begun.ticket) && taken;
         } else {
-            taken = submitBut(held, sink, origin, *offered[sink], chosen, trap, ticket) && taken;
+            taken = submitBut(held, sink, origin, *offered[sink], chosen, trap, begun.ticket) && taken;
         }
     }
-    if (goes) log(SentBecause::Event, 0, origin.sequence, m_event, namesOf(chosen, held), trap);
+    if (goes) log(SentBecause::Event, 0, begun.event, namesOf(chosen, held), trap);
     return taken;
 }
 
 // Which of the destinations the trap is held back from, by their keys.
-std::set<std::string> NotificationDelivery::holdBack(const NotificationOrigin& origin, const Ticket& ticket,
+// REQUIRES: the event's change.
+std::set<std::string> NotificationDelivery::holdBack(const Begun& begun, unsigned int handler,
                                                      const std::vector<Destinations>& offered,
                                                      const std::list<tTrapDestInfo>& chosen,
                                                      const std::shared_ptr<const Notification>& trap) {
@@ -111,7 +113,7 @@ std::set<std::string> NotificationDelivery::holdBack(const NotificationOrigin& o
             bool goes = true;
             try {
                 retryForASecond([&]() REQUIRES(m_mutex) {
-                    goes = !isHeld({sink, key, info, origin, ticket, m_event, trap});
+                    goes = !isHeld(*begun.change, {sink, key, info, handler, begun.ticket, begun.event, trap});
                 });
             } catch (const std::bad_alloc&) {
                 goes = true;
@@ -123,14 +125,14 @@ std::set<std::string> NotificationDelivery::holdBack(const NotificationOrigin& o
 }
 
 // Asks the pacing for one destination. All or nothing when it throws.
-bool NotificationDelivery::isHeld(Held held) {
+bool NotificationDelivery::isHeld(const FlapDamping::Noted& change, Held held) {
     const FlapDamping::Item item = ++m_lastItem;
     const Ticket ticket = held.ticket;
-    const FlapDamping::Stream stream{held.origin.handler, held.key};
+    const FlapDamping::Stream stream{held.handler, held.key};
     const auto place = m_held.emplace(item, std::move(held)).first;
     FlapDamping::Verdict verdict;
     try {
-        verdict = m_damping.offer(stream, item, Clock::now());
+        verdict = m_damping.offer(change, stream, item, Clock::now());
         wakeForDue();
     } catch (...) {
         m_held.erase(place);
@@ -174,7 +176,8 @@ void NotificationDelivery::sendHeld(const Held& held) {
     bool taken = true;
     try {
         retryForASecond([&] {
-            m_sinks[held.sink]->submit(held.origin, {{held.key, held.info}}, {held.info}, held.trap,
+            m_sinks[held.sink]->submit({held.event.sequence, held.handler}, {{held.key, held.info}}, {held.info},
+                                       held.trap,
                                        [&ledger = m_ledger, ticket = held.ticket] { ledger.settle(ticket); });
         });
     } catch (const std::bad_alloc&) {
@@ -185,7 +188,7 @@ void NotificationDelivery::sendHeld(const Held& held) {
         agent_log::fault({"a held trap for destination ", held.info.index, " is dropped: no memory"});
         return;
     }
-    log(SentBecause::Held, 0, held.origin.sequence, held.event, {destinationName(held.info)}, held.trap);
+    log(SentBecause::Held, 0, held.event, {destinationName(held.info)}, held.trap);
 }
 
 // The loop comes when the first interval ends.
@@ -260,15 +263,14 @@ std::vector<std::string> NotificationDelivery::namesOf(const std::list<tTrapDest
     return names;
 }
 
-void NotificationDelivery::log(SentBecause because, std::uint64_t again, unsigned long long sequence,
-                               const AlarmEvent& event, std::vector<std::string> destinations,
-                               const std::shared_ptr<const Notification>& trap) {
+void NotificationDelivery::log(SentBecause because, std::uint64_t again, const AlarmEvent& event,
+                               std::vector<std::string> destinations, const std::shared_ptr<const Notification>& trap) {
     if (destinations.empty()) return;
     LoggedNotification entry;
     entry.time = std::chrono::system_clock::now();
     entry.because = because;
     entry.again = again;
-    entry.sequence = sequence;
+    entry.sequence = event.sequence;
     entry.alarmId = event.alarmId;
     entry.serial = event.serial;
     entry.raised = event.raised;
@@ -308,8 +310,8 @@ NotificationDelivery::SentAgain NotificationDelivery::sendAgain(std::uint64_t nu
                                               " are gone: " + joined(entry->destinations)
                                         : "there is no trap destination " + to);
     }
-    const AlarmEvent event{entry->alarmId, entry->serial, entry->raised, entry->level, ""};
-    log(SentBecause::Asked, number, entry->sequence, event, result.destinations, trap);
+    const AlarmEvent event{entry->sequence, entry->alarmId, entry->serial, entry->raised, entry->level, ""};
+    log(SentBecause::Asked, number, event, result.destinations, trap);
     return result;
 }
 

@@ -1,8 +1,8 @@
 // The last steps of a trap before the sinks: traps of alarms that flap are paced (flap_damping.h), and what goes out is
 // logged (notification_log.h). Sends logged traps again.
 //
-//     delivery.begin(sequence, record);                                    // once per alarm event
-//     delivery.deliver({sequence, 0}, ticket, offered, chosen, trap);      // once per notification handler
+//     const NotificationDelivery::Begun begun = delivery.begin(event, ticket);  // once per alarm event
+//     delivery.deliver(begun, 0, offered, chosen, trap);                        // once per notification handler
 //
 // An event whose trap is held stays open in the ledger until the trap is sent or superseded: after a restart it comes
 // again.
@@ -25,11 +25,11 @@
 #include "host/agent/delivery/notification_sink.h"
 #include "host/agent/loop/timer.h"
 #include "host/agent/loop/wakeup.h"
-#include "host/agent/notifications/alarm_event.h"
 #include "host/agent/notifications/event_ledger.h"
 #include "host/agent/notifications/flap_damping.h"
 #include "host/agent/notifications/notification_log.h"
 #include "host/base/mutex.h"
+#include "host/transport/alarm_event.h"
 
 namespace vrx {
 
@@ -66,15 +66,20 @@ public:
     // When pacing is turned off all that is held goes out.
     void setLimits(const FlapDampingLimits& limits);
 
-    // An alarm event: what is delivered until the next one is about it.
-    void begin(unsigned long long sequence, const CTLVRecordV3& record);
+    // An alarm event, for the traps of it. The event outlives it.
+    struct Begun {
+        const AlarmEvent& event;
+        Ticket ticket;
+        std::optional<FlapDamping::Noted> change;  // nothing: no memory, the traps are neither logged nor paced
+    };
+    Begun begin(const AlarmEvent& event, const Ticket& ticket);
+    Begun begin(AlarmEvent&& event, const Ticket& ticket) = delete;
 
-    // The trap of one handler, null when it could not be built. `offered` are the destinations of each sink that were
-    // chosen from. False when there was no memory for it at some sink, for which it is settled then. Throws
-    // std::bad_alloc, and no sink got it.
-    [[nodiscard]] bool deliver(const NotificationOrigin& origin, const Ticket& ticket,
-                               const std::vector<Destinations>& offered, const std::list<tTrapDestInfo>& chosen,
-                               const std::shared_ptr<const Notification>& trap);
+    // The trap of one handler, by its place among the dispatcher's; null when it could not be built. `offered` are the
+    // destinations of each sink that were chosen from. False when there was no memory for it at some sink, for which
+    // it is settled then. Throws std::bad_alloc, and no sink got it.
+    [[nodiscard]] bool deliver(const Begun& begun, unsigned int handler, const std::vector<Destinations>& offered,
+                               const std::list<tTrapDestInfo>& chosen, const std::shared_ptr<const Notification>& trap);
 
     // A logged trap, to the destinations that it went to, or to the one of that name. Throws SendAgainFault.
     SentAgain sendAgain(std::uint64_t number, const std::string& to);
@@ -92,7 +97,7 @@ private:
         std::size_t sink = 0;
         std::string key;
         tTrapDestInfo info;
-        NotificationOrigin origin;
+        unsigned int handler = 0;
         Ticket ticket;
         AlarmEvent event;
         std::shared_ptr<const Notification> trap;
@@ -104,10 +109,10 @@ private:
         tTrapDestInfo info;
     };
 
-    std::set<std::string> holdBack(const NotificationOrigin& origin, const Ticket& ticket,
-                                   const std::vector<Destinations>& offered, const std::list<tTrapDestInfo>& chosen,
+    std::set<std::string> holdBack(const Begun& begun, unsigned int handler, const std::vector<Destinations>& offered,
+                                   const std::list<tTrapDestInfo>& chosen,
                                    const std::shared_ptr<const Notification>& trap) REQUIRES(m_mutex);
-    bool isHeld(Held held) REQUIRES(m_mutex);
+    bool isHeld(const FlapDamping::Noted& change, Held held) REQUIRES(m_mutex);
     void follow(const FlapDamping::Verdict& verdict) REQUIRES(m_mutex);
     void sendHeld(const Held& held) REQUIRES(m_mutex);
     void wakeForDue() REQUIRES(m_mutex);
@@ -119,8 +124,8 @@ private:
                                  const std::shared_ptr<const Notification>& trap, const Ticket& ticket)
         REQUIRES(m_mutex);
     static std::vector<std::string> namesOf(const std::list<tTrapDestInfo>& chosen, const std::set<std::string>& held);
-    void log(SentBecause because, std::uint64_t again, unsigned long long sequence, const AlarmEvent& event,
-             std::vector<std::string> destinations, const std::shared_ptr<const Notification>& trap) REQUIRES(m_mutex);
+    void log(SentBecause because, std::uint64_t again, const AlarmEvent& event, std::vector<std::string> destinations,
+             const std::shared_ptr<const Notification>& trap) REQUIRES(m_mutex);
     std::optional<Place> find(const std::string& name) const;
 
     // Agent thread.
@@ -135,8 +140,6 @@ private:
     bool m_pacing GUARDED_BY(m_mutex) = false;  // is on
     bool m_stopped GUARDED_BY(m_mutex) = false;
     FlapDamping m_damping GUARDED_BY(m_mutex){FlapDampingLimits()};
-    bool m_eventKnown GUARDED_BY(m_mutex) = false;
-    AlarmEvent m_event GUARDED_BY(m_mutex);
     FlapDamping::Item m_lastItem GUARDED_BY(m_mutex) = 0;
     std::map<FlapDamping::Item, Held> m_held GUARDED_BY(m_mutex);
     std::map<std::string, std::uint64_t> m_suppressed GUARDED_BY(m_mutex);

@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "host/agent/loop/agent_log.h"
-#include "host/agent/notifications/alarm_event.h"
 #include "host/base/logging.h"
 #include "host/base/memory_retry.h"
 #include "host/transport/backend_protocol.h"
@@ -21,10 +20,9 @@ namespace {
 constexpr std::uint64_t LINES_OF_A_RENDERING = 10;
 
 // What an operator finds the alarm by: "4 (alarm 4295032833, serial 7)".
-std::string nameOf(unsigned long long sequence, const CTLVRecordV3& record) {
-    const AlarmEvent event = alarmEventOf(record);
+std::string nameOf(const AlarmEvent& event) {
     const auto known = [](std::uint64_t number) { return number == 0 ? "unknown" : std::to_string(number); };
-    return std::to_string(sequence) + " (alarm " + known(event.alarmId) + ", serial " + known(event.serial) + ")";
+    return std::to_string(event.sequence) + " (alarm " + known(event.alarmId) + ", serial " + known(event.serial) + ")";
 }
 
 }  // namespace
@@ -78,21 +76,20 @@ void NotificationPipeline::startAfter(unsigned long long sequence, const std::st
     m_ledger.startAfter(sequence, store);
 }
 
-void NotificationPipeline::onEvent(unsigned long long sequence, const CTLVRecordV3& record) {
+void NotificationPipeline::onEvent(const AlarmEvent& event, const CTLVRecordV3& record) {
     MutexLock handling(m_handling);
     if (!mayBegin(handling)) return;
-    struct Begun {
-        ~Begun() { ledger.settle(ticket); }
+    struct Open {
+        ~Open() { ledger.settle(ticket); }
         EventLedger& ledger;
         const Ticket ticket;
-    } const begun{m_ledger, retryForASecond([&] { return m_ledger.begin(sequence); })};
-    const Ticket& ticket = begun.ticket;
+    } const open{m_ledger, retryForASecond([&] { return m_ledger.begin(event.sequence); })};
     ++m_events;
-    follow(sequence, record);
+    follow(event, record);
     m_alarmsChanged();
-    m_delivery.begin(sequence, record);
+    const NotificationDelivery::Begun begun = m_delivery.begin(event, open.ticket);
     unsigned int place = 0;
-    for (INotifyMsgHandler* handler : m_handlers) notify(*handler, place++, ticket, record);
+    for (INotifyMsgHandler* handler : m_handlers) notify(*handler, place++, begun, record);
 }
 
 // Waits while traps of the event are wanted and cannot be built; false when the wait ended because the path stops.
@@ -124,25 +121,24 @@ NotificationPipeline::Counters NotificationPipeline::counters() const {
 }
 
 // Whether the repository is behind the event. The module takes an alarm that it has already for an error.
-bool NotificationPipeline::changesList(unsigned long long sequence, const CTLVRecordV3& record) {
-    if (sequence <= m_comparedAt) return false;
-    if (sequence > m_listedUpTo) {
+bool NotificationPipeline::changesList(const AlarmEvent& event) {
+    if (event.sequence <= m_comparedAt) return false;
+    if (event.sequence > m_listedUpTo) {
         if (!m_held.empty()) m_held = {};
         return true;
     }
-    const AlarmEvent event = alarmEventOf(record);
     if (event.serial == 0) return true;  // who follows it says what is wrong
     return event.raised ? m_held.insert(event.serial).second : m_held.erase(event.serial) > 0;
 }
 
-void NotificationPipeline::follow(unsigned long long sequence, const CTLVRecordV3& record) {
+void NotificationPipeline::follow(const AlarmEvent& event, const CTLVRecordV3& record) {
     try {
-        const bool changes = retryForASecond([&]() REQUIRES(m_handling) { return changesList(sequence, record); });
+        const bool changes = retryForASecond([&]() REQUIRES(m_handling) { return changesList(event); });
         if (changes) retryForASecond([&] { m_binding.follow(record); });
     } catch (const std::exception& fault) {
         ++m_badRecords;
         retryForever([&]() REQUIRES(m_handling) {
-            complain("alarm event " + nameOf(sequence, record) +
+            complain("alarm event " + nameOf(event) +
                      ": the repository of active alarms cannot follow it: " + fault.what());
         });
     }
@@ -173,8 +169,9 @@ const TrapDestinationMap& NotificationPipeline::allDestinations() {
     return *m_merged;
 }
 
-void NotificationPipeline::notify(INotifyMsgHandler& handler, unsigned int place, const Ticket& ticket,
-                                  const CTLVRecordV3& record) {
+void NotificationPipeline::notify(INotifyMsgHandler& handler, unsigned int place,
+                                  const NotificationDelivery::Begun& begun, const CTLVRecordV3& record) {
+    const AlarmEvent& event = begun.event;
     std::list<tTrapDestInfo> chosen;
     std::shared_ptr<const Notification> trap;
     try {
@@ -185,18 +182,18 @@ void NotificationPipeline::notify(INotifyMsgHandler& handler, unsigned int place
             handler.filterTrapMap(all, chosen);
         });
         if (!chosen.empty())
-            trap = retryForASecond([&]() REQUIRES(m_handling) { return build(handler, ticket, record); });
+            trap = retryForASecond([&]() REQUIRES(m_handling) { return build(handler, event, record); });
     } catch (const std::exception& fault) {
         ++m_notBuilt;
         retryForever([&]() REQUIRES(m_handling) {
-            complain("alarm event " + nameOf(ticket.sequence, record) + " gives no trap: " + fault.what());
+            complain("alarm event " + nameOf(event) + " gives no trap: " + fault.what());
         });
     }
     try {
-        if (!m_delivery.deliver({ticket.sequence, place}, ticket, m_parts, chosen, trap)) ++m_notBuilt;
+        if (!m_delivery.deliver(begun, place, m_parts, chosen, trap)) ++m_notBuilt;
     } catch (const std::bad_alloc& fault) {
         ++m_notBuilt;
-        agent_log::fault({"alarm event ", std::to_string(ticket.sequence), " is skipped: ", fault.what()});
+        agent_log::fault({"alarm event ", std::to_string(event.sequence), " is skipped: ", fault.what()});
     }
 }
 
@@ -211,7 +208,7 @@ void NotificationPipeline::complain(const std::string& text) {
 }
 
 // Null when the handler cannot use the record.
-std::shared_ptr<const Notification> NotificationPipeline::build(INotifyMsgHandler& handler, const Ticket& ticket,
+std::shared_ptr<const Notification> NotificationPipeline::build(INotifyMsgHandler& handler, const AlarmEvent& event,
                                                                 const CTLVRecordV3& record) {
     Agentpp::Vbx* raw = nullptr;
     struct Release {
@@ -222,7 +219,7 @@ std::shared_ptr<const Notification> NotificationPipeline::build(INotifyMsgHandle
     const int result = handler.constructAlarmTrapVb(record, raw);
     if (result != 0 || raw == nullptr) {
         ++m_notBuilt;
-        complain("alarm event " + nameOf(ticket.sequence, record) + " gives no trap, the notification handler gives " +
+        complain("alarm event " + nameOf(event) + " gives no trap, the notification handler gives " +
                  std::to_string(result) +
                  ": see the module's line before, mend or add the alarm's definition and reload");
         return nullptr;
@@ -231,12 +228,12 @@ std::shared_ptr<const Notification> NotificationPipeline::build(INotifyMsgHandle
     int leftOut = 0;
     auto trap = std::make_shared<Notification>(trapOf(trapOid, raw, handler.getTrapVbLen(), leftOut));
     if (leftOut > 0) {
-        agent_log::warn("alarm event " + nameOf(ticket.sequence, record) + ": " + std::to_string(leftOut) +
+        agent_log::warn("alarm event " + nameOf(event) + ": " + std::to_string(leftOut) +
                         " bindings without an object identifier are left out");
     }
     if (trap->oid.empty()) {
-        complain("alarm event " + nameOf(ticket.sequence, record) + ": its trap is dropped, \"" +
-                 trapOid.get_printable() + "\" is no trap OID: mend alarmOid in the alarm's definition and reload");
+        complain("alarm event " + nameOf(event) + ": its trap is dropped, \"" + trapOid.get_printable() +
+                 "\" is no trap OID: mend alarmOid in the alarm's definition and reload");
     }
     m_quiet = false;
     return trap;

@@ -48,7 +48,7 @@ public:
 
     std::optional<HandledEvent> lastHandledEvent() override;
     void onConnected(const BackendState& state) override;
-    void onEvent(unsigned long long sequence, const CTLVRecordV3& record) override;
+    void onEvent(const AlarmEvent& event, const CTLVRecordV3& record) override;
     void onDisconnected() override;
 
     Counters counters() const;
@@ -65,13 +65,13 @@ private:
 
     void startAfter(unsigned long long sequence, const std::string& store) REQUIRES(m_handling);
     void complain(const std::string& text) REQUIRES(m_handling);
-    bool changesList(unsigned long long sequence, const CTLVRecordV3& record) REQUIRES(m_handling);
+    bool changesList(const AlarmEvent& event) REQUIRES(m_handling);
     bool mayBegin(MutexLock& handling) REQUIRES(m_handling);
-    void follow(unsigned long long sequence, const CTLVRecordV3& record) REQUIRES(m_handling);
+    void follow(const AlarmEvent& event, const CTLVRecordV3& record) REQUIRES(m_handling);
     const TrapDestinationMap& allDestinations() REQUIRES(m_handling);
-    void notify(INotifyMsgHandler& handler, unsigned int place, const Ticket& ticket, const CTLVRecordV3& record)
-        REQUIRES(m_handling);
-    std::shared_ptr<const Notification> build(INotifyMsgHandler& handler, const Ticket& ticket,
+    void notify(INotifyMsgHandler& handler, unsigned int place, const NotificationDelivery::Begun& begun,
+                const CTLVRecordV3& record) REQUIRES(m_handling);
+    std::shared_ptr<const Notification> build(INotifyMsgHandler& handler, const AlarmEvent& event,
                                               const CTLVRecordV3& record) REQUIRES(m_handling);
 
     const std::list<INotifyMsgHandler*>& m_handlers;

@@ -27,8 +27,8 @@ public:
     void onConnected(const BackendState& state) override {
         note("connected " + std::to_string(state.lastSequence) + " " + std::to_string(state.alarms.size()));
     }
-    void onEvent(unsigned long long sequence, const CTLVRecordV3&) override {
-        note("event " + std::to_string(sequence));
+    void onEvent(const AlarmEvent& event, const CTLVRecordV3&) override {
+        note("event " + std::to_string(event.sequence));
         if (fails) throw std::runtime_error("no luck");
     }
     void onDisconnected() override { note("disconnected"); }
@@ -60,7 +60,7 @@ protected:
         appendUint64(record, alarm_tag::ENDED, ended);
         appendUint64(record, alarm_tag::SECOND_END, 0);
         appendText(record, alarm_tag::PARAMETERS, "p");
-        m_alarms.onEvent(sequence, record);
+        m_alarms.onEvent(alarmEventOf(sequence, record), record);
     }
 
     std::vector<std::size_t> levels() const {
@@ -129,7 +129,7 @@ TEST_F(ActiveAlarmsTest, AnAlarmCountsForTheLevelThatItWasRaisedWith) {
 
 TEST_F(ActiveAlarmsTest, ARecordOfNoUseIsLeftToTheNextListener) {
     connect(0, {{1, MAJOR}});
-    m_alarms.onEvent(1, *emptyRecord());
+    m_alarms.onEvent(alarmEventOf(1, *emptyRecord()), *emptyRecord());
     EXPECT_EQ(m_alarms.state().active, 1U);
     EXPECT_EQ(m_alarms.state().lastEvent, 1U);
     EXPECT_EQ(m_next.heard.back(), "event 1, active 1");

@@ -31,10 +31,11 @@ public:
         const FlapDamping::Change change{object, m_standing[object], raised, std::string(50, 'x')};
         if (!raised) m_standing.erase(object);
         m_changes.push_back(change);
-        take(failing([&] { return m_damping.change(change, m_now); }));
+        const FlapDamping::Noted noted = failing([&] { return m_damping.change(change, m_now); });
+        take(noted.first);
         const Item item = m_changes.size();
         m_open.insert(item);
-        take(failing([&] { return m_damping.offer({0, "a destination of some length"}, item, m_now); }));
+        take(failing([&] { return m_damping.offer(noted, {0, "a destination of some length"}, item, m_now); }));
         ASSERT_EQ(m_damping.held(), m_open.size());
     }
 
@@ -53,12 +54,12 @@ private:
     static constexpr std::size_t OBJECTS = 5;
 
     template <typename Action>
-    FlapDamping::Verdict failing(const Action& action) {
+    auto failing(const Action& action) -> decltype(action()) {
         failing_memory::failAt(1 + m_random() % 8);
         try {
-            FlapDamping::Verdict verdict = action();
+            auto result = action();
             failing_memory::failAt(0);
-            return verdict;
+            return result;
         } catch (const std::bad_alloc&) {
             failing_memory::failAt(0);
             ++m_failures;

@@ -29,8 +29,13 @@ protected:
     void raise(std::uint32_t serial, const std::string& object = "fan") { change(serial, true, object); }
     void end(std::uint32_t serial, const std::string& object = "fan") { change(serial, false, object); }
     void change(std::uint32_t serial, bool raised, const std::string& object) {
-        take(m_damping->change({7, serial, raised, object}, m_now));
-        take(m_damping->offer(STREAM, raised ? serial : serial + 100, m_now));
+        m_noted = note({7, serial, raised, object});
+        take(m_damping->offer(m_noted, STREAM, raised ? serial : serial + 100, m_now));
+    }
+    FlapDamping::Noted note(const FlapDamping::Change& change) {
+        FlapDamping::Noted noted = m_damping->change(change, m_now);
+        take(noted.first);
+        return noted;
     }
     void pass(seconds time) {
         m_now += time;
@@ -53,6 +58,7 @@ protected:
 
     std::unique_ptr<FlapDamping> m_damping = std::make_unique<FlapDamping>(LIMITS);
     FlapDamping::Clock::time_point m_now{};
+    FlapDamping::Noted m_noted;  // the last change
     std::vector<Item> m_sent;
     std::vector<Item> m_superseded;
 };
@@ -186,13 +192,22 @@ TEST_F(FlapDampingTest, StreamsArePacedByThemselves) {
     flap();
     end(2);
     EXPECT_THAT(sent(), IsEmpty());
-    take(m_damping->offer(OTHER, 900, m_now));  // the first that this destination hears of it
+    take(m_damping->offer(m_noted, OTHER, 900, m_now));  // the first that this destination hears of it
     EXPECT_THAT(sent(), ElementsAre(900));
-    m_damping->change({7, 3, true, "fan"}, m_now);
-    take(m_damping->offer(OTHER, 901, m_now));
+    take(m_damping->offer(note({7, 3, true, "fan"}), OTHER, 901, m_now));
     EXPECT_THAT(sent(), IsEmpty());
     pass(seconds(60));
     EXPECT_THAT(sent(), ElementsAre(102, 901));
+}
+
+TEST_F(FlapDampingTest, ATrapIsPacedByTheChangeThatItTellsOf) {
+    flap();
+    const FlapDamping::Noted flapping = note({7, 2, false, "fan"});
+    const FlapDamping::Noted calm = note({7, 3, true, "disk"});
+    take(m_damping->offer(flapping, STREAM, 102, m_now));
+    EXPECT_THAT(sent(), IsEmpty());
+    take(m_damping->offer(calm, STREAM, 3, m_now));
+    EXPECT_THAT(sent(), ElementsAre(3));
 }
 
 TEST_F(FlapDampingTest, AStreamThatMissedAChangeGetsTheNextOneAtOnce) {
@@ -217,9 +232,9 @@ TEST_F(FlapDampingTest, TurnedOffItSendsWhatItHolds) {
 
 TEST_F(FlapDampingTest, TurnedOffBetweenAChangeAndItsTrapItSendsTheTrap) {
     flap();
-    take(m_damping->change({7, 2, false, "fan"}, m_now));
+    m_noted = note({7, 2, false, "fan"});
     take(m_damping->setLimits({0, seconds(10), seconds(60)}));
-    take(m_damping->offer(STREAM, 102, m_now));
+    take(m_damping->offer(m_noted, STREAM, 102, m_now));
     EXPECT_THAT(sent(), ElementsAre(102));
 }
 
@@ -318,11 +333,12 @@ protected:
             auto& standing = m_standing[event.object];
             standing.erase(std::find(standing.begin(), standing.end(), event.serial));
         }
-        take(m_damping.change({event.object, event.serial, event.raised, "object"}, m_now));
+        const FlapDamping::Noted noted = m_damping.change({event.object, event.serial, event.raised, "object"}, m_now);
+        take(noted.first);
         for (std::size_t stream = 0; stream < STREAMS; ++stream) {
             const Item item = m_events.size() * STREAMS + stream;
             m_open.insert(item);
-            take(m_damping.offer({static_cast<unsigned int>(stream), "1"}, item, m_now));
+            take(m_damping.offer(noted, {static_cast<unsigned int>(stream), "1"}, item, m_now));
             Told& told = m_told[{event.object, stream}];
             if (++told.events > 1) continue;
             EXPECT_EQ(told.last, m_events.size()) << "the first one goes at once";

@@ -7,7 +7,6 @@
 #include <filesystem>
 
 #include "host/notification_log/notification_codec.h"
-#include "tests/agent/notifications/notification_records.h"
 #include "tests/agent/trap_test_tools.h"
 
 namespace vrx {
@@ -89,12 +88,12 @@ protected:
     // One event of alarm 7, its trap for the destinations.
     bool event(unsigned int serial, bool raised, const std::vector<std::string>& numbers = {"1", "2"}) {
         const auto ticket = m_ledger->begin(++m_sequence);
-        m_delivery->begin(m_sequence, *alarmRecord(7, serial, raised ? 0 : 2000));
+        const AlarmEvent event{m_sequence, 7, serial, raised, 5, ""};
+        const NotificationDelivery::Begun begun = m_delivery->begin(event, ticket);
         std::list<tTrapDestInfo> chosen;
         for (const std::string& number : numbers) chosen.push_back(destination(number, 162));
-        const bool taken =
-            m_delivery->deliver({m_sequence, 0}, ticket, {m_traps.destinations(), m_informs.destinations()}, chosen,
-                                std::make_shared<Notification>(Notification{{1, 3, 6, m_sequence}, {}}));
+        const bool taken = m_delivery->deliver(begun, 0, {m_traps.destinations(), m_informs.destinations()}, chosen,
+                                               std::make_shared<Notification>(Notification{{1, 3, 6, m_sequence}, {}}));
         m_ledger->settle(ticket);
         return taken;
     }
@@ -168,15 +167,31 @@ TEST_F(NotificationDeliveryTest, AnEventIsDoneWhenEverySinkHasSettledIt) {
     EXPECT_EQ(m_ledger->lastDone(), 1U);
 }
 
+TEST_F(NotificationDeliveryTest, ATrapIsLoggedForItsOwnEvent) {
+    const AlarmEvent first{1, 7, 21, true, 5, ""};
+    const AlarmEvent second{2, 8, 22, false, 5, ""};
+    const NotificationDelivery::Begun begunFirst = m_delivery->begin(first, m_ledger->begin(1));
+    const NotificationDelivery::Begun begunSecond = m_delivery->begin(second, m_ledger->begin(2));
+    const std::vector<NotificationDelivery::Destinations> offered{m_traps.destinations(), m_informs.destinations()};
+    const auto trap = std::make_shared<Notification>(Notification{{1, 3}, {}});
+    EXPECT_TRUE(m_delivery->deliver(begunFirst, 0, offered, {destination("1", 162)}, trap));
+    EXPECT_TRUE(m_delivery->deliver(begunSecond, 0, offered, {destination("1", 162)}, trap));
+    std::vector<std::string> entries;
+    for (const LoggedNotification& entry : logged()) {
+        entries.push_back(std::to_string(entry.sequence) + ": alarm " + std::to_string(entry.alarmId) + " serial " +
+                          std::to_string(entry.serial) + (entry.raised ? " raised" : " ended"));
+    }
+    EXPECT_THAT(entries, testing::UnorderedElementsAre("1: alarm 7 serial 21 raised", "2: alarm 8 serial 22 ended"));
+}
+
 TEST_F(NotificationDeliveryTest, WhatCouldNotBeBuiltOrGoesNowhereIsNotLogged) {
     const auto ticket = m_ledger->begin(++m_sequence);
-    m_delivery->begin(m_sequence, *alarmRecord(7, 1));
+    const AlarmEvent event{m_sequence, 7, 1, true, 5, ""};
+    const NotificationDelivery::Begun begun = m_delivery->begin(event, ticket);
     const std::vector<NotificationDelivery::Destinations> offered{m_traps.destinations(), m_informs.destinations()};
-    EXPECT_TRUE(m_delivery->deliver({1, 0}, ticket, offered, {destination("1", 162)}, nullptr));
-    EXPECT_TRUE(
-        m_delivery->deliver({1, 0}, ticket, offered, {destination("1", 162)}, std::make_shared<Notification>()));
-    EXPECT_TRUE(
-        m_delivery->deliver({1, 0}, ticket, offered, {}, std::make_shared<Notification>(Notification{{1, 3}, {}})));
+    EXPECT_TRUE(m_delivery->deliver(begun, 0, offered, {destination("1", 162)}, nullptr));
+    EXPECT_TRUE(m_delivery->deliver(begun, 0, offered, {destination("1", 162)}, std::make_shared<Notification>()));
+    EXPECT_TRUE(m_delivery->deliver(begun, 0, offered, {}, std::make_shared<Notification>(Notification{{1, 3}, {}})));
     EXPECT_THAT(m_traps.submitted, SizeIs(3));
     EXPECT_THAT(logged(), IsEmpty());
 }

@@ -139,7 +139,7 @@ protected:
         return last->sequence;
     }
     void event(unsigned long long sequence, const std::unique_ptr<CTLVRecordV3>& record) {
-        m_pipeline->onEvent(sequence, *record);
+        m_pipeline->onEvent(alarmEventOf(sequence, *record), *record);
     }
     bool turnUntilDone(unsigned long long sequence) {
         return turnUntil([&] { return m_ledger->lastDone() == sequence; });

@@ -1,4 +1,4 @@
-#include "host/agent/notifications/alarm_event.h"
+#include "host/transport/alarm_event.h"
 
 #include "host/transport/backend_protocol.h"
 #include "module/vrx_exception.h"
@@ -24,8 +24,9 @@ bool isSet(const CTLVRecordV3& record, unsigned short tag) {
 
 }  // namespace
 
-AlarmEvent alarmEventOf(const CTLVRecordV3& record) {
+AlarmEvent alarmEventOf(std::uint64_t sequence, const CTLVRecordV3& record) {
     AlarmEvent event;
+    event.sequence = sequence;
     readIfThere([&] { event.alarmId = uint64Of(record, alarm_tag::ID); });
     readIfThere([&] { event.serial = uint32Of(record, alarm_tag::SERIAL); });
     readIfThere([&] { event.level = uint32Of(record, alarm_tag::LEVEL); });

@@ -1,4 +1,5 @@
-// What an alarm record of the backend says of the alarm, as far as anything on the way of its traps wants to know.
+// What an alarm record of the backend says of the alarm, as far as anything on the way of its traps wants to know. The
+// event source reads it, once; whoever comes after takes it from there.
 //
 // Threads: any.
 #pragma once
@@ -12,6 +13,7 @@ class CTLVRecordV3;
 namespace vrx {
 
 struct AlarmEvent {
+    std::uint64_t sequence = 0;          // number of the event in the backend's store
     std::uint64_t alarmId = 0;           // of the definition
     std::uint32_t serial = 0;            // of this alarm
     bool raised = true;                  // else it has ended
@@ -20,6 +22,6 @@ struct AlarmEvent {
 };
 
 // What is missing or unreadable stays as it is above. Throws std::bad_alloc only.
-AlarmEvent alarmEventOf(const CTLVRecordV3& record);
+AlarmEvent alarmEventOf(std::uint64_t sequence, const CTLVRecordV3& record);
 
 }  // namespace vrx
