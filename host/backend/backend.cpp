@@ -163,8 +163,7 @@ void Backend::acceptClients() {
 
 // One line when it begins, until a client was accepted again.
 void Backend::noteRefusal(const std::string& reason) {
-    if (!m_refusing) logLine(LOG_NAME, LogLevel::Warn, "clients are refused: " + reason);
-    m_refusing = true;
+    m_refusing.begins([&] { logLine(LOG_NAME, LogLevel::Warn, "clients are refused: " + reason); });
 }
 
 void Backend::acceptClient() {
@@ -190,7 +189,7 @@ void Backend::acceptClient() {
         throw;
     }
     ++m_lastClient;
-    m_refusing = false;
+    m_refusing.ends();
 }
 
 void Backend::removeFinishedClients() {

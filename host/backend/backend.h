@@ -22,6 +22,7 @@
 #include "host/backend/alarm_store.h"
 #include "host/backend/client_session.h"
 #include "host/backend/request_handler.h"
+#include "host/base/fault_line.h"
 #include "host/base/mutex.h"
 #include "host/transport/backend_options.h"
 #include "host/transport/backend_protocol.h"
@@ -78,7 +79,7 @@ private:
 
     // of the acceptor's thread
     unsigned long long m_lastClient = 0;
-    bool m_refusing = false;  // and a line about it was logged
+    FaultLine m_refusing;
 
     Mutex m_mutex;
     std::list<Client> m_clients GUARDED_BY(m_mutex);  // the acceptor's thread adds and removes

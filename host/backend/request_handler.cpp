@@ -136,11 +136,11 @@ std::optional<unsigned long long> RequestHandler::handle(const CR8KPackageV3& re
 
 // One line for each change of state.
 void RequestHandler::noteStoreFailure(const std::string& reason) {
-    if (!m_storeFailing.exchange(true)) logLine(LOG_NAME, LogLevel::Error, "alarm store: " + reason);
+    m_writing.begins([&] { logLine(LOG_NAME, LogLevel::Error, "alarm store: " + reason); });
 }
 
 void RequestHandler::noteStoreChanged() {
-    if (m_storeFailing.exchange(false)) logLine(LOG_NAME, LogLevel::Info, "alarm store: can be written again");
+    m_writing.ends([] { logLine(LOG_NAME, LogLevel::Info, "alarm store: can be written again"); });
 }
 
 BackendResult RequestHandler::execute(const Records& records, CR8KPackageV3& answer) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/backend/alarm_store.h"
+#include "host/base/fault_line.h"
 #include "host/transport/backend_protocol.h"
 #include "host/transport/backend_result.h"
 #include "vrxpub/vrx_message_package.h"
@@ -65,7 +66,7 @@ private:
     const std::size_t m_packageLimit;
     BackendTraffic& m_traffic;
     const std::function<void()> m_onNewEvents;
-    std::atomic<bool> m_storeFailing{false};  // it was logged that a change failed, and none succeeded since
+    FaultLine m_writing;
 };
 
 }  // namespace vrx

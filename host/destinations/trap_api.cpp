@@ -3,6 +3,7 @@
 #include <memory>
 #include <utility>
 
+#include "host/base/fault_line.h"
 #include "host/base/logging.h"
 #include "host/base/mutex.h"
 #include "host/base/product_root.h"
@@ -38,7 +39,7 @@ public:
     void close() {
         const MutexLock lock(m_mutex);
         m_store.reset();
-        m_failureLogged = false;
+        m_opening.ends();
     }
 
     void setUserCheck(std::function<bool(const std::string&)> exists) {
@@ -66,15 +67,13 @@ private:
         try {
             m_store = std::make_shared<TrapDestinationStore>(stateFolder() + "/trap_destinations.db", limit());
             m_store->setListener(m_listener);
-            if (m_failureLogged)
-                logLine("destinations", LogLevel::Info, "the store of trap destinations is open again");
-            m_failureLogged = false;
+            m_opening.ends(
+                [] { logLine("destinations", LogLevel::Info, "the store of trap destinations is open again"); });
         } catch (const std::exception& error) {
-            if (!m_failureLogged) {
+            m_opening.begins([&] {
                 logLine("destinations", LogLevel::Error,
                         std::string("the store of trap destinations cannot be opened: ") + error.what());
-            }
-            m_failureLogged = true;
+            });
         }
     }
 
@@ -87,7 +86,7 @@ private:
 
     Mutex m_mutex;  // the store has its own locks
     std::shared_ptr<TrapDestinationStore> m_store GUARDED_BY(m_mutex);
-    bool m_failureLogged GUARDED_BY(m_mutex) = false;
+    FaultLine m_opening;
     std::function<bool(const std::string&)> m_userExists GUARDED_BY(m_mutex);
     std::function<void()> m_listener GUARDED_BY(m_mutex);
 };

@@ -233,19 +233,15 @@ int TrapDestinationStore::commit() {
 
 // One line for each change of state. Without memory for it the next failure tells.
 void TrapDestinationStore::noteFailure(const char* reason) {
-    if (m_failureKnown) return;
     try {
-        logLine("destinations", LogLevel::Error, m_path + " cannot be written: " + reason);
-        m_failureKnown = true;
+        m_writing.begins([&] { logLine("destinations", LogLevel::Error, m_path + " cannot be written: " + reason); });
     } catch (const std::bad_alloc&) {
     }
 }
 
 void TrapDestinationStore::noteSuccess() {
-    if (!m_failureKnown) return;
     try {
-        logLine("destinations", LogLevel::Info, m_path + " can be written again");
-        m_failureKnown = false;
+        m_writing.ends([&] { logLine("destinations", LogLevel::Info, m_path + " can be written again"); });
     } catch (const std::bad_alloc&) {
     }
 }

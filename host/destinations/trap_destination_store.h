@@ -27,6 +27,7 @@
 #include <string>
 #include <thread>
 
+#include "host/base/fault_line.h"
 #include "host/base/mutex.h"
 #include "platform/trap_dest_info.h"
 
@@ -104,8 +105,8 @@ private:
 
     // Of the open transaction, down to m_nextNumber: nobody else touches it.
     std::unique_ptr<Database> m_database;
-    bool m_changed = false;         // since its begin
-    bool m_failureKnown = false;    // it was logged that the file cannot be written
+    bool m_changed = false;  // since its begin
+    FaultLine m_writing;
     bool m_failed = false;          // it lost its database: nothing of it may be committed
     Rows m_working;                 // the rows as it has them
     unsigned int m_lastNumber = 0;  // last one assigned, of m_working

@@ -110,9 +110,8 @@ void AlarmEventSource::run() {
 
 // One line when the subscription ends or does not come about, none for the attempts that follow.
 void AlarmEventSource::noteFailure(const std::string& reason) {
-    if (m_failureKnown) return;
-    logLine(LOG_NAME, LogLevel::Warn, "no subscription at " + m_options.address.text() + ": " + reason);
-    m_failureKnown = true;
+    m_subscribing.begins(
+        [&] { logLine(LOG_NAME, LogLevel::Warn, "no subscription at " + m_options.address.text() + ": " + reason); });
 }
 
 // Ends only by an exception.
@@ -130,7 +129,7 @@ void AlarmEventSource::runConnection() {
     const unsigned long long handled = chooseStart(state);
     state.listedUpTo = std::max(subscribe(connection, handled), state.lastSequence);
 
-    m_failureKnown = false;
+    m_subscribing.ends();
     m_backoff.succeeded();
     ++m_connections;
     logLine(LOG_NAME, LogLevel::Info,

@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "host/base/backoff.h"
+#include "host/base/fault_line.h"
 #include "host/base/log_rate_limiter.h"
 #include "host/transport/alarm_event.h"
 #include "host/transport/backend_connection.h"
@@ -123,7 +124,7 @@ private:
     // of the source's thread
     Backoff m_backoff;
     LogRateLimiter m_complaints{60, std::chrono::seconds(60)};  // a backend may send what cannot be used without end
-    bool m_failureKnown = false;                                // the reason for the lack of a subscription was logged
+    FaultLine m_subscribing;
     std::optional<unsigned long long> m_currentAt;  // event with which the listener has come up with the store
 
     std::atomic<bool> m_current{false};

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "host/agent/loop/agent_log.h"
+#include "host/base/fault_line.h"
 #include "host/destinations/trap_api.h"
 #include "platform/notify_handler.h"
 #include "platform/snmp_trap_api.h"
@@ -31,15 +32,13 @@ public:
         std::list<tTrapDestInfo> destinations;
         const int result = CSNMP_TrapApi::getAllTrapAddr(destinations);
         if (result != 0) {
-            if (!m_failing) {
+            m_reading.begins([&] {
                 agent_log::error("the list of trap destinations cannot be read (" + std::to_string(result) +
                                  "): alarm events wait for it");
-            }
-            m_failing = true;
+            });
             return false;
         }
-        if (m_failing) agent_log::info("the list of trap destinations can be read again");
-        m_failing = false;
+        m_reading.ends([] { agent_log::info("the list of trap destinations can be read again"); });
         m_sender->setDestinations(destinations);
         return true;
     }
@@ -52,7 +51,7 @@ public:
 private:
     Mutex m_mutex;
     TrapSender* m_sender GUARDED_BY(m_mutex);  // null after stop()
-    bool m_failing GUARDED_BY(m_mutex) = false;
+    FaultLine m_reading;
 };
 
 NotificationService::NotificationService(AgentLoop& loop, std::function<void()> alarmsChanged)

@@ -134,9 +134,11 @@ std::string EngineState::store() {
     const fs::path file = m_folder / (m_name + ".conf");
     std::string fault = write();
     if (!fault.empty()) fault = file.string() + " cannot be written: " + fault;
-    if (!fault.empty() && !m_failing) agent_log::error(fault);
-    if (fault.empty() && m_failing) agent_log::info(file.string() + " can be written again");
-    m_failing = !fault.empty();
+    if (fault.empty()) {
+        m_writing.ends([&] { agent_log::info(file.string() + " can be written again"); });
+    } else {
+        m_writing.begins([&] { agent_log::error(fault); });
+    }
     return fault;
 }
 

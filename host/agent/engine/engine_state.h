@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "host/base/fault_line.h"
 #include "host/engine_files/engine_file.h"
 
 namespace vrx {
@@ -47,7 +48,7 @@ private:
     const std::filesystem::path m_draftFolder;
     const std::string m_name;
     FileDescriptor m_lock;
-    bool m_failing = false;
+    FaultLine m_writing;
 };
 
 }  // namespace vrx

@@ -293,10 +293,8 @@ bool InformQueue::write(std::vector<Job>& jobs) {
         for (Job& job : jobs) execute(job);
         transaction.commit();
     } catch (const SqliteError& fault) {
-        if (!m_writeFailed) {
-            agent_log::error(std::string("informs cannot be stored, trying again: ") + fault.what());
-        }
-        m_writeFailed = true;
+        m_writing.begins(
+            [&] { agent_log::error(std::string("informs cannot be stored, trying again: ") + fault.what()); });
         for (auto job = jobs.begin(); job != jobs.end();) {
             if (job->kind == Job::Kind::Renumber) {
                 job->renumbered->set_exception(std::make_exception_ptr(fault));
@@ -307,8 +305,7 @@ bool InformQueue::write(std::vector<Job>& jobs) {
         }
         return false;
     }
-    if (m_writeFailed) agent_log::info("informs can be stored again");
-    m_writeFailed = false;
+    m_writing.ends([] { agent_log::info("informs can be stored again"); });
     return true;
 }
 
@@ -388,12 +385,11 @@ bool InformQueue::refill() {
     try {
         for (const std::shared_ptr<Lane>& lane : wanting) refill(lane);
     } catch (const SqliteError& fault) {
-        if (!m_readFailed) agent_log::error(std::string("informs cannot be read, trying again: ") + fault.what());
-        m_readFailed = true;
+        m_reading.begins(
+            [&] { agent_log::error(std::string("informs cannot be read, trying again: ") + fault.what()); });
         return false;
     }
-    if (m_readFailed) agent_log::info("informs can be read again");
-    m_readFailed = false;
+    m_reading.ends([] { agent_log::info("informs can be read again"); });
     return true;
 }
 

@@ -30,6 +30,7 @@
 
 #include "host/agent/delivery/notification_sink.h"
 #include "host/agent/informs/inform_channel.h"
+#include "host/base/fault_line.h"
 #include "host/base/sqlite_database.h"
 
 namespace vrx {
@@ -95,8 +96,8 @@ private:
 
     SqliteDatabase m_database;  // the thread's, but for the constructor, as the rest down to the next line
     std::unique_ptr<Statements> m_statements;
-    bool m_writeFailed = false;
-    bool m_readFailed = false;
+    FaultLine m_writing;
+    FaultLine m_reading;
 
     const std::function<void()> m_onReady;
 

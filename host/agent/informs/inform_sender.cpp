@@ -162,17 +162,16 @@ void InformSender::enqueue(Destination& destination, const NotificationOrigin& o
 
 // Caller holds m_mutex. One line per change of state.
 void InformSender::noteFull(Destination& destination, bool full) {
-    if (full == destination.full) return;
     const std::size_t limit = destination.settings.policy.queueLimit;
     if (full) {
-        agent_log::error("inform destination " + destination.name + ": " + std::to_string(limit) +
-                         " informs wait for it, more are dropped");
-    } else if (hasRoom(m_queue.standing(destination.name).waiting, limit)) {
-        agent_log::info("inform destination " + destination.name + ": its queue takes informs again");
-    } else {
-        return;
+        destination.overflow.begins([&] {
+            agent_log::error("inform destination " + destination.name + ": " + std::to_string(limit) +
+                             " informs wait for it, more are dropped");
+        });
+    } else if (destination.overflow.lasts() && hasRoom(m_queue.standing(destination.name).waiting, limit)) {
+        destination.overflow.ends(
+            [&] { agent_log::info("inform destination " + destination.name + ": its queue takes informs again"); });
     }
-    destination.full = full;
 }
 
 InformStatus InformSender::status() const {

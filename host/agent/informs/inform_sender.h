@@ -28,6 +28,7 @@
 #include "host/agent/informs/inform_queue.h"
 #include "host/agent/informs/inform_status.h"
 #include "host/agent/loop/agent_loop.h"
+#include "host/base/fault_line.h"
 
 namespace vrx {
 
@@ -73,7 +74,7 @@ private:
         std::optional<InformFailure> lastFailure;
         std::string resolvedAddress;
         std::string engine;
-        bool full = false;  // it was said that its queue is full
+        FaultLine overflow;  // of its queue
     };
 
     // agent thread only

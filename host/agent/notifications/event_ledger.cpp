@@ -146,16 +146,15 @@ void EventLedger::write(Sequence sequence, const std::string& store) {
 bool EventLedger::tryToFlush() {
     try {
         flush();
-        if (m_writeFailed) agent_log::info("the last alarm event handled can be stored again");
-        m_writeFailed = false;
     } catch (const SqliteError& fault) {
-        if (!m_writeFailed) {
+        m_storing.begins([&] {
             agent_log::error(std::string("the last alarm event handled cannot be stored, trying again: ") +
                              fault.what());
-        }
-        m_writeFailed = true;
+        });
+        return false;
     }
-    return !m_writeFailed;
+    m_storing.ends([] { agent_log::info("the last alarm event handled can be stored again"); });
+    return true;
 }
 
 }  // namespace vrx

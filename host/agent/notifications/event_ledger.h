@@ -20,6 +20,7 @@
 #include <string>
 
 #include "host/agent/loop/background_writer.h"
+#include "host/base/fault_line.h"
 #include "host/base/mutex.h"
 #include "host/base/sqlite_database.h"
 
@@ -75,7 +76,7 @@ private:
 
     Mutex m_writing ACQUIRED_BEFORE(m_mutex);
     SqliteDatabase m_database GUARDED_BY(m_writing);
-    bool m_writeFailed = false;  // writer thread only
+    FaultLine m_storing;
 
     mutable Mutex m_mutex;
     std::map<Sequence, unsigned int> m_open GUARDED_BY(m_mutex);  // holds of each event that is under way

@@ -70,12 +70,10 @@ void ManagedObject::noteOutcome(const ReadOutcome& outcome) {
     const bool failing = outcome.snapshot == nullptr;
     ++m_counters.reads;
     if (failing) ++m_counters.failures;
-    if (failing == m_failing) return;
-    m_failing = failing;
     if (failing) {
-        agent_log::error(m_mib->name + " cannot be read: " + outcome.failure);
+        m_reading.begins([&] { agent_log::error(m_mib->name + " cannot be read: " + outcome.failure); });
     } else {
-        agent_log::info(m_mib->name + " can be read again");
+        m_reading.ends([&] { agent_log::info(m_mib->name + " can be read again"); });
     }
 }
 

@@ -14,6 +14,7 @@
 #include "host/agent/objects/mib_model.h"
 #include "host/agent/objects/object_reader.h"
 #include "host/agent/objects/snapshot_store.h"
+#include "host/base/fault_line.h"
 #include "module/snmp_handler.h"
 
 namespace vrx {
@@ -45,7 +46,7 @@ public:
     SnapshotStore& snapshots() { return m_snapshots; }
     const SnapshotStore& snapshots() const { return m_snapshots; }
     const ReadCounters& counters() const { return m_counters; }
-    bool readable() const { return !m_failing; }  // as the last reading found it
+    bool readable() const { return !m_reading.lasts(); }  // as the last reading found it
 
     // Reads the whole object, unless that is under way already. `onRefreshed` tells when it is done.
     void refresh();
@@ -69,7 +70,7 @@ private:
     SnapshotStore m_snapshots;
     ObjectReader m_reader;
     bool m_refreshing = false;
-    bool m_failing = false;
+    FaultLine m_reading;
     ReadCounters m_counters;
     ObjectWorker m_worker;  // last: its jobs use the others
 };

@@ -301,11 +301,12 @@ void RequestDispatcher::noteAnswer(PendingRead& transaction, RequestResult resul
 bool RequestDispatcher::wait(std::uint64_t id, netsnmp_session* session, int requestId, netsnmp_pdu* pdu,
                              const std::string& key) {
     const bool full = m_waiting.size() >= m_limits.waiting;
-    if (full && !m_full) {
-        agent_log::warn(std::to_string(m_waiting.size()) + " requests are waiting: more are refused");
+    if (full) {
+        m_refusing.begins(
+            [&] { agent_log::warn(std::to_string(m_waiting.size()) + " requests are waiting: more are refused"); });
+        return false;
     }
-    m_full = full;
-    if (full) return false;
+    m_refusing.ends();
     PduPointer copy(snmp_clone_pdu(pdu));
     if (copy == nullptr) return false;
     m_loop.runAfter(m_limits.deadline, [this, id] { expire(id); });  // before it waits: none waits without an end

@@ -28,6 +28,7 @@
 #include "host/agent/requests/request_counters.h"
 #include "host/agent/sets/set_refusals.h"
 #include "host/agent/sets/set_transaction.h"
+#include "host/base/fault_line.h"
 #include "host/base/log_rate_limiter.h"
 
 namespace vrx {
@@ -120,7 +121,7 @@ private:
     RequestCounters m_counters;
     SetRefusals m_refusals;
     std::uint64_t m_nextId = 1;
-    bool m_full = false;  // so was said in the log
+    FaultLine m_refusing;
 };
 
 }  // namespace vrx
