@@ -14,7 +14,6 @@
 
 #include "host/base/local_socket.h"
 #include "host/base/logging.h"
-#include "host/base/memory_retry.h"
 #include "host/base/product_root.h"
 
 namespace vrx {
@@ -155,15 +154,15 @@ void Backend::acceptClients() {
         try {
             acceptClient();
         } catch (const std::exception& fault) {
-            retryForever([&] { noteRefusal(fault.what()); });
+            noteRefusal(fault.what());
             waitFor(-1, 0, std::chrono::steady_clock::now() + ACCEPT_PAUSE, m_stop.descriptor());
         }
     }
 }
 
 // One line when it begins, until a client was accepted again.
-void Backend::noteRefusal(const std::string& reason) {
-    m_refusing.begins([&] { logLine(LOG_NAME, LogLevel::Warn, "clients are refused: " + reason); });
+void Backend::noteRefusal(const char* reason) {
+    m_refusing.begins([&] { logLine(LOG_NAME, LogLevel::Warn, std::string("clients are refused: ") + reason); });
 }
 
 void Backend::acceptClient() {

@@ -64,7 +64,7 @@ private:
 
     void acceptClients();
     void acceptClient();
-    void noteRefusal(const std::string& reason);
+    void noteRefusal(const char* reason);
     void removeFinishedClients();
     void wakeClients();
 

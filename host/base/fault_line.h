@@ -4,12 +4,13 @@
 //     m_writing.begins([&] { log(LogLevel::Error, path + " cannot be written: " + reason); });
 //     m_writing.ends([&] { log(LogLevel::Info, path + " can be written again"); });
 //
-// A line that throws, for lack of memory, is due again the next time.
+// A line that finds no memory is due again the next time: whoever fails, or succeeds, goes on without it.
 //
 // Threads: any.
 #pragma once
 
 #include <atomic>
+#include <new>
 
 namespace vrx {
 
@@ -35,9 +36,8 @@ private:
         if (m_lasts.exchange(lasts) == lasts) return;
         try {
             line();
-        } catch (...) {
+        } catch (const std::bad_alloc&) {
             m_lasts = !lasts;
-            throw;
         }
     }
 

@@ -233,17 +233,11 @@ int TrapDestinationStore::commit() {
 
 // One line for each change of state. Without memory for it the next failure tells.
 void TrapDestinationStore::noteFailure(const char* reason) {
-    try {
-        m_writing.begins([&] { logLine("destinations", LogLevel::Error, m_path + " cannot be written: " + reason); });
-    } catch (const std::bad_alloc&) {
-    }
+    m_writing.begins([&] { logLine("destinations", LogLevel::Error, m_path + " cannot be written: " + reason); });
 }
 
 void TrapDestinationStore::noteSuccess() {
-    try {
-        m_writing.ends([&] { logLine("destinations", LogLevel::Info, m_path + " can be written again"); });
-    } catch (const std::bad_alloc&) {
-    }
+    m_writing.ends([&] { logLine("destinations", LogLevel::Info, m_path + " can be written again"); });
 }
 
 void TrapDestinationStore::rollBack() {
@@ -359,16 +353,18 @@ std::optional<tTrapDestInfo> TrapDestinationStore::find(const std::string& index
 }
 
 void TrapDestinationStore::setListener(std::function<void()> listener) {
+    auto shared = std::make_shared<const std::function<void()>>(std::move(listener));
     const MutexLock lock(m_mutex);
-    m_listener = std::move(listener);
+    m_listener = std::move(shared);
 }
 
 void TrapDestinationStore::notify() {
-    const std::function<void()> listener = retryForever([this] {  // the change is made: whoever made it must not fail
+    std::shared_ptr<const std::function<void()>> listener;
+    {
         const MutexLock lock(m_mutex);
-        return m_listener;
-    });
-    if (listener) retryForever(listener);
+        listener = m_listener;
+    }
+    if (listener && *listener) retryForever(*listener);  // the change is made: whoever made it must not fail
 }
 
 }  // namespace vrx

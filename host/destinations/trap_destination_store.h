@@ -118,7 +118,7 @@ private:
     ConditionVariable m_ended;
     bool m_open GUARDED_BY(m_mutex) = false;  // there is a transaction
     Rows m_rows GUARDED_BY(m_mutex);
-    std::function<void()> m_listener GUARDED_BY(m_mutex);
+    std::shared_ptr<const std::function<void()>> m_listener GUARDED_BY(m_mutex);
 };
 
 }  // namespace vrx

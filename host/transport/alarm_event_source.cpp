@@ -98,7 +98,7 @@ void AlarmEventSource::run() {
             try {
                 runConnection();
             } catch (const std::exception& fault) {
-                retryForever([&] { noteFailure(fault.what()); });
+                noteFailure(fault.what());
             }
             m_backoff.failed(Clock::now());
             if (waitFor(-1, 0, m_backoff.nextTry(), m_stop.descriptor()) == Wait::Cancelled) return;
@@ -109,7 +109,7 @@ void AlarmEventSource::run() {
 }
 
 // One line when the subscription ends or does not come about, none for the attempts that follow.
-void AlarmEventSource::noteFailure(const std::string& reason) {
+void AlarmEventSource::noteFailure(const char* reason) {
     m_subscribing.begins(
         [&] { logLine(LOG_NAME, LogLevel::Warn, "no subscription at " + m_options.address.text() + ": " + reason); });
 }

@@ -113,7 +113,7 @@ private:
     void complain(const std::string& text);
     void noteHandled(unsigned long long sequence);
     void ask(BackendConnection& connection, std::unique_ptr<CTLVRecordV3> request, CR8KPackageV3& answer);
-    void noteFailure(const std::string& reason);
+    void noteFailure(const char* reason);
 
     const BackendOptions m_options;
     const BackendCommands m_commands;

@@ -47,6 +47,7 @@ struct NameResolver::State {
     bool ended = false;
 
     void run();
+    bool serve();
     std::map<std::string, Name>::iterator firstDue();
     void lookUp(std::unique_lock<std::mutex>& lock, const std::string& name);
 };
@@ -57,29 +58,37 @@ std::map<std::string, NameResolver::State::Name>::iterator NameResolver::State::
 }
 
 void NameResolver::State::run() {
-    std::unique_lock<std::mutex> lock(mutex);
-    while (!stopping) {
-        const auto next = firstDue();
-        if (next == names.end()) {
-            changed.wait(lock);
-        } else if (next->second.due > Clock::now()) {
-            const Clock::time_point due = next->second.due;  // the entry may go while this waits
-            changed.wait_until(lock, due);
-        } else {
-            const std::string name = retryForever([&] { return next->first; });
-            lookUp(lock, name);
-        }
+    while (retryForever([this] { return serve(); })) {
     }
+    const std::lock_guard<std::mutex> lock(mutex);
     ended = true;
     changed.notify_all();
 }
 
+// Waits for a name's time, or looks it up; false at the end. What finds no memory leaves the name due, and it is looked
+// up again.
+bool NameResolver::State::serve() {
+    std::unique_lock<std::mutex> lock(mutex);
+    if (stopping) return false;
+    const auto next = firstDue();
+    if (next == names.end()) {
+        changed.wait(lock);
+    } else if (next->second.due > Clock::now()) {
+        const Clock::time_point due = next->second.due;  // the entry may go while this waits
+        changed.wait_until(lock, due);
+    } else {
+        lookUp(lock, std::string(next->first));
+    }
+    return true;
+}
+
 void NameResolver::State::lookUp(std::unique_lock<std::mutex>& lock, const std::string& name) {
     lock.unlock();
-    const std::string address = retryForever([&] { return lookup(name); });
+    const std::string address = lookup(name);
     lock.lock();
     const auto found = names.find(name);
     if (stopping || found == names.end()) return;
+    answer(name, address);  // under the lock: the destructor waits for it
     Name& state = found->second;
     if (address.empty()) {
         state.due = Clock::now() + state.pause;
@@ -88,7 +97,6 @@ void NameResolver::State::lookUp(std::unique_lock<std::mutex>& lock, const std::
         state.due = Clock::now() + interval;
         state.pause = FIRST_PAUSE;
     }
-    retryForever([&] { answer(name, address); });  // under the lock: the destructor waits for it
 }
 
 NameResolver::NameResolver(seconds interval, Answer answer, Lookup lookup) : m_state(std::make_shared<State>()) {

@@ -94,6 +94,13 @@ struct InformQueue::Job {
     std::shared_ptr<std::promise<void>> renumbered;
 };
 
+struct InformQueue::Round {
+    std::vector<Job> jobs;  // in their order; those that could not be written come first
+    bool written = false;
+    bool ready = false;  // some receiver has informs now
+    bool stopping = false;
+};
+
 InformQueue::InformQueue(const std::string& path, std::function<void()> onReady)
     : m_database(path), m_onReady(std::move(onReady)) {
     try {
@@ -261,29 +268,40 @@ bool InformQueue::wantsRefill() const {
 }
 
 void InformQueue::run() {
-    std::vector<Job> jobs;  // in their order; those that could not be written come first
+    Round round;
     for (;;) {
-        bool stopping = false;
-        bool refilling = false;
         {
             std::unique_lock<std::mutex> lock(m_mutex);
-            if (jobs.empty()) m_changed.wait(lock, [this] { return m_stopping || !m_jobs.empty() || wantsRefill(); });
-            stopping = m_stopping;
-            refilling = wantsRefill();
-            retryForever([&] { jobs.reserve(jobs.size() + m_jobs.size()); });
-            std::move(m_jobs.begin(), m_jobs.end(), std::back_inserter(jobs));
-            m_jobs.clear();
+            if (round.jobs.empty()) {
+                m_changed.wait(lock, [this] { return m_stopping || !m_jobs.empty() || wantsRefill(); });
+            }
+            round.stopping = m_stopping;
         }
-        bool healthy = jobs.empty() || retryForever([&] { return write(jobs); });
-        if (healthy) {
-            retryForever([&] { taken(jobs); });
-            jobs.clear();
-            if (refilling) healthy = retryForever([this] { return refill(); });
-        }
-        if (stopping) return;
+        const bool healthy = retryForever([&] { return serve(round); });
+        if (round.stopping) return;
         std::unique_lock<std::mutex> lock(m_mutex);
         m_changed.wait_for(lock, healthy ? WRITE_INTERVAL : RETRY_INTERVAL, [this] { return m_stopping; });
     }
+}
+
+// What is left of a round: taken out, written, told, and more read. One that found no memory goes on where it stopped.
+// False when the file does not take it, or cannot be read.
+bool InformQueue::serve(Round& round) {
+    if (!round.written) {
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            round.jobs.reserve(round.jobs.size() + m_jobs.size());
+            std::move(m_jobs.begin(), m_jobs.end(), std::back_inserter(round.jobs));
+            m_jobs.clear();
+        }
+        if (!round.jobs.empty() && !write(round.jobs)) return false;
+        round.written = true;
+    }
+    taken(round);
+    round.jobs.clear();
+    const bool healthy = refill();
+    round.written = false;
+    return healthy;
 }
 
 // All of them in one transaction. False when that failed; those who wait for it are told then, and their jobs gone.
@@ -349,15 +367,14 @@ void InformQueue::execute(Job& job) {
 }
 
 // They are on disk: those who wait for that learn it.
-void InformQueue::taken(std::vector<Job>& jobs) {
-    bool ready = false;
+void InformQueue::taken(Round& round) {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        for (Job& job : jobs) {
+        for (Job& job : round.jobs) {
             if (job.kind != Job::Kind::Add || job.inform.trap == nullptr) continue;
             Lane& lane = *job.lane;
             if (lane.complete && lane.first.size() < IN_MEMORY) {
-                ready = ready || lane.first.empty();
+                round.ready = round.ready || lane.first.empty();
                 lane.first.push_back(job.inform);
                 lane.lastLoaded = job.inform.number;
             } else {
@@ -366,11 +383,11 @@ void InformQueue::taken(std::vector<Job>& jobs) {
             job.inform.trap.reset();
         }
     }
-    for (Job& job : jobs) {
+    for (Job& job : round.jobs) {
         if (const Settled settled = std::exchange(job.settled, nullptr)) settled();
         if (const auto renumbered = std::exchange(job.renumbered, nullptr)) renumbered->set_value();
     }
-    if (ready) m_onReady();
+    if (std::exchange(round.ready, false)) m_onReady();
 }
 
 // Reads the next informs of receivers that have more on disk than in memory. False when that failed.
@@ -382,6 +399,7 @@ bool InformQueue::refill() {
             if (entry.second->wantsMore()) wanting.push_back(entry.second);
         }
     }
+    if (wanting.empty()) return true;
     try {
         for (const std::shared_ptr<Lane>& lane : wanting) refill(lane);
     } catch (const SqliteError& fault) {

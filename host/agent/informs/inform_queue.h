@@ -84,12 +84,14 @@ private:
     struct Statements;
     struct Lane;
     struct Job;
+    struct Round;
 
     void load();
     void run();
+    bool serve(Round& round);
     bool write(std::vector<Job>& jobs);
     void execute(Job& job);
-    void taken(std::vector<Job>& jobs);
+    void taken(Round& round);
     bool refill();
     void refill(const std::shared_ptr<Lane>& lane);
     bool wantsRefill() const;

@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "host/base/memory_retry.h"
 #include "host/base/thread_without_signals.h"
 
 namespace vrx {
@@ -45,7 +46,7 @@ void ObjectWorker::run() {
             const std::function<void()> job = std::move(m_jobs.front());
             m_jobs.pop_front();
             lock.unlock();
-            job();
+            retryForever(job);
         }
         lock.lock();
     }

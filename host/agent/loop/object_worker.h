@@ -1,7 +1,8 @@
 // The thread on which one object's handler runs: operations on an object never overlap, and a slow one delays no other
 // object and not the agent thread.
 //
-// Threads: submit() from any thread. Jobs run one after the other, with all signals blocked; they must not throw.
+// Threads: submit() from any thread. Jobs run one after the other, with all signals blocked; they must not throw, but
+// for std::bad_alloc: then they are run again, and do all or nothing.
 #pragma once
 
 #include <chrono>

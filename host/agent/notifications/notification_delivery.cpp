@@ -53,7 +53,9 @@ void NotificationDelivery::stop() {
 std::map<std::string, NotificationDelivery::Paced> NotificationDelivery::paced() const {
     const MutexLock lock(m_mutex);
     std::map<std::string, Paced> paced;
-    for (const auto& [key, count] : m_suppressed) paced[key].suppressed = count;
+    for (const auto& [key, count] : m_suppressed) {
+        if (count > 0) paced[key].suppressed = count;
+    }
     for (const auto& [item, held] : m_held) ++paced[held.key].held;
     return paced;
 }
@@ -129,6 +131,7 @@ bool NotificationDelivery::isHeld(const FlapDamping::Noted& change, Held held) {
     const FlapDamping::Item item = ++m_lastItem;
     const Ticket ticket = held.ticket;
     const FlapDamping::Stream stream{held.handler, held.key};
+    m_suppressed.try_emplace(held.key);  // now: what was held is superseded without memory
     const auto place = m_held.emplace(item, std::move(held)).first;
     FlapDamping::Verdict verdict;
     try {
@@ -159,7 +162,7 @@ void NotificationDelivery::follow(const FlapDamping::Verdict& verdict) {
     for (const FlapDamping::Item item : verdict.superseded) {
         const auto held = m_held.extract(item);
         if (held.empty()) continue;
-        retryForever([&]() REQUIRES(m_mutex) { ++m_suppressed[held.mapped().key]; });
+        ++m_suppressed.find(held.mapped().key)->second;
         m_ledger.settle(held.mapped().ticket);
     }
 }

@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "host/agent/loop/agent_log.h"
-#include "host/base/memory_retry.h"
 #include "host/notification_log/notification_codec.h"
 
 namespace vrx {
@@ -66,26 +65,25 @@ NotificationLog::Counters NotificationLog::counters() const {
 }
 
 // Whether there is anything to write; a batch that could not be written stays the next one.
+// Without memory nothing is lost: what was taken out goes into the batch the next time.
 bool NotificationLog::takeBatch() {
-    if (!m_batch.empty()) return true;
-    std::vector<Waiting> taken;
-    taken.reserve(BATCH);
-    m_batch.reserve(BATCH);
-    {
+    if (m_batch.empty() && m_taken.empty()) {
+        m_taken.reserve(BATCH);
+        m_batch.reserve(BATCH);
         const MutexLock lock(m_mutex);
-        while (!m_queue.empty() && taken.size() < BATCH) {
-            taken.push_back(std::move(m_queue.front()));
+        while (!m_queue.empty() && m_taken.size() < BATCH) {
+            m_taken.push_back(std::move(m_queue.front()));
             m_queue.pop_front();
         }
-        m_batchSize = taken.size();
+        m_batchSize = m_taken.size();
     }
-    for (Waiting& one : taken) {
-        retryForever([&] {
-            one.entry.trapOid = oidText(one.trap->oid);
-            one.entry.trap = bytesOf(*one.trap);
-        });
+    while (m_batch.size() < m_taken.size()) {
+        Waiting& one = m_taken[m_batch.size()];
+        one.entry.trapOid = oidText(one.trap->oid);
+        one.entry.trap = bytesOf(*one.trap);
         m_batch.push_back(std::move(one.entry));
     }
+    m_taken.clear();
     return !m_batch.empty();
 }
 

@@ -76,7 +76,8 @@ private:
 
     Mutex m_writing ACQUIRED_BEFORE(m_mutex);
     std::optional<NotificationLogFile> m_file GUARDED_BY(m_writing);  // open while it can be written
-    std::vector<LoggedNotification> m_batch GUARDED_BY(m_writing);    // out of the queue and not written yet
+    std::vector<Waiting> m_taken GUARDED_BY(m_writing);               // out of the queue
+    std::vector<LoggedNotification> m_batch GUARDED_BY(m_writing);    // these as they are written, not on disk yet
 
     mutable Mutex m_mutex;
     std::deque<Waiting> m_queue GUARDED_BY(m_mutex);

@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "host/agent/loop/agent_log.h"
-#include "host/base/memory_retry.h"
 
 namespace vrx {
 
@@ -26,7 +25,7 @@ ReadOutcome ManagedObject::attempt(const std::function<SnapshotPointer()>& read)
     try {
         return {read(), {}};
     } catch (const std::exception& error) {
-        return retryForever([&error] { return ReadOutcome{nullptr, error.what()}; });
+        return ReadOutcome{nullptr, error.what()};
     }
 }
 
@@ -34,7 +33,7 @@ void ManagedObject::refresh() {
     if (m_refreshing) return;
     m_worker.submit([this] {
         const ReadOutcome outcome = attempt([this] { return m_reader.whole(); });
-        retryForever([&] { m_loop.post([this, outcome] { refreshed(outcome); }); });
+        m_loop.post([this, outcome] { refreshed(outcome); });
     });
     m_refreshing = true;  // the answer comes on this thread
 }
@@ -57,11 +56,9 @@ void ManagedObject::refreshed(const ReadOutcome& outcome) {
 void ManagedObject::readRows(std::vector<std::uint32_t> numbers, std::function<void(const ReadOutcome&)> done) {
     m_worker.submit([this, numbers = std::move(numbers), done = std::move(done)] {
         const ReadOutcome outcome = attempt([&] { return m_reader.rows(numbers); });
-        retryForever([&] {
-            m_loop.post([this, done, outcome] {
-                noteOutcome(outcome);
-                done(outcome);
-            });
+        m_loop.post([this, done, outcome] {
+            noteOutcome(outcome);
+            done(outcome);
         });
     });
 }
