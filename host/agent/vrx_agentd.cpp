@@ -102,7 +102,7 @@ int check(const CommandLine& line) {
 
 // The product root, with its configuration read and its log open.
 std::string openRoot(const std::string& given) {
-    const std::string root = absoluteRoot(given);
+    std::string root = absoluteRoot(given);
     setProductRoot(root);
     reloadDeviceConfig();
     startLogging(logOptionsFromDevice());
