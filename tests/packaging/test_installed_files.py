@@ -1,40 +1,18 @@
 """What "cmake --install" puts where: everything that the units and the programs' built-in paths need, in one piece."""
 
 import os
-import pathlib
 import re
 import subprocess
-import tempfile
 import unittest
 
-SOURCE = pathlib.Path(os.environ["TAMREL_SOURCE_DIR"])
-BUILD = pathlib.Path(os.environ["TAMREL_BUILD_DIR"])
+from installation import SOURCE, Installation
+
+# What the headers include of each other and of the value types; anything else is the system's or ACE's.
+OURS = re.compile(r'^\s*#\s*include\s+(?:"([^"]+)"|<((?:snmp_pp|agent_pp)/[^>]+)>)', re.M)
+EMBEDDING = ["platform/*.h", "vrxpub/*.h", "module/snmp_handler.h", "module/vrx_exception.h"]
 
 
-def cached(name):
-    """A value of the build's configuration."""
-    found = re.search(r"^%s:\w+=(.*)$" % name, (BUILD / "CMakeCache.txt").read_text(), re.M)
-    return found.group(1) if found else None
-
-
-class InstalledFiles(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        folder = tempfile.TemporaryDirectory(prefix="vrx-install-")
-        cls.addClassCleanup(folder.cleanup)
-        cls.tree = pathlib.Path(folder.name)
-        done = subprocess.run(["cmake", "--install", str(BUILD)], env=dict(os.environ, DESTDIR=folder.name), text=True,
-                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
-        if done.returncode != 0:
-            raise AssertionError(done.stdout)
-        cls.prefix = cls.at(cached("CMAKE_INSTALL_PREFIX"))
-        cls.root = cls.at(cached("TAMREL_PRODUCT_ROOT"))
-
-    @classmethod
-    def at(cls, path):
-        """Where an installed path is during the test."""
-        return cls.tree / path.lstrip("/")
-
+class InstalledFiles(Installation):
     def unit(self, name):
         found = list(self.tree.rglob(name + ".service"))
         self.assertEqual(len(found), 1, name)
@@ -71,17 +49,43 @@ class InstalledFiles(unittest.TestCase):
 
     def test_programs_find_their_libraries_in_a_folder_of_their_own(self):
         private = next(self.tree.rglob("libvrx_core.so")).parent
-        self.assertEqual({file.name for file in private.iterdir()},
-                         {"libvrx_core.so", "libvrx_services.so", "libsnmp_tamrel.so"})
+        libraries = list(private.glob("*.so"))
+        self.assertEqual({file.name for file in libraries}, {"libvrx_core.so", "libvrx_services.so", "libsnmp_tamrel.so"})
+        self.assertEqual({file.name for file in private.iterdir() if file not in libraries}, {"libvrx_platform.a"})
         programs = [*self.prefix.glob("sbin/*"), *self.prefix.glob("bin/*")]
         self.assertEqual({file.name for file in programs}, {"vrx-agentd", "vrx-backendd", "vrxctl"})
-        for file in programs + list(private.iterdir()):
+        for file in programs + libraries:
             said = subprocess.run(["readelf", "-d", str(file)], stdout=subprocess.PIPE, text=True, check=True).stdout
             paths = re.findall(r"\(R(?:UN)?PATH\).*\[(.*)\]", said)
             self.assertEqual(len(paths), 1, file.name)
             self.assertRegex(paths[0], r"^\$ORIGIN(/[^:]+)?$", file.name)
             folder = file.parent / paths[0].replace("$ORIGIN", ".")
             self.assertEqual(folder.resolve(), private.resolve(), file.name)
+
+    def test_the_headers_for_embedding_include_only_what_is_installed(self):
+        include = self.prefix / "include/vrx"
+        wanted = {str(file.relative_to(SOURCE)) for pattern in EMBEDDING for file in SOURCE.glob(pattern)}
+        installed = {str(file.relative_to(include)) for file in include.rglob("*.h")}
+        self.assertGreater(len(wanted), 15)
+        value_types = {name for name in installed if name.startswith(("snmp_pp/", "agent_pp/"))}
+        self.assertEqual(installed - value_types, wanted)
+        self.assertIn("COMPAT" if value_types else "SYSTEM", self.pc("vrx"))
+        for name in sorted(installed):
+            for quoted, value_type in OURS.findall((include / name).read_text(encoding="utf-8")):
+                if quoted or value_types:
+                    self.assertIn(quoted or value_type, installed, name)
+
+    def pc(self, name):
+        found = list(self.prefix.rglob("pkgconfig/%s.pc" % name))
+        self.assertEqual(len(found), 1, name)
+        return found[0].read_text(encoding="utf-8")
+
+    def test_what_is_said_to_embedders_names_files_that_are_there(self):
+        variables = {}
+        for name, value in re.findall(r"^(\w+)=(.*)$", self.pc("vrx"), re.M):
+            variables[name] = re.sub(r"\$\{(\w+)\}", lambda match: variables[match.group(1)], value)
+        for name in ("libdir", "includedir", "module", "product_root"):
+            self.assertTrue(self.at(variables[name]).exists(), name)
 
 
 if __name__ == "__main__":

@@ -131,7 +131,8 @@ class Choice(unittest.TestCase):
         self.assertIn(os.path.join(self.prefix, "include"), includes)
         self.assertNotIn(os.path.join(SOURCE_DIR, "compat"), includes)
 
-        targets = ["all"] if EVERYTHING else TARGETS + self.objects_of_both()
+        self.assert_embedders_are_told()
+        targets = ["all"] if EVERYTHING else TARGETS + ["minimal-host"] + self.objects_of_both()
         done = run("cmake", "--build", self.build, "--target", *targets)
         self.assertEqual(done.returncode, 0, done.stdout)
         module = run("readelf", "-d", os.path.join(self.build, "lib", "libsnmp_tamrel.so")).stdout
@@ -144,6 +145,20 @@ class Choice(unittest.TestCase):
             with self.subTest(test):
                 done = run(os.path.join(self.build, "bin", test), "--gtest_brief=1")
                 self.assertEqual(done.returncode, 0, done.stdout)
+        example = run(os.path.join(self.build, "bin", "minimal-host"), os.path.join(self.build, "lib", "libsnmp_tamrel.so"),
+                      env=dict(os.environ, VRX_ROOT=os.path.join(SOURCE_DIR, "share"), TZ="UTC0"))
+        with open(os.path.join(SOURCE_DIR, "examples/minimal-host/transcript.txt"), encoding="utf-8") as file:
+            self.assertEqual(example.stdout, file.read())
+
+    def assert_embedders_are_told(self):
+        """Where a host of others finds the libraries, and that their types are the ones."""
+        environment = dict(os.environ, PKG_CONFIG_PATH=os.path.join(self.build, "packaging/development"))
+        flags = run("pkg-config", "--cflags", "--libs", "vrx", env=environment).stdout.split()
+        library = os.path.join(self.prefix, "lib")
+        for flag in ("-I" + os.path.join(self.prefix, "include"), os.path.join(library, "libsnmp++.so"),
+                     os.path.join(library, "libagent++.so"), "-Wl,-rpath," + library):
+            self.assertIn(flag, flags)
+        self.assertEqual(run("pkg-config", "--variable=value_types", "vrx", env=environment).stdout, "SYSTEM\n")
 
     def test_a_library_of_another_width_builds_too(self):
         code, output = self.configure("-DTAMREL_SNMPPP=SYSTEM", "-DCMAKE_PREFIX_PATH=" + self.prefixes[32])
