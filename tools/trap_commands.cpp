@@ -7,7 +7,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
-#include <cstring>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -17,6 +16,7 @@
 #include "host/notification_log/fault_level.h"
 #include "host/notification_log/notification_codec.h"
 #include "host/notification_log/notification_subject.h"
+#include "host/snmp/hexadecimal.h"
 #include "tools/agent_call.h"
 #include "tools/terminal_text.h"
 
@@ -116,22 +116,10 @@ std::string typeText(unsigned char type) {
     return found == std::end(TYPES) ? fmt::format("type {}", type) : found->name;
 }
 
-std::string hexOf(const std::string& octets) {
-    std::string text;
-    for (const char octet : octets) text += fmt::format("{:02x}", static_cast<unsigned char>(octet));
-    return text;
-}
-
 // UTF-8 without control characters but those of line ends and tabs.
 bool isText(std::string octets) {
     octets.erase(std::remove(octets.begin(), octets.end(), '\r'), octets.end());
     return terminalLines(octets) == octets;
-}
-
-OidVector nameOf(const std::string& octets) {
-    OidVector name(octets.size() / sizeof(oid));
-    if (!name.empty()) std::memcpy(name.data(), octets.data(), name.size() * sizeof(oid));
-    return name;
 }
 
 std::string valueText(const SnmpValue& value) {
@@ -141,9 +129,9 @@ std::string valueText(const SnmpValue& value) {
         case ASN_INTEGER:
             return std::to_string(static_cast<std::int64_t>(value.number));
         case ASN_OCTET_STR:
-            return isText(value.octets) ? value.octets : "0x" + hexOf(value.octets);
+            return isText(value.octets) ? value.octets : "0x" + hexadecimal(value.octets);
         case ASN_OBJECT_ID:
-            return oidText(nameOf(value.octets));
+            return oidText(oidOfOctets(value.octets));
         case ASN_IPADDRESS: {
             std::string text;
             for (const char octet : value.octets) {

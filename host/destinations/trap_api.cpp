@@ -10,6 +10,7 @@
 #include "host/destinations/connectivity.h"
 #include "host/destinations/trap_destination_checks.h"
 #include "host/destinations/trap_destination_result.h"
+#include "host/snmp/limits.h"
 #include "platform/snmp_trap_api.h"
 #include "platform/vrx_utility.h"
 #include "platform/vrx_xml_config.h"
@@ -19,7 +20,6 @@ namespace vrx {
 namespace {
 
 constexpr unsigned int DEFAULT_LIMIT = 64;  // destinations
-constexpr unsigned int SNMPV3 = 3;          // as a destination's version
 
 // Never destroyed: other threads may ask until the process ends.
 class Service {

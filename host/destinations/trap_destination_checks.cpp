@@ -9,6 +9,8 @@
 #include <cctype>
 #include <cstring>
 
+#include "host/snmp/limits.h"
+
 namespace vrx {
 
 namespace destination_check {
@@ -125,12 +127,17 @@ std::string canonicalAddress(const std::string& text) {
     return name;
 }
 
+std::string addressAndPort(const std::string& address, unsigned int port) {
+    const bool isIpv6 = address.find(':') != std::string::npos;
+    return (isIpv6 ? "[" + address + "]" : address) + ":" + std::to_string(port);
+}
+
 bool isPort(unsigned int port) {
-    return port >= 1 && port <= 65535;
+    return port >= 1 && port <= HIGHEST_PORT;
 }
 
 bool isVersion(unsigned int version) {
-    return version >= 1 && version <= 3;
+    return version >= 1 && version <= SNMPV3;
 }
 
 bool isTrapType(unsigned int type) {
@@ -138,7 +145,7 @@ bool isTrapType(unsigned int type) {
 }
 
 bool isUserText(const std::string& user) {
-    return !user.empty() && user.size() <= LONGEST_USER &&
+    return !user.empty() && user.size() <= LONGEST_USER_NAME &&
            std::all_of(user.begin(), user.end(), [](char c) { return c >= ' ' && c <= '~'; });
 }
 

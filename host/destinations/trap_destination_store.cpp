@@ -26,17 +26,20 @@ constexpr const char* OPEN_SQL =
     "PRAGMA journal_mode=DELETE;"
     "PRAGMA synchronous=EXTRA;";
 
-constexpr const char* CREATE_SQL =
-    "BEGIN IMMEDIATE;"
-    "CREATE TABLE destination("
-    "  number INTEGER PRIMARY KEY CHECK(number BETWEEN 1 AND 65535),"
-    "  address TEXT NOT NULL, canonical TEXT NOT NULL, port INTEGER NOT NULL, version INTEGER NOT NULL,"
-    "  trap_type INTEGER NOT NULL, user TEXT NOT NULL,"
-    "  UNIQUE(canonical, port, user));"
-    "CREATE TABLE numbering(last INTEGER NOT NULL);"
-    "INSERT INTO numbering VALUES(0);"
-    "PRAGMA user_version=1;"
-    "COMMIT;";
+std::string createSql() {
+    return "BEGIN IMMEDIATE;"
+           "CREATE TABLE destination("
+           "  number INTEGER PRIMARY KEY CHECK(number BETWEEN 1 AND " +
+           std::to_string(destination_check::HIGHEST_NUMBER) +
+           "),"
+           "  address TEXT NOT NULL, canonical TEXT NOT NULL, port INTEGER NOT NULL, version INTEGER NOT NULL,"
+           "  trap_type INTEGER NOT NULL, user TEXT NOT NULL,"
+           "  UNIQUE(canonical, port, user));"
+           "CREATE TABLE numbering(last INTEGER NOT NULL);"
+           "INSERT INTO numbering VALUES(0);"
+           "PRAGMA user_version=1;"
+           "COMMIT;";
+}
 
 bool isSame(const tTrapDestInfo& a, const tTrapDestInfo& b) {
     return a.port == b.port && a.user == b.user &&
@@ -113,7 +116,7 @@ private:
         m_database.execute(OPEN_SQL);
         const unsigned long long version = readNumber("PRAGMA user_version");
         if (version == 0) {
-            m_database.execute(CREATE_SQL);
+            m_database.execute(createSql().c_str());
         } else if (version != SCHEMA_VERSION) {
             throw SqliteError("schema " + std::to_string(version) + " is not known");
         }
@@ -279,8 +282,8 @@ bool TrapDestinationStore::isDuplicate(const tTrapDestInfo& destination, unsigne
 
 // 0 when all numbers are taken.
 unsigned int TrapDestinationStore::nextNumber() const {
-    for (unsigned int step = 0; step < HIGHEST_NUMBER; ++step) {
-        const unsigned int number = (m_lastNumber + step) % HIGHEST_NUMBER + 1;
+    for (unsigned int step = 0; step < destination_check::HIGHEST_NUMBER; ++step) {
+        const unsigned int number = (m_lastNumber + step) % destination_check::HIGHEST_NUMBER + 1;
         if (m_working.count(number) == 0) return number;
     }
     return 0;
@@ -289,7 +292,7 @@ unsigned int TrapDestinationStore::nextNumber() const {
 int TrapDestinationStore::create(const tTrapDestInfo& destination) {
     return change([&]() -> int {
         const unsigned int asked = std::exchange(m_nextNumber, 0);
-        if (asked > HIGHEST_NUMBER) return TRAP_DESTINATION_BAD_VALUE;
+        if (asked > destination_check::HIGHEST_NUMBER) return TRAP_DESTINATION_BAD_VALUE;
         if (m_working.count(asked) != 0) return TRAP_DESTINATION_NUMBER_TAKEN;
         if (isDuplicate(destination, 0)) return TRAP_DESTINATION_DUPLICATE;
         const unsigned int number = asked != 0 ? asked : nextNumber();

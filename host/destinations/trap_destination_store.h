@@ -35,8 +35,6 @@ namespace vrx {
 
 class TrapDestinationStore {
 public:
-    static constexpr unsigned int HIGHEST_NUMBER = 65535;
-
     // Opens or creates the file, for its owner alone. `limit`: most rows. Throws std::runtime_error when the file
     // cannot be read and written.
     TrapDestinationStore(const std::string& path, std::size_t limit);

@@ -8,6 +8,8 @@
 #include <system_error>
 #include <thread>
 
+#include "host/snmp/limits.h"
+
 namespace vrx {
 
 namespace {
@@ -51,11 +53,9 @@ std::string lastGoodCopy(const std::string& path) {
 }
 
 bool isEngineId(const std::string& text) {
-    constexpr std::size_t SHORTEST = 5;
-    constexpr std::size_t LONGEST = 32;
     if (text.rfind("0x", 0) != 0 && text.rfind("0X", 0) != 0) return false;
     const std::size_t digits = text.size() - 2;
-    return digits % 2 == 0 && digits >= 2 * SHORTEST && digits <= 2 * LONGEST &&
+    return digits % 2 == 0 && digits >= 2 * SHORTEST_ENGINE_ID && digits <= 2 * LONGEST_ENGINE_ID &&
            text.find_first_not_of(HEX_DIGITS, 2) == std::string::npos;
 }
 

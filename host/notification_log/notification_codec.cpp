@@ -1,8 +1,9 @@
 #include "host/notification_log/notification_codec.h"
 
 #include <cstdint>
-#include <cstring>
 #include <limits>
+
+#include "host/snmp/limits.h"
 
 namespace vrx {
 
@@ -10,7 +11,6 @@ namespace {
 
 constexpr char VERSION = 1;
 constexpr std::uint64_t SHORTEST_NAME = 2;
-constexpr std::uint64_t LONGEST_NAME = 128;
 constexpr std::uint64_t MAX_UNSIGNED32 = std::numeric_limits<std::uint32_t>::max();
 constexpr std::size_t ADDRESS_BYTES = 4;
 
@@ -30,12 +30,6 @@ void putOctets(std::string& bytes, const std::string& octets) {
 void putName(std::string& bytes, const oid* name, std::size_t length) {
     putNumber(bytes, length);
     for (std::size_t i = 0; i < length; ++i) putNumber(bytes, name[i]);
-}
-
-OidVector nameOf(const std::string& octets) {
-    OidVector name(octets.size() / sizeof(oid));
-    if (!name.empty()) std::memcpy(name.data(), octets.data(), name.size() * sizeof(oid));
-    return name;
 }
 
 // Small numbers of either sign become small numbers.
@@ -66,7 +60,7 @@ void putValue(std::string& bytes, const SnmpValue& value) {
         case ASN_IPADDRESS:
             return putOctets(bytes, value.octets);
         case ASN_OBJECT_ID: {
-            const OidVector name = nameOf(value.octets);
+            const OidVector name = oidOfOctets(value.octets);
             return putName(bytes, name.data(), name.size());
         }
         default:
@@ -111,7 +105,7 @@ public:
 
     bool takeName(OidVector& name) {
         std::uint64_t count = 0;
-        if (!takeNumber(count, LONGEST_NAME) || count > left()) return false;
+        if (!takeNumber(count, LONGEST_OID) || count > left()) return false;
         name.resize(count);
         for (oid& id : name) {
             std::uint64_t number = 0;
@@ -143,7 +137,7 @@ public:
             case ASN_OBJECT_ID: {
                 OidVector name;
                 if (!takeName(name) || name.size() < SHORTEST_NAME) return false;
-                value.octets.assign(reinterpret_cast<const char*>(name.data()), name.size() * sizeof(oid));
+                value.octets = octetsOfOid(name);
                 return true;
             }
             default:

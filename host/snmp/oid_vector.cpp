@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <stdexcept>
 
@@ -40,6 +41,16 @@ std::string oidText(const oid* name, std::size_t length) {
         text += std::to_string(name[i]);
     }
     return text;
+}
+
+std::string octetsOfOid(const OidVector& name) {
+    return {reinterpret_cast<const char*>(name.data()), name.size() * sizeof(oid)};
+}
+
+OidVector oidOfOctets(const std::string& octets) {
+    OidVector name(octets.size() / sizeof(oid));
+    if (!name.empty()) std::memcpy(name.data(), octets.data(), name.size() * sizeof(oid));
+    return name;
 }
 
 int compareOid(const oid* a, std::size_t aLength, const oid* b, std::size_t bLength) {

@@ -28,6 +28,10 @@ inline std::string oidText(const OidVector& name) {
     return oidText(name.data(), name.size());
 }
 
+// A name as the octets of an SnmpValue: its sub-identifiers as this machine has them in memory.
+std::string octetsOfOid(const OidVector& name);
+OidVector oidOfOctets(const std::string& octets);
+
 // Less than, equal to or greater than 0, as the first name stands before, at or after the second.
 int compareOid(const oid* a, std::size_t aLength, const oid* b, std::size_t bLength);
 

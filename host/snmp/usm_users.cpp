@@ -3,13 +3,13 @@
 #include <cstring>
 #include <utility>
 
+#include "host/snmp/limits.h"
 #include "host/snmp/net_snmp.h"
 
 namespace vrx {
 
 std::string ownEngineId() {
-    constexpr std::size_t LONGEST = 32;
-    std::string id(LONGEST, '\0');
+    std::string id(LONGEST_ENGINE_ID, '\0');
     id.resize(snmpv3_get_engineID(reinterpret_cast<u_char*>(id.data()), id.size()));
     return id;
 }

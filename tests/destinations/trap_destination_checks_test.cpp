@@ -24,6 +24,13 @@ TEST(DestinationAddress, Ipv6HasItsSpellings) {
     expectAll(false, isIpv6Address, {"", ":", ":::", "1:2:3:4:5:6:7", "1:2:3:4:5:6:7:8:9", "g::1", "[::1]", "1.2.3.4"});
 }
 
+TEST(DestinationAddress, IsShownWithItsPort) {
+    EXPECT_EQ(addressAndPort("192.0.2.7", 162), "192.0.2.7:162");
+    EXPECT_EQ(addressAndPort("2001:db8::7", 65535), "[2001:db8::7]:65535");
+    EXPECT_EQ(addressAndPort("fe80::1%eth0", 1), "[fe80::1%eth0]:1");
+    EXPECT_EQ(addressAndPort("nms.example.com", 162), "nms.example.com:162");
+}
+
 TEST(DestinationAddress, ZoneGoesWithLinkLocalAddressesOnly) {
     expectAll(true, isIpv6Address, {"fe80::1%eth0", "ff02::1%lo", "fe80::1%2", "fe80::1%abcdefghijklmno"});
     expectAll(false, isIpv6Address,

@@ -48,8 +48,7 @@ bool writeValue(BerWriter& out, const SnmpValue& value) {
             out.octets(value.type, value.type == ASN_NULL ? std::string_view() : value.octets);
             return true;
         case ASN_OBJECT_ID: {
-            OidVector name(value.octets.size() / sizeof(oid));
-            if (!name.empty()) std::memcpy(name.data(), value.octets.data(), name.size() * sizeof(oid));
+            const OidVector name = oidOfOctets(value.octets);
             return writeName(out, name.data(), name.size());
         }
         default:

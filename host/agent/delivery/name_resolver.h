@@ -42,7 +42,9 @@ private:
     std::shared_ptr<State> m_state;  // shared with the thread, which may outlive this object
 };
 
-// Whether the text is an IPv4 address, or an IPv6 address with or without a zone ("fe80::1%eth0").
+// Whether the text is an IPv4 address, or an IPv6 address with or without a zone ("fe80::1%eth0"): what is sent to as
+// it is, and not looked up. Which of them a destination may have, with a zone for link-local ones only, is
+// destination_check's to say.
 bool isIpv4Address(const std::string& text);
 bool isIpv6Address(const std::string& text);
 

@@ -15,11 +15,10 @@
 #include <string_view>
 
 #include "host/notification_log/notification.h"
+#include "host/snmp/limits.h"
 
 namespace vrx {
 
-constexpr std::size_t LONGEST_MESSAGE = 65507;     // octets of a UDP datagram's largest payload over IPv4
-constexpr std::size_t SHORTEST_MAX_MESSAGE = 484;  // RFC 3412: each engine takes as much
 constexpr std::size_t LONGEST_WHOLE_TEXT = 32;
 constexpr std::string_view CUT_MARK = "...";
 

@@ -1,6 +1,5 @@
 #include "host/agent/delivery/notification_pdu.h"
 
-#include <cerrno>
 #include <cstring>
 
 namespace vrx {
@@ -28,7 +27,7 @@ SnmpValue timeTicks(unsigned long ticks) {
 SnmpValue objectId(const OidVector& name) {
     SnmpValue value;
     value.type = ASN_OBJECT_ID;
-    value.octets.assign(reinterpret_cast<const char*>(name.data()), name.size() * sizeof(oid));
+    value.octets = octetsOfOid(name);
     return value;
 }
 
@@ -86,11 +85,6 @@ PduPointer makeTrapPduV1(const Notification& trap, unsigned long upTime, std::ui
         }
     }
     return pdu;
-}
-
-bool isFaultOfPdu(int snmpError, int systemError) {
-    return snmpError == SNMPERR_TOO_LONG || snmpError == SNMPERR_BAD_ASN1_BUILD ||
-           (snmpError == SNMPERR_BAD_SENDTO && systemError == EMSGSIZE);
 }
 
 }  // namespace vrx

@@ -40,8 +40,4 @@ PduPointer makeTrapPdu(const Notification& trap, unsigned long upTime);
 PduPointer makeTrapPduV1(const Notification& trap, unsigned long upTime, std::uint32_t agentAddress,
                          unsigned int& leftOut);
 
-// Of the errors that the library leaves in a session when it cannot send a PDU: no message can be made of this one, or
-// none that goes into a datagram, whatever is tried.
-bool isFaultOfPdu(int snmpError, int systemError);
-
 }  // namespace vrx

@@ -7,6 +7,7 @@
 
 #include "host/agent/engine/listener_address.h"
 #include "host/engine_files/engine_file.h"
+#include "host/snmp/limits.h"
 #include "host/snmp/net_snmp.h"
 
 namespace vrx {
@@ -17,9 +18,7 @@ using Words = std::vector<std::string>;
 
 constexpr std::size_t LONGEST_NAME = 32;   // of users, groups, views and communities: SnmpAdminString (SIZE(0..32))
 constexpr std::size_t LONGEST_TEXT = 255;  // DisplayString
-constexpr std::size_t SHORTEST_PASSPHRASE = 8;  // RFC 3414, 11.2
 constexpr std::size_t LONGEST_PASSPHRASE = 255;
-constexpr std::size_t LONGEST_OID = 128;  // sub-identifiers
 constexpr long long LARGEST_NUMBER = 2'147'483'647;
 
 std::string textFault(const std::string& text) {
@@ -213,7 +212,7 @@ const LibraryDirective WORDS[] = {
     {"disableSNMPv1", switchFault, true},
     {"disableSNMPv2c", switchFault, true},
     {"disableSNMPv3", switchFault, true},
-    {"sendMessageMaxSize", numberFault<484, 65507>, true},
+    {"sendMessageMaxSize", numberFault<SHORTEST_MAX_MESSAGE, LONGEST_MESSAGE>, true},
     {"serverRecvBuf", numberFault<0, LARGEST_NUMBER>, true},
     {"serverSendBuf", numberFault<0, LARGEST_NUMBER>, true},
 };

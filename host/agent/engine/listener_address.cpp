@@ -4,6 +4,7 @@
 #include <array>
 #include <sstream>
 
+#include "host/snmp/limits.h"
 #include "platform/vrx_utility.h"
 
 namespace vrx {
@@ -19,7 +20,6 @@ std::vector<std::string> splitListeners(const std::string& list) {
 
 std::string listenerFault(const std::string& address) {
     constexpr std::array TRANSPORTS = {"udp", "udp6", "tcp", "tcp6"};
-    constexpr unsigned int MAX_PORT = 65'535;
     constexpr std::size_t MAX_DIGITS = 5;
     const std::size_t behindTransport = address.find(':');
     const bool known = std::any_of(TRANSPORTS.begin(), TRANSPORTS.end(), [&](const char* transport) {
@@ -37,7 +37,7 @@ std::string listenerFault(const std::string& address) {
     const bool digits =
         !port.empty() && port.size() <= MAX_DIGITS && port.find_first_not_of("0123456789") == std::string::npos;
     const unsigned int number = digits ? StrToUint(port) : 0;
-    if (number < 1 || number > MAX_PORT) return "\"" + address + "\": the port is no number from 1 to 65535";
+    if (number < 1 || number > HIGHEST_PORT) return "\"" + address + "\": the port is no number from 1 to 65535";
     return {};
 }
 

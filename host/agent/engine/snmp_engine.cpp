@@ -1,12 +1,10 @@
 #include "host/agent/engine/snmp_engine.h"
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 #include <utility>
 
 #include "host/agent/engine/engine_defaults.h"
@@ -17,6 +15,8 @@
 #include "host/agent/engine/udp_listener.h"
 #include "host/agent/loop/agent_log.h"
 #include "host/base/log_rate_limiter.h"
+#include "host/snmp/hexadecimal.h"
+#include "host/snmp/limits.h"
 #include "host/snmp/net_snmp.h"
 #include "host/snmp/usm_users.h"
 
@@ -138,14 +138,8 @@ SnmpEngine::SnmpEngine(const std::string& root, const std::string& state)
 }
 
 EngineIdentity SnmpEngine::identity() const {
-    std::array<unsigned char, SNMP_MAX_ENG_SIZE> engine{};
-    const std::size_t size = snmpv3_get_engineID(engine.data(), engine.size());
     EngineIdentity identity;
-    for (std::size_t i = 0; i < size; ++i) {
-        constexpr std::string_view DIGITS = "0123456789abcdef";
-        identity.id += DIGITS[engine[i] >> 4U];
-        identity.id += DIGITS[engine[i] & 0xFU];
-    }
+    identity.id = hexadecimal(ownEngineId());
     identity.boots = snmpv3_local_snmpEngineBoots();
     identity.uptimeSeconds = netsnmp_get_agent_uptime() / 100;
     return identity;
@@ -156,12 +150,12 @@ std::string SnmpEngine::addUser(const UserKeys& user) {
         return std::isalnum(static_cast<unsigned char>(c)) != 0 || strchr("._-", c) != nullptr;
     };
     const auto quotable = [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; };
-    if (user.name.empty() || user.name.size() > UserKeys::MAX_NAME ||
+    if (user.name.empty() || user.name.size() > LONGEST_USER_NAME ||
         !std::all_of(user.name.begin(), user.name.end(), plain)) {
         return "a user's name has 1 to 32 letters, digits and \"._-\"";
     }
     for (const std::string* passphrase : {&user.authentication, &user.privacy}) {
-        if (passphrase->size() < UserKeys::MIN_PASSPHRASE ||
+        if (passphrase->size() < SHORTEST_PASSPHRASE ||
             !std::all_of(passphrase->begin(), passphrase->end(), quotable)) {
             return "a passphrase has at least 8 printable ASCII characters, without quotes and backslashes";
         }

@@ -35,13 +35,10 @@ struct EngineIdentity {
 // A user of SNMPv3 with authentication and encryption.
 struct UserKeys {
     std::string name;
-    std::string authentication;  // passphrases, at least MIN_PASSPHRASE characters
+    std::string authentication;  // passphrases, at least SHORTEST_PASSPHRASE characters
     std::string privacy;
     std::string authenticationProtocol = AUTHENTICATION_PROTOCOLS.front();  // of user_protocols.h
     std::string privacyProtocol = PRIVACY_PROTOCOLS.front();
-
-    static constexpr std::size_t MIN_PASSPHRASE = 8;  // RFC 3414, 11.2
-    static constexpr std::size_t MAX_NAME = 32;       // RFC 3414, SnmpAdminString (SIZE(1..32))
 };
 
 class SnmpEngine {

@@ -8,6 +8,8 @@
 #include <optional>
 #include <string>
 
+#include "host/destinations/trap_destination_checks.h"
+
 namespace vrx {
 
 // How the receiver is reached and spoken to.
@@ -53,10 +55,7 @@ struct InformDestination {
     InformPolicy policy;
 
     // What it is known by, also on disk: "192.0.2.1:162", "[2001:db8::1]:162", "nms.example.com:162".
-    std::string name() const {
-        const bool isIpv6 = peer.host.find(':') != std::string::npos;
-        return (isIpv6 ? "[" + peer.host + "]" : peer.host) + ":" + std::to_string(peer.port);
-    }
+    std::string name() const { return destination_check::addressAndPort(peer.host, peer.port); }
 };
 
 }  // namespace vrx

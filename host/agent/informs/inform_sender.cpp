@@ -6,6 +6,7 @@
 
 #include "host/agent/loop/agent_log.h"
 #include "host/base/memory_retry.h"
+#include "host/destinations/trap_destination_checks.h"
 #include "host/notification_log/notification_subject.h"
 #include "host/snmp/net_snmp.h"
 
@@ -15,7 +16,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr unsigned long LAST_TABLE_NUMBER = 65'535;  // of the trap destination table
 constexpr unsigned long TICKS_PER_SECOND = 100;
 constexpr milliseconds SHORTEST_SLEEP{1};
 
@@ -42,7 +42,7 @@ InformSender::InformSender(AgentLoop& loop, InformTransport& transport, const st
                            std::chrono::seconds resolveInterval, NameResolver::Lookup lookup)
     : m_transport(transport),
       m_firstUpTime(static_cast<std::uint32_t>(netsnmp_get_agent_uptime())),
-      m_lastNumber(LAST_TABLE_NUMBER),
+      m_lastNumber(destination_check::HIGHEST_NUMBER),
       m_scheduler(
           loop, [this] { takeTurn(); }, SHORTEST_SLEEP, resolveInterval, std::move(lookup)),
       m_queue(queuePath, [this] { m_scheduler.wake(); }) {}

@@ -6,9 +6,12 @@
 
 #include "host/agent/delivery/community_trap_encoder.h"
 #include "host/agent/delivery/name_resolver.h"
+#include "host/agent/delivery/net_snmp_errors.h"
 #include "host/agent/delivery/notification_fitting.h"
 #include "host/agent/delivery/notification_pdu.h"
 #include "host/base/memory_retry.h"
+#include "host/snmp/hexadecimal.h"
+#include "host/snmp/limits.h"
 #include "host/snmp/net_snmp.h"
 #include "host/snmp/usm_users.h"
 
@@ -18,32 +21,12 @@ namespace vrx {
 
 namespace {
 
-constexpr unsigned int SNMPV3 = 3;
-constexpr std::size_t SHORTEST_ENGINE_ID = 5;  // RFC 3411, SnmpEngineID
-constexpr std::size_t LONGEST_ENGINE_ID = 32;
 constexpr std::uint64_t REQUEST_IDS = 0x7fffffff;  // they are positive 32-bit numbers
 
 struct CloseSession {
     void operator()(netsnmp_session* session) const { snmp_close(session); }
 };
 using SessionPointer = std::unique_ptr<netsnmp_session, CloseSession>;
-
-std::string takeText(char* text) {
-    std::string copy = text != nullptr ? text : "unknown error";
-    std::free(text);
-    return copy;
-}
-
-std::string hexadecimal(const std::string& bytes) {
-    std::string text;
-    for (const char c : bytes) {
-        constexpr const char* DIGITS = "0123456789abcdef";
-        const auto byte = static_cast<unsigned char>(c);
-        text += DIGITS[byte >> 4U];
-        text += DIGITS[byte & 0xFU];
-    }
-    return text;
-}
 
 // A copy that the library frees.
 bool setBytes(const std::string& bytes, u_char*& field, std::size_t& length) {
@@ -195,7 +178,7 @@ void NetSnmpInformChannel::hand(PduPointer pdu, netsnmp_callback callback) {
         int snmpError = 0;
         snmp_error(m_session.get(), &systemError, &snmpError, &text);
         const bool unsendable = isInform && isFaultOfPdu(snmpError, systemError);
-        return finish(unsendable ? InformOutcome::Kind::Unsendable : InformOutcome::Kind::Failed, takeText(text));
+        return finish(unsendable ? InformOutcome::Kind::Unsendable : InformOutcome::Kind::Failed, takeErrorText(text));
     }
     (void)pdu.release();  // the library has it
     m_wasSent = m_wasSent || isInform;
@@ -312,7 +295,7 @@ std::unique_ptr<InformChannel> NetSnmpInformTransport::open(const InformPeer& pe
     if (!session) {
         char* text = nullptr;
         snmp_error(&wanted, nullptr, nullptr, &text);
-        failure = takeText(text);
+        failure = takeErrorText(text);
         return nullptr;
     }
     // Opening takes the flag away, and the first message would make the library ask for the engine by itself, waiting

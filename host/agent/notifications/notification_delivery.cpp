@@ -5,6 +5,7 @@
 
 #include "host/agent/loop/agent_log.h"
 #include "host/base/memory_retry.h"
+#include "host/destinations/trap_destination_checks.h"
 #include "host/notification_log/notification_codec.h"
 
 namespace vrx {
@@ -12,8 +13,6 @@ namespace vrx {
 namespace {
 
 using std::chrono::milliseconds;
-
-constexpr const char* LAST_TABLE_KEY = "0000065535";  // of the trap destination table
 
 std::string joined(const std::vector<std::string>& names) {
     std::string text;
@@ -24,9 +23,9 @@ std::string joined(const std::vector<std::string>& names) {
 }  // namespace
 
 std::string destinationName(const tTrapDestInfo& info) {
-    if (trapDestinationKey(info.index) <= LAST_TABLE_KEY) return info.index;
-    const bool isIpv6 = info.address.find(':') != std::string::npos;
-    return (isIpv6 ? "[" + info.address + "]" : info.address) + ":" + std::to_string(info.port);
+    const std::string lastOfTable = trapDestinationKey(std::to_string(destination_check::HIGHEST_NUMBER));
+    if (trapDestinationKey(info.index) <= lastOfTable) return info.index;
+    return destination_check::addressAndPort(info.address, info.port);
 }
 
 NotificationDelivery::NotificationDelivery(AgentLoop& loop, std::vector<NotificationSink*> sinks, EventLedger& ledger,

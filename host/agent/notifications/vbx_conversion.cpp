@@ -3,12 +3,13 @@
 #include <algorithm>
 #include <limits>
 
+#include "host/snmp/limits.h"
+
 namespace vrx {
 
 namespace {
 
 constexpr Snmp_pp::SmiUINT32 SHORTEST_NAME = 2;  // BER puts the first two sub-identifiers into one number
-constexpr Snmp_pp::SmiUINT32 LONGEST_NAME = 128;
 
 constexpr std::size_t USUAL_OCTETS = 1024;  // fewer are in nearly every text
 
@@ -60,7 +61,7 @@ bool readOid(const Agentpp::Vbx& binding, SnmpValue& value) {
     if (binding.get_value(name) != SNMP_CLASS_SUCCESS) return false;
     const OidVector ids = oidOf(name);
     if (ids.empty()) return false;
-    value.octets.assign(reinterpret_cast<const char*>(ids.data()), ids.size() * sizeof(oid));
+    value.octets = octetsOfOid(ids);
     return true;
 }
 
@@ -90,7 +91,7 @@ bool readValue(const Agentpp::Vbx& binding, SnmpValue& value) {
 
 OidVector oidOf(const Snmp_pp::Oid& name) {
     const Snmp_pp::SmiUINT32 length = name.len();
-    if (length < SHORTEST_NAME || length > LONGEST_NAME) return {};
+    if (length < SHORTEST_NAME || length > LONGEST_OID) return {};
     OidVector ids(length);
     for (Snmp_pp::SmiUINT32 i = 0; i < length; ++i) {
         ids[i] = name[i];

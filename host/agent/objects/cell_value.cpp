@@ -61,10 +61,6 @@ std::string octetsOfCell(const CTLVCell& cell) {
     return std::string(textOfCell(cell).value_or(bytesOfCell(cell)));
 }
 
-std::string bytesOf(const OidVector& name) {
-    return {reinterpret_cast<const char*>(name.data()), name.size() * sizeof(oid)};
-}
-
 }  // namespace
 
 std::optional<std::string_view> textOfCell(const CTLVCell& cell) {
@@ -88,7 +84,7 @@ std::optional<SnmpValue> valueOfCell(const CTLVCell& cell, const MibSyntax& synt
     }
     if (syntax.type == ASN_OBJECT_ID) {
         try {
-            value.octets = bytesOf(parseOid(octetsOfCell(cell)));
+            value.octets = octetsOfOid(parseOid(octetsOfCell(cell)));
         } catch (const std::invalid_argument&) {
             return std::nullopt;
         }

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "host/destinations/trap_destination_checks.h"
+#include "host/snmp/limits.h"
 #include "host/snmp/net_snmp.h"
 
 #include <net-snmp/agent/agent_trap.h>
@@ -30,9 +31,6 @@ constexpr unsigned int LARGEST_QUEUE = 10'000'000;
 constexpr unsigned int LONGEST_WAIT = 3'600'000;  // an hour, in milliseconds
 constexpr unsigned int MOST_RETRIES = 1'000'000;
 constexpr unsigned int MILLISECONDS = 1000;
-constexpr std::size_t SHORTEST_PASSPHRASE = 8;  // RFC 3414, 11.2
-constexpr std::size_t SHORTEST_ENGINE_ID = 5;   // RFC 3411, SnmpEngineID
-constexpr std::size_t LONGEST_ENGINE_ID = 32;
 constexpr std::size_t LONGEST_TEXT = 255;  // of a context name
 
 InformDirectives* g_words = nullptr;
@@ -90,8 +88,7 @@ void readHost(std::string text, InformPeer& peer) {
     if (!destination_check::isAddress(text)) {
         throw Fault("neither an address nor a host name that informs can be sent to over UDP: " + all);
     }
-    constexpr unsigned int MAX_PORT = 65'535;
-    if (!port.empty()) peer.port = number(port, 1, MAX_PORT, "the port");
+    if (!port.empty()) peer.port = number(port, 1, HIGHEST_PORT, "the port");
     peer.host = destination_check::canonicalAddress(text);
 }
 
@@ -242,8 +239,7 @@ void readInformSink(const std::vector<std::string>& words) {
     InformDestination destination;
     destination.policy = g_words->policy;
     if (words.size() == MOST_WORDS) {
-        constexpr unsigned int MAX_PORT = 65'535;
-        destination.peer.port = number(words[2], 1, MAX_PORT, "the port");
+        destination.peer.port = number(words[2], 1, HIGHEST_PORT, "the port");
     }
     readHost(words.front(), destination.peer);
     setCommunity(words.size() > 1 ? words[1] : "", destination.peer);
@@ -260,7 +256,6 @@ void readSession(const std::vector<std::string>& words) {
     if (arguments.version == "2c" || arguments.version == "2") {
         setCommunity(arguments.community, destination.peer);
     } else if (arguments.version == "3") {
-        constexpr unsigned int SNMPV3 = 3;
         destination.peer.version = SNMPV3;
         readUser(arguments, destination.peer);
     } else {

@@ -8,6 +8,7 @@
 #include "host/destinations/trap_api.h"
 #include "host/destinations/trap_destination_checks.h"
 #include "host/destinations/trap_destination_result.h"
+#include "host/snmp/limits.h"
 #include "host/snmp/net_snmp.h"
 #include "platform/snmp_trap_api.h"
 
@@ -121,7 +122,7 @@ int DestinationRules::variableOf(const SetRow& row, int result) const {
 bool DestinationRules::isSecret(const MibColumn& column, const CTLVRecordV3& record) const {
     if (column.number != USER || !record.has(USER)) return false;
     const auto user = textOfCell(record[USER]);
-    const bool isCommunity = !record.has(VERSION) || CTLVCell::ValueCast<unsigned int>()(&record[VERSION]) != 3;
+    const bool isCommunity = !record.has(VERSION) || CTLVCell::ValueCast<unsigned int>()(&record[VERSION]) != SNMPV3;
     return isCommunity && user != destination_check::NO_USER;
 }
 

@@ -9,13 +9,14 @@
 #include <net-snmp/library/snmpusm.h>
 #include <sys/socket.h>
 
-#include <vector>
-
 #include "host/agent/delivery/community_trap_encoder.h"
 #include "host/agent/delivery/name_resolver.h"
+#include "host/agent/delivery/net_snmp_errors.h"
 #include "host/agent/delivery/notification_fitting.h"
 #include "host/agent/delivery/notification_pdu.h"
 #include "host/base/file_descriptor.h"
+#include "host/snmp/limits.h"
+#include "host/snmp/usm_users.h"
 
 namespace vrx {
 
@@ -28,20 +29,6 @@ struct CloseSession {
     void operator()(void* session) const { snmp_sess_close(session); }
 };
 using SessionPointer = std::unique_ptr<void, CloseSession>;
-
-constexpr std::size_t LONGEST_ENGINE_ID = 32;
-
-std::vector<u_char> ownEngineId() {
-    std::vector<u_char> id(LONGEST_ENGINE_ID);
-    id.resize(snmpv3_get_engineID(id.data(), id.size()));
-    return id;
-}
-
-std::string takeText(char* text) {
-    std::string copy = text != nullptr ? text : "unknown error";
-    std::free(text);
-    return copy;
-}
 
 // The IPv4 address that datagrams to the destination leave from, in network byte order; 0 when it cannot be told.
 std::uint32_t localAddressTowards(const TrapRoute& route) {
@@ -92,7 +79,7 @@ protected:
             int systemError = 0;
             int snmpError = 0;
             snmp_sess_error(m_session.get(), &systemError, &snmpError, &text);
-            result.failure = takeText(text);
+            result.failure = takeErrorText(text);
             result.unsendable = isFaultOfPdu(snmpError, systemError);
         }
     }
@@ -187,8 +174,8 @@ std::string NetSnmpTrapTransport::community() {
 }
 
 std::optional<int> NetSnmpTrapTransport::levelOfUser(const std::string& user) {
-    const std::vector<u_char> engine = ownEngineId();
-    const usmUser* found = usm_get_user(engine.data(), engine.size(), user.c_str());
+    const std::string engine = ownEngineId();
+    const usmUser* found = usm_get_user(reinterpret_cast<const u_char*>(engine.data()), engine.size(), user.c_str());
     if (found == nullptr || found->userStatus != RS_ACTIVE) return std::nullopt;
     constexpr std::size_t NONE_LENGTH = 10;  // 1.3.6.1.6.3.10.1.1.1 and 1.3.6.1.6.3.10.1.2.1
     if (!hasKey(found->authProtocol, found->authProtocolLen, usmNoAuthProtocol, NONE_LENGTH, found->authKeyLen)) {
@@ -207,23 +194,24 @@ std::unique_ptr<TrapChannel> NetSnmpTrapTransport::open(const TrapRoute& route, 
     std::string peer = isIpv6 ? "udp6:[" + route.address + "]" : "udp:" + route.address;
     peer += ":" + std::to_string(route.port);
     std::string name = route.name;
-    std::vector<u_char> engine = ownEngineId();
+    std::string engine = ownEngineId();
+    auto* const engineId = reinterpret_cast<u_char*>(engine.data());
 
     // The library copies what these point to.
     netsnmp_session wanted;
     snmp_sess_init(&wanted);
     wanted.peername = peer.data();
     wanted.sndMsgMaxSize = LONGEST_MESSAGE;
-    if (route.version == 3) {
+    if (route.version == SNMPV3) {
         wanted.version = SNMP_VERSION_3;
         wanted.flags |= SNMP_FLAGS_DONT_PROBE;  // the sender of a trap is the authority: there is nobody to ask
         wanted.securityModel = USM_SEC_MODEL_NUMBER;
         wanted.securityLevel = route.level;
         wanted.securityName = name.data();
         wanted.securityNameLen = name.size();
-        wanted.securityEngineID = engine.data();
+        wanted.securityEngineID = engineId;
         wanted.securityEngineIDLen = engine.size();
-        wanted.contextEngineID = engine.data();
+        wanted.contextEngineID = engineId;
         wanted.contextEngineIDLen = engine.size();
     } else {
         wanted.version = route.version == 1 ? SNMP_VERSION_1 : SNMP_VERSION_2c;
@@ -234,10 +222,10 @@ std::unique_ptr<TrapChannel> NetSnmpTrapTransport::open(const TrapRoute& route, 
     if (!session) {
         char* text = nullptr;
         snmp_error(&wanted, nullptr, nullptr, &text);
-        failure = takeText(text);
+        failure = takeErrorText(text);
         return nullptr;
     }
-    if (route.version == 3) {
+    if (route.version == SNMPV3) {
         return std::make_unique<SessionChannel>(std::move(session), name.size() + 2 * engine.size());
     }
     if (m_buffer == nullptr) m_buffer = std::make_shared<TrapBuffer>(LONGEST_MESSAGE);

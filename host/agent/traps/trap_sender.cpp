@@ -5,6 +5,7 @@
 #include "host/agent/loop/agent_log.h"
 #include "host/base/memory_retry.h"
 #include "host/notification_log/notification_subject.h"
+#include "host/snmp/limits.h"
 
 namespace vrx {
 
@@ -19,7 +20,6 @@ constexpr int TRAPS_PER_TURN = 16;
 constexpr milliseconds SHORTEST_SLEEP{5};
 
 constexpr const char* NO_NAME = "--";  // of a destination without user or community
-constexpr unsigned int SNMPV3 = 3;
 
 std::string describe(const tTrapDestInfo& info) {
     static const char* const VERSIONS[] = {"", "SNMPv1", "SNMPv2c", "SNMPv3"};

@@ -245,7 +245,6 @@ TEST_F(InformSenderTest, WhatIsNotAcknowledgedThreeTimesGoesInOnePacket) {
 }
 
 TEST_F(InformSenderTest, TheEngineIsThatOfTheReceiverAsItIsConfiguredNow) {
-    constexpr unsigned int SNMPV3 = 3;
     InformDestination v3 = receiver(2001);
     v3.peer.version = SNMPV3;
     acknowledgeAll(2001);
