@@ -1,9 +1,12 @@
 #include "host/agent/tamrel/tamrel_binding.h"
 
+#include <cxxabi.h>
 #include <dlfcn.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <set>
 #include <string>
 #include <typeinfo>
@@ -16,16 +19,7 @@ namespace vrx {
 
 namespace {
 
-// Mangled names, of the class and of its operations.
-constexpr const char* HANDLER_CLASS = "23CTamrelNotifyMsgHandler";
-constexpr const char* GET_CATEGORY = "_ZN23CTamrelNotifyMsgHandler16getAlarmCategoryERK12CTLVRecordV3Rj";
-constexpr const char* PUT_ALARM = "_ZN23CTamrelNotifyMsgHandler22putAlarmIntoRepositoryEjj";
-constexpr const char* GET_REPOSITORY = "_ZN26CAlarmRepository_Singleton18getAlarmRepositoryEv";
-constexpr const char* GET_SIZE = "_ZN26CAlarmRepository_Singleton22getAlarmRepositorySizeEv";
-constexpr const char* GET_ITEMS = "_ZN26CAlarmRepository_Singleton16getAllAlarmItemsERNSt7__cxx114listIjSaIjEEE";
-
-constexpr const char* DESTROY_DEFINITIONS = "_ZN18CAlarmConfigParser7destroyEv";
-constexpr const char* GET_DEFINITIONS = "_ZN18CAlarmConfigParser8instanceEv";
+constexpr const char* HANDLER_CLASS = "23CTamrelNotifyMsgHandler";  // mangled
 
 // The library that a handler's class comes from, held open; null when it is none that was loaded by name.
 void* libraryOf(const std::type_info& type) {
@@ -35,15 +29,23 @@ void* libraryOf(const std::type_info& type) {
     return library != nullptr ? library : dlopen(nullptr, RTLD_LAZY);  // the program itself
 }
 
+// As its maker writes it, with its arguments.
+std::string readable(const char* symbol) {
+    int status = 0;
+    const std::unique_ptr<char, decltype(&std::free)> text(abi::__cxa_demangle(symbol, nullptr, nullptr, &status),
+                                                           &std::free);
+    return text == nullptr ? symbol : text.get();
+}
+
 template <typename Operation>
-bool look(void* library, const char* name, Operation& operation) {
-    void* address = dlsym(library, name);
+bool look(void* library, Operation& operation) {
+    void* address = dlsym(library, operation.symbol);
     if (address == nullptr) {
-        agent_log::error(std::string("the module does not export ") + name +
+        agent_log::error("the module does not export " + readable(operation.symbol) +
                          ": its repository of active alarms will not follow the notifications");
         return false;
     }
-    std::memcpy(&operation, &address, sizeof address);  // POSIX lets the two kinds of pointers be the same
+    std::memcpy(&operation.call, &address, sizeof address);  // POSIX lets the two kinds of pointers be the same
     return true;
 }
 
@@ -72,38 +74,36 @@ void TamrelBinding::bind(INotifyMsgHandler& handler) {
             "follow the notifications");
         return;
     }
-    if (look(library, GET_CATEGORY, m_getCategory) && look(library, PUT_ALARM, m_putAlarm) &&
-        look(library, GET_REPOSITORY, m_getRepository) && look(library, GET_SIZE, m_getSize) &&
-        look(library, GET_ITEMS, m_getItems) && look(library, DESTROY_DEFINITIONS, m_destroyDefinitions) &&
-        look(library, GET_DEFINITIONS, m_getDefinitions)) {
-        m_handler = dynamic_cast<void*>(&handler);
-    }
+    bool complete = true;
+    m_operations.forEach([&](auto& operation) { complete = look(library, operation) && complete; });
+    if (complete) m_handler = static_cast<CTamrelNotifyMsgHandler*>(dynamic_cast<void*>(&handler));
 }
 
 void TamrelBinding::follow(const CTLVRecordV3& record) const {
     if (!found()) return;
     const unsigned int serial = uint32Of(record, alarm_tag::SERIAL);
     unsigned int category = 0;
-    m_getCategory(m_handler, record, category);
-    m_putAlarm(m_handler, serial, category);  // it logs what it refuses
+    m_operations.getCategory.call(m_handler, record, category);
+    m_operations.putAlarm.call(m_handler, serial, category);  // it logs what it refuses
 }
 
 void TamrelBinding::loadDefinitions() const {
-    if (found()) (void)m_getDefinitions();
+    if (found()) (void)m_operations.getDefinitions.call();
 }
 
 void TamrelBinding::reloadDefinitions() const {
     if (!found()) return;
-    m_destroyDefinitions();
-    (void)m_getDefinitions();
+    m_operations.destroyDefinitions.call();
+    (void)m_operations.getDefinitions.call();
 }
 
 std::list<unsigned int> TamrelBinding::repository() const {
     std::list<unsigned int> items;
     if (!found()) return items;
-    CAlarmRepository_Singleton* repository = m_getRepository();
+    CAlarmRepository_Singleton* repository = m_operations.getRepository.call();
     // Reading an empty repository is an error there, with a log line of its own.
-    if (repository != nullptr && m_getSize(repository) > 0) m_getItems(repository, items);
+    if (repository != nullptr && m_operations.getSize.call(repository) > 0)
+        m_operations.getItems.call(repository, items);
     return items;
 }
 
@@ -114,10 +114,12 @@ TamrelBinding::Difference TamrelBinding::compare(const std::vector<unsigned int>
     const std::set<unsigned int> have(held.begin(), held.end());
     const std::set<unsigned int> want(activeSerials.begin(), activeSerials.end());
     for (const unsigned int serial : held) {
-        if (want.count(serial) == 0 && m_putAlarm(m_handler, serial, ALARM_CATEGORY_ENDED) == 0) ++difference.deleted;
+        if (want.count(serial) == 0 && m_operations.putAlarm.call(m_handler, serial, ALARM_CATEGORY_ENDED) == 0)
+            ++difference.deleted;
     }
     for (const unsigned int serial : activeSerials) {
-        if (have.count(serial) == 0 && m_putAlarm(m_handler, serial, ALARM_CATEGORY_ACTIVE) == 0) ++difference.added;
+        if (have.count(serial) == 0 && m_operations.putAlarm.call(m_handler, serial, ALARM_CATEGORY_ACTIVE) == 0)
+            ++difference.added;
     }
     return difference;
 }

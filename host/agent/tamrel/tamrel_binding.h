@@ -5,8 +5,8 @@
 //     TamrelBinding binding(CNotifyHandler::instance()->handlers());
 //     if (binding.found()) binding.follow(record);
 //
-// Without such a module, or when it lacks one of the operations, one log line says so and every operation here does
-// nothing.
+// Without such a module one log line says so; when it lacks operations there is an error line for each. Every operation
+// here does nothing then.
 //
 // Threads: one at a time, except where another is named.
 #pragma once
@@ -15,7 +15,8 @@
 #include <memory>
 #include <vector>
 
-class CAlarmRepository_Singleton;
+#include "host/agent/tamrel/tamrel_operations.h"
+
 class CTLVRecordV3;
 class INotifyMsgHandler;
 
@@ -51,31 +52,14 @@ public:
     std::list<unsigned int> repository() const;  // the serial numbers that the module holds
 
 private:
-    // Operations of the module. A member function takes its object as its first argument on every platform that we
-    // build for (Itanium C++ ABI).
-    using GetCategory = void (*)(void* handler, const CTLVRecordV3& record, unsigned int& category);
-    using PutAlarm = int (*)(void* handler, unsigned int serial, unsigned int category);
-    using GetRepository = CAlarmRepository_Singleton* (*)();
-    using GetSize = unsigned int (*)(CAlarmRepository_Singleton* repository);
-    using GetItems = int (*)(CAlarmRepository_Singleton* repository, std::list<unsigned int>& items);
-
-    using DestroyDefinitions = void (*)();
-    using GetDefinitions = void* (*)();
-
     void bind(INotifyMsgHandler& handler);
 
     struct CloseLibrary {
         void operator()(void* library) const;
     };
     std::unique_ptr<void, CloseLibrary> m_library;
-    void* m_handler = nullptr;  // the CTamrelNotifyMsgHandler; null unless all operations were found
-    GetCategory m_getCategory = nullptr;
-    PutAlarm m_putAlarm = nullptr;
-    GetRepository m_getRepository = nullptr;
-    GetSize m_getSize = nullptr;
-    GetItems m_getItems = nullptr;
-    DestroyDefinitions m_destroyDefinitions = nullptr;
-    GetDefinitions m_getDefinitions = nullptr;
+    CTamrelNotifyMsgHandler* m_handler = nullptr;  // null unless all operations were found
+    TamrelOperations m_operations;
 };
 
 }  // namespace vrx
