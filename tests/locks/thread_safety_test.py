@@ -21,6 +21,7 @@ ANNOTATIONS = "host/base/mutex.h"
 CHECKS = ["-Wthread-safety", "-Wthread-safety-beta", "-Werror"]  # beta: the order of locks
 OWN_INCLUDE = re.compile(r'^#include "([^"]+)"', re.MULTILINE)
 STANDARD_INCLUDE = re.compile(r"^#include <[a-z_]+>$", re.MULTILINE)
+BARE_LOCK = re.compile(r"\bstd::(?:\w*mutex|\w+_lock|lock_guard|condition_variable\w*)\b")
 DECLARED_MUTEX = re.compile(r"^\s*(?:mutable )?Mutex (\w+)(?: ACQUIRED_BEFORE\([^)]*\))?;", re.MULTILINE)
 # The same code is right, and wrong without one word of it.
 EXAMPLE = """
@@ -126,6 +127,10 @@ class ThreadSafetyTest(unittest.TestCase):
         with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
             faults = [result.stderr for result in pool.map(check, sources) if result.returncode != 0]
         self.assertEqual(faults, [], "\n".join(faults))
+
+    def test_locks_are_annotated_ones(self):
+        bare = {name: BARE_LOCK.findall(text) for name, text in self.texts.items() if name != ANNOTATIONS}
+        self.assertEqual({name: found for name, found in bare.items() if found}, {})
 
     def test_every_mutex_guards_something(self):
         self.assertEqual([f"{name}: {mutex}" for name, text in self.texts.items() for mutex in DECLARED_MUTEX.findall(text)

@@ -6,13 +6,12 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <condition_variable>
 #include <cstdlib>
 #include <map>
-#include <mutex>
 #include <thread>
 
 #include "host/base/memory_retry.h"
+#include "host/base/mutex.h"
 #include "host/base/thread_without_signals.h"
 
 namespace vrx {
@@ -40,16 +39,16 @@ struct NameResolver::State {
     Answer answer;
     Lookup lookup;
 
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::map<std::string, Name> names;  // guarded by mutex, as the rest
-    bool stopping = false;
-    bool ended = false;
+    Mutex mutex;
+    ConditionVariable changed;
+    std::map<std::string, Name> names GUARDED_BY(mutex);
+    bool stopping GUARDED_BY(mutex) = false;
+    bool ended GUARDED_BY(mutex) = false;
 
     void run();
     bool serve();
-    std::map<std::string, Name>::iterator firstDue();
-    void lookUp(std::unique_lock<std::mutex>& lock, const std::string& name);
+    std::map<std::string, Name>::iterator firstDue() REQUIRES(mutex);
+    void lookUp(const std::string& name) REQUIRES(mutex);
 };
 
 std::map<std::string, NameResolver::State::Name>::iterator NameResolver::State::firstDue() {
@@ -60,7 +59,7 @@ std::map<std::string, NameResolver::State::Name>::iterator NameResolver::State::
 void NameResolver::State::run() {
     while (retryForever([this] { return serve(); })) {
     }
-    const std::lock_guard<std::mutex> lock(mutex);
+    const MutexLock lock(mutex);
     ended = true;
     changed.notify_all();
 }
@@ -68,7 +67,7 @@ void NameResolver::State::run() {
 // Waits for a name's time, or looks it up; false at the end. What finds no memory leaves the name due, and it is looked
 // up again.
 bool NameResolver::State::serve() {
-    std::unique_lock<std::mutex> lock(mutex);
+    MutexLock lock(mutex);
     if (stopping) return false;
     const auto next = firstDue();
     if (next == names.end()) {
@@ -77,15 +76,17 @@ bool NameResolver::State::serve() {
         const Clock::time_point due = next->second.due;  // the entry may go while this waits
         changed.wait_until(lock, due);
     } else {
-        lookUp(lock, std::string(next->first));
+        lookUp(std::string(next->first));
     }
     return true;
 }
 
-void NameResolver::State::lookUp(std::unique_lock<std::mutex>& lock, const std::string& name) {
-    lock.unlock();
-    const std::string address = lookup(name);
-    lock.lock();
+void NameResolver::State::lookUp(const std::string& name) {
+    std::string address;
+    {
+        const MutexUnlock unlocked(mutex);
+        address = lookup(name);
+    }
     const auto found = names.find(name);
     if (stopping || found == names.end()) return;
     answer(name, address);  // under the lock: the destructor waits for it
@@ -107,14 +108,14 @@ NameResolver::NameResolver(seconds interval, Answer answer, Lookup lookup) : m_s
 }
 
 NameResolver::~NameResolver() {
-    std::unique_lock<std::mutex> lock(m_state->mutex);
+    MutexLock lock(m_state->mutex);
     m_state->stopping = true;
     m_state->changed.notify_all();
-    m_state->changed.wait_for(lock, SHUTDOWN_GRACE, [this] { return m_state->ended; });
+    m_state->changed.wait_for(lock, SHUTDOWN_GRACE, [this]() REQUIRES(m_state->mutex) { return m_state->ended; });
 }
 
 void NameResolver::watch(const std::set<std::string>& names) {
-    const std::lock_guard<std::mutex> lock(m_state->mutex);
+    const MutexLock lock(m_state->mutex);
     auto& known = m_state->names;
     for (auto name = known.begin(); name != known.end();) {
         name = names.count(name->first) == 0 ? known.erase(name) : std::next(name);

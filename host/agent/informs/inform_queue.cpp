@@ -121,7 +121,7 @@ InformQueue::~InformQueue() {
 void InformQueue::stop() {
     if (!m_thread.joinable()) return;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_stopping = true;
     }
     m_changed.notify_all();
@@ -129,7 +129,8 @@ void InformQueue::stop() {
 }
 
 void InformQueue::load() {
-    const auto laneOf = [this](const std::string& name) {
+    const MutexLock lock(m_mutex);  // nobody else is there yet
+    const auto laneOf = [this](const std::string& name) REQUIRES(m_mutex) {
         std::shared_ptr<Lane>& lane = m_strangers[name];
         if (lane == nullptr) {
             lane = std::make_shared<Lane>();
@@ -151,8 +152,8 @@ void InformQueue::load() {
 
 InformQueue::Limits InformQueue::setReceivers(const Limits& limits, bool keepOthers) {
     Limits gone;
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    const auto dropAll = [&](std::map<std::string, std::shared_ptr<Lane>>& lanes) {
+    const MutexLock lock(m_mutex);
+    const auto dropAll = [&](std::map<std::string, std::shared_ptr<Lane>>& lanes) REQUIRES(m_mutex) {
         for (auto at = lanes.begin(); at != lanes.end();) {
             if (limits.count(at->first) != 0) {
                 ++at;
@@ -188,7 +189,7 @@ InformQueue::Added InformQueue::add(const std::string& receiver, const Notificat
                                     const std::shared_ptr<const Notification>& trap, const Settled& settled) {
     Added result = Added::Waiting;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         Lane& lane = *m_lanes.at(receiver);
         const bool isEvent = origin.sequence != 0;
         if (isEvent && !isBehind(origin, lane.last)) {
@@ -213,14 +214,14 @@ InformQueue::Added InformQueue::add(const std::string& receiver, const Notificat
 }
 
 std::optional<Inform> InformQueue::first(const std::string& receiver) const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     const auto lane = m_lanes.find(receiver);
     if (lane == m_lanes.end() || lane->second->first.empty()) return std::nullopt;
     return lane->second->first.front();
 }
 
 void InformQueue::remove(const std::string& receiver, std::uint64_t number) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     const auto found = m_lanes.find(receiver);
     if (found == m_lanes.end()) return;
     Lane& lane = *found->second;
@@ -242,7 +243,7 @@ void InformQueue::startAfter(unsigned long long sequence) {
     job.renumbered = std::make_shared<std::promise<void>>();
     std::future<void> done = job.renumbered->get_future();
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_jobs.push_back(std::move(job));
         for (const auto* lanes : {&m_lanes, &m_strangers}) {
             for (const auto& entry : *lanes) entry.second->last = {sequence, 0};
@@ -253,7 +254,7 @@ void InformQueue::startAfter(unsigned long long sequence) {
 }
 
 InformQueue::Standing InformQueue::standing(const std::string& receiver) const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     const auto lane = m_lanes.find(receiver);
     return lane == m_lanes.end() ? Standing() : lane->second->standing;
 }
@@ -271,16 +272,18 @@ void InformQueue::run() {
     Round round;
     for (;;) {
         {
-            std::unique_lock<std::mutex> lock(m_mutex);
+            MutexLock lock(m_mutex);
             if (round.jobs.empty()) {
-                m_changed.wait(lock, [this] { return m_stopping || !m_jobs.empty() || wantsRefill(); });
+                m_changed.wait(lock,
+                               [this]() REQUIRES(m_mutex) { return m_stopping || !m_jobs.empty() || wantsRefill(); });
             }
             round.stopping = m_stopping;
         }
         const bool healthy = retryForever([&] { return serve(round); });
         if (round.stopping) return;
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_changed.wait_for(lock, healthy ? WRITE_INTERVAL : RETRY_INTERVAL, [this] { return m_stopping; });
+        MutexLock lock(m_mutex);
+        m_changed.wait_for(lock, healthy ? WRITE_INTERVAL : RETRY_INTERVAL,
+                           [this]() REQUIRES(m_mutex) { return m_stopping; });
     }
 }
 
@@ -289,7 +292,7 @@ void InformQueue::run() {
 bool InformQueue::serve(Round& round) {
     if (!round.written) {
         {
-            const std::lock_guard<std::mutex> lock(m_mutex);
+            const MutexLock lock(m_mutex);
             round.jobs.reserve(round.jobs.size() + m_jobs.size());
             std::move(m_jobs.begin(), m_jobs.end(), std::back_inserter(round.jobs));
             m_jobs.clear();
@@ -369,7 +372,7 @@ void InformQueue::execute(Job& job) {
 // They are on disk: those who wait for that learn it.
 void InformQueue::taken(Round& round) {
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         for (Job& job : round.jobs) {
             if (job.kind != Job::Kind::Add || job.inform.trap == nullptr) continue;
             Lane& lane = *job.lane;
@@ -394,7 +397,7 @@ void InformQueue::taken(Round& round) {
 bool InformQueue::refill() {
     std::vector<std::shared_ptr<Lane>> wanting;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         for (const auto& entry : m_lanes) {
             if (entry.second->wantsMore()) wanting.push_back(entry.second);
         }
@@ -440,7 +443,7 @@ void InformQueue::refill(const std::shared_ptr<Lane>& lane) {
     }
     bool ready = false;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_jobs.reserve(m_jobs.size() + unreadable.size());
         ready = lane->first.empty() && !informs.empty();
         lane->first.insert(lane->first.end(), informs.begin(), informs.end());

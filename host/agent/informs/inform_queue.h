@@ -15,14 +15,12 @@
 // Threads: any. What is called back comes from the queue's thread, without a lock of it.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <future>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -31,6 +29,7 @@
 #include "host/agent/delivery/notification_sink.h"
 #include "host/agent/informs/inform_channel.h"
 #include "host/base/fault_line.h"
+#include "host/base/mutex.h"
 #include "host/base/sqlite_database.h"
 
 namespace vrx {
@@ -94,7 +93,7 @@ private:
     void taken(Round& round);
     bool refill();
     void refill(const std::shared_ptr<Lane>& lane);
-    bool wantsRefill() const;
+    bool wantsRefill() const REQUIRES(m_mutex);
 
     SqliteDatabase m_database;  // the thread's, but for the constructor, as the rest down to the next line
     std::unique_ptr<Statements> m_statements;
@@ -103,12 +102,12 @@ private:
 
     const std::function<void()> m_onReady;
 
-    mutable std::mutex m_mutex;  // guards the rest
-    std::condition_variable m_changed;
-    std::map<std::string, std::shared_ptr<Lane>> m_lanes;
-    std::map<std::string, std::shared_ptr<Lane>> m_strangers;  // in the file, but no receivers now
-    std::vector<Job> m_jobs;
-    bool m_stopping = false;
+    mutable Mutex m_mutex;
+    ConditionVariable m_changed;
+    std::map<std::string, std::shared_ptr<Lane>> m_lanes GUARDED_BY(m_mutex);
+    std::map<std::string, std::shared_ptr<Lane>> m_strangers GUARDED_BY(m_mutex);  // in the file, but no receivers now
+    std::vector<Job> m_jobs GUARDED_BY(m_mutex);
+    bool m_stopping GUARDED_BY(m_mutex) = false;
 
     std::thread m_thread;
 };

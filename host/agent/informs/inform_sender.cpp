@@ -50,14 +50,14 @@ InformSender::InformSender(AgentLoop& loop, InformTransport& transport, const st
 void InformSender::setDestinations(const std::vector<InformDestination>& destinations, bool complete) {
     InformQueue::Limits limits;
     for (const InformDestination& one : destinations) limits[one.name()] = one.policy.queueLimit;
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     const std::map<std::string, std::string> known = retire(m_queue.setReceivers(limits, !complete));
     m_account.setList(adopt(destinations, known));
     m_scheduler.wake();
 }
 
 // Drops the receivers that are gone, with the number of informs that waited for each. Gives the keys of those that were
-// there, by name. Caller holds m_mutex.
+// there, by name.
 std::map<std::string, std::string> InformSender::retire(const InformQueue::Limits& gone) {
     for (const auto& [name, waiting] : gone) {
         agent_log::warn("inform destination " + name + " is not configured any more: " + std::to_string(waiting) +
@@ -85,7 +85,6 @@ std::map<std::string, std::string> InformSender::retire(const InformQueue::Limit
 }
 
 // Takes the receivers of the configuration in, under the keys of those that are `known` by name. Gives their list.
-// Caller holds m_mutex.
 std::shared_ptr<const TrapDestinationMap> InformSender::adopt(const std::vector<InformDestination>& destinations,
                                                               const std::map<std::string, std::string>& known) {
     auto list = std::make_shared<TrapDestinationMap>();
@@ -117,7 +116,7 @@ std::shared_ptr<const TrapDestinationMap> InformSender::adopt(const std::vector<
 // Any thread
 
 std::shared_ptr<const TrapDestinationMap> InformSender::destinations() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_account.list();
 }
 
@@ -136,9 +135,9 @@ void InformSender::submit(const NotificationOrigin& origin, const TrapDestinatio
         if (const Settled last = submission->release()) last();
     };
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_account.consider(considered, keys, submission->notification().get(),
-                           [&](const std::string&, Destination& destination) {
+                           [&](const std::string&, Destination& destination) REQUIRES(m_mutex) {
                                submission->addPart();
                                enqueue(destination, origin, submission->notification(), release);
                            });
@@ -146,7 +145,6 @@ void InformSender::submit(const NotificationOrigin& origin, const TrapDestinatio
     release();
 }
 
-// Caller holds m_mutex.
 void InformSender::enqueue(Destination& destination, const NotificationOrigin& origin,
                            const std::shared_ptr<const Notification>& trap, const Settled& settled) {
     InformQueue::Added added = InformQueue::Added::Full;
@@ -160,7 +158,7 @@ void InformSender::enqueue(Destination& destination, const NotificationOrigin& o
     noteFull(destination, added == InformQueue::Added::Full);
 }
 
-// Caller holds m_mutex. One line per change of state.
+// One line per change of state.
 void InformSender::noteFull(Destination& destination, bool full) {
     const std::size_t limit = destination.settings.policy.queueLimit;
     if (full) {
@@ -175,7 +173,7 @@ void InformSender::noteFull(Destination& destination, bool full) {
 }
 
 InformStatus InformSender::status() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     InformStatus status;
     status.former = m_account.former();
     for (const auto& entry : m_account.all()) {
@@ -220,7 +218,7 @@ void InformSender::takeTurn() {
     std::set<std::string> keys;
     std::set<std::string> hosts;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         for (const auto& [key, destination] : m_account.all()) {
             keys.insert(key);
             hosts.insert(destination.settings.peer.host);
@@ -234,7 +232,7 @@ void InformSender::takeTurn() {
 void InformSender::serve(const std::string& key) {
     InformDestination settings;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         const Destination* const found = m_account.find(key);
         if (m_scheduler.stopped() || found == nullptr) return;
         settings = found->settings;
@@ -275,7 +273,7 @@ void InformSender::take(const std::string& key, std::uint64_t number, const Info
     using Kind = InformOutcome::Kind;
     Link& link = m_links[key];
     link.underWay = 0;
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     Destination* const found = m_account.find(key);
     if (found == nullptr) return;
     Destination& destination = *found;
@@ -306,7 +304,7 @@ void InformSender::noteFate(const std::string& key, const Inform& inform, const 
     const bool shortened = outcome.wasSent && outcome.cut > 0 && link.cut != inform.number;
     const bool unsendable = outcome.kind == InformOutcome::Kind::Unsendable;
     if (!shortened && !unsendable) return;
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     Destination* const found = m_account.find(key);
     if (found == nullptr) return;
     const std::string line = "inform destination " + found->name + ": " + subjectOf(*inform.trap);
@@ -339,7 +337,7 @@ void InformSender::noteOutcome(const std::string& key, const InformOutcome& outc
 void InformSender::noteState(const std::string& key, InformState state, const std::string& failure) {
     std::string line;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         Destination* const found = m_account.find(key);
         if (found == nullptr) return;
         Destination& destination = *found;

@@ -16,7 +16,6 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -29,6 +28,7 @@
 #include "host/agent/informs/inform_status.h"
 #include "host/agent/loop/agent_loop.h"
 #include "host/base/fault_line.h"
+#include "host/base/mutex.h"
 
 namespace vrx {
 
@@ -65,7 +65,6 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    // guarded by m_mutex
     struct Destination {
         InformDestination settings;
         std::string name;
@@ -89,13 +88,13 @@ private:
         Clock::time_point notBefore{};
     };
 
-    std::map<std::string, std::string> retire(const InformQueue::Limits& gone);
+    std::map<std::string, std::string> retire(const InformQueue::Limits& gone) REQUIRES(m_mutex);
     std::shared_ptr<const TrapDestinationMap> adopt(const std::vector<InformDestination>& destinations,
-                                                    const std::map<std::string, std::string>& known);
+                                                    const std::map<std::string, std::string>& known) REQUIRES(m_mutex);
     std::uint32_t upTime() const;
     void enqueue(Destination& destination, const NotificationOrigin& origin,
-                 const std::shared_ptr<const Notification>& trap, const Settled& settled);
-    void noteFull(Destination& destination, bool full);
+                 const std::shared_ptr<const Notification>& trap, const Settled& settled) REQUIRES(m_mutex);
+    void noteFull(Destination& destination, bool full) REQUIRES(m_mutex);
 
     // Agent thread.
     void takeTurn();
@@ -110,8 +109,8 @@ private:
     const std::uint32_t m_firstUpTime;  // hundredths of a second
     const Clock::time_point m_start = Clock::now();
 
-    mutable std::mutex m_mutex;
-    DeliveryAccount<Destination> m_account;  // guarded by m_mutex
+    mutable Mutex m_mutex;
+    DeliveryAccount<Destination> m_account GUARDED_BY(m_mutex);
 
     std::size_t m_messageSize = LONGEST_MESSAGE;  // agent thread only, as the next
     unsigned long m_lastNumber;                   // of a destination
