@@ -271,8 +271,8 @@ void setLogLevel(const std::string& subsystem, const std::string& level) {
 }
 
 void StatusCommand::define(CLI::App& command) {
-    command.add_flag("--all", all, "all that is counted");
-    command.add_flag("--json", json, "all, as JSON");
+    command.add_flag("--all", all, "all counters");
+    command.add_flag("--json", json, "everything, as JSON");
 }
 
 int StatusCommand::run() {
@@ -285,7 +285,7 @@ int ReloadCommand::run() {
 }
 
 void LogCommand::define(CLI::App& command) {
-    CLI::Option* const subsystemOption = command.add_option("SUBSYSTEM", subsystem, "of the list, or \"all\"");
+    CLI::Option* const subsystemOption = command.add_option("SUBSYSTEM", subsystem, "one of the list, or \"all\"");
     CLI::Option* const levelOption =
         command.add_option("LEVEL", level, "trace, debug, info, warn, error or off, until the next reload or start");
     subsystemOption->needs(levelOption);

@@ -19,7 +19,7 @@ void printStatusTables(std::ostream& out, const std::string& answer);
 // As the agent gives it, for programs. Throws AgentCallError.
 void printStatusAsJson(std::ostream& out);
 
-// False when the agent did not take its configuration over; what is at fault is written to `faults` then, one line
+// False when the agent refused its configuration; what is at fault is written to `faults` then, one line
 // each. Throws AgentCallError.
 [[nodiscard]] bool reloadAgent(std::ostream& faults);
 

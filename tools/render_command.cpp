@@ -89,7 +89,7 @@ void RenderCommand::define(CLI::App& command) {
     command.add_option("ALARM-ID", alarmId, "identifier in the definition file")->required();
     command.add_option("PARAMETER", parameters, "parameter values, in order");
     command.add_flag("--explain", explain, "show each step");
-    command.add_flag("--raw", raw, "the one PARAMETER is the raw text of a notification, commas escaped");
+    command.add_flag("--raw", raw, "PARAMETER is the parameter text of a notification, commas escaped");
 }
 
 int RenderCommand::run() {

@@ -318,20 +318,20 @@ void resendTrap(std::ostream& out, std::uint64_t number, const std::string& to) 
 
 void TrapsCommand::define(CLI::App& command) {
     command.require_subcommand(0, 1);
-    command.add_option("--last", filter.last, "that many, of all that are asked for");
-    command.add_option("--since", since, "from then on: 2026-11-21, \"2026-11-21 09:14\", or 15m, 2h, 3d ago");
-    command.add_option("--until", until, "up to then");
-    command.add_option("--alarm", filter.alarmId, "of this identifier in the definition file");
+    command.add_option("--last", filter.last, "the newest of those selected, at most so many");
+    command.add_option("--since", since, "from this time on: 2026-11-21, \"2026-11-21 09:14\", or 15m, 2h, 3d ago");
+    command.add_option("--until", until, "up to this time");
+    command.add_option("--alarm", filter.alarmId, "with this identifier in the definition file");
     command.add_option("--serial", filter.serial, "of the alarm with this serial number");
     command.add_option("--kind", kind, "raise or clear")->check(CLI::IsMember({"raise", "clear"}));
-    command.add_option("--destination", filter.destination, "that went to this destination");
+    command.add_option("--destination", filter.destination, "sent to this destination");
     command.add_flag("--json", json, "as JSON");
-    show = command.add_subcommand("show", "show one with all bindings");
+    show = command.add_subcommand("show", "show one with all its variable bindings");
     show->add_option("NUMBER", number, "its number in the list")->required();
     show->add_flag("--json", json, "as JSON");
-    resend = command.add_subcommand("resend", "let the agent send one again");
+    resend = command.add_subcommand("resend", "make the agent send one again");
     resend->add_option("NUMBER", number, "its number in the list")->required();
-    resend->add_option("--to", to, "to this destination (default: those that it went to)");
+    resend->add_option("--to", to, "to this destination (default: those of the first time)");
 }
 
 int TrapsCommand::run() {

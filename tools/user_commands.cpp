@@ -123,7 +123,7 @@ void replaceConfiguration(const std::string& before, const std::string& content)
 
 void reload() {
     std::ostringstream faults;
-    if (!reloadAgent(faults)) throw AgentCallError("the agent did not take its configuration over:\n" + faults.str());
+    if (!reloadAgent(faults)) throw AgentCallError("the agent refused its configuration:\n" + faults.str());
 }
 
 // A running agent has the user's keys when this returns nothing; else what the agent's next start waits for. An agent
@@ -202,13 +202,13 @@ void UserCommand::define(CLI::App& command) {
     const auto oneOf = [](const auto& names) {
         return CLI::IsMember(std::vector<std::string>(names.begin(), names.end()));
     };
-    add = command.add_subcommand("add", "make a user with new passphrases and show these once");
+    add = command.add_subcommand("add", "create a user with new passphrases and show them once");
     add->add_option("NAME", name, "the user's name")->required();
-    add->add_flag("--read-only", readOnly, "it may read but not write");
-    add->add_option("--auth", protocols.authentication, "authentication, for managers that know no SHA-256")
+    add->add_flag("--read-only", readOnly, "the user may read but not write");
+    add->add_option("--auth", protocols.authentication, "authentication, for managers without SHA-256")
         ->check(oneOf(AUTHENTICATION_PROTOCOLS));
     add->add_option("--priv", protocols.privacy, "encryption")->check(oneOf(PRIVACY_PROTOCOLS));
-    CLI::App* const remove = command.add_subcommand("remove", "take a user and its keys away");
+    CLI::App* const remove = command.add_subcommand("remove", "remove a user and its keys");
     remove->add_option("NAME", name, "the user's name")->required();
 }
 

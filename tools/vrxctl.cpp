@@ -39,14 +39,14 @@ constexpr struct {
     {"raise", "raise an alarm at the backend; prints its serial number", make<RaiseCommand>},
     {"clear", "clear an alarm at the backend", make<ClearCommand>},
     {"list", "list the active alarms", make<ListCommand>},
-    {"render", "show the texts of an alarm with parameters", make<RenderCommand>},
+    {"render", "render the texts of an alarm", make<RenderCommand>},
     {"lint", "find faults in definition files (default: the configured ones)", make<LintCommand>},
     {"decode", "show a TLV package as text", make<DecodeCommand>},
-    {"status", "show how the agent does", make<StatusCommand>},
-    {"traps", "show what the agent has sent", make<TrapsCommand>},
-    {"reload", "let the agent take its configuration over, whole or not", make<ReloadCommand>},
-    {"log", "show or change what the agent writes to its log", make<LogCommand>},
-    {"user", "SNMPv3 users of the agent", make<UserCommand>},
+    {"status", "show the status of the agent", make<StatusCommand>},
+    {"traps", "list the traps that the agent has sent", make<TrapsCommand>},
+    {"reload", "make the agent reload its configuration, all or nothing", make<ReloadCommand>},
+    {"log", "show or set the log levels of the agent", make<LogCommand>},
+    {"user", "add or remove an SNMPv3 user of the agent", make<UserCommand>},
 };
 
 void prepare(const std::string& root) {
