@@ -46,7 +46,7 @@ constexpr std::chrono::milliseconds TIMEOUT{1'500};  // with handlers at the end
 
 // What the service manager shows.
 constexpr const char* SERVING = "answers requests";
-constexpr const char* SERVING_AS_BEFORE = "answers requests; the last change was not taken over, see the log";
+constexpr const char* SERVING_AS_BEFORE = "answers requests; the last reload was refused, see the log";
 
 struct CommandLine {
     std::string root;
@@ -63,7 +63,7 @@ void defineOptions(CLI::App& app, CommandLine& line) {
                    "udp:127.0.0.1:1161, udp6:[::1]:1161, tcp:...; may be given several times. Without it the "
                    "configuration's agentAddress, else udp:127.0.0.1:1161");
     app.add_flag("--check-config", line.checkConfig,
-                 "Read all configuration, definition and MIB files, say what is at fault and where, and end");
+                 "Read all configuration, definition and MIB files, report each fault with its place, and exit");
     app.add_flag("--embedded-backend", line.embeddedBackend, "Run the management backend inside this process");
 }
 

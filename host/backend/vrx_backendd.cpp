@@ -34,7 +34,7 @@ void defineOptions(CLI::App& app, CommandLine& line) {
     app.add_option("--root", line.root,
                    "Product root: holds conf/ and state/ (default: VRX_ROOT, else the installed one)");
     app.add_option("--address", line.address, "unix:PATH or tcp:HOST:PORT instead of the configured address");
-    app.add_option("--delay-ms", line.delayMs, "Answer every request that much later")
+    app.add_option("--delay-ms", line.delayMs, "Delay every answer by so many milliseconds")
         ->check(CLI::Range(0U, LONGEST_DELAY_MS));
 }
 

@@ -48,7 +48,7 @@ std::string oneLine(std::string text) {
 }
 
 void warn(const std::string& text) {
-    logLine(LOG_NAME, LogLevel::Warn, "the service manager cannot be told anything: " + text);
+    logLine(LOG_NAME, LogLevel::Warn, "the service manager cannot be notified: " + text);
 }
 
 }  // namespace

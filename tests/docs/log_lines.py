@@ -1,7 +1,7 @@
 """The lines that host and tools write to the log, as patterns: each value in them is %s.
 
     for line in log_lines(source_folder):
-        line.place, line.level, line.pattern  # "host/agent/reload/reloader.cpp:201", "info", "the configuration was read again"
+        line.place, line.level, line.pattern  # "host/agent/reload/reloader.cpp:201", "info", "the configuration was reloaded"
 
 Read from the calls of the logging functions. A call whose text was put together elsewhere gives no pattern here.
 """

@@ -114,7 +114,7 @@ class Lines(unittest.TestCase):
             system.add_destination(1, receiver.port)
             system.raise_alarm(serial=70, alarm_id=self.UNKNOWN)
             lines = wait_for(lambda: lines_with(system, "alarm event 1 (alarm %d, serial 70)" % self.UNKNOWN), "lines")
-            self.assertIn("mend or add the alarm's definition", lines[0])
+            self.assertIn("correct or add the alarm's definition", lines[0])
 
     def test_a_definition_with_thousands_of_unknown_placeholders_makes_few_lines(self):
         system = TrapSystem()

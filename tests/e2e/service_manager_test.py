@@ -10,7 +10,7 @@ from harness import AGENT_CONFIG, Failure, System, wait_for
 
 WATCHDOG_SECONDS = 0.2
 SERVING = "READY=1\nSTATUS=answers requests"
-NOT_TAKEN = SERVING + "; the last change was not taken over, see the log"
+NOT_TAKEN = SERVING + "; the last reload was refused, see the log"
 RELOADING = re.compile(r"RELOADING=1\nMONOTONIC_USEC=[0-9]+")
 PING = "WATCHDOG=1"
 

@@ -75,7 +75,7 @@ NotificationService::~NotificationService() {
     try {
         stop();
     } catch (const std::exception& fault) {  // the parts come to their end all the same
-        agent_log::fault({"what became of the notifications cannot be told: ", fault.what()});
+        agent_log::fault({"the status of the notifications cannot be read: ", fault.what()});
     }
 }
 

@@ -114,7 +114,7 @@ void StreamListeners::handleEvents() try {
         }
     }
 } catch (const std::exception& error) {  // the engine is C: nothing may leave
-    agent_log::fault({"connections could not be looked after: ", error.what()});
+    agent_log::fault({"connections could not be served: ", error.what()});
 }
 
 void StreamListeners::accept(Listener& listener) {

@@ -234,7 +234,7 @@ void NetSnmpInformChannel::takeReport(netsnmp_pdu& pdu) {
 void NetSnmpInformChannel::takeEngine(const netsnmp_pdu& pdu) {
     const bool usable = pdu.command == SNMP_MSG_REPORT && pdu.securityEngineIDLen >= SHORTEST_ENGINE_ID &&
                         pdu.securityEngineIDLen <= LONGEST_ENGINE_ID;
-    if (!usable) return finish(InformOutcome::Kind::Failed, "the receiver does not tell its engine ID");
+    if (!usable) return finish(InformOutcome::Kind::Failed, "the receiver does not report its engine ID");
     m_engine.assign(pdu.securityEngineID, pdu.securityEngineID + pdu.securityEngineIDLen);
     transmit();
 }

@@ -221,7 +221,7 @@ std::shared_ptr<const Notification> NotificationPipeline::build(INotifyMsgHandle
         ++m_notBuilt;
         complain("alarm event " + nameOf(event) + " gives no trap, the notification handler gives " +
                  std::to_string(result) +
-                 ": see the module's line before, mend or add the alarm's definition and reload");
+                 ": see the module's line before, correct or add the alarm's definition and reload");
         return nullptr;
     }
     const Agentpp::Oidx& trapOid = handler.getTrapOid(uint64Of(record, alarm_tag::ID));
@@ -233,7 +233,7 @@ std::shared_ptr<const Notification> NotificationPipeline::build(INotifyMsgHandle
     }
     if (trap->oid.empty()) {
         complain("alarm event " + nameOf(event) + ": its trap is dropped, \"" + trapOid.get_printable() +
-                 "\" is no trap OID: mend alarmOid in the alarm's definition and reload");
+                 "\" is no trap OID: correct alarmOid in the alarm's definition and reload");
     }
     m_quiet = false;
     return trap;

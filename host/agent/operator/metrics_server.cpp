@@ -41,9 +41,9 @@ void MetricsServer::listen(const std::optional<LocalAddress>& address) {
     if (now == before) return;
     m_listening = address ? std::make_unique<Listening>(m_loop, *address, m_text) : nullptr;
     if (address) {
-        agent_log::info("metrics are given at " + now);
+        agent_log::info("metrics are served at " + now);
     } else {
-        agent_log::info("metrics are not given any more");
+        agent_log::info("metrics are no longer served");
     }
 }
 

@@ -231,9 +231,9 @@ void Reloader::finish(ReloadResult result) {
     m_counters.lastTaken = result.taken;
     for (const std::string& fault : result.faults) agent_log::error(fault);
     if (result.taken) {
-        agent_log::info("the configuration was read again");
+        agent_log::info("the configuration was reloaded");
     } else {
-        agent_log::error("the configuration was not taken over: everything stays as it was");
+        agent_log::error("the configuration was refused: nothing has changed");
         reopenLogFile();  // whoever rotates it asks in the same way
     }
     std::vector<Done> told;
