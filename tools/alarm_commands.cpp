@@ -158,7 +158,7 @@ void RaiseCommand::define(CLI::App& command) {
     command.add_option("ALARM-ID", request.alarmId, "identifier in the definition file")->required();
     command.add_option("PARAMETER", request.parameters, "parameter values, in order");
     command.add_option("--level", request.level, "level as the backend grades it (default 5)");
-    command.add_option("--count", request.count, "number of alarms to raise (default 1)")->check(CLI::Range(1, 1000000));
+    command.add_option("--count", request.count, "alarms to raise (default 1)")->check(CLI::Range(1, 1000000));
 }
 
 int RaiseCommand::run() {
