@@ -427,7 +427,7 @@ class Alarms(unittest.TestCase):
 
     def check_walk(self, walked, rows):
         """Every column complete and strictly increasing."""
-        names = [tuple(int(part) for part in name.split(".")) for name, _ in walked]
+        names = [tuple(map(int, name.split("."))) for name, _ in walked]
         self.assertEqual(names, sorted(set(names)))
         self.assertEqual(len(names), self.COLUMNS * rows)
 
