@@ -1,0 +1,1 @@
+// Owns the precompiled headers of the rooms.
