@@ -100,8 +100,8 @@ private:
         while (isBlank(*m_at)) ++m_at;
     }
 
-    // Moves past a start tag; true when it ends itself ("/>"). Quotes stand around values only: anywhere else
-    // TinyXML refuses the tag.
+    // Moves to the ">" of a start tag; true when it ends itself ("/>"). Quotes stand around values only: anywhere
+    // else TinyXML refuses the tag.
     bool skipTag() {
         const char* last = m_at++;
         while (*m_at != '\0' && *m_at != '>') {
@@ -112,12 +112,11 @@ private:
                 ++m_at;
             }
         }
-        if (*m_at != '\0') ++m_at;
         return *last == '/';
     }
 
-    // Moves past a declaration. Only the values of its three attributes may hold a ">". One outside of all elements
-    // decides about the encoding of what follows.
+    // Moves to the ">" of a declaration. Only the values of its three attributes may hold a ">". One outside of all
+    // elements decides about the encoding of what follows.
     void skipDeclaration(bool decides) {
         std::string encoding;
         m_at += std::strlen(DECLARATION_BEGIN);
@@ -131,7 +130,6 @@ private:
                 while (*m_at != '\0' && *m_at != '>' && !isBlank(*m_at)) ++m_at;
             }
         }
-        if (*m_at != '\0') ++m_at;
         if (decides && m_encoding == Encoding::UNKNOWN) {
             const bool utf8 = encoding.empty() || strncasecmp(encoding.c_str(), "UTF-8", 5) == 0 ||
                               strncasecmp(encoding.c_str(), "UTF8", 4) == 0;
