@@ -309,10 +309,11 @@ TEST(TlvRecord, NullCellIsRefused) {
     EXPECT_EQ(record.count(), 0U);
 }
 
-// 0 buckets, a count that no address space holds, and counts whose table size in bytes wraps to a small number.
+// 0 buckets, the first count that no address space holds and a larger one, and counts whose table size in bytes wraps
+// to a small number.
 TEST(TlvRecord, WithoutUsableIndexLogsAndFindsNothing) {
     const unsigned long tooMany = SIZE_MAX / 32 + 1;
-    for (const unsigned long buckets : {0UL, 1UL << 55, tooMany, tooMany + 1, ~0UL}) {
+    for (const unsigned long buckets : {0UL, (1UL << 47) / 32 + 1, 1UL << 55, tooMany, tooMany + 1, ~0UL}) {
         const AceLogCapture log;
         CTLVRecordV3 record(1, buckets);
         EXPECT_THAT(log.errors(), ElementsAre("ACE_Hash_Map_Manager_Ex\n")) << buckets;
