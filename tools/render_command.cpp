@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "alarm/snmp_alarm_iniparser.h"
+#include "host/notification_log/tamrel_notifications.h"
 #include "tools/alarm_commands.h"
 #include "tools/terminal_text.h"
 
@@ -81,7 +82,7 @@ int renderAlarm(std::ostream& out, std::uint64_t alarmId, const std::string& par
     out << fmt::format("  detail      \"{}\"\n", terminalText(detail));
     out << fmt::format("  suggestion  \"{}\"\n", terminalText(suggestion));
     out << fmt::format("  number      {}\n", number);
-    out << fmt::format("  trap OID    1.3.6.1.4.1.99871.2.91.10.2.1.1.{}\n", terminalText(item->second->alarmOid));
+    out << fmt::format("  trap OID    {}{}\n", tamrel_notification::OWN, terminalText(item->second->alarmOid));
     return 0;
 }
 

@@ -16,6 +16,7 @@
 #include "host/notification_log/fault_level.h"
 #include "host/notification_log/notification_codec.h"
 #include "host/notification_log/notification_subject.h"
+#include "host/notification_log/tamrel_notifications.h"
 #include "host/snmp/hexadecimal.h"
 #include "tools/agent_call.h"
 #include "tools/terminal_text.h"
@@ -30,10 +31,7 @@ using std::chrono::seconds;
 using std::chrono::system_clock;
 
 // Bindings: what happened, in full; and the name of the alarm, for where that is empty.
-constexpr unsigned int DESCRIPTIONS[] = {10, 4};
-
-constexpr const char* COMMON_TRAP = "1.3.6.1.4.1.99871.2.91.10.2.1.0.1";
-constexpr std::string_view OWN_TRAPS = "1.3.6.1.4.1.99871.2.91.10.2.1.1.";  // how their names begin
+constexpr unsigned int DESCRIPTIONS[] = {tamrel_notification::DESCRIPTION, tamrel_notification::NAME};
 
 NotificationLogReader openLog() {
     return NotificationLogReader(productPath("state/notification_log.db"));
@@ -73,8 +71,9 @@ const char* kindText(const LoggedNotification& entry) {
 
 // Which of the alarm's traps it is: the one that all alarms have in common, or its own.
 const char* trapText(const LoggedNotification& entry) {
-    if (entry.trapOid == COMMON_TRAP) return "common";
-    return entry.trapOid.compare(0, OWN_TRAPS.size(), OWN_TRAPS) == 0 ? "own" : "other";
+    if (entry.trapOid == tamrel_notification::COMMON) return "common";
+    constexpr std::string_view OWN = tamrel_notification::OWN;
+    return entry.trapOid.compare(0, OWN.size(), OWN) == 0 ? "own" : "other";
 }
 
 std::optional<std::string> levelText(const LoggedNotification& entry) {

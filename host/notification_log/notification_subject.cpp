@@ -2,19 +2,18 @@
 
 #include <algorithm>
 
+#include "host/notification_log/tamrel_notifications.h"
+
 namespace vrx {
 
 namespace {
 
-constexpr unsigned int SERIAL_BINDING = 9;
-constexpr unsigned int ALARM_BINDING = 12;
-
-// Of the common trap, and of those that alarms have for themselves.
-const OidVector BASES[] = {{1, 3, 6, 1, 4, 1, 99871, 2, 91, 10, 3, 1, 1}, {1, 3, 6, 1, 4, 1, 99871, 2, 251, 20, 1, 3}};
+using namespace tamrel_notification;
 
 }  // namespace
 
 const SnmpValue* alarmBinding(const Notification& trap, unsigned int number) {
+    static const OidVector BASES[] = {parseOid(COMMON_BASE), parseOid(OWN_BASE)};
     for (const OidVector& base : BASES) {
         OidVector name = base;
         name.insert(name.end(), {number, 0});
@@ -26,8 +25,8 @@ const SnmpValue* alarmBinding(const Notification& trap, unsigned int number) {
 }
 
 std::string subjectOf(const Notification& trap) {
-    const SnmpValue* alarm = alarmBinding(trap, ALARM_BINDING);
-    const SnmpValue* serial = alarmBinding(trap, SERIAL_BINDING);
+    const SnmpValue* alarm = alarmBinding(trap, ALARM);
+    const SnmpValue* serial = alarmBinding(trap, SERIAL);
     if (alarm == nullptr || serial == nullptr) return "trap " + oidText(trap.oid);
     return "alarm " + std::to_string(alarm->number) + ", serial number " + std::to_string(serial->number);
 }
