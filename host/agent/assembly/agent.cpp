@@ -1,6 +1,9 @@
 #include "host/agent/assembly/agent.h"
 
+#include <iterator>
+
 #include "host/agent/tamrel/destination_rules.h"
+#include "host/agent/tamrel/tamrel_mibs.h"
 #include "host/destinations/trap_api.h"
 #include "host/snmp/net_snmp.h"
 #include "host/transport/backend_protocol.h"
@@ -8,7 +11,10 @@
 namespace vrx {
 
 Agent::Agent(AgentLoop& loop, const std::string& root, const std::vector<std::string>& modules)
-    : m_loop(loop), m_modules(modules), m_engine(root, root + "/state"), m_loader(root + "/mibs") {
+    : m_loop(loop),
+      m_modules(modules),
+      m_engine(root, root + "/state", {std::begin(TAMREL_MIBS), std::end(TAMREL_MIBS)}),
+      m_loader(root + "/mibs") {
     registerDestinationRules();
     for (const std::string& module : modules) m_loader.load(module);
     std::vector<ManagedObject*> objects;

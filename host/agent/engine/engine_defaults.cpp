@@ -25,16 +25,12 @@ constexpr std::array DEFAULT_WORDS = {
     "[vrx-agentd] sysServices 72",                      // end-to-end and applications (RFC 3418)
 };
 
-struct Module {
-    const char* identity;
-    const char* description;
-};
+constexpr MibModule AGENT_MIB{"1.3.6.1.4.1.99871.3.1", "VRX-AGENT-MIB: the state of the agent"};
 
-constexpr std::array MODULES = {
-    Module{"1.3.6.1.4.1.99871.2.91.1", "VRX-TAMREL-MIB: topology, current alarms, trap destinations"},
-    Module{"1.3.6.1.4.1.99871.2.91.2", "VRX-TAMREL-ALARM-MIB: a notification for each alarm"},
-    Module{"1.3.6.1.4.1.99871.3.1", "VRX-AGENT-MIB: the state of the agent"},
-};
+void list(const MibModule& module) {
+    OidVector identity = parseOid(module.first);
+    register_sysORTable(identity.data(), identity.size(), module.second);
+}
 
 // The library's name for what is seen by whom the configuration gives no view.
 constexpr const char* DEFAULT_VIEW = "_all_";
@@ -63,11 +59,9 @@ void setSystemDefaults() {
     }
 }
 
-void listMibModules() {
-    for (const Module& module : MODULES) {
-        OidVector identity = parseOid(module.identity);
-        register_sysORTable(identity.data(), identity.size(), module.description);
-    }
+void listMibModules(const MibModules& served) {
+    for (const MibModule& module : served) list(module);
+    list(AGENT_MIB);
 }
 
 void setDefaultView() {

@@ -5,7 +5,13 @@
 // Threads: agent thread only.
 #pragma once
 
+#include <utility>
+#include <vector>
+
 namespace vrx {
+
+using MibModule = std::pair<const char*, const char*>;  // its identity and what it is
+using MibModules = std::vector<MibModule>;
 
 // Before the configuration is read for the first time, and after the library's groups are registered.
 void setSystemName();
@@ -13,8 +19,8 @@ void setSystemName();
 // Before each reading of the configuration: sysDescr, sysObjectID, sysServices.
 void setSystemDefaults();
 
-// Once.
-void listMibModules();
+// Once: those given, then the agent's own.
+void listMibModules(const MibModules& served);
 
 // After each reading of the configuration.
 void setDefaultView();

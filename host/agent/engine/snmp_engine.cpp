@@ -90,7 +90,7 @@ void setSwitch(int which, int value) {
 
 }  // namespace
 
-SnmpEngine::SnmpEngine(const std::string& root, const std::string& state)
+SnmpEngine::SnmpEngine(const std::string& root, const std::string& state, const MibModules& served)
     : m_state(state, NAME), m_configuration(root + "/etc/" + NAME + ".conf", NAME, [this](const std::string& fault) {
           agent_log::error(fault);
           m_faults.push_back(fault);
@@ -116,7 +116,7 @@ SnmpEngine::SnmpEngine(const std::string& root, const std::string& state)
     init_sysORTable();
     setSystemName();
     setSystemDefaults();
-    listMibModules();
+    listMibModules(served);
     // Its line names a tool that would write another agent's files; ours says how to make a user.
     snmp_unregister_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG, &vacm_warn_if_not_configured,
                              nullptr, 0);

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "host/agent/engine/engine_configuration.h"
+#include "host/agent/engine/engine_defaults.h"
 #include "host/agent/engine/engine_state.h"
 #include "host/agent/engine/stream_listeners.h"
 #include "host/agent/requests/request_dispatcher.h"
@@ -47,8 +48,8 @@ public:
     static constexpr const char* DEFAULT_LISTENER = "udp:127.0.0.1:1161";
 
     // Both paths are absolute. `root` is the product root, of which the configuration is read; `state` exists and gets
-    // the engine's own folders.
-    SnmpEngine(const std::string& root, const std::string& state);
+    // the engine's own folders. `served`: the MIB modules beside the agent's own.
+    SnmpEngine(const std::string& root, const std::string& state, const MibModules& served = {});
     ~SnmpEngine();
     SnmpEngine(const SnmpEngine&) = delete;
     SnmpEngine& operator=(const SnmpEngine&) = delete;

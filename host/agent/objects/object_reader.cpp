@@ -66,7 +66,7 @@ std::unique_ptr<CR8KPackageV3> ObjectReader::query(const CR8KPackageV3& request)
     } catch (...) {
         throw ReadError("an exception of an unknown type");
     }
-    if (result != 0) throw ReadError(resultText(result));
+    if (result != 0) throw ReadError(resultText(m_object->root, result));
     return response;
 }
 

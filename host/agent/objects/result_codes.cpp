@@ -4,7 +4,7 @@
 #include <array>
 #include <cstdio>
 
-#include "host/destinations/trap_destination_result.h"
+#include "host/agent/objects/table_rules.h"
 #include "host/transport/backend_result.h"
 
 namespace vrx {
@@ -13,49 +13,37 @@ namespace {
 
 constexpr int PARAM_ERROR = 0x3000003;  // of handlers: a parameter is missing or invalid
 
-struct Result {
-    int result;
-    int error;
-    const char* (*text)(int result);
+// Beside these, of backend calls, whatever the backend itself refuses is genErr.
+const ResultMeaning RESULTS[] = {
+    {PARAM_ERROR, SNMP_ERR_WRONGVALUE, "a parameter is missing or invalid"},
+    {BACKEND_TIMEOUT, SNMP_ERR_RESOURCEUNAVAILABLE, backendResultText(BACKEND_TIMEOUT)},
+    {BACKEND_UNREACHABLE, SNMP_ERR_RESOURCEUNAVAILABLE, backendResultText(BACKEND_UNREACHABLE)},
 };
 
-const char* parameterText(int) {
-    return "a parameter is missing or invalid";
+template <typename Rows>
+const ResultMeaning* findIn(const Rows& rows, int result) {
+    const auto found = std::find_if(std::begin(rows), std::end(rows),
+                                    [result](const ResultMeaning& row) { return row.result == result; });
+    return found == std::end(rows) ? nullptr : &*found;
 }
 
-constexpr Result RESULTS[] = {
-    {PARAM_ERROR, SNMP_ERR_WRONGVALUE, parameterText},
-
-    {TRAP_DESTINATION_LIMIT, SNMP_ERR_RESOURCEUNAVAILABLE, trapDestinationResultText},
-    {TRAP_DESTINATION_DUPLICATE, SNMP_ERR_INCONSISTENTVALUE, trapDestinationResultText},
-    {TRAP_DESTINATION_NO_ROW, SNMP_ERR_INCONSISTENTNAME, trapDestinationResultText},
-    {TRAP_DESTINATION_NUMBER_TAKEN, SNMP_ERR_INCONSISTENTVALUE, trapDestinationResultText},
-    {TRAP_DESTINATION_BAD_VALUE, SNMP_ERR_INCONSISTENTVALUE, trapDestinationResultText},
-    {TRAP_DESTINATION_STORE_FAILED, SNMP_ERR_RESOURCEUNAVAILABLE, trapDestinationResultText},
-
-    // Backend calls that had no answer; whatever the backend itself refuses is genErr.
-    {BACKEND_TIMEOUT, SNMP_ERR_RESOURCEUNAVAILABLE, backendResultText},
-    {BACKEND_UNREACHABLE, SNMP_ERR_RESOURCEUNAVAILABLE, backendResultText},
-};
-
-const Result* find(int result) {
-    const auto* const found = std::find_if(std::begin(RESULTS), std::end(RESULTS),
-                                           [result](const Result& row) { return row.result == result; });
-    return found == std::end(RESULTS) ? nullptr : found;
+const ResultMeaning* find(const OidVector& root, int result) {
+    const ResultMeaning* const ofTable = findIn(tableTraits(root).results, result);
+    return ofTable != nullptr ? ofTable : findIn(RESULTS, result);
 }
 
 }  // namespace
 
-int snmpErrorOf(int result) {
-    const Result* const known = find(result);
+int snmpErrorOf(const OidVector& root, int result) {
+    const ResultMeaning* const known = find(root, result);
     return known == nullptr ? SNMP_ERR_GENERR : known->error;
 }
 
-std::string resultText(int result) {
+std::string resultText(const OidVector& root, int result) {
     std::array<char, 16> number{};
     std::snprintf(number.data(), number.size(), "0x%X", static_cast<unsigned int>(result));
-    const Result* const known = find(result);
-    const char* const text = known == nullptr ? backendResultText(result) : known->text(result);
+    const ResultMeaning* const known = find(root, result);
+    const char* const text = known == nullptr ? backendResultText(result) : known->text;
     return std::string("result ") + number.data() + " (" + text + ")";
 }
 

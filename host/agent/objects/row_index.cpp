@@ -5,18 +5,11 @@
 #include <cstdlib>
 #include <string>
 
+#include "host/agent/objects/table_rules.h"
+
 namespace vrx {
 
 namespace {
-
-struct NumberColumn {
-    const char* root;
-    unsigned short column;
-};
-
-constexpr NumberColumn NUMBER_COLUMNS[] = {
-    {"1.3.6.1.4.1.99871.2.91.10.4.1", 4},  // trap destinations: the index as text
-};
 
 std::optional<unsigned long long> numberOf(const std::string& text) {
     if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos) return std::nullopt;
@@ -27,17 +20,10 @@ std::optional<unsigned long long> numberOf(const std::string& text) {
 
 }  // namespace
 
-unsigned short numberColumn(const OidVector& root) {
-    const std::string text = oidText(root);
-    const auto* const found = std::find_if(std::begin(NUMBER_COLUMNS), std::end(NUMBER_COLUMNS),
-                                           [&](const NumberColumn& row) { return text == row.root; });
-    return found == std::end(NUMBER_COLUMNS) ? static_cast<unsigned short>(0) : found->column;
-}
-
 std::optional<std::uint32_t> rowNumber(const MibObject& object, const CTLVRecordV3& record, std::size_t position) {
     std::optional<unsigned long long> number = record.identifier();
     if (record.identifier() == CTLVRecordV3::NO_IDENTIFIER) {
-        const unsigned short column = object.table ? numberColumn(object.root) : static_cast<unsigned short>(0);
+        const unsigned short column = tableTraits(object.root).numberColumn;
         number = column == 0 ? position + 1 : record.has(column) ? numberOf(record[column].toString()) : std::nullopt;
     }
     const auto min = static_cast<unsigned long long>(std::max(object.index.min, 0LL));

@@ -1,7 +1,7 @@
 // How the rows of a handler's answer get their numbers, the last sub-identifiers of their names.
 //
 // A record's identifier is its row's number. Records whose identifier is all ones have none: their number is spelled
-// in a column of theirs, for the tables listed here, or is their position, from 1.
+// in a column of theirs, for tables that are registered with one (table_rules.h), or is their position, from 1.
 #pragma once
 
 #include <cstddef>
@@ -12,10 +12,6 @@
 #include "vrxpub/vrx_tlv_record.h"
 
 namespace vrx {
-
-// The column that spells a row's number, 0 when the table has none. A handler that creates rows gives the number of a
-// row under this tag.
-unsigned short numberColumn(const OidVector& root);
 
 // The number of the record at `position` (from 0) of the object's answer; nothing when it has none that the table's
 // index column allows.

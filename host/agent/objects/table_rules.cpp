@@ -7,22 +7,28 @@ namespace vrx {
 
 namespace {
 
-std::vector<std::pair<OidVector, const TableRules*>>& registered() {
-    static std::vector<std::pair<OidVector, const TableRules*>> rules;
-    return rules;
+std::vector<std::pair<OidVector, TableTraits>>& registered() {
+    static std::vector<std::pair<OidVector, TableTraits>> tables;
+    return tables;
+}
+
+const TableTraits* find(const OidVector& root) {
+    for (const auto& [table, traits] : registered()) {
+        if (table == root) return &traits;
+    }
+    return nullptr;
 }
 
 }  // namespace
 
-void registerTableRules(const OidVector& root, const TableRules& rules) {
-    if (tableRules(root) == nullptr) registered().emplace_back(root, &rules);
+void registerTable(const OidVector& root, TableTraits traits) {
+    if (find(root) == nullptr) registered().emplace_back(root, std::move(traits));
 }
 
-const TableRules* tableRules(const OidVector& root) {
-    for (const auto& [table, rules] : registered()) {
-        if (table == root) return rules;
-    }
-    return nullptr;
+const TableTraits& tableTraits(const OidVector& root) {
+    static const TableTraits NONE;
+    const TableTraits* const traits = find(root);
+    return traits == nullptr ? NONE : *traits;
 }
 
 }  // namespace vrx

@@ -1,6 +1,6 @@
-// What a table wants beyond its MIB: checks of the rows that a SET makes, changes that can be given up, values that not
-// every reader sees. The room that knows a module (host/agent/tamrel/) registers them; a table without rules has none
-// of it.
+// What a table wants beyond its MIB: the column that numbers its rows, what its handler's results mean, checks of the
+// rows that a SET makes, changes that can be given up, values that not every reader sees. The room that knows a module
+// (host/agent/tamrel/) registers it under the table's root, and nobody else here knows a table by its name.
 //
 // Threads: registration before any other thread; the rules are asked from any.
 #pragma once
@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <vector>
 
 #include "host/agent/objects/mib_model.h"
 #include "host/snmp/net_snmp.h"
@@ -52,10 +53,30 @@ public:
     virtual bool seesSecrets(netsnmp_pdu& pdu, const MibObject& object) const = 0;
 };
 
-// The rules live as long as the process.
-void registerTableRules(const OidVector& root, const TableRules& rules);
+// A result that means more than genErr.
+struct ResultMeaning {
+    int result;
+    int error;  // that a manager is told
+    const char* text;
+};
+
+struct TableTraits {
+    // Spells the number of a row whose record has no identifier; the handler is told the number of a row under this
+    // tag. 0: there is no such column.
+    unsigned short numberColumn = 0;
+    const TableRules* rules = nullptr;   // null: none; they live as long as the process
+    std::vector<ResultMeaning> results;  // of the handler and of commit(), beside those of every handler
+};
+
+// The first one of a root stays.
+void registerTable(const OidVector& root, TableTraits traits);
+
+// Those of a table that nobody has registered are the defaults.
+const TableTraits& tableTraits(const OidVector& root);
 
 // Null for a table without rules.
-const TableRules* tableRules(const OidVector& root);
+inline const TableRules* tableRules(const OidVector& root) {
+    return tableTraits(root).rules;
+}
 
 }  // namespace vrx

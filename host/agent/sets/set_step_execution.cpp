@@ -78,7 +78,8 @@ SetResult StepExecution::carryOut() {
     const int result = m_transaction->commit();
     m_transaction.reset();
     if (result == 0) return {};
-    return {snmpErrorOf(result), firstVariable(), "the rows cannot be kept: " + resultText(result)};
+    const OidVector& root = m_step.object->mib().root;
+    return {snmpErrorOf(root, result), firstVariable(), "the rows cannot be kept: " + resultText(root, result)};
 }
 
 SetResult StepExecution::plan(const CR8KPackageV3& current) {
@@ -143,13 +144,13 @@ SetResult StepExecution::make(const Change& change) {
     try {
         CR8KPackageV3 request;
         CTLVRecordV3& record = appendRecord(request, change.cells);
-        if (const unsigned short tag = mib.table ? numberColumn(mib.root) : static_cast<unsigned short>(0)) {
+        if (const unsigned short tag = tableTraits(mib.root).numberColumn) {
             appendText(record, tag, std::to_string(change.row->number));
         }
         const int result = call(change, request);
         if (result == 0) return {};
-        error = snmpErrorOf(result);
-        failure = resultText(result);
+        error = snmpErrorOf(mib.root, result);
+        failure = resultText(mib.root, result);
         if (revocable()) {
             // Values that were checked one by one can only be at fault together.
             if (error == SNMP_ERR_WRONGVALUE) error = SNMP_ERR_INCONSISTENTVALUE;

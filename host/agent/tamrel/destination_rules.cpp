@@ -17,9 +17,19 @@ namespace vrx {
 namespace {
 
 // Columns, see CTamrelTrapAddrHandler.
-enum : unsigned short { PORT = 2, VERSION = 5, ADDRESS = 6, TRAP_TYPE = 7, USER = 8 };
+enum : unsigned short { PORT = 2, INDEX = 4, VERSION = 5, ADDRESS = 6, TRAP_TYPE = 7, USER = 8 };
 
 constexpr const char* ROOT = "1.3.6.1.4.1.99871.2.91.10.4.1";
+
+// What a manager is told of a change that the list refuses.
+constexpr std::pair<TrapDestinationResult, int> RESULTS[] = {
+    {TRAP_DESTINATION_LIMIT, SNMP_ERR_RESOURCEUNAVAILABLE},
+    {TRAP_DESTINATION_DUPLICATE, SNMP_ERR_INCONSISTENTVALUE},
+    {TRAP_DESTINATION_NO_ROW, SNMP_ERR_INCONSISTENTNAME},
+    {TRAP_DESTINATION_NUMBER_TAKEN, SNMP_ERR_INCONSISTENTVALUE},
+    {TRAP_DESTINATION_BAD_VALUE, SNMP_ERR_INCONSISTENTVALUE},
+    {TRAP_DESTINATION_STORE_FAILED, SNMP_ERR_RESOURCEUNAVAILABLE},
+};
 
 unsigned int numberOf(const RowCells& cells, unsigned short tag, unsigned int absent) {
     const auto found = cells.find(tag);
@@ -139,7 +149,13 @@ bool DestinationRules::seesSecrets(netsnmp_pdu& pdu, const MibObject& object) co
 
 void registerDestinationRules() {
     static const DestinationRules rules;
-    registerTableRules(parseOid(ROOT), rules);
+    TableTraits traits;
+    traits.numberColumn = INDEX;
+    traits.rules = &rules;
+    for (const auto& [result, error] : RESULTS) {
+        traits.results.push_back({result, error, trapDestinationResultText(result)});
+    }
+    registerTable(parseOid(ROOT), std::move(traits));
 }
 
 }  // namespace vrx

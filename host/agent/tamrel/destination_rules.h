@@ -1,5 +1,5 @@
-// The rules of the trap destination table (host/agent/objects/table_rules.h): its rows are changed in a transaction of
-// the destinations' store.
+// The trap destination table (host/agent/objects/table_rules.h): a column numbers its rows, they are changed in a
+// transaction of the destinations' store, and that has results of its own.
 #pragma once
 
 namespace vrx {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "host/agent/objects/row_index.h"
+#include "host/agent/objects/table_rules.h"
 #include "tests/agent/mib_samples.h"
 
 namespace vrx {
@@ -160,13 +161,15 @@ TEST(RowNumber, OutsideTheIndexColumnsRangeIsNone) {
     EXPECT_EQ(rowNumber(*model.find(SAMPLE_TABLE), *makeRow(65536), 0), std::nullopt);
 }
 
-TEST(RowNumber, OfATrapDestinationIsSpelledInColumnFour) {
+TEST(RowNumber, IsSpelledInTheColumnThatTheTableIsRegisteredWith) {
     MibObject destinations;
     destinations.table = true;
-    destinations.root = parseOid("1.3.6.1.4.1.99871.2.91.10.4.1");
+    destinations.root = parseOid("1.3.6.1.4.1.99999.4.1");
     destinations.index = {1, 65535};
+    TableTraits traits;
+    traits.numberColumn = 4;
+    registerTable(destinations.root, traits);
     const auto rowWith = [](const char* index) { return makeRow(CTLVRecordV3::NO_IDENTIFIER, textCell(4, index)); };
-    EXPECT_EQ(numberColumn(destinations.root), 4);
     EXPECT_EQ(rowNumber(destinations, *rowWith("12"), 0), 12U);
     EXPECT_EQ(rowNumber(destinations, *rowWith(""), 0), std::nullopt);
     EXPECT_EQ(rowNumber(destinations, *rowWith("1x"), 0), std::nullopt);

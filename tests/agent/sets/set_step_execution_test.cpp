@@ -142,11 +142,16 @@ TEST_F(SetStepExecution, ARowOfATableWithoutCreationIsNotCreated) {
 }
 
 TEST_F(SetStepExecution, ResultsOfTheHandlerBecomeErrors) {
+    TableTraits traits;
+    traits.results = {{0x4000001, SNMP_ERR_RESOURCEUNAVAILABLE, "full"},
+                      {0x4000002, SNMP_ERR_INCONSISTENTVALUE, "twice"}};
+    registerTable(SAMPLE_TABLE, traits);
     handler.rows = {1};
     for (const auto& [result, expected] :
          {std::pair{PARAM_ERROR, SNMP_ERR_WRONGVALUE}, std::pair{-1, SNMP_ERR_GENERR},
           std::pair{0x4000001, SNMP_ERR_RESOURCEUNAVAILABLE}, std::pair{0x4000002, SNMP_ERR_INCONSISTENTVALUE},
-          std::pair{0x5000101, SNMP_ERR_RESOURCEUNAVAILABLE}, std::pair{0x5000006, SNMP_ERR_GENERR}}) {
+          std::pair{0x4000003, SNMP_ERR_GENERR}, std::pair{0x5000101, SNMP_ERR_RESOURCEUNAVAILABLE},
+          std::pair{0x5000006, SNMP_ERR_GENERR}}) {
         handler.calls.clear();
         handler.failAt = {1};
         handler.failWith = result;
