@@ -1,1 +1,0 @@
-// Owns the precompiled headers of the test programs.
