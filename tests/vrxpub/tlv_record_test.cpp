@@ -52,7 +52,8 @@ protected:
 
 }  // namespace
 
-INSTANTIATE_TEST_SUITE_P(TlvRecord, RecordSearch, ::testing::Values(0, 30, 31, 32, 100));
+INSTANTIATE_TEST_SUITE_P(TlvRecord, RecordSearch, ::testing::Values(0, 30, 31, 32, 100),
+                         ::testing::PrintToStringParamName());
 
 TEST(TlvRecord, CellsInAndBeyondItsRoomStandInTheOrderOfTheirInsertion) {
     const auto record = CTLVRecordV3::withRoom(7, 32, 2, 10);
