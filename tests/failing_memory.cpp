@@ -10,7 +10,7 @@ constexpr std::size_t MAX_BLOCKS = 4096;
 void* s_blocks[MAX_BLOCKS];
 std::size_t s_blockCount = 0;
 bool s_tracking = false;
-unsigned int s_failAt = 0;
+thread_local unsigned int s_failAt = 0;
 
 const void* s_watched = nullptr;
 std::size_t s_watchedSize = 0;

@@ -1,14 +1,13 @@
 // Memory under a test's control: a chosen allocation fails, blocks that are not given back are counted, and one block
 // is looked at when it is given back. A program with failing_memory.cpp among its sources gets the global operator new
-// and delete from there. For one thread: no other one may allocate in the time of a test that fails or tracks
-// allocations.
+// and delete from there. No other thread may allocate in the time of a test that tracks allocations.
 #pragma once
 
 #include <cstddef>
 
 namespace failing_memory {
 
-// The n-th allocation from now on fails, once; 0: none.
+// The n-th allocation of this thread from now on fails, once; 0: none.
 void failAt(unsigned int n);
 // Whether the failure asked for is still to come.
 bool isFailureToCome();

@@ -56,7 +56,6 @@ private:
 
 NotificationService::NotificationService(AgentLoop& loop, std::function<void()> alarmsChanged)
     : m_sender(loop, TrapOptions::fromDevice(), m_transport),
-      m_informTransport(loop),
       m_informs(loop, m_informTransport, VRX_Utility::getVRXRootEnv() + "/state/informs.db",
                 TrapOptions::fromDevice().resolveInterval),
       m_log(VRX_Utility::getVRXRootEnv() + "/state/notification_log.db"),

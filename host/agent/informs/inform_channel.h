@@ -39,14 +39,16 @@ struct InformOutcome {
 
 class InformChannel {
 public:
-    using Done = std::function<void(const InformOutcome& outcome)>;
-
     virtual ~InformChannel() = default;  // what is under way ends without an outcome
 
     // Sends the inform, in a message of at most `wanted` octets or the shortest that can be made (see
-    // notification_fitting.h), and waits for its answer. `done` is called from the loop, not before this returns.
+    // notification_fitting.h), and waits for its answer. Throws std::bad_alloc, and nothing is under way.
     // REQUIRES: none is under way.
-    virtual void send(const Inform& inform, std::size_t wanted, std::chrono::milliseconds patience, Done done) = 0;
+    virtual void send(const Inform& inform, std::size_t wanted, std::chrono::milliseconds patience) = 0;
+
+    // Goes on with what has arrived. Null while the inform is under way, then what came of it, until the next send().
+    // Throws std::bad_alloc, and may be called again.
+    virtual const InformOutcome* outcome() = 0;
 
     // What is known of the receiver's engine: its ID in hexadecimal digits, or "".
     virtual std::string engine() const = 0;
@@ -56,9 +58,10 @@ class InformTransport {
 public:
     virtual ~InformTransport() = default;
 
-    // To the peer at this numeric address. Null and `failure` set when there is no way.
+    // To the peer at this numeric address. Null and `failure` set when there is no way. `arrived` is called when the
+    // channel's outcome() has something to go on with, also from within send(); it needs no memory.
     virtual std::unique_ptr<InformChannel> open(const InformPeer& peer, const std::string& address,
-                                                std::string& failure) = 0;
+                                                std::function<void()> arrived, std::string& failure) = 0;
 };
 
 }  // namespace vrx

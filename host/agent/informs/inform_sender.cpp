@@ -1,6 +1,7 @@
 #include "host/agent/informs/inform_sender.h"
 
 #include <algorithm>
+#include <iterator>
 #include <ratio>
 #include <utility>
 
@@ -228,7 +229,7 @@ void InformSender::takeTurn() {
     for (const std::string& key : keys) serve(key);
 }
 
-// Sends the receiver's first inform, unless one is under way or its time has not come.
+// Settles what came of the receiver's inform and sends its next one, unless one is under way or its time has not come.
 void InformSender::serve(const std::string& key) {
     InformDestination settings;
     {
@@ -238,41 +239,47 @@ void InformSender::serve(const std::string& key) {
         settings = found->settings;
     }
     Link& link = m_links[key];
-    if (link.underWay != 0) return;
+    if (link.underWay && !settle(key, link)) return;
     const std::optional<Inform> inform = m_queue.first(settings.name());
     if (!inform) return;
     if (link.notBefore > Clock::now()) return m_scheduler.sleepUntil(link.notBefore);
     const std::string address = m_scheduler.addressOf(settings.peer.host);
     if (address.empty()) {  // serve() comes again when there is one
         link.channel.reset();
-        return noteState(key, InformState::Unresolved, "");
+        return noteState(key, link, InformState::Unresolved, "");
     }
     if (!link.channel || !(link.peer == settings.peer) || link.address != address) {
         std::string failure;
         link.peer = settings.peer;
         link.address = address;
-        link.channel = m_transport.open(settings.peer, address, failure);
+        link.channel = m_transport.open(
+            settings.peer, address, [this] { m_scheduler.wake(); }, failure);
         if (!link.channel) {
             link.notBefore = Clock::now() + patienceOf(settings.policy, link.attempts++);
-            noteState(key, InformState::Failing, failure);
+            noteState(key, link, InformState::Failing, failure);
             return m_scheduler.sleepUntil(link.notBefore);
         }
     }
-    link.channel->send(*inform, wantedSize(link), patienceOf(settings.policy, link.attempts),
-                       [this, key, sent = *inform](const InformOutcome& outcome) {
-                           retryForever([&] { take(key, sent.number, outcome); });
-                           retryForever([&] { noteFate(key, sent, outcome); });
-                           retryForever([&] { noteOutcome(key, outcome); });
-                           retryForever([&] { serve(key); });
-                       });
-    link.underWay = inform->number;  // it is, and not before: without memory it is sent again
+    link.channel->send(*inform, wantedSize(link), patienceOf(settings.policy, link.attempts));
+    link.underWay = inform;  // it is, and not before: without memory it is sent again
 }
 
-// All or nothing when it throws.
-void InformSender::take(const std::string& key, std::uint64_t number, const InformOutcome& outcome) {
+// False while the outcome is awaited. A step that finds no memory is taken again in the next turn, those before it are
+// not: each does all or nothing.
+bool InformSender::settle(const std::string& key, Link& link) {
+    using Step = void (InformSender::*)(const std::string& key, Link& link, const InformOutcome& outcome);
+    static constexpr Step STEPS[] = {&InformSender::take, &InformSender::noteFate, &InformSender::noteOutcome};
+    const InformOutcome* const outcome = link.channel->outcome();
+    if (outcome == nullptr) return false;
+    for (; link.settled < std::size(STEPS); ++link.settled) (this->*STEPS[link.settled])(key, link, *outcome);
+    link.settled = 0;
+    link.underWay.reset();
+    return true;
+}
+
+void InformSender::take(const std::string& key, Link& link, const InformOutcome& outcome) {
     using Kind = InformOutcome::Kind;
-    Link& link = m_links[key];
-    link.underWay = 0;
+    const std::uint64_t number = link.underWay->number;
     const MutexLock lock(m_mutex);
     Destination* const found = m_account.find(key);
     if (found == nullptr) return;
@@ -280,7 +287,7 @@ void InformSender::take(const std::string& key, std::uint64_t number, const Info
     const InformPolicy& policy = destination.settings.policy;
     const bool failed = outcome.kind == Kind::NoAnswer || outcome.kind == Kind::Failed;
     const bool givenUp = failed && policy.retries && link.attempts >= *policy.retries;
-    if (link.channel) destination.resolvedAddress = link.address;
+    destination.resolvedAddress = link.address;
     if (!failed || givenUp) m_queue.remove(destination.name, number);
     // Nothing from here on needs memory.
     InformCounters& counters = destination.counters;
@@ -298,9 +305,9 @@ std::size_t InformSender::wantedSize(const Link& link) const {
     return link.attempts < ATTEMPTS_WHOLE ? m_messageSize : std::min(m_messageSize, SINGLE_PACKET);
 }
 
-// One line for each inform that does not go out as it is because of what is in it. All or nothing when it throws.
-void InformSender::noteFate(const std::string& key, const Inform& inform, const InformOutcome& outcome) {
-    Link& link = m_links[key];
+// One line for each inform that does not go out as it is because of what is in it.
+void InformSender::noteFate(const std::string& key, Link& link, const InformOutcome& outcome) {
+    const Inform& inform = *link.underWay;
     const bool shortened = outcome.wasSent && outcome.cut > 0 && link.cut != inform.number;
     const bool unsendable = outcome.kind == InformOutcome::Kind::Unsendable;
     if (!shortened && !unsendable) return;
@@ -317,50 +324,44 @@ void InformSender::noteFate(const std::string& key, const Inform& inform, const 
     }
 }
 
-void InformSender::noteOutcome(const std::string& key, const InformOutcome& outcome) {
+void InformSender::noteOutcome(const std::string& key, Link& link, const InformOutcome& outcome) {
     using Kind = InformOutcome::Kind;
     switch (outcome.kind) {
         case Kind::Acknowledged:
-            return noteState(key, InformState::Answering, "");
+            return noteState(key, link, InformState::Answering, "");
         case Kind::Refused:
-            return noteState(key, InformState::Answering, "the receiver refuses an inform: " + outcome.text);
+            return noteState(key, link, InformState::Answering, "the receiver refuses an inform: " + outcome.text);
         case Kind::Unsendable:
             return;  // tells nothing of the receiver
         case Kind::NoAnswer:
-            return noteState(key, InformState::Silent, "no answer");
+            return noteState(key, link, InformState::Silent, "no answer");
         case Kind::Failed:
-            return noteState(key, InformState::Failing, outcome.text);
+            return noteState(key, link, InformState::Failing, outcome.text);
     }
 }
 
 // One line per change of state, and one for the first of failures that are alike. All or nothing when it throws.
-void InformSender::noteState(const std::string& key, InformState state, const std::string& failure) {
-    std::string line;
-    {
-        const MutexLock lock(m_mutex);
-        Destination* const found = m_account.find(key);
-        if (found == nullptr) return;
-        Destination& destination = *found;
-        std::optional<InformFailure> last;
-        if (!failure.empty()) last = {failure, std::chrono::system_clock::now()};
-        const bool another = last && (!destination.lastFailure || destination.lastFailure->text != failure);
-        const auto link = m_links.find(key);
-        std::string engine = link != m_links.end() && link->second.channel ? link->second.channel->engine() : "";
-        if (destination.state != state || another) {
-            line = "inform destination " + destination.name + ": " + textOf(state);
-            const bool explains = !failure.empty() && state != InformState::Silent;
-            if (explains) line += ": " + failure;
-            destination.state = state;
+void InformSender::noteState(const std::string& key, const Link& link, InformState state, const std::string& failure) {
+    const MutexLock lock(m_mutex);
+    Destination* const found = m_account.find(key);
+    if (found == nullptr) return;
+    Destination& destination = *found;
+    std::optional<InformFailure> last;
+    if (!failure.empty()) last = {failure, std::chrono::system_clock::now()};
+    std::string engine = link.channel ? link.channel->engine() : "";
+    const bool another = last && (!destination.lastFailure || destination.lastFailure->text != failure);
+    if (destination.state != state || another) {
+        std::string line = "inform destination " + destination.name + ": " + textOf(state);
+        if (!failure.empty() && state != InformState::Silent) line += ": " + failure;
+        if (state == InformState::Answering && failure.empty()) {
+            agent_log::info(line);
+        } else {
+            agent_log::warn(line);
         }
-        destination.engine = std::move(engine);
-        if (last) destination.lastFailure = std::move(last);
     }
-    if (line.empty()) return;
-    if (state == InformState::Answering && failure.empty()) {
-        agent_log::info(line);
-    } else {
-        agent_log::warn(line);
-    }
+    destination.state = state;
+    destination.engine = std::move(engine);
+    if (last) destination.lastFailure = std::move(last);
 }
 
 }  // namespace vrx

@@ -81,10 +81,11 @@ private:
         InformPeer peer;  // of the channel
         std::string address;
         std::unique_ptr<InformChannel> channel;
-        std::uint64_t underWay = 0;  // number of the inform whose outcome is awaited; 0: none is
-        std::uint64_t sent = 0;      // number of the inform that went out last
-        std::uint64_t cut = 0;       // number of the last inform that is known to be shortened
-        unsigned int attempts = 0;   // at the first inform that came to nothing
+        std::optional<Inform> underWay;  // its outcome is awaited from the channel, or not settled yet
+        std::size_t settled = 0;         // so many of the steps that settle it
+        std::uint64_t sent = 0;          // number of the inform that went out last
+        std::uint64_t cut = 0;           // number of the last inform that is known to be shortened
+        unsigned int attempts = 0;       // at the first inform that came to nothing
         Clock::time_point notBefore{};
     };
 
@@ -99,11 +100,12 @@ private:
     // Agent thread.
     void takeTurn();
     void serve(const std::string& key);
-    void take(const std::string& key, std::uint64_t number, const InformOutcome& outcome);
+    bool settle(const std::string& key, Link& link);
+    void take(const std::string& key, Link& link, const InformOutcome& outcome);
     std::size_t wantedSize(const Link& link) const;
-    void noteFate(const std::string& key, const Inform& inform, const InformOutcome& outcome);
-    void noteOutcome(const std::string& key, const InformOutcome& outcome);
-    void noteState(const std::string& key, InformState state, const std::string& failure);
+    void noteFate(const std::string& key, Link& link, const InformOutcome& outcome);
+    void noteOutcome(const std::string& key, Link& link, const InformOutcome& outcome);
+    void noteState(const std::string& key, const Link& link, InformState state, const std::string& failure);
 
     InformTransport& m_transport;
     const std::uint32_t m_firstUpTime;  // hundredths of a second

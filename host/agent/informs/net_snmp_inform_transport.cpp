@@ -1,6 +1,7 @@
 #include "host/agent/informs/net_snmp_inform_transport.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <utility>
 
@@ -9,7 +10,6 @@
 #include "host/agent/delivery/net_snmp_errors.h"
 #include "host/agent/delivery/notification_fitting.h"
 #include "host/agent/delivery/notification_pdu.h"
-#include "host/base/memory_retry.h"
 #include "host/snmp/hexadecimal.h"
 #include "host/snmp/limits.h"
 #include "host/snmp/net_snmp.h"
@@ -41,13 +41,24 @@ bool setText(const std::string& text, char*& field, std::size_t& length) {
     return field != nullptr;
 }
 
+// What the library tells of a message that was sent.
+struct Arrival {
+    bool ofQuestion = false;  // for the engine; else of the inform
+    bool timedOut = false;
+    int command = 0;     // of the answer, as the rest
+    int reportType = 0;  // of a report
+    long errorStatus = 0;
+    std::array<unsigned char, LONGEST_ENGINE_ID> engine{};
+    std::size_t engineLength = 0;  // 0: it names none that is usable
+};
+
 class NetSnmpInformChannel : public InformChannel {
 public:
-    NetSnmpInformChannel(AgentLoop& loop, InformUsers& users, InformPeer peer, SessionPointer session)
-        : m_loop(loop),
-          m_users(users),
+    NetSnmpInformChannel(InformUsers& users, InformPeer peer, SessionPointer session, std::function<void()> arrived)
+        : m_users(users),
           m_peer(std::move(peer)),
           m_session(std::move(session)),
+          m_arrived(std::move(arrived)),
           m_engine(m_peer.engineId) {}
 
     // Closing the session tells of what is under way as if it had no answer.
@@ -56,12 +67,12 @@ public:
         m_session.reset();
     }
 
-    void send(const Inform& inform, std::size_t wanted, std::chrono::milliseconds patience, Done done) override;
+    void send(const Inform& inform, std::size_t wanted, std::chrono::milliseconds patience) override;
+    const InformOutcome* outcome() override;
     std::string engine() const override { return hexadecimal(m_engine); }
 
 private:
     static int answered(int operation, netsnmp_session*, int, netsnmp_pdu* pdu, void* self);
-    static int engineAnswered(int operation, netsnmp_session*, int, netsnmp_pdu* pdu, void* self);
 
     bool isV3() const { return m_peer.version == SNMPV3; }
     std::string contextEngine() const {
@@ -71,36 +82,38 @@ private:
     void noteSize(const netsnmp_pdu& pdu);
     void ask();
     void transmit();
-    void hand(PduPointer pdu, netsnmp_callback callback);
-    void takeAnswer(const netsnmp_pdu& pdu);
-    void takeReport(netsnmp_pdu& pdu);
-    void takeEngine(const netsnmp_pdu& pdu);
+    void hand(PduPointer pdu);
+    void goOn(const Arrival& arrival);
+    void takeAnswer(const Arrival& answer);
+    void takeReport(int type);
+    void takeEngine(const Arrival& answer);
     void forgetEngine();
     void finish(InformOutcome::Kind kind, const std::string& text = "");
 
-    AgentLoop& m_loop;
     InformUsers& m_users;
     const InformPeer m_peer;
     SessionPointer m_session;
+    const std::function<void()> m_arrived;
     std::string m_engine;  // of the receiver; empty while unknown
     InformUsers::Hold m_user;
 
     std::size_t m_receiverTakes = LONGEST_MESSAGE;  // octets of a message, as its engine said last
 
-    Inform m_inform;  // under way
-    Done m_done;      // null when none is
+    Inform m_inform;                         // the last one
+    std::optional<Arrival> m_arrival;        // that nothing was made of yet
+    std::optional<InformOutcome> m_outcome;  // nothing while it is under way
     std::size_t m_wanted = LONGEST_MESSAGE;
     unsigned int m_cut = 0;
     bool m_closing = false;
-    bool m_asked = false;
+    bool m_asked = false;   // for the engine, which was not known
+    bool m_asking = false;  // and the question is what is under way
     bool m_wasSent = false;
-    std::shared_ptr<int> m_alive = std::make_shared<int>(0);  // tasks in the loop hold it weakly
 };
 
-void NetSnmpInformChannel::send(const Inform& inform, std::size_t wanted, std::chrono::milliseconds patience,
-                                Done done) {
+void NetSnmpInformChannel::send(const Inform& inform, std::size_t wanted, std::chrono::milliseconds patience) {
     m_inform = inform;
-    m_done = std::move(done);
+    m_arrival.reset();
+    m_outcome.reset();
     m_wanted = wanted;
     m_cut = 0;
     m_asked = m_wasSent = false;
@@ -110,11 +123,12 @@ void NetSnmpInformChannel::send(const Inform& inform, std::size_t wanted, std::c
     } else {
         transmit();
     }
+    if (m_outcome) m_arrived();  // it could not be sent
 }
 
 // An empty request to nobody in particular: the engine answers it with a report that holds its ID.
 void NetSnmpInformChannel::ask() {
-    m_asked = true;
+    m_asked = m_asking = true;
     PduPointer pdu(snmp_pdu_create(SNMP_MSG_GET));
     // What the library noted of the last answer would make this a request to that engine.
     SNMP_FREE(m_session->securityEngineID);
@@ -125,7 +139,7 @@ void NetSnmpInformChannel::ask() {
         pdu->securityLevel = SNMP_SEC_LEVEL_NOAUTH;
         if (!setText("", pdu->securityName, pdu->securityNameLen)) pdu.reset();
     }
-    hand(std::move(pdu), &NetSnmpInformChannel::engineAnswered);
+    hand(std::move(pdu));
 }
 
 FittedNotification NetSnmpInformChannel::fitted() const {
@@ -138,6 +152,7 @@ FittedNotification NetSnmpInformChannel::fitted() const {
 }
 
 void NetSnmpInformChannel::transmit() {
+    m_asking = false;
     const FittedNotification trap = fitted();
     if (trap.size() > LONGEST_MESSAGE) return finish(InformOutcome::Kind::Unsendable, tooLongText(trap));
     m_cut = trap.cut();
@@ -166,13 +181,13 @@ void NetSnmpInformChannel::transmit() {
             if (!complete) pdu.reset();
         }
     }
-    hand(std::move(pdu), &NetSnmpInformChannel::answered);
+    hand(std::move(pdu));
 }
 
-void NetSnmpInformChannel::hand(PduPointer pdu, netsnmp_callback callback) {
+void NetSnmpInformChannel::hand(PduPointer pdu) {
     if (!pdu) return finish(InformOutcome::Kind::Failed, "no memory");
     const bool isInform = pdu->command == SNMP_MSG_INFORM;
-    if (snmp_async_send(m_session.get(), pdu.get(), callback, this) == 0) {
+    if (snmp_async_send(m_session.get(), pdu.get(), &NetSnmpInformChannel::answered, this) == 0) {
         char* text = nullptr;
         int systemError = 0;
         int snmpError = 0;
@@ -184,58 +199,74 @@ void NetSnmpInformChannel::hand(PduPointer pdu, netsnmp_callback callback) {
     m_wasSent = m_wasSent || isInform;
 }
 
+// Called by the library, which is at work with this session: needs no memory, and leaves the rest to outcome().
 int NetSnmpInformChannel::answered(int operation, netsnmp_session*, int, netsnmp_pdu* pdu, void* self) {
     auto& channel = *static_cast<NetSnmpInformChannel*>(self);
-    if (channel.m_closing) return 1;
-    if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE) channel.noteSize(*pdu);
-    retryForever([&] {
-        if (operation == NETSNMP_CALLBACK_OP_TIMED_OUT) {
-            channel.forgetEngine();
-            channel.finish(InformOutcome::Kind::NoAnswer);
-        } else if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE && pdu->command == SNMP_MSG_REPORT) {
-            channel.takeReport(*pdu);
-        } else if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE) {
-            channel.takeAnswer(*pdu);
-        }  // others tell of what the library does by itself, or of a failure that send() returns
-    });
+    const bool received = operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE;
+    // Others tell of what the library does by itself, or of a failure that send() returns.
+    if (channel.m_closing || (!received && operation != NETSNMP_CALLBACK_OP_TIMED_OUT)) return 1;
+    Arrival arrival;
+    arrival.ofQuestion = channel.m_asking;
+    arrival.timedOut = !received;
+    if (received) {
+        channel.noteSize(*pdu);
+        arrival.command = pdu->command;
+        arrival.errorStatus = pdu->errstat;
+        if (pdu->command == SNMP_MSG_REPORT) arrival.reportType = snmpv3_get_report_type(pdu);
+        if (pdu->securityEngineIDLen >= SHORTEST_ENGINE_ID && pdu->securityEngineIDLen <= LONGEST_ENGINE_ID) {
+            arrival.engineLength = pdu->securityEngineIDLen;
+            std::copy_n(pdu->securityEngineID, arrival.engineLength, arrival.engine.begin());
+        }
+    }
+    channel.m_arrival = arrival;
+    channel.m_arrived();
     return 1;
 }
 
-int NetSnmpInformChannel::engineAnswered(int operation, netsnmp_session*, int, netsnmp_pdu* pdu, void* self) {
-    auto& channel = *static_cast<NetSnmpInformChannel*>(self);
-    if (channel.m_closing) return 1;
-    if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE) channel.noteSize(*pdu);
-    retryForever([&] {
-        if (operation == NETSNMP_CALLBACK_OP_TIMED_OUT) channel.finish(InformOutcome::Kind::NoAnswer);
-        if (operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE) channel.takeEngine(*pdu);
-    });
-    return 1;
+const InformOutcome* NetSnmpInformChannel::outcome() {
+    if (m_arrival) {
+        goOn(*m_arrival);
+        m_arrival.reset();
+    }
+    return m_outcome ? &*m_outcome : nullptr;
 }
 
-void NetSnmpInformChannel::takeAnswer(const netsnmp_pdu& pdu) {
-    if (pdu.command != SNMP_MSG_RESPONSE) {
+void NetSnmpInformChannel::goOn(const Arrival& arrival) {
+    if (arrival.timedOut) {
+        forgetEngine();
+        finish(InformOutcome::Kind::NoAnswer);
+    } else if (arrival.ofQuestion) {
+        takeEngine(arrival);
+    } else if (arrival.command == SNMP_MSG_REPORT) {
+        takeReport(arrival.reportType);
+    } else {
+        takeAnswer(arrival);
+    }
+}
+
+void NetSnmpInformChannel::takeAnswer(const Arrival& answer) {
+    if (answer.command != SNMP_MSG_RESPONSE) {
         finish(InformOutcome::Kind::Failed, "the receiver answers with something else than a response");
-    } else if (pdu.errstat != SNMP_ERR_NOERROR) {
-        finish(InformOutcome::Kind::Refused, snmp_errstring(static_cast<int>(pdu.errstat)));
+    } else if (answer.errorStatus != SNMP_ERR_NOERROR) {
+        finish(InformOutcome::Kind::Refused, snmp_errstring(static_cast<int>(answer.errorStatus)));
     } else {
         finish(InformOutcome::Kind::Acknowledged);
     }
 }
 
 // The receiver's engine does not take the message as it is.
-void NetSnmpInformChannel::takeReport(netsnmp_pdu& pdu) {
-    const int reason = snmpv3_get_report_type(&pdu);
+void NetSnmpInformChannel::takeReport(int type) {
     forgetEngine();
-    const bool isOther = reason == SNMPERR_UNKNOWN_ENG_ID || reason == SNMPERR_NOT_IN_TIME_WINDOW;
+    const bool isOther = type == SNMPERR_UNKNOWN_ENG_ID || type == SNMPERR_NOT_IN_TIME_WINDOW;
     if (isOther && !m_asked && m_engine.empty()) return ask();
-    finish(InformOutcome::Kind::Failed, std::string("the receiver reports: ") + snmp_api_errstring(reason));
+    finish(InformOutcome::Kind::Failed, std::string("the receiver reports: ") + snmp_api_errstring(type));
 }
 
-void NetSnmpInformChannel::takeEngine(const netsnmp_pdu& pdu) {
-    const bool usable = pdu.command == SNMP_MSG_REPORT && pdu.securityEngineIDLen >= SHORTEST_ENGINE_ID &&
-                        pdu.securityEngineIDLen <= LONGEST_ENGINE_ID;
-    if (!usable) return finish(InformOutcome::Kind::Failed, "the receiver does not report its engine ID");
-    m_engine.assign(pdu.securityEngineID, pdu.securityEngineID + pdu.securityEngineIDLen);
+void NetSnmpInformChannel::takeEngine(const Arrival& answer) {
+    if (answer.command != SNMP_MSG_REPORT || answer.engineLength == 0) {
+        return finish(InformOutcome::Kind::Failed, "the receiver does not report its engine ID");
+    }
+    m_engine.assign(answer.engine.begin(), answer.engine.begin() + answer.engineLength);
     transmit();
 }
 
@@ -254,20 +285,14 @@ void NetSnmpInformChannel::forgetEngine() {
     m_engine = m_peer.engineId;
 }
 
-// Not at once: the library is at work with this session.
 void NetSnmpInformChannel::finish(InformOutcome::Kind kind, const std::string& text) {
-    const InformOutcome outcome{kind, m_wasSent, text, m_cut};
-    m_loop.post([this, alive = std::weak_ptr<int>(m_alive), outcome] {
-        if (alive.expired() || !m_done) return;
-        const Done done = std::exchange(m_done, nullptr);
-        done(outcome);
-    });
+    m_outcome = InformOutcome{kind, m_wasSent, text, m_cut};
 }
 
 }  // namespace
 
 std::unique_ptr<InformChannel> NetSnmpInformTransport::open(const InformPeer& peer, const std::string& address,
-                                                            std::string& failure) {
+                                                            std::function<void()> arrived, std::string& failure) {
     failure = faultOfZone(address);
     if (!failure.empty()) return nullptr;
     std::string place = isIpv6Address(address) ? "udp6:[" + address + "]" : "udp:" + address;
@@ -301,7 +326,7 @@ std::unique_ptr<InformChannel> NetSnmpInformTransport::open(const InformPeer& pe
     // Opening takes the flag away, and the first message would make the library ask for the engine by itself, waiting
     // for the answer; a user is made for nobody then, too.
     session->flags |= SNMP_FLAGS_DONT_PROBE | SNMP_FLAGS_USER_CREATED;
-    return std::make_unique<NetSnmpInformChannel>(m_loop, m_users, peer, std::move(session));
+    return std::make_unique<NetSnmpInformChannel>(m_users, peer, std::move(session), std::move(arrived));
 }
 
 }  // namespace vrx

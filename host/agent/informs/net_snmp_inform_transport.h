@@ -1,4 +1,5 @@
-// Informs over Net-SNMP: a session of its own per receiver, answers read by the agent's loop, nothing that waits.
+// Informs over Net-SNMP: a session of its own per receiver, answers read by the agent's loop, nothing that waits. The
+// library's callbacks only note what arrived, which needs no memory; outcome() goes on with it.
 //
 // SNMPv3 takes the receiver's engine as the authority: its ID is asked for first, with an empty request that it answers
 // with a report. The keys are made for that ID; the engine's count of starts and its time come with the report that
@@ -11,20 +12,16 @@
 
 #include "host/agent/informs/inform_channel.h"
 #include "host/agent/informs/inform_users.h"
-#include "host/agent/loop/agent_loop.h"
 
 namespace vrx {
 
 class NetSnmpInformTransport : public InformTransport {
 public:
-    // The loop outlives the transport, which outlives its channels.
-    explicit NetSnmpInformTransport(AgentLoop& loop) : m_loop(loop) {}
-
+    // The transport outlives its channels.
     std::unique_ptr<InformChannel> open(const InformPeer& peer, const std::string& address,
-                                        std::string& failure) override;
+                                        std::function<void()> arrived, std::string& failure) override;
 
 private:
-    AgentLoop& m_loop;
     InformUsers m_users;
 };
 

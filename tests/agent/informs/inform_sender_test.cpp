@@ -4,12 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <functional>
 #include <map>
-#include <new>
 #include <stdexcept>
 
-#include "tests/agent/trap_test_tools.h"
+#include "tests/agent/informs/fake_informs.h"
 
 namespace vrx {
 
@@ -19,80 +17,6 @@ using Kind = InformOutcome::Kind;
 using std::chrono::milliseconds;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-// Keeps what it is given; what comes of it is said by the test, or is `answer`.
-struct FakeInforms : InformTransport {
-    struct Sent {
-        std::uint64_t number;
-        unsigned long event;
-        milliseconds patience;
-        std::size_t wanted;  // octets of its message
-    };
-    struct Channel : InformChannel {
-        Channel(FakeInforms& t, const InformPeer& peer) : transport(t), port(peer.port), version(peer.version) {
-            ++transport.openChannels;
-        }
-        ~Channel() override { --transport.openChannels; }
-        void send(const Inform& inform, std::size_t wanted, milliseconds patience, Done done) override {
-            if (transport.sendsWithoutMemory > 0 && transport.sendsWithoutMemory-- > 0) throw std::bad_alloc();
-            transport.sent[port].push_back({inform.number, inform.trap->oid.back(), patience, wanted});
-            const auto outcome = transport.answers.find(port);
-            if (outcome == transport.answers.end()) {
-                transport.underWay[port] = std::move(done);
-            } else {
-                transport.loop.post([done = std::move(done), answer = outcome->second] { done(answer); });
-            }
-        }
-        std::string engine() const override {
-            if (transport.enginesWithoutMemory > 0 && transport.enginesWithoutMemory-- > 0) throw std::bad_alloc();
-            return version == 3 ? "80001f" : "";
-        }
-        FakeInforms& transport;
-        unsigned int port;
-        unsigned int version;
-    };
-
-    explicit FakeInforms(AgentLoop& l) : loop(l) {}
-
-    std::unique_ptr<InformChannel> open(const InformPeer& peer, const std::string& address,
-                                        std::string& failure) override {
-        opened.push_back(address + " " + peer.name);
-        if (openFails) {
-            failure = "no socket";
-            return nullptr;
-        }
-        return std::make_unique<Channel>(*this, peer);
-    }
-    void finish(unsigned int port, Kind kind) {
-        const auto done = std::exchange(underWay[port], nullptr);
-        done({kind, true, ""});
-    }
-    std::vector<unsigned long> events(unsigned int port) {
-        std::vector<unsigned long> all;
-        for (const Sent& one : sent[port]) all.push_back(one.event);
-        return all;
-    }
-
-    AgentLoop& loop;
-    std::map<unsigned int, std::vector<Sent>> sent;  // by port
-    std::map<unsigned int, InformOutcome> answers;
-    std::map<unsigned int, InformChannel::Done> underWay;
-    std::vector<std::string> opened;
-    bool openFails = false;
-    int sendsWithoutMemory = 0;  // so many from now on
-    int enginesWithoutMemory = 0;
-    int openChannels = 0;
-};
-
-InformDestination receiver(unsigned int port, const std::string& host = "127.0.0.1") {
-    InformDestination destination;
-    destination.peer.host = host;
-    destination.peer.port = port;
-    destination.peer.name = "informs";
-    destination.policy.firstRetry = milliseconds(1);
-    destination.policy.longestBackoff = milliseconds(4);
-    return destination;
-}
 
 class InformSenderTest : public testing::Test {
 protected:
@@ -138,7 +62,7 @@ protected:
 
     std::string m_folder;
     AgentLoop m_loop;
-    FakeInforms m_transport{m_loop};
+    FakeInforms m_transport;
     std::atomic<int> m_settled{0};
     std::unique_ptr<InformSender> m_sender;
 };
