@@ -38,6 +38,30 @@ void writeAll(int descriptor, const std::string& content, const std::string& pat
     }
 }
 
+std::string draftOf(const std::string& path) {
+    return path + ".new";
+}
+
+void writeDraft(const WholeFile& file, bool isPrivate) {
+    const std::string draft = draftOf(file.path);
+    if (::unlink(draft.c_str()) != 0 && errno != ENOENT) fail(draft);
+    constexpr mode_t OWNERS_ALONE = S_IRUSR | S_IWUSR;
+    constexpr mode_t AS_THE_PROCESS_GIVES = 0666;
+    const FileDescriptor out(::open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                                    isPrivate ? OWNERS_ALONE : AS_THE_PROCESS_GIVES));
+    if (!out) fail(draft);
+    struct stat before {};
+    const bool replaces = ::stat(file.path.c_str(), &before) == 0;
+    if (replaces) {
+        constexpr mode_t PERMISSIONS = 0777;
+        const bool foreign = before.st_uid != ::geteuid() || before.st_gid != ::getegid();
+        if (foreign && ::fchown(out.get(), before.st_uid, before.st_gid) != 0) fail(draft);
+        if (::fchmod(out.get(), before.st_mode & PERMISSIONS) != 0) fail(draft);
+    }
+    writeAll(out.get(), file.content, draft);
+    if (::fsync(out.get()) != 0) fail(draft);
+}
+
 }  // namespace
 
 WholeFileError::WholeFileError(const std::string& path, const std::string& reason)
@@ -71,25 +95,18 @@ std::optional<std::string> readWholeFile(const std::string& path, std::size_t li
 }
 
 void replaceWholeFile(const std::string& path, const std::string& content) {
-    const std::string draft = path + ".new";
-    if (::unlink(draft.c_str()) != 0 && errno != ENOENT) fail(draft);
-    const FileDescriptor out(
-        ::open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    if (!out) fail(draft);
-    struct stat before {};
-    const bool replaces = ::stat(path.c_str(), &before) == 0;
-    if (replaces) {
-        constexpr mode_t PERMISSIONS = 0777;
-        const bool foreign = before.st_uid != ::geteuid() || before.st_gid != ::getegid();
-        if (foreign && ::fchown(out.get(), before.st_uid, before.st_gid) != 0) fail(draft);
-        if (::fchmod(out.get(), before.st_mode & PERMISSIONS) != 0) fail(draft);
+    replaceWholeFiles({{path, content}}, true);
+}
+
+void replaceWholeFiles(const std::vector<WholeFile>& files, bool isPrivate) {
+    for (const WholeFile& file : files) writeDraft(file, isPrivate);
+    for (const WholeFile& file : files)
+        if (std::rename(draftOf(file.path).c_str(), file.path.c_str()) != 0) fail(file.path);
+    for (const WholeFile& file : files) {
+        const std::filesystem::path parent = std::filesystem::path(file.path).parent_path();
+        const FileDescriptor folder(::open(parent.empty() ? "." : parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (!folder || ::fsync(folder.get()) != 0) fail(file.path);
     }
-    writeAll(out.get(), content, draft);
-    if (::fsync(out.get()) != 0) fail(draft);
-    if (std::rename(draft.c_str(), path.c_str()) != 0) fail(path);
-    const FileDescriptor folder(
-        ::open(std::filesystem::path(path).parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!folder || ::fsync(folder.get()) != 0) fail(path);
 }
 
 }  // namespace vrx

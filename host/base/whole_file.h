@@ -5,6 +5,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace vrx {
 
@@ -22,5 +23,14 @@ public:
 // new file is its owner's alone. No link is followed out of the folder. Throws std::system_error with the path, and the
 // file is as it was.
 void replaceWholeFile(const std::string& path, const std::string& content);
+
+struct WholeFile {
+    std::string path;
+    std::string content;
+};
+
+// The same for several files, whose new ones are their owner's alone only where `isPrivate`; else they get the mode
+// that the process gives. All are written before the first takes its place.
+void replaceWholeFiles(const std::vector<WholeFile>& files, bool isPrivate);
 
 }  // namespace vrx

@@ -71,6 +71,33 @@ TEST_F(WholeFileTest, WhatCannotBeReplacedStays) {
     EXPECT_EQ(m_root.read("file"), "first");
 }
 
+TEST_F(WholeFileTest, SeveralAreReplacedWhenAllCouldBeWritten) {
+    const std::string second = m_root.pathOf("second");
+    m_root.write("file", "old");
+    replaceWholeFiles({{m_path, "first"}, {second, "second"}}, false);
+    EXPECT_EQ(m_root.read("file"), "first");
+    EXPECT_EQ(m_root.read("second"), "second");
+    EXPECT_THROW(replaceWholeFiles({{m_path, "third"}, {m_root.pathOf("absent/file"), ""}}, false), std::system_error);
+    EXPECT_EQ(m_root.read("file"), "first");
+}
+
+TEST_F(WholeFileTest, NewFilesThatAreNotPrivateHaveTheModeOfTheProcess) {
+    const mode_t before = umask(022);
+    replaceWholeFiles({{m_path, "text"}}, false);
+    umask(before);
+    struct stat status {};
+    ASSERT_EQ(stat(m_path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777U, 0644U);
+}
+
+TEST_F(WholeFileTest, PathWithoutAFolderIsOneOfTheWorkingDirectory) {
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(m_root.path());
+    replaceWholeFile("file", "text");
+    std::filesystem::current_path(before);
+    EXPECT_EQ(m_root.read("file"), "text");
+}
+
 }  // namespace
 
 }  // namespace vrx
