@@ -3,24 +3,15 @@
 #include <sysexits.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 #include <vector>
 
 #include "host/definitions/definition_lint.h"
-#include "platform/vrx_utility.h"
-#include "platform/vrx_xml_config.h"
+#include "host/definitions/notification_names.h"
+#include "tools/definition_files.h"
 
 namespace vrx {
-
-namespace {
-
-std::string configuredPath(const std::string& key) {
-    std::string value;
-    value = CVRXXmlConfig::instance()->getDeviceItem("SNMP_CONF", key, value);
-    return value.empty() ? value : VRX_Utility::getVRXRootEnv() + "/" + value;
-}
-
-}  // namespace
 
 void LintCommand::define(CLI::App& command) {
     command.add_option("DEFINITIONS", definitions, "alarm definition file");
@@ -30,10 +21,16 @@ void LintCommand::define(CLI::App& command) {
 
 int LintCommand::run() {
     if (definitions.empty() && enumerations.empty()) {
-        definitions = configuredPath("ALARM_INI_PATH");
-        enumerations = configuredPath("ALARM_PARAM_ENUM_PATH");
+        const DefinitionFiles configured = configuredDefinitionFiles();
+        definitions = configured.definitions;
+        enumerations = configured.enumerations;
     }
-    const std::vector<LintFinding> findings = lintDefinitions(definitions, enumerations);
+    std::vector<LintFinding> findings = lintDefinitions(definitions, enumerations);
+    if (!definitions.empty()) {
+        const std::vector<LintFinding> forMib = lintForMib(definitions);
+        findings.insert(findings.end(), forMib.begin(), forMib.end());
+        sortFindings(findings);
+    }
     printFindings(std::cout, findings);
     for (const LintFinding& finding : findings)
         if (strict || finding.severity == LintSeverity::Error) return EX_DATAERR;

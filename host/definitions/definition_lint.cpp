@@ -15,6 +15,8 @@
 #include "alarm/alarm_grading.h"
 #include "alarm/alarm_placeholder.h"
 #include "alarm/alarm_xml_file.h"
+#include "host/definitions/notification_names.h"
+#include "host/definitions/template_placeholders.h"
 #include "module/vrx_exception.h"
 #include "platform/vrx_utility.h"
 
@@ -24,14 +26,6 @@ namespace {
 
 // Descriptions by raw value, of each enumeration type.
 using Enumerations = std::map<std::string, std::map<std::string, std::string>>;
-
-struct Placeholder {
-    std::optional<unsigned int> index;  // none: no digit after the mark
-    bool cutOff = false;                // nothing at all after the mark
-    bool hasMap = false;
-    bool unclosed = false;             // its map has no "}"
-    std::vector<std::string> entries;  // of its map, as written
-};
 
 std::vector<std::string> split(const std::string& text, char separator) {
     std::vector<std::string> pieces;
@@ -52,33 +46,6 @@ bool isOid(const std::string& text) {
     return !pieces.empty() && std::all_of(pieces.begin(), pieces.end(), [](const std::string& piece) {
         return isNumber(piece) && piece.size() <= 10 && std::strtoull(piece.c_str(), nullptr, 10) <= 0xFFFFFFFFULL;
     });
-}
-
-// "0.N" with N above 0: the only form that can be written as a NOTIFICATION-TYPE.
-bool isNotificationOid(const std::string& text) {
-    return text.size() > 2 && text.compare(0, 2, "0.") == 0 && isNumber(text.substr(2)) && text != "0.0";
-}
-
-std::vector<Placeholder> placeholdersOf(const std::string& text) {
-    std::vector<Placeholder> found;
-    for (std::size_t at = text.find(PLACEHOLDER_MARK); at != std::string::npos;
-         at = text.find(PLACEHOLDER_MARK, at + PLACEHOLDER_MARK.size())) {
-        Placeholder placeholder;
-        const std::string digits = text.substr(at + PLACEHOLDER_MARK.size(), PLACEHOLDER_INDEX_LENGTH);
-        placeholder.cutOff = digits.empty();
-        if (isNumber(digits) && digits.size() == PLACEHOLDER_INDEX_LENGTH)
-            placeholder.index = static_cast<unsigned int>(std::strtoul(digits.c_str(), nullptr, 10));
-        const std::size_t open = text.find('{', at);
-        if (open != std::string::npos && open <= at + PLACEHOLDER_MAP_DISTANCE) {
-            placeholder.hasMap = true;
-            const std::size_t close = text.find('}', open);
-            placeholder.unclosed = close == std::string::npos;
-            if (!placeholder.unclosed)
-                placeholder.entries = split(text.substr(open + 1, close - open - 1), MAP_ENTRY_SEPARATOR);
-        }
-        found.push_back(placeholder);
-    }
-    return found;
 }
 
 class Linter {
@@ -105,11 +72,12 @@ private:
     void eventId(const TiXmlElement& alarm);
     void texts(const TiXmlElement& alarm);
     void alarmOid(const TiXmlElement& alarm);
-    void paramDesc(const TiXmlElement& alarm, const std::vector<Placeholder>& detail);
-    void detailTemplate(const TiXmlElement& alarm, const std::vector<Placeholder>& detail);
-    void valueMap(int line, const Placeholder& placeholder);
+    void paramDesc(const TiXmlElement& alarm, const std::vector<TemplatePlaceholder>& detail);
+    void detailTemplate(const TiXmlElement& alarm, const std::vector<TemplatePlaceholder>& detail);
+    void valueMap(int line, const TemplatePlaceholder& placeholder);
     void braces(const TiXmlElement& alarm, const std::string& detail);
-    void otherTemplate(const TiXmlElement& alarm, const char* attribute, const std::vector<Placeholder>& detail);
+    void otherTemplate(const TiXmlElement& alarm, const char* attribute,
+                       const std::vector<TemplatePlaceholder>& detail);
     void endOf(const TiXmlElement& alarm, const char* attribute);
     std::string enumerationOf(const TiXmlElement& alarm, unsigned int position) const;
 
@@ -241,7 +209,7 @@ void Linter::alarm(const TiXmlElement& alarm) {
     texts(alarm);
     alarmOid(alarm);
     const std::string detail = attribute(alarm, "detail");
-    const std::vector<Placeholder> placeholders = placeholdersOf(detail);
+    const std::vector<TemplatePlaceholder> placeholders = placeholdersOf(detail);
     detailTemplate(alarm, placeholders);
     braces(alarm, detail);
     otherTemplate(alarm, "location", placeholders);
@@ -305,7 +273,7 @@ void Linter::alarmOid(const TiXmlElement& alarm) {
         error(alarm.Row(), "bad-oid", fmt::format("alarmOid \"{}\" is no OID", oid));
         return;
     }
-    if (!isNotificationOid(oid))
+    if (!notificationNumber(oid))
         warning(alarm.Row(), "oid-form",
                 fmt::format("alarmOid \"{}\" is not of the form 0.N; a MIB cannot name it", oid));
     const auto [same, isNew] = m_oidLines.emplace(oid, alarm.Row());
@@ -323,7 +291,7 @@ std::string Linter::enumerationOf(const TiXmlElement& alarm, unsigned int positi
     return {};
 }
 
-void Linter::paramDesc(const TiXmlElement& alarm, const std::vector<Placeholder>& detail) {
+void Linter::paramDesc(const TiXmlElement& alarm, const std::vector<TemplatePlaceholder>& detail) {
     std::set<std::string> positions;
     for (const std::string& entry : split(attribute(alarm, "paramDesc"), ',')) {
         const std::size_t equals = entry.find('=');
@@ -345,7 +313,7 @@ void Linter::paramDesc(const TiXmlElement& alarm, const std::vector<Placeholder>
             error(alarm.Row(), "unknown-type", fmt::format("enumeration type \"{}\" is not defined", type));
         m_usedTypes.insert(type);
         const unsigned long number = std::strtoul(position.c_str(), nullptr, 10);
-        const bool shown = std::any_of(detail.begin(), detail.end(), [number](const Placeholder& item) {
+        const bool shown = std::any_of(detail.begin(), detail.end(), [number](const TemplatePlaceholder& item) {
             return item.index && *item.index == number;
         });
         if (!shown)
@@ -354,8 +322,8 @@ void Linter::paramDesc(const TiXmlElement& alarm, const std::vector<Placeholder>
     }
 }
 
-void Linter::detailTemplate(const TiXmlElement& alarm, const std::vector<Placeholder>& detail) {
-    for (const Placeholder& placeholder : detail) {
+void Linter::detailTemplate(const TiXmlElement& alarm, const std::vector<TemplatePlaceholder>& detail) {
+    for (const TemplatePlaceholder& placeholder : detail) {
         if (placeholder.cutOff) {
             error(alarm.Row(), "cut-off-placeholder", "the detail ends in \"##\"; the alarm cannot be rendered");
             continue;
@@ -389,7 +357,7 @@ void Linter::detailTemplate(const TiXmlElement& alarm, const std::vector<Placeho
     }
 }
 
-void Linter::valueMap(int line, const Placeholder& placeholder) {
+void Linter::valueMap(int line, const TemplatePlaceholder& placeholder) {
     if (placeholder.entries.empty()) warning(line, "empty-map", "a value map of the detail has no entries");
     std::set<std::string> values;
     for (const std::string& entry : placeholder.entries) {
@@ -416,11 +384,12 @@ void Linter::braces(const TiXmlElement& alarm, const std::string& detail) {
     }
 }
 
-void Linter::otherTemplate(const TiXmlElement& alarm, const char* name, const std::vector<Placeholder>& detail) {
+void Linter::otherTemplate(const TiXmlElement& alarm, const char* name,
+                           const std::vector<TemplatePlaceholder>& detail) {
     const std::string text = attribute(alarm, name);
     if (text.find('{') != std::string::npos)
         warning(alarm.Row(), "map-outside-detail", fmt::format("braces of the {} are shown as they are", name));
-    for (const Placeholder& placeholder : placeholdersOf(text)) {
+    for (const TemplatePlaceholder& placeholder : placeholdersOf(text)) {
         if (placeholder.cutOff) {
             error(alarm.Row(), "cut-off-placeholder",
                   fmt::format("the {} ends in \"##\"; the alarm cannot be rendered", name));
@@ -436,7 +405,7 @@ void Linter::otherTemplate(const TiXmlElement& alarm, const char* name, const st
                   fmt::format("placeholder ##{:02} of the {} shows as \"None\": the detail has {} placeholders",
                               *placeholder.index, name, detail.size()));
         } else if (std::none_of(detail.begin(), detail.end(),
-                                [&](const Placeholder& item) { return item.index == placeholder.index; })) {
+                                [&](const TemplatePlaceholder& item) { return item.index == placeholder.index; })) {
             error(alarm.Row(), "placeholder-not-in-detail",
                   fmt::format("placeholder ##{:02} of the {} shows as \"--\": the detail does not have it",
                               *placeholder.index, name));
@@ -467,10 +436,14 @@ std::vector<LintFinding> lintDefinitions(const std::string& definitionFile, cons
     Linter linter;
     if (!enumerationFile.empty()) linter.enumerationFile(enumerationFile);
     if (!definitionFile.empty()) linter.definitionFile(definitionFile);
-    std::stable_sort(linter.findings.begin(), linter.findings.end(), [](const LintFinding& a, const LintFinding& b) {
+    sortFindings(linter.findings);
+    return std::move(linter.findings);
+}
+
+void sortFindings(std::vector<LintFinding>& findings) {
+    std::stable_sort(findings.begin(), findings.end(), [](const LintFinding& a, const LintFinding& b) {
         return a.file != b.file ? a.file < b.file : a.line < b.line;
     });
-    return std::move(linter.findings);
 }
 
 void printFindings(std::ostream& out, const std::vector<LintFinding>& findings) {

@@ -24,6 +24,9 @@ struct LintFinding {
 // enumeration types are not checked.
 std::vector<LintFinding> lintDefinitions(const std::string& definitionFile, const std::string& enumerationFile);
 
+// By file and line; those of a line stay in their order.
+void sortFindings(std::vector<LintFinding>& findings);
+
 // One line a finding, "FILE:LINE: error: TEXT [RULE]".
 void printFindings(std::ostream& out, const std::vector<LintFinding>& findings);
 
