@@ -154,7 +154,8 @@ bool replaceParaWithBraceValue(Expansion& text, int index, const POSITION_LIST& 
     return true;
 }
 
-// CAlarmConfigParser::replaceAlarmParamInfo without a copy of the template, which is no part of `out`.
+}  // namespace
+
 int replaceAlarmParamInfo(std::string_view templ, std::string& out, const POSITION_LIST& pairs) {
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE,
                             "int CAlarmConfigParser::replaceAlarmParamInfo(std::string, std::string&, "
@@ -195,8 +196,6 @@ int replaceAlarmParamInfo(std::string_view templ, std::string& out, const POSITI
     out = text.take();
     return 0;
 }
-
-}  // namespace
 
 std::string relpacestr(std::string text, std::string from, std::string to) {
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "std::string relpacestr(std::string, std::string, std::string)"_scope);

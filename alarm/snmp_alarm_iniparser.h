@@ -21,6 +21,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -133,6 +134,9 @@ private:
 // The value of each placeholder of the detail, value maps applied, appended to `pairs` in the order of the
 // placeholders.
 void parserParmeterByDetail(std::vector<std::string>& params, POSITION_LIST& pairs, const std::string& detail);
+
+// CAlarmConfigParser::replaceAlarmParamInfo without a copy of the template, which is no part of `out`.
+int replaceAlarmParamInfo(std::string_view templ, std::string& out, const POSITION_LIST& pairs);
 
 // Removes every brace group from a template.
 void replaceBraceWithEmptyString(std::string& text);

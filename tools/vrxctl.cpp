@@ -15,6 +15,7 @@
 #include "tools/alarm_commands.h"
 #include "tools/backend_call.h"
 #include "tools/command.h"
+#include "tools/export_command.h"
 #include "tools/lint_command.h"
 #include "tools/package_text.h"
 #include "tools/render_command.h"
@@ -41,6 +42,7 @@ constexpr struct {
     {"list", "list the active alarms", make<ListCommand>},
     {"render", "render the texts of an alarm", make<RenderCommand>},
     {"lint", "find faults in definition files (default: the configured ones)", make<LintCommand>},
+    {"export", "write what receivers and people need of the definition files", make<ExportCommand>},
     {"decode", "show a TLV package as text", make<DecodeCommand>},
     {"status", "show the status of the agent", make<StatusCommand>},
     {"traps", "list the traps that the agent has sent", make<TrapsCommand>},
