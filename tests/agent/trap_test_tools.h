@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <functional>
 #include <map>
+#include <new>
 #include <set>
 #include <string>
 #include <vector>
@@ -32,6 +34,11 @@ struct FakeTransport : TrapTransport {
         Channel(FakeTransport& t, const TrapRoute& r) : transport(t), route(r) { ++transport.openChannels; }
         ~Channel() override { --transport.openChannels; }
         TrapSendResult send(const Notification& trap, std::size_t wanted) override {
+            if (transport.sendsWithoutMemory > 0) {
+                --transport.sendsWithoutMemory;
+                if (transport.onLackOfMemory) transport.onLackOfMemory();
+                throw std::bad_alloc();
+            }
             TrapSendResult result;
             transport.wanted = wanted;
             if (transport.sendFails) {
@@ -66,7 +73,9 @@ struct FakeTransport : TrapTransport {
     std::map<std::string, int> users;
     bool openFails = false;
     bool sendFails = false;
-    bool unsendable = false;  // because of what is in the trap
+    bool unsendable = false;     // because of what is in the trap
+    int sendsWithoutMemory = 0;  // so many from now on
+    std::function<void()> onLackOfMemory;
     unsigned int leftOut = 0;
     unsigned int cut = 0;
     std::size_t wanted = 0;  // octets of a message, last

@@ -24,6 +24,9 @@ public:
         return true;
     }
 
+    // One that was taken for nothing.
+    void putBack() { m_tokens = std::min(m_burst, m_tokens + 1); }
+
     // When take() succeeds next: `now` or later.
     Clock::time_point nextToken(Clock::time_point now) {
         fill(now);

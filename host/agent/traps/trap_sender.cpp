@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "host/agent/loop/agent_log.h"
-#include "host/base/memory_retry.h"
 #include "host/notification_log/notification_subject.h"
 #include "host/snmp/limits.h"
 
@@ -94,35 +93,33 @@ void TrapSender::submit(const NotificationOrigin& origin, const TrapDestinationM
                         Settled settled) {
     const std::set<std::string> keys = chosenKeys(considered, chosen);
     const auto submission = std::make_shared<Submission>(std::move(trap), origin.sequence, std::move(settled));
+    Queue places(keys.size());
     std::vector<Settled> due;
     due.reserve(1);
-    // From here on nothing is left half done: what finds no memory for its place in a queue is dropped.
+    // Nothing from here on needs memory.
     {
         const MutexLock lock(m_mutex);
         m_account.consider(considered, keys, submission->notification().get(),
                            [&](const std::string&, Destination& destination)
-                               REQUIRES(m_mutex) { enqueue(destination, submission, due); });
+                               REQUIRES(m_mutex) { enqueue(destination, submission, places, due); });
         if (Settled last = submission->release()) due.push_back(std::move(last));
         m_scheduler.wake();
     }
     callAll(due);
 }
 
-void TrapSender::enqueue(Destination& destination, const std::shared_ptr<Submission>& submission,
+// Takes one of the places, where there is room for it.
+void TrapSender::enqueue(Destination& destination, const std::shared_ptr<Submission>& submission, Queue& places,
                          std::vector<Settled>& settled) {
     submission->addPart();
-    const Item item{submission, Clock::now(), ++destination.lastNumber};
+    places.front() = {submission, Clock::now(), ++destination.lastNumber};
     const bool unresolved = destination.state == DestinationState::Unresolved;
     if (unresolved && destination.queue.size() >= m_options.unresolvedLimit) {
-        dropItem(destination, item, TrapDrop::Unresolved, settled);
+        dropItem(destination, places.front(), TrapDrop::Unresolved, settled);
     } else if (destination.queue.size() >= m_options.queueLimit) {
-        dropItem(destination, item, TrapDrop::QueueFull, settled);
+        dropItem(destination, places.front(), TrapDrop::QueueFull, settled);
     } else {
-        try {
-            retryForASecond([&] { destination.queue.push_back(item); });
-        } catch (const std::bad_alloc&) {
-            dropItem(destination, item, TrapDrop::QueueFull, settled);
-        }
+        destination.queue.splice(destination.queue.end(), places, places.begin());
     }
 }
 
@@ -340,13 +337,21 @@ void TrapSender::dropAged(const std::string& key, Clock::time_point& nextTurn) {
     callAll(settled);
 }
 
-// Sends the first trap of the queue. False when there is none or its time has not come.
+// Sends the first trap of the queue. False when there is none or its time has not come. Without memory for its message
+// the trap stays the first one, and std::bad_alloc makes the loop take the turn again.
 bool TrapSender::sendNext(const std::string& key, Link& link, Clock::time_point& nextTurn) {
-    const std::optional<Taken> taken = take(key, link, nextTurn);
+    std::optional<Taken> taken = take(key, link, nextTurn);
     if (!taken) return false;
-    const Submission& submission = *taken->submission;
-    const TrapSendResult result = transmit(link, submission);
+    const Submission& submission = taken->submission();
+    TrapSendResult result;
+    try {
+        result = link.channel->send(*submission.notification(), m_messageSize);
+    } catch (const std::bad_alloc&) {
+        putBack(key, link, *taken);
+        throw;
+    }
     settle(key, *taken, result);
+    if (!result.failure.empty() && !result.unsendable) link.channel.reset();  // the next one may find another way
     if (result.leftOut > 0) noteLeftOut(key, link);
     noteFate(key, submission, result);
     if (result.unsendable) return true;  // tells nothing of the destination
@@ -356,7 +361,6 @@ bool TrapSender::sendNext(const std::string& key, Link& link, Clock::time_point&
         readiness.state = DestinationState::Failing;
         readiness.reason = result.failure;
         readiness.lost = describe(*submission.notification(), submission.sequence());
-        link.channel.reset();  // the next one may find another way
     }
     noteState(key, readiness);
     return true;
@@ -373,21 +377,28 @@ std::optional<TrapSender::Taken> TrapSender::take(const std::string& key, Link& 
         nextTurn = std::min(nextTurn, link.tokens.nextToken(now));
         return std::nullopt;
     }
-    Item& first = destination->queue.front();
-    Taken taken{std::move(first.submission), first.number <= destination->pacedNumber};
-    destination->queue.pop_front();
+    Taken taken;
+    taken.item.splice(taken.item.begin(), destination->queue, destination->queue.begin());
+    taken.paced = taken.item.front().number <= destination->pacedNumber;
     destination->sending = true;
     return taken;
 }
 
-TrapSendResult TrapSender::transmit(Link& link, const Submission& submission) const {
-    try {
-        return retryForASecond([&] { return link.channel->send(*submission.notification(), m_messageSize); });
-    } catch (const std::bad_alloc&) {
-        TrapSendResult result;
-        result.failure = "out of memory";
-        return result;
+// Needs no memory.
+void TrapSender::putBack(const std::string& key, Link& link, Taken& taken) {
+    link.tokens.putBack();
+    Settled settled;
+    {
+        const MutexLock lock(m_mutex);
+        if (Destination* const destination = m_account.find(key)) {
+            destination->sending = false;
+            destination->queue.splice(destination->queue.begin(), taken.item);
+        } else {
+            m_account.former().drop(TrapDrop::Removed);
+            settled = taken.submission().release();
+        }
     }
+    if (settled) settled();
 }
 
 // Needs no memory: the trap is out.
@@ -405,7 +416,7 @@ void TrapSender::settle(const std::string& key, const Taken& taken, const TrapSe
         } else {
             counters.drop(result.unsendable ? TrapDrop::Unsendable : TrapDrop::SendFailed);
         }
-        settled = taken.submission->release();
+        settled = taken.submission().release();
     }
     if (settled) settled();
 }

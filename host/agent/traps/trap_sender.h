@@ -15,7 +15,6 @@
 
 #include <atomic>
 #include <cstddef>
-#include <deque>
 #include <functional>
 #include <list>
 #include <map>
@@ -78,18 +77,21 @@ private:
     struct Item {
         std::shared_ptr<Submission> submission;
         Clock::time_point since;
-        std::uint64_t number;  // of the destination's traps
+        std::uint64_t number = 0;  // of the destination's traps
     };
+    using Queue = std::list<Item>;  // an item changes its place without memory
 
     // Out of its queue, and not counted yet.
     struct Taken {
-        std::shared_ptr<Submission> submission;
+        Queue item;  // just this one
         bool paced = false;
+
+        Submission& submission() const { return *item.front().submission; }
     };
 
     struct Destination {
         tTrapDestInfo info;
-        std::deque<Item> queue;
+        Queue queue;
         std::uint64_t lastNumber = 0;
         std::uint64_t pacedNumber = 0;  // traps up to this one have met an empty bucket
         TrapCounters counters;          // but `waiting`
@@ -117,8 +119,8 @@ private:
         std::string lost;                      // failing: what was to get out
     };
 
-    void enqueue(Destination& destination, const std::shared_ptr<Submission>& submission, std::vector<Settled>& settled)
-        REQUIRES(m_mutex);
+    void enqueue(Destination& destination, const std::shared_ptr<Submission>& submission, Queue& places,
+                 std::vector<Settled>& settled) REQUIRES(m_mutex);
     void dropItem(Destination& destination, const Item& item, TrapDrop reason, std::vector<Settled>& settled)
         REQUIRES(m_mutex);
 
@@ -133,7 +135,7 @@ private:
     void dropAged(const std::string& key, Clock::time_point& nextTurn);
     bool sendNext(const std::string& key, Link& link, Clock::time_point& nextTurn);
     std::optional<Taken> take(const std::string& key, Link& link, Clock::time_point& nextTurn);
-    TrapSendResult transmit(Link& link, const Submission& submission) const;
+    void putBack(const std::string& key, Link& link, Taken& taken);
     void settle(const std::string& key, const Taken& taken, const TrapSendResult& result);
     void closeLostLinks(const std::set<std::string>& keys);
 

@@ -59,6 +59,69 @@ TEST_F(TrapSenderMemoryTest, EachTrapIsSentAndSettledOnce) {
         });
 }
 
+TEST_F(TrapSenderMemoryTest, ATrapWaitsForTheMemoryOfItsMessageHoweverLong) {
+    FakeTransport transport;
+    m_options.rate = m_options.burst = 1;
+    TrapSender sender(m_loop, m_options, transport);
+    sender.setDestinations({destination("1", 1001)});
+    transport.sendsWithoutMemory = 101;  // a second and more
+    int settled = 0;
+    sender.submit(NotificationOrigin(), *sender.destinations(), {destination("1", 1001)}, trapNumbered(1),
+                  [&] { ++settled; });
+    ASSERT_TRUE(turnUntil([&] { return sender.totals().waiting == 0; }));
+    EXPECT_EQ(transport.sendsWithoutMemory, 0);
+    EXPECT_EQ(sender.totals().sent, 1U) << sender.totals().text();
+    EXPECT_EQ(sender.totals().paced, 0U) << "an attempt costs no token";
+    EXPECT_EQ(settled, 1);
+    sender.stop();
+}
+
+TEST_F(TrapSenderMemoryTest, ATrapThatFindsNoMemoryWhileItsDestinationGoesIsDroppedOnce) {
+    FakeTransport transport;
+    TrapSender sender(m_loop, m_options, transport);
+    sender.setDestinations({destination("1", 1001)});
+    transport.sendsWithoutMemory = 1;
+    transport.onLackOfMemory = [&] { sender.setDestinations({}); };
+    int settled = 0;
+    for (int i = 1; i <= TRAPS; ++i) {
+        sender.submit(NotificationOrigin(), *sender.destinations(), {destination("1", 1001)}, trapNumbered(1),
+                      [&] { ++settled; });
+    }
+    ASSERT_TRUE(turnUntil([&] { return settled == TRAPS; }));
+    EXPECT_EQ(sender.totals().dropped[static_cast<std::size_t>(TrapDrop::Removed)], static_cast<std::uint64_t>(TRAPS));
+    EXPECT_EQ(sender.totals().droppedInAll(), sender.totals().considered);
+    sender.stop();
+}
+
+TEST_F(TrapSenderMemoryTest, ATrapIsTakenByAllItsDestinationsOrByNone) {
+    FakeTransport transport;
+    TrapSender sender(m_loop, m_options, transport, NameResolver::Lookup());
+    const std::list<tTrapDestInfo> all = {destination("1", 1001), destination("2", 1002)};
+    sender.setDestinations(all);
+    std::uint64_t taken = 0;
+    bool failed = true;
+    unsigned int n = 0;
+    for (; failed; ++n) {
+        const auto considered = sender.destinations();
+        const auto trap = trapNumbered(1);
+        const NotificationSink::Settled settled = [] {};
+        try {
+            failing_memory::failAt(n + 1);
+            sender.submit(NotificationOrigin(), *considered, all, trap, settled);
+            failed = false;
+        } catch (const std::bad_alloc&) {
+        }
+        failing_memory::failAt(0);
+        if (!failed) taken += all.size();
+        ASSERT_EQ(sender.totals().considered, taken);
+        ASSERT_EQ(sender.totals().waiting, taken);
+        ASSERT_EQ(sender.totals().droppedInAll(), 0U);
+    }
+    EXPECT_GT(n, 5U) << "allocations fail";
+    ASSERT_TRUE(turnUntil([&] { return sender.totals().sent == taken; }));
+    sender.stop();
+}
+
 TEST_F(TrapSenderMemoryTest, EachTrapIsDroppedAndSettledOnce) {
     failEach(
         destination("1", 1001), [](FakeTransport& transport) { transport.configuredCommunity = ""; },
