@@ -1,7 +1,10 @@
 """vrxctl export: the shipped definitions and hostile ones in every format, as the tools of receivers read them."""
 
+import csv
+import io
 import json
 import os
+import re
 import shutil
 import subprocess
 import tempfile
@@ -9,11 +12,12 @@ import unittest
 import xml.etree.ElementTree as ElementTree
 from xml.sax.saxutils import quoteattr
 
-from harness import PROGRAM_DIR, SOURCE_DIR, slowdown
+from harness import PROGRAM_DIR, SOURCE_DIR, mib_path, slowdown
 
 OWN = "1.3.6.1.4.1.99871.2.91.10.2.1.1."
 USAGE, DATA_FAULT, CANNOT_CREATE = 64, 65, 73
-FORMATS = ["json"]
+FORMATS = ["mib", "snmptt", "json", "csv"]
+NAMING_FORMATS = ["mib", "snmptt"]
 
 # What each format has a meaning of its own for.
 HOSTILE = ['<script>alert(1)</script> & "quoted" \'single\' --> ]]>', "$1 $$ $* costs $5, 100%s `id` $(id)",
@@ -44,6 +48,27 @@ def many_definitions(count):
     return definitions(*[alarm(number, "Made Alarm Of The Series %d" % number, "Some part of unit %d does not work." % number,
                                "Replace part ##00 of unit ##01.", "Part ##00 of unit ##01 is ##02{1:broken;2:away}.",
                                "Unit ##01, part ##00.") for number in range(1, count + 1)])
+
+
+def documented_lines(section):
+    """The lines to type of a section of docs/receivers.md."""
+    with open(os.path.join(SOURCE_DIR, "docs", "receivers.md"), encoding="utf-8") as file:
+        body = re.search(r"^## %s\n(.*?)(?=^## |\Z)" % section, file.read(), re.MULTILINE | re.DOTALL).group(1)
+    first_block = re.search(r"(?:^    .*\n)+", body, re.MULTILINE).group(0)
+    return [line[4:] for line in first_block.splitlines()]
+
+
+def type_lines(lines, folder, moved):
+    """Types documented lines with paths of the machine moved to those of a test; packages must be installed already."""
+    for line in lines:
+        if line.startswith("apt install "):
+            subprocess.run(["dpkg-query", "-W", *line.split()[2:]], check=True, stdout=subprocess.DEVNULL)
+    script = "\n".join(line for line in lines if not line.startswith("apt "))
+    for there, here in moved.items():
+        script = script.replace(there, here)
+    return subprocess.run(["sh", "-ec", script], cwd=folder, check=True, stdout=subprocess.PIPE, text=True,
+                          env=dict(os.environ, PATH=PROGRAM_DIR + ":" + os.environ["PATH"], SNMPCONFPATH=folder,
+                                   VRX_ROOT=os.path.join(SOURCE_DIR, "share"))).stdout
 
 
 class Exported(unittest.TestCase):
@@ -124,6 +149,16 @@ class CommandTest(Exported):
                 self.assertEqual(done.stdout, b"")
                 self.assertEqual(self.read("before"), "stays")
 
+    def test_formats_that_name_notifications_refuse_alarms_that_can_have_none(self):
+        for oid, rule in (("5.7", "oid-form"), ("0.07", "oid-form"), ("0.1", "repeated-oid")):
+            file = self.write("definitions.xml", definitions(alarm(1), alarm(2, alarmOid=oid)))
+            for name in FORMATS:
+                with self.subTest(name, oid=oid):
+                    done = self.run_export(name, "--definitions", file)
+                    refused = re.findall(r"\[([a-z-]+)\]$", done.stderr.decode(), re.MULTILINE)
+                    self.assertEqual((done.returncode, refused),
+                                     (DATA_FAULT, [rule]) if name in NAMING_FORMATS else (0, []))
+
     def test_a_fault_of_the_enumerations_is_refused(self):
         done = self.run_export("json", "--enumerations", self.path("absent.xml"))
         self.assertEqual(done.returncode, DATA_FAULT)
@@ -170,6 +205,23 @@ class CommandTest(Exported):
                 started.returncode = os.waitstatus_to_exitcode(status)
                 self.assertEqual(started.returncode, 0)
                 self.assertLess(usage.ru_maxrss, 200 * 1024 * slowdown(), "kilobytes")
+
+
+class DocumentedLinesTest(Exported):
+    def test_mib(self):
+        printed = type_lines(documented_lines("mib"), self.folder, {"/usr/share/snmp/mibs": os.path.join(SOURCE_DIR, "mibs")})
+        self.assertEqual(printed, "VRX-TAMREL-ALARM-MIB::vrxDiskFailed\n")
+
+    def test_formats_that_are_files(self):
+        for section, files in (("json", ["vrx-alarms/vrx-alarms.json", "vrx-alarms/vrx-alarms.schema.json"]),
+                               ("csv", ["vrx-alarms.csv"])):
+            type_lines(documented_lines(section), self.folder, {})
+            for file in files:
+                self.assertGreater(os.path.getsize(self.path(file)), 1000)
+
+    def test_at_most_ten_lines_to_type(self):
+        for name in FORMATS:
+            self.assertLessEqual(len(documented_lines(name)), 10, name)
 
 
 class JsonTest(Exported):
@@ -223,6 +275,106 @@ class JsonTest(Exported):
                 del catalogue["alarms"][0]["cause"]
                 with self.assertRaises(jsonschema.ValidationError):
                     jsonschema.validate(catalogue, schema, jsonschema.Draft202012Validator)
+
+
+class CsvTest(Exported):
+    def rows(self, **options):
+        # Not text: the reader is to see the line ends.
+        return list(csv.DictReader(io.StringIO(self.export("csv", **options), newline=""), strict=True))
+
+    def test_every_shipped_alarm_as_the_json_has_it(self):
+        rows, alarms = self.rows(), json.loads(self.export("json"))["alarms"]
+        self.assertEqual(len(rows), len(alarms))
+        for row, one in zip(rows, alarms):
+            for key in ("number", "identifier", "oid", "notification", "title", "cause"):
+                self.assertEqual(row[key], str(one[key]))
+            self.assertEqual({key: row[key] for key in ("location", "detail", "advice")}, one["sample"])
+        (disk,) = [row for row in rows if row["number"] == "262147"]
+        self.assertEqual(disk["parameters"], "0; 1; 2 DiskState (1=offline, 2=read-only, 3=foreign, 4=unstable) shown as "
+                         "(offline=not reachable, read-only=no longer writable, foreign=part of another system)")
+
+    def test_hostile_texts_stay_in_their_fields(self):
+        rows = self.rows(text=hostile_definitions())
+        self.assertEqual([row["cause"].removeprefix("'") for row in rows], HOSTILE)
+
+    def test_no_field_is_a_formula(self):
+        for start in "=+-@\t":
+            (row,) = self.rows(text=definitions(alarm(1, reason=start + "1", suggestion="1" + start)))
+            self.assertEqual((row["cause"], row["advice"]), ("'" + start + "1", "1" + start))
+
+    def test_lines_end_in_cr_lf(self):
+        text = self.export("csv")
+        self.assertEqual(text.count("\r\n"), text.count("\n"))
+
+
+class MibTest(Exported):
+    def lint(self, module):
+        """What smilint says of a module, which is in the test's folder."""
+        base = mib_path()
+        return subprocess.run(["smilint", "-l", "6", "-s", "-m", self.path(module)], stdout=subprocess.PIPE, text=True,
+                              stderr=subprocess.STDOUT, env=dict(os.environ, SMIPATH=base), check=True).stdout
+
+    def translate(self, *names):
+        """Net-SNMP's answers, with the module of the test's folder: of two with the same name it takes the later."""
+        done = subprocess.run(["snmptranslate", "-M", "%s:%s" % (mib_path(), self.folder), "-m",
+                               "SNMPv2-MIB:VRX-TAMREL-MIB:VRX-TAMREL-ALARM-MIB", *names], stdout=subprocess.PIPE, text=True,
+                              stderr=subprocess.STDOUT, env=dict(os.environ, SNMPCONFPATH=self.folder), check=True)
+        return done.stdout
+
+    def test_the_shipped_module_is_what_is_written(self):
+        with open(os.path.join(SOURCE_DIR, "mibs", "VRX-TAMREL-ALARM-MIB"), encoding="ascii") as file:
+            self.assertEqual(self.export("mib"), file.read())
+
+    def test_hostile_texts_stay_in_their_clauses(self):
+        self.export("mib", "--output", self.folder + "/", text=hostile_definitions())
+        self.assertEqual(self.lint("VRX-TAMREL-ALARM-MIB"), "")
+        module = self.read("VRX-TAMREL-ALARM-MIB")
+        self.assertTrue(module.isascii())
+        names = re.findall(r"^(vrx\w+) NOTIFICATION-TYPE$", module, re.MULTILINE)
+        self.assertEqual(len(names), len(HOSTILE))
+        for number, name in enumerate(names, 1):
+            self.assertEqual(self.translate("-On", "VRX-TAMREL-ALARM-MIB::" + name), "." + OWN + "0.%d\n" % number)
+        # Converters copy the lines of a description: none may be a command of what they write.
+        self.assertNotRegex(module, r"(?m)^\s*(EVENT|FORMAT|EXEC|PREEXEC|NODES|MATCH|REGEX|SDESC|EDESC)")
+
+    def test_descriptions_have_cause_detail_and_advice(self):
+        self.export("mib", "--output", self.folder + "/")
+        self.assertEqual(re.sub(r"\s+", " ", self.translate("-Td", "VRX-TAMREL-ALARM-MIB::vrxDiskFailed")).partition(
+            'DESCRIPTION "')[2].partition('"')[0],
+            "Cause: The disk has a fault of its own, or its connection to the enclosure is damaged. Detail: The disk in slot [0] of enclosure [1] "
+            "cannot be used any more: it is not reachable. Advice: Replace the disk in slot [0] of enclosure [1].")
+
+    def test_very_long_texts_are_cut_to_what_net_snmp_reads(self):
+        self.export("mib", "--output", self.folder + "/",
+                    text=definitions(alarm(1, reason="word " * 5000, detail="long " * 5000, suggestion="text " * 5000)))
+        self.assertIn("text te...\"", self.translate("-Td", "VRX-TAMREL-ALARM-MIB::vrxDiskFailed"))
+
+    def test_alarms_of_one_name_and_names_that_are_no_descriptors_go_by_number(self):
+        module = self.export("mib", "--output", self.folder + "/",
+                             text=definitions(alarm(1), alarm(2, "DISK failed"), alarm(3, "größe"), alarm(4, "Tamrel"),
+                                              alarm(5, "Alarm 1"), alarm(6, ""), revision=None))
+        module = self.read("VRX-TAMREL-ALARM-MIB")
+        self.assertEqual(re.findall(r"^(vrx\w+) NOTIFICATION-TYPE$", module, re.MULTILINE),
+                         ["vrxAlarm%d" % number for number in range(1, 7)])
+        self.assertIn('LAST-UPDATED "200001010000Z"', module)
+        self.assertEqual(self.lint("VRX-TAMREL-ALARM-MIB"), "")
+
+    def test_converter_writes_events_with_texts(self):
+        """snmpttconvertmib: severity, a line with the alarm's texts, and no other command."""
+        module = self.export("mib", "--output", self.folder + "/", text=hostile_definitions())
+        subprocess.run(["snmpttconvertmib", "--in=" + self.path("VRX-TAMREL-ALARM-MIB"), "--out=" + self.path("converted")],
+                       env=dict(os.environ, MIBDIRS="%s:%s" % (mib_path(), self.folder), SNMPCONFPATH=self.folder,
+                                MIBS="SNMPv2-MIB:VRX-TAMREL-MIB"), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                       check=True)
+        converted = self.read("converted")
+        commands = re.findall(r"^(EVENT|FORMAT|EXEC|PREEXEC|NODES|MATCH|REGEX|SDESC|EDESC)\b", converted, re.MULTILINE)
+        self.assertEqual(commands, ["EVENT", "FORMAT", "SDESC", "EDESC"] * len(HOSTILE))
+        events = re.findall(r"^EVENT (\w+) \.(\S+) \"Status Events\" (\w+)\nFORMAT (.*)$", converted, re.MULTILINE)
+        for number, event in enumerate(events, 1):
+            self.assertEqual(event[1:3], (OWN + "0.%d" % number, "MAJOR"))
+            words, variables = event[3].split(": $2", 1)
+            self.assertEqual(" $2" + variables, " $2 $10 Advice: $3 Level $6, category $11, serial $9, node $1")
+            self.assertRegex(words, r"^[^$%`{}\\]{4,}$")
 
 
 if __name__ == "__main__":

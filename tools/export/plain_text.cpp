@@ -1,0 +1,48 @@
+#include "tools/export/plain_text.h"
+
+#include <algorithm>
+
+#include "host/base/utf8.h"
+
+namespace vrx {
+
+std::string oneLine(std::string_view text) {
+    std::string line;
+    line.reserve(text.size());
+    for (const char c : text) {
+        const bool isBlank = c == ' ' || c == '\n' || c == '\t';
+        if (!isBlank)
+            line += c;
+        else if (!line.empty() && line.back() != ' ')
+            line += ' ';
+    }
+    if (!line.empty() && line.back() == ' ') line.pop_back();
+    return line;
+}
+
+std::string asciiText(std::string_view text) {
+    std::string ascii;
+    while (!text.empty()) {
+        const std::size_t octets = std::max<std::size_t>(utf8CharacterLength(text), 1);
+        ascii += octets == 1 && static_cast<unsigned char>(text[0]) < 0x80 ? text[0] : '?';
+        text.remove_prefix(octets);
+    }
+    return ascii;
+}
+
+std::string shortened(std::string_view text, std::size_t octets) {
+    constexpr std::string_view ELLIPSIS = "...";
+    if (text.size() <= octets) return std::string(text);
+    std::size_t kept = octets - ELLIPSIS.size();
+    while (kept > 0 && (static_cast<unsigned char>(text[kept]) & 0xC0U) == 0x80U) --kept;
+    return std::string(text.substr(0, kept)).append(ELLIPSIS);
+}
+
+std::string replacedAll(std::string text, std::string_view from, std::string_view to) {
+    for (std::size_t at = text.find(from); at != std::string::npos;
+         at = text.find(from, to.size() < from.size() ? at : at + to.size()))
+        text.replace(at, from.size(), to);
+    return text;
+}
+
+}  // namespace vrx

@@ -1,0 +1,22 @@
+// Texts of the catalogue in a form that several formats can take.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace vrx {
+
+// Without line feeds and tabs; a blank between words, none before and after them.
+[[nodiscard]] std::string oneLine(std::string_view text);
+
+// A "?" for each character that is not of ASCII. REQUIRES: UTF-8.
+[[nodiscard]] std::string asciiText(std::string_view text);
+
+// At most `octets` of it, whole characters; one that is shortened ends in "...". REQUIRES: UTF-8, more than 3 octets.
+[[nodiscard]] std::string shortened(std::string_view text, std::size_t octets);
+
+// Every occurrence, also those that a replacement makes, as long as it is shorter than what it replaces.
+[[nodiscard]] std::string replacedAll(std::string text, std::string_view from, std::string_view to);
+
+}  // namespace vrx
