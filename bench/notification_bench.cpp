@@ -169,7 +169,8 @@ void recordToSocket(benchmark::State& state) {
     const std::unique_ptr<TrapChannel> channel = transport.open(route, failure);
     const auto record = alarmRecord();
     for (auto _ : state) {
-        if (channel == nullptr || !channel->send(trapOfAlarm(*record), LONGEST_MESSAGE).failure.empty())
+        if (channel == nullptr ||
+            !channel->send(trapOfAlarm(*record), LONGEST_MESSAGE, transport.upTime()).failure.empty())
             state.SkipWithError("not sent");
     }
 }
@@ -178,13 +179,15 @@ BENCHMARK(recordToSocket);
 // Keeps nothing.
 class NoTransport : public TrapTransport {
 public:
+    TrapEngine engine() override { return {}; }
+    std::uint32_t upTime() override { return 0; }
     std::string community() override { return COMMUNITY; }
     std::optional<int> levelOfUser(const std::string&) override { return std::nullopt; }
     std::unique_ptr<TrapChannel> open(const TrapRoute&, std::string&) override { return std::make_unique<Channel>(); }
 
 private:
     struct Channel : TrapChannel {
-        TrapSendResult send(const Notification&, std::size_t) override { return {}; }
+        TrapSendResult send(const Notification&, std::size_t, std::uint32_t) override { return {}; }
     };
 };
 

@@ -33,7 +33,7 @@ struct FakeTransport : TrapTransport {
     struct Channel : TrapChannel {
         Channel(FakeTransport& t, const TrapRoute& r) : transport(t), route(r) { ++transport.openChannels; }
         ~Channel() override { --transport.openChannels; }
-        TrapSendResult send(const Notification& trap, std::size_t wanted) override {
+        TrapSendResult send(const Notification& trap, std::size_t wanted, std::uint32_t upTime) override {
             if (transport.sendsWithoutMemory > 0) {
                 --transport.sendsWithoutMemory;
                 if (transport.onLackOfMemory) transport.onLackOfMemory();
@@ -46,6 +46,7 @@ struct FakeTransport : TrapTransport {
                 result.unsendable = transport.unsendable;
             } else {
                 transport.sent[route.port].push_back(oidText(trap.oid));
+                transport.messages.push_back({route.port, upTime, trap});
                 result.leftOut = route.version == 1 ? transport.leftOut : 0;
                 result.cut = transport.cut;
             }
@@ -55,6 +56,8 @@ struct FakeTransport : TrapTransport {
         TrapRoute route;
     };
 
+    TrapEngine engine() override { return agent; }
+    std::uint32_t upTime() override { return ticks; }
     std::string community() override { return configuredCommunity; }
     std::optional<int> levelOfUser(const std::string& user) override {
         const auto found = users.find(user);
@@ -69,6 +72,14 @@ struct FakeTransport : TrapTransport {
         return std::make_unique<Channel>(*this, route);
     }
 
+    struct Message {
+        unsigned int port;
+        std::uint32_t upTime;
+        Notification trap;
+    };
+
+    TrapEngine agent{"80ab", 5};
+    std::uint32_t ticks = 100;  // sysUpTime
     std::string configuredCommunity = "traps";
     std::map<std::string, int> users;
     bool openFails = false;
@@ -82,6 +93,7 @@ struct FakeTransport : TrapTransport {
     int openChannels = 0;
     std::vector<TrapRoute> routes;                          // opened
     std::map<unsigned int, std::vector<std::string>> sent;  // trap OIDs by port
+    std::vector<Message> messages;                          // in their order, to all ports
 };
 
 inline tTrapDestInfo destination(const std::string& index, unsigned int port, const std::string& address = "127.0.0.1",

@@ -100,6 +100,7 @@ void NotificationService::begin() {
 void NotificationService::setLimits(const NotificationLimits& limits) {
     m_log.setKept(limits.logged);
     m_sender.setMessageSize(limits.messageSize);
+    m_sender.setHeartbeats(limits.heartbeats, VRX_Utility::getVRXRootEnv() + "/state/heartbeats");
     m_informs.setMessageSize(limits.messageSize);
     m_delivery.setLimits(limits.storms);
 }

@@ -220,6 +220,8 @@ const StatusItem<DestinationStatus> DESTINATIONS[] = {
     {{"reason"}, [](const DestinationStatus& d) -> Value { return d.reason; }},
     {{"ready", Kind::Gauge, "vrx_destination_ready", "1 while traps can be sent to the destination."},
      [](const DestinationStatus& d) -> Value { return d.state == DestinationState::Ready; }},
+    {{"heartbeats", Kind::Counter, "vrx_heartbeat_traps_sent_total", "Heartbeat traps handed to the network."},
+     [](const DestinationStatus& d) -> Value { return d.heartbeats; }},
     {{"held", Kind::Gauge, "vrx_traps_held", "Traps of flapping alarms that are held."},
      [](const DestinationStatus& d) -> Value { return d.held; }},
     {{"suppressed", Kind::Counter, "vrx_traps_suppressed_total", "Traps of flapping alarms that were superseded while they were held."},

@@ -53,6 +53,8 @@ const Word WORDS[] = {
      [](EngineLimits& l, unsigned long v) { l.notifications.storms.window = std::chrono::seconds(v); }},
     {"vrxStormInterval", "seconds", 1,
      [](EngineLimits& l, unsigned long v) { l.notifications.storms.interval = std::chrono::seconds(v); }},
+    {"vrxHeartbeatTrap", "seconds, 0 for none", 0,
+     [](EngineLimits& l, unsigned long v) { l.notifications.heartbeats = std::chrono::seconds(v); }},
     {"vrxHeartbeat", "seconds, 0 for none", 0,
      [](EngineLimits& l, unsigned long v) { l.status.heartbeat = std::chrono::seconds(v); }},
 };

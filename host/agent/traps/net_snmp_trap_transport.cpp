@@ -15,6 +15,7 @@
 #include "host/agent/delivery/notification_fitting.h"
 #include "host/agent/delivery/notification_pdu.h"
 #include "host/base/file_descriptor.h"
+#include "host/snmp/hexadecimal.h"
 #include "host/snmp/limits.h"
 #include "host/snmp/usm_users.h"
 
@@ -55,21 +56,21 @@ public:
     // `names`: octets of all names and IDs in a message.
     SessionChannel(SessionPointer session, std::size_t names) : m_session(std::move(session)), m_names(names) {}
 
-    TrapSendResult send(const Notification& trap, std::size_t wanted) override {
+    TrapSendResult send(const Notification& trap, std::size_t wanted, std::uint32_t upTime) override {
         TrapSendResult result;
         const FittedNotification fitted(trap, longestMessageV3(trap, m_names).value_or(0), wanted);
         result.cut = fitted.cut();
         if (fitted.size() > LONGEST_MESSAGE) {
             setTooLong(result, fitted);
         } else {
-            encodeAndSend(fitted.trap(), result);
+            encodeAndSend(fitted.trap(), upTime, result);
         }
         return result;
     }
 
 protected:
-    void encodeAndSend(const Notification& trap, TrapSendResult& result) {
-        PduPointer pdu = makePdu(trap, netsnmp_get_agent_uptime(), result.leftOut);
+    void encodeAndSend(const Notification& trap, std::uint32_t upTime, TrapSendResult& result) {
+        PduPointer pdu = makePdu(trap, upTime, result.leftOut);
         if (!pdu) {
             result.failure = "no memory";
         } else if (snmp_sess_send(m_session.get(), pdu.get()) != 0) {
@@ -84,7 +85,7 @@ protected:
         }
     }
 
-    virtual PduPointer makePdu(const Notification& trap, unsigned long upTime, unsigned int& /*leftOut*/) {
+    virtual PduPointer makePdu(const Notification& trap, std::uint32_t upTime, unsigned int& /*leftOut*/) {
         return makeTrapPdu(trap, upTime);
     }
 
@@ -102,15 +103,15 @@ public:
     CommunityChannel(SessionPointer session, std::string community, std::shared_ptr<TrapBuffer> buffer)
         : SessionChannel(std::move(session), 0), m_community(std::move(community)), m_buffer(std::move(buffer)) {}
 
-    TrapSendResult send(const Notification& trap, std::size_t wanted) override {
+    TrapSendResult send(const Notification& trap, std::size_t wanted, std::uint32_t upTime) override {
         TrapSendResult result;
         BerWriter whole(*m_buffer);
-        if (!write(whole, trap, result.leftOut)) {
-            encodeAndSend(trap, result);
+        if (!write(whole, trap, upTime, result.leftOut)) {
+            encodeAndSend(trap, upTime, result);
         } else if (whole.size() <= wanted && !whole.overflowed()) {
-            if (!sendBytes(whole)) encodeAndSend(trap, result);
+            if (!sendBytes(whole)) encodeAndSend(trap, upTime, result);
         } else {
-            sendShorter(FittedNotification(trap, whole.size(), wanted), result);
+            sendShorter(FittedNotification(trap, whole.size(), wanted), upTime, result);
         }
         return result;
     }
@@ -118,19 +119,19 @@ public:
 protected:
     const std::string& community() const { return m_community; }
 
-    virtual bool write(BerWriter& out, const Notification& trap, unsigned int& /*leftOut*/) {
-        return writeTrap(out, trap, m_community, netsnmp_get_agent_uptime(), snmp_get_next_reqid());
+    virtual bool write(BerWriter& out, const Notification& trap, std::uint32_t upTime, unsigned int& /*leftOut*/) {
+        return writeTrap(out, trap, m_community, upTime, snmp_get_next_reqid());
     }
 
 private:
-    void sendShorter(const FittedNotification& fitted, TrapSendResult& result) {
+    void sendShorter(const FittedNotification& fitted, std::uint32_t upTime, TrapSendResult& result) {
         BerWriter out(*m_buffer);
-        (void)write(out, fitted.trap(), result.leftOut);  // it could be written
+        (void)write(out, fitted.trap(), upTime, result.leftOut);  // it could be written
         result.cut = fitted.cut();
         if (out.overflowed()) {
             setTooLong(result, fitted);
         } else if (!sendBytes(out)) {
-            encodeAndSend(fitted.trap(), result);
+            encodeAndSend(fitted.trap(), upTime, result);
         }
     }
 
@@ -152,11 +153,11 @@ public:
         : CommunityChannel(std::move(session), std::move(community), std::move(buffer)), m_agentAddress(agentAddress) {}
 
 protected:
-    PduPointer makePdu(const Notification& trap, unsigned long upTime, unsigned int& leftOut) override {
+    PduPointer makePdu(const Notification& trap, std::uint32_t upTime, unsigned int& leftOut) override {
         return makeTrapPduV1(trap, upTime, m_agentAddress, leftOut);
     }
-    bool write(BerWriter& out, const Notification& trap, unsigned int& leftOut) override {
-        return writeTrapV1(out, trap, community(), netsnmp_get_agent_uptime(), m_agentAddress, leftOut);
+    bool write(BerWriter& out, const Notification& trap, std::uint32_t upTime, unsigned int& leftOut) override {
+        return writeTrapV1(out, trap, community(), upTime, m_agentAddress, leftOut);
     }
 
 private:
@@ -168,6 +169,14 @@ bool hasKey(const oid* protocol, std::size_t length, const oid* none, std::size_
 }
 
 }  // namespace
+
+TrapEngine NetSnmpTrapTransport::engine() {
+    return {hexadecimal(ownEngineId()), static_cast<std::uint32_t>(snmpv3_local_snmpEngineBoots())};
+}
+
+std::uint32_t NetSnmpTrapTransport::upTime() {
+    return static_cast<std::uint32_t>(netsnmp_get_agent_uptime());
+}
 
 std::string NetSnmpTrapTransport::community() {
     return snmp_trapcommunity != nullptr ? snmp_trapcommunity : "";

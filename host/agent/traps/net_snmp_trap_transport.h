@@ -15,6 +15,8 @@ using TrapBuffer = std::vector<unsigned char>;
 
 class NetSnmpTrapTransport : public TrapTransport {
 public:
+    TrapEngine engine() override;
+    std::uint32_t upTime() override;
     std::string community() override;
     std::optional<int> levelOfUser(const std::string& user) override;
     std::unique_ptr<TrapChannel> open(const TrapRoute& route, std::string& failure) override;

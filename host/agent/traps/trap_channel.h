@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -38,13 +39,25 @@ class TrapChannel {
 public:
     virtual ~TrapChannel() = default;
 
-    // In a message of at most `wanted` octets, or the shortest that can be made; see notification_fitting.h.
-    virtual TrapSendResult send(const Notification& trap, std::size_t wanted) = 0;
+    // In a message of at most `wanted` octets, or the shortest that can be made; see notification_fitting.h. `upTime`
+    // is the sysUpTime that it carries.
+    virtual TrapSendResult send(const Notification& trap, std::size_t wanted, std::uint32_t upTime) = 0;
+};
+
+// The SNMP engine that traps come from.
+struct TrapEngine {
+    std::string id;           // hexadecimal digits
+    std::uint32_t boots = 0;  // snmpEngineBoots
 };
 
 class TrapTransport {
 public:
     virtual ~TrapTransport() = default;
+
+    virtual TrapEngine engine() = 0;
+
+    // sysUpTime; it never goes back, but for its wrap.
+    virtual std::uint32_t upTime() = 0;
 
     // The community of destinations that name none; empty when none is configured.
     virtual std::string community() = 0;

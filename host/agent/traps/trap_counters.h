@@ -57,6 +57,7 @@ struct DestinationStatus {
     DestinationState state = DestinationState::Unknown;
     std::string reason;  // why it is failing
     TrapCounters counters;
+    std::uint64_t heartbeats = 0;  // sent; none of these are in the counters
 
     // Of alarms that flapped; none of these are in the counters.
     std::uint64_t held = 0;        // now

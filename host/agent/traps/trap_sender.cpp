@@ -1,6 +1,7 @@
 #include "host/agent/traps/trap_sender.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "host/agent/loop/agent_log.h"
 #include "host/notification_log/notification_subject.h"
@@ -149,6 +150,7 @@ TrapStatus TrapSender::status() const {
         one.reason = destination.reason;
         one.counters = destination.counters;
         one.counters.waiting = destination.queue.size() + (destination.sending ? 1 : 0);
+        one.heartbeats = destination.heartbeats;
         status.destinations.push_back(std::move(one));
     }
     return status;
@@ -170,6 +172,7 @@ TrapCounters TrapSender::totals() const {
 void TrapSender::stop() {
     if (m_scheduler.stopped()) return;
     m_scheduler.stop();
+    storeSeries();
     m_links.clear();
     const TrapStatus last = status();
     for (const DestinationStatus& one : last.destinations) {
@@ -203,7 +206,12 @@ void TrapSender::takeTurn() {
 
 void TrapSender::closeLostLinks(const std::set<std::string>& keys) {
     for (auto link = m_links.begin(); link != m_links.end();) {
-        link = keys.count(link->first) == 0 ? m_links.erase(link) : std::next(link);
+        if (keys.count(link->first) != 0) {
+            ++link;
+            continue;
+        }
+        endSeries(link->second);
+        link = m_links.erase(link);
     }
 }
 
@@ -217,8 +225,9 @@ bool TrapSender::serve(const std::string& key, Clock::time_point& nextTurn) {
         if (found == nullptr) return false;
         info = found->info;
     }
-    const auto linkOfKey = m_links.emplace(key, TokenBucket(m_options.rate, m_options.burst, Clock::now())).first;
+    const auto [linkOfKey, isNew] = m_links.emplace(key, TokenBucket(m_options.rate, m_options.burst, Clock::now()));
     Link& link = linkOfKey->second;
+    if (isNew) link.upTime = m_transport.upTime();
     const Readiness readiness = makeReady(info, link);
     noteState(key, readiness);
     if (readiness.state == DestinationState::Unresolved) {
@@ -230,8 +239,11 @@ bool TrapSender::serve(const std::string& key, Clock::time_point& nextTurn) {
         return false;
     }
     for (int i = 0; i < TRAPS_PER_TURN; ++i) {
-        if (!sendNext(key, link, nextTurn)) return false;
+        beatWhenDue(key, info, link);
         if (!link.channel) return true;  // to be opened anew, in another turn
+        if (link.series) nextTurn = std::min(nextTurn, link.nextHeartbeat);
+        if (!sendNext(key, link, nextTurn)) return false;
+        if (!link.channel) return true;
     }
     return true;
 }
@@ -268,8 +280,10 @@ TrapSender::Readiness TrapSender::makeReady(const tTrapDestInfo& info, Link& lin
         return result;
     }
     if (link.channel && link.route == route) return result;
+    if (link.series && !link.series->goesTo(route)) endSeries(link);
     link.channel = m_transport.open(route, result.reason);
     link.route = route;
+    link.greeted = false;
     if (!link.channel) result.state = DestinationState::Failing;
     return result;
 }
@@ -345,13 +359,18 @@ bool TrapSender::sendNext(const std::string& key, Link& link, Clock::time_point&
     const Submission& submission = taken->submission();
     TrapSendResult result;
     try {
-        result = link.channel->send(*submission.notification(), m_messageSize);
+        link.upTime = upTimeFrom(link.upTime);
+        result = link.channel->send(*submission.notification(), m_messageSize, link.upTime);
     } catch (const std::bad_alloc&) {
         putBack(key, link, *taken);
         throw;
     }
+    if (link.series && result.failure.empty()) link.series->count();
     settle(key, *taken, result);
-    if (!result.failure.empty() && !result.unsendable) link.channel.reset();  // the next one may find another way
+    if (!result.unsendable) {
+        link.failing = !result.failure.empty();
+        if (link.failing) link.channel.reset();  // the next one may find another way
+    }
     if (result.leftOut > 0) noteLeftOut(key, link);
     noteFate(key, submission, result);
     if (result.unsendable) return true;  // tells nothing of the destination
@@ -419,6 +438,86 @@ void TrapSender::settle(const std::string& key, const Taken& taken, const TrapSe
         settled = taken.submission().release();
     }
     if (settled) settled();
+}
+
+// Heartbeats
+
+void TrapSender::setHeartbeats(std::chrono::seconds interval, const std::string& path) {
+    if (!m_heartbeats) {
+        m_heartbeats.emplace();
+        m_heartbeats->start(path, m_transport.engine());
+        if (interval.count() == 0) m_heartbeats->clear();  // traps are sent that nobody counts
+    }
+    if (interval == m_heartbeatInterval) return;
+    m_heartbeatInterval = interval;
+    for (auto& [key, link] : m_links) {
+        if (interval.count() == 0) endSeries(link);
+        link.nextHeartbeat = {};
+    }
+    if (interval.count() == 0) m_heartbeats->clear();
+    m_scheduler.wake();
+}
+
+// sysUpTime, or `earliest` where it is just ahead: a heartbeat is later than the trap before it, by one at least.
+std::uint32_t TrapSender::upTimeFrom(std::uint32_t earliest) {
+    constexpr std::uint32_t MOST_AHEAD = 6000;
+    const std::uint32_t now = m_transport.upTime();
+    return earliest - now <= MOST_AHEAD ? earliest : now;
+}
+
+// While the destination fails, traps try the way; a heartbeat follows the first that gets out.
+void TrapSender::beatWhenDue(const std::string& key, const tTrapDestInfo& info, Link& link) {
+    if (m_heartbeatInterval.count() == 0) return;
+    const Clock::time_point now = Clock::now();
+    if (now < link.nextHeartbeat && (link.greeted || link.failing)) return;
+    if (!link.series) {
+        link.series =
+            m_heartbeats->seriesOf(std::strtoul(info.index.c_str(), nullptr, 10), link.route.address, link.route.port);
+    }
+    const TrapSendResult result = beat(link, m_heartbeatInterval);
+    link.nextHeartbeat = now + m_heartbeatInterval;
+    link.greeted = true;
+    link.failing = !result.failure.empty();
+    if (link.failing) link.channel.reset();
+    Readiness readiness;
+    readiness.proven = true;
+    if (link.failing) {
+        readiness.state = DestinationState::Failing;
+        readiness.reason = result.failure;
+        readiness.lost = "a heartbeat";
+    }
+    noteState(key, readiness);
+    const MutexLock lock(m_mutex);
+    Destination* const destination = m_account.find(key);
+    if (destination != nullptr && !link.failing) ++destination->heartbeats;
+}
+
+// Texts are not shortened: receivers compare them.
+TrapSendResult TrapSender::beat(Link& link, std::chrono::seconds until) {
+    link.upTime = upTimeFrom(link.upTime + 1);
+    return link.channel->send(m_heartbeats->next(*link.series, until), LONGEST_MESSAGE, link.upTime);
+}
+
+void TrapSender::endSeries(Link& link) noexcept {
+    try {
+        if (link.series && link.channel) (void)beat(link, std::chrono::seconds(0));
+    } catch (const std::bad_alloc&) {  // a lost heartbeat, as others
+    }
+    link.series.reset();
+}
+
+void TrapSender::storeSeries() {
+    if (m_heartbeatInterval.count() == 0) return;
+    try {
+        for (auto& [key, link] : m_links) {
+            if (!link.series) continue;
+            if (link.channel) (void)beat(link, std::chrono::seconds(0));
+            m_heartbeats->keep(*link.series);
+        }
+        m_heartbeats->store(m_transport.engine());
+    } catch (const std::exception& fault) {
+        agent_log::fault({"the counts of heartbeat traps cannot be stored: ", fault.what()});
+    }
 }
 
 // One line for each destination.

@@ -1,6 +1,7 @@
 // Sends traps to the configured destinations: one bounded queue, one pace and one channel per destination.
 //
 //     TrapSender sender(loop, options, transport);
+//     sender.setHeartbeats(std::chrono::seconds(300), root + "/state/heartbeats");
 //     sender.setDestinations(all);
 //     sender.sendColdStart();
 //     sender.submit(origin, *sender.destinations(), chosen, trap, [] { /* no destination waits for it any more */ });
@@ -8,6 +9,11 @@
 // submit() only puts traps into queues; the agent thread takes them out, as fast as each destination's pace allows. A
 // trap whose queue is full is dropped. Names are looked up in the background, and their traps wait for that. Order is
 // kept per destination.
+//
+// With an interval for them, heartbeat traps tell each destination how many traps were sent to it: before the first one
+// from each source port, at each interval and at the end. A trap whose sysUpTime is below that of a heartbeat is in its
+// count, any other is not; sysUpTime is set forward where needed, by a hundredth of a second. Heartbeats take no token
+// of the pace, and are in no counter but their own.
 //
 // Threads: made, stopped and destroyed on the agent thread, which also runs what it posts to the loop; every operation
 // not marked otherwise may be called from any thread.
@@ -28,6 +34,7 @@
 #include "host/agent/delivery/notification_sink.h"
 #include "host/agent/delivery/send_scheduler.h"
 #include "host/agent/loop/agent_loop.h"
+#include "host/agent/traps/heartbeat_traps.h"
 #include "host/agent/traps/token_bucket.h"
 #include "host/agent/traps/trap_channel.h"
 #include "host/agent/traps/trap_counters.h"
@@ -62,6 +69,10 @@ public:
     // Octets that the message of a trap has at most, as far as its texts can be shortened.
     void setMessageSize(std::size_t octets) { m_messageSize = octets; }
 
+    // Seconds between two heartbeats of a destination; 0: none. `path` is where series outlive this process. Agent
+    // thread, first before there are destinations.
+    void setHeartbeats(std::chrono::seconds interval, const std::string& path);
+
     // The configuration changed: communities and users are looked up anew.
     void refresh();
 
@@ -95,6 +106,7 @@ private:
         std::uint64_t lastNumber = 0;
         std::uint64_t pacedNumber = 0;  // traps up to this one have met an empty bucket
         TrapCounters counters;          // but `waiting`
+        std::uint64_t heartbeats = 0;   // sent
         bool sending = false;           // a trap is out of the queue and not counted yet
         DestinationState state = DestinationState::Unknown;
         std::string reason;
@@ -108,6 +120,12 @@ private:
         TrapRoute route;  // of the channel
         std::unique_ptr<TrapChannel> channel;
         bool leftOutKnown = false;  // it was said that bindings are left out
+
+        std::optional<HeartbeatSeries> series;  // while heartbeats are on
+        Clock::time_point nextHeartbeat;
+        std::uint32_t upTime = 0;  // of the last message
+        bool greeted = false;      // a heartbeat went through the channel
+        bool failing = false;      // the last message did not get out
     };
 
     // What the next trap of a destination needs.
@@ -133,6 +151,11 @@ private:
     void noteFate(const std::string& key, const Submission& submission, const TrapSendResult& result);
     void dropAll(const std::string& key, TrapDrop reason);
     void dropAged(const std::string& key, Clock::time_point& nextTurn);
+    void beatWhenDue(const std::string& key, const tTrapDestInfo& info, Link& link);
+    TrapSendResult beat(Link& link, std::chrono::seconds until);
+    void endSeries(Link& link) noexcept;
+    void storeSeries();
+    std::uint32_t upTimeFrom(std::uint32_t earliest);
     bool sendNext(const std::string& key, Link& link, Clock::time_point& nextTurn);
     std::optional<Taken> take(const std::string& key, Link& link, Clock::time_point& nextTurn);
     void putBack(const std::string& key, Link& link, Taken& taken);
@@ -146,7 +169,9 @@ private:
     mutable Mutex m_mutex;
     DeliveryAccount<Destination> m_account GUARDED_BY(m_mutex);
 
-    std::map<std::string, Link> m_links;  // agent thread only
+    std::map<std::string, Link> m_links;  // agent thread only, as the next two
+    std::optional<HeartbeatTraps> m_heartbeats;
+    std::chrono::seconds m_heartbeatInterval{0};
 
     SendScheduler m_scheduler;
 };

@@ -15,6 +15,8 @@ namespace vrx {
 
 namespace {
 
+constexpr std::uint32_t UP_TIME = 4711;
+
 // A loopback UDP socket.
 class Receiver {
 public:
@@ -87,7 +89,7 @@ void expectArrives(int family, const std::string& address, unsigned int version)
     std::string failure;
     const auto channel = transport.open(routeTo(address, receiver.port(), version), failure);
     ASSERT_NE(channel, nullptr) << failure;
-    const TrapSendResult result = channel->send(coldStart(), LONGEST_MESSAGE);
+    const TrapSendResult result = channel->send(coldStart(), LONGEST_MESSAGE, UP_TIME);
     EXPECT_EQ(result.failure, "");
     const std::string message = receiver.receive();
     ASSERT_GT(message.size(), 10U);
@@ -118,7 +120,7 @@ TEST(TrapSession, MessagesAreCountedAsTheLibraryCountsThem) {
     const auto counted = [](TrapChannel& channel, const Notification& trap) {
         std::vector<u_int> counts;
         for (int which = 0; which <= NETSNMP_STAT_MAX_STATS - 1; ++which) counts.push_back(snmp_get_statistic(which));
-        EXPECT_EQ(channel.send(trap, LONGEST_MESSAGE).failure, "");
+        EXPECT_EQ(channel.send(trap, LONGEST_MESSAGE, UP_TIME).failure, "");
         for (int which = 0; which <= NETSNMP_STAT_MAX_STATS - 1; ++which) {
             u_int& count = counts[static_cast<std::size_t>(which)];
             count = snmp_get_statistic(which) - count;
@@ -172,7 +174,7 @@ TEST(TrapSession, AMessageThatIsTooLongIsSentWithShorterTexts) {
             std::string failure;
             const auto channel = transport.open(routeTo("127.0.0.1", receiver.port(), version), failure);
             ASSERT_NE(channel, nullptr) << failure;
-            const TrapSendResult result = channel->send(withTexts(2, 40000), wanted);
+            const TrapSendResult result = channel->send(withTexts(2, 40000), wanted, UP_TIME);
             EXPECT_EQ(result.failure, "");
             EXPECT_EQ(result.cut, 2U);
             const std::string message = receiver.receive();
@@ -189,10 +191,11 @@ TEST(TrapSession, AMessageThatFitsExactlyIsSentWhole) {
     std::string failure;
     const auto channel = transport.open(routeTo("127.0.0.1", receiver.port(), 2), failure);
     ASSERT_NE(channel, nullptr) << failure;
-    EXPECT_EQ(channel->send(withTexts(1, 65000), LONGEST_MESSAGE).cut, 0U);
+    EXPECT_EQ(channel->send(withTexts(1, 65000), LONGEST_MESSAGE, UP_TIME).cut, 0U);
     const std::size_t around = receiver.receive().size() - 65000;
     for (const std::size_t more : {0U, 1U}) {
-        const TrapSendResult result = channel->send(withTexts(1, LONGEST_MESSAGE - around + more), LONGEST_MESSAGE);
+        const TrapSendResult result =
+            channel->send(withTexts(1, LONGEST_MESSAGE - around + more), LONGEST_MESSAGE, UP_TIME);
         EXPECT_EQ(result.failure, "");
         EXPECT_EQ(result.cut, more);
         EXPECT_EQ(receiver.receive().size(), LONGEST_MESSAGE);
@@ -207,14 +210,14 @@ TEST(TrapSession, ATrapThatNoMessageCanBeMadeOfIsUnsendableAndTheNextOneGoes) {
         std::string failure;
         const auto channel = transport.open(routeTo("127.0.0.1", receiver.port(), version), failure);
         ASSERT_NE(channel, nullptr) << failure;
-        const TrapSendResult tooLong = channel->send(withTexts(2000, LONGEST_WHOLE_TEXT), LONGEST_MESSAGE);
+        const TrapSendResult tooLong = channel->send(withTexts(2000, LONGEST_WHOLE_TEXT), LONGEST_MESSAGE, UP_TIME);
         EXPECT_TRUE(tooLong.unsendable);
         EXPECT_NE(tooLong.failure.find(" octets, with all texts shortened"), std::string::npos) << tooLong.failure;
         Notification wrongName = withTexts(1, 1);
         wrongName.bindings.front().name = {3, 1, 2};
-        const TrapSendResult wrong = channel->send(wrongName, LONGEST_MESSAGE);
+        const TrapSendResult wrong = channel->send(wrongName, LONGEST_MESSAGE, UP_TIME);
         EXPECT_TRUE(wrong.unsendable) << wrong.failure;
-        const TrapSendResult next = channel->send(coldStart(), LONGEST_MESSAGE);
+        const TrapSendResult next = channel->send(coldStart(), LONGEST_MESSAGE, UP_TIME);
         EXPECT_EQ(next.failure, "");
         EXPECT_FALSE(next.unsendable);
         EXPECT_LT(receiver.receive().size(), 200U);
