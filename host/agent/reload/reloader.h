@@ -31,7 +31,7 @@
 #include "host/agent/loop/timer.h"
 #include "host/agent/loop/wakeup.h"
 #include "host/agent/loop/worker_barrier.h"
-#include "host/agent/reload/check_process.h"
+#include "host/base/check_process.h"
 
 namespace vrx {
 

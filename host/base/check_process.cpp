@@ -1,4 +1,4 @@
-#include "host/agent/reload/check_process.h"
+#include "host/base/check_process.h"
 
 #include <fcntl.h>
 #include <poll.h>

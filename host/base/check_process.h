@@ -1,4 +1,4 @@
-// A program that is run to its end beside the agent: what it wrote, and its exit code.
+// A program that is run to its end beside this one: what it wrote, and its exit code.
 //
 // Threads: made and destroyed by one; `done` is called once, from a thread of the object's own, unless the object goes
 // before.
