@@ -13,6 +13,7 @@
 #include "host/base/sqlite_database.h"
 #include "host/destinations/trap_destination_checks.h"
 #include "host/destinations/trap_destination_result.h"
+#include "host/destinations/trap_destination_rows.h"
 #include "platform/vrx_utility.h"
 
 namespace vrx {
@@ -65,23 +66,7 @@ public:
         }
     }
 
-    Rows readRows() {
-        Rows rows;
-        SqliteStatement statement(m_database,
-                                  "SELECT number, address, port, version, trap_type, user FROM destination");
-        SqliteStatement::Run run(statement);
-        while (run.step()) {
-            const auto number = static_cast<unsigned int>(run.number(0));
-            tTrapDestInfo& row = rows[number];
-            row.index = UintToStr(number);
-            row.address = run.text(1);
-            row.port = static_cast<unsigned int>(run.number(2));
-            row.version = static_cast<unsigned int>(run.number(3));
-            row.trapType = static_cast<unsigned int>(run.number(4));
-            row.user = run.text(5);
-        }
-        return rows;
-    }
+    Rows readRows() { return readTrapDestinationRows(m_database); }
 
     unsigned int readLastNumber() { return static_cast<unsigned int>(readNumber("SELECT last FROM numbering")); }
 
