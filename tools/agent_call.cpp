@@ -11,7 +11,6 @@ namespace vrx {
 
 namespace {
 
-constexpr long TIMEOUT_SECONDS = 120;  // a reload checks all files first
 constexpr long HTTP_OK = 200;
 
 std::size_t append(const char* data, std::size_t size, std::size_t count, void* body) {
@@ -21,7 +20,8 @@ std::size_t append(const char* data, std::size_t size, std::size_t count, void* 
 
 }  // namespace
 
-std::string callAgent(const std::string& method, const std::string& path, const std::string& body) {
+std::string callAgent(const std::string& method, const std::string& path, const std::string& body,
+                      std::chrono::seconds patience) {
     const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> call(curl_easy_init(), &curl_easy_cleanup);
     if (call == nullptr) throw AgentCallError("libcurl cannot be initialised");
     const std::string socket = productPath("state/agent.sock");
@@ -31,7 +31,7 @@ std::string callAgent(const std::string& method, const std::string& path, const 
     curl_easy_setopt(call.get(), CURLOPT_URL, ("http://agent" + path).c_str());
     curl_easy_setopt(call.get(), CURLOPT_CUSTOMREQUEST, method.c_str());
     curl_easy_setopt(call.get(), CURLOPT_PROXY, "");
-    curl_easy_setopt(call.get(), CURLOPT_TIMEOUT, TIMEOUT_SECONDS);
+    curl_easy_setopt(call.get(), CURLOPT_TIMEOUT, static_cast<long>(patience.count()));
     curl_easy_setopt(call.get(), CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(call.get(), CURLOPT_ERRORBUFFER, reason.data());
     curl_easy_setopt(call.get(), CURLOPT_WRITEFUNCTION, &append);

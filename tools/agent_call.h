@@ -1,6 +1,7 @@
 // Requests to a running agent through its control socket, <root>/state/agent.sock.
 #pragma once
 
+#include <chrono>
 #include <stdexcept>
 #include <string>
 
@@ -18,7 +19,8 @@ public:
     using AgentCallError::AgentCallError;
 };
 
-// `path` may hold a query. Gives the answer's body. Throws AgentCallError.
-std::string callAgent(const std::string& method, const std::string& path, const std::string& body = {});
+// `path` may hold a query. Gives the answer's body. Throws AgentCallError, also when there is none after `patience`.
+std::string callAgent(const std::string& method, const std::string& path, const std::string& body = {},
+                      std::chrono::seconds patience = std::chrono::seconds(120));  // a reload checks all files first
 
 }  // namespace vrx

@@ -123,7 +123,7 @@ json fieldOf(const json& status, const char* path) {
     return status.value(json::json_pointer(path), json());
 }
 
-std::vector<std::string> troublesOf(const json& status) {
+std::vector<std::string> troublesIn(const json& status) {
     std::vector<std::string> troubles;
     for (const Trouble& trouble : TROUBLES) {
         const json value = fieldOf(status, trouble.field);
@@ -197,6 +197,10 @@ void printDestinations(std::ostream& out, const json& destinations) {
 
 }  // namespace
 
+std::vector<std::string> troublesOf(const std::string& answer) {
+    return troublesIn(parsed(answer));
+}
+
 void printStatus(std::ostream& out, bool all) {
     const std::string answer = callAgent("GET", "/status");
     printStatusSummary(out, answer);
@@ -205,7 +209,7 @@ void printStatus(std::ostream& out, bool all) {
 
 void printStatusSummary(std::ostream& out, const std::string& answer) {
     const json status = parsed(answer);
-    const std::vector<std::string> troubles = troublesOf(status);
+    const std::vector<std::string> troubles = troublesIn(status);
     const std::string who = fmt::format("vrx-agentd {}, up {}", plain(fieldOf(status, "/agent/version")),
                                         durationText(fieldOf(status, "/agent/uptime_seconds")));
     out << who << (troubles.empty() ? ": all is well\n" : fmt::format(": {}\n", fmt::join(troubles, "; ")));

@@ -3,6 +3,7 @@
 
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "tools/command.h"
 
@@ -15,6 +16,9 @@ void printStatus(std::ostream& out, bool all);
 // The parts of it, of an answer that is there: the agent's JSON. Throw AgentCallError when it is none.
 void printStatusSummary(std::ostream& out, const std::string& answer);
 void printStatusTables(std::ostream& out, const std::string& answer);
+
+// What of it is not well, a short text each. Throws AgentCallError when it is no JSON.
+std::vector<std::string> troublesOf(const std::string& answer);
 
 // As the agent gives it, for programs. Throws AgentCallError.
 void printStatusAsJson(std::ostream& out);
