@@ -15,6 +15,7 @@
 #include "tools/alarm_commands.h"
 #include "tools/backend_call.h"
 #include "tools/command.h"
+#include "tools/doctor/doctor_command.h"
 #include "tools/export_command.h"
 #include "tools/lint_command.h"
 #include "tools/package_text.h"
@@ -45,6 +46,7 @@ constexpr struct {
     {"export", "write what receivers and people need of the definition files", make<ExportCommand>},
     {"decode", "show a TLV package as text", make<DecodeCommand>},
     {"status", "show the status of the agent", make<StatusCommand>},
+    {"doctor", "find out why it does not work; changes and sends nothing", make<DoctorCommand>},
     {"traps", "list the traps that the agent has sent", make<TrapsCommand>},
     {"reload", "make the agent reload its configuration, all or nothing", make<ReloadCommand>},
     {"log", "show or set the log levels of the agent", make<LogCommand>},
