@@ -1,6 +1,9 @@
 """vrxctl export: the shipped definitions and hostile ones in every format, as the tools of receivers read them."""
 
+import base64
 import csv
+import hashlib
+import html.parser
 import io
 import json
 import os
@@ -16,7 +19,7 @@ from harness import PROGRAM_DIR, SOURCE_DIR, mib_path, slowdown
 
 OWN = "1.3.6.1.4.1.99871.2.91.10.2.1.1."
 USAGE, DATA_FAULT, CANNOT_CREATE = 64, 65, 73
-FORMATS = ["mib", "snmptt", "json", "csv"]
+FORMATS = ["mib", "snmptt", "catalogue", "json", "csv"]
 NAMING_FORMATS = ["mib", "snmptt"]
 
 # What each format has a meaning of its own for.
@@ -214,7 +217,7 @@ class DocumentedLinesTest(Exported):
 
     def test_formats_that_are_files(self):
         for section, files in (("json", ["vrx-alarms/vrx-alarms.json", "vrx-alarms/vrx-alarms.schema.json"]),
-                               ("csv", ["vrx-alarms.csv"])):
+                               ("csv", ["vrx-alarms.csv"]), ("catalogue", ["vrx-alarms.html"])):
             type_lines(documented_lines(section), self.folder, {})
             for file in files:
                 self.assertGreater(os.path.getsize(self.path(file)), 1000)
@@ -305,6 +308,116 @@ class CsvTest(Exported):
     def test_lines_end_in_cr_lf(self):
         text = self.export("csv")
         self.assertEqual(text.count("\r\n"), text.count("\n"))
+
+
+class Page(html.parser.HTMLParser):
+    """A page whose elements are all closed: [(element, attributes, text below it)]."""
+
+    VOID = {"meta", "input"}
+
+    def __init__(self, text):
+        super().__init__(convert_charrefs=True)
+        self.elements, self._open, self.faults = [], [], []
+        self.feed(text)
+        self.close()
+        self.faults += ["<%s> is not closed" % element[0] for element in self._open]
+
+    def handle_starttag(self, tag, attrs):
+        if len(dict(attrs)) != len(attrs):
+            self.faults.append("an attribute twice in <%s>" % tag)
+        element = [tag, dict(attrs), ""]
+        self.elements.append(element)
+        if tag not in self.VOID:
+            self._open.append(element)
+
+    def handle_endtag(self, tag):
+        if not self._open or self._open.pop()[0] != tag:
+            self.faults.append("</%s> in a wrong place" % tag)
+
+    def handle_data(self, data):
+        for element in self._open:
+            element[2] += data
+
+    def all(self, tag):
+        return [(attributes, text) for name, attributes, text in self.elements if name == tag]
+
+    def ids(self):
+        return [attributes["id"] for _, attributes, _ in self.elements if "id" in attributes]
+
+
+class CataloguePageTest(Exported):
+    def page(self, **options):
+        page = Page(self.export("catalogue", **options))
+        self.assertEqual(page.faults, [])
+        return page
+
+    def test_every_shipped_alarm_with_its_texts_and_anchors(self):
+        page, catalogue = self.page(), json.loads(self.export("json"))
+        articles = page.all("article")
+        self.assertEqual(len(articles), len(catalogue["alarms"]))
+        for (attributes, text), one in zip(articles, catalogue["alarms"]):
+            self.assertEqual(attributes["id"], str(one["number"]))
+            for part in (one["title"], one["cause"], one["identifier"], one["notification"], one["oid"], *one["sample"].values()):
+                self.assertIn(part, text)
+            for parameter in one["parameters"]:
+                for member in catalogue["enumerations"].get(parameter.get("enumeration"), []):
+                    self.assertIn("%s = %s" % (member["code"], member["text"]), text)
+        self.assertLessEqual({one["oid"] for one in catalogue["alarms"]}, set(page.ids()))
+
+    def test_ids_are_unique_and_links_stay_in_the_page(self):
+        twice = definitions(alarm(5), "<param eventID='5' alarmOid='0.5' name='B' reason='R' suggestion='S' detail='D' location='L'/>",
+                            alarm(507010006))
+        for options in ({}, {"text": hostile_definitions()}, {"text": twice}):
+            page = self.page(**options)
+            ids = page.ids()
+            self.assertEqual(len(ids), len(set(ids)))
+            links = [attributes["href"] for attributes, _ in page.all("a")]
+            self.assertLessEqual({link[1:] for link in links}, set(ids))
+            self.assertEqual({link[0] for link in links}, {"#"})
+            named = [attributes.get(name) for _, attributes, _ in page.elements
+                     for name in ("for", "aria-labelledby", "aria-describedby") if name in attributes]
+            self.assertLessEqual(set(named), set(ids))
+
+    def test_nothing_comes_from_elsewhere_and_no_other_script_may_run(self):
+        for options in ({}, {"text": hostile_definitions()}):
+            page = self.page(**options)
+            self.assertLessEqual({name for name, _, _ in page.elements},
+                                 set("html head meta title style body a header h1 h2 p div label input output span main section "
+                                     "table tr th td article dl dt dd script".split()))
+            self.assertLessEqual({name for _, attributes, _ in page.elements for name in attributes},
+                                 set("lang charset http-equiv content name class href id role hidden for type autocomplete "
+                                     "spellcheck aria-describedby aria-labelledby aria-label scope".split()))
+            ((_, style),), ((_, script),) = page.all("style"), page.all("script")
+            self.assertNotRegex(style, r"url\(|@import|\\")
+            self.assertNotRegex(script, r"innerHTML|eval|fetch|XMLHttpRequest|import|https?:")
+            (policy,) = [attributes["content"] for attributes, _ in page.all("meta") if "http-equiv" in attributes]
+            digests = [base64.b64encode(hashlib.sha256(text.encode()).digest()).decode() for text in (style, script)]
+            self.assertEqual(policy, "default-src 'none'; style-src 'sha256-%s'; script-src 'sha256-%s'; base-uri 'none'; "
+                             "form-action 'none'" % tuple(digests))
+
+    def test_hostile_texts_are_shown(self):
+        page = self.page(text=hostile_definitions())
+        shown = [text for attributes, text in page.all("dd")]
+        for text in HOSTILE:
+            self.assertIn(text, shown)
+        self.assertEqual([text for _, text in page.all("h2")][1:],
+                         ["%s %d" % (text, number) for number, text in enumerate(HOSTILE, 1)])
+
+    def test_colours_have_contrast_in_light_and_dark(self):
+        def luminance(colour):
+            full = colour if len(colour) == 6 else "".join(digit * 2 for digit in colour)
+            parts = [int(full[at:at + 2], 16) / 255 for at in (0, 2, 4)]
+            linear = [part / 12.92 if part <= 0.03928 else ((part + 0.055) / 1.055) ** 2.4 for part in parts]
+            return 0.2126 * linear[0] + 0.7152 * linear[1] + 0.0722 * linear[2]
+
+        ((_, style),) = self.page().all("style")
+        palettes = [dict(re.findall(r"--(\w+): #(\w+);", rule)) for rule in re.findall(r":root \{(.*?)\}", style)]
+        self.assertEqual(len(palettes), 3)  # light, dark, print
+        for palette in palettes:
+            for text in ("text", "faint", "link"):
+                for back in ("back", "raised", "mark"):
+                    low, high = sorted((luminance(palette[text]), luminance(palette[back])))
+                    self.assertGreaterEqual((high + 0.05) / (low + 0.05), 4.5, (palette, text, back))
 
 
 class MibTest(Exported):
