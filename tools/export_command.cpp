@@ -31,7 +31,8 @@ std::vector<LintFinding> refusals(const std::vector<LintFinding>& findings, cons
 }
 
 bool isFolder(const std::string& path) {
-    return std::filesystem::is_directory(path) || (!path.empty() && path.back() == '/');
+    std::error_code unreadable;  // is told by whoever writes
+    return std::filesystem::is_directory(path, unreadable) || (!path.empty() && path.back() == '/');
 }
 
 void writeFolder(const std::string& path, const std::vector<ExportFile>& files) {

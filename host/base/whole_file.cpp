@@ -99,9 +99,14 @@ void replaceWholeFile(const std::string& path, const std::string& content) {
 }
 
 void replaceWholeFiles(const std::vector<WholeFile>& files, bool isPrivate) {
-    for (const WholeFile& file : files) writeDraft(file, isPrivate);
-    for (const WholeFile& file : files)
-        if (std::rename(draftOf(file.path).c_str(), file.path.c_str()) != 0) fail(file.path);
+    try {
+        for (const WholeFile& file : files) writeDraft(file, isPrivate);
+        for (const WholeFile& file : files)
+            if (std::rename(draftOf(file.path).c_str(), file.path.c_str()) != 0) fail(file.path);
+    } catch (const std::system_error&) {
+        for (const WholeFile& file : files) ::unlink(draftOf(file.path).c_str());
+        throw;
+    }
     for (const WholeFile& file : files) {
         const std::filesystem::path parent = std::filesystem::path(file.path).parent_path();
         const FileDescriptor folder(::open(parent.empty() ? "." : parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));

@@ -79,6 +79,7 @@ TEST_F(WholeFileTest, SeveralAreReplacedWhenAllCouldBeWritten) {
     EXPECT_EQ(m_root.read("second"), "second");
     EXPECT_THROW(replaceWholeFiles({{m_path, "third"}, {m_root.pathOf("absent/file"), ""}}, false), std::system_error);
     EXPECT_EQ(m_root.read("file"), "first");
+    EXPECT_FALSE(std::filesystem::exists(m_path + ".new"));
 }
 
 TEST_F(WholeFileTest, NewFilesThatAreNotPrivateHaveTheModeOfTheProcess) {

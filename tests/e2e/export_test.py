@@ -25,7 +25,7 @@ NAMING_FORMATS = ["mib", "snmptt"]
 # What each format has a meaning of its own for.
 HOSTILE = ['<script>alert(1)</script> & "quoted" \'single\' --> ]]>', "$1 $$ $* costs $5, 100%s `id` $(id)",
            "line one\nEXEC /bin/touch /pwned\nEDESC\nEVENT x .1 \"y\" Normal", '=HYPERLINK("http://x"),"a";b\ttab',
-           "größe 磁盘 \U0001f4a5 \u202egnorw", 'ends ::= { vrxTamrel 9 } -- END "quote\\ \'', "x" * 20000,
+           "größe 磁盘 \U0001f4a5 \u202egnorw", 'ends ::= ::::= { vrxTamrel 9 } -- END "quote\\ \'', "x" * 20000,
            "</style></title><img src=x onerror=alert(1)>", "{{ .Title }} ${jndi} %n %d %%"]
 
 
@@ -162,6 +162,17 @@ class CommandTest(Exported):
                     self.assertEqual((done.returncode, refused),
                                      (DATA_FAULT, [rule]) if name in NAMING_FORMATS else (0, []))
 
+    def test_lint_tells_what_a_mib_module_lacks(self):
+        file = self.write("definitions.xml", definitions(alarm(1), alarm(2), alarm(3, "größe"), revision="soon"))
+        lint = [os.path.join(PROGRAM_DIR, "vrxctl"), "--root", os.path.join(SOURCE_DIR, "share"), "lint", file]
+        done = subprocess.run(lint, stdout=subprocess.PIPE, text=True, check=True)
+        self.assertEqual([line.removeprefix(file) for line in done.stdout.splitlines()], [
+            ':2: warning: mibRevision "soon" is no date YYYYMMDDHHMMZ; the MIB module has 200001010000Z [mib-revision]',
+            ":3: warning: another alarm's notification is vrxDiskFailed, too; this one is vrxAlarm1 [notification-name]",
+            ":4: warning: another alarm's notification is vrxDiskFailed, too; this one is vrxAlarm2 [notification-name]",
+            ':5: warning: name "größe" cannot be that of a notification; it is vrxAlarm3 [notification-name]'])
+        self.assertEqual(subprocess.run([*lint, "--strict"], stdout=subprocess.DEVNULL, check=False).returncode, DATA_FAULT)
+
     def test_a_fault_of_the_enumerations_is_refused(self):
         done = self.run_export("json", "--enumerations", self.path("absent.xml"))
         self.assertEqual(done.returncode, DATA_FAULT)
@@ -190,6 +201,7 @@ class CommandTest(Exported):
                                        "export", "json", "--output", target], stderr=subprocess.PIPE, check=False)
                 self.assertEqual(done.returncode, CANNOT_CREATE, done.stderr)
         self.assertEqual(self.read("file"), "stays")
+        self.assertEqual(os.listdir(self.folder), ["file"])
         self.assertTrue(os.path.exists("/dev/null") and not os.path.isfile("/dev/null"))
 
     def test_standard_output_that_cannot_be_written_is_said(self):

@@ -7,6 +7,7 @@
 #include "host/base/product_root.h"
 #include "tools/definition_files.h"
 #include "tools/export/catalogue.h"
+#include "tools/export/plain_text.h"
 
 namespace vrx {
 
@@ -73,6 +74,25 @@ TEST_F(CatalogueTest, SamplesAreWhatTheModuleRenders) {
         EXPECT_EQ(alarm.sample.detail, texts.detail);
         EXPECT_EQ(alarm.sample.advice, texts.advice);
     }
+}
+
+TEST(PlainText, IsShortenedBetweenCharacters) {
+    EXPECT_EQ(shortened("12345678", 8), "12345678");
+    EXPECT_EQ(shortened("123456789", 8), "12345...");
+    EXPECT_EQ(shortened("1234\xC3\xB6xyz", 8), "1234...");
+    EXPECT_EQ(shortened("\xF0\x9F\x92\xA5\xF0\x9F\x92\xA5", 6), "...");
+}
+
+TEST(PlainText, IsOneLineInAscii) {
+    EXPECT_EQ(oneLine(" \n a\t b\n\nc \n"), "a b c");
+    EXPECT_EQ(oneLine("\n"), "");
+    EXPECT_EQ(asciiText("a\xC3\xB6\xF0\x9F\x92\xA5z"), "a??z");
+}
+
+TEST(PlainText, IsFreeOfWhatIsReplacedAlsoWhereThatJoins) {
+    EXPECT_EQ(replacedAll("a-----b", "--", "-"), "a-b");
+    EXPECT_EQ(replacedAll("$$", "$", "$$"), "$$$$");
+    EXPECT_EQ(replacedAll("::::==", "::=", ":="), ":==");
 }
 
 }  // namespace

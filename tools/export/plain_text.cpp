@@ -39,9 +39,12 @@ std::string shortened(std::string_view text, std::size_t octets) {
 }
 
 std::string replacedAll(std::string text, std::string_view from, std::string_view to) {
-    for (std::size_t at = text.find(from); at != std::string::npos;
-         at = text.find(from, to.size() < from.size() ? at : at + to.size()))
+    const bool shrinks = to.size() < from.size();
+    for (std::size_t at = text.find(from); at != std::string::npos;) {
         text.replace(at, from.size(), to);
+        // What was put in can begin another one, or end one that begins before it.
+        at = text.find(from, shrinks ? at - std::min(at, from.size() - 1) : at + to.size());
+    }
     return text;
 }
 

@@ -22,18 +22,14 @@ constexpr const char* HEAD =
 
 // An enumerated value is a number or a name: that depends on the options and the MIB modules of the receiver.
 struct Kind {
-    const char* suffix;
     const char* severity;
     const char* level;  // regular expression for binding 6; null: any
     bool isEnd;
 };
 
 constexpr Kind KINDS[] = {
-    {"Critical", "Critical", "1|critical", false},
-    {"Major", "Major", "2|major", false},
-    {"Minor", "Minor", "3|minor", false},
-    {"Warning", "Warning", "4|warning", false},
-    {"End", "Normal", nullptr, true},
+    {"Critical", "1|critical", false}, {"Major", "2|major", false}, {"Minor", "3|minor", false},
+    {"Warning", "4|warning", false},   {"Normal", nullptr, true},
 };
 
 constexpr std::size_t LONGEST_TEXT = 2000;
@@ -58,7 +54,7 @@ std::string eventsOf(const std::string& name, std::string_view oid, const std::s
                      const std::string& description) {
     std::string events;
     for (const Kind& kind : KINDS) {
-        events += fmt::format("\nEVENT {}{} .{} \"VRX\" {}\n", name, kind.suffix, oid, kind.severity);
+        events += fmt::format("\nEVENT {}{} .{} \"VRX\" {}\n", name, kind.isEnd ? "End" : "", oid, kind.severity);
         events += kind.isEnd ? fmt::format("FORMAT {}: ended. $2 (serial $9, alarm $7, node $1)\n", title)
                              : fmt::format("FORMAT {}: $2 $10 Advice: $3 (serial $9, alarm $7, node $1)\n", title);
         if (kind.level != nullptr) events += fmt::format("MATCH MODE=and\nMATCH $6: (^({})$)\n", kind.level);
