@@ -24,7 +24,7 @@ NAMING_FORMATS = ["mib", "snmptt"]
 
 # What each format has a meaning of its own for.
 HOSTILE = ['<script>alert(1)</script> & "quoted" \'single\' --> ]]>', "$1 $$ $* costs $5, 100%s `id` $(id)",
-           "line one\nEXEC /bin/touch /pwned\nEDESC\nEVENT x .1 \"y\" Normal", '=HYPERLINK("http://x"),"a";b\ttab',
+           "line one\nEXEC /bin/touch /pwned\nEDESC\nEVENT x .1 \"y\" Normal" + " EXEC EDESC MATCH" * 30, '=HYPERLINK("http://x"),"a";b\ttab',
            "größe 磁盘 \U0001f4a5 \u202egnorw", 'ends ::= ::::= { vrxTamrel 9 } -- END "quote\\ \'', "x" * 20000,
            "</style></title><img src=x onerror=alert(1)>", "{{ .Title }} ${jndi} %n %d %%"]
 
