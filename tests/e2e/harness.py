@@ -225,6 +225,7 @@ class System:
 
     def _make_root(self, agent_config, extra_config, device):
         shutil.copytree(os.path.join(SOURCE_DIR, "share"), self.root, dirs_exist_ok=True)
+        os.chmod(self.root, 0o700)  # it has communities and passphrases, and got the mode of share/
         os.makedirs(self.path("etc"), exist_ok=True)
         os.makedirs(self.path("mibs"), exist_ok=True)
         os.makedirs(self.path("tools", "cert_indexes"), exist_ok=True)  # of Net-SNMP's tools, which would tell of it

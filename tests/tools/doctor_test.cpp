@@ -132,9 +132,34 @@ TEST(DoctorReport, IsTextOf80ColumnsWithWholeCommands) {
 Not checked:
   - clock: no source
 
-1 fault, 0 warnings (1 check, 1 not made in full)
+1 fault, 0 warnings in 1 check; begin with user \x1B[2J
 )");
     EXPECT_EQ(exitCodeOf(report), 2);
+}
+
+TEST(DoctorReport, HasFaultsBeforeWarningsInTheOrderOfTheChecks) {
+    Report report;
+    report.begin("all");
+    report.warning("w1", "", "", "");
+    report.fault("f1", "", "", "");
+    report.warning("w2", "", "", "");
+    report.fault("f2", "", "", "");
+    report.putFaultsFirst();
+    std::string order;
+    for (const Finding& finding : report.findings()) order += finding.subject + " ";
+    EXPECT_EQ(order, "f1 f2 w1 w2 ");
+}
+
+TEST(DoctorReport, ShowsPathsAsOperatorsKnowThem) {
+    Report report;
+    report.begin("files");
+    report.fault("/usr/share/vrx/etc/a:1", "see /usr/share/vrx/etc/a and /usr/share/vrx/etc/b", "",
+                 "vi /usr/share/vrx/etc/a");
+    report.notChecked("/usr/share/vrx/etc/c", "no reason");
+    report.show("/usr/share/vrx/etc/", "/etc/vrx/");
+    EXPECT_EQ(findingsOf(report), "fault /etc/vrx/a:1: see /etc/vrx/a and /etc/vrx/b");
+    EXPECT_EQ(report.findings()[0].remedy, "vi /etc/vrx/a");
+    EXPECT_EQ(report.unchecked()[0].subject, "/etc/vrx/c");
 }
 
 TEST(DoctorReport, SaysThatThereIsNothing) {
@@ -143,7 +168,7 @@ TEST(DoctorReport, SaysThatThereIsNothing) {
     report.begin("b");
     std::ostringstream out;
     printReport(out, report);
-    EXPECT_EQ(out.str(), "no findings (2 checks)\n");
+    EXPECT_EQ(out.str(), "no findings in 2 checks\n");
     EXPECT_EQ(exitCodeOf(report), 0);
     report.warning("s", "w", "y", "r");
     EXPECT_EQ(exitCodeOf(report), 1);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/base/product_root.h"
+#include "tools/definition_files.h"
 #include "tools/doctor/checks.h"
 #include "tools/doctor/facts.h"
 #include "tools/doctor/report.h"
@@ -51,8 +52,8 @@ std::string subjectOf(const Trouble& trouble, const std::string& text) {
 
 // A change of these does nothing before the next reload.
 std::vector<fs::path> filesOfReload() {
-    return {directivesPath(), productPath("conf/device.xml"), productPath("mibs/VRX-TAMREL-MIB.xml"), definitionsPath(),
-            enumerationsPath()};
+    return {directivesPath(), productPath("conf/device.xml"), productPath("mibs/VRX-TAMREL-MIB.xml"),
+            configuredDefinitionFiles().definitions, configuredDefinitionFiles().enumerations};
 }
 
 }  // namespace

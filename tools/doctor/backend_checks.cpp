@@ -18,6 +18,7 @@
 #include "host/transport/backend_protocol.h"
 #include "host/transport/backend_result.h"
 #include "tools/alarm_commands.h"
+#include "tools/definition_files.h"
 #include "tools/doctor/checks.h"
 #include "tools/doctor/facts.h"
 #include "tools/doctor/report.h"
@@ -60,9 +61,14 @@ void checkAnswer(const BackendOptions& options, const Facts& facts, Report& repo
     BackendOptions patient = options;
     patient.callDeadline = std::max(options.callDeadline, PATIENCE);
     patient.callDeadline = std::min(patient.callDeadline, 2 * PATIENCE);
-    const Clock::time_point begun = Clock::now();
-    const int result = askStatus(patient);
-    const auto taken = std::chrono::duration_cast<milliseconds>(Clock::now() - begun);
+    constexpr int ATTEMPTS = 3;  // a machine that is busy for a moment is no slow backend
+    int result = BACKEND_OK;
+    milliseconds taken = milliseconds::max();
+    for (int i = 0; i < ATTEMPTS && result == BACKEND_OK && taken > options.callDeadline / 2; ++i) {
+        const Clock::time_point begun = Clock::now();
+        result = askStatus(patient);
+        taken = std::min(taken, std::chrono::duration_cast<milliseconds>(Clock::now() - begun));
+    }
     if (result == BACKEND_UNKNOWN_COMMAND) {
         report.fault(SUBJECT, "It does not know the command GET_BACKEND_STATUS by the configured number.",
                      "The numbers of section COMMAND are not those of this backend: all calls fail, or do what was not "
@@ -140,9 +146,10 @@ void checkAlarms(const Facts& facts, Report& report) {
         }
     }
     if (!undefined.empty()) {
-        report.fault("alarms", "Active alarms have no definition: " + joined(undefined) + ".",
-                     "They send no trap and are not in the table: no manager knows of them.",
-                     "vi " + definitionsPath() + "\n" + facts.vrxctl("lint && ") + facts.vrxctl("reload"));
+        report.fault(
+            "alarms", "Active alarms have no definition: " + joined(undefined) + ".",
+            "They send no trap and are not in the table: no manager knows of them.",
+            "vi " + configuredDefinitionFiles().definitions + "\n" + facts.vrxctl("lint && ") + facts.vrxctl("reload"));
     }
     if (agent.alarmRows && !differs && *agent.alarmRows > shown) {
         report.warning("alarms",

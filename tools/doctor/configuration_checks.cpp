@@ -16,6 +16,7 @@
 #include "host/base/check_process.h"
 #include "host/base/product_root.h"
 #include "host/definitions/definition_lint.h"
+#include "tools/definition_files.h"
 #include "tools/doctor/checks.h"
 #include "tools/doctor/facts.h"
 #include "tools/doctor/report.h"
@@ -26,12 +27,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::chrono::seconds PATIENCE{20};
+constexpr std::chrono::seconds PATIENCE{30};
 
 // Beside this program: in a folder of builds, or as installed.
 std::string installed(const std::vector<const char*>& places) {
     std::error_code error;
-    const fs::path program = fs::read_symlink("/proc/self/exe", error);
+    const fs::path program = fs::read_symlink("/proc/self/exe");  // throws without /proc: not checked then
     for (const char* place : places) {
         fs::path path = fs::canonical(program.parent_path() / place, error);
         if (!error && fs::is_regular_file(path, error)) return path;
@@ -114,13 +115,12 @@ void checkConfiguration(const Facts& facts, Report& report) {
 
     const CheckProcess::Outcome outcome = runToEnd(command);
     if (outcome.exitCode != EX_OK && outcome.exitCode != EX_CONFIG) {
-        report.notChecked("configuration", outcome.exitCode < 0 ? agent + " --check-config did not end within 20 s"
+        report.notChecked("configuration", outcome.exitCode < 0 ? agent + " --check-config did not end within 30 s"
                                                                 : fmt::format("{} --check-config ended with {}: {}",
                                                                               agent, outcome.exitCode, outcome.output));
         return;
     }
-    const std::string definitions = definitionsPath();
-    const std::string enumerations = enumerationsPath();
+    const auto [definitions, enumerations] = configuredDefinitionFiles();
     const auto isOf = [](const std::string& line, const std::string& file) {
         return !file.empty() && line.compare(0, file.size() + 1, file + ":") == 0;
     };
@@ -135,7 +135,7 @@ void checkConfiguration(const Facts& facts, Report& report) {
 
 void checkDefinitions(const Facts& facts, Report& report) {
     constexpr std::size_t MOST = 5;  // of each kind; vrxctl lint has them all
-    const std::string definitions = definitionsPath();
+    const auto [definitions, enumerations] = configuredDefinitionFiles();
     if (definitions.empty()) {
         if (!report.names(productPath("conf/device.xml"))) {
             report.fault(productPath("conf/device.xml"), "Section SNMP_CONF has no ALARM_INI_PATH.",
@@ -147,7 +147,7 @@ void checkDefinitions(const Facts& facts, Report& report) {
     if (report.names(definitions)) return;
     std::size_t errors = 0;
     std::size_t warnings = 0;
-    for (const LintFinding& finding : lintDefinitions(definitions, enumerationsPath())) {
+    for (const LintFinding& finding : lintDefinitions(definitions, enumerations)) {
         const std::string place = finding.line == 0 ? finding.file : fmt::format("{}:{}", finding.file, finding.line);
         const std::string what = fmt::format("{} [{}]", finding.text, finding.rule);
         const std::string remedy =

@@ -8,6 +8,7 @@
 #include "alarm/snmp_alarm_iniparser.h"
 #include "host/destinations/trap_destination_checks.h"
 #include "host/snmp/limits.h"
+#include "tools/definition_files.h"
 #include "tools/doctor/checks.h"
 #include "tools/doctor/facts.h"
 #include "tools/doctor/report.h"
@@ -143,7 +144,7 @@ void judgeMessageSize(const std::string& destination, bool isIpv6, std::size_t m
 
 void checkMessageSizes(const Facts& facts, Report& report) {
     if (facts.paths.empty()) return;
-    if (definitionsPath().empty() || report.names(definitionsPath())) {
+    if (configuredDefinitionFiles().definitions.empty() || report.names(configuredDefinitionFiles().definitions)) {
         report.notChecked("message size", "the definitions cannot be used");
         return;
     }

@@ -88,6 +88,13 @@ int DoctorCommand::run() {
         const Facts facts = gatherFacts(isOption ? "--root " + root.string() + " " : "");
         for (const auto& check : CHECKS) perform(check.name, report, [&] { check.run(facts, report); });
         if (testTrapTo != 0) perform("test trap", report, [&] { sendTestTrap(facts, testTrapTo, report); });
+        report.putFaultsFirst();
+        // As installed these are links: an operator knows /etc/vrx.
+        for (const char* folder : {"conf/", "etc/", "state/"}) {
+            const std::string path = productPath(folder);
+            const std::filesystem::path place = std::filesystem::canonical(path, error);
+            if (!error) report.show(path, place.string() + "/");
+        }
     }
     json ? printReportAsJson(std::cout, report) : printReport(std::cout, report);
     return exitCodeOf(report);

@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <charconv>
+#include <cstring>
 #include <exception>
 #include <set>
 #include <sstream>
@@ -15,7 +17,6 @@
 #include "host/base/product_root.h"
 #include "host/base/whole_file.h"
 #include "host/engine_files/engine_file.h"
-#include "platform/vrx_xml_config.h"
 
 namespace vrx {
 
@@ -63,13 +64,6 @@ std::string nameOf(const std::string& word) {
         name += static_cast<char>(octet);
     }
     return digits.empty() ? word : name;
-}
-
-// As the module makes paths of the values.
-std::string configuredFile(const char* key) {
-    std::string value;
-    value = CVRXXmlConfig::instance()->getDeviceItem("SNMP_CONF", key, value);
-    return value.empty() ? value : productPath("") + value;
 }
 
 ServiceUser serviceUser() {
@@ -136,8 +130,13 @@ void gatherPaths(Facts& facts) {
 void gatherDestinations(Facts& facts) {
     const std::string path = productPath("state/trap_destinations.db");
     struct stat status {};
-    if (::stat(path.c_str(), &status) != 0 && errno == ENOENT) {
-        facts.destinations.emplace();
+    if (::stat(path.c_str(), &status) != 0) {
+        if (errno == ENOENT) facts.destinations.emplace();
+        facts.destinationsFault = path + ": " + std::strerror(errno);
+        return;
+    }
+    if (!S_ISREG(status.st_mode)) {  // SQLite would wait for a pipe's writer
+        facts.destinationsFault = path + ": not a regular file";
         return;
     }
     try {
@@ -148,14 +147,6 @@ void gatherDestinations(Facts& facts) {
 }
 
 }  // namespace
-
-std::string definitionsPath() {
-    return configuredFile("ALARM_INI_PATH");
-}
-
-std::string enumerationsPath() {
-    return configuredFile("ALARM_PARAM_ENUM_PATH");
-}
 
 std::string directivesPath() {
     return productPath("etc/vrx-agentd.conf");
@@ -241,7 +232,7 @@ Facts gatherFacts(const std::string& rootOption) {
         tryTo([] { return readWholeFile(directivesPath(), LARGEST_CONFIGURATION); }, facts.directivesFault);
     if (facts.directivesFault.empty()) facts.directives = parseDirectives(content.value_or(""));
     if (!facts.mayLook) {
-        const std::string reason = "only root and the user " + facts.service.name + " may";
+        const std::string reason = "only root and " + facts.service.name + " may look";
         facts.engineIdFault = facts.usersFault = facts.destinationsFault = reason;
         facts.agent.state = AgentFacts::State::OutOfReach;
         facts.agent.fault = reason;

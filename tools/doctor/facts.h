@@ -103,10 +103,6 @@ std::vector<KeptUser> parseUsers(const std::string& content);
 // The address or name in a line informsink or trapsess; empty for another line.
 std::string receiverOf(const Directive& line);
 
-// The configured files of the definitions; empty where none is configured.
-std::string definitionsPath();
-std::string enumerationsPath();
-
 // The file of the agent's directives, of its keys, and of its engine ID.
 std::string directivesPath();
 std::string keysPath();

@@ -1,6 +1,7 @@
 // Files and folders: there, readable by the agent, nobody else's; room for more; times that can be.
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/timex.h>
@@ -17,6 +18,7 @@
 #include "host/base/file_descriptor.h"
 #include "host/base/product_root.h"
 #include "platform/vrx_xml_config.h"
+#include "tools/definition_files.h"
 #include "tools/doctor/checks.h"
 #include "tools/doctor/facts.h"
 #include "tools/doctor/report.h"
@@ -95,7 +97,8 @@ void checkFile(const NeededFile& file, const Facts& facts, Report& report) {
 constexpr const char* PACKAGE = "apt install --reinstall -o Dpkg::Options::=--force-confmiss vrx";
 
 std::string ownerName(uid_t owner) {
-    return owner == 0 ? "root" : std::to_string(owner);
+    const passwd* const entry = ::getpwuid(owner);
+    return entry != nullptr ? entry->pw_name : std::to_string(owner);
 }
 
 bool isDatabase(const fs::path& path) {
@@ -135,10 +138,30 @@ void checkDatabases(const fs::path& state, Report& report) {
 }
 
 // Of everything below the state: whose it is, and whether it is from the future.
+// The first file of a kind of fault, and how many there are.
+struct Faulty {
+    fs::path first;
+    std::size_t count = 0;
+
+    void add(const fs::path& path) {
+        if (count++ == 0) first = path;
+    }
+
+    // After what is wrong with the first one.
+    std::string others() const {
+        return count == 1 ? "." : fmt::format("; {} other {} the same.", count - 1, count == 2 ? "is" : "are");
+    }
+};
+
+// Of everything below the state: whose it is, and who may use it.
 void checkTree(const fs::path& state, const Facts& facts, Report& report) {
     constexpr std::size_t MOST = 10000;
     constexpr mode_t OTHERS = S_IRWXG | S_IRWXO;
-    std::size_t strangers = 0;
+    constexpr mode_t OWNER = S_IRUSR | S_IWUSR;
+    Faulty strange;
+    Faulty open;
+    Faulty locked;
+    uid_t stranger = 0;
     std::size_t seen = 0;
     std::error_code error;
     for (fs::recursive_directory_iterator it(state, error); !error && it != fs::recursive_directory_iterator();
@@ -149,27 +172,33 @@ void checkTree(const fs::path& state, const Facts& facts, Report& report) {
         }
         struct stat status {};
         if (::lstat(it->path().c_str(), &status) != 0) continue;  // gone meanwhile
-        if (status.st_uid != facts.service.id && ++strangers == 1) {
-            report.fault(
-                it->path(),
-                "It belongs to " + ownerName(status.st_uid) + ", not to the agent's user, " + facts.service.name + ".",
-                "The agent cannot read or replace it: keys, alarms or trap destinations are not kept. It was "
-                "probably started by hand as another user.",
-                "chown -R " + facts.service.name + " " + state.string() + "/");
+        if (status.st_uid != facts.service.id) {
+            if (strange.count == 0) stranger = status.st_uid;
+            strange.add(it->path());
         }
-        if (S_ISREG(status.st_mode) && (status.st_mode & OTHERS) != 0) {
-            report.warning(it->path(), "Others than its owner may use it.",
-                           "State holds keys of SNMPv3 users, communities and alarms.",
-                           "chmod go= " + it->path().string());
-        }
-        if (S_ISREG(status.st_mode) && facts.service.id != 0 && status.st_uid == facts.service.id &&
-            (status.st_mode & (S_IRUSR | S_IWUSR)) != (S_IRUSR | S_IWUSR)) {
-            report.fault(it->path(), "Its owner may not read and write it.",
-                         "The agent cannot use what it holds, nor keep anything new.",
-                         "chmod u+rw " + it->path().string());
-        }
+        if (!S_ISREG(status.st_mode)) continue;
+        if ((status.st_mode & OTHERS) != 0) open.add(it->path());
+        const bool isMine = status.st_uid == facts.service.id && facts.service.id != 0;
+        if (isMine && (status.st_mode & OWNER) != OWNER) locked.add(it->path());
     }
     if (error) report.notChecked(state, error.message());
+    const std::string all = state.string() + "/";
+    if (strange.count != 0) {
+        report.fault(strange.first,
+                     fmt::format("It belongs to {}, not to the agent's user, {}{}", ownerName(stranger),
+                                 facts.service.name, strange.others()),
+                     "The agent cannot read or replace it: keys, alarms or trap destinations are not kept. It was "
+                     "probably started by hand as another user.",
+                     "chown -R " + facts.service.name + " " + all);
+    }
+    if (open.count != 0) {
+        report.warning(open.first, "Others than its owner may use it" + open.others(),
+                       "State holds keys of SNMPv3 users, communities and alarms.", "chmod -R go= " + all);
+    }
+    if (locked.count != 0) {
+        report.fault(locked.first, "Its owner may not read and write it" + locked.others(),
+                     "The agent cannot use what it holds, nor keep anything new.", "chmod -R u+rwX " + all);
+    }
 }
 
 // What is to be a socket and is something else keeps its server from starting.
@@ -213,7 +242,8 @@ void checkFiles(const Facts& facts, Report& report) {
     checkFile(
         {productPath("mibs/VRX-TAMREL-MIB.xml"), "The agent cannot load its module, and does not start.", PACKAGE},
         facts, report);
-    for (const std::string& path : {definitionsPath(), enumerationsPath()}) {
+    for (const std::string& path :
+         {configuredDefinitionFiles().definitions, configuredDefinitionFiles().enumerations}) {
         if (path.empty()) continue;
         checkFile({path, "No trap is sent and the table of alarms is an error until it can be read.", PACKAGE}, facts,
                   report);
@@ -242,7 +272,7 @@ void checkState(const Facts& facts, Report& report) {
                      "chmod 0700 " + state.string() + "/");
     }
     if (!facts.mayLook) return;
-    checkTree(fs::canonical(state), facts, report);
+    checkTree(state, facts, report);
     checkSockets(state, report);
     checkDatabases(state, report);
 }

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <future>
 #include <memory>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -55,7 +56,15 @@ std::map<std::string, PathFacts> lookUpPaths(const std::set<std::string>& addres
     for (const std::string& address : addresses) {
         std::packaged_task<PathFacts()> task([address] { return lookUp(address); });
         answers[address] = task.get_future();
-        std::thread(std::move(task)).detach();  // a look-up cannot be ended; the process does not wait for it
+        try {
+            std::thread(std::move(task)).detach();  // a look-up cannot be ended; the process does not wait for it
+        } catch (const std::system_error& error) {
+            std::promise<PathFacts> answer;
+            PathFacts path;
+            path.nameFault = error.code().message();
+            answer.set_value(path);
+            answers[address] = answer.get_future();
+        }
     }
     std::map<std::string, PathFacts> paths;
     for (auto& [address, answer] : answers) {

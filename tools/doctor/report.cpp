@@ -72,6 +72,25 @@ void Report::notChecked(const std::string& subject, const std::string& reason) {
     m_unchecked.push_back({m_check, subject, reason});
 }
 
+void Report::putFaultsFirst() {
+    std::stable_partition(m_findings.begin(), m_findings.end(),
+                          [](const Finding& finding) { return finding.severity == Severity::Fault; });
+}
+
+void Report::show(const std::string& path, const std::string& shown) {
+    const auto replace = [&](std::string& text) {
+        for (std::size_t at = text.find(path); at != std::string::npos; at = text.find(path, at + shown.size()))
+            text.replace(at, path.size(), shown);
+    };
+    for (Finding& finding : m_findings) {
+        for (std::string* text : {&finding.subject, &finding.what, &finding.why, &finding.remedy}) replace(*text);
+    }
+    for (Unchecked& unchecked : m_unchecked) {
+        replace(unchecked.subject);
+        replace(unchecked.reason);
+    }
+}
+
 bool Report::names(const std::string& subject) const {
     return std::any_of(m_findings.begin(), m_findings.end(), [&](const Finding& finding) {
         const bool begins = finding.subject.compare(0, subject.size(), subject) == 0;
@@ -106,14 +125,14 @@ void printReport(std::ostream& out, const Report& report) {
             out << wrapped("  -", unchecked.subject + ": " + unchecked.reason, LIST_INDENT);
         out << "\n";
     }
-    std::string sum = "no findings";
-    if (!report.findings().empty()) {
-        sum = counted(report.count(Severity::Fault), "fault", "faults") + ", " +
-              counted(report.count(Severity::Warning), "warning", "warnings");
+    const std::string checks = counted(report.checks(), "check", "checks");
+    if (report.findings().empty()) {
+        out << "no findings in " << checks << "\n";
+        return;
     }
-    out << sum << " (" << counted(report.checks(), "check", "checks");
-    if (!report.unchecked().empty()) out << ", " << report.unchecked().size() << " not made in full";
-    out << ")\n";
+    out << counted(report.count(Severity::Fault), "fault", "faults") << ", "
+        << counted(report.count(Severity::Warning), "warning", "warnings") << " in " << checks << "; begin with "
+        << terminalText(report.findings().front().subject) << "\n";
 }
 
 void printReportAsJson(std::ostream& out, const Report& report) {

@@ -1,4 +1,5 @@
-// What vrxctl doctor has found, in the order of its checks: causes before their consequences.
+// What vrxctl doctor has found: in the order of its checks, which look at causes before their consequences; in the end
+// faults before warnings.
 //
 //     Report report;
 //     report.begin("disk space");
@@ -45,6 +46,11 @@ public:
     // Something was done that was asked for.
     void done(const std::string& what) { m_done.push_back(what); }
 
+    void putFaultsFirst();
+
+    // Texts say `shown` in the place of `path`.
+    void show(const std::string& path, const std::string& shown);
+
     // Whether something was found about it, or about something of it: "FILE" has "FILE:7", too.
     bool names(const std::string& subject) const;
 
@@ -65,7 +71,7 @@ private:
 // 0: nothing found; 1: warnings; 2: faults. What was not checked does not count.
 int exitCodeOf(const Report& report);
 
-// For a terminal of 80 columns, the sum in the last line. Commands are not broken.
+// For a terminal of 80 columns; the last line says how many there are and where to begin. Commands are not broken.
 void printReport(std::ostream& out, const Report& report);
 
 void printReportAsJson(std::ostream& out, const Report& report);
