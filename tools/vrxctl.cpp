@@ -17,6 +17,7 @@
 #include "tools/command.h"
 #include "tools/doctor/doctor_command.h"
 #include "tools/export_command.h"
+#include "tools/gaps_command.h"
 #include "tools/lint_command.h"
 #include "tools/package_text.h"
 #include "tools/render_command.h"
@@ -48,6 +49,7 @@ constexpr struct {
     {"status", "show the status of the agent", make<StatusCommand>},
     {"doctor", "find out why it does not work; changes and sends nothing", make<DoctorCommand>},
     {"traps", "list the traps that the agent has sent", make<TrapsCommand>},
+    {"gaps", "find what a receiver of traps has missed, from snmptrapd's log", make<GapsCommand>},
     {"reload", "make the agent reload its configuration, all or nothing", make<ReloadCommand>},
     {"log", "show or set the log levels of the agent", make<LogCommand>},
     {"user", "add or remove an SNMPv3 user of the agent", make<UserCommand>},
