@@ -18,7 +18,6 @@
 
 #include "host/agent/assembly/agent.h"
 #include "host/agent/assembly/notification_service.h"
-#include "host/agent/loop/agent_log.h"
 #include "host/agent/loop/signal_watch.h"
 #include "host/agent/loop/watchdog.h"
 #include "host/agent/operator/agent_control.h"
@@ -27,11 +26,13 @@
 #include "host/agent/reload/reloader.h"
 #include "host/backend/backend.h"
 #include "host/base/device_config.h"
+#include "host/base/log_line.h"
 #include "host/base/logging.h"
 #include "host/base/product_root.h"
 #include "host/base/service_manager.h"
 #include "host/base/sqlite_database.h"
 #include "host/destinations/trap_api.h"
+#include "host/log_lines/start.h"
 #include "host/platform_impl/identity.h"
 #include "platform/vrx_utility.h"
 
@@ -128,7 +129,7 @@ struct Service {
         notifications.setInforms(agent.engine().informs(), agent.engine().configurationFaults().empty());
         notifications.start();
         if (!agent.engine().hasUsers()) {
-            agent_log::warn("nobody may ask this agent yet: \"vrxctl --root " + root + " user add NAME\" makes a user");
+            logLine<lines::NO_USERS>(root);
         }
     }
 
@@ -169,7 +170,7 @@ public:
     }
 
     void run() {
-        agent_log::info("ready");
+        logLine<lines::READY>();
         m_manager.ready(SERVING);
         m_watchdog.emplace(m_loop, m_manager);
         m_loop.run();
@@ -180,7 +181,7 @@ public:
         m_operation.reloader.stop();
         m_service.notifications.stop();
         if (!m_service.agent.stop(TIMEOUT)) {
-            agent_log::warn("a handler has not come back: the process ends without it");
+            logLine<lines::OPERATION_NOT_RETURNED>();
             std::_Exit(EX_OK);  // all state is on disk; what the handler uses cannot be destroyed under it
         }
         if (m_backend != nullptr) m_backend->stop();
@@ -217,7 +218,7 @@ int serve(const CommandLine& line) {
 }
 
 int failed(int code, const std::exception& error) {
-    agent_log::fault({error.what()});
+    logFault<lines::AGENT_FAILED>(error.what());
     return code;
 }
 

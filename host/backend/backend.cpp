@@ -13,14 +13,13 @@
 #include <utility>
 
 #include "host/base/local_socket.h"
-#include "host/base/logging.h"
+#include "host/base/log_line.h"
 #include "host/base/product_root.h"
+#include "host/log_lines/backend.h"
 
 namespace vrx {
 
 namespace {
-
-constexpr char LOG_NAME[] = "backend";
 
 // Connections at the same time: a few agents with a full pool each, and tools.
 constexpr std::size_t MOST_CLIENTS = 64;
@@ -110,13 +109,9 @@ void Backend::start() {
                                                  [this] { wakeClients(); });
     m_stop.lower();
     m_acceptor = std::thread([this] { acceptClients(); });
-    logLine(LOG_NAME, LogLevel::Info,
-            "serves " + transport.address.text() + ": " + std::to_string(status.activeAlarms) +
-                " active alarms, last event " + std::to_string(status.lastSequence));
+    logLine<lines::BACKEND_SERVES>(transport.address.text(), status.activeAlarms, status.lastSequence);
     if (transport.address.kind == LocalAddress::Kind::Tcp) {
-        logLine(LOG_NAME, LogLevel::Warn,
-                "clients of " + transport.address.text() +
-                    " are not authenticated: every user of this machine can raise and clear alarms");
+        logLine<lines::CLIENTS_NOT_AUTHENTICATED>(transport.address.text());
     }
 }
 
@@ -137,14 +132,14 @@ void Backend::stop() {
     m_handler.reset();
     m_store.reset();
     m_lock = FileDescriptor();
-    logLine(LOG_NAME, LogLevel::Info, "stopped");
+    logLine<lines::BACKEND_STOPPED>();
 }
 
 void Backend::askStore() const {
     try {
         m_store->lastSequence();
     } catch (const std::exception& error) {
-        logLine(LOG_NAME, LogLevel::Warn, std::string("alarm store: ") + error.what());
+        logLine<lines::ALARM_STORE_UNREADABLE>(error.what());
     }
 }
 
@@ -162,7 +157,7 @@ void Backend::acceptClients() {
 
 // One line when it begins, until a client was accepted again.
 void Backend::noteRefusal(const char* reason) {
-    m_refusing.begins([&] { logLine(LOG_NAME, LogLevel::Warn, std::string("clients are refused: ") + reason); });
+    m_refusing.begins([&] { logLine<lines::CLIENTS_REFUSED>(reason); });
 }
 
 void Backend::acceptClient() {

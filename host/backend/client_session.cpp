@@ -8,7 +8,9 @@
 #include <string>
 #include <utility>
 
+#include "host/base/log_line.h"
 #include "host/base/memory_retry.h"
+#include "host/log_lines/backend.h"
 
 namespace vrx {
 
@@ -50,13 +52,9 @@ void ClientSession::run() {
         while (answerRequest()) {
         }
     } catch (const std::exception& fault) {
-        retryForever([&] { log(LogLevel::Error, fault.what()); });
+        retryForever([&] { logLine<lines::CLIENT_FAILED>(m_number, fault.what()); });
     }
     m_connection.close();  // now: the session itself is removed when the next client comes
-}
-
-void ClientSession::log(LogLevel level, const std::string& text) const {
-    logLine("backend", level, "client " + std::to_string(m_number) + ": " + text);
 }
 
 bool ClientSession::isOver(BackendConnection::Result result) {
@@ -72,7 +70,7 @@ bool ClientSession::isOver(BackendConnection::Result result) {
         case BackendConnection::Result::TooLarge:
             break;
     }
-    log(LogLevel::Warn, m_connection.failure() + "; connection closed");
+    logLine<lines::CLIENT_CLOSED>(m_number, m_connection.failure());
     return true;
 }
 
@@ -95,7 +93,7 @@ bool ClientSession::answerRequest() {
 bool ClientSession::send(CR8KPackageV3& package) {
     const auto bytes = encodePackage(package, m_settings.packageLimit);
     if (!bytes) {
-        log(LogLevel::Error, "an answer is larger than the package limit; connection closed");
+        logLine<lines::ANSWER_TOO_LARGE>(m_number);
         return false;
     }
     return !isOver(m_connection.send(*bytes, Clock::now() + PACKAGE_TIME));
@@ -130,7 +128,7 @@ bool ClientSession::waitForNews() {
     if (polls[0].revents == 0) return true;
     CR8KPackageV3 unexpected;
     if (!isOver(m_connection.receive(unexpected, Clock::now() + PACKAGE_TIME)))
-        log(LogLevel::Warn, "a request on a subscribed connection; connection closed");
+        logLine<lines::CLIENT_ASKS_SUBSCRIBED>(m_number);
     return false;
 }
 

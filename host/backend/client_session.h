@@ -11,7 +11,6 @@
 #include <string>
 
 #include "host/backend/request_handler.h"
-#include "host/base/logging.h"
 #include "host/transport/backend_connection.h"
 
 namespace vrx {
@@ -36,7 +35,6 @@ private:
     void pushEvents(unsigned long long position);
     [[nodiscard]] bool waitForNews();
     [[nodiscard]] bool send(CR8KPackageV3& package);
-    void log(LogLevel level, const std::string& text) const;
     [[nodiscard]] bool isOver(BackendConnection::Result result);
 
     const unsigned long long m_number;

@@ -7,13 +7,12 @@
 #include <string>
 #include <utility>
 
-#include "host/base/logging.h"
+#include "host/base/log_line.h"
+#include "host/log_lines/backend.h"
 
 namespace vrx {
 
 namespace {
-
-constexpr char LOG_NAME[] = "backend";
 
 // Most records in an answer or a push; the package limit may end it earlier.
 constexpr std::size_t MOST_RECORDS = 1000;
@@ -136,11 +135,11 @@ std::optional<unsigned long long> RequestHandler::handle(const CR8KPackageV3& re
 
 // One line for each change of state.
 void RequestHandler::noteStoreFailure(const std::string& reason) {
-    m_writing.begins([&] { logLine(LOG_NAME, LogLevel::Error, "alarm store: " + reason); });
+    m_writing.begins([&] { logLine<lines::ALARM_STORE_NOT_WRITTEN>(reason); });
 }
 
 void RequestHandler::noteStoreChanged() {
-    m_writing.ends([] { logLine(LOG_NAME, LogLevel::Info, "alarm store: can be written again"); });
+    m_writing.ends([] { logLine<lines::ALARM_STORE_WRITTEN>(); });
 }
 
 BackendResult RequestHandler::execute(const Records& records, CR8KPackageV3& answer) {
@@ -188,7 +187,7 @@ void RequestHandler::clearAlarm(const Records& records, CR8KPackageV3& /*answer*
     for (const CTLVRecordV3* record : records) {
         serials.push_back(neededUint32(*record, alarm_tag::SERIAL));
         const std::string who = neededText(*record, alarm_tag::CLEARED_BY);
-        logLine(LOG_NAME, LogLevel::Debug, "alarm " + std::to_string(serials.back()) + " is cleared by " + who);
+        logLine<lines::ALARM_CLEARED>(serials.back(), who);
     }
     acceptOnly(m_store.clear(serials, now()));
     m_onNewEvents();

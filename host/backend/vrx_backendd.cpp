@@ -12,15 +12,15 @@
 
 #include "host/backend/backend.h"
 #include "host/base/device_config.h"
+#include "host/base/log_line.h"
 #include "host/base/logging.h"
 #include "host/base/product_root.h"
 #include "host/base/service_manager.h"
+#include "host/log_lines/backend.h"
 
 namespace vrx {
 
 namespace {
-
-constexpr char LOG_NAME[] = "backend";
 
 constexpr unsigned int LONGEST_DELAY_MS = 60'000;
 
@@ -75,7 +75,7 @@ int serve(const CommandLine& line) {
     startLogging(logOptionsFromDevice());
     Backend backend(settingsOf(line));
     backend.start();
-    logLine(LOG_NAME, LogLevel::Info, "ready");
+    logLine<lines::BACKEND_READY>();
     manager.ready("serves clients");
     waitForSignal(ending, backend, manager);
     manager.stopping();
@@ -84,7 +84,7 @@ int serve(const CommandLine& line) {
 }
 
 int failed(int exitCode, const std::exception& error) {
-    logLine(LOG_NAME, LogLevel::Error, error.what());
+    logLine<lines::BACKEND_FAILED>(error.what());
     return exitCode;
 }
 

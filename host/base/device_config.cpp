@@ -9,10 +9,11 @@
 #include <optional>
 #include <system_error>
 
-#include "host/base/logging.h"
+#include "host/base/log_line.h"
 #include "host/base/mutex.h"
 #include "host/base/product_root.h"
 #include "host/base/whole_file.h"
+#include "host/log_lines/start.h"
 #include "platform/vrx_xml_config.h"
 
 namespace vrx {
@@ -146,7 +147,7 @@ public:
         try {
             publish(readDeviceConfig(productPath("conf/device.xml")));
         } catch (const DeviceConfigError& error) {
-            logLine("config", LogLevel::Error, error.what());
+            logLine<lines::DEVICE_CONFIG_FAULT>(error.what());
             publish({});
         }
         return published();

@@ -1,8 +1,8 @@
 // A fault that lasts is two log lines: one when it begins, one when it ends, none for the attempts between them.
 //
 //     FaultLine m_writing;
-//     m_writing.begins([&] { log(LogLevel::Error, path + " cannot be written: " + reason); });
-//     m_writing.ends([&] { log(LogLevel::Info, path + " can be written again"); });
+//     m_writing.begins([&] { logLine<lines::ENGINE_STATE_NOT_WRITTEN>(path, reason); });
+//     m_writing.ends([&] { logLine<lines::ENGINE_STATE_WRITTEN>(path); });
 //
 // A line that finds no memory is due again the next time: whoever fails, or succeeds, goes on without it.
 //

@@ -29,8 +29,10 @@
 #include <system_error>
 #include <vector>
 
+#include "host/base/log_line.h"
 #include "host/base/mutex.h"
 #include "host/base/product_root.h"
+#include "host/log_lines/start.h"
 #include "platform/vrx_debug_kit.h"
 #include "platform/vrx_xml_config.h"
 
@@ -41,40 +43,21 @@ namespace {
 constexpr const char* LINE_PATTERN = "%Y-%m-%dT%H:%M:%S.%e%z %l %v";
 
 // priority: as syslog and the journal have it.
-struct LevelName {
-    const char* name;
+struct LevelOfSpdlog {
     LogLevel level;
     spdlog::level::level_enum ofSpdlog;
     int priority;
 };
 
-constexpr LevelName LEVELS[] = {
-    {"trace", LogLevel::Trace, spdlog::level::trace, 7}, {"debug", LogLevel::Debug, spdlog::level::debug, 7},
-    {"info", LogLevel::Info, spdlog::level::info, 6},    {"warn", LogLevel::Warn, spdlog::level::warn, 4},
-    {"error", LogLevel::Error, spdlog::level::err, 3},   {"off", LogLevel::Off, spdlog::level::off, 7},
+constexpr LevelOfSpdlog LEVELS[] = {
+    {LogLevel::Trace, spdlog::level::trace, 7}, {LogLevel::Debug, spdlog::level::debug, 7},
+    {LogLevel::Info, spdlog::level::info, 6},   {LogLevel::Warn, spdlog::level::warn, 4},
+    {LogLevel::Error, spdlog::level::err, 3},   {LogLevel::Off, spdlog::level::off, 7},
 };
 
-// What has a level of its own, by name. `OTHERS` stands for all that is not here.
-constexpr const char* SUBSYSTEMS[] = {"ace",    "agent",  "backend", "config",  "connectivity", "destinations",
-                                      "events", "module", "others",  "service", "transport"};
-constexpr std::size_t SUBSYSTEM_COUNT = std::size(SUBSYSTEMS);
-
-constexpr bool isSame(const char* a, const char* b) {
-    while (*a != '\0' && *a == *b) ++a, ++b;
-    return *a == *b;
-}
-
-// Its place in the table, or SUBSYSTEM_COUNT.
-constexpr std::size_t placeOf(const char* subsystem) {
-    for (std::size_t i = 0; i < SUBSYSTEM_COUNT; ++i) {
-        if (isSame(SUBSYSTEMS[i], subsystem)) return i;
-    }
-    return SUBSYSTEM_COUNT;
-}
-
-constexpr std::size_t ACE = placeOf("ace");
-constexpr std::size_t MODULE = placeOf("module");
-constexpr std::size_t OTHERS = placeOf("others");
+constexpr std::size_t ACE = placeOfSubsystem("ace");
+constexpr std::size_t MODULE = placeOfSubsystem("module");
+constexpr std::size_t OTHERS = placeOfSubsystem("others");
 
 constexpr const char* ALL = "all";
 
@@ -94,8 +77,9 @@ bool isJournal() {
 class JournalFormatter : public spdlog::formatter {
 public:
     void format(const spdlog::details::log_msg& message, spdlog::memory_buf_t& line) override {
-        const auto* const known = std::find_if(std::begin(LEVELS), std::end(LEVELS),
-                                               [&](const LevelName& level) { return level.ofSpdlog == message.level; });
+        const auto* const known = std::find_if(std::begin(LEVELS), std::end(LEVELS), [&](const LevelOfSpdlog& level) {
+            return level.ofSpdlog == message.level;
+        });
         const int priority =
             known == std::end(LEVELS) ? LEVELS[static_cast<int>(LogLevel::Error)].priority : known->priority;
         const char head[] = {'<', static_cast<char>('0' + priority), '>'};
@@ -159,8 +143,8 @@ public:
         const MutexLock lock(m_starting);
         m_sinks->set_sinks(std::move(sinks));
         m_file = options.file;
-        for (std::size_t i = 0; i < SUBSYSTEM_COUNT; ++i) {
-            const auto own = options.ofSubsystem.find(SUBSYSTEMS[i]);
+        for (std::size_t i = 0; i < LOG_SUBSYSTEM_COUNT; ++i) {
+            const auto own = options.ofSubsystem.find(LOG_SUBSYSTEMS[i]);
             setLevel(i, own == options.ofSubsystem.end() ? options.threshold : own->second);
         }
         m_kinds[KIND_TRACE] = levelOfSpdlog(options.trace);
@@ -178,7 +162,7 @@ public:
     LogLevel level(std::size_t subsystem) const {
         const spdlog::level::level_enum level = m_levels[subsystem].load(std::memory_order_relaxed);
         return std::find_if(std::begin(LEVELS), std::end(LEVELS),
-                            [level](const LevelName& known) { return known.ofSpdlog == level; })
+                            [level](const LevelOfSpdlog& known) { return known.ofSpdlog == level; })
             ->level;
     }
 
@@ -217,7 +201,7 @@ private:
           m_others(std::make_shared<spdlog::logger>("", m_sinks)),
           m_kinds{{spdlog::level::trace}, {spdlog::level::debug}, {spdlog::level::warn}, {spdlog::level::err}} {
         m_sinks->set_sinks(sinksFor(""));
-        for (std::size_t i = 0; i < SUBSYSTEM_COUNT; ++i) setLevel(i, LogOptions().threshold);
+        for (std::size_t i = 0; i < LOG_SUBSYSTEM_COUNT; ++i) setLevel(i, LogOptions().threshold);
         m_logger->set_level(spdlog::level::trace);  // levels are looked at before
         for (const auto& logger : {m_logger, m_others}) {
             logger->flush_on(spdlog::level::trace);  // a log is read after a crash
@@ -262,7 +246,7 @@ private:
     std::shared_ptr<spdlog::sinks::dist_sink_mt> m_sinks;
     std::shared_ptr<spdlog::logger> m_logger;  // of all subsystems but the next
     std::shared_ptr<spdlog::logger> m_others;  // of code that takes spdlog's default logger
-    std::atomic<spdlog::level::level_enum> m_levels[SUBSYSTEM_COUNT] = {};
+    std::atomic<spdlog::level::level_enum> m_levels[LOG_SUBSYSTEM_COUNT] = {};
     std::atomic<spdlog::level::level_enum> m_kinds[KINDS];
     Mutex m_starting;
     std::string m_file GUARDED_BY(m_starting);
@@ -289,7 +273,7 @@ spdlog::level::level_enum levelOfAce(unsigned long priority) {
 ssize_t Log::AceBackend::log(ACE_Log_Record& record) {
     Log& log = Log::instance();
     const spdlog::level::level_enum level = levelOfAce(record.type());
-    if (log.passes(ACE, level)) log.write(level, SUBSYSTEMS[ACE], record.msg_data());
+    if (log.passes(ACE, level)) log.write(level, LOG_SUBSYSTEMS[ACE], record.msg_data());
     return 0;
 }
 
@@ -399,13 +383,9 @@ std::string levelKeyOf(const char* subsystem) {
 
 }  // namespace
 
-const char* textOf(LogLevel level) {
-    return LEVELS[static_cast<int>(level)].name;
-}
-
 LogLevel logLevelOf(const std::string& text) {
-    for (const LevelName& known : LEVELS) {
-        if (text == known.name) return known.level;
+    for (const LevelOfSpdlog& known : LEVELS) {
+        if (text == textOf(known.level)) return known.level;
     }
     throw std::invalid_argument("\"" + text + "\" is none of trace, debug, info, warn, error and off");
 }
@@ -413,7 +393,7 @@ LogLevel logLevelOf(const std::string& text) {
 LogOptions logOptionsFromDevice() {
     LogOptions options;
     options.threshold = levelItem("LEVEL", options.threshold);
-    for (const char* subsystem : SUBSYSTEMS) {
+    for (const char* subsystem : LOG_SUBSYSTEMS) {
         const LogLevel level = levelItem(levelKeyOf(subsystem), options.threshold);
         if (level != options.threshold) options.ofSubsystem[subsystem] = level;
     }
@@ -436,24 +416,25 @@ void reopenLogFile() {
     try {
         Log::instance().reopenFile();
     } catch (const std::exception& fault) {
-        logLine("agent", LogLevel::Error, fault.what());
+        logLine<lines::LOG_FILE_FAULT>(fault.what());
     }
 }
 
 std::vector<std::pair<std::string, LogLevel>> logLevels() {
     std::vector<std::pair<std::string, LogLevel>> levels;
-    for (std::size_t i = 0; i < SUBSYSTEM_COUNT; ++i) levels.emplace_back(SUBSYSTEMS[i], Log::instance().level(i));
+    for (std::size_t i = 0; i < LOG_SUBSYSTEM_COUNT; ++i)
+        levels.emplace_back(LOG_SUBSYSTEMS[i], Log::instance().level(i));
     return levels;
 }
 
 void setLogLevel(const std::string& subsystem, LogLevel level) {
-    const std::size_t place = placeOf(subsystem.c_str());
-    if (subsystem != ALL && place == SUBSYSTEM_COUNT) {
+    const std::size_t place = placeOfSubsystem(subsystem.c_str());
+    if (subsystem != ALL && place == LOG_SUBSYSTEM_COUNT) {
         std::string names = ALL;
-        for (const char* known : SUBSYSTEMS) names += std::string(", ") + known;
+        for (const char* known : LOG_SUBSYSTEMS) names += std::string(", ") + known;
         throw std::invalid_argument("there is no subsystem \"" + subsystem + "\": " + names);
     }
-    for (std::size_t i = 0; i < SUBSYSTEM_COUNT; ++i) {
+    for (std::size_t i = 0; i < LOG_SUBSYSTEM_COUNT; ++i) {
         if (subsystem == ALL || i == place) Log::instance().setLevel(i, level);
     }
 }
@@ -481,11 +462,23 @@ ModuleLineLimit::~ModuleLineLimit() {
     t_limit.isSet = false;
 }
 
-void logLine(const char* subsystem, LogLevel level, const std::string& text) {
-    const std::size_t known = placeOf(subsystem);
-    const std::size_t place = known < SUBSYSTEM_COUNT ? known : OTHERS;
+void writeLogLine(const char* subsystem, LogLevel level, std::string_view text, fmt::format_args values) {
+    const std::size_t known = placeOfSubsystem(subsystem);
+    const std::size_t place = known < LOG_SUBSYSTEM_COUNT ? known : OTHERS;
     const spdlog::level::level_enum ofSpdlog = levelOfSpdlog(level);
-    if (Log::instance().passes(place, ofSpdlog)) Log::instance().write(ofSpdlog, subsystem, text);
+    if (!Log::instance().passes(place, ofSpdlog)) return;
+    Log::instance().write(ofSpdlog, subsystem, fmt::vformat({text.data(), text.size()}, values));
+}
+
+void writeFaultLine(const char* subsystem, LogLevel level, std::string_view text, fmt::format_args values) noexcept {
+    try {
+        writeLogLine(subsystem, level, text, values);
+    } catch (const std::exception&) {
+        char line[1024];
+        const auto end = fmt::vformat_to_n(line, sizeof line, {text.data(), text.size()}, values);
+        std::fwrite(line, 1, std::min(end.size, sizeof line), stderr);  // has no buffer to allocate
+        std::fputc('\n', stderr);
+    }
 }
 
 }  // namespace vrx

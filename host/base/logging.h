@@ -21,11 +21,9 @@
 #include <utility>
 #include <vector>
 
+#include "host/log_lines/log_row.h"
+
 namespace vrx {
-
-enum class LogLevel { Trace, Debug, Info, Warn, Error, Off };  // the order of spdlog's levels that are used
-
-const char* textOf(LogLevel level);
 
 // "trace", "debug", "info", "warn", "error" or "off". Throws std::invalid_argument with a text that says so.
 LogLevel logLevelOf(const std::string& text);
@@ -80,8 +78,5 @@ public:
 private:
     const bool m_isOutermost;
 };
-
-// Writes a line of the host's own code. `subsystem` is one of those in logging.cpp's table.
-void logLine(const char* subsystem, LogLevel level, const std::string& text);
 
 }  // namespace vrx

@@ -15,13 +15,13 @@
 #include <system_error>
 #include <utility>
 
-#include "host/base/logging.h"
+#include "host/base/log_line.h"
+#include "host/log_lines/start.h"
 
 namespace vrx {
 
 namespace {
 
-constexpr char LOG_NAME[] = "service";
 constexpr suseconds_t SEND_TIMEOUT_US = 100'000;
 
 std::string taken(const char* variable) {
@@ -48,7 +48,7 @@ std::string oneLine(std::string text) {
 }
 
 void warn(const std::string& text) {
-    logLine(LOG_NAME, LogLevel::Warn, "the service manager cannot be notified: " + text);
+    logLine<lines::SERVICE_MANAGER_NOT_NOTIFIED>(text);
 }
 
 }  // namespace

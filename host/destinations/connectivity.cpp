@@ -12,9 +12,10 @@
 #include <utility>
 
 #include "host/base/file_descriptor.h"
-#include "host/base/logging.h"
+#include "host/base/log_line.h"
 #include "host/base/mutex.h"
 #include "host/destinations/trap_destination_checks.h"
+#include "host/log_lines/traps.h"
 #include "platform/snmp_trap_api.h"
 
 namespace vrx {
@@ -69,7 +70,7 @@ bool Connectivity::State::look(const std::string& address) const {
     try {
         return options.look(address);
     } catch (const std::exception& error) {
-        logLine("connectivity", LogLevel::Warn, address + " cannot be looked up: " + error.what());
+        logLine<lines::LOOK_UP_FAILED>(address, error.what());
         return false;
     }
 }
@@ -131,7 +132,7 @@ void Connectivity::State::start(const std::shared_ptr<State>& state) {
     try {
         state->thread = std::thread([state, generation] { state->run(generation); });
     } catch (const std::system_error& error) {  // the next question tries again
-        logLine("connectivity", LogLevel::Warn, std::string("no thread for look-ups: ") + error.what());
+        logLine<lines::NO_LOOK_UP_THREAD>(error.what());
     }
 }
 

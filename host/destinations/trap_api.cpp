@@ -4,12 +4,13 @@
 #include <utility>
 
 #include "host/base/fault_line.h"
-#include "host/base/logging.h"
+#include "host/base/log_line.h"
 #include "host/base/mutex.h"
 #include "host/base/product_root.h"
 #include "host/destinations/connectivity.h"
 #include "host/destinations/trap_destination_checks.h"
 #include "host/destinations/trap_destination_result.h"
+#include "host/log_lines/traps.h"
 #include "host/snmp/limits.h"
 #include "platform/snmp_trap_api.h"
 #include "platform/vrx_utility.h"
@@ -67,13 +68,9 @@ private:
         try {
             m_store = std::make_shared<TrapDestinationStore>(stateFolder() + "/trap_destinations.db", limit());
             m_store->setListener(m_listener);
-            m_opening.ends(
-                [] { logLine("destinations", LogLevel::Info, "the store of trap destinations is open again"); });
+            m_opening.ends([] { logLine<lines::DESTINATION_STORE_OPEN>(); });
         } catch (const std::exception& error) {
-            m_opening.begins([&] {
-                logLine("destinations", LogLevel::Error,
-                        std::string("the store of trap destinations cannot be opened: ") + error.what());
-            });
+            m_opening.begins([&] { logLine<lines::DESTINATION_STORE_NOT_OPEN>(error.what()); });
         }
     }
 

@@ -8,12 +8,13 @@
 #include <stdexcept>
 #include <utility>
 
-#include "host/base/logging.h"
+#include "host/base/log_line.h"
 #include "host/base/memory_retry.h"
 #include "host/base/sqlite_database.h"
 #include "host/destinations/trap_destination_checks.h"
 #include "host/destinations/trap_destination_result.h"
 #include "host/destinations/trap_destination_rows.h"
+#include "host/log_lines/files.h"
 #include "platform/vrx_utility.h"
 
 namespace vrx {
@@ -221,11 +222,11 @@ int TrapDestinationStore::commit() {
 
 // One line for each change of state. Without memory for it the next failure tells.
 void TrapDestinationStore::noteFailure(const char* reason) {
-    m_writing.begins([&] { logLine("destinations", LogLevel::Error, m_path + " cannot be written: " + reason); });
+    m_writing.begins([&] { logLine<lines::DESTINATIONS_NOT_WRITTEN>(m_path, reason); });
 }
 
 void TrapDestinationStore::noteSuccess() {
-    m_writing.ends([&] { logLine("destinations", LogLevel::Info, m_path + " can be written again"); });
+    m_writing.ends([&] { logLine<lines::DESTINATIONS_WRITTEN>(m_path); });
 }
 
 void TrapDestinationStore::rollBack() {

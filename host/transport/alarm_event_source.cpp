@@ -5,8 +5,9 @@
 #include <stdexcept>
 
 #include "host/base/local_socket.h"
-#include "host/base/logging.h"
+#include "host/base/log_line.h"
 #include "host/base/memory_retry.h"
+#include "host/log_lines/events.h"
 #include "host/transport/backend_result.h"
 #include "host/transport/batch_reader.h"
 #include "module/vrx_exception.h"
@@ -16,8 +17,6 @@ namespace vrx {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-constexpr char LOG_NAME[] = "events";
 
 // Active alarms asked for at once.
 constexpr unsigned int SERIALS_PER_REQUEST = 1000;
@@ -47,7 +46,7 @@ void guarded(const char* what, const Call& call) {
     } catch (const std::bad_alloc&) {
         throw;
     } catch (const std::exception& fault) {
-        logLine(LOG_NAME, LogLevel::Error, std::string(what) + " failed: " + fault.what());
+        logLine<lines::LISTENER_FAILED>(what, fault.what());
     }
 }
 
@@ -110,8 +109,7 @@ void AlarmEventSource::run() {
 
 // One line when the subscription ends or does not come about, none for the attempts that follow.
 void AlarmEventSource::noteFailure(const char* reason) {
-    m_subscribing.begins(
-        [&] { logLine(LOG_NAME, LogLevel::Warn, "no subscription at " + m_options.address.text() + ": " + reason); });
+    m_subscribing.begins([&] { logLine<lines::NOT_SUBSCRIBED>(m_options.address.text(), reason); });
 }
 
 // Ends only by an exception.
@@ -132,9 +130,7 @@ void AlarmEventSource::runConnection() {
     m_subscribing.ends();
     m_backoff.succeeded();
     ++m_connections;
-    logLine(LOG_NAME, LogLevel::Info,
-            "subscribed at " + m_options.address.text() + " after event " + std::to_string(handled) + ", " +
-                std::to_string(state.alarms.size()) + " active alarms");
+    logLine<lines::SUBSCRIBED>(m_options.address.text(), handled, state.alarms.size());
 
     // Tells the listener of the end, however it comes.
     struct Connected {
@@ -208,14 +204,9 @@ unsigned long long AlarmEventSource::chooseStart(BackendState& state) {
     const std::optional<HandledEvent> remembered = m_listener.lastHandledEvent();
     if (!remembered) return state.lastSequence;
     if (!remembered->store.empty() && !state.store.empty() && remembered->store != state.store) {
-        logLine(LOG_NAME, LogLevel::Warn,
-                "event " + std::to_string(remembered->sequence) + " of store " + remembered->store +
-                    " was handled, but the backend's store is another one, " + state.store +
-                    ": going on with its first event");
+        logLine<lines::STORE_IS_ANOTHER>(remembered->sequence, remembered->store, state.store);
     } else if (remembered->sequence > state.lastSequence) {
-        logLine(LOG_NAME, LogLevel::Warn,
-                "event " + std::to_string(remembered->sequence) + " was handled, but the backend's last one is " +
-                    std::to_string(state.lastSequence) + ": its store is a younger one, going on with its first event");
+        logLine<lines::STORE_IS_YOUNGER>(remembered->sequence, state.lastSequence);
     } else {
         return remembered->sequence;
     }
@@ -253,18 +244,17 @@ void AlarmEventSource::deliver(const CTLVRecordV3& record, unsigned long long& h
         sequence = uint64Of(record, event_tag::SEQUENCE);
     } catch (const std::exception& fault) {
         ++m_malformed;
-        complain(std::string("a record without a number is skipped: ") + fault.what());
+        if (mayComplain()) logLine<lines::RECORD_WITHOUT_NUMBER>(fault.what());
         return;
     }
     if (sequence <= handled) {
         ++m_malformed;
-        complain("event " + std::to_string(sequence) + " after event " + std::to_string(handled) + " is skipped");
+        if (mayComplain()) logLine<lines::EVENT_OUT_OF_ORDER>(sequence, handled);
         return;
     }
     if (sequence > handled + 1) {
         m_missing += sequence - handled - 1;
-        complain("events " + std::to_string(handled + 1) + " to " + std::to_string(sequence - 1) +
-                 " are missing, the backend does not keep them any more");
+        if (mayComplain()) logLine<lines::EVENTS_MISSING>(handled + 1, sequence - 1);
     }
     const AlarmEvent event = retryForASecond([&] { return alarmEventOf(sequence, record); });
     handled = sequence;
@@ -273,14 +263,10 @@ void AlarmEventSource::deliver(const CTLVRecordV3& record, unsigned long long& h
     noteHandled(sequence);
 }
 
-void AlarmEventSource::complain(const std::string& text) {
+bool AlarmEventSource::mayComplain() {
     const auto leftOut = m_complaints.take(Clock::now());
-    if (!leftOut) return;
-    if (*leftOut > 0) {
-        logLine(LOG_NAME, LogLevel::Error,
-                std::to_string(*leftOut) + " lines about what the backend sends were left out");
-    }
-    logLine(LOG_NAME, LogLevel::Error, text);
+    if (leftOut.value_or(0) > 0) logLine<lines::BACKEND_LINES_LEFT_OUT>(*leftOut);
+    return leftOut.has_value();
 }
 
 void AlarmEventSource::noteHandled(unsigned long long sequence) {

@@ -110,7 +110,7 @@ private:
     unsigned long long subscribe(BackendConnection& connection, unsigned long long handled);
     void deliverEvents(BackendConnection& connection, unsigned long long handled);
     void deliver(const CTLVRecordV3& record, unsigned long long& handled);
-    void complain(const std::string& text);
+    [[nodiscard]] bool mayComplain();  // whether another line about what the backend sends is written
     void noteHandled(unsigned long long sequence);
     void ask(BackendConnection& connection, std::unique_ptr<CTLVRecordV3> request, CR8KPackageV3& answer);
     void noteFailure(const char* reason);

@@ -4,7 +4,9 @@
 #include <utility>
 
 #include "host/base/local_socket.h"
-#include "host/base/logging.h"
+#include "host/base/log_line.h"
+#include "host/log_lines/events.h"
+#include "host/log_lines/log_row.h"
 #include "host/transport/backend_result.h"
 #include "platform/snmp_configuration.h"
 
@@ -12,13 +14,11 @@ namespace vrx {
 
 namespace {
 
-constexpr char LOG_NAME[] = "transport";
-
 BackendOptions optionsOfProcess() {
     try {
         return BackendOptions::fromDevice();
     } catch (const std::invalid_argument& fault) {
-        logLine(LOG_NAME, LogLevel::Error, std::string(fault.what()) + "; no backend can be reached");
+        logLine<lines::BACKEND_NOT_CONFIGURED>(fault.what());
         return {};
     }
 }
@@ -83,9 +83,7 @@ int BackendClient::call(CR8KPackageV3& request, CR8KPackageV3& response) {
     const auto bytes = encodePackage(request, m_options.packageLimit);
     if (!bytes) {
         ++m_failures;
-        logLine(LOG_NAME, LogLevel::Warn,
-                "a request to the management backend is larger than the package limit of " +
-                    std::to_string(m_options.packageLimit) + " bytes");
+        logLine<lines::BACKEND_REQUEST_TOO_LARGE>(m_options.packageLimit);
         return BACKEND_TOO_LARGE;
     }
     CR8KPackageV3 answer;
@@ -185,11 +183,10 @@ void BackendClient::noteState(bool reachable, Clock::time_point begun, const std
     if (m_stateKnown && m_reachable == reachable) return;
     m_stateKnown = true;
     m_reachable = reachable;
-    const std::string backend = "the management backend at " + m_options.address.text();
     if (reachable) {
-        logLine(LOG_NAME, LogLevel::Info, backend + " is reachable");
+        logLine<lines::BACKEND_REACHABLE>(m_options.address.text());
     } else {
-        logLine(LOG_NAME, LogLevel::Warn, backend + " is not reachable: " + reason);
+        logLine<lines::BACKEND_AWAY>(m_options.address.text(), reason);
     }
 }
 

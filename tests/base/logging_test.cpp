@@ -12,12 +12,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <map>
+#include <new>
 #include <regex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "host/base/device_config.h"
+#include "host/base/log_line.h"
 #include "module/vrx_debug_kit_guard.h"
 #include "platform/vrx_debug_kit.h"
 #include "tests/base/temporary_root.h"
@@ -26,6 +28,32 @@ namespace vrx {
 
 namespace {
 
+// A value that finds no memory the first time.
+struct Starved {};
+unsigned int formats = 0;  // of such values
+
+}  // namespace
+
+}  // namespace vrx
+
+template <>
+struct fmt::formatter<vrx::Starved> {
+    constexpr auto parse(format_parse_context& context) { return context.begin(); }
+    template <typename Context>
+    auto format(const vrx::Starved&, Context& context) const {
+        if (++vrx::formats == 1) throw std::bad_alloc();
+        return fmt::format_to(context.out(), "memory");
+    }
+};
+
+namespace vrx {
+
+namespace {
+
+constexpr LogRow WARNING{"agent", LogLevel::Warn, "{} has {} rows", "", ""};
+constexpr LogRow DETAIL{"agent", LogLevel::Debug, "no {}", "", ""};
+constexpr LogRow FAULT{"agent", LogLevel::Error, "no {}: {}", "", ""};
+
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
@@ -33,6 +61,13 @@ using testing::IsEmpty;
 using testing::SizeIs;
 
 constexpr unsigned int MODULE = 4;
+
+using vrx::logLine;
+
+// A text that is no row, for subsystems that no row has.
+void logLine(const char* subsystem, LogLevel level, const std::string& text) {
+    writeLogLine(subsystem, level, "{}", fmt::make_format_args(text));
+}
 
 CVRXDebugKitMgr& registry() {
     return *ACE_Unmanaged_Singleton<CVRXDebugKitMgr, ACE_Thread_Mutex>::instance();
@@ -153,6 +188,39 @@ TEST_F(Logging, LinesOfTheHostShowTheirSubsystem) {
     logLine("agent", LogLevel::Debug, "hidden");
     logLine("agent", LogLevel::Off, "hidden");
     EXPECT_THAT(lines(), ElementsAre("info [agent] ready"));
+}
+
+TEST_F(Logging, ARowIsWrittenWithItsValues) {
+    logLine<WARNING>("table", 7u);
+    EXPECT_THAT(lines(), ElementsAre("warning [agent] table has 7 rows"));
+}
+
+TEST_F(Logging, ARowThatItsLevelLeavesOutIsNotFormatted) {
+    formats = 0;
+    logLine<DETAIL>(Starved());
+    EXPECT_EQ(formats, 0U);
+    EXPECT_THAT(lines(), IsEmpty());
+}
+
+TEST_F(Logging, ALineWithoutMemoryIsAnException) {
+    formats = 0;
+    EXPECT_THROW(logLine<FAULT>(Starved(), "now"), std::bad_alloc);
+}
+
+TEST_F(Logging, AFaultWithoutMemoryGoesToStandardErrorAsItIs) {
+    formats = 0;
+    testing::internal::CaptureStderr();
+    logFault<FAULT>(Starved(), "now");
+    logFault<FAULT>("time", "now");
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::StartsWith("no memory: now\n2"));
+    EXPECT_THAT(lines(), ElementsAre("error [agent] no time: now"));
+}
+
+TEST_F(Logging, AFaultWithoutMemoryIsCutToItsBuffer) {
+    formats = 0;
+    testing::internal::CaptureStderr();
+    logFault<FAULT>(Starved(), std::string(5000, 'x'));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), AllOf(testing::StartsWith("no memory: xx"), SizeIs(1025)));
 }
 
 TEST_F(Logging, EachModuleHasOneLoggerForEver) {

@@ -24,13 +24,13 @@ def user_of(output):
 class Users(unittest.TestCase):
     def test_an_agent_without_configuration_tells_how_to_make_a_user_and_serves_it(self):
         with System(agent_config="") as system:
-            self.assertIn('"vrxctl --root %s user add NAME" makes a user' % system.root, system.agent.log())
+            self.assertIn('create a user with "vrxctl --root %s user add NAME"' % system.root, system.agent.log())
             user = user_of(system.vrxctl("user", "add", "oncall"))
             self.assertEqual(len(values(system.walk(TOPOLOGY, version=user))), 8)
             system.set("1.3.6.1.2.1.1.4.0", "s", "Night shift", version=user)
             system.agent.kill()
             system.agent.start()
-            self.assertNotIn("makes a user", system.agent.log(since_start=True))
+            self.assertNotIn("create a user", system.agent.log(since_start=True))
             self.assertEqual(len(values(system.walk(TOPOLOGY, version=user))), 8)
 
     def test_a_user_who_may_only_read(self):

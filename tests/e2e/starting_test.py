@@ -119,7 +119,7 @@ class Starting(unittest.TestCase):
 
     def test_the_first_start_says_how_to_make_a_user_and_nothing_of_the_library(self):
         with System(agent_config="") as system:
-            self.assertIn("nobody may ask this agent yet", system.agent.log())
+            self.assertIn("no user and no community has access to this agent yet", system.agent.log())
             self.assertNotIn("access control information", system.agent.log())
             self.assertNotIn("snmpconf", system.agent.log())
 

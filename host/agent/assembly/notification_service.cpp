@@ -5,9 +5,11 @@
 #include <list>
 #include <string>
 
-#include "host/agent/loop/agent_log.h"
 #include "host/base/fault_line.h"
+#include "host/base/log_line.h"
 #include "host/destinations/trap_api.h"
+#include "host/log_lines/events.h"
+#include "host/log_lines/traps.h"
 #include "platform/notify_handler.h"
 #include "platform/snmp_trap_api.h"
 #include "platform/vrx_utility.h"
@@ -32,13 +34,10 @@ public:
         std::list<tTrapDestInfo> destinations;
         const int result = CSNMP_TrapApi::getAllTrapAddr(destinations);
         if (result != 0) {
-            m_reading.begins([&] {
-                agent_log::error("the list of trap destinations cannot be read (" + std::to_string(result) +
-                                 "): alarm events wait for it");
-            });
+            m_reading.begins([&] { logLine<lines::DESTINATIONS_UNREADABLE>(result); });
             return false;
         }
-        m_reading.ends([] { agent_log::info("the list of trap destinations can be read again"); });
+        m_reading.ends([] { logLine<lines::DESTINATIONS_READABLE>(); });
         m_sender->setDestinations(destinations);
         return true;
     }
@@ -74,7 +73,7 @@ NotificationService::~NotificationService() {
     try {
         stop();
     } catch (const std::exception& fault) {  // the parts come to their end all the same
-        agent_log::fault({"the status of the notifications cannot be read: ", fault.what()});
+        logFault<lines::NOTIFICATION_STATUS_UNREADABLE>(fault.what());
     }
 }
 
@@ -122,8 +121,7 @@ void NotificationService::stop() {
     m_informs.stop();
     storeProgress();
     const NotificationPipeline::Counters counters = m_pipeline.counters();
-    agent_log::info("alarm events: " + std::to_string(counters.events) + " handled, " +
-                    std::to_string(counters.notBuilt) + " traps not built");
+    logLine<lines::EVENTS_HANDLED>(counters.events, counters.notBuilt);
 }
 
 // Now, and not when this object goes: a program whose end is held up leaves without destroying anything.
@@ -131,12 +129,12 @@ void NotificationService::storeProgress() {
     try {
         m_ledger.flush();
     } catch (const std::exception& fault) {
-        agent_log::fault({"the last alarm event handled cannot be stored: ", fault.what()});
+        logFault<lines::LAST_EVENT_LOST>(fault.what());
     }
     try {
         m_log.flush();
     } catch (const std::exception& fault) {
-        agent_log::fault({"the last entries of the notification log cannot be written: ", fault.what()});
+        logFault<lines::NOTIFICATION_LOG_LOST>(fault.what());
     }
 }
 

@@ -12,7 +12,8 @@
 #include <system_error>
 #include <utility>
 
-#include "host/agent/loop/agent_log.h"
+#include "host/base/log_line.h"
+#include "host/log_lines/files.h"
 #include "host/snmp/net_snmp.h"
 
 namespace vrx {
@@ -131,15 +132,14 @@ void EngineState::useDraft() const {
 }
 
 std::string EngineState::store() {
-    const fs::path file = m_folder / (m_name + ".conf");
-    std::string fault = write();
-    if (!fault.empty()) fault = file.string() + " cannot be written: " + fault;
-    if (fault.empty()) {
-        m_writing.ends([&] { agent_log::info(file.string() + " can be written again"); });
-    } else {
-        m_writing.begins([&] { agent_log::error(fault); });
+    const std::string file = m_folder / (m_name + ".conf");
+    const std::string reason = write();
+    if (reason.empty()) {
+        m_writing.ends([&] { logLine<lines::ENGINE_STATE_WRITTEN>(file); });
+        return "";
     }
-    return fault;
+    m_writing.begins([&] { logLine<lines::ENGINE_STATE_NOT_WRITTEN>(file, reason); });
+    return file + " cannot be written: " + reason;
 }
 
 std::string EngineState::write() const {

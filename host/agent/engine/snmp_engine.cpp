@@ -13,8 +13,11 @@
 #include "host/agent/engine/message_numbers.h"
 #include "host/agent/engine/parser_faults.h"
 #include "host/agent/engine/udp_listener.h"
-#include "host/agent/loop/agent_log.h"
+#include "host/base/log_line.h"
 #include "host/base/log_rate_limiter.h"
+#include "host/log_lines/files.h"
+#include "host/log_lines/requests.h"
+#include "host/log_lines/start.h"
 #include "host/snmp/hexadecimal.h"
 #include "host/snmp/limits.h"
 #include "host/snmp/net_snmp.h"
@@ -54,15 +57,15 @@ LogRateLimiter& libraryLines() {
     return limiter;
 }
 
-void writeLine(int priority, const std::string& text) {
+void writeLibraryLine(int priority, const std::string& text) {
     if (priority <= LOG_ERR) {
-        agent_log::error(text);
+        logLine<lines::LIBRARY_ERROR>(text);
     } else if (priority == LOG_WARNING) {
-        agent_log::warn(text);
+        logLine<lines::LIBRARY_WARNING>(text);
     } else if (priority <= LOG_INFO) {
-        agent_log::info(text);
+        logLine<lines::LIBRARY_INFO>(text);
     } else {
-        agent_log::debug(text);
+        logLine<lines::LIBRARY_DEBUG>(text);
     }
 }
 
@@ -92,7 +95,7 @@ void setSwitch(int which, int value) {
 
 SnmpEngine::SnmpEngine(const std::string& root, const std::string& state, const MibModules& served)
     : m_state(state, NAME), m_configuration(root + "/etc/" + NAME + ".conf", NAME, [this](const std::string& fault) {
-          agent_log::error(fault);
+          logLine<lines::CONFIGURATION_FAULT>(fault);
           m_faults.push_back(fault);
       }) {
     // The library's own search paths would mix in another agent's files; MIB texts are not needed here.
@@ -100,7 +103,7 @@ SnmpEngine::SnmpEngine(const std::string& root, const std::string& state, const 
     ::setenv("MIBS", "", 1);
     snmp_disable_log();
     netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_DEBUG);
-    snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, &SnmpEngine::logLine, nullptr);
+    snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, &SnmpEngine::takeLibraryLine, nullptr);
     netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_CONFIGURATION_DIR, m_state.idFolder().c_str());
     m_state.useFolder();
     setSwitch(NETSNMP_DS_AGENT_ROLE, 0);  // master
@@ -195,7 +198,7 @@ SnmpEngine::~SnmpEngine() {
     try {
         (void)m_state.store();  // a line tells of its failure
     } catch (const std::exception& error) {
-        agent_log::fault({"the engine's state cannot be written: ", error.what()});
+        logFault<lines::ENGINE_STATE_LOST>(error.what());
     }
     snmp_shutdown(NAME);
     shutdown_agent();
@@ -220,7 +223,7 @@ void SnmpEngine::listen(std::vector<std::string> addresses, RequestDispatcher& d
         if (StreamListeners::isStream(*transport)) {
             if (m_streams == nullptr) m_streams = std::make_unique<StreamListeners>(m_limits.streams, dispatcher);
             m_streams->add(transport, address);
-            agent_log::info("listening on " + address);
+            logLine<lines::LISTENING>(address);
             continue;
         }
         receiveDirectly(*transport);
@@ -228,7 +231,7 @@ void SnmpEngine::listen(std::vector<std::string> addresses, RequestDispatcher& d
         netsnmp_session* const opened = openSession(transport, dispatcher, error);
         if (opened == nullptr) throw EngineError("cannot listen on " + address + ": " + error);
         m_listeners.push_back(opened);
-        agent_log::info("listening on " + address);
+        logLine<lines::LISTENING>(address);
     }
     // At once: the count of starts must survive the hardest end, or v3 managers reject the next start.
     const std::string unkept = m_state.store();
@@ -252,14 +255,14 @@ void SnmpEngine::reload() {
     (void)m_state.store();  // new users' keys; a line tells of its failure
 }
 
-int SnmpEngine::logLine(int, int, void* message, void*) try {
+int SnmpEngine::takeLibraryLine(int, int, void* message, void*) try {
     const auto& line = *static_cast<const snmp_log_message*>(message);
     std::string text = line.msg == nullptr ? "" : line.msg;
     while (!text.empty() && text.back() == '\n') text.pop_back();
     if (takeParserFault(text)) return SNMPERR_SUCCESS;
     if (const auto leftOut = libraryLines().take(LogRateLimiter::TimePoint::clock::now())) {
-        if (*leftOut > 0) agent_log::warn(std::to_string(*leftOut) + " lines of the SNMP library were left out");
-        writeLine(line.priority, text);
+        if (*leftOut > 0) logLine<lines::LIBRARY_LINES_LEFT_OUT>(*leftOut);
+        writeLibraryLine(line.priority, text);
     }
     return SNMPERR_SUCCESS;
 } catch (const std::bad_alloc&) {  // the engine is C: nothing may leave

@@ -90,7 +90,7 @@ public:
     void closeListeners();
 
 private:
-    static int logLine(int major, int minor, void* message, void* unused);
+    static int takeLibraryLine(int major, int minor, void* message, void* unused);
 
     EngineState m_state;
     EngineConfiguration m_configuration;

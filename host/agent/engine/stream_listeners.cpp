@@ -18,8 +18,9 @@
 #include <utility>
 
 #include "host/agent/engine/listener_session.h"
-#include "host/agent/loop/agent_log.h"
 #include "host/agent/requests/request_dispatcher.h"
+#include "host/base/log_line.h"
+#include "host/log_lines/requests.h"
 
 namespace vrx {
 
@@ -114,7 +115,7 @@ void StreamListeners::handleEvents() try {
         }
     }
 } catch (const std::exception& error) {  // the engine is C: nothing may leave
-    agent_log::fault({"connections could not be served: ", error.what()});
+    logFault<lines::CONNECTIONS_NOT_SERVED>(error.what());
 }
 
 void StreamListeners::accept(Listener& listener) {
@@ -133,8 +134,7 @@ void StreamListeners::accept(Listener& listener) {
         watch(listener.transport->sock, EPOLLIN, false);
         armTimer(true);
         if (m_lines.take(Clock::now())) {
-            agent_log::warn(listener.address + ": cannot take a connection: " + std::strerror(error) +
-                            "; tried again in a second");
+            logLine<lines::CONNECTION_NOT_TAKEN>(listener.address, std::strerror(error));
         }
         return;
     }
@@ -185,9 +185,8 @@ bool StreamListeners::makeRoom(const Listener& listener) {
     if (open < most && openNew < mostNew) return true;
     const bool room = oldest != m_connections.end();
     if (m_lines.take(Clock::now())) {
-        agent_log::warn(
-            listener.address + ": " + std::to_string(open) + " connections are open, " + std::to_string(openNew) +
-            " of them without a request yet: " + (room ? "the oldest of these is closed" : "a new one is refused"));
+        logLine<lines::CONNECTIONS_OPEN>(listener.address, open, openNew,
+                                         room ? "the oldest of these is closed" : "a new one is refused");
     }
     if (room) end(oldest->first, oldest->second);
     return room;

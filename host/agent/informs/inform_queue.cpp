@@ -5,9 +5,10 @@
 #include <tuple>
 #include <utility>
 
-#include "host/agent/loop/agent_log.h"
+#include "host/base/log_line.h"
 #include "host/base/memory_retry.h"
 #include "host/base/thread_without_signals.h"
+#include "host/log_lines/informs.h"
 #include "host/notification_log/notification_codec.h"
 
 namespace vrx {
@@ -314,8 +315,7 @@ bool InformQueue::write(std::vector<Job>& jobs) {
         for (Job& job : jobs) execute(job);
         transaction.commit();
     } catch (const SqliteError& fault) {
-        m_writing.begins(
-            [&] { agent_log::error(std::string("informs cannot be stored, trying again: ") + fault.what()); });
+        m_writing.begins([&] { logLine<lines::INFORMS_NOT_STORED>(fault.what()); });
         for (auto job = jobs.begin(); job != jobs.end();) {
             if (job->kind == Job::Kind::Renumber) {
                 job->renumbered->set_exception(std::make_exception_ptr(fault));
@@ -326,7 +326,7 @@ bool InformQueue::write(std::vector<Job>& jobs) {
         }
         return false;
     }
-    m_writing.ends([] { agent_log::info("informs can be stored again"); });
+    m_writing.ends([] { logLine<lines::INFORMS_STORED>(); });
     return true;
 }
 
@@ -406,11 +406,10 @@ bool InformQueue::refill() {
     try {
         for (const std::shared_ptr<Lane>& lane : wanting) refill(lane);
     } catch (const SqliteError& fault) {
-        m_reading.begins(
-            [&] { agent_log::error(std::string("informs cannot be read, trying again: ") + fault.what()); });
+        m_reading.begins([&] { logLine<lines::INFORMS_UNREADABLE>(fault.what()); });
         return false;
     }
-    m_reading.ends([] { agent_log::info("informs can be read again"); });
+    m_reading.ends([] { logLine<lines::INFORMS_READABLE>(); });
     return true;
 }
 
@@ -437,10 +436,7 @@ void InformQueue::refill(const std::shared_ptr<Lane>& lane) {
             unreadable.push_back(std::move(job));
         }
     }
-    if (!unreadable.empty()) {
-        agent_log::error("informs to " + lane->name + ": " + std::to_string(unreadable.size()) +
-                         " cannot be read back and are dropped");
-    }
+    if (!unreadable.empty()) logLine<lines::STORED_INFORMS_DAMAGED>(lane->name, unreadable.size());
     bool ready = false;
     {
         const MutexLock lock(m_mutex);

@@ -5,9 +5,10 @@
 #include <ratio>
 #include <utility>
 
-#include "host/agent/loop/agent_log.h"
+#include "host/base/log_line.h"
 #include "host/base/memory_retry.h"
 #include "host/destinations/trap_destination_checks.h"
+#include "host/log_lines/informs.h"
 #include "host/notification_log/notification_subject.h"
 #include "host/snmp/net_snmp.h"
 
@@ -30,6 +31,22 @@ milliseconds patienceOf(const InformPolicy& policy, unsigned int attempts) {
     milliseconds patience = policy.firstRetry;
     for (; attempts > 0 && patience < policy.longestBackoff; --attempts) patience *= 2;
     return std::min(patience, policy.longestBackoff);
+}
+
+void logState(const std::string& name, InformState state, const std::string& failure) {
+    switch (state) {
+        case InformState::Answering:
+            return failure.empty() ? logLine<lines::INFORMS_ANSWERED>(name)
+                                   : logLine<lines::INFORM_REFUSED>(name, failure);
+        case InformState::Silent:
+            return logLine<lines::INFORMS_UNANSWERED>(name);
+        case InformState::Failing:
+            return logLine<lines::INFORMS_FAIL>(name, failure);
+        case InformState::Unresolved:
+            return logLine<lines::INFORMS_UNRESOLVED>(name);
+        default:
+            return;
+    }
 }
 
 // A queue that has been full is said to take informs again when a tenth of it is free: not at each one.
@@ -61,8 +78,7 @@ void InformSender::setDestinations(const std::vector<InformDestination>& destina
 // there, by name.
 std::map<std::string, std::string> InformSender::retire(const InformQueue::Limits& gone) {
     for (const auto& [name, waiting] : gone) {
-        agent_log::warn("inform destination " + name + " is not configured any more: " + std::to_string(waiting) +
-                        " informs that waited for it are dropped");
+        logLine<lines::INFORM_DESTINATION_GONE>(name, waiting);
     }
     std::map<std::string, std::string> known;
     for (auto at = m_account.all().begin(); at != m_account.all().end();) {
@@ -163,13 +179,9 @@ void InformSender::enqueue(Destination& destination, const NotificationOrigin& o
 void InformSender::noteFull(Destination& destination, bool full) {
     const std::size_t limit = destination.settings.policy.queueLimit;
     if (full) {
-        destination.overflow.begins([&] {
-            agent_log::error("inform destination " + destination.name + ": " + std::to_string(limit) +
-                             " informs wait for it, more are dropped");
-        });
+        destination.overflow.begins([&] { logLine<lines::INFORM_QUEUE_FULL>(destination.name, limit); });
     } else if (destination.overflow.lasts() && hasRoom(m_queue.standing(destination.name).waiting, limit)) {
-        destination.overflow.ends(
-            [&] { agent_log::info("inform destination " + destination.name + ": its queue takes informs again"); });
+        destination.overflow.ends([&] { logLine<lines::INFORM_QUEUE_HAS_ROOM>(destination.name); });
     }
 }
 
@@ -208,11 +220,9 @@ void InformSender::stop() {
     m_queue.stop();
     const InformStatus last = status();
     for (const InformDestinationStatus& one : last.destinations) {
-        agent_log::info("inform destination " + one.name + ": " + one.counters.text());
+        logLine<lines::INFORMS_COUNTED>(one.name, one.counters.text());
     }
-    if (last.former.restored + last.former.considered > 0) {
-        agent_log::info("former inform destinations: " + last.former.text());
-    }
+    if (last.former.restored + last.former.considered > 0) logLine<lines::FORMER_INFORMS_COUNTED>(last.former.text());
 }
 
 void InformSender::takeTurn() {
@@ -314,11 +324,11 @@ void InformSender::noteFate(const std::string& key, Link& link, const InformOutc
     const MutexLock lock(m_mutex);
     Destination* const found = m_account.find(key);
     if (found == nullptr) return;
-    const std::string line = "inform destination " + found->name + ": " + subjectOf(*inform.trap);
+    const std::string subject = subjectOf(*inform.trap);
     if (unsendable) {
-        agent_log::error(line + " cannot be sent and is dropped: " + outcome.text);
+        logLine<lines::INFORM_UNSENDABLE>(found->name, subject, outcome.text);
     } else {
-        agent_log::warn(line + " is sent with " + std::to_string(outcome.cut) + " texts shortened");
+        logLine<lines::INFORM_SHORTENED>(found->name, subject, outcome.cut);
         ++found->counters.shortened;
         link.cut = inform.number;
     }
@@ -350,15 +360,7 @@ void InformSender::noteState(const std::string& key, const Link& link, InformSta
     if (!failure.empty()) last = {failure, std::chrono::system_clock::now()};
     std::string engine = link.channel ? link.channel->engine() : "";
     const bool another = last && (!destination.lastFailure || destination.lastFailure->text != failure);
-    if (destination.state != state || another) {
-        std::string line = "inform destination " + destination.name + ": " + textOf(state);
-        if (!failure.empty() && state != InformState::Silent) line += ": " + failure;
-        if (state == InformState::Answering && failure.empty()) {
-            agent_log::info(line);
-        } else {
-            agent_log::warn(line);
-        }
-    }
+    if (destination.state != state || another) logState(destination.name, state, failure);
     destination.state = state;
     destination.engine = std::move(engine);
     if (last) destination.lastFailure = std::move(last);

@@ -10,10 +10,11 @@
 #include <system_error>
 #include <utility>
 
-#include "host/agent/loop/agent_log.h"
 #include "host/agent/loop/timer.h"
 #include "host/agent/loop/wakeup.h"
+#include "host/base/log_line.h"
 #include "host/base/memory_retry.h"
+#include "host/log_lines/requests.h"
 #include "host/snmp/net_snmp.h"
 
 namespace vrx {
@@ -36,9 +37,9 @@ void runGuarded(const Task& task) {
     try {
         task();
     } catch (const std::exception& error) {
-        agent_log::fault({"a task of the agent thread failed: ", error.what()});
+        logFault<lines::TASK_FAILED>(error.what());
     } catch (...) {
-        agent_log::fault({"a task of the agent thread failed"});
+        logFault<lines::TASK_FAILED_UNKNOWN>();
     }
 }
 

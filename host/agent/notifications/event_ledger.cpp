@@ -3,7 +3,8 @@
 #include <exception>
 #include <utility>
 
-#include "host/agent/loop/agent_log.h"
+#include "host/base/log_line.h"
+#include "host/log_lines/events.h"
 
 namespace vrx {
 
@@ -47,7 +48,7 @@ EventLedger::~EventLedger() {
     try {
         flush();
     } catch (const std::exception& fault) {
-        agent_log::fault({"the last alarm event handled cannot be stored: ", fault.what()});
+        logFault<lines::LAST_EVENT_LOST>(fault.what());
     }
 }
 
@@ -147,13 +148,10 @@ bool EventLedger::tryToFlush() {
     try {
         flush();
     } catch (const SqliteError& fault) {
-        m_storing.begins([&] {
-            agent_log::error(std::string("the last alarm event handled cannot be stored, trying again: ") +
-                             fault.what());
-        });
+        m_storing.begins([&] { logLine<lines::LAST_EVENT_NOT_STORED>(fault.what()); });
         return false;
     }
-    m_storing.ends([] { agent_log::info("the last alarm event handled can be stored again"); });
+    m_storing.ends([] { logLine<lines::LAST_EVENT_STORED>(); });
     return true;
 }
 

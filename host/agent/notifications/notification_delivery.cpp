@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <utility>
 
-#include "host/agent/loop/agent_log.h"
+#include "host/base/log_line.h"
 #include "host/base/memory_retry.h"
 #include "host/destinations/trap_destination_checks.h"
+#include "host/log_lines/events.h"
 #include "host/notification_log/notification_codec.h"
 
 namespace vrx {
@@ -73,7 +74,7 @@ NotificationDelivery::Begun NotificationDelivery::begin(const AlarmEvent& event,
         follow(begun.change->first);
     } catch (const std::bad_alloc&) {
         begun.change.reset();
-        agent_log::fault({"alarm event ", std::to_string(event.sequence), " is neither logged nor paced: no memory"});
+        logFault<lines::EVENT_NOT_PACED>(event.sequence);
     }
     return begun;
 }
@@ -187,7 +188,7 @@ void NotificationDelivery::sendHeld(const Held& held) {
     }
     if (!taken) {
         m_ledger.settle(held.ticket);
-        agent_log::fault({"a held trap for destination ", held.info.index, " is dropped: no memory"});
+        logFault<lines::HELD_TRAP_DROPPED>(held.info.index);
         return;
     }
     log(SentBecause::Held, 0, held.event, {destinationName(held.info)}, held.trap);
@@ -229,7 +230,7 @@ bool NotificationDelivery::submit(std::size_t sink, const NotificationOrigin& or
         return true;
     } catch (const std::bad_alloc& fault) {
         m_ledger.settle(ticket);
-        agent_log::fault({"alarm event ", std::to_string(origin.sequence), " is skipped: ", fault.what()});
+        logFault<lines::EVENT_SKIPPED>(origin.sequence, fault.what());
         return false;
     }
 }
@@ -246,7 +247,7 @@ bool NotificationDelivery::submitBut(const std::set<std::string>& held, std::siz
             left = chosen;
         });
     } catch (const std::bad_alloc& fault) {
-        agent_log::fault({"alarm event ", std::to_string(origin.sequence), " is skipped: ", fault.what()});
+        logFault<lines::EVENT_SKIPPED>(origin.sequence, fault.what());
         return false;
     }
     for (const std::string& key : held) considered.erase(key);

@@ -3,7 +3,8 @@
 #include <filesystem>
 #include <utility>
 
-#include "host/agent/loop/agent_log.h"
+#include "host/base/log_line.h"
+#include "host/log_lines/events.h"
 #include "host/notification_log/notification_codec.h"
 
 namespace vrx {
@@ -25,7 +26,7 @@ NotificationLog::~NotificationLog() {
     try {
         flush();
     } catch (const std::exception& fault) {
-        agent_log::fault({"the last entries of the notification log cannot be written: ", fault.what()});
+        logFault<lines::NOTIFICATION_LOG_LOST>(fault.what());
     }
 }
 
@@ -132,10 +133,9 @@ bool NotificationLog::tryToFlush() {
     }
     const Counters before = counters();
     if (before.fault.empty() && !fault.empty()) {
-        agent_log::error("the notification log cannot be written, trying again: " + fault);
+        logLine<lines::NOTIFICATION_LOG_NOT_WRITTEN>(fault);
     } else if (!before.fault.empty() && fault.empty()) {
-        agent_log::info("the notification log can be written again; entries lost since the start: " +
-                        std::to_string(before.notWritten));
+        logLine<lines::NOTIFICATION_LOG_WRITTEN>(before.notWritten);
     }
     const MutexLock lock(m_mutex);
     m_counters.fault = std::move(fault);

@@ -6,9 +6,10 @@
 #include <string>
 #include <utility>
 
-#include "host/agent/loop/agent_log.h"
+#include "host/base/log_line.h"
 #include "host/base/logging.h"
 #include "host/base/memory_retry.h"
+#include "host/log_lines/events.h"
 #include "host/transport/backend_protocol.h"
 #include "platform/notify_msg_handler.h"
 
@@ -64,8 +65,7 @@ void NotificationPipeline::onConnected(const BackendState& state) {
     if (m_listedUpTo > m_comparedAt) m_held.insert(serials.begin(), serials.end());
     const TamrelBinding::Difference difference = m_binding.compare(serials);
     if (difference.added + difference.deleted > 0) {
-        agent_log::info("repository of active alarms: " + std::to_string(difference.added) + " added and " +
-                        std::to_string(difference.deleted) + " deleted to match the backend");
+        logLine<lines::REPOSITORY_MATCHED>(difference.added, difference.deleted);
     }
     m_alarmsChanged();
 }
@@ -138,8 +138,7 @@ void NotificationPipeline::follow(const AlarmEvent& event, const CTLVRecordV3& r
     } catch (const std::exception& fault) {
         ++m_badRecords;
         retryForever([&]() REQUIRES(m_handling) {
-            complain("alarm event " + nameOf(event) +
-                     ": the repository of active alarms cannot follow it: " + fault.what());
+            if (mayComplain()) logLine<lines::REPOSITORY_CANNOT_FOLLOW>(nameOf(event), fault.what());
         });
     }
 }
@@ -186,25 +185,22 @@ void NotificationPipeline::notify(INotifyMsgHandler& handler, unsigned int place
     } catch (const std::exception& fault) {
         ++m_notBuilt;
         retryForever([&]() REQUIRES(m_handling) {
-            complain("alarm event " + nameOf(event) + " gives no trap: " + fault.what());
+            if (mayComplain()) logLine<lines::EVENT_WITHOUT_TRAP>(nameOf(event), fault.what());
         });
     }
     try {
         if (!m_delivery.deliver(begun, place, m_parts, chosen, trap)) ++m_notBuilt;
     } catch (const std::bad_alloc& fault) {
         ++m_notBuilt;
-        agent_log::fault({"alarm event ", std::to_string(event.sequence), " is skipped: ", fault.what()});
+        logFault<lines::EVENT_SKIPPED>(event.sequence, fault.what());
     }
 }
 
-void NotificationPipeline::complain(const std::string& text) {
+bool NotificationPipeline::mayComplain() {
     const auto leftOut = m_complaints.take(LogRateLimiter::TimePoint::clock::now());
     m_quiet = !leftOut;
-    if (!leftOut) return;
-    if (*leftOut > 0) {
-        agent_log::error(std::to_string(*leftOut) + " lines about alarm events that cannot be used were left out");
-    }
-    agent_log::error(text);
+    if (leftOut.value_or(0) > 0) logLine<lines::EVENT_LINES_LEFT_OUT>(*leftOut);
+    return !m_quiet;
 }
 
 // Null when the handler cannot use the record.
@@ -219,21 +215,17 @@ std::shared_ptr<const Notification> NotificationPipeline::build(INotifyMsgHandle
     const int result = handler.constructAlarmTrapVb(record, raw);
     if (result != 0 || raw == nullptr) {
         ++m_notBuilt;
-        complain("alarm event " + nameOf(event) + " gives no trap, the notification handler gives " +
-                 std::to_string(result) +
-                 ": see the module's line before, correct or add the alarm's definition and reload");
+        if (mayComplain()) logLine<lines::EVENT_NOT_RENDERED>(nameOf(event), result);
         return nullptr;
     }
     const Agentpp::Oidx& trapOid = handler.getTrapOid(uint64Of(record, alarm_tag::ID));
     int leftOut = 0;
     auto trap = std::make_shared<Notification>(trapOf(trapOid, raw, handler.getTrapVbLen(), leftOut));
     if (leftOut > 0) {
-        agent_log::warn("alarm event " + nameOf(event) + ": " + std::to_string(leftOut) +
-                        " bindings without an object identifier are left out");
+        logLine<lines::BINDINGS_LEFT_OUT>(nameOf(event), leftOut);
     }
     if (trap->oid.empty()) {
-        complain("alarm event " + nameOf(event) + ": its trap is dropped, \"" + trapOid.get_printable() +
-                 "\" is no trap OID: correct alarmOid in the alarm's definition and reload");
+        if (mayComplain()) logLine<lines::TRAP_OID_UNUSABLE>(nameOf(event), trapOid.get_printable());
     }
     m_quiet = false;
     return trap;

@@ -64,7 +64,8 @@ private:
     using Destinations = std::shared_ptr<const TrapDestinationMap>;
 
     void startAfter(unsigned long long sequence, const std::string& store) REQUIRES(m_handling);
-    void complain(const std::string& text) REQUIRES(m_handling);
+    // Whether another line about events that cannot be used is written.
+    [[nodiscard]] bool mayComplain() REQUIRES(m_handling);
     bool changesList(const AlarmEvent& event) REQUIRES(m_handling);
     bool mayBegin(MutexLock& handling) REQUIRES(m_handling);
     void follow(const AlarmEvent& event, const CTLVRecordV3& record) REQUIRES(m_handling);

@@ -3,7 +3,8 @@
 #include <exception>
 #include <utility>
 
-#include "host/agent/loop/agent_log.h"
+#include "host/base/log_line.h"
+#include "host/log_lines/requests.h"
 
 namespace vrx {
 
@@ -68,9 +69,9 @@ void ManagedObject::noteOutcome(const ReadOutcome& outcome) {
     ++m_counters.reads;
     if (failing) ++m_counters.failures;
     if (failing) {
-        m_reading.begins([&] { agent_log::error(m_mib->name + " cannot be read: " + outcome.failure); });
+        m_reading.begins([&] { logLine<lines::OBJECT_UNREADABLE>(m_mib->name, outcome.failure); });
     } else {
-        m_reading.ends([&] { agent_log::info(m_mib->name + " can be read again"); });
+        m_reading.ends([&] { logLine<lines::OBJECT_READABLE>(m_mib->name); });
     }
 }
 

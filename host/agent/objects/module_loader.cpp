@@ -6,7 +6,8 @@
 #include <exception>
 #include <utility>
 
-#include "host/agent/loop/agent_log.h"
+#include "host/base/log_line.h"
+#include "host/log_lines/start.h"
 #include "module/snmp_handler.h"
 
 namespace vrx {
@@ -86,7 +87,7 @@ void ModuleLoader::adopt(std::unique_ptr<CSNMP_Svc_Module> module, const std::st
         m_objects.push_back({mib, handler});
         m_moduleOf.push_back(m_modules.size());
     }
-    agent_log::info("module " + name + ": " + std::to_string(handlers.size()) + " objects by " + mibFile);
+    logLine<lines::MODULE_LOADED>(name, handlers.size(), mibFile);
     m_modules.push_back(std::move(module));
 }
 

@@ -4,7 +4,8 @@
 
 #include "host/agent/assembly/notification_service.h"
 #include "host/agent/engine/snmp_engine.h"
-#include "host/agent/loop/agent_log.h"
+#include "host/base/log_line.h"
+#include "host/log_lines/start.h"
 
 namespace vrx {
 
@@ -35,11 +36,9 @@ void Heartbeat::beat() {
     m_timer.start(m_period);
     const Counts now = counts();
     const ActiveAlarms::State alarms = m_notifications.alarms();
-    agent_log::info("heartbeat: up " + durationOf(m_engine.identity().uptimeSeconds) + ", backend " +
-                    (alarms.connected ? "connected" : "away") + ", " + std::to_string(alarms.active) +
-                    " alarms active; since the last one " + std::to_string(now.events - m_last.events) + " events, " +
-                    std::to_string(now.sent - m_last.sent) + " traps sent, " +
-                    std::to_string(now.dropped - m_last.dropped) + " dropped");
+    logLine<lines::HEARTBEAT>(durationOf(m_engine.identity().uptimeSeconds), alarms.connected ? "connected" : "away",
+                              alarms.active, now.events - m_last.events, now.sent - m_last.sent,
+                              now.dropped - m_last.dropped);
     m_last = now;
 }
 

@@ -2,9 +2,10 @@
 
 #include <utility>
 
-#include "host/agent/loop/agent_log.h"
 #include "host/agent/loop/agent_thread_call.h"
 #include "host/agent/operator/control_server.h"
+#include "host/base/log_line.h"
+#include "host/log_lines/start.h"
 
 namespace vrx {
 
@@ -41,9 +42,9 @@ void MetricsServer::listen(const std::optional<LocalAddress>& address) {
     if (now == before) return;
     m_listening = address ? std::make_unique<Listening>(m_loop, *address, m_text) : nullptr;
     if (address) {
-        agent_log::info("metrics are served at " + now);
+        logLine<lines::METRICS_SERVED>(now);
     } else {
-        agent_log::info("metrics are no longer served");
+        logLine<lines::METRICS_ENDED>();
     }
 }
 

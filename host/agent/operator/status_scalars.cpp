@@ -13,7 +13,8 @@
 #include <string>
 
 #include "host/agent/assembly/notification_service.h"
-#include "host/agent/loop/agent_log.h"
+#include "host/base/log_line.h"
+#include "host/log_lines/requests.h"
 #include "host/snmp/net_snmp.h"
 #include "host/snmp/oid_vector.h"
 
@@ -155,7 +156,7 @@ int answer(netsnmp_mib_handler* self, netsnmp_handler_registration* registration
             }
         }
     } catch (const std::exception& error) {  // the engine is C: nothing may leave
-        agent_log::fault({"the agent's own objects cannot be read: ", error.what()});
+        logFault<lines::OWN_OBJECTS_UNREADABLE>(error.what());
         netsnmp_set_all_requests_error(info, requests, SNMP_ERR_GENERR);
     }
     return SNMP_ERR_NOERROR;

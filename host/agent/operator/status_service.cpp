@@ -4,9 +4,10 @@
 #include <system_error>
 
 #include "host/agent/assembly/agent.h"
-#include "host/agent/loop/agent_log.h"
 #include "host/agent/operator/agent_status.h"
 #include "host/agent/operator/prometheus_text.h"
+#include "host/base/log_line.h"
+#include "host/log_lines/start.h"
 
 namespace vrx {
 
@@ -19,7 +20,7 @@ StatusService::StatusService(AgentLoop& loop, const Agent& agent, const Notifica
     try {
         configure();
     } catch (const std::system_error& error) {  // alarms matter more than that
-        agent_log::error(error.what());
+        logLine<lines::CONFIGURATION_FAULT>(error.what());
     }
 }
 

@@ -8,10 +8,11 @@
 #include <sstream>
 #include <utility>
 
-#include "host/agent/loop/agent_log.h"
 #include "host/base/device_config.h"
+#include "host/base/log_line.h"
 #include "host/base/logging.h"
 #include "host/base/mutex.h"
+#include "host/log_lines/start.h"
 
 namespace vrx {
 
@@ -229,11 +230,11 @@ void Reloader::finish(ReloadResult result) {
     ++(result.taken ? m_counters.taken : m_counters.refused);
     m_counters.last = std::chrono::system_clock::now();
     m_counters.lastTaken = result.taken;
-    for (const std::string& fault : result.faults) agent_log::error(fault);
+    for (const std::string& fault : result.faults) logLine<lines::CONFIGURATION_FAULT>(fault);
     if (result.taken) {
-        agent_log::info("the configuration was reloaded");
+        logLine<lines::RELOADED>();
     } else {
-        agent_log::error("the configuration was refused: nothing has changed");
+        logLine<lines::RELOAD_REFUSED>();
         reopenLogFile();  // whoever rotates it asks in the same way
     }
     std::vector<Done> told;

@@ -6,8 +6,9 @@
 #include <optional>
 #include <stdexcept>
 
-#include "host/agent/loop/agent_log.h"
 #include "host/agent/objects/table_rules.h"
+#include "host/base/log_line.h"
+#include "host/log_lines/requests.h"
 #include "host/snmp/net_snmp.h"
 
 namespace vrx {
@@ -97,7 +98,7 @@ int ObjectRegistration::handle(netsnmp_mib_handler* self, netsnmp_handler_regist
             try {
                 registration.read(info, requests);
             } catch (const std::exception& error) {  // the engine is C: nothing may leave
-                agent_log::fault({registration.m_object.mib().name, ": a read failed: ", error.what()});
+                logFault<lines::READ_FAILED>(registration.m_object.mib().name, error.what());
                 netsnmp_set_all_requests_error(info, requests, SNMP_ERR_GENERR);
             }
             break;

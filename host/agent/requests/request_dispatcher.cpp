@@ -4,10 +4,11 @@
 #include <exception>
 #include <utility>
 
-#include "host/agent/loop/agent_log.h"
 #include "host/agent/requests/answer_size.h"
 #include "host/agent/sets/set_request.h"
+#include "host/base/log_line.h"
 #include "host/base/memory_retry.h"
+#include "host/log_lines/requests.h"
 #include "host/snmp/net_snmp.h"
 
 namespace vrx {
@@ -111,7 +112,7 @@ int RequestDispatcher::receive(int operation, netsnmp_session* session, int requ
         }
         if (operation == NETSNMP_CALLBACK_OP_DISCONNECT) self.drop(session);
     } catch (const std::exception& error) {  // the engine is C: nothing may leave. The manager will try again
-        agent_log::fault({"a request could not be handled: ", error.what()});
+        logFault<lines::REQUEST_LOST>(error.what());
         if (const auto kind = requestKindOf(pdu == nullptr ? 0 : pdu->command)) {
             self.m_counters.note(*kind, RequestResult::Lost);
         }
@@ -150,8 +151,7 @@ bool RequestDispatcher::holdsBack(const netsnmp_pdu& pdu) {
     const auto now = TableSnapshot::Clock::now();
     if (m_answerRate.allows(peer, now)) return false;
     if (m_lines.take(now)) {
-        agent_log::warn("requests from " + AnswerRate::textOf(peer) + " are dropped: answers to it make more than " +
-                        std::to_string(m_limits.answerRate) + " octets a second (vrxAnswerRate)");
+        logLine<lines::REQUESTS_DROPPED>(AnswerRate::textOf(peer), m_limits.answerRate);
     }
     return true;
 }
@@ -302,8 +302,7 @@ bool RequestDispatcher::wait(std::uint64_t id, netsnmp_session* session, int req
                              const std::string& key) {
     const bool full = m_waiting.size() >= m_limits.waiting;
     if (full) {
-        m_refusing.begins(
-            [&] { agent_log::warn(std::to_string(m_waiting.size()) + " requests are waiting: more are refused"); });
+        m_refusing.begins([&] { logLine<lines::REQUESTS_REFUSED>(m_waiting.size()); });
         return false;
     }
     m_refusing.ends();

@@ -2,7 +2,8 @@
 
 #include <string>
 
-#include "host/agent/loop/agent_log.h"
+#include "host/base/log_line.h"
+#include "host/log_lines/requests.h"
 #include "host/snmp/net_snmp.h"
 
 namespace vrx {
@@ -24,11 +25,11 @@ void SetRefusals::note(const netsnmp_pdu* pdu, const SetResult& result, const Ob
     if (result.error == SNMP_ERR_NOACCESS) {
         const auto leftOut = m_lineLimit.take(LogRateLimiter::TimePoint::clock::now());
         if (!leftOut) return;
-        if (*leftOut > 0) agent_log::warn(std::to_string(*leftOut) + " lines about refused SETs were left out");
+        if (*leftOut > 0) logLine<lines::SET_LINES_LEFT_OUT>(*leftOut);
     }
     const std::string error = snmp_errstring(result.error);
-    agent_log::warn("a SET is refused " + place(pdu, result.variable, objectOf) + ": " + error +
-                    (result.reason.empty() ? "" : ": " + result.reason));
+    logLine<lines::SET_REFUSED>(place(pdu, result.variable, objectOf),
+                                result.reason.empty() ? error : error + ": " + result.reason);
 }
 
 }  // namespace vrx

@@ -4,7 +4,6 @@
 #include <exception>
 #include <map>
 
-#include "host/agent/loop/agent_log.h"
 #include "host/agent/objects/cell_value.h"
 #include "host/agent/objects/result_codes.h"
 #include "host/agent/objects/row_index.h"

@@ -4,8 +4,9 @@
 #include <exception>
 #include <string>
 
-#include "host/agent/loop/agent_log.h"
+#include "host/base/log_line.h"
 #include "host/base/memory_retry.h"
+#include "host/log_lines/requests.h"
 
 namespace vrx {
 
@@ -49,7 +50,7 @@ void SetTransaction::run(std::size_t step, SetResult (*action)(SetTransaction& s
         try {
             result = action(*self, self->m_steps[step]);
         } catch (const std::exception& error) {
-            agent_log::fault({"a SET failed: ", error.what()});
+            logFault<lines::SET_FAILED>(error.what());
         }
         retryForever([&] { self->m_loop.post([self, then, result] { then(result); }); });
     });
@@ -96,8 +97,7 @@ void SetTransaction::carryOut(std::size_t steps) {
 }
 
 void SetTransaction::noteHalf(const SetResult& result) const {
-    agent_log::error("a SET has changed " + m_steps.back().object().mib().name +
-                     " for good, and its other values could not be kept: " + result.reason);
+    logLine<lines::SET_HALF_DONE>(m_steps.back().object().mib().name, result.reason);
 }
 
 // The first `steps` steps, the last one first.

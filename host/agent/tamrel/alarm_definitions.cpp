@@ -5,8 +5,9 @@
 #include <new>
 #include <utility>
 
-#include "host/agent/loop/agent_log.h"
 #include "host/agent/tamrel/tamrel_binding.h"
+#include "host/base/log_line.h"
+#include "host/log_lines/events.h"
 
 namespace vrx {
 
@@ -56,14 +57,11 @@ void AlarmDefinitions::attempt(const std::function<void()>& action) {
             const MutexLock lock(m_mutex);
             m_fault = reason;
         }
-        if (isNew) {
-            agent_log::error("the alarm definitions cannot be loaded: " + reason +
-                             " Alarm events wait for them, and the table of alarms cannot be read");
-        }
+        if (isNew) logLine<lines::DEFINITIONS_UNUSABLE>(reason);
         throw;
     }
     const MutexLock lock(m_mutex);
-    if (m_fault) agent_log::info("the alarm definitions are loaded again");
+    if (m_fault) logLine<lines::DEFINITIONS_USABLE>();
     m_fault.reset();
 }
 

@@ -11,7 +11,8 @@
 #include <string>
 #include <typeinfo>
 
-#include "host/agent/loop/agent_log.h"
+#include "host/base/log_line.h"
+#include "host/log_lines/start.h"
 #include "host/transport/backend_protocol.h"
 #include "platform/notify_msg_handler.h"
 
@@ -41,8 +42,7 @@ template <typename Operation>
 bool look(void* library, Operation& operation) {
     void* address = dlsym(library, operation.symbol);
     if (address == nullptr) {
-        agent_log::error("the module does not export " + readable(operation.symbol) +
-                         ": its repository of active alarms will not follow the notifications");
+        logLine<lines::OPERATION_NOT_EXPORTED>(readable(operation.symbol));
         return false;
     }
     std::memcpy(&operation.call, &address, sizeof address);  // POSIX lets the two kinds of pointers be the same
@@ -62,16 +62,14 @@ TamrelBinding::TamrelBinding(const std::list<INotifyMsgHandler*>& handlers) {
             return;
         }
     }
-    agent_log::info("no module keeps a repository of active alarms");
+    logLine<lines::NO_REPOSITORY>();
 }
 
 void TamrelBinding::bind(INotifyMsgHandler& handler) {
     m_library.reset(libraryOf(typeid(handler)));
     void* library = m_library.get();
     if (library == nullptr) {
-        agent_log::error(
-            "the library of the alarm module cannot be found: its repository of active alarms will not "
-            "follow the notifications");
+        logLine<lines::MODULE_LIBRARY_NOT_FOUND>();
         return;
     }
     bool complete = true;

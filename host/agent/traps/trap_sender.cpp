@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "host/agent/loop/agent_log.h"
+#include "host/base/log_line.h"
+#include "host/log_lines/traps.h"
 #include "host/notification_log/notification_subject.h"
 #include "host/snmp/limits.h"
 
@@ -21,11 +22,15 @@ constexpr milliseconds SHORTEST_SLEEP{5};
 
 constexpr const char* NO_NAME = "--";  // of a destination without user or community
 
-std::string describe(const tTrapDestInfo& info) {
+const char* versionOf(const tTrapDestInfo& info) {
     static const char* const VERSIONS[] = {"", "SNMPv1", "SNMPv2c", "SNMPv3"};
-    const std::string version = info.version >= 1 && info.version <= SNMPV3 ? VERSIONS[info.version] : "no version";
-    return "trap destination " + info.index + " (" + info.address + " port " + std::to_string(info.port) + ", " +
-           version + ")";
+    return info.version >= 1 && info.version <= SNMPV3 ? VERSIONS[info.version] : "no version";
+}
+
+// A line that begins with the destination.
+template <const LogRow& ROW, typename... Values>
+void logOf(const tTrapDestInfo& info, const Values&... values) {
+    logLine<ROW>(info.index, info.address, info.port, versionOf(info), values...);
 }
 
 // "alarm event 5 (alarm 4295229443, serial number 7)"
@@ -176,9 +181,9 @@ void TrapSender::stop() {
     m_links.clear();
     const TrapStatus last = status();
     for (const DestinationStatus& one : last.destinations) {
-        agent_log::info("trap destination " + one.index + ": " + one.counters.text());
+        logLine<lines::TRAPS_COUNTED>(one.index, one.counters.text());
     }
-    if (last.former.considered > 0) agent_log::info("deleted trap destinations: " + last.former.text());
+    if (last.former.considered > 0) logLine<lines::FORMER_TRAPS_COUNTED>(last.former.text());
 }
 
 void TrapSender::takeTurn() {
@@ -290,7 +295,7 @@ TrapSender::Readiness TrapSender::makeReady(const tTrapDestInfo& info, Link& lin
 
 // One line per change of state. A destination that failed is ready again when a trap got out.
 void TrapSender::noteState(const std::string& key, const Readiness& readiness) {
-    std::string line;
+    tTrapDestInfo info;
     {
         const MutexLock lock(m_mutex);
         Destination* const found = m_account.find(key);
@@ -304,16 +309,24 @@ void TrapSender::noteState(const std::string& key, const Readiness& readiness) {
         }
         const bool hopeful = readiness.state == DestinationState::Ready && !readiness.proven;
         if (hopeful && destination.state == DestinationState::Failing) return;
+        info = destination.info;
         destination.state = readiness.state;
         destination.reason = readiness.reason;
-        line = describe(destination.info) + ": " + textOf(readiness.state);
-        if (!readiness.reason.empty()) line += ": " + readiness.reason;
-        if (!readiness.lost.empty()) line += "; first lost: " + readiness.lost;
     }
-    if (readiness.state == DestinationState::Ready) {
-        agent_log::info(line);
-    } else {
-        agent_log::warn(line);
+    switch (readiness.state) {
+        case DestinationState::Ready:
+            return logOf<lines::TRAPS_READY>(info);
+        case DestinationState::Unresolved:
+            return logOf<lines::TRAPS_UNRESOLVED>(info);
+        case DestinationState::NoCommunity:
+            return logOf<lines::TRAPS_WITHOUT_COMMUNITY>(info);
+        case DestinationState::UnknownUser:
+            return logOf<lines::TRAPS_WITHOUT_USER>(info);
+        case DestinationState::Failing:
+            return readiness.lost.empty() ? logOf<lines::TRAPS_FAIL>(info, readiness.reason)
+                                          : logOf<lines::TRAP_LOST>(info, readiness.reason, readiness.lost);
+        default:
+            return;
     }
 }
 
@@ -516,21 +529,21 @@ void TrapSender::storeSeries() {
         }
         m_heartbeats->store(m_transport.engine());
     } catch (const std::exception& fault) {
-        agent_log::fault({"the counts of heartbeat traps cannot be stored: ", fault.what()});
+        logFault<lines::HEARTBEAT_COUNTS_LOST>(fault.what());
     }
 }
 
 // One line for each destination.
 void TrapSender::noteLeftOut(const std::string& key, Link& link) {
     if (link.leftOutKnown) return;
-    std::string line;
+    tTrapDestInfo info;
     {
         const MutexLock lock(m_mutex);
         const Destination* const found = m_account.find(key);
         if (found == nullptr) return;
-        line = describe(found->info) + ": Counter64 values are left out of its traps, SNMPv1 cannot carry them";
+        info = found->info;
     }
-    agent_log::info(line);
+    logOf<lines::TRAP_COUNTER64_LEFT_OUT>(info);
     link.leftOutKnown = true;
 }
 
@@ -538,17 +551,18 @@ void TrapSender::noteLeftOut(const std::string& key, Link& link) {
 void TrapSender::noteFate(const std::string& key, const Submission& submission, const TrapSendResult& result) {
     const bool shortened = result.cut > 0 && result.failure.empty();
     if (!shortened && !result.unsendable) return;
-    std::string line;
+    tTrapDestInfo info;
     {
         const MutexLock lock(m_mutex);
         const Destination* const found = m_account.find(key);
         if (found == nullptr) return;
-        line = describe(found->info) + ": " + describe(*submission.notification(), submission.sequence());
+        info = found->info;
     }
+    const std::string trap = describe(*submission.notification(), submission.sequence());
     if (shortened) {
-        agent_log::warn(line + " is sent with " + std::to_string(result.cut) + " texts shortened");
+        logOf<lines::TRAP_SHORTENED>(info, trap, result.cut);
     } else {
-        agent_log::error(line + " cannot be sent: " + result.failure);
+        logOf<lines::TRAP_UNSENDABLE>(info, trap, result.failure);
     }
 }
 
