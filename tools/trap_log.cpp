@@ -118,8 +118,8 @@ unsigned int bindingOf(std::string_view name) {
     for (const std::string_view group : {".99871.3.1.1.4.", "vrxAgentObjects.4.", "vrxAgentHeartbeats."}) {
         const std::size_t at = name.rfind(group);
         if (at == std::string_view::npos) continue;
-        const unsigned int number = numberOf<unsigned int>(name.substr(at + group.size())).value_or(0);
-        return number <= BINDINGS ? number : 0;
+        const std::optional<unsigned int> number = numberOf<unsigned int>(name.substr(at + group.size()));
+        if (number) return *number <= BINDINGS ? *number : 0;
     }
     constexpr std::string_view PREFIX = "vrxAgentHeartbeat";
     const std::size_t at = name.rfind(PREFIX);

@@ -32,18 +32,26 @@ struct Style {
     bool numeric;  // -On
     bool quick;    // -OQ: no types
     bool ticks;    // -Ot
+    const char* prefix = "VRX-AGENT-MIB::";
 };
 const Style STYLES[] = {
-    {"v2c", false, false, false, false, false},          {"v2c -On", false, false, true, false, false},
-    {"v2c MIBs", false, true, false, false, false},      {"v2c MIBs -OQ", false, true, false, true, false},
-    {"v2c -On -OQ -Ot", false, false, true, true, true}, {"v1", true, false, false, false, false},
-    {"v1 MIBs", true, true, false, false, false},        {"v1 -On -OQ", true, false, true, true, false},
+    {"v2c", false, false, false, false, false},
+    {"v2c -On", false, false, true, false, false},
+    {"v2c MIBs", false, true, false, false, false},
+    {"v2c MIBs -OQ", false, true, false, true, false},
+    {"v2c -On -OQ -Ot", false, false, true, true, true},
+    {"v1", true, false, false, false, false},
+    {"v1 MIBs", true, true, false, false, false},
+    {"v1 -On -OQ", true, false, true, true, false},
+    {"v2c -Os", false, true, false, false, false, ""},
+    {"v2c -Of", false, true, false, false, false, ".iso.org.enterprises.vrxAgentObjects.vrxAgentHeartbeats."},
 };
 const Style& V2C = STYLES[0];
 
 // One agent's messages to one destination, as a receiver logs them.
 struct Stream {
     std::string address = "192.0.2.10";
+    std::string domain = "UDP";
     unsigned int port = 40001;
     std::string engine = "80001f88ab";
     unsigned int destination = 1;
@@ -80,11 +88,12 @@ struct Stream {
                                "Traps",    "Age",         "Next",  "LastTrap"};
         std::vector<Field> fields;
         for (std::size_t i = 0; i < values.size(); ++i) {
-            fields.push_back({style.mibs ? "VRX-AGENT-MIB::vrxAgentHeartbeat" + names[i] + ".0"
+            fields.push_back({style.mibs ? style.prefix + std::string("vrxAgentHeartbeat") + names[i] + ".0"
                                          : dots("1.3.6.1.4.1.99871.3.1.1.4." + std::to_string(i + 1) + ".0"),
                               types[i], values[i]});
         }
-        return record(ticks, style.mibs ? "VRX-AGENT-MIB::vrxAgentHeartbeat" : dots("1.3.6.1.4.1.99871.3.1.0.1"),
+        return record(ticks,
+                      style.mibs ? style.prefix + std::string("vrxAgentHeartbeat") : dots("1.3.6.1.4.1.99871.3.1.0.1"),
                       fields);
     }
 
@@ -110,7 +119,7 @@ private:
         return "(" + std::to_string(shown) + ") " + text;
     }
     std::string record(std::uint64_t ticks, const std::string& oid, std::vector<Field> fields) const {
-        const std::string way = "UDP: [" + address + "]:" + std::to_string(port) + "->[192.0.2.1]:162";
+        const std::string way = domain + ": [" + address + "]:" + std::to_string(port) + "->[192.0.2.1]:162";
         std::string text = clockText(epoch + static_cast<std::time_t>(ticks / 100)) + " ";
         if (style.v1) {
             const std::size_t dot = oid.rfind('.');
@@ -195,6 +204,23 @@ TEST(TrapGaps, EveryStyleOfTheLogIsUnderstood) {
         EXPECT_EQ(report.gaps[0].engine, "80001f88ab");
         EXPECT_EQ(report.gaps[0].destination, 1U);
     }
+}
+
+TEST(TrapGaps, IPv6AndAFormatOfOneLineAreUnderstood) {
+    Stream stream;
+    stream.address = "fe80::1%eth0";
+    stream.domain = "UDP/IPv6";
+    Strings records = minute(stream);
+    records.erase(records.begin() + 7);
+    const GapReport report = reportOf(joined(records));
+    ASSERT_EQ(report.gaps.size(), 1U);
+    EXPECT_EQ(report.gaps[0].address, "fe80::1%eth0");
+    for (std::string& record : records) {  // -F '%4y-%02.2m-%02.2lT%02.2h:%02.2j:%02.2k %b\t%v\n'
+        record.replace(record.find("]:\n"), 3, "\t");
+        record.replace(record.find(" host ["), 7, " ");
+        record[10] = 'T';
+    }
+    EXPECT_EQ(gapsOf(joined(records)), Strings{"1/4"});
 }
 
 TEST(TrapGaps, ALostHeartbeatMakesAnIntervalLonger) {

@@ -492,6 +492,11 @@ void TrapSender::beatWhenDue(const std::string& key, const tTrapDestInfo& info, 
     link.greeted = true;
     link.failing = !result.failure.empty();
     if (link.failing) link.channel.reset();
+    {
+        const MutexLock lock(m_mutex);
+        Destination* const destination = m_account.find(key);
+        if (destination != nullptr && !link.failing) ++destination->heartbeats;
+    }
     Readiness readiness;
     readiness.proven = true;
     if (link.failing) {
@@ -500,9 +505,6 @@ void TrapSender::beatWhenDue(const std::string& key, const tTrapDestInfo& info, 
         readiness.lost = "a heartbeat";
     }
     noteState(key, readiness);
-    const MutexLock lock(m_mutex);
-    Destination* const destination = m_account.find(key);
-    if (destination != nullptr && !link.failing) ++destination->heartbeats;
 }
 
 // Texts are not shortened: receivers compare them.

@@ -3,6 +3,7 @@
 
 #include <functional>
 
+#include "host/notification_log/heartbeat_notification.h"
 #include "tests/agent/trap_test_tools.h"
 #include "tests/failing_memory.h"
 
@@ -57,6 +58,40 @@ TEST_F(TrapSenderMemoryTest, EachTrapIsSentAndSettledOnce) {
             EXPECT_EQ(counters.sent, static_cast<std::uint64_t>(TRAPS));
             EXPECT_EQ(counters.droppedInAll(), 0U);
         });
+}
+
+// Whatever finds no memory.
+TEST_F(TrapSenderMemoryTest, AHeartbeatCountsWhatWasSentBeforeIt) {
+    bool failed = true;
+    unsigned int n = 0;
+    while (failed) {
+        SCOPED_TRACE(++n);
+        FakeTransport transport;
+        TrapSender sender(m_loop, m_options, transport);
+        sender.setHeartbeats(std::chrono::hours(1), "no-such-folder/heartbeats");
+        sender.setDestinations({destination("1", 1001)});
+        for (int i = 1; i <= TRAPS; ++i) {
+            sender.submit(NotificationOrigin(), *sender.destinations(), {destination("1", 1001)}, trapNumbered(1),
+                          nullptr);
+        }
+        failing_memory::failAt(n);
+        agent_check_and_process(0);
+        failed = !failing_memory::isFailureToCome();
+        failing_memory::failAt(0);
+        ASSERT_TRUE(turnUntil([&] { return sender.totals().sent == static_cast<std::uint64_t>(TRAPS); }));
+        sender.stop();
+        std::uint64_t traps = 0;
+        for (const FakeTransport::Message& one : transport.messages) {
+            if (one.trap.bindings.empty()) {
+                ++traps;
+                continue;
+            }
+            EXPECT_EQ(one.trap.bindings.at(heartbeat_notification::TRAPS - 1).value.number, traps);
+        }
+        EXPECT_EQ(traps, static_cast<std::uint64_t>(TRAPS));
+        EXPECT_FALSE(transport.messages.back().trap.bindings.empty()) << "the last one";
+    }
+    EXPECT_GT(n, 5U) << "allocations fail";
 }
 
 TEST_F(TrapSenderMemoryTest, ATrapWaitsForTheMemoryOfItsMessageHoweverLong) {
