@@ -15,11 +15,14 @@ import unittest
 import xml.etree.ElementTree as ElementTree
 from xml.sax.saxutils import quoteattr
 
+import yaml
+
 from harness import PROGRAM_DIR, SOURCE_DIR, mib_path, slowdown
 
 OWN = "1.3.6.1.4.1.99871.2.91.10.2.1.1."
 USAGE, DATA_FAULT, CANNOT_CREATE = 64, 65, 73
-FORMATS = ["mib", "snmptt", "catalogue", "json", "csv"]
+FOLDER_FORMATS = ["prometheus"]  # several files, of no use alone
+FORMATS = ["mib", "snmptt", "grafana", "catalogue", "json", "csv"] + FOLDER_FORMATS
 NAMING_FORMATS = ["mib", "snmptt"]
 
 # What each format has a meaning of its own for.
@@ -89,11 +92,18 @@ class Exported(unittest.TestCase):
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False, **options)
 
     def export(self, *arguments, text=None, **options):
-        """What goes to standard output, of definitions of that text or of the shipped ones."""
+        """What goes to standard output (formats of several files: all of them), of definitions of that text or of the
+        shipped ones."""
         if text is not None:
             arguments += ("--definitions", self.write("definitions.xml", text))
+        several = arguments[0] in FOLDER_FORMATS and "--output" not in arguments
+        if several:
+            arguments += ("--output", self.path("several") + "/")
         done = self.run_export(*arguments, **options)
         self.assertEqual((done.returncode, done.stderr.decode()), (0, ""))
+        if several:
+            return "".join(name + "\n" + self.read(os.path.join("several", name))
+                           for name in sorted(os.listdir(self.path("several"))))
         return done.stdout.decode("utf-8")
 
     def write(self, name, text):
@@ -119,6 +129,8 @@ class CommandTest(Exported):
 
     def test_what_goes_to_a_file_is_what_goes_to_standard_output(self):
         for name in FORMATS:
+            if name in FOLDER_FORMATS:
+                continue
             with self.subTest(name):
                 self.assertEqual(self.export(name, "--output", self.path(name)), "")
                 self.assertEqual(self.read(name), self.export(name))
@@ -138,6 +150,14 @@ class CommandTest(Exported):
         self.export("json", "--output", self.path("file"))
         self.assertEqual(os.stat(self.path("file")).st_mode & 0o777, 0o640)
 
+    def test_a_format_of_several_files_needs_a_folder(self):
+        for name in FOLDER_FORMATS:
+            for output in ((), ("--output", self.path("file"))):
+                done = self.run_export(name, *output)
+                self.assertEqual((done.returncode, done.stdout), (USAGE, b""))
+                self.assertIn(b"--output must name a folder", done.stderr)
+        self.assertEqual(os.listdir(self.folder), [])
+
     def test_faults_of_lint_are_refused_with_its_message_and_code(self):
         file = self.write("faulty.xml", definitions(alarm(1), alarm(2, detail="D ##00 ##"), alarm(3, alarmOid="")))
         lint = subprocess.run([os.path.join(PROGRAM_DIR, "vrxctl"), "--root", os.path.join(SOURCE_DIR, "share"), "lint",
@@ -147,17 +167,19 @@ class CommandTest(Exported):
         self.write("before", "stays")
         for name in FORMATS:
             with self.subTest(name):
-                done = self.run_export(name, "--definitions", file, "--output", self.path("before"))
+                output = self.path("folder") + "/" if name in FOLDER_FORMATS else self.path("before")
+                done = self.run_export(name, "--definitions", file, "--output", output)
                 self.assertEqual((done.returncode, done.stderr.decode().splitlines()), (DATA_FAULT, errors))
                 self.assertEqual(done.stdout, b"")
                 self.assertEqual(self.read("before"), "stays")
+                self.assertFalse(os.path.exists(self.path("folder")))
 
     def test_formats_that_name_notifications_refuse_alarms_that_can_have_none(self):
         for oid, rule in (("5.7", "oid-form"), ("0.07", "oid-form"), ("0.1", "repeated-oid")):
             file = self.write("definitions.xml", definitions(alarm(1), alarm(2, alarmOid=oid)))
             for name in FORMATS:
                 with self.subTest(name, oid=oid):
-                    done = self.run_export(name, "--definitions", file)
+                    done = self.run_export(name, "--definitions", file, "--output", self.path("out") + "/")
                     refused = re.findall(r"\[([a-z-]+)\]$", done.stderr.decode(), re.MULTILINE)
                     self.assertEqual((done.returncode, refused),
                                      (DATA_FAULT, [rule]) if name in NAMING_FORMATS else (0, []))
@@ -213,9 +235,10 @@ class CommandTest(Exported):
     def test_five_thousand_definitions_fit_into_200_mb(self):
         file = self.write("many.xml", many_definitions(5000))
         for name in FORMATS:
+            output = ["--output", self.path("several") + "/"] if name in FOLDER_FORMATS else []
             with self.subTest(name), open(os.devnull, "wb") as nowhere:
                 started = subprocess.Popen([os.path.join(PROGRAM_DIR, "vrxctl"), "--root", os.path.join(SOURCE_DIR, "share"),
-                                            "export", name, "--definitions", file], stdout=nowhere)
+                                            "export", name, "--definitions", file, *output], stdout=nowhere)
                 _, status, usage = os.wait4(started.pid, 0)
                 started.returncode = os.waitstatus_to_exitcode(status)
                 self.assertEqual(started.returncode, 0)
@@ -229,10 +252,20 @@ class DocumentedLinesTest(Exported):
 
     def test_formats_that_are_files(self):
         for section, files in (("json", ["vrx-alarms/vrx-alarms.json", "vrx-alarms/vrx-alarms.schema.json"]),
-                               ("csv", ["vrx-alarms.csv"]), ("catalogue", ["vrx-alarms.html"])):
+                               ("csv", ["vrx-alarms.csv"]), ("catalogue", ["vrx-alarms.html"]),
+                               ("grafana", ["vrx-dashboard.json"])):
             type_lines(documented_lines(section), self.folder, {})
             for file in files:
                 self.assertGreater(os.path.getsize(self.path(file)), 1000)
+
+    def test_prometheus(self):
+        lines = [line for line in documented_lines("prometheus") if line.split()[0] not in ("apt", "promtool", "systemctl")]
+        os.mkdir(self.path("etc"))
+        type_lines(lines, self.folder, {"/etc/prometheus/": self.path("etc") + "/", "COMMUNITY": "a-word"})
+        self.assertEqual(sorted(os.listdir(self.path("etc"))), ["prometheus.yml", "snmp.yml", "vrx-rules-test.yml",
+                                                                "vrx-rules.yml", "vrx-systems.json"])
+        with open(self.path("etc", "snmp.yml"), encoding="utf-8") as file:
+            self.assertEqual({module["auth"]["community"] for module in yaml.safe_load(file).values()}, {"a-word"})
 
     def test_at_most_ten_lines_to_type(self):
         for name in FORMATS:
@@ -432,6 +465,131 @@ class CataloguePageTest(Exported):
                     self.assertGreaterEqual((high + 0.05) / (low + 0.05), 4.5, (palette, text, back))
 
 
+def documented_metrics():
+    with open(os.path.join(SOURCE_DIR, "docs", "status.md"), encoding="utf-8") as file:
+        return set(re.findall(r"`(vrx_\w+)`", file.read()))
+
+
+class PrometheusTest(Exported):
+    """The files' structure and texts; scripts/try-receivers has Prometheus, snmp_exporter and promtool themselves."""
+
+    def files(self, text=None):
+        """By name, as YAML."""
+        self.export("prometheus", text=text)
+        return {name: yaml.load(self.read("several/" + name), yaml.CSafeLoader) for name in os.listdir(self.path("several"))}
+
+    @staticmethod
+    def rules(files, kind):
+        return [rule for group in files["vrx-rules.yml"]["groups"] for rule in group["rules"] if kind in rule]
+
+    def test_every_alarm_has_its_cause(self):
+        alarms = json.loads(self.export("json"))["alarms"]
+        causes = [rule["labels"] for rule in self.rules(self.files(), "record") if rule["record"] == "vrx_alarm_definition_info"]
+        self.assertEqual(causes, [{"number": str(alarm["number"]), "title": alarm["title"], "cause": alarm["cause"]}
+                                  for alarm in alarms])
+
+    def test_every_alarm_of_the_table_is_in_the_rules_tests(self):
+        alarms = [alarm for alarm in json.loads(self.export("json"))["alarms"] if alarm["in_table"]]
+        expected = [alert for case in self.files()["vrx-rules-test.yml"]["tests"][0]["alert_rule_test"]
+                    for alert in case.get("exp_alerts") or []]
+        by_number = {alert["exp_labels"]["number"]: alert for alert in expected}
+        self.assertEqual(len(expected), len(alarms))
+        self.assertEqual({alert["exp_labels"]["severity"] for alert in expected}, {"critical", "major", "minor", "warning"})
+        for one in alarms:
+            self.assertEqual(by_number[one["number"]]["exp_annotations"],
+                             {"summary": one["title"] + ": " + one["sample"]["location"], "title": one["title"],
+                              "cause": one["cause"], **one["sample"]})
+
+    def test_hostile_texts_are_texts(self):
+        files = self.files(hostile_definitions())
+        expected = [alert for case in files["vrx-rules-test.yml"]["tests"][0]["alert_rule_test"]
+                    for alert in case.get("exp_alerts") or []]
+        self.assertEqual({alert["exp_annotations"]["advice"] for alert in expected}, set(HOSTILE))
+        self.assertEqual([rule["labels"]["title"] for rule in self.rules(files, "record")[1:]],
+                         [" ".join(text.split()) + " %d" % number for number, text in enumerate(HOSTILE, 1)])
+        # Templates and expressions are the same as for any definitions.
+        for rule in self.rules(files, "alert"):
+            self.assertIn(rule, self.rules(self.files(), "alert"))
+
+    def test_characters_that_yaml_and_promql_do_not_take(self):
+        text = "a\u2028b\ufeffc\ufffed\u2029e\ufffdf \\ \" # : - [x] | %"
+        files = self.files(definitions(alarm(1, text, text, text, text, text)))
+        self.assertEqual(self.rules(files, "record")[1]["labels"], {"number": "1", "title": text, "cause": text})
+        series = files["vrx-rules-test.yml"]["tests"][0]["input_series"][1]["series"]
+        self.assertIn(',title="%s"' % text.replace("\\", "\\\\").replace('"', '\\"').replace("\ufffd", "\\uFFFD"), series)
+
+    def test_alarms_of_one_number_are_one_series(self):
+        files = self.files(definitions(alarm(1), alarm(1, eventID=2 << 32 | 1, alarmOid="0.2", reason="Other.")))
+        self.assertEqual([rule["labels"] for rule in self.rules(files, "record")[1:]],
+                         [{"number": "1", "title": "Disk Failed", "cause": "R."}])
+
+    def test_objects_are_those_of_the_mib(self):
+        oids = {metric["oid"]: metric for module in self.files()["snmp.yml"].values() for metric in module["metrics"]}
+        done = subprocess.run(["snmptranslate", "-M", mib_path(), "-m", "SNMPv2-MIB:VRX-TAMREL-MIB:VRX-AGENT-MIB", "-Td", *oids],
+                              stdout=subprocess.PIPE, text=True, check=True, env=dict(os.environ, SNMPCONFPATH=self.folder))
+        objects = re.findall(r"^[\w-]+::(\w+)\n.*?SYNTAX\s+(.*?)\n", done.stdout, re.MULTILINE | re.DOTALL)
+        self.assertEqual([name for name, _ in objects], [metric["name"] for metric in oids.values()])
+        for (name, syntax), metric in zip(objects, oids.values()):
+            if "enum_values" in metric:
+                self.assertEqual(re.search(r"\{(.*)\}", syntax).group(1),
+                                 ", ".join("%s(%d)" % (text, number) for number, text in metric["enum_values"].items()), name)
+            if "Counter32" in syntax:
+                self.assertEqual(metric["type"], "counter", name)
+
+    def test_rules_are_of_metrics_that_exist_and_jobs_that_are_configured(self):
+        files = self.files()
+        exporter = {metric["name"] + ("_info" if metric["type"] == "EnumAsInfo" else "")
+                    for module in files["snmp.yml"].values() for metric in module["metrics"]}
+        jobs = {job["job_name"]: job for job in files["prometheus.yml"]["scrape_configs"]}
+        for rule in self.rules(files, "alert"):
+            for job in re.findall(r'job="(.*?)"', rule["expr"]):
+                self.assertIn(job, jobs)
+            for metric in re.findall(r"\b(vrx\w+)\b(?![:\"=-])", re.sub(r'\{.*?\}|vrx:alarm:active', "", rule["expr"])):
+                self.assertIn(metric, exporter | documented_metrics())
+        self.assertEqual({job["params"]["module"][0] for job in jobs.values() if "params" in job}, set(files["snmp.yml"]))
+        self.assertEqual(files["prometheus.yml"]["rule_files"], ["vrx-rules.yml"])
+
+
+class GrafanaTest(Exported):
+    def setUp(self):
+        super().setUp()
+        self.dashboard = json.loads(self.export("grafana"))
+        self.panels = self.dashboard["panels"]
+
+    def test_panels_have_places_and_queries_of_their_own(self):
+        self.assertEqual([panel["id"] for panel in self.panels], list(range(1, len(self.panels) + 1)))
+        taken = set()
+        for panel in self.panels:
+            place = panel["gridPos"]
+            cells = {(x, y) for x in range(place["x"], place["x"] + place["w"])
+                     for y in range(place["y"], place["y"] + place["h"])}
+            self.assertFalse(cells & taken, panel["title"])
+            self.assertLessEqual(place["x"] + place["w"], 24)
+            taken |= cells
+            references = [target["refId"] for target in panel["targets"]]
+            self.assertEqual(references, sorted(set(references)))
+            self.assertTrue(references)
+
+    def test_queries_are_of_metrics_that_exist_and_variables_that_are_defined(self):
+        variables = {variable["name"] for variable in self.dashboard["templating"]["list"]}
+        self.export("prometheus")
+        known = documented_metrics() | set(re.findall(r"\bvrx\w+", self.read("several/snmp.yml")))
+        for panel in self.panels:
+            self.assertEqual(panel["datasource"], {"type": "prometheus", "uid": "${datasource}"})
+            for target in panel["targets"]:
+                expression = target["expr"]
+                self.assertLessEqual(set(re.findall(r"\$(\w+)", expression)), variables | {"__rate_interval"})
+                self.assertIn("$system" if "vrx_" not in expression else "$agent", expression)
+                self.assertEqual(expression.count("("), expression.count(")"))
+                for metric in re.findall(r"\b(vrx_\w+|vrxA\w+)", expression):
+                    self.assertIn(re.sub(r"_bucket$", "", metric), known)
+
+    def test_what_it_is_for(self):
+        titles = [panel["title"] for panel in self.panels]
+        for title in ("Active alarms", "Alarms by level", "Fate of traps by destination", "Request latency", "Backend"):
+            self.assertIn(title, titles)
+
+
 class MibTest(Exported):
     def lint(self, module):
         """What smilint says of a module, which is in the test's folder."""
@@ -461,23 +619,6 @@ class MibTest(Exported):
             self.assertEqual(self.translate("-On", "VRX-TAMREL-ALARM-MIB::" + name), "." + OWN + "0.%d\n" % number)
         # Converters copy the lines of a description: none may be a command of what they write.
         self.assertNotRegex(module, r"(?m)^\s*(EVENT|FORMAT|EXEC|PREEXEC|NODES|MATCH|REGEX|SDESC|EDESC)")
-
-    def test_pysmi_compiles_shipped_and_hostile_modules(self):
-        for folder in mib_path().split(":"):
-            for file in os.listdir(folder):
-                if not file.endswith((".xml", ".txt", ".md")) and os.path.isfile(os.path.join(folder, file)):
-                    shutil.copy(os.path.join(folder, file), self.path(file.removesuffix(".mib")))
-        for text in (None, hostile_definitions()):
-            self.export("mib", "--output", self.folder + "/", text=text)
-            done = subprocess.run(["mibdump", "--mib-source=file://" + self.folder, "--mib-borrower=file://" + self.folder,
-                                   "--destination-format=json", "--destination-directory=" + self.path("compiled"),
-                                   "--generate-mib-texts", "--rebuild", "VRX-TAMREL-ALARM-MIB"],
-                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
-            self.assertEqual(done.returncode, 0, done.stdout)
-            compiled = json.loads(self.read("compiled/VRX-TAMREL-ALARM-MIB.json"))
-            oids = [one["oid"] for one in compiled.values() if one.get("class") == "notificationtype"]
-            arguments = () if text is None else ("--definitions", self.path("definitions.xml"))
-            self.assertEqual(sorted(oids), sorted(one["oid"] for one in json.loads(self.export("json", *arguments))["alarms"]))
 
     def test_descriptions_have_cause_detail_and_advice(self):
         self.export("mib", "--output", self.folder + "/")

@@ -1,6 +1,8 @@
 #include "tools/export/plain_text.h"
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
 #include "host/base/utf8.h"
 
@@ -46,6 +48,30 @@ std::string replacedAll(std::string text, std::string_view from, std::string_vie
         at = text.find(from, shrinks ? at - std::min(at, from.size() - 1) : at + to.size());
     }
     return text;
+}
+
+// Besides controls YAML readers refuse U+FEFF, U+FFFE and U+FFFF, and take U+2028 and U+2029 for the end of a line.
+std::string yamlText(std::string_view text) {
+    static constexpr std::pair<std::string_view, std::string_view> ESCAPES[] = {
+        {"\"", "\\\""},
+        {"\\", "\\\\"},
+        {"\n", "\\n"},
+        {"\t", "\\t"},
+        {"\xE2\x80\xA8", "\\u2028"},
+        {"\xE2\x80\xA9", "\\u2029"},
+        {"\xEF\xBB\xBF", "\\uFEFF"},
+        {"\xEF\xBF\xBE", "\\uFFFE"},
+        {"\xEF\xBF\xBF", "\\uFFFF"},
+    };
+    std::string quoted = "\"";
+    while (!text.empty()) {
+        const std::string_view character = text.substr(0, std::max<std::size_t>(utf8CharacterLength(text), 1));
+        const auto* const escape = std::find_if(std::begin(ESCAPES), std::end(ESCAPES),
+                                                [&](const auto& entry) { return entry.first == character; });
+        quoted += escape == std::end(ESCAPES) ? character : escape->second;
+        text.remove_prefix(character.size());
+    }
+    return quoted + '"';
 }
 
 }  // namespace vrx

@@ -19,4 +19,7 @@ namespace vrx {
 // Every occurrence, also those that a replacement makes, as long as it is shorter than what it replaces.
 [[nodiscard]] std::string replacedAll(std::string text, std::string_view from, std::string_view to);
 
+// In double quotes, as a YAML reader gives it back. REQUIRES: UTF-8.
+[[nodiscard]] std::string yamlText(std::string_view text);
+
 }  // namespace vrx
