@@ -106,8 +106,8 @@ int GapsCommand::run() {
     }
     const GapReport report = gaps.report(reader.begin());
     if (!report.shared.empty()) {
-        return unknown("several destinations send from " + terminalText(*report.shared.begin()) +
-                       ": --by-address cannot tell them apart");
+        return unknown("traps of several destinations come from " + terminalText(*report.shared.begin()) +
+                       ": they cannot be told apart");
     }
     if (report.heartbeats == 0) {
         return unknown("there is no heartbeat trap in the log: does the agent's configuration have vrxHeartbeatTrap?");

@@ -25,7 +25,7 @@ std::int64_t sinceStart(std::time_t time, std::uint32_t upTime, std::int64_t sta
 }  // namespace
 
 void TrapGaps::add(const LoggedTrap& trap) {
-    const std::string key = m_by == By::Port ? trap.address + " " + trap.port : trap.address;
+    const std::string key = m_by == By::Port ? trap.address + " port " + trap.port : trap.address;
     Sender& sender = m_senders[key];
     sender.address = trap.address;
     if (!trap.heartbeat) {
@@ -36,6 +36,14 @@ void TrapGaps::add(const LoggedTrap& trap) {
     const auto series = m_series.try_emplace({told.engine, told.destination, told.series}).first;
     series->second.try_emplace(
         told.number, Heartbeat{trap.time, trap.upTime, told.boots, told.number, told.traps, told.age, trap.address});
+    // A port may be used again, by another destination.
+    const Destination destination(told.engine, told.destination);
+    std::vector<Destination>& ofSender = sender.destinations;
+    if (ofSender.empty() || ofSender.back() != destination) {
+        const bool again = std::find(ofSender.begin(), ofSender.end(), destination) != ofSender.end();
+        sender.shared = sender.shared || again || (m_by == By::Address && !ofSender.empty());
+        if (!again) ofSender.push_back(destination);
+    }
     const bool known = std::any_of(sender.runs.begin(), sender.runs.end(), [&](const Run& run) {
         return run.series == &series->first && run.boots == told.boots;
     });
@@ -48,13 +56,11 @@ std::map<TrapGaps::RunName, TrapGaps::RunTraps> TrapGaps::assign(GapReport& repo
     std::map<RunName, RunTraps> runs;
     std::set<std::string> addresses;
     for (const auto& [name, sender] : m_senders) {
-        std::set<std::pair<std::string, std::uint32_t>> destinations;
         for (const Run& run : sender.runs) {
             runs.try_emplace({run.series, run.boots}, RunTraps{run.start, {}});
             addresses.insert(sender.address);
-            destinations.insert({std::get<0>(*run.series), std::get<1>(*run.series)});
         }
-        if (m_by == By::Address && destinations.size() > 1) report.shared.insert(sender.address);
+        if (sender.shared) report.shared.insert(name);
     }
     for (const auto& [name, sender] : m_senders) {
         if (sender.runs.empty()) {

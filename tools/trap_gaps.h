@@ -39,8 +39,7 @@ struct GapReport {
     std::uint64_t missing = 0;
     std::uint64_t unassigned = 0;  // traps from an address of heartbeats, but from another port
 
-    // Addresses that several destinations sent heartbeats from, where the address is all that tells them apart: nothing
-    // is compared then.
+    // Senders that several destinations have in common, so that their traps cannot be told apart: nothing is compared.
     std::set<std::string> shared;
 };
 
@@ -77,8 +76,11 @@ private:
         std::uint32_t boots;
         std::int64_t start;  // of the agent, in hundredths of a second of the receiver's clock
     };
+    using Destination = std::pair<std::string, std::uint32_t>;  // engine, number
     struct Sender {
         std::string address;
+        std::vector<Destination> destinations;  // one after the other
+        bool shared = false;
         std::vector<Run> runs;
         std::vector<Trap> traps;
     };

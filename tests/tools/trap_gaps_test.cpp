@@ -335,6 +335,26 @@ TEST(TrapGaps, APortThatChangesOnTheWayNeedsTheAddress) {
     EXPECT_EQ(reportOf(log + joined(minute(other)), TrapGaps::By::Address).shared, std::set<std::string>{"192.0.2.10"});
 }
 
+// As one that passes them on makes it look.
+TEST(TrapGaps, DestinationsThatShareAPortAreNotCompared) {
+    Stream streams[2];
+    streams[1].destination = 2;
+    std::string log;
+    for (std::uint64_t i = 0; i < 2; ++i) {
+        for (Stream& stream : streams) log += stream.beat(1000 + i) + stream.trap(2000 + i);
+    }
+    const GapReport report = reportOf(log);
+    EXPECT_EQ(report.shared, std::set<std::string>{"192.0.2.10 port 40001"});
+    EXPECT_EQ(report.missing, 0U);
+    // One after the other: the port was used again.
+    Stream first;
+    Stream second;
+    second.destination = 2;
+    second.boots = 6;
+    second.epoch = second.begun = EPOCH + 60;
+    EXPECT_EQ(gapsOf(joined(minute(first)) + joined(minute(second))), Strings{});
+}
+
 TEST(TrapGaps, CountersAndUpTimeWrap) {
     Stream stream;
     stream.traps = 4'294'967'290U;
