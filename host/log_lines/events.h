@@ -120,10 +120,4 @@ LOG_LINE(NOTIFICATION_LOG_WRITTEN, "agent", Info,
          "the notification log can be written again; entries lost since the start: {}", "the fault has ended",
          "nothing");
 
-LOG_LINE(EVENT_NOT_PACED, "agent", Error, "alarm event {} is neither logged nor paced: no memory",
-         "the system is out of memory", "find what uses the memory");
-
-LOG_LINE(HELD_TRAP_DROPPED, "agent", Error, "a held trap for destination {} is dropped: no memory",
-         "the system is out of memory", "find what uses the memory");
-
 }  // namespace vrx::lines

@@ -620,6 +620,23 @@ class MibTest(Exported):
         # Converters copy the lines of a description: none may be a command of what they write.
         self.assertNotRegex(module, r"(?m)^\s*(EVENT|FORMAT|EXEC|PREEXEC|NODES|MATCH|REGEX|SDESC|EDESC)")
 
+    def test_pysmi_compiles_shipped_and_hostile_modules(self):
+        for folder in mib_path().split(":"):
+            for file in os.listdir(folder):
+                if not file.endswith((".xml", ".txt", ".md")) and os.path.isfile(os.path.join(folder, file)):
+                    shutil.copy(os.path.join(folder, file), self.path(file.removesuffix(".mib")))
+        for text in (None, hostile_definitions()):
+            self.export("mib", "--output", self.folder + "/", text=text)
+            done = subprocess.run(["mibdump", "--mib-source=file://" + self.folder, "--mib-borrower=file://" + self.folder,
+                                   "--destination-format=json", "--destination-directory=" + self.path("compiled"),
+                                   "--generate-mib-texts", "--rebuild", "VRX-TAMREL-ALARM-MIB"],
+                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+            self.assertEqual(done.returncode, 0, done.stdout)
+            compiled = json.loads(self.read("compiled/VRX-TAMREL-ALARM-MIB.json"))
+            oids = [one["oid"] for one in compiled.values() if one.get("class") == "notificationtype"]
+            arguments = () if text is None else ("--definitions", self.path("definitions.xml"))
+            self.assertEqual(sorted(oids), sorted(one["oid"] for one in json.loads(self.export("json", *arguments))["alarms"]))
+
     def test_descriptions_have_cause_detail_and_advice(self):
         self.export("mib", "--output", self.folder + "/")
         self.assertEqual(re.sub(r"\s+", " ", self.translate("-Td", "VRX-TAMREL-ALARM-MIB::vrxDiskFailed")).partition(

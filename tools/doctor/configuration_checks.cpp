@@ -42,7 +42,7 @@ std::string installed(const std::vector<const char*>& places) {
 
 std::vector<std::string> modulesOf(const Facts& facts) {
     if (!facts.agent.modules.empty()) return facts.agent.modules;
-    const std::string module = installed({"../lib/libsnmp_tamrel.so", VRX_MODULE_BESIDE_PROGRAM});
+    const std::string module = installed({VRX_MODULE_BESIDE_PROGRAM});
     return module.empty() ? std::vector<std::string>() : std::vector<std::string>{module};
 }
 

@@ -127,7 +127,9 @@ void printReport(std::ostream& out, const Report& report) {
     }
     const std::string checks = counted(report.checks(), "check", "checks");
     if (report.findings().empty()) {
-        out << "no findings in " << checks << "\n";
+        out << "no findings in " << checks;
+        if (!report.unchecked().empty()) out << ", not all of which could be made in full";
+        out << "\n";
         return;
     }
     out << counted(report.count(Severity::Fault), "fault", "faults") << ", "

@@ -19,7 +19,7 @@ constexpr const char* STYLE = R"(
   :root { --text: #e6edf3; --faint: #9aa5b1; --back: #0d1117; --raised: #171d26; --line: #3a434e; --link: #79b8ff; --mark: #3b3113; }
 }
 * { box-sizing: border-box; }
-html { scroll-padding-top: 5rem; }
+html { scroll-padding-top: 7rem; }
 body { margin: 0; color: var(--text); background: var(--back); font: 1rem/1.5 system-ui, sans-serif; overflow-wrap: anywhere; }
 header, main { max-width: 60rem; margin: 0 auto; padding: 0 1rem; }
 h1 { margin: 1rem 0 0; }
@@ -97,7 +97,7 @@ constexpr const char* SCRIPT = R"(
 )";
 
 // SHA-256 of the two texts above, in base64; tests/e2e/export_test.py tells those that are right.
-constexpr const char* STYLE_HASH = "XfKz3sH/EYuUq+7QmaEcEwbuGShjO7aAZxtPdRAF39Q=";
+constexpr const char* STYLE_HASH = "KVXLsahDx9EoZeoHcfy9zUeQehjDi2xLD952I6l8ZHA=";
 constexpr const char* SCRIPT_HASH = "NlSNnz7006I8HegOTkumbSYIuPV057r82OaMWDrD2Zs=";
 
 constexpr const char* HEAD = R"(<!DOCTYPE html>
@@ -113,7 +113,7 @@ constexpr const char* HEAD = R"(<!DOCTYPE html>
 <a class="skip" href="#alarms">To the alarms</a>
 <header>
 <h1>Alarms of the storage system</h1>
-<p>{count} alarms, revision {revision}. In texts, [N] stands for parameter N.</p>
+<p>{count} alarms, revision of {date}. In texts, [N] stands for parameter N.</p>
 </header>
 <div id="tools" role="search" hidden><div>
 <label for="search">Search</label>
@@ -178,7 +178,10 @@ std::string pairs(const std::vector<CodedText>& texts) {
     return list;
 }
 
-std::string parametersTable(const CatalogueAlarm& alarm, const Catalogue& catalogue) {
+// A table where some are codes or are shown as other texts, else their positions.
+std::string parametersHtml(const CatalogueAlarm& alarm, const Catalogue& catalogue) {
+    bool hasTexts = false;
+    std::string positions;
     std::string table =
         "<table><tr><th scope=\"col\">N</th><th scope=\"col\">Code</th><th scope=\"col\">Shown as</th></tr>";
     for (const CatalogueParameter& parameter : alarm.parameters) {
@@ -188,10 +191,12 @@ std::string parametersTable(const CatalogueAlarm& alarm, const Catalogue& catalo
             const auto type = catalogue.enumerations.find(parameter.enumeration);
             if (type != catalogue.enumerations.end()) codes += ": " + pairs(type->second);
         }
+        hasTexts = hasTexts || !codes.empty() || !parameter.shownAs.empty();
+        positions += fmt::format("{}{}", positions.empty() ? "" : ", ", parameter.position);
         table += fmt::format("<tr><td>{}</td><td>{}</td><td>{}</td></tr>", parameter.position, codes,
                              pairs(parameter.shownAs));
     }
-    return table + "</table>";
+    return hasTexts ? table + "</table>" : positions;
 }
 
 // An id of HTML; none where another alarm has it, which lint tells.
@@ -213,8 +218,13 @@ std::string articleOf(const CatalogueAlarm& alarm, const Catalogue& catalogue, s
     html += row("What to do", escaped(alarm.sample.advice));
     html += row("Level", "<a href=\"#levels\">that of the event</a>");
     if (!alarm.isInTable) html += row("Alarm table", "never has a row of it");
-    if (!alarm.parameters.empty()) html += row("Parameters", parametersTable(alarm, catalogue));
+    if (!alarm.parameters.empty()) html += row("Parameters", parametersHtml(alarm, catalogue));
     return html + "</dl>\n</article>\n";
+}
+
+// "2024-11-21" of "202411210000Z".
+std::string dateOf(const std::string& revision) {
+    return fmt::format("{}-{}-{}", revision.substr(0, 4), revision.substr(4, 2), revision.substr(6, 2));
 }
 
 }  // namespace
@@ -222,7 +232,7 @@ std::string articleOf(const CatalogueAlarm& alarm, const Catalogue& catalogue, s
 std::vector<ExportFile> catalogueFiles(const Catalogue& catalogue) {
     std::string page = fmt::format(HEAD, fmt::arg("style_hash", STYLE_HASH), fmt::arg("script_hash", SCRIPT_HASH),
                                    fmt::arg("style", STYLE), fmt::arg("count", catalogue.alarms.size()),
-                                   fmt::arg("revision", catalogue.revision));
+                                   fmt::arg("date", dateOf(catalogue.revision)));
     std::set<std::string> ids;
     for (const CatalogueAlarm& alarm : catalogue.alarms) page += articleOf(alarm, catalogue, ids);
     page += fmt::format(TAIL, fmt::arg("script", SCRIPT));

@@ -84,19 +84,8 @@ struct InformQueue::Lane {
     bool wantsMore() const { return !complete && first.size() <= IN_MEMORY / 2; }
 };
 
-// Something for the disk.
-struct InformQueue::Job {
-    enum class Kind { Add, Remove, Drop, Renumber };
-    Kind kind = Kind::Add;
-    std::shared_ptr<Lane> lane;
-    Inform inform;              // Add; number also of Remove
-    NotificationOrigin origin;  // Add, Renumber
-    Settled settled;
-    std::shared_ptr<std::promise<void>> renumbered;
-};
-
 struct InformQueue::Round {
-    std::vector<Job> jobs;  // in their order; those that could not be written come first
+    Jobs jobs;  // in their order; those that could not be written come first
     bool written = false;
     bool ready = false;  // some receiver has informs now
     bool stopping = false;
@@ -186,8 +175,19 @@ InformQueue::Limits InformQueue::setReceivers(const Limits& limits, bool keepOth
     return gone;
 }
 
+InformQueue::Places InformQueue::places(std::size_t receivers, const std::shared_ptr<const Notification>& trap,
+                                        const Settled& settled) {
+    Job job;
+    job.inform.trap = trap;
+    job.settled = settled;
+    return Places(receivers, job);
+}
+
 InformQueue::Added InformQueue::add(const std::string& receiver, const NotificationOrigin& origin, std::uint32_t upTime,
-                                    const std::shared_ptr<const Notification>& trap, const Settled& settled) {
+                                    Places& places) {
+    Places place;
+    place.splice(place.begin(), places, places.begin());
+    Job& job = place.front();
     Added result = Added::Waiting;
     {
         const MutexLock lock(m_mutex);
@@ -198,19 +198,16 @@ InformQueue::Added InformQueue::add(const std::string& receiver, const Notificat
         } else if (lane.standing.waiting >= lane.limit) {
             result = Added::Full;
         } else {
-            Job job;
             job.lane = m_lanes.at(receiver);
             job.inform.upTime = upTime;
-            job.inform.trap = trap;
             job.origin = isEvent ? origin : lane.last;
-            job.settled = settled;
-            m_jobs.push_back(std::move(job));
+            m_jobs.splice(m_jobs.end(), place);
             if (isEvent) lane.last = origin;
             ++lane.standing.waiting;
         }
         if (result == Added::Waiting && m_jobs.size() == 1) m_changed.notify_all();
     }
-    if (result != Added::Waiting && settled) settled();
+    if (!place.empty() && job.settled) job.settled();
     return result;
 }
 
@@ -294,9 +291,7 @@ bool InformQueue::serve(Round& round) {
     if (!round.written) {
         {
             const MutexLock lock(m_mutex);
-            round.jobs.reserve(round.jobs.size() + m_jobs.size());
-            std::move(m_jobs.begin(), m_jobs.end(), std::back_inserter(round.jobs));
-            m_jobs.clear();
+            round.jobs.splice(round.jobs.end(), m_jobs);
         }
         if (!round.jobs.empty() && !write(round.jobs)) return false;
         round.written = true;
@@ -309,7 +304,7 @@ bool InformQueue::serve(Round& round) {
 }
 
 // All of them in one transaction. False when that failed; those who wait for it are told then, and their jobs gone.
-bool InformQueue::write(std::vector<Job>& jobs) {
+bool InformQueue::write(Jobs& jobs) {
     try {
         SqliteTransaction transaction(m_database);
         for (Job& job : jobs) execute(job);
@@ -415,7 +410,7 @@ bool InformQueue::refill() {
 
 void InformQueue::refill(const std::shared_ptr<Lane>& lane) {
     std::vector<Inform> informs;
-    std::vector<Job> unreadable;
+    Jobs unreadable;
     std::size_t rows = 0;
     std::uint64_t last = lane->lastLoaded;  // changed by this thread alone
     SqliteStatement::Run row(m_statements->select);
@@ -440,14 +435,13 @@ void InformQueue::refill(const std::shared_ptr<Lane>& lane) {
     bool ready = false;
     {
         const MutexLock lock(m_mutex);
-        m_jobs.reserve(m_jobs.size() + unreadable.size());
         ready = lane->first.empty() && !informs.empty();
         lane->first.insert(lane->first.end(), informs.begin(), informs.end());
         lane->lastLoaded = last;
         lane->complete = rows < IN_MEMORY;
         lane->standing.waiting -= unreadable.size();
         lane->standing.unreadable += unreadable.size();
-        std::move(unreadable.begin(), unreadable.end(), std::back_inserter(m_jobs));
+        m_jobs.splice(m_jobs.end(), unreadable);
     }
     if (ready) m_onReady();
 }

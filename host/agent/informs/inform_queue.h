@@ -2,7 +2,8 @@
 //
 //     InformQueue queue(root + "/state/informs.db", [&] { /* some receiver has informs now */ });
 //     queue.setReceivers({{"nms.example.com:162", 20000}}, true);
-//     queue.add("nms.example.com:162", origin, upTime, trap, [] { /* it is on disk */ });
+//     InformQueue::Places places = queue.places(1, trap, [] { /* it is on disk */ });
+//     queue.add("nms.example.com:162", origin, upTime, places);
 //     while (const auto inform = queue.first(name)) { send(*inform); queue.remove(name, inform->number); }
 //
 // A thread of the queue's own does all that needs the disk: what came meanwhile becomes one transaction. Of each
@@ -19,12 +20,12 @@
 #include <deque>
 #include <functional>
 #include <future>
+#include <list>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "host/agent/delivery/notification_sink.h"
 #include "host/agent/informs/inform_channel.h"
@@ -35,6 +36,9 @@
 namespace vrx {
 
 class InformQueue {
+    struct Lane;
+    struct Job;
+
 public:
     using Settled = std::function<void()>;
     using Limits = std::map<std::string, std::size_t>;  // most informs that wait, by receiver
@@ -59,10 +63,14 @@ public:
     // are dropped; with `keepOthers` what the file has for unknown ones stays in it.
     Limits setReceivers(const Limits& limits, bool keepOthers);
 
-    // `settled` is called when the inform is on disk, at once when it is not taken. Throws std::bad_alloc, and nothing
-    // has happened. REQUIRES: the receiver is known.
-    Added add(const std::string& receiver, const NotificationOrigin& origin, std::uint32_t upTime,
-              const std::shared_ptr<const Notification>& trap, const Settled& settled);
+    // Memory for the informs of a trap to so many receivers: each add() takes a place. `settled` is called for each,
+    // when it is on disk, or at once when it is not taken.
+    using Places = std::list<Job>;
+    static Places places(std::size_t receivers, const std::shared_ptr<const Notification>& trap,
+                         const Settled& settled);
+
+    // Needs no memory. REQUIRES: the receiver is known, and there is a place.
+    Added add(const std::string& receiver, const NotificationOrigin& origin, std::uint32_t upTime, Places& places);
 
     // The inform to send now; nothing when none is in memory. Gives the same one until it is removed.
     std::optional<Inform> first(const std::string& receiver) const;
@@ -81,14 +89,24 @@ public:
 
 private:
     struct Statements;
-    struct Lane;
-    struct Job;
     struct Round;
+
+    // Something for the disk.
+    struct Job {
+        enum class Kind { Add, Remove, Drop, Renumber };
+        Kind kind = Kind::Add;
+        std::shared_ptr<Lane> lane;
+        Inform inform;              // Add; number also of Remove
+        NotificationOrigin origin;  // Add, Renumber
+        Settled settled;
+        std::shared_ptr<std::promise<void>> renumbered;
+    };
+    using Jobs = std::list<Job>;
 
     void load();
     void run();
     bool serve(Round& round);
-    bool write(std::vector<Job>& jobs);
+    bool write(Jobs& jobs);
     void execute(Job& job);
     void taken(Round& round);
     bool refill();
@@ -106,7 +124,7 @@ private:
     ConditionVariable m_changed;
     std::map<std::string, std::shared_ptr<Lane>> m_lanes GUARDED_BY(m_mutex);
     std::map<std::string, std::shared_ptr<Lane>> m_strangers GUARDED_BY(m_mutex);  // in the file, but no receivers now
-    std::vector<Job> m_jobs GUARDED_BY(m_mutex);
+    Jobs m_jobs GUARDED_BY(m_mutex);
     bool m_stopping GUARDED_BY(m_mutex) = false;
 
     std::thread m_thread;

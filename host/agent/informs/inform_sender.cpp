@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "host/base/log_line.h"
-#include "host/base/memory_retry.h"
 #include "host/destinations/trap_destination_checks.h"
 #include "host/log_lines/informs.h"
 #include "host/notification_log/notification_subject.h"
@@ -151,25 +150,21 @@ void InformSender::submit(const NotificationOrigin& origin, const TrapDestinatio
     const auto release = [submission] {
         if (const Settled last = submission->release()) last();
     };
+    InformQueue::Places places = InformQueue::places(keys.size(), submission->notification(), release);
+    // Nothing from here on needs memory.
     {
         const MutexLock lock(m_mutex);
         m_account.consider(considered, keys, submission->notification().get(),
                            [&](const std::string&, Destination& destination) REQUIRES(m_mutex) {
                                submission->addPart();
-                               enqueue(destination, origin, submission->notification(), release);
+                               enqueue(destination, origin, places);
                            });
     }
     release();
 }
 
-void InformSender::enqueue(Destination& destination, const NotificationOrigin& origin,
-                           const std::shared_ptr<const Notification>& trap, const Settled& settled) {
-    InformQueue::Added added = InformQueue::Added::Full;
-    try {
-        added = retryForASecond([&] { return m_queue.add(destination.name, origin, upTime(), trap, settled); });
-    } catch (const std::bad_alloc&) {
-        settled();
-    }
+void InformSender::enqueue(Destination& destination, const NotificationOrigin& origin, InformQueue::Places& places) {
+    const InformQueue::Added added = m_queue.add(destination.name, origin, upTime(), places);
     if (added == InformQueue::Added::Repeated) ++destination.counters.repeated;
     if (added == InformQueue::Added::Full) destination.counters.drop(InformDrop::QueueFull);
     noteFull(destination, added == InformQueue::Added::Full);

@@ -93,8 +93,8 @@ private:
     std::shared_ptr<const TrapDestinationMap> adopt(const std::vector<InformDestination>& destinations,
                                                     const std::map<std::string, std::string>& known) REQUIRES(m_mutex);
     std::uint32_t upTime() const;
-    void enqueue(Destination& destination, const NotificationOrigin& origin,
-                 const std::shared_ptr<const Notification>& trap, const Settled& settled) REQUIRES(m_mutex);
+    void enqueue(Destination& destination, const NotificationOrigin& origin, InformQueue::Places& places)
+        REQUIRES(m_mutex);
     void noteFull(Destination& destination, bool full) REQUIRES(m_mutex);
 
     // Agent thread.

@@ -46,6 +46,7 @@ FlapDamping::Noted FlapDamping::change(const Change& change, Clock::time_point n
     Noted noted;
     if (m_limits.changes == 0) return noted;
     const Name name{change.alarmId, std::hash<std::string>()(change.parameters)};
+    std::list<Clock::time_point> moment{now};
     Alarm& alarm = alarmOf(name);
     if (m_alarms.size() > m_most) forgetOne(noted.first);
 
@@ -59,7 +60,7 @@ FlapDamping::Noted FlapDamping::change(const Change& change, Clock::time_point n
         alarm.standing.reset();
     }
     if (noted.byTurns) {
-        alarm.changes.push_back(now);
+        alarm.changes.splice(alarm.changes.end(), moment);
         if (alarm.changes.size() > m_limits.changes) alarm.changes.pop_front();
     }
     noted.flaps = flaps(alarm, now);

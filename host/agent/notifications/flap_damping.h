@@ -30,7 +30,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <list>
 #include <map>
 #include <optional>
@@ -117,7 +116,7 @@ private:
     };
 
     struct Alarm {
-        std::deque<Clock::time_point> changes;  // the last ones by turns, as many as are flapping
+        std::list<Clock::time_point> changes;   // the last ones by turns, as many as are flapping
         std::optional<std::uint32_t> standing;  // serial number of what was raised last, until it ends
         std::map<Stream, StreamState> streams;  // since it flaps
         std::list<Name>::iterator place;        // in m_byAge

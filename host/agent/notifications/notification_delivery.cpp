@@ -1,12 +1,11 @@
 #include "host/agent/notifications/notification_delivery.h"
 
 #include <algorithm>
+#include <iterator>
+#include <new>
 #include <utility>
 
-#include "host/base/log_line.h"
-#include "host/base/memory_retry.h"
 #include "host/destinations/trap_destination_checks.h"
-#include "host/log_lines/events.h"
 #include "host/notification_log/notification_codec.h"
 
 namespace vrx {
@@ -40,8 +39,10 @@ NotificationDelivery::NotificationDelivery(AgentLoop& loop, std::vector<Notifica
 void NotificationDelivery::setLimits(const FlapDampingLimits& limits) {
     const MutexLock lock(m_mutex);
     if (m_stopped) return;
-    m_pacing = limits.changes > 0;
+    sendDue();
     follow(m_damping.setLimits(limits));
+    m_pacing = limits.changes > 0;
+    sendDue();
     wakeForDue();
 }
 
@@ -66,68 +67,51 @@ NotificationDelivery::Begun NotificationDelivery::begin(const AlarmEvent& event,
     const MutexLock lock(m_mutex);
     Begun begun{event, ticket, FlapDamping::Noted()};
     if (!m_pacing) return begun;
-    try {
-        retryForASecond([&]() REQUIRES(m_mutex) {
-            begun.change =
-                m_damping.change({event.alarmId, event.serial, event.raised, event.parameters}, Clock::now());
-        });
-        follow(begun.change->first);
-    } catch (const std::bad_alloc&) {
-        begun.change.reset();
-        logFault<lines::EVENT_NOT_PACED>(event.sequence);
-    }
+    sendDue();
+    begun.change = m_damping.change({event.alarmId, event.serial, event.raised, event.parameters}, Clock::now());
+    follow(std::move(begun.change.first));
+    wakeForDue();
     return begun;
 }
 
-bool NotificationDelivery::deliver(const Begun& begun, unsigned int handler, const std::vector<Destinations>& offered,
-                                   const std::list<tTrapDestInfo>& chosen,
-                                   const std::shared_ptr<const Notification>& trap) {
+void NotificationDelivery::deliver(Delivery& delivery) {
     const MutexLock lock(m_mutex);
-    const bool goes = trap != nullptr && !trap->oid.empty() && begun.change;
-    const std::set<std::string> held =
-        goes && m_pacing ? holdBack(begun, handler, offered, chosen, trap) : std::set<std::string>();
-    const NotificationOrigin origin{begun.event.sequence, handler};
-    bool taken = true;
-    for (std::size_t sink = 0; sink < m_sinks.size(); ++sink) {
-        if (offered[sink] == nullptr || offered[sink]->empty()) continue;
-        if (held.empty()) {
-            taken = submit(sink, origin, *offered[sink], chosen, trap, begun.ticket) && taken;
-        } else {
-            taken = submitBut(held, sink, origin, *offered[sink], chosen, trap, begun.ticket) && taken;
-        }
-    }
-    if (goes) log(SentBecause::Event, 0, begun.event, namesOf(chosen, held), trap);
-    return taken;
+    sendDue();
+    const bool goes = delivery.trap != nullptr && !delivery.trap->oid.empty();
+    if (goes && m_pacing) holdBack(delivery);
+    NotificationLog::Prepared entry;
+    if (goes) entry = entryOf(SentBecause::Event, 0, delivery.begun.event, namesOf(delivery), delivery.trap);
+    for (; delivery.sinks < m_sinks.size(); ++delivery.sinks) submit(delivery, delivery.sinks);
+    m_log.add(std::move(entry));
 }
 
-// Which of the destinations the trap is held back from, by their keys.
-// REQUIRES: the event's change.
-std::set<std::string> NotificationDelivery::holdBack(const Begun& begun, unsigned int handler,
-                                                     const std::vector<Destinations>& offered,
-                                                     const std::list<tTrapDestInfo>& chosen,
-                                                     const std::shared_ptr<const Notification>& trap) {
-    std::set<std::string> held;
-    for (const tTrapDestInfo& info : chosen) {
-        const std::string key = trapDestinationKey(info.index);
-        for (std::size_t sink = 0; sink < m_sinks.size(); ++sink) {
-            if (!m_sinks[sink]->takesLate() || offered[sink] == nullptr || offered[sink]->count(key) == 0) continue;
-            if (!held.insert(key).second) continue;  // chosen twice
-            bool goes = true;
-            try {
-                retryForASecond([&]() REQUIRES(m_mutex) {
-                    goes = !isHeld(*begun.change, {sink, key, info, handler, begun.ticket, begun.event, trap});
-                });
-            } catch (const std::bad_alloc&) {
-                goes = true;
-            }
-            if (goes) held.erase(key);
-        }
+// Finds out which of the destinations the trap is held back from.
+void NotificationDelivery::holdBack(Delivery& delivery) {
+    const Begun& begun = delivery.begun;
+    for (; delivery.asked < delivery.chosen.size(); ++delivery.asked) {
+        const tTrapDestInfo& info = *std::next(delivery.chosen.begin(), static_cast<std::ptrdiff_t>(delivery.asked));
+        std::set<std::string> keys{trapDestinationKey(info.index)};
+        const std::string& key = *keys.begin();
+        const std::optional<std::size_t> sink = sinkThatHolds(key, delivery.offered);
+        if (!sink || delivery.held.count(key) != 0) continue;
+        const Held held{*sink, key, info, delivery.handler, begun.ticket, begun.event, delivery.trap};
+        if (isHeld(begun.change, held)) delivery.held.merge(keys);
     }
-    return held;
+    sendDue();  // before this one
+    wakeForDue();
+}
+
+std::optional<std::size_t> NotificationDelivery::sinkThatHolds(const std::string& key,
+                                                               const std::vector<Destinations>& offered) const {
+    for (std::size_t sink = 0; sink < m_sinks.size(); ++sink) {
+        if (m_sinks[sink]->takesLate() && offered[sink] != nullptr && offered[sink]->count(key) != 0) return sink;
+    }
+    return std::nullopt;
 }
 
 // Asks the pacing for one destination. All or nothing when it throws.
 bool NotificationDelivery::isHeld(const FlapDamping::Noted& change, Held held) {
+    sendDue();
     const FlapDamping::Item item = ++m_lastItem;
     const Ticket ticket = held.ticket;
     const FlapDamping::Stream stream{held.handler, held.key};
@@ -136,7 +120,6 @@ bool NotificationDelivery::isHeld(const FlapDamping::Noted& change, Held held) {
     FlapDamping::Verdict verdict;
     try {
         verdict = m_damping.offer(change, stream, item, Clock::now());
-        wakeForDue();
     } catch (...) {
         m_held.erase(place);
         throw;
@@ -148,17 +131,16 @@ bool NotificationDelivery::isHeld(const FlapDamping::Noted& change, Held held) {
     } else {
         m_ledger.hold(ticket);
     }
-    follow(verdict);
+    follow(std::move(verdict));
     return !goes;
 }
 
 // What was held
 
-void NotificationDelivery::follow(const FlapDamping::Verdict& verdict) {
-    for (const FlapDamping::Item item : verdict.send) {
-        const auto held = m_held.extract(item);
-        if (!held.empty()) sendHeld(held.mapped());
-    }
+// Needs no memory: what is to be sent is due from here on. REQUIRES: nothing is.
+void NotificationDelivery::follow(FlapDamping::Verdict verdict) {
+    m_due = std::move(verdict.send);
+    std::reverse(m_due.begin(), m_due.end());
     for (const FlapDamping::Item item : verdict.superseded) {
         const auto held = m_held.extract(item);
         if (held.empty()) continue;
@@ -167,36 +149,30 @@ void NotificationDelivery::follow(const FlapDamping::Verdict& verdict) {
     }
 }
 
-// The sink settles what was held by the ledger.
-void NotificationDelivery::sendHeld(const Held& held) {
-    // The event stays open until it is logged.
-    struct Open {
-        ~Open() { ledger.settle(ticket); }
-        EventLedger& ledger;
-        const Ticket ticket;
-    } const open{m_ledger, held.ticket};
-    m_ledger.hold(held.ticket);
-    bool taken = true;
+// What finds no memory stays due, for whoever asks next, or for the loop.
+void NotificationDelivery::sendDue() {
     try {
-        retryForASecond([&] {
-            m_sinks[held.sink]->submit({held.event.sequence, held.handler}, {{held.key, held.info}}, {held.info},
-                                       held.trap,
-                                       [&ledger = m_ledger, ticket = held.ticket] { ledger.settle(ticket); });
-        });
+        for (; !m_due.empty(); m_due.pop_back()) {
+            const auto place = m_held.find(m_due.back());
+            if (place == m_held.end()) continue;
+            const Held& held = place->second;
+            NotificationLog::Prepared entry =
+                entryOf(SentBecause::Held, 0, held.event, {destinationName(held.info)}, held.trap);
+            submit(held.sink, {held.event.sequence, held.handler}, {{held.key, held.info}}, {held.info}, held.trap,
+                   held.ticket);
+            m_log.add(std::move(entry));
+            m_ledger.settle(held.ticket);  // open until it is logged
+            m_held.erase(place);
+        }
     } catch (const std::bad_alloc&) {
-        taken = false;
+        wakeForDue();
+        throw;
     }
-    if (!taken) {
-        m_ledger.settle(held.ticket);
-        logFault<lines::HELD_TRAP_DROPPED>(held.info.index);
-        return;
-    }
-    log(SentBecause::Held, 0, held.event, {destinationName(held.info)}, held.trap);
 }
 
-// The loop comes when the first interval ends.
+// The loop comes when the first interval ends, or now.
 void NotificationDelivery::wakeForDue() {
-    const Clock::time_point due = m_damping.nextDue();
+    const Clock::time_point due = m_due.empty() ? m_damping.nextDue() : Clock::now();
     if (m_stopped || due >= m_wakeAt) return;
     m_wakeAt = due;
     m_sleepWanted.request();
@@ -212,63 +188,57 @@ void NotificationDelivery::releaseDue() {
     const MutexLock lock(m_mutex);
     if (m_stopped) return;
     m_wakeAt = Clock::time_point::max();
+    sendDue();
     follow(m_damping.takeDue(Clock::now()));
+    sendDue();
     wakeForDue();
 }
 
 // To the sinks and into the log
 
-bool NotificationDelivery::submit(std::size_t sink, const NotificationOrigin& origin,
+void NotificationDelivery::submit(const Delivery& delivery, std::size_t sink) {
+    const Destinations& offered = delivery.offered[sink];
+    if (offered == nullptr || offered->empty()) return;
+    const NotificationOrigin origin{delivery.begun.event.sequence, delivery.handler};
+    const Ticket& ticket = delivery.begun.ticket;
+    const std::set<std::string>& held = delivery.held;
+    if (held.empty()) return submit(sink, origin, *offered, delivery.chosen, delivery.trap, ticket);
+    TrapDestinationMap considered = *offered;
+    for (const std::string& key : held) considered.erase(key);
+    std::list<tTrapDestInfo> left = delivery.chosen;
+    left.remove_if([&held](const tTrapDestInfo& info) { return held.count(trapDestinationKey(info.index)) != 0; });
+    if (!considered.empty()) submit(sink, origin, considered, left, delivery.trap, ticket);
+}
+
+// All or nothing when it throws.
+void NotificationDelivery::submit(std::size_t sink, const NotificationOrigin& origin,
                                   const TrapDestinationMap& considered, const std::list<tTrapDestInfo>& chosen,
                                   const std::shared_ptr<const Notification>& trap, const Ticket& ticket) {
     m_ledger.hold(ticket);
     try {
-        retryForASecond([&] {
-            m_sinks[sink]->submit(origin, considered, chosen, trap,
-                                  [&ledger = m_ledger, ticket] { ledger.settle(ticket); });
-        });
-        return true;
-    } catch (const std::bad_alloc& fault) {
+        m_sinks[sink]->submit(origin, considered, chosen, trap,
+                              [&ledger = m_ledger, ticket] { ledger.settle(ticket); });
+    } catch (...) {
         m_ledger.settle(ticket);
-        logFault<lines::EVENT_SKIPPED>(origin.sequence, fault.what());
-        return false;
+        throw;
     }
 }
 
-bool NotificationDelivery::submitBut(const std::set<std::string>& held, std::size_t sink,
-                                     const NotificationOrigin& origin, const TrapDestinationMap& offered,
-                                     const std::list<tTrapDestInfo>& chosen,
-                                     const std::shared_ptr<const Notification>& trap, const Ticket& ticket) {
-    TrapDestinationMap considered;
-    std::list<tTrapDestInfo> left;
-    try {
-        retryForASecond([&] {
-            considered = offered;
-            left = chosen;
-        });
-    } catch (const std::bad_alloc& fault) {
-        logFault<lines::EVENT_SKIPPED>(origin.sequence, fault.what());
-        return false;
-    }
-    for (const std::string& key : held) considered.erase(key);
-    left.remove_if([&held](const tTrapDestInfo& info) { return held.count(trapDestinationKey(info.index)) != 0; });
-    return considered.empty() || submit(sink, origin, considered, left, trap, ticket);
-}
-
-std::vector<std::string> NotificationDelivery::namesOf(const std::list<tTrapDestInfo>& chosen,
-                                                       const std::set<std::string>& held) {
+std::vector<std::string> NotificationDelivery::namesOf(const Delivery& delivery) {
     std::vector<std::string> names;
-    for (const tTrapDestInfo& info : chosen) {
-        if (held.count(trapDestinationKey(info.index)) != 0) continue;
+    for (const tTrapDestInfo& info : delivery.chosen) {
+        if (delivery.held.count(trapDestinationKey(info.index)) != 0) continue;
         std::string name = destinationName(info);
         if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(std::move(name));
     }
     return names;
 }
 
-void NotificationDelivery::log(SentBecause because, std::uint64_t again, const AlarmEvent& event,
-                               std::vector<std::string> destinations, const std::shared_ptr<const Notification>& trap) {
-    if (destinations.empty()) return;
+// None when it went nowhere.
+NotificationLog::Prepared NotificationDelivery::entryOf(SentBecause because, std::uint64_t again,
+                                                        const AlarmEvent& event, std::vector<std::string> destinations,
+                                                        const std::shared_ptr<const Notification>& trap) {
+    if (destinations.empty()) return {};
     LoggedNotification entry;
     entry.time = std::chrono::system_clock::now();
     entry.because = because;
@@ -279,7 +249,7 @@ void NotificationDelivery::log(SentBecause because, std::uint64_t again, const A
     entry.raised = event.raised;
     entry.level = event.level;
     entry.destinations = std::move(destinations);
-    m_log.add(std::move(entry), trap);
+    return NotificationLog::prepared(std::move(entry), trap);
 }
 
 // Once more
@@ -314,7 +284,7 @@ NotificationDelivery::SentAgain NotificationDelivery::sendAgain(std::uint64_t nu
                                         : "there is no trap destination " + to);
     }
     const AlarmEvent event{entry->sequence, entry->alarmId, entry->serial, entry->raised, entry->level, ""};
-    log(SentBecause::Asked, number, event, result.destinations, trap);
+    m_log.add(entryOf(SentBecause::Asked, number, event, result.destinations, trap));
     return result;
 }
 

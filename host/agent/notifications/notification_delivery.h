@@ -1,8 +1,11 @@
 // The last steps of a trap before the sinks: traps of alarms that flap are paced (flap_damping.h), and what goes out is
 // logged (notification_log.h). Sends logged traps again.
 //
-//     const NotificationDelivery::Begun begun = delivery.begin(event, ticket);  // once per alarm event
-//     delivery.deliver(begun, 0, offered, chosen, trap);                        // once per notification handler
+//     const NotificationDelivery::Begun begun = delivery.begin(event, ticket);               // once per alarm event
+//     NotificationDelivery::Delivery one{begun, place, offered, std::move(chosen), trap};    // once per handler
+//     delivery.deliver(one);
+//
+// What throws std::bad_alloc is called again, and goes on where it stopped.
 //
 // An event whose trap is held stays open in the ledger until the trap is sent or superseded: after a restart it comes
 // again.
@@ -70,16 +73,25 @@ public:
     struct Begun {
         const AlarmEvent& event;
         Ticket ticket;
-        std::optional<FlapDamping::Noted> change;  // nothing: no memory, the traps are neither logged nor paced
+        FlapDamping::Noted change;
     };
     Begun begin(const AlarmEvent& event, const Ticket& ticket);
     Begun begin(AlarmEvent&& event, const Ticket& ticket) = delete;
 
-    // The trap of one handler, by its place among the dispatcher's; null when it could not be built. `offered` are the
-    // destinations of each sink that were chosen from. False when there was no memory for it at some sink, for which
-    // it is settled then. Throws std::bad_alloc, and no sink got it.
-    [[nodiscard]] bool deliver(const Begun& begun, unsigned int handler, const std::vector<Destinations>& offered,
-                               const std::list<tTrapDestInfo>& chosen, const std::shared_ptr<const Notification>& trap);
+    // The trap of one handler on its way to the sinks.
+    struct Delivery {
+        const Begun& begun;
+        unsigned int handler;                      // its place among the dispatcher's
+        const std::vector<Destinations>& offered;  // of each sink: what was chosen from
+        std::list<tTrapDestInfo> chosen;
+        std::shared_ptr<const Notification> trap;  // null when it could not be built
+
+        // How far it came.
+        std::size_t asked = 0;         // whether so many of the chosen are to get it now
+        std::set<std::string> held{};  // keys of those that are not
+        std::size_t sinks = 0;         // so many have got it
+    };
+    void deliver(Delivery& delivery);
 
     // A logged trap, to the destinations that it went to, or to the one of that name. Throws SendAgainFault.
     SentAgain sendAgain(std::uint64_t number, const std::string& to);
@@ -109,23 +121,20 @@ private:
         tTrapDestInfo info;
     };
 
-    std::set<std::string> holdBack(const Begun& begun, unsigned int handler, const std::vector<Destinations>& offered,
-                                   const std::list<tTrapDestInfo>& chosen,
-                                   const std::shared_ptr<const Notification>& trap) REQUIRES(m_mutex);
+    void holdBack(Delivery& delivery) REQUIRES(m_mutex);
+    std::optional<std::size_t> sinkThatHolds(const std::string& key, const std::vector<Destinations>& offered) const;
     bool isHeld(const FlapDamping::Noted& change, Held held) REQUIRES(m_mutex);
-    void follow(const FlapDamping::Verdict& verdict) REQUIRES(m_mutex);
-    void sendHeld(const Held& held) REQUIRES(m_mutex);
+    void follow(FlapDamping::Verdict verdict) REQUIRES(m_mutex);
+    void sendDue() REQUIRES(m_mutex);
     void wakeForDue() REQUIRES(m_mutex);
-    [[nodiscard]] bool submit(std::size_t sink, const NotificationOrigin& origin, const TrapDestinationMap& considered,
-                              const std::list<tTrapDestInfo>& chosen, const std::shared_ptr<const Notification>& trap,
-                              const Ticket& ticket) REQUIRES(m_mutex);
-    [[nodiscard]] bool submitBut(const std::set<std::string>& held, std::size_t sink, const NotificationOrigin& origin,
-                                 const TrapDestinationMap& offered, const std::list<tTrapDestInfo>& chosen,
-                                 const std::shared_ptr<const Notification>& trap, const Ticket& ticket)
-        REQUIRES(m_mutex);
-    static std::vector<std::string> namesOf(const std::list<tTrapDestInfo>& chosen, const std::set<std::string>& held);
-    void log(SentBecause because, std::uint64_t again, const AlarmEvent& event, std::vector<std::string> destinations,
-             const std::shared_ptr<const Notification>& trap) REQUIRES(m_mutex);
+    void submit(const Delivery& delivery, std::size_t sink) REQUIRES(m_mutex);
+    void submit(std::size_t sink, const NotificationOrigin& origin, const TrapDestinationMap& considered,
+                const std::list<tTrapDestInfo>& chosen, const std::shared_ptr<const Notification>& trap,
+                const Ticket& ticket) REQUIRES(m_mutex);
+    static std::vector<std::string> namesOf(const Delivery& delivery);
+    static NotificationLog::Prepared entryOf(SentBecause because, std::uint64_t again, const AlarmEvent& event,
+                                             std::vector<std::string> destinations,
+                                             const std::shared_ptr<const Notification>& trap);
     std::optional<Place> find(const std::string& name) const;
 
     // Agent thread.
@@ -142,6 +151,7 @@ private:
     FlapDamping m_damping GUARDED_BY(m_mutex){FlapDampingLimits()};
     FlapDamping::Item m_lastItem GUARDED_BY(m_mutex) = 0;
     std::map<FlapDamping::Item, Held> m_held GUARDED_BY(m_mutex);
+    std::vector<FlapDamping::Item> m_due GUARDED_BY(m_mutex);  // of these, to be sent now: the last one first
     std::map<std::string, std::uint64_t> m_suppressed GUARDED_BY(m_mutex);
     Clock::time_point m_wakeAt GUARDED_BY(m_mutex) = Clock::time_point::max();
 

@@ -38,18 +38,19 @@ void NotificationLog::setKept(std::uint64_t kept) {
     m_writer.wake();  // the file is made before the first entry, for people who look
 }
 
-void NotificationLog::add(LoggedNotification entry, std::shared_ptr<const Notification> trap) noexcept {
+NotificationLog::Prepared NotificationLog::prepared(LoggedNotification entry,
+                                                    std::shared_ptr<const Notification> trap) {
+    Prepared prepared;
+    prepared.push_back({std::move(entry), std::move(trap)});
+    return prepared;
+}
+
+void NotificationLog::add(Prepared entry) noexcept {
     {
         const MutexLock lock(m_mutex);
-        if (m_counters.kept == 0) return;
-        const bool asked = entry.because == SentBecause::Asked;
-        try {
-            m_queue.push_back({std::move(entry), std::move(trap)});
-        } catch (const std::bad_alloc&) {
-            ++m_counters.notWritten;
-            return;
-        }
-        if (asked) ++m_counters.askedFor;
+        if (entry.empty() || m_counters.kept == 0) return;
+        if (entry.front().entry.because == SentBecause::Asked) ++m_counters.askedFor;
+        m_queue.splice(m_queue.end(), entry);
         if (m_queue.size() > WAITING_LIMIT) {
             m_queue.pop_front();
             ++m_counters.notWritten;

@@ -2,7 +2,7 @@
 //
 //     NotificationLog log(root + "/state/notification_log.db");
 //     log.setKept(10000);
-//     log.add(entry, trap);
+//     log.add(NotificationLog::prepared(entry, trap));
 //
 // add() puts the entry into memory; a thread writes what has come at most every 100 ms, many entries at a time. A crash
 // loses the entries of that moment. While the file cannot be written entries wait, up to WAITING_LIMIT; then the oldest
@@ -12,7 +12,7 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
+#include <list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -48,8 +48,15 @@ public:
     // How many entries the file keeps from the next one on. With 0 no entry is taken, and those there are stay.
     void setKept(std::uint64_t kept);
 
-    // The entry's trap, its OID and its number are filled in later. Without memory it is given up.
-    void add(LoggedNotification entry, std::shared_ptr<const Notification> trap) noexcept;
+    // An entry with the memory that it needs to wait. Its trap, the trap's OID and its number are filled in later.
+    struct Waiting {
+        LoggedNotification entry;
+        std::shared_ptr<const Notification> trap;
+    };
+    using Prepared = std::list<Waiting>;  // one, or none: nothing is to be logged
+    static Prepared prepared(LoggedNotification entry, std::shared_ptr<const Notification> trap);
+
+    void add(Prepared entry) noexcept;
 
     // Writes what waits now. Throws SqliteError, and what waits goes on waiting.
     void flush();
@@ -62,11 +69,6 @@ public:
     const std::string& path() const { return m_path; }
 
 private:
-    struct Waiting {
-        LoggedNotification entry;
-        std::shared_ptr<const Notification> trap;
-    };
-
     bool tryToFlush();
     bool takeBatch() REQUIRES(m_writing);
     void write() REQUIRES(m_writing);
@@ -80,7 +82,7 @@ private:
     std::vector<LoggedNotification> m_batch GUARDED_BY(m_writing);    // these as they are written, not on disk yet
 
     mutable Mutex m_mutex;
-    std::deque<Waiting> m_queue GUARDED_BY(m_mutex);
+    std::list<Waiting> m_queue GUARDED_BY(m_mutex);
     std::size_t m_batchSize GUARDED_BY(m_mutex) = 0;
     Counters m_counters GUARDED_BY(m_mutex);
 

@@ -3,6 +3,7 @@
 #include "host/agent/notifications/notification_pipeline.h"
 
 #include <exception>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -24,6 +25,19 @@ constexpr std::uint64_t LINES_OF_A_RENDERING = 10;
 std::string nameOf(const AlarmEvent& event) {
     const auto known = [](std::uint64_t number) { return number == 0 ? "unknown" : std::to_string(number); };
     return std::to_string(event.sequence) + " (alarm " + known(event.alarmId) + ", serial " + known(event.serial) + ")";
+}
+
+// A step of an event that has begun: when it finds no memory for about a second the event goes on without it, with a
+// line. False then. The step goes on where it stopped when it is run again.
+template <const LogRow& LOST, typename Step>
+bool withMemory(const AlarmEvent& event, const Step& step) {
+    try {
+        retryForASecond(step);
+        return true;
+    } catch (const std::bad_alloc& fault) {
+        logFault<LOST>(event.sequence, fault.what());
+        return false;
+    }
 }
 
 }  // namespace
@@ -78,25 +92,35 @@ void NotificationPipeline::startAfter(unsigned long long sequence, const std::st
 
 void NotificationPipeline::onEvent(const AlarmEvent& event, const CTLVRecordV3& record) {
     MutexLock handling(m_handling);
-    if (!mayBegin(handling)) return;
+    // Without memory the event has not begun, and comes again.
+    const std::optional<Ticket> ticket = retryForASecond([&]() REQUIRES(m_handling) {
+        return mayBegin(handling) ? std::optional<Ticket>(m_ledger.begin(event.sequence)) : std::nullopt;
+    });
+    if (!ticket) return;
     struct Open {
         ~Open() { ledger.settle(ticket); }
         EventLedger& ledger;
         const Ticket ticket;
-    } const open{m_ledger, retryForASecond([&] { return m_ledger.begin(event.sequence); })};
+    } const open{m_ledger, *ticket};
     ++m_events;
-    follow(event, record);
+    std::optional<bool> changes;
+    const bool followed = withMemory<lines::REPOSITORY_CANNOT_FOLLOW>(
+        event, [&]() REQUIRES(m_handling) { follow(event, record, changes); });
+    if (!followed) ++m_badRecords;
     m_alarmsChanged();
-    const NotificationDelivery::Begun begun = m_delivery.begin(event, open.ticket);
+    std::optional<NotificationDelivery::Begun> begun;
+    if (!withMemory<lines::EVENT_SKIPPED>(event, [&] { begun.emplace(m_delivery.begin(event, open.ticket)); })) {
+        ++m_notBuilt;
+        return;
+    }
     unsigned int place = 0;
-    for (INotifyMsgHandler* handler : m_handlers) notify(*handler, place++, begun, record);
+    for (INotifyMsgHandler* handler : m_handlers) notify(*handler, place++, *begun, record);
 }
 
 // Waits while traps of the event are wanted and cannot be built; false when the wait ended because the path stops.
 bool NotificationPipeline::mayBegin(MutexLock& handling) {
     while (!m_stopping) {
-        if (retryForASecond([&]() REQUIRES(m_handling) { return allDestinations().empty() || !m_definitions.fault(); }))
-            return true;
+        if (allDestinations().empty() || !m_definitions.fault()) return true;
         m_stopped.wait_for(handling, m_definitions.pause());
     }
     return false;
@@ -131,15 +155,16 @@ bool NotificationPipeline::changesList(const AlarmEvent& event) {
     return event.raised ? m_held.insert(event.serial).second : m_held.erase(event.serial) > 0;
 }
 
-void NotificationPipeline::follow(const AlarmEvent& event, const CTLVRecordV3& record) {
+// `changes` is whether the event changes the repository: it is asked once.
+void NotificationPipeline::follow(const AlarmEvent& event, const CTLVRecordV3& record, std::optional<bool>& changes) {
     try {
-        const bool changes = retryForASecond([&]() REQUIRES(m_handling) { return changesList(event); });
-        if (changes) retryForASecond([&] { m_binding.follow(record); });
+        if (!changes) changes = changesList(event);
+        if (*changes) m_binding.follow(record);
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception& fault) {
+        if (mayComplain()) logLine<lines::REPOSITORY_CANNOT_FOLLOW>(nameOf(event), fault.what());
         ++m_badRecords;
-        retryForever([&]() REQUIRES(m_handling) {
-            if (mayComplain()) logLine<lines::REPOSITORY_CANNOT_FOLLOW>(nameOf(event), fault.what());
-        });
     }
 }
 
@@ -170,29 +195,30 @@ const TrapDestinationMap& NotificationPipeline::allDestinations() {
 
 void NotificationPipeline::notify(INotifyMsgHandler& handler, unsigned int place,
                                   const NotificationDelivery::Begun& begun, const CTLVRecordV3& record) {
-    const AlarmEvent& event = begun.event;
-    std::list<tTrapDestInfo> chosen;
-    std::shared_ptr<const Notification> trap;
+    NotificationDelivery::Delivery delivery{begun, place, m_parts, {}, nullptr};
+    bool prepared = false;
+    const bool delivered = withMemory<lines::EVENT_SKIPPED>(begun.event, [&]() REQUIRES(m_handling) {
+        if (!prepared) prepare(handler, record, delivery);
+        prepared = true;
+        m_delivery.deliver(delivery);
+    });
+    if (!delivered) ++m_notBuilt;
+}
+
+// Lets the handler choose the destinations, and build the trap if it chose any.
+void NotificationPipeline::prepare(INotifyMsgHandler& handler, const CTLVRecordV3& record,
+                                   NotificationDelivery::Delivery& delivery) {
+    const AlarmEvent& event = delivery.begun.event;
     try {
-        const TrapDestinationMap& all =
-            retryForASecond([&]() REQUIRES(m_handling) -> const TrapDestinationMap& { return allDestinations(); });
-        retryForASecond([&] {
-            chosen.clear();
-            handler.filterTrapMap(all, chosen);
-        });
-        if (!chosen.empty())
-            trap = retryForASecond([&]() REQUIRES(m_handling) { return build(handler, event, record); });
+        const TrapDestinationMap& all = allDestinations();
+        delivery.chosen.clear();
+        handler.filterTrapMap(all, delivery.chosen);
+        if (!delivery.chosen.empty()) delivery.trap = build(handler, event, record);
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception& fault) {
+        if (mayComplain()) logLine<lines::EVENT_WITHOUT_TRAP>(nameOf(event), fault.what());
         ++m_notBuilt;
-        retryForever([&]() REQUIRES(m_handling) {
-            if (mayComplain()) logLine<lines::EVENT_WITHOUT_TRAP>(nameOf(event), fault.what());
-        });
-    }
-    try {
-        if (!m_delivery.deliver(begun, place, m_parts, chosen, trap)) ++m_notBuilt;
-    } catch (const std::bad_alloc& fault) {
-        ++m_notBuilt;
-        logFault<lines::EVENT_SKIPPED>(event.sequence, fault.what());
     }
 }
 
@@ -214,8 +240,8 @@ std::shared_ptr<const Notification> NotificationPipeline::build(INotifyMsgHandle
     const ModuleLineLimit limit(m_quiet ? 0 : LINES_OF_A_RENDERING);
     const int result = handler.constructAlarmTrapVb(record, raw);
     if (result != 0 || raw == nullptr) {
-        ++m_notBuilt;
         if (mayComplain()) logLine<lines::EVENT_NOT_RENDERED>(nameOf(event), result);
+        ++m_notBuilt;
         return nullptr;
     }
     const Agentpp::Oidx& trapOid = handler.getTrapOid(uint64Of(record, alarm_tag::ID));

@@ -68,10 +68,12 @@ private:
     [[nodiscard]] bool mayComplain() REQUIRES(m_handling);
     bool changesList(const AlarmEvent& event) REQUIRES(m_handling);
     bool mayBegin(MutexLock& handling) REQUIRES(m_handling);
-    void follow(const AlarmEvent& event, const CTLVRecordV3& record) REQUIRES(m_handling);
+    void follow(const AlarmEvent& event, const CTLVRecordV3& record, std::optional<bool>& changes) REQUIRES(m_handling);
     const TrapDestinationMap& allDestinations() REQUIRES(m_handling);
     void notify(INotifyMsgHandler& handler, unsigned int place, const NotificationDelivery::Begun& begun,
                 const CTLVRecordV3& record) REQUIRES(m_handling);
+    void prepare(INotifyMsgHandler& handler, const CTLVRecordV3& record, NotificationDelivery::Delivery& delivery)
+        REQUIRES(m_handling);
     std::shared_ptr<const Notification> build(INotifyMsgHandler& handler, const AlarmEvent& event,
                                               const CTLVRecordV3& record) REQUIRES(m_handling);
 

@@ -42,8 +42,8 @@ protected:
         m_gone = m_queue->setReceivers(receivers, keepOthers);
     }
     Added add(const std::string& receiver, unsigned long long event, unsigned int handler = 0) {
-        return m_queue->add(receiver, {event, handler}, static_cast<std::uint32_t>(event * 100), trapNumbered(event),
-                            [this] { ++m_settled; });
+        InformQueue::Places place = InformQueue::places(1, trapNumbered(event), [this] { ++m_settled; });
+        return m_queue->add(receiver, {event, handler}, static_cast<std::uint32_t>(event * 100), place);
     }
     template <typename Condition>
     static bool waitUntil(Condition condition) {

@@ -1,7 +1,10 @@
 // The outcomes of informs without memory at any one place: each is settled and counted once, and the next inform goes.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
+#include <list>
+#include <new>
 #include <stdexcept>
 #include <string>
 
@@ -99,6 +102,35 @@ protected:
 
 TEST_F(InformSenderMemoryTest, AnAcknowledgementIsCountedOnce) {
     failEach({Kind::Acknowledged, true, "", 2}, [](const InformCounters& counters) { return counters.acknowledged; });
+}
+
+TEST_F(InformSenderMemoryTest, ATrapIsTakenForAllItsReceiversOrForNone) {
+    m_sender->setDestinations({receiver(PORT), receiver(PORT + 1)}, true);
+    const auto all = m_sender->destinations();
+    const std::list<tTrapDestInfo> chosen = {all->begin()->second, all->rbegin()->second};
+    std::atomic<unsigned int> settled{0};
+    std::uint64_t taken = 0;
+    bool failed = true;
+    unsigned int n = 0;
+    for (; failed; ++n) {
+        const auto trap = trapNumbered(1);
+        const NotificationSink::Settled count = [&] { ++settled; };
+        try {
+            failing_memory::failAt(n + 1);
+            m_sender->submit({1, 0}, *all, chosen, trap, count);
+            taken = 1;
+        } catch (const std::bad_alloc&) {
+        }
+        failed = !failing_memory::isFailureToCome();
+        failing_memory::failAt(0);
+        for (const InformDestinationStatus& one : m_sender->status().destinations) {
+            ASSERT_EQ(one.counters.considered, taken) << n;
+            ASSERT_EQ(one.counters.waiting, taken) << n;
+            ASSERT_EQ(one.counters.repeated + one.counters.droppedInAll(), 0U) << n;
+        }
+    }
+    EXPECT_GT(n, 5U) << "allocations fail";
+    EXPECT_TRUE(turnUntil([&] { return settled == taken; }));
 }
 
 TEST_F(InformSenderMemoryTest, ARefusalIsCountedOnce) {

@@ -85,17 +85,21 @@ protected:
         std::filesystem::remove_all(m_folder);
     }
 
+    void deliver(const NotificationDelivery::Begun& begun, std::list<tTrapDestInfo> chosen,
+                 std::shared_ptr<const Notification> trap) {
+        const std::vector<NotificationDelivery::Destinations> offered{m_traps.destinations(), m_informs.destinations()};
+        NotificationDelivery::Delivery delivery{begun, 0, offered, std::move(chosen), std::move(trap)};
+        m_delivery->deliver(delivery);
+    }
     // One event of alarm 7, its trap for the destinations.
-    bool event(unsigned int serial, bool raised, const std::vector<std::string>& numbers = {"1", "2"}) {
+    void event(unsigned int serial, bool raised, const std::vector<std::string>& numbers = {"1", "2"}) {
         const auto ticket = m_ledger->begin(++m_sequence);
         const AlarmEvent event{m_sequence, 7, serial, raised, 5, ""};
         const NotificationDelivery::Begun begun = m_delivery->begin(event, ticket);
         std::list<tTrapDestInfo> chosen;
         for (const std::string& number : numbers) chosen.push_back(destination(number, 162));
-        const bool taken = m_delivery->deliver(begun, 0, {m_traps.destinations(), m_informs.destinations()}, chosen,
-                                               std::make_shared<Notification>(Notification{{1, 3, 6, m_sequence}, {}}));
+        deliver(begun, std::move(chosen), std::make_shared<Notification>(Notification{{1, 3, 6, m_sequence}, {}}));
         m_ledger->settle(ticket);
-        return taken;
     }
     // Events 1 to 4: raised, ended, raised, and the end is held.
     void flap(seconds interval) {
@@ -141,7 +145,7 @@ std::string faultOf(const std::function<void()>& action) {
 }  // namespace
 
 TEST_F(NotificationDeliveryTest, EverySinkIsOfferedTheTrapAndTheLogNamesWhereItWent) {
-    EXPECT_TRUE(event(5, true, {"1", "65536"}));
+    event(5, true, {"1", "65536"});
     ASSERT_THAT(m_traps.submitted, SizeIs(1));
     EXPECT_THAT(m_traps.submitted[0].considered, ElementsAre("1", "2"));
     EXPECT_THAT(m_traps.submitted[0].chosen, ElementsAre("1"));
@@ -172,10 +176,9 @@ TEST_F(NotificationDeliveryTest, ATrapIsLoggedForItsOwnEvent) {
     const AlarmEvent second{2, 8, 22, false, 5, ""};
     const NotificationDelivery::Begun begunFirst = m_delivery->begin(first, m_ledger->begin(1));
     const NotificationDelivery::Begun begunSecond = m_delivery->begin(second, m_ledger->begin(2));
-    const std::vector<NotificationDelivery::Destinations> offered{m_traps.destinations(), m_informs.destinations()};
     const auto trap = std::make_shared<Notification>(Notification{{1, 3}, {}});
-    EXPECT_TRUE(m_delivery->deliver(begunFirst, 0, offered, {destination("1", 162)}, trap));
-    EXPECT_TRUE(m_delivery->deliver(begunSecond, 0, offered, {destination("1", 162)}, trap));
+    deliver(begunFirst, {destination("1", 162)}, trap);
+    deliver(begunSecond, {destination("1", 162)}, trap);
     std::vector<std::string> entries;
     for (const LoggedNotification& entry : logged()) {
         entries.push_back(std::to_string(entry.sequence) + ": alarm " + std::to_string(entry.alarmId) + " serial " +
@@ -188,10 +191,9 @@ TEST_F(NotificationDeliveryTest, WhatCouldNotBeBuiltOrGoesNowhereIsNotLogged) {
     const auto ticket = m_ledger->begin(++m_sequence);
     const AlarmEvent event{m_sequence, 7, 1, true, 5, ""};
     const NotificationDelivery::Begun begun = m_delivery->begin(event, ticket);
-    const std::vector<NotificationDelivery::Destinations> offered{m_traps.destinations(), m_informs.destinations()};
-    EXPECT_TRUE(m_delivery->deliver(begun, 0, offered, {destination("1", 162)}, nullptr));
-    EXPECT_TRUE(m_delivery->deliver(begun, 0, offered, {destination("1", 162)}, std::make_shared<Notification>()));
-    EXPECT_TRUE(m_delivery->deliver(begun, 0, offered, {}, std::make_shared<Notification>(Notification{{1, 3}, {}})));
+    deliver(begun, {destination("1", 162)}, nullptr);
+    deliver(begun, {destination("1", 162)}, std::make_shared<Notification>());
+    deliver(begun, {}, std::make_shared<Notification>(Notification{{1, 3}, {}}));
     EXPECT_THAT(m_traps.submitted, SizeIs(3));
     EXPECT_THAT(logged(), IsEmpty());
 }

@@ -88,7 +88,7 @@ TEST_F(NotificationLogTest, EveryFieldComesBack) {
     entry.raised = false;
     entry.level = 5;
     entry.destinations = {"1", "30"};
-    log.add(entry, someTrap());
+    log.add(NotificationLog::prepared(entry, someTrap()));
     log.flush();
     const std::vector<LoggedNotification> entries = listed();
     ASSERT_THAT(entries, SizeIs(1));
@@ -108,14 +108,15 @@ TEST_F(NotificationLogTest, EveryFieldComesBack) {
 
 TEST_F(NotificationLogTest, ARecordWithoutLevelHasNone) {
     NotificationLog log(path());
-    log.add(entryOf(1), someTrap());
+    log.add(NotificationLog::prepared(entryOf(1), someTrap()));
     log.flush();
     EXPECT_EQ(listed().at(0).level, std::nullopt);
 }
 
 TEST_F(NotificationLogTest, EntriesReachTheDiskByThemselves) {
     NotificationLog log(path());
-    for (std::uint32_t serial = 1; serial <= 3000; ++serial) log.add(entryOf(serial), someTrap());
+    for (std::uint32_t serial = 1; serial <= 3000; ++serial)
+        log.add(NotificationLog::prepared(entryOf(serial), someTrap()));
     ASSERT_TRUE(hasWritten(log, 3000));
     EXPECT_THAT(listed(), SizeIs(3000));
     EXPECT_EQ(log.counters().waiting, 0U);
@@ -138,23 +139,24 @@ TEST_F(NotificationLogTest, TheFileIsThereBeforeTheFirstEntryAndTheOwnersAlone) 
 TEST_F(NotificationLogTest, TheOldestEntriesGoFirst) {
     NotificationLog log(path());
     log.setKept(3);
-    for (std::uint32_t serial = 1; serial <= 5; ++serial) log.add(entryOf(serial), someTrap());
+    for (std::uint32_t serial = 1; serial <= 5; ++serial)
+        log.add(NotificationLog::prepared(entryOf(serial), someTrap()));
     log.flush();
     EXPECT_THAT(serials(), ElementsAre(3, 4, 5));
-    log.add(entryOf(6), someTrap());
+    log.add(NotificationLog::prepared(entryOf(6), someTrap()));
     log.flush();
     EXPECT_THAT(serials(), ElementsAre(4, 5, 6));
     log.setKept(2);
-    log.add(entryOf(7), someTrap());
+    log.add(NotificationLog::prepared(entryOf(7), someTrap()));
     log.flush();
     EXPECT_THAT(serials(), ElementsAre(6, 7));
 }
 
 TEST_F(NotificationLogTest, WithZeroNothingIsTakenAndWhatIsThereStays) {
     NotificationLog log(path());
-    log.add(entryOf(1), someTrap());
+    log.add(NotificationLog::prepared(entryOf(1), someTrap()));
     log.setKept(0);
-    log.add(entryOf(2), someTrap());
+    log.add(NotificationLog::prepared(entryOf(2), someTrap()));
     log.flush();
     EXPECT_THAT(serials(), ElementsAre(1));
     EXPECT_EQ(log.counters().written, 1U);
@@ -164,11 +166,12 @@ TEST_F(NotificationLogTest, WithZeroNothingIsTakenAndWhatIsThereStays) {
 TEST_F(NotificationLogTest, NumbersAreNeverGivenTwice) {
     {
         NotificationLog log(path());
-        for (std::uint32_t serial = 1; serial <= 5; ++serial) log.add(entryOf(serial), someTrap());
+        for (std::uint32_t serial = 1; serial <= 5; ++serial)
+            log.add(NotificationLog::prepared(entryOf(serial), someTrap()));
     }
     SqliteDatabase(path()).execute("DELETE FROM notifications");
     NotificationLog log(path());
-    log.add(entryOf(6), someTrap());
+    log.add(NotificationLog::prepared(entryOf(6), someTrap()));
     log.flush();
     EXPECT_EQ(listed().at(0).number, 6U);
 }
@@ -176,7 +179,8 @@ TEST_F(NotificationLogTest, NumbersAreNeverGivenTwice) {
 TEST_F(NotificationLogTest, ACleanEndWritesWhatWaits) {
     {
         NotificationLog log(path());
-        for (std::uint32_t serial = 1; serial <= 10; ++serial) log.add(entryOf(serial), someTrap());
+        for (std::uint32_t serial = 1; serial <= 10; ++serial)
+            log.add(NotificationLog::prepared(entryOf(serial), someTrap()));
     }
     EXPECT_THAT(listed(), SizeIs(10));
 }
@@ -186,7 +190,8 @@ TEST_F(NotificationLogTest, WhatWasWrittenSurvivesKill) {
     ASSERT_GE(child, 0);
     if (child == 0) {
         NotificationLog log(path());
-        for (std::uint32_t serial = 1; serial <= 500; ++serial) log.add(entryOf(serial), someTrap());
+        for (std::uint32_t serial = 1; serial <= 500; ++serial)
+            log.add(NotificationLog::prepared(entryOf(serial), someTrap()));
         log.flush();
         ::kill(::getpid(), SIGKILL);
     }
@@ -195,18 +200,18 @@ TEST_F(NotificationLogTest, WhatWasWrittenSurvivesKill) {
     ASSERT_TRUE(WIFSIGNALED(status));
     EXPECT_THAT(listed(), SizeIs(500));
     NotificationLog next(path());
-    next.add(entryOf(501), someTrap());
+    next.add(NotificationLog::prepared(entryOf(501), someTrap()));
     next.flush();
     EXPECT_EQ(listed().back().number, 501U);
 }
 
 TEST_F(NotificationLogTest, ItIsReadWhileItIsWritten) {
     NotificationLog log(path());
-    log.add(entryOf(1), someTrap());
+    log.add(NotificationLog::prepared(entryOf(1), someTrap()));
     log.flush();
     NotificationLogReader reader(path());
     for (std::uint32_t serial = 2; serial <= 20; ++serial) {
-        log.add(entryOf(serial), someTrap());
+        log.add(NotificationLog::prepared(entryOf(serial), someTrap()));
         log.flush();
         EXPECT_EQ(reader.find(serial)->serial, serial);
     }
@@ -215,7 +220,8 @@ TEST_F(NotificationLogTest, ItIsReadWhileItIsWritten) {
 TEST_F(NotificationLogTest, AFileThatCannotBeWrittenCostsNothingButEntries) {
     std::filesystem::create_directory(path());
     NotificationLog log(path());
-    for (std::uint32_t serial = 1; serial <= 3; ++serial) log.add(entryOf(serial), someTrap());
+    for (std::uint32_t serial = 1; serial <= 3; ++serial)
+        log.add(NotificationLog::prepared(entryOf(serial), someTrap()));
     EXPECT_THROW(log.flush(), SqliteError);
     while (log.counters().fault.empty()) std::this_thread::sleep_for(milliseconds(1));
     EXPECT_THAT(log.counters().fault, HasSubstr(path()));
@@ -232,7 +238,7 @@ TEST_F(NotificationLogTest, TheOldestOfTooManyThatWaitAreGivenUpAndCounted) {
     NotificationLog log(path());
     const auto trap = someTrap();
     constexpr std::uint32_t MORE = NotificationLog::WAITING_LIMIT + 2000;
-    for (std::uint32_t serial = 1; serial <= MORE; ++serial) log.add(entryOf(serial), trap);
+    for (std::uint32_t serial = 1; serial <= MORE; ++serial) log.add(NotificationLog::prepared(entryOf(serial), trap));
     const NotificationLog::Counters counters = log.counters();
     EXPECT_EQ(counters.waiting + counters.notWritten, MORE);
     EXPECT_GE(counters.notWritten, 1000U);  // a batch may be out of the queue
@@ -245,10 +251,10 @@ TEST_F(NotificationLogTest, TheOldestOfTooManyThatWaitAreGivenUpAndCounted) {
 
 TEST_F(NotificationLogTest, AFileThatIsDeletedIsMadeAnew) {
     NotificationLog log(path());
-    log.add(entryOf(1), someTrap());
+    log.add(NotificationLog::prepared(entryOf(1), someTrap()));
     log.flush();
     for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(path() + suffix);
-    log.add(entryOf(2), someTrap());
+    log.add(NotificationLog::prepared(entryOf(2), someTrap()));
     log.flush();
     EXPECT_THAT(serials(), ElementsAre(2));
 }
@@ -257,7 +263,7 @@ TEST_F(NotificationLogTest, AFileOfSomethingElseIsAFault) {
     std::ofstream(path()) << "this is no database, and it is long enough for one to be looked for in it"
                           << std::string(4096, '.');
     NotificationLog log(path());
-    log.add(entryOf(1), someTrap());
+    log.add(NotificationLog::prepared(entryOf(1), someTrap()));
     EXPECT_THROW(log.flush(), SqliteError);
     EXPECT_THROW(listed(), SqliteError);
 }
@@ -265,7 +271,7 @@ TEST_F(NotificationLogTest, AFileOfSomethingElseIsAFault) {
 TEST_F(NotificationLogTest, AYoungerVersionsFileIsLeftAlone) {
     SqliteDatabase(path()).execute("PRAGMA user_version=2");
     NotificationLog log(path());
-    log.add(entryOf(1), someTrap());
+    log.add(NotificationLog::prepared(entryOf(1), someTrap()));
     EXPECT_THROW(log.flush(), SqliteError);
     EXPECT_THROW(NotificationLogReader{path()}, SqliteError);
 }
@@ -277,7 +283,8 @@ TEST_F(NotificationLogTest, WhereNothingWasEverLoggedThereIsNothingToRead) {
 
 TEST_F(NotificationLogTest, OneEntryIsFoundByItsNumber) {
     NotificationLog log(path());
-    for (std::uint32_t serial = 11; serial <= 13; ++serial) log.add(entryOf(serial), someTrap());
+    for (std::uint32_t serial = 11; serial <= 13; ++serial)
+        log.add(NotificationLog::prepared(entryOf(serial), someTrap()));
     log.flush();
     NotificationLogReader reader(path());
     EXPECT_EQ(reader.find(2)->serial, 12U);
@@ -293,7 +300,7 @@ TEST_F(NotificationLogTest, FiltersChooseEntriesAndLastIsTakenOfWhatIsChosen) {
         entry.alarmId = serial % 2 == 0 ? 0xfffffffffffffffe : 7;
         entry.raised = serial <= 4;
         entry.destinations = serial == 3 ? std::vector<std::string>{"1", "12"} : std::vector<std::string>{"2"};
-        log.add(entry, someTrap());
+        log.add(NotificationLog::prepared(entry, someTrap()));
     }
     log.flush();
     NotificationLogFilter filter;
@@ -328,9 +335,9 @@ TEST_F(NotificationLogTest, FiltersChooseEntriesAndLastIsTakenOfWhatIsChosen) {
 TEST_F(NotificationLogTest, TrapsThatWereAskedForAreCounted) {
     NotificationLog log(path());
     LoggedNotification entry = entryOf(1);
-    log.add(entry, someTrap());
+    log.add(NotificationLog::prepared(entry, someTrap()));
     entry.because = SentBecause::Asked;
-    log.add(entry, someTrap());
+    log.add(NotificationLog::prepared(entry, someTrap()));
     EXPECT_EQ(log.counters().askedFor, 1U);
 }
 
