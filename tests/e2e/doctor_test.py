@@ -20,7 +20,7 @@ import threading
 import time
 import unittest
 
-from harness import AGENT_CONFIG, PROGRAM_DIR, Program, System, wait_for
+from harness import AGENT_CONFIG, PROGRAM_DIR, Program, System, free_port, wait_for
 
 FAULT, WARNING = "fault", "warning"
 SECONDS = 60  # for one run: far more than all of its waits together
@@ -350,6 +350,33 @@ class SeededFaults(Mould):
         self.assertEqual([(f["severity"], f["subject"]) for f in report["findings"]],
                          [(FAULT, "backend"), (FAULT, "agent")], findings_of(report))
         self.assertEqual(code, 2)
+
+    def test_a_configuration_of_every_kind_has_no_finding(self):
+        root = self.root()
+        root.add("""
+[snmp] sendMessageMaxSize 1472
+view everything included .1
+rocommunity readers 127.0.0.1 -V everything
+rocommunity6 readers ::1
+com2sec -Cn ctx managers 127.0.0.1 word
+group managers v2c managers
+access managers "" any noauth exact everything none none
+createUser -e 0x8000000001020304 informer SHA-256 "informer-pass-1" AES "informer-pass-2"
+createUser "second one" SHA-256 "second-auth-pass" AES "second-priv-pass"
+rouser -s usm "second one" priv -V everything
+agentaddress udp:127.0.0.1:%d,tcp:127.0.0.1:%d,udp6:[::1]:%d
+vrxMetrics unix:state/metrics.sock
+vrxNotificationSize 1232
+informsink 127.0.0.1 word 1162
+informsink [::1]:1162 word
+trapsess -Ci -v3 -u informer -l authPriv -a SHA-256 -A "informer-pass-1" -x AES -X "informer-pass-2" udp:127.0.0.1:1163
+""" % (free_port(), free_port(socket.SOCK_STREAM), free_port()))
+        root.destination(1, "localhost", 2, user="--")
+        root.destination(2, "::1", 3, user="admin")
+        root.destination(3, "::1", 3, user="second one")
+        code, report = doctor(root.path())
+        self.assertEqual([(f["severity"], f["subject"]) for f in report["findings"]],
+                         [(FAULT, "backend"), (FAULT, "agent")], findings_of(report))
 
     def test_nothing_is_changed(self):
         root = self.root()

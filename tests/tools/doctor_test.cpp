@@ -73,10 +73,10 @@ TEST(DoctorDirectives, AreReadAsTheAgentReadsThem) {
 }
 
 TEST(DoctorUsers, AreReadFromKeysAndFromLinesThatMakeThem) {
-    const std::vector<KeptUser> users = parseUsers(
+    const std::vector<KeptUser> users = usersOf(parseDirectives(
         "usmUser 1 3 0x8001861F05AB \"admin\" \"admin\" NULL .1 0x00 .1 0x00 \"\"\n"
         "usmUser 1 3 0x80 0x6f7073 0x6f7073 NULL\ncreateUser late SHA-256 x\ncreateUser -e 0x8002 far SHA x\n"
-        "usmUser cut\nengineBoots 3\n");
+        "usmUser cut\nengineBoots 3\n"));
     ASSERT_EQ(users.size(), 4U);
     EXPECT_EQ(users[0].name, "admin");
     EXPECT_EQ(users[0].engineId, "8001861f05ab");

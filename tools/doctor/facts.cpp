@@ -102,14 +102,11 @@ void gatherEngine(Facts& facts) {
         if (!line.arguments.empty()) facts.engineId = hexDigits(line.arguments[0]);
     }
     if (!facts.usersFault.empty()) return;
-    facts.users = parseUsers(state.value_or(""));
-    for (const Directive& line : facts.directivesOf({"createuser"})) {
-        std::string text = "createUser";
-        for (const std::string& word : line.arguments) text += " " + word;
-        const std::vector<KeptUser> configured = parseUsers(text);
-        facts.users->insert(facts.users->end(), configured.begin(), configured.end());
-    }
-    for (const Directive& line : parseDirectives(state.value_or(""))) {
+    const std::vector<Directive> kept = parseDirectives(state.value_or(""));
+    facts.users = usersOf(kept);
+    const std::vector<KeptUser> configured = usersOf(facts.directivesOf({"createuser"}));
+    facts.users->insert(facts.users->end(), configured.begin(), configured.end());
+    for (const Directive& line : kept) {
         if (line.word != "engineboots" || line.arguments.empty()) continue;
         std::uint64_t boots = 0;
         const std::string& text = line.arguments[0];
@@ -174,11 +171,11 @@ std::vector<Directive> parseDirectives(const std::string& content) {
     return directives;
 }
 
-std::vector<KeptUser> parseUsers(const std::string& content) {
+std::vector<KeptUser> usersOf(const std::vector<Directive>& directives) {
     constexpr std::size_t ENGINE = 2;  // of "usmUser STATUS STORAGE ENGINE NAME ..."
     constexpr std::size_t NAME = 3;
     std::vector<KeptUser> users;
-    for (const Directive& line : parseDirectives(content)) {
+    for (const Directive& line : directives) {
         const std::vector<std::string>& words = line.arguments;
         if (line.word == "usmuser" && words.size() > NAME) {
             users.push_back({nameOf(words[NAME]), hexDigits(words[ENGINE])});

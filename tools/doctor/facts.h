@@ -98,7 +98,7 @@ Facts gatherFacts(const std::string& rootOption);
 AgentFacts gatherAgentFacts();
 
 std::vector<Directive> parseDirectives(const std::string& content);
-std::vector<KeptUser> parseUsers(const std::string& content);
+std::vector<KeptUser> usersOf(const std::vector<Directive>& directives);
 
 // The address or name in a line informsink or trapsess; empty for another line.
 std::string receiverOf(const Directive& line);
