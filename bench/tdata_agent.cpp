@@ -13,16 +13,18 @@
 
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "host/command_line/option_parser.h"
 
 // Of the library's access control, whose header is not installed.
 extern "C" void init_vacm_vars();
@@ -213,18 +215,18 @@ void startLibrary(const std::string& folder) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    CLI::App options{"A stock Net-SNMP agent that serves another agent's rows from memory."};
+    vrx::OptionParser options{"A stock Net-SNMP agent that serves another agent's rows from memory."};
     std::string copied;
     std::string table;
     std::string scalar;
     std::string listener;
     std::string folder;
-    options.add_option("--copy", copied, "agent whose rows are served")->required();
-    options.add_option("--table", table, "OID of the table")->required();
-    options.add_option("--scalar", scalar, "OID of the scalar's instance")->required();
-    options.add_option("--listen", listener, "address")->required();
-    options.add_option("--state", folder, "absolute folder with tdata-agent.conf")->required();
-    CLI11_PARSE(options, argc, argv);
+    options.add("--copy", copied, "agent whose rows are served").required();
+    options.add("--table", table, "OID of the table").required();
+    options.add("--scalar", scalar, "OID of the scalar's instance").required();
+    options.add("--listen", listener, "address").required();
+    options.add("--state", folder, "absolute folder with tdata-agent.conf").required();
+    if (const std::optional<int> exitCode = options.parse(argc, argv)) return *exitCode;
     try {
         std::signal(SIGTERM, [](int) { g_stop = 1; });
         startLibrary(folder);

@@ -8,7 +8,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -32,6 +31,7 @@
 #include "host/agent/reload/configuration_check.h"
 #include "host/base/logging.h"
 #include "host/base/product_root.h"
+#include "host/command_line/option_parser.h"
 #include "host/snmp/net_snmp.h"
 
 namespace vrx {
@@ -505,23 +505,19 @@ int fuzz(const tLimits& limits, std::uint64_t seed, const fs::path& folder) {
 using namespace vrx;
 
 int main(int argc, char** argv) try {
-    CLI::App app("Configuration files of vrx-agentd: made and checked, or those that are named.");
+    OptionParser options("Configuration files of vrx-agentd: made and checked, or those that are named.");
     tLimits limits;
     std::uint64_t seed = 1;
     std::string findings = ".";
     Texts files;
-    app.add_option("--count", limits.count, "so many files at most");
-    app.add_option("--seconds", limits.seconds, "for so long at most");
-    app.add_option("--seed", seed, "other files");
-    app.add_option("--findings", findings, "where files at fault go");
-    app.add_option("FILES", files, "files and folders");
+    options.add("--count", limits.count, "so many files at most");
+    options.add("--seconds", limits.seconds, "for so long at most");
+    options.add("--seed", seed, "other files");
+    options.add("--findings", findings, "where files at fault go");
+    options.add("FILES", files, "files and folders");
     bool together = false;
-    app.add_flag("--together", together, "the first of FILES at a start, the others taken over one after the other");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error);
-    }
+    options.addFlag("--together", together, "the first of FILES at a start, the others taken over one after the other");
+    if (const std::optional<int> exitCode = options.parse(argc, argv)) return *exitCode;
     return files.empty() ? fuzz(limits, seed, findings) : replay(files, together);
 } catch (const std::exception& error) {
     (void)fprintf(stderr, "%s\n", error.what());

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 #include <sysexits.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdint>
 #include <iostream>
@@ -11,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "host/command_line/option_parser.h"
 #include "tools/agent_call.h"
 
 namespace vrx {
@@ -274,9 +274,9 @@ void setLogLevel(const std::string& subsystem, const std::string& level) {
     callAgent("POST", "/log", json{{"subsystem", subsystem}, {"level", level}}.dump());
 }
 
-void StatusCommand::define(CLI::App& command) {
-    command.add_flag("--all", all, "all counters");
-    command.add_flag("--json", json, "everything, as JSON");
+void StatusCommand::define(OptionParser& command) {
+    command.addFlag("--all", all, "all counters");
+    command.addFlag("--json", json, "everything, as JSON");
 }
 
 int StatusCommand::run() {
@@ -288,11 +288,11 @@ int ReloadCommand::run() {
     return reloadAgent(std::cerr) ? EX_OK : EX_CONFIG;
 }
 
-void LogCommand::define(CLI::App& command) {
-    CLI::Option* const subsystemOption = command.add_option("SUBSYSTEM", subsystem, "one of the list, or \"all\"");
-    CLI::Option* const levelOption =
-        command.add_option("LEVEL", level, "trace, debug, info, warn, error or off, until the next reload or start");
-    subsystemOption->needs(levelOption);
+void LogCommand::define(OptionParser& command) {
+    const auto subsystemOption = command.add("SUBSYSTEM", subsystem, "one of the list, or \"all\"");
+    const auto levelOption =
+        command.add("LEVEL", level, "trace, debug, info, warn, error or off, until the next reload or start");
+    subsystemOption.needs(levelOption);
 }
 
 int LogCommand::run() {

@@ -17,13 +17,13 @@ void printStatus(std::ostream& out, bool all);
 void printStatusSummary(std::ostream& out, const std::string& answer);
 void printStatusTables(std::ostream& out, const std::string& answer);
 
-// What of it is not well, a short text each. Throws AgentCallError when it is no JSON.
+// What in it needs attention, a short text each. Throws AgentCallError when it is no JSON.
 std::vector<std::string> troublesOf(const std::string& answer);
 
 // As the agent gives it, for programs. Throws AgentCallError.
 void printStatusAsJson(std::ostream& out);
 
-// False when the agent refused its configuration; what is at fault is written to `faults` then, one line
+// False when the agent refused its configuration; its faults are then written to `faults`, one line
 // each. Throws AgentCallError.
 [[nodiscard]] bool reloadAgent(std::ostream& faults);
 
@@ -34,7 +34,7 @@ void printLogLevels(std::ostream& out);
 void setLogLevel(const std::string& subsystem, const std::string& level);
 
 struct StatusCommand : Command {
-    void define(CLI::App& command) override;
+    void define(OptionParser& command) override;
     int run() override;
 
     bool all = false;
@@ -42,12 +42,12 @@ struct StatusCommand : Command {
 };
 
 struct ReloadCommand : Command {
-    void define(CLI::App&) override {}
+    void define(OptionParser&) override {}
     int run() override;
 };
 
 struct LogCommand : Command {
-    void define(CLI::App& command) override;
+    void define(OptionParser& command) override;
     int run() override;
 
     std::string subsystem;

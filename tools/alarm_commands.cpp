@@ -3,13 +3,13 @@
 #include <fmt/format.h>
 #include <sysexits.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "alarm/snmp_alarm_iniparser.h"
+#include "host/command_line/option_parser.h"
 #include "host/notification_log/fault_level.h"
 #include "host/transport/backend_protocol.h"
 #include "host/transport/batch_reader.h"
@@ -154,11 +154,11 @@ void printAlarmsAsJson(std::ostream& out, const std::vector<ListedAlarm>& alarms
     out << rows.dump(2, ' ', true, nlohmann::json::error_handler_t::replace) << "\n";
 }
 
-void RaiseCommand::define(CLI::App& command) {
-    command.add_option("ALARM-ID", request.alarmId, "identifier in the definition file")->required();
-    command.add_option("PARAMETER", request.parameters, "parameter values, in order");
-    command.add_option("--level", request.level, "level as the backend grades it (default 5)");
-    command.add_option("--count", request.count, "alarms to raise (default 1)")->check(CLI::Range(1, 1000000));
+void RaiseCommand::define(OptionParser& command) {
+    command.add("ALARM-ID", request.alarmId, "identifier in the definition file").required();
+    command.add("PARAMETER", request.parameters, "parameter values, in order");
+    command.add("--level", request.level, "level as the backend grades it (default 5)");
+    command.add("--count", request.count, "alarms to raise (default 1)").range(1, 1000000);
 }
 
 int RaiseCommand::run() {
@@ -166,8 +166,8 @@ int RaiseCommand::run() {
     return EX_OK;
 }
 
-void ClearCommand::define(CLI::App& command) {
-    command.add_option("SERIAL", serial, "serial number of the alarm")->required();
+void ClearCommand::define(OptionParser& command) {
+    command.add("SERIAL", serial, "serial number of the alarm").required();
 }
 
 int ClearCommand::run() {
@@ -175,8 +175,8 @@ int ClearCommand::run() {
     return EX_OK;
 }
 
-void ListCommand::define(CLI::App& command) {
-    command.add_flag("--json", json, "as JSON");
+void ListCommand::define(OptionParser& command) {
+    command.addFlag("--json", json, "as JSON");
 }
 
 int ListCommand::run() {

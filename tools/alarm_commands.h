@@ -45,21 +45,21 @@ void printAlarms(std::ostream& out, const std::vector<ListedAlarm>& alarms);
 void printAlarmsAsJson(std::ostream& out, const std::vector<ListedAlarm>& alarms);
 
 struct RaiseCommand : Command {
-    void define(CLI::App& command) override;
+    void define(OptionParser& command) override;
     int run() override;
 
     RaiseRequest request;
 };
 
 struct ClearCommand : Command {
-    void define(CLI::App& command) override;
+    void define(OptionParser& command) override;
     int run() override;
 
     std::uint32_t serial = 0;
 };
 
 struct ListCommand : Command {
-    void define(CLI::App& command) override;
+    void define(OptionParser& command) override;
     int run() override;
 
     bool json = false;

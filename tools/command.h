@@ -1,17 +1,15 @@
 // A command of vrxctl: its options, and what it does with them. vrxctl.cpp has the table of all.
 //
 //     struct ClearCommand : Command {
-//         void define(CLI::App& command) override;  // command.add_option("SERIAL", serial, "...")->required();
+//         void define(OptionParser& command) override;  // command.add("SERIAL", serial, "...").required();
 //         int run() override;                       // clearAlarm(serial); return EX_OK;
 //         std::uint32_t serial = 0;
 //     };
 #pragma once
 
-namespace CLI {
-class App;
-}
-
 namespace vrx {
+
+class OptionParser;
 
 struct Command {
     Command() = default;
@@ -20,7 +18,7 @@ struct Command {
     virtual ~Command() = default;
 
     // Options and subcommands of its own.
-    virtual void define(CLI::App& command) = 0;
+    virtual void define(OptionParser& command) = 0;
 
     // After all options have been read. Gives the exit code (sysexits.h); what goes wrong on the way is thrown:
     // AgentCallError and BackendCallError for who does not answer, any other std::exception for what was given.

@@ -2,7 +2,6 @@
 
 #include <sysexits.h>
 
-#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <iostream>
 #include <stdexcept>
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "host/base/whole_file.h"
+#include "host/command_line/option_parser.h"
 #include "host/definitions/definition_lint.h"
 #include "tools/definition_files.h"
 #include "tools/export/catalogue.h"
@@ -56,18 +56,18 @@ void writeStandardOutput(const std::string& text) {
 
 }  // namespace
 
-void ExportCommand::define(CLI::App& command) {
+void ExportCommand::define(OptionParser& command) {
     std::vector<std::string> names;
     std::string help = "Formats:";
     for (const ExportFormat& one : exportFormats()) {
         names.emplace_back(one.name);
         help += "\n  " + names.back() + std::string(12 - names.back().size(), ' ') + one.help;
     }
-    command.add_option("FORMAT", format, "what to write")->required()->check(CLI::IsMember(names));
-    command.add_option("--definitions", definitions, "alarm definition file (default: the configured one)");
-    command.add_option("--enumerations", enumerations, "parameter enumeration file (default: the configured one)");
-    command.add_option("--output", output, "file or folder to write to (default: standard output)");
-    command.footer(help);
+    command.add("FORMAT", format, "what to write").required().oneOf(names);
+    command.add("--definitions", definitions, "alarm definition file (default: the configured one)");
+    command.add("--enumerations", enumerations, "parameter enumeration file (default: the configured one)");
+    command.add("--output", output, "file or folder to write to (default: standard output)");
+    command.setFooter(help);
 }
 
 int ExportCommand::run() {

@@ -9,7 +9,7 @@
 namespace vrx {
 
 struct ExportCommand : Command {
-    void define(CLI::App& command) override;
+    void define(OptionParser& command) override;
     int run() override;
 
     std::string format;

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 #include <time.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -11,6 +10,7 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
+#include "host/command_line/option_parser.h"
 #include "tools/terminal_text.h"
 #include "tools/trap_log.h"
 
@@ -90,10 +90,10 @@ void printGapsAsJson(std::ostream& out, const GapReport& report) {
     out << document.dump(2, ' ', true, nlohmann::json::error_handler_t::replace) << "\n";
 }
 
-void GapsCommand::define(CLI::App& command) {
-    command.add_option("LOG", logs, "log of snmptrapd; its rotated parts, oldest first (default: standard input)");
-    command.add_flag("--by-address", byAddress, "tell senders apart by address alone: their ports change on the way");
-    command.add_flag("--json", json, "as JSON");
+void GapsCommand::define(OptionParser& command) {
+    command.add("LOG", logs, "log of snmptrapd; its rotated parts, oldest first (default: standard input)");
+    command.addFlag("--by-address", byAddress, "tell senders apart by address alone: their ports change on the way");
+    command.addFlag("--json", json, "as JSON");
 }
 
 int GapsCommand::run() {

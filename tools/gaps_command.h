@@ -14,7 +14,7 @@ void printGaps(std::ostream& out, const GapReport& report);
 void printGapsAsJson(std::ostream& out, const GapReport& report);
 
 struct GapsCommand : Command {
-    void define(CLI::App& command) override;
+    void define(OptionParser& command) override;
     int run() override;
 
     std::vector<std::string> logs;

@@ -2,21 +2,21 @@
 
 #include <sysexits.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
 #include <vector>
 
+#include "host/command_line/option_parser.h"
 #include "host/definitions/definition_lint.h"
 #include "host/definitions/notification_names.h"
 #include "tools/definition_files.h"
 
 namespace vrx {
 
-void LintCommand::define(CLI::App& command) {
-    command.add_option("DEFINITIONS", definitions, "alarm definition file");
-    command.add_option("ENUMERATIONS", enumerations, "parameter enumeration file");
-    command.add_flag("--strict", strict, "warnings count as faults, too");
+void LintCommand::define(OptionParser& command) {
+    command.add("DEFINITIONS", definitions, "alarm definition file");
+    command.add("ENUMERATIONS", enumerations, "parameter enumeration file");
+    command.addFlag("--strict", strict, "warnings count as faults, too");
 }
 
 int LintCommand::run() {

@@ -8,7 +8,7 @@
 namespace vrx {
 
 struct LintCommand : Command {
-    void define(CLI::App& command) override;
+    void define(OptionParser& command) override;
     int run() override;
 
     std::string definitions;

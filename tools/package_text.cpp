@@ -6,7 +6,6 @@
 #include <fmt/format.h>
 #include <sysexits.h>
 
-#include <CLI/CLI.hpp>
 #include <cctype>
 #include <cstring>
 #include <fstream>
@@ -15,6 +14,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "host/command_line/option_parser.h"
 #include "vrxpub/vrx_message_package.h"
 
 namespace vrx {
@@ -157,10 +157,10 @@ bool printPackage(std::ostream& out, std::vector<unsigned char> bytes) {
     return true;
 }
 
-void DecodeCommand::define(CLI::App& command) {
-    command.add_option("FILE", file, "file with the package's bytes (default: standard input)");
-    command.add_option("--hex", hex, "the package as hex text");
-    command.add_flag("--hex-file", hexFile, "FILE holds hex text");
+void DecodeCommand::define(OptionParser& command) {
+    command.add("FILE", file, "file with the package's bytes (default: standard input)");
+    command.add("--hex", hex, "the package as hex text");
+    command.addFlag("--hex-file", hexFile, "FILE holds hex text");
 }
 
 int DecodeCommand::run() {

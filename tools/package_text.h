@@ -18,7 +18,7 @@ std::vector<unsigned char> bytesOfHex(const std::string& text);
 [[nodiscard]] bool printPackage(std::ostream& out, std::vector<unsigned char> bytes);
 
 struct DecodeCommand : Command {
-    void define(CLI::App& command) override;
+    void define(OptionParser& command) override;
     int run() override;
 
     std::string hex;

@@ -3,13 +3,13 @@
 #include <fmt/format.h>
 #include <sysexits.h>
 
-#include <CLI/CLI.hpp>
 #include <iostream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "alarm/snmp_alarm_iniparser.h"
+#include "host/command_line/option_parser.h"
 #include "host/notification_log/tamrel_notifications.h"
 #include "tools/alarm_commands.h"
 #include "tools/terminal_text.h"
@@ -86,11 +86,11 @@ int renderAlarm(std::ostream& out, std::uint64_t alarmId, const std::string& par
     return 0;
 }
 
-void RenderCommand::define(CLI::App& command) {
-    command.add_option("ALARM-ID", alarmId, "identifier in the definition file")->required();
-    command.add_option("PARAMETER", parameters, "parameter values, in order");
-    command.add_flag("--explain", explain, "show each step");
-    command.add_flag("--raw", raw, "PARAMETER is the parameter text of a notification, commas escaped");
+void RenderCommand::define(OptionParser& command) {
+    command.add("ALARM-ID", alarmId, "identifier in the definition file").required();
+    command.add("PARAMETER", parameters, "parameter values, in order");
+    command.addFlag("--explain", explain, "show each step");
+    command.addFlag("--raw", raw, "PARAMETER is the parameter text of a notification, commas escaped");
 }
 
 int RenderCommand::run() {

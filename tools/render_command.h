@@ -16,7 +16,7 @@ namespace vrx {
 [[nodiscard]] int renderAlarm(std::ostream& out, std::uint64_t alarmId, const std::string& parameters, bool explain);
 
 struct RenderCommand : Command {
-    void define(CLI::App& command) override;
+    void define(OptionParser& command) override;
     int run() override;
 
     std::uint64_t alarmId = 0;

@@ -4,7 +4,6 @@
 #include <sysexits.h>
 #include <time.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
 #include <iostream>
@@ -13,6 +12,7 @@
 #include <stdexcept>
 
 #include "host/base/product_root.h"
+#include "host/command_line/option_parser.h"
 #include "host/notification_log/fault_level.h"
 #include "host/notification_log/notification_codec.h"
 #include "host/notification_log/notification_subject.h"
@@ -315,28 +315,28 @@ void resendTrap(std::ostream& out, std::uint64_t number, const std::string& to) 
     if (!missing.empty()) out << "no longer there: " << joined(missing) << "\n";
 }
 
-void TrapsCommand::define(CLI::App& command) {
-    command.require_subcommand(0, 1);
-    command.add_option("--last", filter.last, "the newest of those selected, at most so many");
-    command.add_option("--since", since, "from this time on: 2026-11-21, \"2026-11-21 09:14\", or 15m, 2h, 3d ago");
-    command.add_option("--until", until, "up to this time");
-    command.add_option("--alarm", filter.alarmId, "with this identifier in the definition file");
-    command.add_option("--serial", filter.serial, "of the alarm with this serial number");
-    command.add_option("--kind", kind, "raise or clear")->check(CLI::IsMember({"raise", "clear"}));
-    command.add_option("--destination", filter.destination, "sent to this destination");
-    command.add_flag("--json", json, "as JSON");
-    show = command.add_subcommand("show", "show one with all its variable bindings");
-    show->add_option("NUMBER", number, "its number in the list")->required();
-    show->add_flag("--json", json, "as JSON");
-    resend = command.add_subcommand("resend", "make the agent send one again");
-    resend->add_option("NUMBER", number, "its number in the list")->required();
-    resend->add_option("--to", to, "to this destination (default: those of the first time)");
+void TrapsCommand::define(OptionParser& command) {
+    command.setCommands(0, 1);
+    command.add("--last", filter.last, "the newest of those selected, at most so many");
+    command.add("--since", since, "from this time on: 2026-11-21, \"2026-11-21 09:14\", or 15m, 2h, 3d ago");
+    command.add("--until", until, "up to this time");
+    command.add("--alarm", filter.alarmId, "with this identifier in the definition file");
+    command.add("--serial", filter.serial, "of the alarm with this serial number");
+    command.add("--kind", kind, "raise or clear").oneOf({"raise", "clear"});
+    command.add("--destination", filter.destination, "sent to this destination");
+    command.addFlag("--json", json, "as JSON");
+    show = &command.addCommand("show", "show one with all its variable bindings");
+    show->add("NUMBER", number, "its number in the list").required();
+    show->addFlag("--json", json, "as JSON");
+    resend = &command.addCommand("resend", "make the agent send one again");
+    resend->add("NUMBER", number, "its number in the list").required();
+    resend->add("--to", to, "to this destination (default: those of the first time)");
 }
 
 int TrapsCommand::run() {
-    if (*resend) {
+    if (resend->given()) {
         resendTrap(std::cout, number, to);
-    } else if (*show) {
+    } else if (show->given()) {
         json ? printTrapAsJson(std::cout, number) : printTrap(std::cout, number);
     } else {
         const auto now = system_clock::now();

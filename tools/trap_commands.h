@@ -32,11 +32,11 @@ std::chrono::system_clock::time_point momentOf(const std::string& text, std::chr
 
 // The list, or one of the subcommands "show" and "resend".
 struct TrapsCommand : Command {
-    void define(CLI::App& command) override;
+    void define(OptionParser& command) override;
     int run() override;
 
-    CLI::App* show = nullptr;
-    CLI::App* resend = nullptr;
+    OptionParser* show = nullptr;
+    OptionParser* resend = nullptr;
     NotificationLogFilter filter;
     std::string since;
     std::string until;

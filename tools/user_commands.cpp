@@ -5,7 +5,6 @@
 #include <sysexits.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -19,6 +18,7 @@
 
 #include "host/base/product_root.h"
 #include "host/base/whole_file.h"
+#include "host/command_line/option_parser.h"
 #include "host/engine_files/engine_file.h"
 #include "tools/agent_call.h"
 #include "tools/agent_commands.h"
@@ -197,23 +197,21 @@ void removeUser(const std::string& name) {
     reload();
 }
 
-void UserCommand::define(CLI::App& command) {
-    command.require_subcommand(1);
-    const auto oneOf = [](const auto& names) {
-        return CLI::IsMember(std::vector<std::string>(names.begin(), names.end()));
-    };
-    add = command.add_subcommand("add", "create a user with new passphrases and show them once");
-    add->add_option("NAME", name, "the user's name")->required();
-    add->add_flag("--read-only", readOnly, "the user may read but not write");
-    add->add_option("--auth", protocols.authentication, "authentication, for managers without SHA-256")
-        ->check(oneOf(AUTHENTICATION_PROTOCOLS));
-    add->add_option("--priv", protocols.privacy, "encryption")->check(oneOf(PRIVACY_PROTOCOLS));
-    CLI::App* const remove = command.add_subcommand("remove", "remove a user and its keys");
-    remove->add_option("NAME", name, "the user's name")->required();
+void UserCommand::define(OptionParser& command) {
+    command.setCommands(1, 1);
+    const auto namesOf = [](const auto& names) { return std::vector<std::string>(names.begin(), names.end()); };
+    add = &command.addCommand("add", "create a user with new passphrases and show them once");
+    add->add("NAME", name, "the user's name").required();
+    add->addFlag("--read-only", readOnly, "the user may read but not write");
+    add->add("--auth", protocols.authentication, "authentication, for managers without SHA-256")
+        .oneOf(namesOf(AUTHENTICATION_PROTOCOLS));
+    add->add("--priv", protocols.privacy, "encryption").oneOf(namesOf(PRIVACY_PROTOCOLS));
+    OptionParser& remove = command.addCommand("remove", "remove a user and its keys");
+    remove.add("NAME", name, "the user's name").required();
 }
 
 int UserCommand::run() {
-    if (*add) {
+    if (add->given()) {
         addUser(std::cout, name, readOnly ? UserAccess::ReadOnly : UserAccess::ReadWrite, protocols);
     } else {
         removeUser(name);

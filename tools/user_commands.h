@@ -1,5 +1,5 @@
-// vrxctl user: SNMPv3 users of the agent, with keys that are made here. A passphrase is shown once and kept nowhere:
-// the agent's state has keys that are made from it and good for this agent alone.
+// vrxctl user: SNMPv3 users of the agent, with new passphrases. A passphrase is shown once and stored nowhere:
+// the agent's state has the keys localized from it (RFC 3414), for this agent alone.
 #pragma once
 
 #include <ostream>
@@ -28,10 +28,10 @@ void removeUser(const std::string& name);
 
 // One of the subcommands "add" and "remove".
 struct UserCommand : Command {
-    void define(CLI::App& command) override;
+    void define(OptionParser& command) override;
     int run() override;
 
-    CLI::App* add = nullptr;
+    OptionParser* add = nullptr;
     std::string name;
     bool readOnly = false;
     UserProtocols protocols;

@@ -1,15 +1,18 @@
 // vrxctl: what an operator or integrator does by hand with alarms, definition files and packages.
 #include <sysexits.h>
 
-#include <CLI/CLI.hpp>
+#include <algorithm>
 #include <exception>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/base/logging.h"
 #include "host/base/product_root.h"
+#include "host/command_line/option_parser.h"
 #include "tools/agent_call.h"
 #include "tools/agent_commands.h"
 #include "tools/alarm_commands.h"
@@ -74,27 +77,24 @@ int failed(int exitCode, const std::exception& error) {
 using namespace vrx;
 
 int main(int argc, char** argv) {
-    CLI::App app("Alarms, definition files and packages of the SNMP alarm module");
-    app.set_version_flag("--version", VRXCTL_VERSION);
-    app.require_subcommand(1);
+    OptionParser options("Alarms, definition files and packages of the SNMP alarm module");
+    options.addVersion(VRXCTL_VERSION);
+    options.setCommands(1, 1);
     std::string root;
-    app.add_option("--root", root, "product root (default: VRX_ROOT, else the installed one)");
-    app.parse_complete_callback([&root] { prepare(root); });  // before that of the command
+    options.add("--root", root, "product root (default: VRX_ROOT, else the installed one)");
 
-    std::vector<std::unique_ptr<Command>> commands;
-    int exitCode = EX_SOFTWARE;
+    std::vector<std::pair<std::unique_ptr<Command>, const OptionParser*>> commands;
     for (const auto& row : COMMANDS) {
-        Command* const command = commands.emplace_back(row.make()).get();
-        CLI::App* const line = app.add_subcommand(row.name, row.help);
-        command->define(*line);
-        line->callback([&exitCode, command] { exitCode = command->run(); });
+        OptionParser& line = options.addCommand(row.name, row.help);
+        commands.emplace_back(row.make(), &line).first->define(line);
     }
 
     try {
-        app.parse(argc, argv);
-        return exitCode;
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? EX_OK : EX_USAGE;
+        if (const std::optional<int> exitCode = options.parse(argc, argv)) return *exitCode;
+        prepare(root);
+        const auto given =
+            std::find_if(commands.begin(), commands.end(), [](const auto& one) { return one.second->given(); });
+        return given->first->run();
     } catch (const AgentCallError& error) {
         return failed(EX_UNAVAILABLE, error);
     } catch (const BackendCallError& error) {

@@ -2,7 +2,6 @@
 #include <malloc.h>
 #include <sysexits.h>
 
-#include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdlib>
 #include <exception>
@@ -31,6 +30,7 @@
 #include "host/base/product_root.h"
 #include "host/base/service_manager.h"
 #include "host/base/sqlite_database.h"
+#include "host/command_line/option_parser.h"
 #include "host/destinations/trap_api.h"
 #include "host/log_lines/start.h"
 #include "host/platform_impl/identity.h"
@@ -57,15 +57,15 @@ struct CommandLine {
     bool checkConfig = false;
 };
 
-void defineOptions(CLI::App& app, CommandLine& line) {
-    app.add_option("--root", line.root, "Product root: holds conf/, etc/, mibs/ and state/ (default: $VRX_ROOT)");
-    app.add_option("--module", line.modules, "Service module to load; may be given several times");
-    app.add_option("--listen", line.listeners,
-                   "udp:127.0.0.1:1161, udp6:[::1]:1161, tcp:...; may be given several times. Without it the "
-                   "configuration's agentAddress, else udp:127.0.0.1:1161");
-    app.add_flag("--check-config", line.checkConfig,
-                 "Read all configuration, definition and MIB files, report each fault with its place, and exit");
-    app.add_flag("--embedded-backend", line.embeddedBackend, "Run the management backend inside this process");
+void defineOptions(OptionParser& options, CommandLine& line) {
+    options.add("--root", line.root, "Product root: holds conf/, etc/, mibs/ and state/ (default: $VRX_ROOT)");
+    options.add("--module", line.modules, "Service module to load; may be given several times");
+    options.add("--listen", line.listeners,
+                "udp:127.0.0.1:1161, udp6:[::1]:1161, tcp:...; may be given several times. Without it the "
+                "configuration's agentAddress, else udp:127.0.0.1:1161");
+    options.addFlag("--check-config", line.checkConfig,
+                    "Read all configuration, definition and MIB files, report each fault with its place, and exit");
+    options.addFlag("--embedded-backend", line.embeddedBackend, "Run the management backend inside this process");
 }
 
 // The root as an absolute path: Net-SNMP takes relative ones from the wrong place.
@@ -230,14 +230,10 @@ using namespace vrx;
 
 int main(int argc, char** argv) try {
     ::mallopt(M_TRIM_THRESHOLD, KEPT_MEMORY);
-    CLI::App app("SNMP agent that serves the objects of service modules and sends their traps.", "vrx-agentd");
+    OptionParser options("SNMP agent that serves the objects of service modules and sends their traps.", "vrx-agentd");
     CommandLine line;
-    defineOptions(app, line);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? EX_OK : EX_USAGE;
-    }
+    defineOptions(options, line);
+    if (const std::optional<int> exitCode = options.parse(argc, argv)) return *exitCode;
     try {
         return line.checkConfig ? check(line) : serve(line);
     } catch (const BackendStartError& error) {

@@ -1,11 +1,11 @@
 // vrx-backendd: the reference management backend as a program of its own, in the foreground.
 #include <sysexits.h>
 
-#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <csignal>
 #include <ctime>
 #include <exception>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -16,6 +16,7 @@
 #include "host/base/logging.h"
 #include "host/base/product_root.h"
 #include "host/base/service_manager.h"
+#include "host/command_line/option_parser.h"
 #include "host/log_lines/backend.h"
 
 namespace vrx {
@@ -30,12 +31,11 @@ struct CommandLine {
     unsigned int delayMs = 0;
 };
 
-void defineOptions(CLI::App& app, CommandLine& line) {
-    app.add_option("--root", line.root,
-                   "Product root: holds conf/ and state/ (default: VRX_ROOT, else the installed one)");
-    app.add_option("--address", line.address, "unix:PATH or tcp:HOST:PORT instead of the configured address");
-    app.add_option("--delay-ms", line.delayMs, "Delay every answer by so many milliseconds")
-        ->check(CLI::Range(0U, LONGEST_DELAY_MS));
+void defineOptions(OptionParser& options, CommandLine& line) {
+    options.add("--root", line.root,
+                "Product root: holds conf/ and state/ (default: VRX_ROOT, else the installed one)");
+    options.add("--address", line.address, "unix:PATH or tcp:HOST:PORT instead of the configured address");
+    options.add("--delay-ms", line.delayMs, "Delay every answer by so many milliseconds").range(0U, LONGEST_DELAY_MS);
 }
 
 BackendSettings settingsOf(const CommandLine& line) {
@@ -95,14 +95,10 @@ int failed(int exitCode, const std::exception& error) {
 using namespace vrx;
 
 int main(int argc, char** argv) {
-    CLI::App app("Management backend: alarms in SQLite, served over the TLV package protocol.", "vrx-backendd");
+    OptionParser options("Management backend: alarms in SQLite, served over the TLV package protocol.", "vrx-backendd");
     CommandLine line;
-    defineOptions(app, line);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? EX_OK : EX_USAGE;
-    }
+    defineOptions(options, line);
+    if (const std::optional<int> exitCode = options.parse(argc, argv)) return *exitCode;
     if (!line.root.empty()) setProductRoot(line.root);
     try {
         return serve(line);

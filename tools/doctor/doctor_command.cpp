@@ -1,6 +1,5 @@
 #include "tools/doctor/doctor_command.h"
 
-#include <CLI/CLI.hpp>
 #include <exception>
 #include <filesystem>
 #include <iostream>
@@ -9,6 +8,7 @@
 
 #include "host/base/logging.h"
 #include "host/base/product_root.h"
+#include "host/command_line/option_parser.h"
 #include "host/destinations/trap_destination_checks.h"
 #include "tools/doctor/checks.h"
 #include "tools/doctor/facts.h"
@@ -60,12 +60,12 @@ void perform(const char* name, Report& report, Check check) {
 
 }  // namespace
 
-void DoctorCommand::define(CLI::App& command) {
+void DoctorCommand::define(OptionParser& command) {
     line = &command;
-    command.add_flag("--json", json, "as JSON");
-    command.add_option("--send-test-trap", testTrapTo, "send the last notification again to this trap destination")
-        ->type_name("NUMBER")
-        ->check(CLI::Range(1U, destination_check::HIGHEST_NUMBER));
+    command.addFlag("--json", json, "as JSON");
+    command.add("--send-test-trap", testTrapTo, "send the last notification again to this trap destination")
+        .valueName("NUMBER")
+        .range(1U, destination_check::HIGHEST_NUMBER);
 }
 
 int DoctorCommand::run() {
@@ -84,7 +84,7 @@ int DoctorCommand::run() {
                      "vrxctl --root DIR doctor   # or VRX_ROOT; or: apt install --reinstall vrx");
     } else {
         setProductRoot(root);
-        const bool isOption = line->get_parent()->get_option("--root")->count() > 0;
+        const bool isOption = line->programHas("--root");
         const Facts facts = gatherFacts(isOption ? "--root " + root.string() + " " : "");
         for (const auto& check : CHECKS) perform(check.name, report, [&] { check.run(facts, report); });
         if (testTrapTo != 0) perform("test trap", report, [&] { sendTestTrap(facts, testTrapTo, report); });

@@ -9,12 +9,12 @@
 namespace vrx {
 
 struct DoctorCommand : Command {
-    void define(CLI::App& command) override;
+    void define(OptionParser& command) override;
 
     // 0, 1 or 2: clean, warnings, faults.
     int run() override;
 
-    CLI::App* line = nullptr;
+    OptionParser* line = nullptr;
     bool json = false;
     unsigned int testTrapTo = 0;  // number of a destination; 0: none is sent
 };

@@ -2,7 +2,6 @@
 
 #include <strings.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -11,6 +10,7 @@
 #include <string>
 #include <utility>
 
+#include "host/command_line/option_parser.h"
 #include "host/destinations/trap_destination_checks.h"
 #include "host/snmp/limits.h"
 #include "host/snmp/net_snmp.h"
@@ -123,29 +123,24 @@ struct Arguments {
 
 Arguments parseArguments(std::vector<std::string> words) {
     Arguments arguments;
-    CLI::App app;
-    app.set_help_flag();
-    app.add_option("-C", arguments.kind);
-    app.add_option("-v", arguments.version);
-    app.add_option("-c", arguments.community);
-    app.add_option("-u", arguments.user);
-    app.add_option("-l", arguments.level);
-    app.add_option("-a", arguments.authProtocol);
-    app.add_option("-A", arguments.authPassphrase);
-    app.add_option("-x", arguments.privProtocol);
-    app.add_option("-X", arguments.privPassphrase);
-    app.add_option("-e", arguments.engineId);
-    app.add_option("-E", arguments.contextEngineId);
-    app.add_option("-n", arguments.contextName);
-    app.add_option("-r", arguments.retries);
-    app.add_option("-t", arguments.timeout);
-    app.add_option("HOST", arguments.host);
-    std::reverse(words.begin(), words.end());  // CLI11 takes them from the back
-    try {
-        app.parse(words);
-    } catch (const CLI::ParseError& error) {
-        throw Fault(error.what());
-    }
+    OptionParser options;
+    options.removeHelp();
+    options.add("-C", arguments.kind);
+    options.add("-v", arguments.version);
+    options.add("-c", arguments.community);
+    options.add("-u", arguments.user);
+    options.add("-l", arguments.level);
+    options.add("-a", arguments.authProtocol);
+    options.add("-A", arguments.authPassphrase);
+    options.add("-x", arguments.privProtocol);
+    options.add("-X", arguments.privPassphrase);
+    options.add("-e", arguments.engineId);
+    options.add("-E", arguments.contextEngineId);
+    options.add("-n", arguments.contextName);
+    options.add("-r", arguments.retries);
+    options.add("-t", arguments.timeout);
+    options.add("HOST", arguments.host);
+    options.parse(std::move(words));
     if (arguments.host.empty()) throw Fault("the receiver is missing");
     return arguments;
 }
