@@ -4,7 +4,7 @@
 //     m_writing.begins([&] { logLine<lines::ENGINE_STATE_NOT_WRITTEN>(path, reason); });
 //     m_writing.ends([&] { logLine<lines::ENGINE_STATE_WRITTEN>(path); });
 //
-// A line that finds no memory is due again the next time: whoever fails, or succeeds, goes on without it.
+// A line that finds no memory is due again the next time: the caller goes on without it.
 //
 // Threads: any.
 #pragma once

@@ -40,8 +40,8 @@ void keepLastGoodCopy(const std::string& path);
 // Hexadecimal digits after "0x" that are an engine ID (RFC 3411: 5 to 32 octets).
 bool isEngineId(const std::string& text);
 
-// Held by the agent from before it reads the state until it ends, and by whoever changes the state without it. Waits
-// for so long; empty when another one holds it all the time. `folder` exists. Throws std::system_error.
+// Held by the agent from before it reads the state until it exits, and by tools while they change the state without it.
+// Waits up to `patience`; empty when another process holds it throughout. `folder` exists. Throws std::system_error.
 FileDescriptor lockState(const std::string& folder, std::chrono::milliseconds patience);
 
 }  // namespace engine_file

@@ -1,4 +1,4 @@
-// Protocols that a user of SNMPv3 may have, in the words of the SNMP library and of its tools; the first is the
+// Protocols that an SNMPv3 user may have, by the names that the SNMP library and its tools use; the first is the
 // default.
 #pragma once
 

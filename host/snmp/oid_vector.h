@@ -32,7 +32,7 @@ inline std::string oidText(const OidVector& name) {
 std::string octetsOfOid(const OidVector& name);
 OidVector oidOfOctets(const std::string& octets);
 
-// Less than, equal to or greater than 0, as the first name stands before, at or after the second.
+// Less than, equal to or greater than 0, as the first name sorts before, equal to or after the second.
 int compareOid(const oid* a, std::size_t aLength, const oid* b, std::size_t bLength);
 
 // Whether `name` is `root` or stands below it.

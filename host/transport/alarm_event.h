@@ -1,5 +1,5 @@
 // What an alarm record of the backend says of the alarm, as far as anything on the way of its traps wants to know. The
-// event source reads it, once; whoever comes after takes it from there.
+// event source reads it, once; later stages take it from here.
 //
 // Threads: any.
 #pragma once

@@ -1,13 +1,13 @@
-// etc/vrx-agentd.conf: read here, and handed to the SNMP library word by word.
+// etc/vrx-agentd.conf: read here, and passed to the SNMP library one directive at a time.
 //
 //     EngineConfiguration configuration(path, [](const std::string& fault) { ... });
 //     configuration.read();
 //     configuration.apply(PREMIB_CONFIG);
 //     configuration.apply(NORMAL_CONFIG);
 //
-// Not by the library's own reader: its parsers end the process on some lines, it follows words into other files, waits
-// for ever for a pipe, and takes words of its state (the count of starts) from here, too. A word gets to its parser
-// only when library_directives.h, or the agent itself, knows it and finds nothing wrong with its arguments.
+// The library's own reader is not used: its parsers exit the process on some lines, it follows includes, blocks on a
+// pipe, and accepts directives of its state (engineBoots) here, too. A directive reaches its parser only
+// when library_directives.h, or the agent itself, knows it and finds nothing wrong with its arguments.
 //
 // Threads: agent thread only.
 #pragma once
@@ -23,19 +23,19 @@ public:
     // Called with "FILE:LINE: text", or "FILE: text".
     using OnFault = std::function<void(const std::string& fault)>;
 
-    // `name` is the one under which the library knows the words.
+    // `name` is the application type under which the directives are registered.
     EngineConfiguration(std::string path, std::string name, OnFault onFault);
 
     // Reads the file anew. One that does not exist is empty; one that cannot be read is, too, with a fault.
     void read();
 
-    // Hands over the words that the library wants at that time: PREMIB_CONFIG comes before NORMAL_CONFIG.
+    // Passes on the directives that the library reads in that phase: PREMIB_CONFIG comes before NORMAL_CONFIG.
     void apply(int when);
 
 private:
     struct Line {
         std::size_t number;
-        std::string section;  // the library's name of a group of words
+        std::string section;  // the application type that the line is for
         std::string word;
         std::string arguments;
     };

@@ -1,4 +1,4 @@
-// What the SNMP library's parsers find wrong with words of configuration. They tell it in the library's log only.
+// What the SNMP library's parsers find wrong with a directive. They report it in the library's log only.
 //
 // Threads: agent thread only.
 #pragma once
@@ -8,10 +8,10 @@
 
 namespace vrx {
 
-// Runs `parse`, which calls a parser of the library; gives the first fault that it tells, or "".
+// Runs `parse`, which calls a parser of the library; returns the first fault that it logs, or "".
 [[nodiscard]] std::string parserFault(const std::function<void()>& parse);
 
-// For who takes the library's log lines: whether this one was a fault that parserFault() gives.
+// For the receiver of the library's log lines: whether this one is a fault that parserFault() returns.
 [[nodiscard]] bool takeParserFault(const std::string& line);
 
 }  // namespace vrx

@@ -3,9 +3,9 @@
 //
 //     SnmpEngine engine(root, state);     // reads the configuration
 //     ... register objects ...
-//     engine.listen(addresses, dispatcher);     // from here on requests come
+//     engine.listen(addresses, dispatcher);     // from here on requests arrive
 //
-// Configuration: <root>/etc/vrx-agentd.conf, with snmpd.conf's words and our own (docs/agent.md). State:
+// Configuration: <root>/etc/vrx-agentd.conf, with snmpd.conf's directives and our own (docs/agent.md). State:
 // engine_state.h.
 //
 // Threads: agent thread only. One engine a process.

@@ -1,6 +1,6 @@
-// Users of SNMPv3 as the engines of receivers know them: keys that are good for one of those engines, made when its ID
-// is known. The library keeps all users in one list, by engine and name; those made here are in it while somebody holds
-// them, and never in a file.
+// SNMPv3 users localized for the engines of receivers (RFC 3414): keys for one of those engines, made when its ID
+// is known. The library keeps all users in one list, by engine and name; those made here are in it while a sender
+// holds them, and never in a file.
 //
 // Threads: agent thread.
 #pragma once
@@ -19,7 +19,7 @@ public:
     // While it lives, the user is in the library's list.
     using Hold = std::shared_ptr<const InformPeer>;
 
-    // The peer's user for the engine (its ID as bytes); again by whoever holds it, which costs little. Null and
+    // The peer's user for the engine (its ID as bytes); cheap to call again while it is held. Null and
     // `failure` set when there can be none: the engine is this agent's own, the list has another user of that name, or
     // the peer has no keys and the list no user.
     Hold acquire(const std::string& engine, const InformPeer& peer, std::string& failure);

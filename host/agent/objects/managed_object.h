@@ -53,7 +53,7 @@ public:
     std::function<void(const ReadOutcome&)> onRefreshed;
 
     // Another shape of the same object, which outlives this one too. REQUIRES: the worker is held between two jobs.
-    // Snapshots of the former shape stay good for the walks that are in them.
+    // Snapshots of the former shape stay valid for the walks that read them.
     void setShape(const MibObject& mib);
 
     bool readsRows() const { return m_reader.readsRows(); }

@@ -1,4 +1,4 @@
-// Loads service modules and keeps what they hand over: handlers by OID, and the shapes from their MIB files.
+// Loads service modules and keeps what they register: handlers by OID, and the shapes from their MIB files.
 //
 // A module's objects are ordered as they were registered. Handlers, which no module deletes, are deleted with the
 // loader. Libraries stay mapped until the process ends: the dispatcher keeps the notification handlers that loading
@@ -46,8 +46,8 @@ public:
     // The MIB files of the modules.
     const std::vector<std::string>& mibFiles() const { return m_mibFiles; }
 
-    // Reads them again: objects() has the new shapes, and what refers to the former ones stays good. Throws ModuleError
-    // when a file is at fault or describes an object as another kind than its handler; nothing has changed then.
+    // Reads them again: objects() has the new shapes, and references to the former ones stay valid. Throws ModuleError
+    // when a file has faults or describes an object as another kind than its handler; nothing has changed then.
     void reloadMibs();
 
     const std::vector<LoadedObject>& objects() const { return m_objects; }

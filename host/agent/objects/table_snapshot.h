@@ -62,7 +62,7 @@ public:
     std::uint64_t changes() const { return m_changes; }
     Clock::time_point taken() const { return m_taken; }
 
-    // Names come as what stands after the object's root.
+    // Names are the sub-identifiers after the object's root.
     Found find(const oid* suffix, std::size_t length, Instance& instance) const;
     std::optional<Instance> next(const oid* suffix, std::size_t length, bool inclusive) const;
     std::optional<Instance> next(Instance instance) const;         // the one after it

@@ -1,16 +1,16 @@
-// What can be asked of a running agent through its control socket, <root>/state/agent.sock:
+// The requests that a running agent answers on its control socket, <root>/state/agent.sock:
 //
-//     GET  /status            how it goes, as JSON (agent_status.h)
+//     GET  /status            its status, as JSON (agent_status.h)
 //     GET  /log               {"agent": "info", ...}: the level of each subsystem
-//     POST /log               {"subsystem", "level"}: another one until the configuration is read again
-//     POST /reload            takes the configuration over: {"taken": true, "faults": []}
+//     POST /log               {"subsystem", "level"}: another one until the next reload or start
+//     POST /reload            reloads the configuration: {"taken": true, "faults": []}
 //     POST /users             {"name", "authentication", "privacy"}: a user with these passphrases (SHA-256, AES-128;
 //                             other protocols by "authentication_protocol", "privacy_protocol")
-//     DELETE /users?name=     takes a user and its keys away
-//     POST /traps/resend      {"number", "to"}: a logged trap once more; "to" may be left out:
+//     DELETE /users?name=     removes a user and its keys
+//     POST /traps/resend      {"number", "to"}: sends a logged trap again; "to" is optional:
 //                             {"destinations": [...], "missing": [...]}
 //
-// Threads: the routes run on the server's threads and hand over to the agent thread; made and destroyed there.
+// Threads: the routes run on the server's threads and call into the agent thread, on which this is made and destroyed.
 #pragma once
 
 #include <memory>

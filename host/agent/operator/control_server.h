@@ -1,15 +1,15 @@
-// HTTP on a socket of the machine itself: how vrxctl, and whoever collects metrics, talks to a running agent.
+// HTTP on a local socket: how vrxctl and metrics collectors talk to a running agent.
 //
 //     ControlServer control(ControlSocket(LocalAddress::parse("unix:/opt/vrx/state/agent.sock")), {
 //         {"GET", "/status", [](const ControlRequest&) { return ControlAnswer::json(status()); }},
 //     });
 //
-// Connections on which nobody asks anything make room for new ones.
+// Idle connections make room for new ones.
 //
-// A Unix socket has mode 0600: whoever may open the state folder may do everything. Bodies are JSON texts.
+// A Unix socket has mode 0600: only its owner and root can connect, and they may do everything. Bodies are JSON.
 //
-// Threads: routes are called on threads of the server's own, one request each; what they throw is answered with 500 and
-// its text. Requests that are under way when the server is destroyed are waited for.
+// Threads: routes are called on threads of the server's own, one request each; an exception is answered with 500 and
+// its text. The destructor waits for requests in progress.
 #pragma once
 
 #include <functional>

@@ -1,9 +1,9 @@
-// Reads everything that the agent reads at its start and says what is at fault, without serving anything:
+// Reads everything that the agent reads at its start and reports the faults, without serving anything:
 // conf/device.xml and the values in it, etc/vrx-agentd.conf, the modules with their MIB files, and the alarm
 // definitions.
 //
-// For a process of its own (vrx-agentd --check-config): engine and modules cannot be taken out of a process again, and
-// what a faulty file does to it stays there.
+// For a process of its own (vrx-agentd --check-config): engine and modules cannot be unloaded again, and
+// whatever a faulty file does to the process ends with it.
 #pragma once
 
 #include <ostream>

@@ -1,4 +1,4 @@
-// Takes a changed configuration over while the agent runs: all of it, or, when anything is at fault, nothing.
+// Reloads the configuration while the agent runs: all of it or, if anything has a fault, nothing.
 //
 //     Reloader reloader(loop, agent, notifications, places);
 //     reloader.request([](const ReloadResult& result) { ... });

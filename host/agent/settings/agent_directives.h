@@ -1,6 +1,6 @@
-// Our own words of the agent's configuration file, beside snmpd.conf's, and what they say.
+// The directives that the agent's configuration file has besides snmpd.conf's, and their values.
 //
-// The engine's reader knows no arguments of ours: it leaves what it reads in the limits that were last given to
+// The library's parser callbacks carry no context: what they read goes into the limits last given to
 // registerAgentDirectives(). Before the file is read again these go back to their defaults.
 //
 // Threads: agent thread only.
@@ -18,9 +18,9 @@
 
 namespace vrx {
 
-// How the agent tells of itself.
+// How the agent reports on itself.
 struct StatusSettings {
-    std::optional<LocalAddress> metrics;   // where collectors may ask; nothing: nowhere
+    std::optional<LocalAddress> metrics;   // where collectors may connect; none: nowhere
     std::chrono::seconds heartbeat{3600};  // between two log lines; 0: none
 };
 
@@ -32,7 +32,7 @@ struct EngineLimits {
     StreamLimits streams;
 };
 
-// `limits` outlives every reading of the configuration. Relative paths stand below `root`.
+// `limits` outlives every reading of the configuration. Relative paths are below `root`.
 void registerAgentDirectives(EngineLimits& limits, const std::string& root);
 
 }  // namespace vrx

@@ -1,11 +1,11 @@
-// The words of the configuration that name receivers of informs:
+// The configuration directives that name receivers of informs:
 //
 //     informsink HOST [COMMUNITY [PORT]]
 //     trapsess -Ci [ARGUMENTS OF SNMPCMD] HOST[:PORT]
 //
-// and those that say what the lines after them get: vrxInformTraps, vrxInformQueue, vrxInformRetry, vrxInformBackoff.
-// The first two take the place of the library's own, which would open sessions and ask receivers while everything
-// waits, and whose parser ends the process on some lines. A trapsess without -Ci is a fault.
+// and those that set what the lines after them get: vrxInformTraps, vrxInformQueue, vrxInformRetry, vrxInformBackoff.
+// The first two replace the library's own, which would open sessions and discover engine IDs while everything
+// waits, and whose parser exits the process on some lines. A trapsess without -Ci is a fault.
 //
 // Threads: agent thread only.
 #pragma once
@@ -21,8 +21,8 @@ struct InformDirectives {
     InformPolicy policy;  // of the lines still to come
 };
 
-// What is read goes into `words`, which outlives every reading; they are empty before each. After init_agent(), whose
-// words they replace.
+// What is read goes into `words`, which outlives every reading and is cleared before each. After init_agent(), whose
+// directives these replace.
 void registerInformDirectives(InformDirectives& words);
 
 }  // namespace vrx

@@ -4,8 +4,8 @@
 //     AlarmDefinitions definitions(binding);
 //     if (const auto fault = definitions.fault()) ...  // why they cannot be used now
 //
-// Files that are at fault are tried again when somebody asks, at most every `pause`: loading them once for each alarm
-// would take all the time there is. One log line tells of the fault, one of its end.
+// Files with faults are tried again on demand, at most every `pause`: loading them once for each alarm would take
+// all the time there is. One log line reports the fault, one its end.
 //
 // Threads: any.
 #pragma once
