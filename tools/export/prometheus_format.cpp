@@ -11,13 +11,14 @@
 #include "tools/export/catalogue.h"
 #include "tools/export/formats.h"
 #include "tools/export/plain_text.h"
+#include "tools/export/snmp_objects.h"
 
 namespace vrx {
 
 namespace {
 
 // The alarm table is a module of its own: while it cannot be read, the agent's state still can.
-constexpr const char* SNMP_MODULES =
+constexpr const char* SNMP_MODULE_TEMPLATES =
     R"(# Modules of snmp_exporter 0.21, written by "vrxctl export prometheus". Set your read-only community.
 vrx_alarms:
   version: 2
@@ -26,26 +27,26 @@ vrx_alarms:
   timeout: 10s
   # No row has this number. snmp_exporter takes a table that cannot be read for an empty one when it walks, but not here.
   get:
-    - 1.3.6.1.4.1.99871.2.91.10.1.1.1.6.4294967295
+    - ALARM_ROW.6.4294967295
   walk:
-    - 1.3.6.1.4.1.99871.2.91.10.1.1.1
+    - ALARM_ROW
   metrics:
     - name: vrxAlarmFaultLevel
-      oid: 1.3.6.1.4.1.99871.2.91.10.1.1.1.6
+      oid: ALARM_ROW.6
       type: EnumAsInfo
       help: An active alarm.
       indexes:
         - {labelname: serial, type: gauge}
       lookups:
-        - {labels: [serial], labelname: node, oid: 1.3.6.1.4.1.99871.2.91.10.1.1.1.1, type: DisplayString}
-        - {labels: [serial], labelname: location, oid: 1.3.6.1.4.1.99871.2.91.10.1.1.1.2, type: DisplayString}
-        - {labels: [serial], labelname: advice, oid: 1.3.6.1.4.1.99871.2.91.10.1.1.1.3, type: DisplayString}
-        - {labels: [serial], labelname: title, oid: 1.3.6.1.4.1.99871.2.91.10.1.1.1.4, type: DisplayString}
-        - {labels: [serial], labelname: number, oid: 1.3.6.1.4.1.99871.2.91.10.1.1.1.7, type: gauge}
-        - {labels: [serial], labelname: detail, oid: 1.3.6.1.4.1.99871.2.91.10.1.1.1.10, type: DisplayString}
+        - {labels: [serial], labelname: node, oid: ALARM_ROW.1, type: DisplayString}
+        - {labels: [serial], labelname: location, oid: ALARM_ROW.2, type: DisplayString}
+        - {labels: [serial], labelname: advice, oid: ALARM_ROW.3, type: DisplayString}
+        - {labels: [serial], labelname: title, oid: ALARM_ROW.4, type: DisplayString}
+        - {labels: [serial], labelname: number, oid: ALARM_ROW.7, type: gauge}
+        - {labels: [serial], labelname: detail, oid: ALARM_ROW.10, type: DisplayString}
       enum_values: {1: critical, 2: major, 3: minor, 4: warning}
     - name: vrxAlarmFaultTime
-      oid: 1.3.6.1.4.1.99871.2.91.10.1.1.1.8
+      oid: ALARM_ROW.8
       type: DateAndTime
       help: When the alarm was raised.
       indexes:
@@ -57,88 +58,88 @@ vrx_agent:
   max_repetitions: 25
   timeout: 10s
   walk:
-    - 1.3.6.1.4.1.99871.3.1.1
+    - AGENT_OBJECTS
   get:
     - 1.3.6.1.2.1.1.3.0
-    - 1.3.6.1.4.1.99871.2.91.9.1.1.1.1
-    - 1.3.6.1.4.1.99871.2.91.9.1.1.4.1
-    - 1.3.6.1.4.1.99871.2.91.9.1.1.5.1
-    - 1.3.6.1.4.1.99871.2.91.9.1.1.8.1
+    - TOPOLOGY_ROW.1.1
+    - TOPOLOGY_ROW.4.1
+    - TOPOLOGY_ROW.5.1
+    - TOPOLOGY_ROW.8.1
   metrics:
     - name: sysUpTime
       oid: 1.3.6.1.2.1.1.3
       type: gauge
       help: Hundredths of a second since the agent's start.
     - name: vrxTopologyStatus
-      oid: 1.3.6.1.4.1.99871.2.91.9.1.1.8
+      oid: TOPOLOGY_ROW.8
       type: EnumAsStateSet
       help: Whether the management backend answered when this was read.
       indexes:
         - {labelname: vrxTopologyIndex, type: gauge}
       lookups:
-        - {labels: [vrxTopologyIndex], labelname: node, oid: 1.3.6.1.4.1.99871.2.91.9.1.1.1, type: DisplayString}
-        - {labels: [vrxTopologyIndex], labelname: address, oid: 1.3.6.1.4.1.99871.2.91.9.1.1.4, type: DisplayString}
-        - {labels: [vrxTopologyIndex], labelname: kind, oid: 1.3.6.1.4.1.99871.2.91.9.1.1.5, type: DisplayString}
+        - {labels: [vrxTopologyIndex], labelname: node, oid: TOPOLOGY_ROW.1, type: DisplayString}
+        - {labels: [vrxTopologyIndex], labelname: address, oid: TOPOLOGY_ROW.4, type: DisplayString}
+        - {labels: [vrxTopologyIndex], labelname: kind, oid: TOPOLOGY_ROW.5, type: DisplayString}
       enum_values: {1: online, 2: offline}
     - name: vrxAgentAlarmsActive
-      oid: 1.3.6.1.4.1.99871.3.1.1.1.1
+      oid: AGENT_OBJECTS.1.1
       type: gauge
       help: Active alarms.
     - name: vrxAgentAlarmsCritical
-      oid: 1.3.6.1.4.1.99871.3.1.1.1.2
+      oid: AGENT_OBJECTS.1.2
       type: gauge
       help: Active alarms of level critical.
     - name: vrxAgentAlarmsMajor
-      oid: 1.3.6.1.4.1.99871.3.1.1.1.3
+      oid: AGENT_OBJECTS.1.3
       type: gauge
       help: Active alarms of level major.
     - name: vrxAgentAlarmsMinor
-      oid: 1.3.6.1.4.1.99871.3.1.1.1.4
+      oid: AGENT_OBJECTS.1.4
       type: gauge
       help: Active alarms of level minor.
     - name: vrxAgentAlarmsWarning
-      oid: 1.3.6.1.4.1.99871.3.1.1.1.5
+      oid: AGENT_OBJECTS.1.5
       type: gauge
       help: Active alarms of level warning.
     - name: vrxAgentAlarmChanges
-      oid: 1.3.6.1.4.1.99871.3.1.1.1.6
+      oid: AGENT_OBJECTS.1.6
       type: counter
       help: Changes of the active alarms since the agent's start.
     - name: vrxAgentAlarmLastChange
-      oid: 1.3.6.1.4.1.99871.3.1.1.1.7
+      oid: AGENT_OBJECTS.1.7
       type: gauge
       help: sysUpTime of the last of these changes.
     - name: vrxAgentAlarmLastChangeTime
-      oid: 1.3.6.1.4.1.99871.3.1.1.1.8
+      oid: AGENT_OBJECTS.1.8
       type: DateAndTime
       help: The same moment as date and time.
     - name: vrxAgentAlarmLastEvent
-      oid: 1.3.6.1.4.1.99871.3.1.1.1.9
+      oid: AGENT_OBJECTS.1.9
       type: gauge
       help: Number of the backend's last event.
     - name: vrxAgentBackendState
-      oid: 1.3.6.1.4.1.99871.3.1.1.2.1
+      oid: AGENT_OBJECTS.2.1
       type: EnumAsStateSet
       help: Whether the agent receives events from the management backend.
       enum_values: {1: connected, 2: away}
     - name: vrxAgentBackendSince
-      oid: 1.3.6.1.4.1.99871.3.1.1.2.2
+      oid: AGENT_OBJECTS.2.2
       type: gauge
       help: sysUpTime when this state began.
     - name: vrxAgentBackendConnections
-      oid: 1.3.6.1.4.1.99871.3.1.1.2.3
+      oid: AGENT_OBJECTS.2.3
       type: counter
       help: Connections with the backend since the agent's start.
     - name: vrxAgentTrapsSent
-      oid: 1.3.6.1.4.1.99871.3.1.1.3.1
+      oid: AGENT_OBJECTS.3.1
       type: counter
       help: Traps that were handed to the network since the agent's start.
     - name: vrxAgentTrapsDropped
-      oid: 1.3.6.1.4.1.99871.3.1.1.3.2
+      oid: AGENT_OBJECTS.3.2
       type: counter
       help: Traps that were dropped since the agent's start.
     - name: vrxAgentTrapsWaiting
-      oid: 1.3.6.1.4.1.99871.3.1.1.3.3
+      oid: AGENT_OBJECTS.3.3
       type: gauge
       help: Traps that wait to be sent.
 )";
@@ -425,6 +426,15 @@ constexpr const char* AGENT_TESTS =
               advice: 'Check the files by "vrxctl lint".'
 )";
 
+std::string snmpModules() {
+    std::string text = SNMP_MODULE_TEMPLATES;
+    for (const auto& [name, oid] : {std::pair("ALARM_ROW", snmp_object::ALARM_ROW),
+                                    {"TOPOLOGY_ROW", snmp_object::TOPOLOGY_ROW},
+                                    {"AGENT_OBJECTS", snmp_object::AGENT_OBJECTS}})
+        text = replacedAll(std::move(text), name, oid);
+    return text;
+}
+
 constexpr std::size_t LONGEST_CAUSE = 2000;
 
 std::string causeOf(const CatalogueAlarm& alarm) {
@@ -538,7 +548,7 @@ std::string tests(const std::vector<const CatalogueAlarm*>& alarms) {
 std::vector<ExportFile> prometheusFiles(const Catalogue& catalogue) {
     const std::vector<const CatalogueAlarm*> alarms = byNumber(catalogue);
     return {{"prometheus.yml", PROMETHEUS},
-            {"snmp.yml", SNMP_MODULES},
+            {"snmp.yml", snmpModules()},
             {"vrx-rules-test.yml", tests(alarms)},
             {"vrx-rules.yml", rules(alarms)}};
 }
