@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "host/base/log_line.h"
-#include "host/base/memory_retry.h"
 #include "host/log_lines/backend.h"
 
 namespace vrx {
@@ -52,7 +51,7 @@ void ClientSession::run() {
         while (answerRequest()) {
         }
     } catch (const std::exception& fault) {
-        retryForever([&] { logLine<lines::CLIENT_FAILED>(m_number, fault.what()); });
+        logFault<lines::CLIENT_FAILED>(m_number, fault.what());
     }
     m_connection.close();  // now: the session itself is removed when the next client comes
 }

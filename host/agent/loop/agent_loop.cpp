@@ -43,7 +43,7 @@ void runGuarded(const Task& task) {
     }
 }
 
-// For timers and wake-ups: nobody would ask for them again.
+// For what nobody would ask for again.
 void runWithMemory(const AgentLoop::Task& action) {
     runGuarded([&action] { retryForever(action); });
 }
@@ -129,7 +129,7 @@ void AgentLoop::runDue() {
         Timers::node_type due = m_timers.extract(m_timers.begin());
         LoopTimer* const timer = due.mapped().timer;
         if (timer == nullptr) {
-            runGuarded(due.mapped().task);
+            runWithMemory(due.mapped().task);
         } else {
             timer->m_idle = std::move(due);
             const std::shared_ptr<const Task> action = timer->m_action;

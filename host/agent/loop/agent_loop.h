@@ -35,7 +35,7 @@ public:
     // Runs the task on the agent thread soon; tasks of one thread run in their order. Any thread, at any time.
     void post(Task task);
 
-    // Runs the task once on the agent thread, not before `delay` has passed. Agent thread only.
+    // Runs the task once, again when it throws std::bad_alloc, not before `delay` has passed. Agent thread only.
     void runAfter(std::chrono::milliseconds delay, Task task);
 
     // Serves until stop(); may be called again then. Agent thread only.

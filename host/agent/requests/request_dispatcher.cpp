@@ -7,7 +7,6 @@
 #include "host/agent/requests/answer_size.h"
 #include "host/agent/sets/set_request.h"
 #include "host/base/log_line.h"
-#include "host/base/memory_retry.h"
 #include "host/log_lines/requests.h"
 #include "host/snmp/net_snmp.h"
 
@@ -88,7 +87,8 @@ RequestDispatcher::RequestDispatcher(AgentLoop& loop, std::vector<ManagedObject*
       m_objects(std::move(objects)),
       m_limits(limits),
       m_answerRate(limits.answerRate),
-      m_lines(LINES, LINES_PERIOD) {
+      m_lines(LINES, LINES_PERIOD),
+      m_sets(loop) {
     for (ManagedObject* object : m_objects) {
         object->onRefreshed = [this, object](const ReadOutcome& outcome) { refreshed(*object, outcome); };
     }
@@ -382,13 +382,12 @@ void RequestDispatcher::expire(std::uint64_t id) {
         fail(*found->second.read, RequestResult::TimedOut);
         resume(id);
     } else if (found->second.set->cancel()) {
+        const SetResult refusal{SNMP_ERR_GENERR, 1, "it came to its deadline before its turn"};
+        m_refusals.note(found->second.pdu.get(), refusal, finder());
+        // Nothing from here on needs memory.
         m_sets.withdraw(id);
         Waiting waiting = std::move(found->second);
         m_waiting.erase(found);
-        const SetResult refusal = retryForever([] {
-            return SetResult{SNMP_ERR_GENERR, 1, "it came to its deadline before its turn"};
-        });
-        retryForever([&] { m_refusals.note(waiting.pdu.get(), refusal, finder()); });
         const bool answered = answerSet(waiting.session, std::move(waiting.pdu), refusal);
         noteSet(waiting.arrived, answered ? RequestResult::TimedOut : RequestResult::Lost);
     }
@@ -429,12 +428,13 @@ int RequestDispatcher::takeSet(netsnmp_session* session, int requestId, netsnmp_
     std::vector<SetStep> steps;
     const SetResult parsed = parseSet(pdu, finder(), steps);
     const std::uint64_t id = m_nextId++;
-    auto transaction = std::make_shared<SetTransaction>(std::move(steps), m_loop, [this, id](const SetResult& result) {
+    auto transaction = std::make_shared<SetTransaction>(std::move(steps), [this, id](const SetResult& result) {
         markAllChanged();  // the handlers' values hang together: an alarm that is cleared leaves the table
-        m_sets.ended(id);
         const auto found = m_waiting.find(id);
         const netsnmp_pdu* const asked = found == m_waiting.end() ? nullptr : found->second.pdu.get();
-        if (!result.ok()) retryForever([&] { m_refusals.note(asked, result, finder()); });
+        if (!result.ok()) m_refusals.note(asked, result, finder());
+        // Nothing from here on needs memory.
+        m_sets.ended(id);
         if (asked == nullptr) return;
         Waiting waiting = std::move(found->second);
         m_waiting.erase(found);

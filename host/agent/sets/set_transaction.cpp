@@ -2,26 +2,28 @@
 
 #include <algorithm>
 #include <exception>
-#include <string>
+#include <new>
+#include <utility>
 
 #include "host/base/log_line.h"
-#include "host/base/memory_retry.h"
 #include "host/log_lines/requests.h"
 
 namespace vrx {
 
-SetTransaction::SetTransaction(std::vector<SetStep> steps, AgentLoop& loop, std::function<void(const SetResult&)> done)
-    : m_loop(loop), m_done(std::move(done)) {
+SetTransaction::SetTransaction(std::vector<SetStep> steps, std::function<void(const SetResult&)> done)
+    : m_done(std::move(done)) {
     for (SetStep& step : steps) m_steps.emplace_back(std::move(step));
 }
 
-void SetTransaction::start() {
-    prepare(0);
+void SetTransaction::start(LoopWakeup& goesOn) noexcept {
+    m_goesOn = &goesOn;
+    m_mayGoOn = true;
+    m_goesOn->request();
 }
 
 bool SetTransaction::cancel() {
     State expected = State::Undecided;
-    return m_state.compare_exchange_strong(expected, State::Cancelled);
+    return m_state.compare_exchange_strong(expected, State::Cancelled) || expected == State::Cancelled;
 }
 
 // False when it was cancelled.
@@ -40,78 +42,57 @@ bool SetTransaction::touchesAnyOf(const SetTransaction& other) const {
                        [&other](const StepExecution& step) { return other.touches(step.object()); });
 }
 
-// Runs the action on the step's worker, and `then` with its result back here: all or nothing. Callers wait for the
-// memory that it takes: a SET that stopped half way would keep its turn, and every later one of its objects would wait
-// for it.
-void SetTransaction::run(std::size_t step, SetResult (*action)(SetTransaction& self, StepExecution& execution),
-                         std::function<void(const SetResult&)> then) {
-    m_steps[step].object().worker().submit([self = shared_from_this(), step, action, then = std::move(then)] {
-        SetResult result{SNMP_ERR_GENERR, 1, {}};
-        try {
-            result = action(*self, self->m_steps[step]);
-        } catch (const std::exception& error) {
-            logFault<lines::SET_FAILED>(error.what());
-        }
-        retryForever([&] { self->m_loop.post([self, then, result] { then(result); }); });
-    });
-}
-
-void SetTransaction::prepare(std::size_t step) {
-    if (step == m_steps.size()) {
-        carryOut(step);
-        return;
+void SetTransaction::goOn() {
+    m_mayGoOn = false;  // first: the worker may be quick
+    try {
+        if (m_result) takeIn(std::move(*m_result));
+        m_result.reset();
+        if (m_phase == Phase::Preparing && m_prepared == m_steps.size()) m_phase = Phase::CarryingOut;
+        if (m_phase != Phase::Preparing && m_prepared == 0) return m_done(m_end);
+        StepExecution& step = m_steps[m_phase == Phase::Preparing ? m_prepared : m_prepared - 1];
+        step.object().worker().submit([self = shared_from_this(), &step] {
+            try {
+                self->m_result = self->act(step);
+            } catch (const std::exception& error) {
+                logFault<lines::SET_FAILED>(error.what());
+                self->m_result = SetResult{SNMP_ERR_GENERR, 1, {}};
+            }
+            self->m_mayGoOn = true;
+            self->m_goesOn->request();
+        });
+    } catch (const std::bad_alloc&) {
+        m_mayGoOn = true;
+        throw;
     }
-    const auto action = [](SetTransaction& self, StepExecution& execution) {
-        return self.m_state == State::Cancelled ? SetResult{SNMP_ERR_GENERR, 1, {}} : execution.prepare();
-    };
-    const auto then = [this, step](const SetResult& result) {
-        if (result.ok()) {
-            prepare(step + 1);
-        } else {
-            giveUp(step, result);
-        }
-    };
-    retryForever([&] { run(step, action, then); });
 }
 
-// The last of the first `steps` steps: from back to front, so that what nothing takes back is done first.
-void SetTransaction::carryOut(std::size_t steps) {
-    if (steps == 0) {
-        m_done({});
-        return;
+SetResult SetTransaction::act(StepExecution& step) {
+    const SetResult cancelled{SNMP_ERR_GENERR, 1, {}};
+    switch (m_phase) {
+        case Phase::Preparing:
+            return m_state == State::Cancelled ? cancelled : step.prepare();
+        case Phase::CarryingOut:
+            return decide() ? step.carryOut() : cancelled;
+        case Phase::GivingUp:
+            break;
     }
-    const auto action = [](SetTransaction& self, StepExecution& execution) {
-        return self.decide() ? execution.carryOut() : SetResult{SNMP_ERR_GENERR, 1, {}};
-    };
-    const auto then = [this, steps](const SetResult& result) {
-        if (result.ok()) {
-            carryOut(steps - 1);
-        } else if (steps == m_steps.size()) {
-            giveUp(steps, result);
-        } else {
-            retryForever([&] { noteHalf(result); });
-            retryForever([&] { giveUp(steps, {SNMP_ERR_UNDOFAILED, 0, result.reason}); });
-        }
-    };
-    retryForever([&] { run(steps - 1, action, then); });
+    step.giveUp();
+    return {};
 }
 
-void SetTransaction::noteHalf(const SetResult& result) const {
-    logLine<lines::SET_HALF_DONE>(m_steps.back().object().mib().name, result.reason);
-}
-
-// The first `steps` steps, the last one first.
-void SetTransaction::giveUp(std::size_t steps, const SetResult& result) {
-    if (steps == 0) {
-        m_done(result);
-        return;
+void SetTransaction::takeIn(SetResult result) noexcept {
+    if (m_phase == Phase::GivingUp) {
+        --m_prepared;
+    } else if (result.ok()) {
+        m_phase == Phase::Preparing ? ++m_prepared : --m_prepared;
+    } else if (m_phase == Phase::CarryingOut && m_prepared < m_steps.size()) {
+        logFault<lines::SET_HALF_DONE>(m_steps.back().object().mib().name, result.reason);
+        m_end = {SNMP_ERR_UNDOFAILED, 0, std::move(result.reason)};
+        m_phase = Phase::GivingUp;
+    } else {
+        m_end = std::move(result);
+        m_phase = Phase::GivingUp;
     }
-    const auto action = [](SetTransaction&, StepExecution& execution) {
-        execution.giveUp();
-        return SetResult{};
-    };
-    retryForever(
-        [&] { run(steps - 1, action, [this, steps, result](const SetResult&) { giveUp(steps - 1, result); }); });
 }
 
 void SetQueue::add(std::uint64_t id, std::shared_ptr<SetTransaction> set) {
@@ -119,13 +100,13 @@ void SetQueue::add(std::uint64_t id, std::shared_ptr<SetTransaction> set) {
     beginThoseThatMay();
 }
 
-void SetQueue::ended(std::uint64_t id) {
+void SetQueue::ended(std::uint64_t id) noexcept {
     m_queue.remove_if([id](const Queued& turn) { return turn.id == id; });
     beginThoseThatMay();
 }
 
 // One that has begun keeps its turn until it has given up what it had prepared.
-void SetQueue::withdraw(std::uint64_t id) {
+void SetQueue::withdraw(std::uint64_t id) noexcept {
     m_queue.remove_if([id](const Queued& turn) { return turn.id == id && !turn.begun; });
     beginThoseThatMay();
 }
@@ -135,17 +116,22 @@ bool SetQueue::waits(std::list<Queued>::const_iterator turn) const {
                        [&turn](const Queued& earlier) { return turn->set->touchesAnyOf(*earlier.set); });
 }
 
-// One that begins may be at its end at once, and gone from the list.
-void SetQueue::beginThoseThatMay() {
+void SetQueue::beginThoseThatMay() noexcept {
+    for (auto turn = m_queue.begin(); turn != m_queue.end(); ++turn) {
+        if (turn->begun || waits(turn)) continue;
+        turn->begun = true;
+        turn->set->start(m_goesOn);
+    }
+}
+
+// One that goes on may come to its end, and others begin.
+void SetQueue::goOn() {
     const auto next = [this] {
-        auto turn = m_queue.begin();
-        while (turn != m_queue.end() && (turn->begun || waits(turn))) ++turn;
-        return turn;
+        return std::find_if(m_queue.begin(), m_queue.end(), [](const Queued& turn) { return turn.set->mayGoOn(); });
     };
     for (auto turn = next(); turn != m_queue.end(); turn = next()) {
-        turn->begun = true;
         const std::shared_ptr<SetTransaction> set = turn->set;
-        set->start();
+        set->goOn();
     }
 }
 

@@ -108,7 +108,7 @@ protected:
 
     // Enters the SET; its end is in `results`.
     std::shared_ptr<SetTransaction> enter(std::uint64_t id, std::vector<SetStep> steps) {
-        auto set = std::make_shared<SetTransaction>(std::move(steps), loop, [this, id](const SetResult& result) {
+        auto set = std::make_shared<SetTransaction>(std::move(steps), [this, id](const SetResult& result) {
             results[id] = result;
             queue.ended(id);
             loop.stop();
@@ -143,7 +143,7 @@ protected:
     AgentLoop loop;
     ManagedObject table{*model.find(parseOid("1.3.6.1.4.1.99871.2.91.10.4.1")), destinations, loop, {}};
     ManagedObject scalar{*model.find(parseOid("1.3.6.1.4.1.99871.2.91.10.1.2")), clear, loop, {}};
-    SetQueue queue;
+    SetQueue queue{loop};
     std::map<std::uint64_t, SetResult> results;
 };
 
