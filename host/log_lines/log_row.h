@@ -57,8 +57,8 @@ constexpr int logValuesOf(std::string_view text) {
 }  // namespace vrx
 
 #ifndef LOG_LINE  // page.cpp has another one
-#define LOG_LINE(NAME, SUBSYSTEM, LEVEL, TEXT, CAUSE, REMEDY)                                                    \
-    inline constexpr LogRow NAME{SUBSYSTEM, LogLevel::LEVEL, TEXT, CAUSE, REMEDY};                               \
-    static_assert(placeOfSubsystem(NAME.subsystem) < LOG_SUBSYSTEM_COUNT, "the subsystem is in LOG_SUBSYSTEMS"); \
-    static_assert(logValuesOf(NAME.text) >= 0, "the braces of a text are {}")
+#define LOG_LINE(NAME, SUBSYSTEM, LEVEL, TEXT, CAUSE, REMEDY)                                                      \
+    inline constexpr LogRow NAME{SUBSYSTEM, LogLevel::LEVEL, TEXT, CAUSE, REMEDY};                                 \
+    static_assert(placeOfSubsystem((NAME).subsystem) < LOG_SUBSYSTEM_COUNT, "the subsystem is in LOG_SUBSYSTEMS"); \
+    static_assert(logValuesOf((NAME).text) >= 0, "the braces of a text are {}")
 #endif
