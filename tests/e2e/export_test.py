@@ -17,7 +17,7 @@ from xml.sax.saxutils import quoteattr
 
 import yaml
 
-from harness import PROGRAM_DIR, SOURCE_DIR, mib_path, slowdown
+from harness import PROGRAM_DIR, SOURCE_DIR, System, mib_path, slowdown, wait_for
 
 OWN = "1.3.6.1.4.1.99871.2.91.10.2.1.1."
 USAGE, DATA_FAULT, CANNOT_CREATE = 64, 65, 73
@@ -261,7 +261,9 @@ class DocumentedLinesTest(Exported):
     def test_prometheus(self):
         lines = [line for line in documented_lines("prometheus") if line.split()[0] not in ("apt", "promtool", "systemctl")]
         os.mkdir(self.path("etc"))
-        type_lines(lines, self.folder, {"/etc/prometheus/": self.path("etc") + "/", "COMMUNITY": "a-word"})
+        type_lines(lines, self.folder, {"/etc/prometheus/": self.path("etc") + "/", "COMMUNITY": "a-word",
+                                        "-g prometheus ": ""})
+        self.assertEqual(os.stat(self.path("etc", "snmp.yml")).st_mode & 0o777, 0o640)
         self.assertEqual(sorted(os.listdir(self.path("etc"))), ["prometheus.yml", "snmp.yml", "vrx-rules-test.yml",
                                                                 "vrx-rules.yml", "vrx-systems.json"])
         with open(self.path("etc", "snmp.yml"), encoding="utf-8") as file:
@@ -512,7 +514,7 @@ class PrometheusTest(Exported):
             self.assertIn(rule, self.rules(self.files(), "alert"))
 
     def test_characters_that_yaml_and_promql_do_not_take(self):
-        text = "a\u2028b\ufeffc\ufffed\u2029e\ufffdf \\ \" # : - [x] | %"
+        text = "a \u2028 b\ufeffc\ufffed\u2029e\ufffdf \\ \" # : - [x] | %"
         files = self.files(definitions(alarm(1, text, text, text, text, text)))
         self.assertEqual(self.rules(files, "record")[1]["labels"], {"number": "1", "title": text, "cause": text})
         series = files["vrx-rules-test.yml"]["tests"][0]["input_series"][1]["series"]
@@ -522,6 +524,16 @@ class PrometheusTest(Exported):
         files = self.files(definitions(alarm(1), alarm(1, eventID=2 << 32 | 1, alarmOid="0.2", reason="Other.")))
         self.assertEqual([rule["labels"] for rule in self.rules(files, "record")[1:]],
                          [{"number": "1", "title": "Disk Failed", "cause": "R."}])
+
+    def test_a_table_that_cannot_be_read_is_no_empty_one(self):
+        """A walk ends alike in both cases for snmp_exporter; the instance that it gets besides tells them apart."""
+        (instance,) = self.files()["snmp.yml"]["vrx_alarms"]["get"]
+        with System() as system:
+            self.assertIn("No Such Instance", system.get(instance))
+            system.backend.stop()
+            wait_for(lambda: "genError" in system.run("snmpget", instance, check=False).stderr, "genErr")
+            system.backend.start()
+            wait_for(lambda: "No Such Instance" in system.run("snmpget", instance, check=False).stdout, "the table again")
 
     def test_objects_are_those_of_the_mib(self):
         oids = {metric["oid"]: metric for module in self.files()["snmp.yml"].values() for metric in module["metrics"]}
