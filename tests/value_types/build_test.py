@@ -55,6 +55,7 @@ class Choice(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.folder = tempfile.mkdtemp(prefix="vrx-value-types-")
+        os.chmod(cls.folder, 0o755)  # tests start the programs as other users, too
         cls.prefixes = {width: cls.stand_in(width) for width in WIDTHS}
         cls.prefix = cls.prefixes[64]
 
