@@ -484,11 +484,14 @@ class PrometheusTest(Exported):
     def rules(files, kind):
         return [rule for group in files["vrx-rules.yml"]["groups"] for rule in group["rules"] if kind in rule]
 
+    def causes(self, files):
+        """Labels of the series that causes come from."""
+        return [rule["labels"] for rule in self.rules(files, "record") if rule["record"] == "vrx_alarm_definition_info"]
+
     def test_every_alarm_has_its_cause(self):
         alarms = json.loads(self.export("json"))["alarms"]
-        causes = [rule["labels"] for rule in self.rules(self.files(), "record") if rule["record"] == "vrx_alarm_definition_info"]
-        self.assertEqual(causes, [{"number": str(alarm["number"]), "title": alarm["title"], "cause": alarm["cause"]}
-                                  for alarm in alarms])
+        self.assertEqual(self.causes(self.files()), [{"number": str(one["number"]), "title": one["title"], "cause": one["cause"]}
+                                                     for one in alarms])
 
     def test_every_alarm_of_the_table_is_in_the_rules_tests(self):
         alarms = [alarm for alarm in json.loads(self.export("json"))["alarms"] if alarm["in_table"]]
@@ -507,7 +510,7 @@ class PrometheusTest(Exported):
         expected = [alert for case in files["vrx-rules-test.yml"]["tests"][0]["alert_rule_test"]
                     for alert in case.get("exp_alerts") or []]
         self.assertEqual({alert["exp_annotations"]["advice"] for alert in expected}, set(HOSTILE))
-        self.assertEqual([rule["labels"]["title"] for rule in self.rules(files, "record")[1:]],
+        self.assertEqual([labels["title"] for labels in self.causes(files)],
                          [" ".join(text.split()) + " %d" % number for number, text in enumerate(HOSTILE, 1)])
         # Templates and expressions are the same as for any definitions.
         for rule in self.rules(files, "alert"):
@@ -516,14 +519,13 @@ class PrometheusTest(Exported):
     def test_characters_that_yaml_and_promql_do_not_take(self):
         text = "a \u2028 b\ufeffc\ufffed\u2029e\ufffdf \\ \" # : - [x] | %"
         files = self.files(definitions(alarm(1, text, text, text, text, text)))
-        self.assertEqual(self.rules(files, "record")[1]["labels"], {"number": "1", "title": text, "cause": text})
+        self.assertEqual(self.causes(files), [{"number": "1", "title": text, "cause": text}])
         series = files["vrx-rules-test.yml"]["tests"][0]["input_series"][1]["series"]
         self.assertIn(',title="%s"' % text.replace("\\", "\\\\").replace('"', '\\"').replace("\ufffd", "\\uFFFD"), series)
 
     def test_alarms_of_one_number_are_one_series(self):
         files = self.files(definitions(alarm(1), alarm(1, eventID=2 << 32 | 1, alarmOid="0.2", reason="Other.")))
-        self.assertEqual([rule["labels"] for rule in self.rules(files, "record")[1:]],
-                         [{"number": "1", "title": "Disk Failed", "cause": "R."}])
+        self.assertEqual(self.causes(files), [{"number": "1", "title": "Disk Failed", "cause": "R."}])
 
     def test_a_table_that_cannot_be_read_is_no_empty_one(self):
         """A walk ends alike in both cases for snmp_exporter; the instance that it gets besides tells them apart."""

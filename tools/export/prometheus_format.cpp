@@ -186,9 +186,14 @@ constexpr const char* ALARM_RULES =
 groups:
   - name: vrx-alarms
     rules:
-      - record: vrx:alarm:active
+      - record: vrx:alarm:row
         expr: |
           sum without (job, vrxAlarmFaultLevel) (label_replace(vrxAlarmFaultLevel_info, "level", "$1", "vrxAlarmFaultLevel", "(.*)"))
+      - record: vrx:alarm:active
+        expr: |
+          vrx:alarm:row * on (number) group_left (cause) topk by (number) (1, vrx_alarm_definition_info)
+          or on (instance, serial)
+          vrx:alarm:row
           or
           (vrx:alarm:active and on (instance) up{job="vrx-alarms"} == 0)
 )YAML";
@@ -210,7 +215,7 @@ constexpr Level LEVELS[] = {
 // Long texts are annotations only: labels are an alert's identity.
 constexpr const char* ALARM_ALERT = R"(      - alert: {}
         expr: vrx:alarm:active{{{}}}
-        labels: {{severity: {}, level: "", detail: "", advice: ""}}
+        labels: {{severity: {}, level: "", detail: "", advice: "", cause: ""}}
         annotations:)";
 
 constexpr const char* ALARM_ANNOTATIONS = R"(
@@ -219,7 +224,7 @@ constexpr const char* ALARM_ANNOTATIONS = R"(
           location: '{{ $labels.location }}'
           detail: '{{ $labels.detail }}'
           advice: '{{ $labels.advice }}'
-          cause: '{{ with printf "vrx_alarm_definition_info{number=%q}" $labels.number | query }}{{ . | first | label "cause" }}{{ end }}'
+          cause: '{{ $labels.cause }}'
 )";
 
 constexpr const char* AGENT_RULES =
