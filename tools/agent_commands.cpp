@@ -129,7 +129,8 @@ std::vector<std::string> troublesIn(const json& status) {
         const json value = fieldOf(status, trouble.field);
         if (value.is_boolean() && value.get<bool>() != trouble.good) troubles.emplace_back(trouble.text);
     }
-    if (const json fault = fieldOf(status, "/notification_log/fault"); fault.is_string() && fault != "") {
+    if (const json fault = fieldOf(status, "/notification_log/fault");
+        fault.is_string() && !fault.get_ref<const std::string&>().empty()) {
         troubles.push_back("the notification log cannot be written: " + plain(fault));
     }
     for (const Listed& listed : LISTED) {

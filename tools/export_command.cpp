@@ -39,6 +39,7 @@ void writeFolder(const std::string& path, const std::vector<ExportFile>& files) 
     const std::filesystem::path folder(path);
     if (!std::filesystem::is_directory(folder)) std::filesystem::create_directory(folder.parent_path());
     std::vector<WholeFile> written;
+    written.reserve(files.size());
     for (const ExportFile& file : files) written.push_back({(folder / file.name).string(), file.text});
     replaceWholeFiles(written, false);
 }
