@@ -3,6 +3,7 @@
 import base64
 import csv
 import hashlib
+import html
 import html.parser
 import io
 import json
@@ -22,8 +23,8 @@ from harness import PROGRAM_DIR, SOURCE_DIR, System, mib_path, slowdown, wait_fo
 OWN = "1.3.6.1.4.1.99871.2.91.10.2.1.1."
 USAGE, DATA_FAULT, CANNOT_CREATE = 64, 65, 73
 FOLDER_FORMATS = ["prometheus"]  # several files, of no use alone
-FORMATS = ["mib", "snmptt", "grafana", "catalogue", "json", "csv"] + FOLDER_FORMATS
-NAMING_FORMATS = ["mib", "snmptt"]
+FORMATS = ["mib", "snmptt", "opennms", "grafana", "catalogue", "json", "csv"] + FOLDER_FORMATS
+NAMING_FORMATS = ["mib", "snmptt", "opennms"]
 
 # What each format has a meaning of its own for.
 HOSTILE = ['<script>alert(1)</script> & "quoted" \'single\' --> ]]>', "$1 $$ $* costs $5, 100%s `id` $(id)",
@@ -268,6 +269,16 @@ class DocumentedLinesTest(Exported):
                                                                 "vrx-rules.yml", "vrx-systems.json"])
         with open(self.path("etc", "snmp.yml"), encoding="utf-8") as file:
             self.assertEqual({module["auth"]["community"] for module in yaml.safe_load(file).values()}, {"a-word"})
+
+    def test_opennms(self):
+        lines = [line for line in documented_lines("opennms") if "send-event" not in line]
+        os.makedirs(self.path("etc", "events"))
+        shipped = "<events>\n  <global/>\n  <event-file>events/one</event-file>\n  <event-file>events/two</event-file>\n</events>\n"
+        self.write("etc/eventconf.xml", shipped)
+        type_lines(lines, self.folder, {"/usr/share/opennms/etc/": self.path("etc") + "/"})
+        self.assertEqual(self.read("etc/events/vrx.events.xml"), self.export("opennms"))
+        files = [entry.text for entry in ElementTree.parse(self.path("etc", "eventconf.xml")).iter("event-file")]
+        self.assertEqual(files, ["events/vrx.events.xml", "events/one", "events/two"])
 
     def test_at_most_ten_lines_to_type(self):
         for name in FORMATS:
@@ -562,6 +573,172 @@ class PrometheusTest(Exported):
                 self.assertIn(metric, exporter | documented_metrics())
         self.assertEqual({job["params"]["module"][0] for job in jobs.values() if "params" in job}, set(files["snmp.yml"]))
         self.assertEqual(files["prometheus.yml"]["rule_files"], ["vrx-rules.yml"])
+
+
+class OpennmsTest(Exported):
+    """By the documented structure of eventconf and the documented way in which a trap finds its event."""
+
+    COMMON = "1.3.6.1.4.1.99871.2.91.10.2.1.0.1"
+    HEARTBEAT = "1.3.6.1.4.1.99871.3.1.0.1"
+    SEVERITIES = {1: "Critical", 2: "Major", 3: "Minor", 4: "Warning"}
+    ACTIVE, ENDED, EVENT = 1, 2, 3
+    # Children of an event in their order, and those that it must have.
+    ORDER = ("mask uei priority event-label snmp descr logmsg severity correlation operinstruct autoaction varbindsdecode parameter "
+             "operaction autoacknowledge loggroup tticket forward script mouseovertext alarm-data filters").split()
+    NEEDED = {"uei", "event-label", "descr", "logmsg", "severity"}
+    NAMESPACE = "{http://xmlns.opennms.org/xsd/eventconf}"
+
+    def events(self, *arguments, **options):
+        root = ElementTree.fromstring(self.export("opennms", *arguments, **options))
+        self.assertEqual(root.tag, self.NAMESPACE + "events")
+        for element in root.iter():
+            self.assertTrue(element.tag.startswith(self.NAMESPACE), element.tag)
+            element.tag = element.tag.removeprefix(self.NAMESPACE)
+        self.assertEqual({event.tag for event in root}, {"event"})
+        return list(root)
+
+    @staticmethod
+    def mask(event):
+        """({name: values}, {number of a binding: values})"""
+        elements = {one.find("mename").text: {value.text for value in one.iter("mevalue")} for one in event.iter("maskelement")}
+        bindings = {int(one.find("vbnumber").text): {value.text for value in one.iter("vbvalue")} for one in event.iter("varbind")}
+        return elements, bindings
+
+    def of_trap(self, events, oid):
+        """Those whose mask has the trap with that OID: of SNMPv2, RFC 3584, section 3.2, makes this of it."""
+        enterprise, specific = oid.rsplit(".", 1)
+        wanted = {"id": {"." + enterprise.removesuffix(".0")}, "generic": {"6"}, "specific": {specific}}
+        return [event for event in events if self.mask(event)[0] == wanted]
+
+    def found(self, events, oid, bindings):
+        """Those that a trap with these values of bindings finds."""
+        return [event for event in self.of_trap(events, oid)
+                if all(str(bindings[number]) in values for number, values in self.mask(event)[1].items())]
+
+    @staticmethod
+    def expand(text, bindings):
+        """Tokens are %NAME% without blanks; an unknown one is nothing."""
+        known = {"%%parm[#%d]%%" % number: str(value) for number, value in bindings.items()}
+        known.update({"%nodeid%": "5", "%pctsign%": "%"})
+        result = ""
+        while "%" in text:
+            before, _, text = text.partition("%")
+            token, end, rest = text.partition("%")
+            result += before
+            if not end or re.search(r"\s", token):
+                result += "%"
+                continue
+            result, text = result + known.get("%" + token + "%", ""), rest
+        return result + text
+
+    @staticmethod
+    def bindings(level=2, category=1, serial=9, alarm_number=262147, node="VRX-0001"):
+        return dict(enumerate([node, "Slot 7.", "Replace it.", "Disk Failed", 2, level, alarm_number, "time", serial, "It failed.",
+                               category], 1))
+
+    def alarm_data(self, event, bindings):
+        attributes = event.find("alarm-data").attrib
+        return {name: self.expand(value, bindings) for name, value in attributes.items()}
+
+    def test_every_event_has_the_structure_of_eventconf(self):
+        for text in (None, hostile_definitions()):
+            events = self.events(text=text)
+            for event in events:
+                names = [child.tag for child in event]
+                self.assertEqual(names, sorted(names, key=self.ORDER.index))
+                self.assertEqual({name for name in names if names.count(name) > 1}, {"parameter"})
+                self.assertLessEqual(self.NEEDED, set(names))
+                self.assertTrue(event.find("uei").text.startswith("uei.opennms.org/vendor/vrx/traps/"))
+                self.assertRegex(event.find("uei").text, r"^[a-zA-Z0-9./]+$")
+                self.assertEqual(event.find("logmsg").attrib, {"dest": "logndisplay"})
+                self.assertIn(event.find("severity").text, ("Critical", "Major", "Minor", "Warning", "Normal"))
+                elements, bindings = self.mask(event)
+                self.assertEqual(sorted(elements), ["generic", "id", "specific"])
+                self.assertLessEqual(max(bindings, default=0), 11)  # those after it move in SNMPv1
+                used = re.findall(r"%parm\[#(\d+)\]%", ElementTree.tostring(event, encoding="unicode"))
+                self.assertLessEqual(max(map(int, used)), 11)
+                parameters = [one.get("name") for one in event.iter("parameter")]
+                self.assertEqual(len(parameters), len(set(parameters)))
+                self.assertTrue(parameters)
+            self.assertEqual(len({event.find("uei").text for event in events}), len(events))
+            self.assertEqual(len({str(self.mask(event)) for event in events}), len(events))
+
+    def test_every_alarm_has_one_event_for_each_level_and_one_for_its_end(self):
+        events = self.events()
+        alarms = json.loads(self.export("json"))["alarms"]
+        self.assertEqual(len(events), 5 * (len(alarms) + 1) + 1)
+        for oid, name, title in [(self.COMMON, "anyAlarm", None)] + [(one["oid"], one["notification"], one["title"]) for one in alarms]:
+            of_trap = self.of_trap(events, oid)
+            self.assertEqual(len(of_trap), 5, oid)
+            for level, severity in self.SEVERITIES.items():
+                for category in (self.ACTIVE, self.EVENT):
+                    (event,) = self.found(of_trap, oid, self.bindings(level, category))
+                    self.assertEqual((event.find("severity").text, event.find("uei").text.split("traps/")[1]),
+                                     (severity, name + "/" + severity.lower()))
+                (event,) = self.found(of_trap, oid, self.bindings(level, self.ENDED))
+                self.assertEqual((event.find("severity").text, event.find("uei").text.split("traps/")[1]),
+                                 ("Normal", name + "/end"))
+                self.assertIn(title or "any alarm", event.find("event-label").text)
+
+    def test_a_clear_finds_the_alarm_that_was_raised_at_any_level_and_by_either_trap(self):
+        events = self.events()
+        own = OWN + "0.403"
+        keys = set()
+        for oid in (self.COMMON, own):
+            for level in self.SEVERITIES:
+                bindings = self.bindings(level)
+                raised = self.alarm_data(self.found(events, oid, bindings)[0], bindings)
+                self.assertEqual((raised["alarm-type"], "clear-key" in raised), ("1", False))
+                keys.add(raised["reduction-key"])
+                bindings = self.bindings(level, self.ENDED)
+                ended = self.alarm_data(self.found(events, oid, bindings)[0], bindings)
+                self.assertEqual((ended["alarm-type"], ended["clear-key"]), ("2", raised["reduction-key"]))
+                self.assertNotEqual(ended["reduction-key"], ended["clear-key"])
+        self.assertEqual(len(keys), 1)
+        # Another serial, number or node is another alarm.
+        for change in ({"serial": 10}, {"alarm_number": 3}, {"node": "VRX-0002"}):
+            bindings = self.bindings(**change)
+            keys.add(self.alarm_data(self.found(events, own, bindings)[0], bindings)["reduction-key"])
+        self.assertEqual(len(keys), 4)
+
+    def test_texts_and_parameters_are_the_traps(self):
+        events, bindings = self.events(), self.bindings()
+        (event,) = self.found(events, OWN + "0.403", bindings)
+        self.assertEqual(self.expand(event.find("logmsg").text, bindings), "Disk Failed: Slot 7. It failed.")
+        self.assertEqual(self.expand(event.find("operinstruct").text, bindings), "Replace it.")
+        self.assertEqual({one.get("name"): (one.get("expand"), self.expand(one.get("value"), bindings)) for one in event.iter("parameter")},
+                         {"node": ("true", "VRX-0001"), "location": ("true", "Slot 7."), "advice": ("true", "Replace it."),
+                          "title": ("true", "Disk Failed"), "number": ("true", "262147"), "serial": ("true", "9"),
+                          "detail": ("true", "It failed.")})
+        self.assertEqual(self.expand(event.find("descr").text, bindings),
+                         "<p>It failed.</p><p>Cause: The disk has a fault of its own, or its connection to the enclosure is damaged.</p>")
+        bindings = self.bindings(category=self.ENDED)
+        (event,) = self.found(events, OWN + "0.403", bindings)
+        self.assertEqual(self.expand(event.find("logmsg").text, bindings), "Disk Failed: ended. Slot 7.")
+
+    def test_hostile_texts_are_texts(self):
+        hostile = HOSTILE + ["%parm[#1]% 5%of% %nodeid%%", "a\ufffeb\uffffc %"]
+        events = self.events(text=definitions(*[alarm(number, text, text, text, text.replace("{", "("), text)
+                                                for number, text in enumerate(hostile, 1)]))
+        for number, text in enumerate(hostile, 1):
+            line = " ".join(text.replace("\ufffe", "\ufffd").replace("\uffff", "\ufffd").split())
+            (event,) = self.found(events, OWN + "0.%d" % number, self.bindings())
+            self.assertTrue(event.find("event-label").text.startswith("VRX: " + line[:200]))
+            paragraphs = re.fullmatch(r"<p>It failed\.</p><p>Cause: ([^<>]*)</p>",
+                                      self.expand(event.find("descr").text, self.bindings()), re.DOTALL)
+            self.assertEqual(html.unescape(paragraphs.group(1))[:1500], line[:1500])
+            # Whatever the definitions say, nothing but their texts is different.
+            self.assertEqual(event.find("logmsg").text, "%parm[#4]%: %parm[#2]% %parm[#10]%")
+
+    def test_a_heartbeat_is_an_event_and_no_alarm(self):
+        events = self.events()
+        bindings = dict(enumerate(["80001F88", 3, 7, "7.1", 12, 345, 3300, 300, "time"], 1))
+        (event,) = self.found(events, self.HEARTBEAT, bindings)
+        self.assertEqual((event.find("severity").text, event.find("alarm-data")), ("Normal", None))
+        self.assertEqual(self.expand(event.find("logmsg").text, bindings),
+                         "Heartbeat 12 of trap destination 3: 345 traps sent so far, next heartbeat in 300 s (0: none)")
+        self.assertEqual({one.get("name"): self.expand(one.get("value"), bindings) for one in event.iter("parameter")},
+                         {"engine": "80001F88", "destination": "3", "heartbeat": "12", "traps": "345", "next": "300"})
 
 
 class GrafanaTest(Exported):

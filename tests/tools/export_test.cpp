@@ -95,6 +95,11 @@ TEST(PlainText, IsFreeOfWhatIsReplacedAlsoWhereThatJoins) {
     EXPECT_EQ(replacedAll("::::==", "::=", ":="), ":==");
 }
 
+TEST(PlainText, IsMarkupWithoutWhatXmlCannotHave) {
+    EXPECT_EQ(markupText("<a b=\"c\" d='e'> &amp; ]]>"), "&lt;a b=&quot;c&quot; d=&#39;e&#39;&gt; &amp;amp; ]]&gt;");
+    EXPECT_EQ(markupText("a\xEF\xBF\xBE\xEF\xBF\xBF\xEF\xBF\xBDz"), "a\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBDz");
+}
+
 }  // namespace
 
 }  // namespace vrx

@@ -8,6 +8,7 @@
 
 #include "tools/export/catalogue.h"
 #include "tools/export/formats.h"
+#include "tools/export/plain_text.h"
 
 namespace vrx {
 
@@ -140,33 +141,6 @@ constexpr const char* TAIL = R"(</section>
 </html>
 )";
 
-std::string escaped(std::string_view text) {
-    std::string html;
-    html.reserve(text.size());
-    for (const char c : text) {
-        switch (c) {
-            case '&':
-                html += "&amp;";
-                break;
-            case '<':
-                html += "&lt;";
-                break;
-            case '>':
-                html += "&gt;";
-                break;
-            case '"':
-                html += "&quot;";
-                break;
-            case '\'':
-                html += "&#39;";
-                break;
-            default:
-                html += c;
-        }
-    }
-    return html;
-}
-
 std::string row(const char* label, const std::string& html) {
     return fmt::format("<dt>{}</dt><dd>{}</dd>\n", label, html);
 }
@@ -174,7 +148,7 @@ std::string row(const char* label, const std::string& html) {
 std::string pairs(const std::vector<CodedText>& texts) {
     std::string list;
     for (const CodedText& text : texts)
-        list += fmt::format("{}{} = {}", list.empty() ? "" : "; ", escaped(text.code), escaped(text.text));
+        list += fmt::format("{}{} = {}", list.empty() ? "" : "; ", markupText(text.code), markupText(text.text));
     return list;
 }
 
@@ -187,7 +161,7 @@ std::string parametersHtml(const CatalogueAlarm& alarm, const Catalogue& catalog
     for (const CatalogueParameter& parameter : alarm.parameters) {
         std::string codes;
         if (!parameter.enumeration.empty()) {
-            codes = escaped(parameter.enumeration);
+            codes = markupText(parameter.enumeration);
             const auto type = catalogue.enumerations.find(parameter.enumeration);
             if (type != catalogue.enumerations.end()) codes += ": " + pairs(type->second);
         }
@@ -201,21 +175,21 @@ std::string parametersHtml(const CatalogueAlarm& alarm, const Catalogue& catalog
 
 // An id of HTML; none where another alarm has it, which lint tells.
 std::string idAttribute(const std::string& id, std::set<std::string>& ids) {
-    return ids.insert(id).second ? fmt::format(" id=\"{}\"", escaped(id)) : "";
+    return ids.insert(id).second ? fmt::format(" id=\"{}\"", markupText(id)) : "";
 }
 
 std::string articleOf(const CatalogueAlarm& alarm, const Catalogue& catalogue, std::set<std::string>& ids) {
     const std::string number = std::to_string(alarm.number);
     std::string html = fmt::format("<article{}>\n<h2><a href=\"#{}\">{}</a></h2>\n", idAttribute(number, ids), number,
-                                   escaped(alarm.title));
+                                   markupText(alarm.title));
     html += fmt::format(
         "<p class=\"names\"><span>number {}</span> <span>identifier {}</span> <span>{}</span> "
         "<span{}>{}</span></p>\n<dl>\n",
-        number, alarm.identifier, alarm.notification, idAttribute(alarm.oid, ids), escaped(alarm.oid));
-    html += row("What happened", escaped(alarm.sample.detail));
-    html += row("Where", escaped(alarm.sample.location));
-    html += row("Cause", escaped(alarm.cause));
-    html += row("What to do", escaped(alarm.sample.advice));
+        number, alarm.identifier, alarm.notification, idAttribute(alarm.oid, ids), markupText(alarm.oid));
+    html += row("What happened", markupText(alarm.sample.detail));
+    html += row("Where", markupText(alarm.sample.location));
+    html += row("Cause", markupText(alarm.cause));
+    html += row("What to do", markupText(alarm.sample.advice));
     html += row("Level", "<a href=\"#levels\">that of the event</a>");
     if (!alarm.isInTable) html += row("Alarm table", "never has a row of it");
     if (!alarm.parameters.empty()) html += row("Parameters", parametersHtml(alarm, catalogue));

@@ -10,6 +10,7 @@ std::vector<ExportFile> csvFiles(const Catalogue& catalogue);
 std::vector<ExportFile> grafanaFiles(const Catalogue& catalogue);
 std::vector<ExportFile> jsonFiles(const Catalogue& catalogue);
 std::vector<ExportFile> mibFiles(const Catalogue& catalogue);
+std::vector<ExportFile> opennmsFiles(const Catalogue& catalogue);
 std::vector<ExportFile> prometheusFiles(const Catalogue& catalogue);
 std::vector<ExportFile> snmpttFiles(const Catalogue& catalogue);
 
@@ -17,6 +18,7 @@ const std::vector<ExportFormat>& exportFormats() {
     static const std::vector<ExportFormat> FORMATS = {
         {"mib", "VRX-TAMREL-ALARM-MIB: a notification for each alarm", mibFiles, true, false},
         {"snmptt", "configuration of snmptt: severity by level, texts, cause and advice", snmpttFiles, true, false},
+        {"opennms", "event definitions of OpenNMS: severity by level, alarms that clear", opennmsFiles, true, false},
         {"prometheus", "scrape configuration, module of snmp_exporter, alert rules and their tests", prometheusFiles,
          false, true},
         {"grafana", "dashboard over the metrics of prometheus", grafanaFiles, false, false},

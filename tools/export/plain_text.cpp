@@ -50,6 +50,34 @@ std::string replacedAll(std::string text, std::string_view from, std::string_vie
     return text;
 }
 
+std::string markupText(std::string_view text) {
+    std::string markup;
+    markup.reserve(text.size());
+    for (const char c : text) {
+        switch (c) {
+            case '&':
+                markup += "&amp;";
+                break;
+            case '<':
+                markup += "&lt;";
+                break;
+            case '>':
+                markup += "&gt;";
+                break;
+            case '"':
+                markup += "&quot;";
+                break;
+            case '\'':
+                markup += "&#39;";
+                break;
+            default:
+                markup += c;
+        }
+    }
+    // The two characters that XML has no place for.
+    return replacedAll(replacedAll(std::move(markup), "\xEF\xBF\xBE", "\xEF\xBF\xBD"), "\xEF\xBF\xBF", "\xEF\xBF\xBD");
+}
+
 // Besides controls YAML readers refuse U+FEFF, U+FFFE and U+FFFF, and take U+2028 and U+2029 for the end of a line.
 std::string yamlText(std::string_view text) {
     static constexpr std::pair<std::string_view, std::string_view> ESCAPES[] = {

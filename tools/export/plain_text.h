@@ -22,4 +22,7 @@ namespace vrx {
 // In double quotes, as a YAML reader gives it back. REQUIRES: UTF-8.
 [[nodiscard]] std::string yamlText(std::string_view text);
 
+// As a reader of XML or HTML gives it back, as an element's text or in a quoted attribute. REQUIRES: UTF-8.
+[[nodiscard]] std::string markupText(std::string_view text);
+
 }  // namespace vrx
