@@ -1,5 +1,6 @@
 """vrxctl export snmptt in a real snmptt: behind a real snmptrapd, and fed with hostile definitions."""
 
+import json
 import os
 import re
 import shutil
@@ -10,9 +11,10 @@ import unittest
 
 from export_test import HOSTILE, OWN, alarm, definitions, documented_lines, hostile_definitions, type_lines
 from harness import PROGRAM_DIR, SOURCE_DIR, free_port, mib_path, wait_for
-from traps_test import BOTH, COMMON_TRAP, TrapSystem
+from traps_test import BOTH, COMMON_TRAP, CONFIG, TrapSystem
 
 DISK_FAILED = 4295229443
+HEARTBEAT = "1.3.6.1.4.1.99871.3.1.0.1"
 LINE = re.compile(r"\S+ \S+ \S+ \S+ \S+ \.([0-9.]+) (\w+) \"VRX\" \S+ - (.*)")  # date, OID, severity, sender, text
 
 
@@ -143,6 +145,27 @@ class SnmpttTest(unittest.TestCase):
         snmptt.feed(OWN + "0.403", "node", "here", "advice", "title", 2, 1, 262147, "time", 9, "detail", "cleared")
         expected.append((OWN + "0.403", "Normal", "Disk Failed: ended. here (serial 9, alarm 262147, node node)"))
         self.assertEqual(snmptt.lines(), sorted(expected))
+
+    def check_heartbeat(self, version):
+        snmptt, config = Snmptt(self.folder), os.path.join(self.folder, "snmptrapd.conf")
+        with open(config, "w", encoding="utf-8") as file:
+            file.write("outputOption n\nauthCommunity execute,log traps\ntraphandle default /usr/sbin/snmptt --ini=%s\n"
+                       % snmptt.ini)
+        with TrapSystem(CONFIG + "vrxHeartbeatTrap 3600\n") as system, Snmptrapd(self.folder, config, False) as receiver:
+            engine = json.loads(system.vrxctl("status", "--json"))["agent"]["engine_id"]
+            system.add_destination(7, receiver.port, version, BOTH)
+            wait_for(lambda: os.path.exists(snmptt.log) and os.path.getsize(snmptt.log), "the line of the heartbeat")
+        with open(snmptt.log, encoding="utf-8") as file:
+            line = file.readline()
+        self.assertRegex(line, r"^\S+ \S+ \S+ \S+ \S+ \.%s Normal \"VRX heartbeat\" \S+ - Heartbeat 1 of trap destination 7: "
+                         r"0 traps sent so far, next heartbeat in 3600 s \(0: none\) \(engine %s\)$"
+                         % (re.escape(HEARTBEAT), engine))
+
+    def test_a_heartbeat_has_its_count_and_is_of_another_category_than_alarms(self):
+        self.check_heartbeat(2)
+
+    def test_a_heartbeat_of_snmpv1_has_them_too(self):
+        self.check_heartbeat(1)
 
     def test_hostile_definitions_are_texts(self):
         rules = os.path.join(self.folder, "definitions.xml")

@@ -5,7 +5,9 @@
 
 #include <string>
 
+#include "host/notification_log/heartbeat_notification.h"
 #include "host/notification_log/tamrel_notifications.h"
+#include "host/snmp/oid_vector.h"
 #include "tools/export/catalogue.h"
 #include "tools/export/formats.h"
 #include "tools/export/plain_text.h"
@@ -64,6 +66,18 @@ std::string eventsOf(const std::string& name, std::string_view oid, const std::s
     return events;
 }
 
+// A category of its own, as whoever counts alarms by category does not want it.
+std::string heartbeatEvent() {
+    using namespace heartbeat_notification;
+    return fmt::format(
+        "\nEVENT vrxAgentHeartbeat .{} \"VRX heartbeat\" Normal\n"
+        "FORMAT Heartbeat ${} of trap destination ${}: ${} traps sent so far, next heartbeat in ${} s (0: none) "
+        "(engine ${})\n"
+        "SDESC\nHow many traps the agent has sent to this destination: vrxctl gaps finds those that are missing in "
+        "snmptrapd's log.\nEDESC\n",
+        oidText(NOTIFICATION), NUMBER, DESTINATION, TRAPS, NEXT, ENGINE);
+}
+
 }  // namespace
 
 std::vector<ExportFile> snmpttFiles(const Catalogue& catalogue) {
@@ -73,6 +87,7 @@ std::vector<ExportFile> snmpttFiles(const Catalogue& catalogue) {
     for (const CatalogueAlarm& alarm : catalogue.alarms)
         text += eventsOf(alarm.notification, alarm.oid, literal(alarm.title),
                          "Cause: " + literal(alarm.cause) + "\nAdvice: " + literal(alarm.sample.advice) + "\n");
+    text += heartbeatEvent();
     return {{"vrx-snmptt.conf", text}};
 }
 
