@@ -23,7 +23,7 @@ from harness import PROGRAM_DIR, SOURCE_DIR, System, mib_path, slowdown, wait_fo
 OWN = "1.3.6.1.4.1.99871.2.91.10.2.1.1."
 USAGE, DATA_FAULT, CANNOT_CREATE = 64, 65, 73
 FOLDER_FORMATS = ["prometheus"]  # several files, of no use alone
-FORMATS = ["mib", "snmptt", "opennms", "grafana", "catalogue", "json", "csv"] + FOLDER_FORMATS
+FORMATS = ["mib", "snmptt", "zabbix", "opennms", "grafana", "catalogue", "json", "csv"] + FOLDER_FORMATS
 NAMING_FORMATS = ["mib", "snmptt", "opennms"]
 
 # What each format has a meaning of its own for.
@@ -269,6 +269,20 @@ class DocumentedLinesTest(Exported):
                                                                 "vrx-rules.yml", "vrx-systems.json"])
         with open(self.path("etc", "snmp.yml"), encoding="utf-8") as file:
             self.assertEqual({module["auth"]["community"] for module in yaml.safe_load(file).values()}, {"a-word"})
+
+    def test_zabbix(self):
+        lines = [line for line in documented_lines("zabbix") if not line.startswith("systemctl ")]
+        for folder in ("snmp", "server.d"):
+            os.mkdir(self.path(folder))
+        type_lines(lines, self.folder, {"/etc/snmp/": self.path("snmp") + "/", "/var/log/zabbix-traps": self.path("traps"),
+                                        "/etc/zabbix/zabbix_server.conf.d/": self.path("server.d") + "/",
+                                        "-o Debian-snmp ": "", "COMMUNITY": "a-word"})
+        # What snmptrapd gives a program, and what the server reads.
+        for address in ("192.0.2.7", "2001:db8::7"):
+            subprocess.run(["sh", self.path("snmp", "zabbix-trap")], check=True, text=True,
+                           input="host\nUDP: [%s]:4000->[127.0.0.1]:162\n.1.3.6.1.2.1.1.3.0 0:0:02:03.45\n" % address)
+        self.assertEqual(self.read("traps/log"), "ZBXTRAP 192.0.2.7\n.1.3.6.1.2.1.1.3.0 0:0:02:03.45\n"
+                         "ZBXTRAP 2001:db8::7\n.1.3.6.1.2.1.1.3.0 0:0:02:03.45\n")
 
     def test_opennms(self):
         lines = [line for line in documented_lines("opennms") if "send-event" not in line]
@@ -573,6 +587,98 @@ class PrometheusTest(Exported):
                 self.assertIn(metric, exporter | documented_metrics())
         self.assertEqual({job["params"]["module"][0] for job in jobs.values() if "params" in job}, set(files["snmp.yml"]))
         self.assertEqual(files["prometheus.yml"]["rule_files"], ["vrx-rules.yml"])
+
+
+class ZabbixTest(Exported):
+    """The template's structure and texts; scripts/try-receivers has Zabbix itself."""
+
+    def template(self, text=None):
+        (template,) = self.whole(text)["templates"]
+        return template
+
+    def whole(self, text=None):
+        return yaml.load(self.export("zabbix", text=text), yaml.CSafeLoader)["zabbix_export"]
+
+    def test_uuids_are_of_version_4_and_nothing_has_that_of_another(self):
+        uuids = re.findall(r"uuid: (.*)$", self.export("zabbix"), re.MULTILINE)
+        for uuid in uuids:
+            self.assertRegex(uuid, r"^[0-9a-f]{12}4[0-9a-f]{3}[89ab][0-9a-f]{15}$")
+        self.assertEqual(len(set(uuids)), len(uuids))
+        # As objects of an earlier import keep them, they are the same for any definitions.
+        self.assertEqual(re.findall(r"uuid: (.*)$", self.export("zabbix", text=hostile_definitions()), re.MULTILINE), uuids)
+
+    def test_every_alarm_of_the_table_has_its_cause(self):
+        alarms = [one for one in json.loads(self.export("json"))["alarms"] if one["in_table"]]
+        macros = {macro["macro"]: macro.get("value") for macro in self.template()["macros"]}
+        self.assertEqual({name: value for name, value in macros.items() if ":" in name},
+                         {'{$VRX.CAUSE:"%d"}' % one["number"]: one["cause"] for one in alarms})
+        self.assertLessEqual({"{$VRX.CAUSE}", "{$VRX.DROPPED}", "{$VRX.GONE}", "{$VRX.INTERVAL}"}, set(macros))
+
+    def test_hostile_texts_are_texts_of_the_length_that_zabbix_takes(self):
+        shipped, hostile = self.template(), self.template(hostile_definitions())
+        causes = [macro for macro in hostile.pop("macros") if ":" in macro["macro"]]
+        self.assertEqual([cause["value"] for cause in causes],
+                         [" ".join(text.split()) if len(text) < 2000 else text[:1997] + "..." for text in HOSTILE])
+        del shipped["macros"]
+        self.assertEqual(hostile, shipped)
+
+    def test_alarms_of_one_number_have_one_cause(self):
+        template = self.template(definitions(alarm(1), alarm(1, eventID=2 << 32 | 1, alarmOid="0.2", reason="Other.")))
+        self.assertEqual([macro["value"] for macro in template["macros"] if ":" in macro["macro"]], ["R."])
+
+    def test_objects_are_those_of_the_mib(self):
+        template = self.template()
+        names = {"vrx.alarm.table": "vrxAlarm", "vrx.agent.uptime": "sysUpTime", "vrx.topology.status": "vrxTopologyStatus",
+                 "vrx.agent.alarms.active": "vrxAgentAlarmsActive", "vrx.agent.alarms.critical": "vrxAgentAlarmsCritical",
+                 "vrx.agent.alarms.major": "vrxAgentAlarmsMajor", "vrx.agent.alarms.minor": "vrxAgentAlarmsMinor",
+                 "vrx.agent.alarms.warning": "vrxAgentAlarmsWarning", "vrx.agent.backend.state": "vrxAgentBackendState",
+                 "vrx.agent.traps.sent": "vrxAgentTrapsSent", "vrx.agent.traps.dropped": "vrxAgentTrapsDropped",
+                 "vrx.agent.traps.waiting": "vrxAgentTrapsWaiting"}
+        oids = {item["key"]: item["snmp_oid"] for item in template["items"] if item["type"] == "SNMP_AGENT"}
+        columns = re.findall(r"\{#(\w+)\},([0-9.]+)", oids.pop("vrx.alarm.table"))
+        done = subprocess.run(["snmptranslate", "-M", mib_path(), "-m", "SNMPv2-MIB:VRX-TAMREL-MIB:VRX-AGENT-MIB",
+                               *oids.values(), *[oid for _, oid in columns]],
+                              stdout=subprocess.PIPE, text=True, check=True, env=dict(os.environ, SNMPCONFPATH=self.folder))
+        translated = re.findall(r"::(\w+)", done.stdout)
+        self.assertEqual(translated[:len(oids)], [names[key] for key in oids])
+        self.assertEqual(dict(zip((name for name, _ in columns), translated[len(oids):])),
+                         {"NODE": "vrxAlarmNodeCode", "LOCATION": "vrxAlarmLocationInfo", "ADVICE": "vrxAlarmRestoreAdvice",
+                          "TITLE": "vrxAlarmFaultTitle", "LEVEL": "vrxAlarmFaultLevel", "NUMBER": "vrxAlarmAlarmId",
+                          "DETAIL": "vrxAlarmAdditionInfo"})
+
+    def test_traps_are_told_apart_as_numbers_and_as_names(self):
+        patterns = {item["name"]: re.match(r'snmptrap\["(.*)"\]$', item["key"]).group(1)
+                    for item in self.template()["items"] if item["type"] == "SNMP_TRAP"}
+        enterprises = ("1.3.6.1.4.1", "iso.3.6.1.4.1", "SNMPv2-SMI::enterprises")
+        for expected, arcs, names in (
+                ("Traps of alarms", (".99871.2.91.10.2.1.0.1", ".99871.2.91.10.2.1.1.0.403"),
+                 ("VRX-TAMREL-MIB::vrxAlarmNotification", "VRX-TAMREL-ALARM-MIB::vrxDiskFailed")),
+                ("Heartbeats of the agent", (".99871.3.1.0.1",), ("VRX-AGENT-MIB::vrxAgentHeartbeat",)),
+                (None, (".99871.2.91.10.2.1.0.12", ".99871.3.1.0.12", ".8072.4.0.2"),
+                 ("SNMPv2-MIB::coldStart", "VRX-AGENT-MIB::vrxAgentHeartbeatTraps.0 5"))):
+            for trap in [start + arc for start in enterprises for arc in arcs] + list(names):
+                text = "ZBXTRAP 192.0.2.7\nSNMPv2-MIB::snmpTrapOID.0 %s\n" % trap
+                self.assertEqual([name for name, pattern in patterns.items() if re.search(pattern, text)],
+                                 [expected] if expected else [], trap)
+
+    def test_triggers_are_of_items_and_value_maps_that_exist(self):
+        template = self.template()
+        (rule,) = template["discovery_rules"]
+        (prototype,) = rule["item_prototypes"]
+        keys = {item["key"] for item in template["items"]} | {prototype["key"]}
+        triggers = [trigger for item in template["items"] for trigger in item.get("triggers", [])]
+        for trigger in triggers + prototype["trigger_prototypes"]:
+            used = re.findall(r"\(/VRX storage system/(.*?\]|[^,\[)]*)[,)]", trigger["expression"])
+            self.assertTrue(used)
+            self.assertLessEqual(set(used), keys)
+            for other in trigger.get("dependencies", []):
+                self.assertIn((other["name"], other["expression"]), [(one["name"], one["expression"]) for one in triggers])
+        maps = {one["name"] for one in template["valuemaps"]}
+        self.assertEqual({item["valuemap"]["name"] for item in [*template["items"], prototype] if "valuemap" in item}, maps)
+        self.assertEqual([(one["expression"][-1], one["priority"]) for one in prototype["trigger_prototypes"]],
+                         [("1", "DISASTER"), ("2", "HIGH"), ("3", "AVERAGE"), ("4", "WARNING")])
+        used = set(re.findall(r"\{#\w+\}", str(prototype)))
+        self.assertLessEqual(used, {path["lld_macro"] for path in rule["lld_macro_paths"]})
 
 
 class OpennmsTest(Exported):

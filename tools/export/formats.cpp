@@ -13,11 +13,13 @@ std::vector<ExportFile> mibFiles(const Catalogue& catalogue);
 std::vector<ExportFile> opennmsFiles(const Catalogue& catalogue);
 std::vector<ExportFile> prometheusFiles(const Catalogue& catalogue);
 std::vector<ExportFile> snmpttFiles(const Catalogue& catalogue);
+std::vector<ExportFile> zabbixFiles(const Catalogue& catalogue);
 
 const std::vector<ExportFormat>& exportFormats() {
     static const std::vector<ExportFormat> FORMATS = {
         {"mib", "VRX-TAMREL-ALARM-MIB: a notification for each alarm", mibFiles, true, false},
         {"snmptt", "configuration of snmptt: severity by level, texts, cause and advice", snmpttFiles, true, false},
+        {"zabbix", "template of Zabbix 6.0: alarms as problems, traps, state of the agent", zabbixFiles, false, false},
         {"opennms", "event definitions of OpenNMS: severity by level, alarms that clear", opennmsFiles, true, false},
         {"prometheus", "scrape configuration, module of snmp_exporter, alert rules and their tests", prometheusFiles,
          false, true},
