@@ -276,7 +276,10 @@ bool InformSender::settle(const std::string& key, Link& link) {
     static constexpr Step STEPS[] = {&InformSender::take, &InformSender::noteFate, &InformSender::noteOutcome};
     const InformOutcome* const outcome = link.channel->outcome();
     if (outcome == nullptr) return false;
-    for (; link.settled < std::size(STEPS); ++link.settled) (this->*STEPS[link.settled])(key, link, *outcome);
+    for (; link.settled < std::size(STEPS); ++link.settled) {
+        const Step step = STEPS[link.settled];  // GCC 12's bounds check takes a wrong index where this is in the call
+        (this->*step)(key, link, *outcome);
+    }
     link.settled = 0;
     link.underWay.reset();
     return true;
