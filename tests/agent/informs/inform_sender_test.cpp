@@ -289,7 +289,7 @@ TEST_F(InformSenderTest, WhatWaitsForAReceiverThatIsGoneIsDroppedAndCounted) {
     m_sender->setDestinations({receiver(2001), receiver(2002)}, true);
     submit(1);
     submit(2);
-    ASSERT_TRUE(turnUntil([&] { return m_transport.openChannels == 2; }));
+    ASSERT_TRUE(turnUntil([&] { return m_transport.openChannels == 2 && m_settled == 2; }));
     m_sender->setDestinations({receiver(2002)}, true);
     EXPECT_EQ(m_transport.openChannels, 1);
     EXPECT_EQ(dropped(m_sender->status().former, InformDrop::Removed), 2U);
