@@ -4,8 +4,6 @@
 
 #include <ace/Guard_T.h>
 
-#include <algorithm>
-
 #include "module/tamrel_log.h"
 #include "module/vrx_debug_kit_guard.h"
 
@@ -43,9 +41,10 @@ int CAlarmRepository_Singleton::addAlarm(u_int serialNo) {
         return -1;
     }
     {
+        SERIALNO_LIST added{serialNo};  // memory that runs out here or at its place leaves all as it was
         const Lock lock(m_oMutex);
-        if (std::find(m_serialNumbers.begin(), m_serialNumbers.end(), serialNo) == m_serialNumbers.end()) {
-            m_serialNumbers.push_back(serialNo);
+        if (m_places.emplace(serialNo, added.begin()).second) {
+            m_serialNumbers.splice(m_serialNumbers.end(), added);
             m_size.fetch_add(1, std::memory_order_relaxed);
             return 0;
         }
@@ -59,9 +58,10 @@ int CAlarmRepository_Singleton::deleteAlarm(u_int serialNo) {
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmRepository_Singleton::deleteAlarm(u_int)"_scope);
     {
         const Lock lock(m_oMutex);
-        const auto found = std::find(m_serialNumbers.begin(), m_serialNumbers.end(), serialNo);
-        if (found != m_serialNumbers.end()) {
-            m_serialNumbers.erase(found);
+        const auto found = m_places.find(serialNo);
+        if (found != m_places.end()) {
+            m_serialNumbers.erase(found->second);
+            m_places.erase(found);
             m_size.fetch_sub(1, std::memory_order_relaxed);
             return 0;
         }
@@ -74,6 +74,7 @@ int CAlarmRepository_Singleton::deleteAlarm(u_int serialNo) {
 int CAlarmRepository_Singleton::clearAllAlarmItems() {
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmRepository_Singleton::clearAllAlarmItems()"_scope);
     const Lock lock(m_oMutex);
+    m_places.clear();
     m_serialNumbers.clear();
     m_size.store(0, std::memory_order_relaxed);
     return 0;

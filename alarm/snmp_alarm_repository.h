@@ -13,6 +13,7 @@
 
 #include <atomic>
 #include <list>
+#include <unordered_map>
 
 using SERIALNO_LIST = std::list<unsigned int>;
 
@@ -38,6 +39,7 @@ private:
 
     static std::atomic<CAlarmRepository_Singleton*> m_AlarmRep;
 
-    SERIALNO_LIST m_serialNumbers;  // unique, none is 0
-    std::atomic<u_int> m_size{0};   // of the list; read without the lock, where a walk would meet a change half done
+    SERIALNO_LIST m_serialNumbers;                                // unique, none is 0
+    std::unordered_map<u_int, SERIALNO_LIST::iterator> m_places;  // of them: a look-up must not walk the list
+    std::atomic<u_int> m_size{0};  // of the list; read without the lock, where a walk would meet a change half done
 };

@@ -4,8 +4,10 @@ memory, as CPU time of the agents' processes and as rows per second. Part of run
 Programs come from TAMREL_BUILD_DIR, as in tests/e2e, whose harness starts them.
 """
 
+import json
 import os
 import shutil
+import statistics
 import subprocess
 import sys
 import tempfile
@@ -21,7 +23,7 @@ from harness import ALARMS, BUILD_DIR, CLEAR_ALARM, V2C, Program, System, free_p
 
 ALARM_TABLE = ALARMS.rpartition(".")[0]
 REPETITIONS = 50
-EVENTS_SECONDS = 300  # for what many alarms raised at once are to the agent: the module looks for each among all others
+EVENTS_SECONDS = 300  # for what many alarms raised at once are to the agent
 
 STOCK_CONFIG = "rocommunity public 127.0.0.1\ndontLogTCPWrappersConnects yes\n"  # a line per packet otherwise
 WITHOUT_BOUND = "vrxAnswerRate 0\n"  # one address asks as fast as it can
@@ -39,6 +41,7 @@ class Sizes:
         self.growth = (50, 100) if quick else (100, 1_000, 10_000, 100_000)
         self.growth_rows = 100 if quick else 20_000  # walked at least at each size, in each round
         self.growth_rounds = 1 if quick else 5
+        self.connect = (100, 200) if quick else (5_000, 50_000)
 
 
 def cpu_seconds(pid):
@@ -219,6 +222,37 @@ def growth(sizes):
     return rows
 
 
+def start_seconds(system):
+    """Starts the agent, to which all alarms are new then: seconds until it has handled an event that came up meanwhile,
+    and its CPU seconds until then."""
+    system.agent.stop()
+    with BackendClient(system.path("state", "backend.sock")) as backend:
+        backend.raise_alarms(1)
+    begin = time.monotonic()
+    system.agent.start()
+    wait_for(lambda: json.loads(system.vrxctl("status", "--json"))["events"]["handled"] == 1, "the event")
+    return time.monotonic() - begin, cpu_seconds(system.agent.pid)
+
+
+def connecting(sizes):
+    """What a backend's list of active alarms costs an agent that connects, beyond a start beside an empty backend: ten
+    times as many alarms against fewer, for each alarm."""
+    with System() as empty, System() as few, System() as many:
+        for system, alarms in zip((few, many), sizes.connect):
+            raise_alarms(system, alarms)
+        seconds, cost = [], Measured()
+        for _ in range(sizes.growth_rounds):
+            (base, base_cpu), (_, few_cpu), (many_seconds, many_cpu) = (start_seconds(s) for s in (empty, few, many))
+            seconds.append(many_seconds - base)
+            cost.add(*((cpu - base_cpu) * 1e6 / alarms for cpu, alarms in zip((many_cpu, few_cpu), sizes.connect[::-1])))
+    few_alarms, many_alarms = sizes.connect
+    what = "connecting to a backend with %d alarms" % many_alarms
+    return [
+        Row(what + " until events are handled, s", statistics.median(seconds), at_most=0.3),
+        Row.of(what + ", agent's CPU per alarm, us: against %d" % few_alarms, cost, at_most=1.5),
+    ]
+
+
 def rows_of(quick):
     sizes = Sizes(quick)
     with System(extra_config=WITHOUT_BOUND) as system:
@@ -228,4 +262,4 @@ def rows_of(quick):
             memory = resident_megabytes(system.agent.pid)
             rows += compare_gets(system, stock, sizes)
             rows.append(Row("resident memory of the agent with %d alarms, MB" % sizes.rows, memory, at_most=60))
-    return rows + growth(sizes)
+    return rows + growth(sizes) + connecting(sizes)

@@ -2,7 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <functional>
+#include <random>
 #include <string>
 #include <thread>
 #include <utility>
@@ -15,6 +17,7 @@
 namespace {
 
 using testing::ElementsAre;
+using testing::ElementsAreArray;
 using testing::IsEmpty;
 
 // Opens the mutex of the class.
@@ -92,6 +95,31 @@ TEST_F(AlarmRepositoryTest, OrderOfInsertionIsKept) {
     EXPECT_THAT(all(), ElementsAre(5U, 8U));
     EXPECT_EQ(repository.addAlarm(3), 0);
     EXPECT_THAT(all(), ElementsAre(5U, 8U, 3U));
+}
+
+TEST_F(AlarmRepositoryTest, RandomChangesGiveWhatAPlainListGives) {
+    std::mt19937 random(15);  // NOLINT(cert-msc32-c, cert-msc51-cpp): the same changes each time
+    std::vector<u_int> expected;
+    for (int i = 0; i < 20000; ++i) {
+        const auto serialNo = static_cast<u_int>(random() % 200);
+        const auto found = std::find(expected.begin(), expected.end(), serialNo);
+        const bool isThere = found != expected.end();
+        const auto change = random() % 400;
+        if (change == 0) {
+            ASSERT_EQ(repository.clearAllAlarmItems(), 0);
+            expected.clear();
+        } else if (change < 200) {
+            ASSERT_EQ(repository.addAlarm(serialNo), serialNo == 0 || isThere ? -1 : 0) << i;
+            if (serialNo != 0 && !isThere) expected.push_back(serialNo);
+        } else {
+            ASSERT_EQ(repository.deleteAlarm(serialNo), isThere ? 0 : -1) << i;
+            if (isThere) expected.erase(found);
+        }
+        ASSERT_EQ(repository.getAlarmRepositorySize(), expected.size()) << i;
+        if (i % 50 == 0 && !expected.empty()) {
+            ASSERT_THAT(all(), ElementsAreArray(expected)) << i;
+        }
+    }
 }
 
 TEST_F(AlarmRepositoryTest, SnapshotReplacesTheCallersList) {

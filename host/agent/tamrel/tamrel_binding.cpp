@@ -7,9 +7,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <set>
 #include <string>
 #include <typeinfo>
+#include <vector>
 
 #include "host/base/log_line.h"
 #include "host/log_lines/start.h"
@@ -37,6 +37,19 @@ std::string readable(const char* symbol) {
                                                            &std::free);
     return text == nullptr ? symbol : text.get();
 }
+
+// Serial numbers to look others up in.
+class Sorted {
+public:
+    template <typename Serials>
+    explicit Sorted(const Serials& serials) : m_serials(serials.begin(), serials.end()) {
+        std::sort(m_serials.begin(), m_serials.end());
+    }
+    bool contains(unsigned int serial) const { return std::binary_search(m_serials.begin(), m_serials.end(), serial); }
+
+private:
+    std::vector<unsigned int> m_serials;
+};
 
 template <typename Operation>
 bool look(void* library, Operation& operation) {
@@ -109,14 +122,14 @@ TamrelBinding::Difference TamrelBinding::compare(const std::vector<unsigned int>
     Difference difference;
     if (!found()) return difference;
     const std::list<unsigned int> held = repository();
-    const std::set<unsigned int> have(held.begin(), held.end());
-    const std::set<unsigned int> want(activeSerials.begin(), activeSerials.end());
+    const Sorted have(held);
+    const Sorted want(activeSerials);
     for (const unsigned int serial : held) {
-        if (want.count(serial) == 0 && m_operations.putAlarm.call(m_handler, serial, ALARM_CATEGORY_ENDED) == 0)
+        if (!want.contains(serial) && m_operations.putAlarm.call(m_handler, serial, ALARM_CATEGORY_ENDED) == 0)
             ++difference.deleted;
     }
     for (const unsigned int serial : activeSerials) {
-        if (have.count(serial) == 0 && m_operations.putAlarm.call(m_handler, serial, ALARM_CATEGORY_ACTIVE) == 0)
+        if (!have.contains(serial) && m_operations.putAlarm.call(m_handler, serial, ALARM_CATEGORY_ACTIVE) == 0)
             ++difference.added;
     }
     return difference;

@@ -6,7 +6,10 @@
 
 #include <agent_pp/snmp_pp_ext.h>
 
+#include <algorithm>
 #include <memory>
+#include <random>
+#include <vector>
 
 #include "module/vrx_exception.h"
 #include "platform/notify_handler.h"
@@ -19,6 +22,7 @@ namespace vrx {
 namespace {
 
 using testing::ElementsAre;
+using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
@@ -80,6 +84,30 @@ TEST_F(NotificationModuleTest, ComparingAddsWhatIsMissingAndDeletesWhatIsSuperfl
     EXPECT_EQ(difference.added, 2U);
     EXPECT_EQ(difference.deleted, 1U);
     EXPECT_THAT(m_binding.repository(), UnorderedElementsAre(2, 3, 4, 5));
+}
+
+TEST_F(NotificationModuleTest, ComparingRandomListsDeletesInTheRepositorysOrderAndAddsInTheBackends) {
+    std::mt19937 random(15);  // NOLINT(cert-msc32-c, cert-msc51-cpp): the same lists each time
+    std::vector<unsigned int> held;
+    for (int i = 0; i < 200; ++i) {
+        std::vector<unsigned int> active;
+        for (unsigned int serial = 1; serial <= 60; ++serial) {
+            if (random() % 3 == 0) active.push_back(serial);
+        }
+        std::vector<unsigned int> expected;
+        for (const unsigned int serial : held) {
+            if (std::count(active.begin(), active.end(), serial) > 0) expected.push_back(serial);
+        }
+        const std::size_t kept = expected.size();
+        for (const unsigned int serial : active) {
+            if (std::count(held.begin(), held.end(), serial) == 0) expected.push_back(serial);
+        }
+        const TamrelBinding::Difference difference = m_binding.compare(active);
+        ASSERT_EQ(difference.deleted, held.size() - kept) << i;
+        ASSERT_EQ(difference.added, expected.size() - kept) << i;
+        ASSERT_THAT(m_binding.repository(), ElementsAreArray(expected)) << i;
+        held = expected;
+    }
 }
 
 TEST_F(NotificationModuleTest, ComparingEqualSetsChangesNothing) {
