@@ -165,12 +165,10 @@ void recordToSocket(benchmark::State& state) {
     route.port = surroundings().port();
     route.version = 2;
     route.name = COMMUNITY;
-    std::string failure;
-    const std::unique_ptr<TrapChannel> channel = transport.open(route, failure);
+    const Expected<std::unique_ptr<TrapChannel>> channel = transport.open(route);
     const auto record = alarmRecord();
     for (auto _ : state) {
-        if (channel == nullptr ||
-            !channel->send(trapOfAlarm(*record), LONGEST_MESSAGE, transport.upTime()).failure.empty())
+        if (!channel || !(*channel)->send(trapOfAlarm(*record), LONGEST_MESSAGE, transport.upTime()).failure.empty())
             state.SkipWithError("not sent");
     }
 }
@@ -183,7 +181,7 @@ public:
     std::uint32_t upTime() override { return 0; }
     std::string community() override { return COMMUNITY; }
     std::optional<int> levelOfUser(const std::string&) override { return std::nullopt; }
-    std::unique_ptr<TrapChannel> open(const TrapRoute&, std::string&) override { return std::make_unique<Channel>(); }
+    Expected<std::unique_ptr<TrapChannel>> open(const TrapRoute&) override { return std::make_unique<Channel>(); }
 
 private:
     struct Channel : TrapChannel {

@@ -78,46 +78,31 @@ void removeStaleSocket(const LocalAddress& address) {
     if (::lstat(address.path.c_str(), &status) != 0) return;
     if (!S_ISSOCK(status.st_mode))
         throw std::system_error(ENOTSOCK, std::generic_category(), address.text() + " is no socket");
-    std::string failure;
-    if (connectSocket(address, std::chrono::steady_clock::now() + ALIVE_PROBE, -1, failure))
+    if (connectSocket(address, std::chrono::steady_clock::now() + ALIVE_PROBE, -1))
         throw std::system_error(EADDRINUSE, std::generic_category(), "somebody is alive at " + address.text());
     ::unlink(address.path.c_str());
 }
 
 }  // namespace
 
-FileDescriptor connectSocket(const LocalAddress& address, Deadline deadline, int cancel, std::string& failure) {
+Expected<FileDescriptor> connectSocket(const LocalAddress& address, Deadline deadline, int cancel) {
     const SocketAddress target = toSocketAddress(address);
-    if (target.size == 0) {
-        failure = "no address is configured";
-        return {};
-    }
+    if (target.size == 0) return Unexpected{"no address is configured"};
     FileDescriptor socket = makeSocket(target);
-    if (!socket) {
-        failure = "socket: " + errorText(errno);
-        return {};
-    }
+    if (!socket) return Unexpected{"socket: " + errorText(errno)};
     while (::connect(socket.get(), target.get(), target.size) != 0) {
         const bool inProgress = errno == EINPROGRESS;
-        if (!inProgress && errno != EAGAIN && errno != EINTR) {
-            failure = "connect: " + errorText(errno);
-            return {};
-        }
+        if (!inProgress && errno != EAGAIN && errno != EINTR) return Unexpected{"connect: " + errorText(errno)};
         const auto pause = std::chrono::steady_clock::now() + FULL_BACKLOG_PAUSE;
         const Wait wait = inProgress ? waitFor(socket.get(), POLLOUT, deadline, cancel)
                                      : waitFor(-1, 0, std::min(pause, deadline), cancel);
-        if (wait == Wait::Cancelled || (wait == Wait::Timeout && std::chrono::steady_clock::now() >= deadline)) {
-            failure = wait == Wait::Cancelled ? "connect: cancelled" : "connect: no answer in time";
-            return {};
-        }
+        if (wait == Wait::Cancelled || (wait == Wait::Timeout && std::chrono::steady_clock::now() >= deadline))
+            return Unexpected{wait == Wait::Cancelled ? "connect: cancelled" : "connect: no answer in time"};
         if (!inProgress) continue;
         int error = 0;
         socklen_t size = sizeof(error);
         if (::getsockopt(socket.get(), SOL_SOCKET, SO_ERROR, &error, &size) != 0) error = errno;
-        if (error != 0) {
-            failure = "connect: " + errorText(error);
-            return {};
-        }
+        if (error != 0) return Unexpected{"connect: " + errorText(error)};
         break;
     }
     if (address.kind == LocalAddress::Kind::Tcp) {

@@ -114,11 +114,10 @@ void AlarmEventSource::noteFailure(const char* reason) {
 
 // Ends only by an exception.
 void AlarmEventSource::runConnection() {
-    std::string failure;
-    FileDescriptor socket =
-        connectSocket(m_options.address, Clock::now() + m_options.callDeadline, m_stop.descriptor(), failure);
-    if (!socket) throw ConnectionLost(failure);
-    BackendConnection connection(std::move(socket), m_options.packageLimit, m_stop.descriptor());
+    Expected<FileDescriptor> socket =
+        connectSocket(m_options.address, Clock::now() + m_options.callDeadline, m_stop.descriptor());
+    if (!socket) throw ConnectionLost(socket.failure());
+    BackendConnection connection(*std::move(socket), m_options.packageLimit, m_stop.descriptor());
 
     // The store's last number first: an event that comes up from here on is among those subscribed to.
     BackendState state;

@@ -105,9 +105,8 @@ BackendClient::Outcome BackendClient::tryCall(const std::vector<unsigned char>& 
                                               Deadline deadline) {
     for (;;) {  // again only for a pooled connection, of which there are few
         Lease lease(*this);
-        std::string reason;
-        const int acquired = acquire(lease, deadline, reason);
-        if (acquired != BACKEND_OK) return {acquired, reason};
+        const Outcome acquired = acquire(lease, deadline);
+        if (acquired.result != BACKEND_OK) return acquired;
 
         BackendConnection& connection = lease.connection();
         BackendConnection::Result result = connection.send(request, deadline);
@@ -121,7 +120,7 @@ BackendClient::Outcome BackendClient::tryCall(const std::vector<unsigned char>& 
 
 // Without a reason the failure says nothing about the backend: all connections are in use, or the pause between two
 // attempts is not over.
-int BackendClient::acquire(Lease& lease, Deadline deadline, std::string& reason) {
+BackendClient::Outcome BackendClient::acquire(Lease& lease, Deadline deadline) {
     {
         MutexLock lock(m_mutex);
         for (;;) {
@@ -131,32 +130,32 @@ int BackendClient::acquire(Lease& lease, Deadline deadline, std::string& reason)
                 if (connection->isQuiet()) {
                     lease.hold();
                     lease.use(std::move(connection), true);
-                    return BACKEND_OK;
+                    return {BACKEND_OK, ""};
                 }
                 --m_open;  // the backend closed it, or sent what nobody asked for
             }
-            if (!m_backoff.mayTry(Clock::now())) return BACKEND_UNREACHABLE;
+            if (!m_backoff.mayTry(Clock::now())) return {BACKEND_UNREACHABLE, ""};
             if (m_open < m_options.connections) break;
-            if (m_freed.wait_until(lock, deadline) == std::cv_status::timeout) return BACKEND_TIMEOUT;
+            if (m_freed.wait_until(lock, deadline) == std::cv_status::timeout) return {BACKEND_TIMEOUT, ""};
         }
         ++m_open;
         lease.hold();
     }
-    return connect(lease, deadline, reason);
+    return connect(lease, deadline);
 }
 
-int BackendClient::connect(Lease& lease, Deadline deadline, std::string& reason) {
-    FileDescriptor socket = connectSocket(m_options.address, deadline, -1, reason);
+BackendClient::Outcome BackendClient::connect(Lease& lease, Deadline deadline) {
+    Expected<FileDescriptor> socket = connectSocket(m_options.address, deadline, -1);
     if (!socket) {
         const MutexLock lock(m_mutex);
         m_backoff.failed(Clock::now());
-        return BACKEND_UNREACHABLE;
+        return {BACKEND_UNREACHABLE, socket.failure()};
     }
     ++m_connects;
-    lease.use(std::make_unique<BackendConnection>(std::move(socket), m_options.packageLimit), false);
+    lease.use(std::make_unique<BackendConnection>(*std::move(socket), m_options.packageLimit), false);
     const MutexLock lock(m_mutex);
     m_backoff.succeeded();
-    return BACKEND_OK;
+    return {BACKEND_OK, ""};
 }
 
 void BackendClient::release(std::unique_ptr<BackendConnection> connection) {

@@ -52,14 +52,14 @@ private:
     using Clock = std::chrono::steady_clock;
 
     // Outcome of a call's attempt, and for a failure its reason.
-    struct Outcome {
+    struct [[nodiscard]] Outcome {
         int result;
         std::string reason;
     };
 
     Outcome tryCall(const std::vector<unsigned char>& request, CR8KPackageV3& answer, Deadline deadline);
-    [[nodiscard]] int acquire(Lease& lease, Deadline deadline, std::string& reason);
-    [[nodiscard]] int connect(Lease& lease, Deadline deadline, std::string& reason);
+    Outcome acquire(Lease& lease, Deadline deadline);
+    Outcome connect(Lease& lease, Deadline deadline);
     void release(std::unique_ptr<BackendConnection> connection);  // null: it was closed
     void noteState(bool reachable, Clock::time_point begun, const std::string& reason);
 

@@ -63,12 +63,9 @@ struct FakeTransport : TrapTransport {
         const auto found = users.find(user);
         return found == users.end() ? std::nullopt : std::optional<int>(found->second);
     }
-    std::unique_ptr<TrapChannel> open(const TrapRoute& route, std::string& failure) override {
+    Expected<std::unique_ptr<TrapChannel>> open(const TrapRoute& route) override {
         routes.push_back(route);
-        if (openFails) {
-            failure = "no socket";
-            return nullptr;
-        }
+        if (openFails) return Unexpected{"no socket"};
         return std::make_unique<Channel>(*this, route);
     }
 

@@ -47,10 +47,9 @@ protected:
     }
 
     FileDescriptor connectBare() {
-        std::string failure;
-        FileDescriptor socket = connectSocket(m_settings.transport.address, inTime(), -1, failure);
-        EXPECT_TRUE(static_cast<bool>(socket)) << failure;
-        return socket;
+        Expected<FileDescriptor> socket = connectSocket(m_settings.transport.address, inTime(), -1);
+        EXPECT_TRUE(socket) << socket.failure();
+        return socket ? *std::move(socket) : FileDescriptor();
     }
     std::unique_ptr<BackendConnection> connect() {
         return std::make_unique<BackendConnection>(connectBare(), m_settings.transport.packageLimit);

@@ -48,12 +48,12 @@ int askStatus(const BackendOptions& options) {
 
 void checkAnswer(const BackendOptions& options, const Facts& facts, Report& report) {
     const std::string address = options.address.text();
-    std::string failure;
-    if (!connectSocket(options.address, Clock::now() + PATIENCE, -1, failure)) {
+    const Expected<FileDescriptor> socket = connectSocket(options.address, Clock::now() + PATIENCE, -1);
+    if (!socket) {
         if (!facts.mayLook && options.address.kind == LocalAddress::Kind::Unix) {
             report.notChecked(SUBJECT, facts.usersFault);
         } else {
-            report.fault(SUBJECT, "It cannot be reached at " + address + ": " + failure + ".", WHY,
+            report.fault(SUBJECT, "It cannot be reached at " + address + ": " + socket.failure() + ".", WHY,
                          "systemctl start vrx-backendd\njournalctl -u vrx-backendd -n 20");
         }
         return;

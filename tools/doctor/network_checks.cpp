@@ -144,11 +144,11 @@ void checkMetrics(const Facts& facts, Report& report) {
         const LocalAddress address = parseLocalAddress(line.arguments[0], productPath(""));
         const char* const why = "Collectors get no metrics, and alerts on them stay silent or fire all.";
         if (facts.agentAnswers()) {
-            std::string failure;
-            const FileDescriptor socket =
-                connectSocket(address, std::chrono::steady_clock::now() + PATIENCE, -1, failure);
+            const Expected<FileDescriptor> socket =
+                connectSocket(address, std::chrono::steady_clock::now() + PATIENCE, -1);
             if (!socket) {
-                report.fault(subject, "The running agent does not listen on " + address.text() + ": " + failure + ".",
+                report.fault(subject,
+                             "The running agent does not listen on " + address.text() + ": " + socket.failure() + ".",
                              why, facts.vrxctl("reload"));
             }
         } else if (address.kind == LocalAddress::Kind::Unix) {

@@ -27,6 +27,24 @@ constexpr seconds LONGEST_PAUSE{60};
 // How long the end of the program waits for a look-up that is under way.
 constexpr seconds SHUTDOWN_GRACE{2};
 
+// "" when there is none.
+std::string faultOfZone(const std::string& address) {
+    const std::size_t percent = address.find('%');
+    if (percent == std::string::npos) {
+        in6_addr v6{};
+        if (::inet_pton(AF_INET6, address.c_str(), &v6) != 1) return "";
+        if (!IN6_IS_ADDR_LINKLOCAL(&v6) && !IN6_IS_ADDR_MC_LINKLOCAL(&v6)) return "";
+        return address + " is link-local and names no interface (" + address + "%eth0)";
+    }
+    const std::string zone = address.substr(percent + 1);
+    if (::if_nametoindex(zone.c_str()) != 0) return "";
+    char name[IF_NAMESIZE];
+    const bool isNumber = zone.find_first_not_of("0123456789") == std::string::npos;
+    const bool exists = isNumber && ::if_indextoname(static_cast<unsigned int>(std::strtoul(zone.c_str(), nullptr, 10)),
+                                                     name) != nullptr;
+    return exists ? "" : "no network interface has the zone of " + address;
+}
+
 }  // namespace
 
 struct NameResolver::State {
@@ -157,21 +175,10 @@ bool isIpv6Address(const std::string& text) {
     return ::inet_pton(AF_INET6, withoutZone.c_str(), &address) == 1 && text.back() != '%';
 }
 
-std::string faultOfZone(const std::string& address) {
-    const std::size_t percent = address.find('%');
-    if (percent == std::string::npos) {
-        in6_addr v6{};
-        if (::inet_pton(AF_INET6, address.c_str(), &v6) != 1) return "";
-        if (!IN6_IS_ADDR_LINKLOCAL(&v6) && !IN6_IS_ADDR_MC_LINKLOCAL(&v6)) return "";
-        return address + " is link-local and names no interface (" + address + "%eth0)";
-    }
-    const std::string zone = address.substr(percent + 1);
-    if (::if_nametoindex(zone.c_str()) != 0) return "";
-    char name[IF_NAMESIZE];
-    const bool isNumber = zone.find_first_not_of("0123456789") == std::string::npos;
-    const bool exists = isNumber && ::if_indextoname(static_cast<unsigned int>(std::strtoul(zone.c_str(), nullptr, 10)),
-                                                     name) != nullptr;
-    return exists ? "" : "no network interface has the zone of " + address;
+Expected<std::string> peerName(const std::string& address, unsigned int port) {
+    const std::string fault = faultOfZone(address);
+    if (!fault.empty()) return Unexpected{fault};
+    return (isIpv6Address(address) ? "udp6:[" + address + "]:" : "udp:" + address + ":") + std::to_string(port);
 }
 
 }  // namespace vrx

@@ -16,6 +16,8 @@
 #include <set>
 #include <string>
 
+#include "host/base/expected.h"
+
 namespace vrx {
 
 class NameResolver {
@@ -48,9 +50,9 @@ private:
 bool isIpv4Address(const std::string& text);
 bool isIpv6Address(const std::string& text);
 
-// Why nothing can be sent to an address for its zone; "" when there is no reason. The library takes a zone that does
-// not exist for none at all, and the datagram leaves somewhere; without one the system does not know where a link-local
-// address is.
-std::string faultOfZone(const std::string& address);
+// The library's name for a port of a numeric address: "udp:192.0.2.1:162", "udp6:[fe80::1%eth0]:162". Fails for a zone
+// that does not exist, which the library takes for none at all, and the datagram leaves somewhere; and for a link-local
+// address without one: the system does not know where that is.
+Expected<std::string> peerName(const std::string& address, unsigned int port);
 
 }  // namespace vrx

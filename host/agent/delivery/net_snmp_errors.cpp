@@ -3,14 +3,18 @@
 #include <cerrno>
 #include <cstdlib>
 
-#include "host/snmp/net_snmp.h"
-
 namespace vrx {
 
 std::string takeErrorText(char* text) {
     std::string copy = text != nullptr ? text : "unknown error";
     std::free(text);
     return copy;
+}
+
+std::string openingError(netsnmp_session& wanted) {
+    char* text = nullptr;
+    snmp_error(&wanted, nullptr, nullptr, &text);
+    return takeErrorText(text);
 }
 
 bool isFaultOfPdu(int snmpError, int systemError) {

@@ -25,8 +25,8 @@ int build(netsnmp_session* session, netsnmp_pdu* pdu, unsigned char** buffer, st
 
 }  // namespace
 
-netsnmp_session* openSession(netsnmp_transport* transport, RequestDispatcher& dispatcher, std::string& error,
-                             int (*lengthOfMessage)(u_char*, std::size_t)) {
+Expected<netsnmp_session*> openSession(netsnmp_transport* transport, RequestDispatcher& dispatcher,
+                                       int (*lengthOfMessage)(u_char*, std::size_t)) {
     netsnmp_session session;
     snmp_sess_init(&session);
     session.version = SNMP_DEFAULT_VERSION;
@@ -35,7 +35,7 @@ netsnmp_session* openSession(netsnmp_transport* transport, RequestDispatcher& di
     session.callback_magic = &dispatcher;
     netsnmp_session* const opened = snmp_add_full(&session, transport, countPacket, parseMessage,
                                                   netsnmp_agent_check_parse, nullptr, build, lengthOfMessage, nullptr);
-    if (opened == nullptr) error = snmp_api_errstring(session.s_snmp_errno);
+    if (opened == nullptr) return Unexpected{snmp_api_errstring(session.s_snmp_errno)};
     return opened;
 }
 

@@ -4,13 +4,14 @@
 #pragma once
 
 #include "host/agent/requests/request_dispatcher.h"
+#include "host/base/expected.h"
 #include "host/snmp/net_snmp.h"
 
 namespace vrx {
 
 // The dispatcher gets its requests and outlives it. `lengthOfMessage` cuts a stream into messages; without it the
-// library's does. Null when the library refuses: then it has closed the transport, and `error` tells why.
-netsnmp_session* openSession(netsnmp_transport* transport, RequestDispatcher& dispatcher, std::string& error,
-                             int (*lengthOfMessage)(u_char*, std::size_t) = nullptr);
+// library's does. When the library refuses, it has closed the transport.
+Expected<netsnmp_session*> openSession(netsnmp_transport* transport, RequestDispatcher& dispatcher,
+                                       int (*lengthOfMessage)(u_char*, std::size_t) = nullptr);
 
 }  // namespace vrx

@@ -227,10 +227,9 @@ void SnmpEngine::listen(std::vector<std::string> addresses, RequestDispatcher& d
             continue;
         }
         receiveDirectly(*transport);
-        std::string error;
-        netsnmp_session* const opened = openSession(transport, dispatcher, error);
-        if (opened == nullptr) throw EngineError("cannot listen on " + address + ": " + error);
-        m_listeners.push_back(opened);
+        const Expected<netsnmp_session*> opened = openSession(transport, dispatcher);
+        if (!opened) throw EngineError("cannot listen on " + address + ": " + opened.failure());
+        m_listeners.push_back(*opened);
         logLine<lines::LISTENING>(address);
     }
     // At once: the count of starts must survive the hardest end, or v3 managers reject the next start.

@@ -160,10 +160,9 @@ void StreamListeners::admit(Listener& listener, int descriptor) {
     transport->f_recv = receive;
     transport->f_send = send;
     transport->f_close = close;
-    std::string error;
-    netsnmp_session* const opened = openSession(transport, m_dispatcher, error, lengthOfMessage);
-    if (opened == nullptr) return;  // the library has closed the transport
-    connection.session = opened;
+    const Expected<netsnmp_session*> opened = openSession(transport, m_dispatcher, lengthOfMessage);
+    if (!opened) return;  // the library has closed the transport, and its manager sees that
+    connection.session = *opened;
     armTimer(true);
 }
 

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "host/agent/informs/inform_destination.h"
+#include "host/base/expected.h"
 #include "host/notification_log/notification.h"
 
 namespace vrx {
@@ -58,10 +59,10 @@ class InformTransport {
 public:
     virtual ~InformTransport() = default;
 
-    // To the peer at this numeric address. Null and `failure` set when there is no way. `arrived` is called when the
-    // channel's outcome() has something to go on with, also from within send(); it needs no memory.
-    virtual std::unique_ptr<InformChannel> open(const InformPeer& peer, const std::string& address,
-                                                std::function<void()> arrived, std::string& failure) = 0;
+    // To the peer at this numeric address. `arrived` is called when the channel's outcome() has something to go on
+    // with, also from within send(); it needs no memory.
+    virtual Expected<std::unique_ptr<InformChannel>> open(const InformPeer& peer, const std::string& address,
+                                                          std::function<void()> arrived) = 0;
 };
 
 }  // namespace vrx

@@ -254,14 +254,14 @@ void InformSender::serve(const std::string& key) {
         return noteState(key, link, InformState::Unresolved, "");
     }
     if (!link.channel || !(link.peer == settings.peer) || link.address != address) {
-        std::string failure;
         link.peer = settings.peer;
         link.address = address;
-        link.channel = m_transport.open(
-            settings.peer, address, [this] { m_scheduler.wake(); }, failure);
-        if (!link.channel) {
+        Expected<std::unique_ptr<InformChannel>> opened =
+            m_transport.open(settings.peer, address, [this] { m_scheduler.wake(); });
+        link.channel = opened ? *std::move(opened) : nullptr;
+        if (!opened) {
             link.notBefore = Clock::now() + patienceOf(settings.policy, link.attempts++);
-            noteState(key, link, InformState::Failing, failure);
+            noteState(key, link, InformState::Failing, opened.failure());
             return m_scheduler.sleepUntil(link.notBefore);
         }
     }

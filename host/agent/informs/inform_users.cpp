@@ -61,34 +61,24 @@ void take(const std::string& engine, const std::string& name) {
 
 }  // namespace
 
-InformUsers::Hold InformUsers::acquire(const std::string& engine, const InformPeer& peer, std::string& failure) {
+Expected<InformUsers::Hold> InformUsers::acquire(const std::string& engine, const InformPeer& peer) {
     // Keys for our own engine would be those of a manager, who may ask and set.
-    if (engine == ownEngineId()) {
-        failure = "the receiver has the engine ID of this agent";
-        return nullptr;
-    }
+    if (engine == ownEngineId()) return Unexpected{"the receiver has the engine ID of this agent"};
     const bool present = find(engine, peer.name) != nullptr;
     const bool needsKeys = peer.level >= SNMP_SEC_LEVEL_AUTHNOPRIV;
     const Key key(engine, peer.name);
     const auto held = m_held.find(key);
     if (Hold hold = held != m_held.end() ? held->second.lock() : nullptr) {
-        if (hold->level != peer.level || !hold->hasKeysOf(peer)) {
-            failure = OTHER_KEYS;
-            return nullptr;
-        }
+        if (hold->level != peer.level || !hold->hasKeysOf(peer)) return Unexpected{OTHER_KEYS};
         if (present || add(engine, peer)) return hold;
-        failure = "its user cannot be made";
-        return nullptr;
+        return Unexpected{"its user cannot be made"};
     }
     if (needsKeys && peer.authenticationKey.empty()) {
-        if (present) return std::make_shared<const InformPeer>(peer);  // the configuration's: not ours to take away
-        failure = "no createUser line has a user of that name for the receiver's engine";
-        return nullptr;
+        if (present)
+            return Hold(std::make_shared<const InformPeer>(peer));  // the configuration's: not ours to take away
+        return Unexpected{"no createUser line has a user of that name for the receiver's engine"};
     }
-    if (present) {
-        failure = OTHER_KEYS;
-        return nullptr;
-    }
+    if (present) return Unexpected{OTHER_KEYS};
     const auto removing = [key](const InformPeer* gone) {
         take(key.first, key.second);
         delete gone;
@@ -96,8 +86,7 @@ InformUsers::Hold InformUsers::acquire(const std::string& engine, const InformPe
     Hold hold(new InformPeer(peer), removing);
     m_held[key] = hold;
     if (add(engine, peer)) return hold;
-    failure = "its user cannot be made";
-    return nullptr;
+    return Unexpected{"its user cannot be made"};
 }
 
 }  // namespace vrx

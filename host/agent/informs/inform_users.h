@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "host/agent/informs/inform_destination.h"
+#include "host/base/expected.h"
 
 namespace vrx {
 
@@ -19,10 +20,10 @@ public:
     // While it lives, the user is in the library's list.
     using Hold = std::shared_ptr<const InformPeer>;
 
-    // The peer's user for the engine (its ID as bytes); cheap to call again while it is held. Null and
-    // `failure` set when there can be none: the engine is this agent's own, the list has another user of that name, or
-    // the peer has no keys and the list no user.
-    Hold acquire(const std::string& engine, const InformPeer& peer, std::string& failure);
+    // The peer's user for the engine (its ID as bytes); cheap to call again while it is held. There can be none where
+    // the engine is this agent's own, the list has another user of that name, or the peer has no keys and the list no
+    // user.
+    Expected<Hold> acquire(const std::string& engine, const InformPeer& peer);
 
 private:
     using Key = std::pair<std::string, std::string>;  // engine, name

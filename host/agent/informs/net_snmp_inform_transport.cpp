@@ -163,13 +163,12 @@ void NetSnmpInformChannel::transmit() {
         pdu->reqid = static_cast<long>(m_inform.number & REQUEST_IDS);
     }
     if (isV3()) {
-        std::string failure;
-        InformUsers::Hold user = m_users.acquire(m_engine, m_peer, failure);
+        Expected<InformUsers::Hold> user = m_users.acquire(m_engine, m_peer);
         if (!user) {
             forgetEngine();
-            return finish(InformOutcome::Kind::Failed, failure);
+            return finish(InformOutcome::Kind::Failed, user.failure());
         }
-        m_user = std::move(user);
+        m_user = *std::move(user);
         if (pdu) {
             pdu->version = SNMP_VERSION_3;
             pdu->securityModel = USM_SEC_MODEL_NUMBER;
@@ -291,17 +290,16 @@ void NetSnmpInformChannel::finish(InformOutcome::Kind kind, const std::string& t
 
 }  // namespace
 
-std::unique_ptr<InformChannel> NetSnmpInformTransport::open(const InformPeer& peer, const std::string& address,
-                                                            std::function<void()> arrived, std::string& failure) {
-    failure = faultOfZone(address);
-    if (!failure.empty()) return nullptr;
-    std::string place = isIpv6Address(address) ? "udp6:[" + address + "]" : "udp:" + address;
-    place += ":" + std::to_string(peer.port);
+Expected<std::unique_ptr<InformChannel>> NetSnmpInformTransport::open(const InformPeer& peer,
+                                                                      const std::string& address,
+                                                                      std::function<void()> arrived) {
+    Expected<std::string> place = peerName(address, peer.port);
+    if (!place) return Unexpected{place.failure()};
     std::string name = peer.name;
 
     netsnmp_session wanted;  // the library copies what it points to
     snmp_sess_init(&wanted);
-    wanted.peername = place.data();
+    wanted.peername = place->data();
     wanted.sndMsgMaxSize = LONGEST_MESSAGE;
     wanted.retries = 0;
     if (peer.version == SNMPV3) {
@@ -317,12 +315,7 @@ std::unique_ptr<InformChannel> NetSnmpInformTransport::open(const InformPeer& pe
         wanted.community_len = name.size();
     }
     SessionPointer session(snmp_open(&wanted));
-    if (!session) {
-        char* text = nullptr;
-        snmp_error(&wanted, nullptr, nullptr, &text);
-        failure = takeErrorText(text);
-        return nullptr;
-    }
+    if (!session) return Unexpected{openingError(wanted)};
     // Opening takes the flag away, and the first message would make the library ask for the engine by itself, waiting
     // for the answer; a user is made for nobody then, too.
     session->flags |= SNMP_FLAGS_DONT_PROBE | SNMP_FLAGS_USER_CREATED;

@@ -18,8 +18,8 @@ namespace vrx {
 class NetSnmpInformTransport : public InformTransport {
 public:
     // The transport outlives its channels.
-    std::unique_ptr<InformChannel> open(const InformPeer& peer, const std::string& address,
-                                        std::function<void()> arrived, std::string& failure) override;
+    Expected<std::unique_ptr<InformChannel>> open(const InformPeer& peer, const std::string& address,
+                                                  std::function<void()> arrived) override;
 
 private:
     InformUsers m_users;

@@ -1,12 +1,6 @@
 #include "host/agent/traps/net_snmp_trap_transport.h"
 
-#include <net-snmp/net-snmp-config.h>
-// The configuration header comes first.
-#include <net-snmp/net-snmp-includes.h>
-
 #include <arpa/inet.h>
-#include <net-snmp/agent/net-snmp-agent-includes.h>
-#include <net-snmp/library/snmpusm.h>
 #include <sys/socket.h>
 
 #include "host/agent/delivery/community_trap_encoder.h"
@@ -168,6 +162,25 @@ bool hasKey(const oid* protocol, std::size_t length, const oid* none, std::size_
     return protocol != nullptr && snmp_oid_compare(protocol, length, none, noneLength) != 0 && keyLength > 0;
 }
 
+Expected<std::unique_ptr<TrapChannel>> openUser(const TrapRoute& route, netsnmp_session& wanted) {
+    std::string user = route.name;
+    std::string engine = ownEngineId();
+    auto* const engineId = reinterpret_cast<u_char*>(engine.data());
+    wanted.version = SNMP_VERSION_3;
+    wanted.flags |= SNMP_FLAGS_DONT_PROBE;  // the sender of a trap is the authority: there is nobody to ask
+    wanted.securityModel = USM_SEC_MODEL_NUMBER;
+    wanted.securityLevel = route.level;
+    wanted.securityName = user.data();
+    wanted.securityNameLen = user.size();
+    wanted.securityEngineID = engineId;
+    wanted.securityEngineIDLen = engine.size();
+    wanted.contextEngineID = engineId;
+    wanted.contextEngineIDLen = engine.size();
+    SessionPointer session(snmp_sess_open(&wanted));
+    if (!session) return Unexpected{openingError(wanted)};
+    return std::make_unique<SessionChannel>(std::move(session), user.size() + 2 * engine.size());
+}
+
 }  // namespace
 
 TrapEngine NetSnmpTrapTransport::engine() {
@@ -196,51 +209,29 @@ std::optional<int> NetSnmpTrapTransport::levelOfUser(const std::string& user) {
     return SNMP_SEC_LEVEL_AUTHPRIV;
 }
 
-std::unique_ptr<TrapChannel> NetSnmpTrapTransport::open(const TrapRoute& route, std::string& failure) {
-    const bool isIpv6 = isIpv6Address(route.address);
-    failure = faultOfZone(route.address);
-    if (!failure.empty()) return nullptr;
-    std::string peer = isIpv6 ? "udp6:[" + route.address + "]" : "udp:" + route.address;
-    peer += ":" + std::to_string(route.port);
-    std::string name = route.name;
-    std::string engine = ownEngineId();
-    auto* const engineId = reinterpret_cast<u_char*>(engine.data());
-
-    // The library copies what these point to.
-    netsnmp_session wanted;
-    snmp_sess_init(&wanted);
-    wanted.peername = peer.data();
-    wanted.sndMsgMaxSize = LONGEST_MESSAGE;
-    if (route.version == SNMPV3) {
-        wanted.version = SNMP_VERSION_3;
-        wanted.flags |= SNMP_FLAGS_DONT_PROBE;  // the sender of a trap is the authority: there is nobody to ask
-        wanted.securityModel = USM_SEC_MODEL_NUMBER;
-        wanted.securityLevel = route.level;
-        wanted.securityName = name.data();
-        wanted.securityNameLen = name.size();
-        wanted.securityEngineID = engineId;
-        wanted.securityEngineIDLen = engine.size();
-        wanted.contextEngineID = engineId;
-        wanted.contextEngineIDLen = engine.size();
-    } else {
-        wanted.version = route.version == 1 ? SNMP_VERSION_1 : SNMP_VERSION_2c;
-        wanted.community = reinterpret_cast<u_char*>(name.data());
-        wanted.community_len = name.size();
-    }
+// What all versions have in common is in `wanted`; the library copies what it points to.
+Expected<std::unique_ptr<TrapChannel>> NetSnmpTrapTransport::openCommunity(const TrapRoute& route,
+                                                                           netsnmp_session& wanted) {
+    std::string community = route.name;
+    wanted.version = route.version == 1 ? SNMP_VERSION_1 : SNMP_VERSION_2c;
+    wanted.community = reinterpret_cast<u_char*>(community.data());
+    wanted.community_len = community.size();
     SessionPointer session(snmp_sess_open(&wanted));
-    if (!session) {
-        char* text = nullptr;
-        snmp_error(&wanted, nullptr, nullptr, &text);
-        failure = takeErrorText(text);
-        return nullptr;
-    }
-    if (route.version == SNMPV3) {
-        return std::make_unique<SessionChannel>(std::move(session), name.size() + 2 * engine.size());
-    }
+    if (!session) return Unexpected{openingError(wanted)};
     if (m_buffer == nullptr) m_buffer = std::make_shared<TrapBuffer>(LONGEST_MESSAGE);
     if (route.version != 1) return std::make_unique<CommunityChannel>(std::move(session), route.name, m_buffer);
     return std::make_unique<V1Channel>(std::move(session), route.name, m_buffer,
-                                       isIpv6 ? 0 : localAddressTowards(route));
+                                       isIpv6Address(route.address) ? 0 : localAddressTowards(route));
+}
+
+Expected<std::unique_ptr<TrapChannel>> NetSnmpTrapTransport::open(const TrapRoute& route) {
+    Expected<std::string> peer = peerName(route.address, route.port);
+    if (!peer) return Unexpected{peer.failure()};
+    netsnmp_session wanted;
+    snmp_sess_init(&wanted);
+    wanted.peername = peer->data();
+    wanted.sndMsgMaxSize = LONGEST_MESSAGE;
+    return route.version == SNMPV3 ? openUser(route, wanted) : openCommunity(route, wanted);
 }
 
 }  // namespace vrx

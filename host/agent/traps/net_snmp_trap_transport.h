@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/agent/traps/trap_channel.h"
+#include "host/snmp/net_snmp.h"
 
 namespace vrx {
 
@@ -19,9 +20,11 @@ public:
     std::uint32_t upTime() override;
     std::string community() override;
     std::optional<int> levelOfUser(const std::string& user) override;
-    std::unique_ptr<TrapChannel> open(const TrapRoute& route, std::string& failure) override;
+    Expected<std::unique_ptr<TrapChannel>> open(const TrapRoute& route) override;
 
 private:
+    Expected<std::unique_ptr<TrapChannel>> openCommunity(const TrapRoute& route, netsnmp_session& wanted);
+
     std::shared_ptr<TrapBuffer> m_buffer;  // one for all channels: they send one after the other
 };
 

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "host/base/expected.h"
 #include "host/notification_log/notification.h"
 
 namespace vrx {
@@ -65,8 +66,7 @@ public:
     // The best level that a user's keys allow; nothing when there is no such user.
     virtual std::optional<int> levelOfUser(const std::string& user) = 0;
 
-    // Null and `failure` set when there is no way.
-    virtual std::unique_ptr<TrapChannel> open(const TrapRoute& route, std::string& failure) = 0;
+    virtual Expected<std::unique_ptr<TrapChannel>> open(const TrapRoute& route) = 0;
 };
 
 }  // namespace vrx

@@ -286,7 +286,9 @@ TrapSender::Readiness TrapSender::makeReady(const tTrapDestInfo& info, Link& lin
     }
     if (link.channel && link.route == route) return result;
     if (link.series && !link.series->goesTo(route)) endSeries(link);
-    link.channel = m_transport.open(route, result.reason);
+    Expected<std::unique_ptr<TrapChannel>> opened = m_transport.open(route);
+    link.channel = opened ? *std::move(opened) : nullptr;
+    result.reason = opened.failure();
     link.route = route;
     link.greeted = false;
     if (!link.channel) result.state = DestinationState::Failing;

@@ -56,13 +56,10 @@ struct FakeInforms : InformTransport {
         std::optional<InformOutcome> given;  // of the inform that was sent last
     };
 
-    std::unique_ptr<InformChannel> open(const InformPeer& peer, const std::string& address,
-                                        std::function<void()> arrived, std::string& failure) override {
+    Expected<std::unique_ptr<InformChannel>> open(const InformPeer& peer, const std::string& address,
+                                                  std::function<void()> arrived) override {
         opened.push_back(address + " " + peer.name);
-        if (openFails) {
-            failure = "no socket";
-            return nullptr;
-        }
+        if (openFails) return Unexpected{"no socket"};
         return std::make_unique<Channel>(*this, peer, std::move(arrived));
     }
     // The outcome of the inform that is under way, and the sender's turn after it.

@@ -33,15 +33,22 @@ const usmUser* find(const std::string& engine, const std::string& name) {
 
 class InformUsersTest : public testing::Test {
 protected:
+    // Null where there can be none.
+    InformUsers::Hold acquire(const std::string& engine, const InformPeer& peer) {
+        const Expected<InformUsers::Hold> hold = m_users.acquire(engine, peer);
+        m_failure = hold.failure();
+        return hold ? *hold : nullptr;
+    }
+
     InformUsers m_users;
-    std::string m_failure;
+    std::string m_failure;  // of the last one
 };
 
 }  // namespace
 
 TEST_F(InformUsersTest, AUserIsThereWhileItIsHeld) {
     {
-        const InformUsers::Hold hold = m_users.acquire(RECEIVER, peer("informer"), m_failure);
+        const InformUsers::Hold hold = acquire(RECEIVER, peer("informer"));
         ASSERT_NE(hold, nullptr) << m_failure;
         EXPECT_NE(find(RECEIVER, "informer"), nullptr);
         EXPECT_NE(find(RECEIVER, "informer")->userStorageType, ST_NONVOLATILE);  // never in a file
@@ -50,8 +57,8 @@ TEST_F(InformUsersTest, AUserIsThereWhileItIsHeld) {
 }
 
 TEST_F(InformUsersTest, KeysDifferFromEngineToEngine) {
-    const InformUsers::Hold one = m_users.acquire(RECEIVER, peer("informer"), m_failure);
-    const InformUsers::Hold two = m_users.acquire(OTHER_RECEIVER, peer("informer"), m_failure);
+    const InformUsers::Hold one = acquire(RECEIVER, peer("informer"));
+    const InformUsers::Hold two = acquire(OTHER_RECEIVER, peer("informer"));
     ASSERT_TRUE(one && two) << m_failure;
     const usmUser* first = find(RECEIVER, "informer");
     const usmUser* second = find(OTHER_RECEIVER, "informer");
@@ -61,29 +68,29 @@ TEST_F(InformUsersTest, KeysDifferFromEngineToEngine) {
 }
 
 TEST_F(InformUsersTest, SeveralHoldersShareAUser) {
-    InformUsers::Hold one = m_users.acquire(RECEIVER, peer("informer"), m_failure);
-    const InformUsers::Hold two = m_users.acquire(RECEIVER, peer("informer"), m_failure);
+    InformUsers::Hold one = acquire(RECEIVER, peer("informer"));
+    const InformUsers::Hold two = acquire(RECEIVER, peer("informer"));
     one.reset();
     EXPECT_NE(find(RECEIVER, "informer"), nullptr);
 }
 
 TEST_F(InformUsersTest, OtherKeysForAUserThatIsHeldAreRefused) {
-    const InformUsers::Hold hold = m_users.acquire(RECEIVER, peer("informer"), m_failure);
-    EXPECT_EQ(m_users.acquire(RECEIVER, peer("informer", 'x'), m_failure), nullptr);
+    const InformUsers::Hold hold = acquire(RECEIVER, peer("informer"));
+    EXPECT_EQ(acquire(RECEIVER, peer("informer", 'x')), nullptr);
     EXPECT_EQ(m_failure, "the engine of the receiver has a user of that name with other keys here");
 }
 
 TEST_F(InformUsersTest, AUserThatWasTakenAwayMeanwhileIsMadeAgain) {
-    const InformUsers::Hold hold = m_users.acquire(RECEIVER, peer("informer"), m_failure);
+    const InformUsers::Hold hold = acquire(RECEIVER, peer("informer"));
     usmUser* user = usm_get_user(reinterpret_cast<const u_char*>(RECEIVER.data()), RECEIVER.size(), "informer");
     usm_remove_user(user);
     usm_free_user(user);
-    EXPECT_EQ(m_users.acquire(RECEIVER, peer("informer"), m_failure), hold);
+    EXPECT_EQ(acquire(RECEIVER, peer("informer")), hold);
     EXPECT_NE(find(RECEIVER, "informer"), nullptr);
 }
 
 TEST_F(InformUsersTest, OurOwnEngineGetsNoUser) {
-    EXPECT_EQ(m_users.acquire(ownEngineId(), peer("informer"), m_failure), nullptr);
+    EXPECT_EQ(acquire(ownEngineId(), peer("informer")), nullptr);
     EXPECT_EQ(m_failure, "the receiver has the engine ID of this agent");
 }
 
@@ -91,24 +98,24 @@ TEST_F(InformUsersTest, WithoutKeysTheConfigurationsUserIsUsedAndLeftAlone) {
     InformPeer keyless = peer("known");
     keyless.authenticationKey.clear();
     keyless.privacyKey.clear();
-    EXPECT_EQ(m_users.acquire(RECEIVER, keyless, m_failure), nullptr);
+    EXPECT_EQ(acquire(RECEIVER, keyless), nullptr);
     EXPECT_EQ(m_failure, "no createUser line has a user of that name for the receiver's engine");
     std::string line = "-e 0x80001f88046f6e65 known SHA-256 \"some-auth-pass\" AES \"some-priv-pass\"";
     usm_parse_create_usmUser("createUser", line.data());
     ASSERT_NE(find(RECEIVER, "known"), nullptr);
-    m_users.acquire(RECEIVER, keyless, m_failure).reset();
+    acquire(RECEIVER, keyless).reset();
     EXPECT_NE(find(RECEIVER, "known"), nullptr);
-    EXPECT_EQ(m_users.acquire(RECEIVER, peer("known"), m_failure), nullptr);  // two sets of keys for one user
+    EXPECT_EQ(acquire(RECEIVER, peer("known")), nullptr);  // two sets of keys for one user
 }
 
 TEST_F(InformUsersTest, AUserWithoutKeysNeedsNone) {
     InformPeer plain = peer("plain");
     plain.level = SNMP_SEC_LEVEL_NOAUTH;
-    EXPECT_NE(m_users.acquire(RECEIVER, plain, m_failure), nullptr) << m_failure;
+    EXPECT_NE(acquire(RECEIVER, plain), nullptr) << m_failure;
 }
 
 TEST_F(InformUsersTest, UsersOfOtherEnginesAreNoneOfThisAgent) {
-    const InformUsers::Hold hold = m_users.acquire(RECEIVER, peer("informer"), m_failure);
+    const InformUsers::Hold hold = acquire(RECEIVER, peer("informer"));
     UsmUsers users;
     users.refresh();
     EXPECT_FALSE(users.exists("informer"));

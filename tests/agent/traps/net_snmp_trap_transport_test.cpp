@@ -86,9 +86,9 @@ Notification withTexts(oid number, std::size_t length) {
 void expectArrives(int family, const std::string& address, unsigned int version) {
     Receiver receiver(family);
     NetSnmpTrapTransport transport;
-    std::string failure;
-    const auto channel = transport.open(routeTo(address, receiver.port(), version), failure);
-    ASSERT_NE(channel, nullptr) << failure;
+    const auto opened = transport.open(routeTo(address, receiver.port(), version));
+    ASSERT_TRUE(opened) << opened.failure();
+    TrapChannel* const channel = (*opened).get();
     const TrapSendResult result = channel->send(coldStart(), LONGEST_MESSAGE, UP_TIME);
     EXPECT_EQ(result.failure, "");
     const std::string message = receiver.receive();
@@ -129,10 +129,10 @@ TEST(TrapSession, MessagesAreCountedAsTheLibraryCountsThem) {
     };
     Receiver receiver(AF_INET);
     NetSnmpTrapTransport transport;
-    std::string failure;
     for (const unsigned int version : {1U, 2U}) {
-        const auto channel = transport.open(routeTo("127.0.0.1", receiver.port(), version), failure);
-        ASSERT_NE(channel, nullptr) << failure;
+        const auto opened = transport.open(routeTo("127.0.0.1", receiver.port(), version));
+        ASSERT_TRUE(opened) << opened.failure();
+        TrapChannel* const channel = (*opened).get();
         Notification unusual = coldStart();
         NotificationBinding binding;
         binding.name = {1, 3, 6, 1, 9, 1};
@@ -147,17 +147,15 @@ TEST(TrapSession, MessagesAreCountedAsTheLibraryCountsThem) {
 
 TEST(TrapSession, AZoneThatDoesNotExistIsAFailure) {
     NetSnmpTrapTransport transport;
-    std::string failure;
-    EXPECT_EQ(transport.open(routeTo("fe80::1%nozone", 9, 2), failure), nullptr);
-    EXPECT_EQ(failure, "no network interface has the zone of fe80::1%nozone");
+    EXPECT_EQ(transport.open(routeTo("fe80::1%nozone", 9, 2)).failure(),
+              "no network interface has the zone of fe80::1%nozone");
 }
 
 TEST(TrapSession, ALinkLocalAddressWithoutAZoneIsAFailure) {
     NetSnmpTrapTransport transport;
     for (const std::string address : {"fe80::1", "ff02::1"}) {
-        std::string failure;
-        EXPECT_EQ(transport.open(routeTo(address, 9, 2), failure), nullptr);
-        EXPECT_EQ(failure, address + " is link-local and names no interface (" + address + "%eth0)");
+        EXPECT_EQ(transport.open(routeTo(address, 9, 2)).failure(),
+                  address + " is link-local and names no interface (" + address + "%eth0)");
     }
 }
 
@@ -171,9 +169,9 @@ TEST(TrapSession, AMessageThatIsTooLongIsSentWithShorterTexts) {
             SCOPED_TRACE(std::to_string(version) + " " + std::to_string(wanted));
             Receiver receiver(AF_INET);
             NetSnmpTrapTransport transport;
-            std::string failure;
-            const auto channel = transport.open(routeTo("127.0.0.1", receiver.port(), version), failure);
-            ASSERT_NE(channel, nullptr) << failure;
+            const auto opened = transport.open(routeTo("127.0.0.1", receiver.port(), version));
+            ASSERT_TRUE(opened) << opened.failure();
+            TrapChannel* const channel = (*opened).get();
             const TrapSendResult result = channel->send(withTexts(2, 40000), wanted, UP_TIME);
             EXPECT_EQ(result.failure, "");
             EXPECT_EQ(result.cut, 2U);
@@ -188,9 +186,9 @@ TEST(TrapSession, AMessageThatIsTooLongIsSentWithShorterTexts) {
 TEST(TrapSession, AMessageThatFitsExactlyIsSentWhole) {
     Receiver receiver(AF_INET);
     NetSnmpTrapTransport transport;
-    std::string failure;
-    const auto channel = transport.open(routeTo("127.0.0.1", receiver.port(), 2), failure);
-    ASSERT_NE(channel, nullptr) << failure;
+    const auto opened = transport.open(routeTo("127.0.0.1", receiver.port(), 2));
+    ASSERT_TRUE(opened) << opened.failure();
+    TrapChannel* const channel = (*opened).get();
     EXPECT_EQ(channel->send(withTexts(1, 65000), LONGEST_MESSAGE, UP_TIME).cut, 0U);
     const std::size_t around = receiver.receive().size() - 65000;
     for (const std::size_t more : {0U, 1U}) {
@@ -207,9 +205,9 @@ TEST(TrapSession, ATrapThatNoMessageCanBeMadeOfIsUnsendableAndTheNextOneGoes) {
         SCOPED_TRACE(version);
         Receiver receiver(AF_INET);
         NetSnmpTrapTransport transport;
-        std::string failure;
-        const auto channel = transport.open(routeTo("127.0.0.1", receiver.port(), version), failure);
-        ASSERT_NE(channel, nullptr) << failure;
+        const auto opened = transport.open(routeTo("127.0.0.1", receiver.port(), version));
+        ASSERT_TRUE(opened) << opened.failure();
+        TrapChannel* const channel = (*opened).get();
         const TrapSendResult tooLong = channel->send(withTexts(2000, LONGEST_WHOLE_TEXT), LONGEST_MESSAGE, UP_TIME);
         EXPECT_TRUE(tooLong.unsendable);
         EXPECT_NE(tooLong.failure.find(" octets, with all texts shortened"), std::string::npos) << tooLong.failure;
