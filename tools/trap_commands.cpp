@@ -13,10 +13,8 @@
 
 #include "host/base/product_root.h"
 #include "host/command_line/option_parser.h"
-#include "host/notification_log/fault_level.h"
 #include "host/notification_log/notification_codec.h"
-#include "host/notification_log/notification_subject.h"
-#include "host/notification_log/tamrel_notifications.h"
+#include "host/notification_log/notification_texts.h"
 #include "host/snmp/hexadecimal.h"
 #include "tools/agent_call.h"
 #include "tools/terminal_text.h"
@@ -29,9 +27,6 @@ using nlohmann::json;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::system_clock;
-
-// Bindings: what happened, in full; and the name of the alarm, for where that is empty.
-constexpr unsigned int DESCRIPTIONS[] = {tamrel_notification::DESCRIPTION, tamrel_notification::NAME};
 
 NotificationLogReader openLog() {
     return NotificationLogReader(productPath("state/notification_log.db"));
@@ -63,34 +58,6 @@ std::string utcText(system_clock::time_point time) {
     const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
     const auto rest = std::chrono::duration_cast<milliseconds>(time - std::chrono::floor<seconds>(time));
     return fmt::format("{}.{:03}Z", std::string(text, length), rest.count());
-}
-
-const char* kindText(const LoggedNotification& entry) {
-    return entry.raised ? "raise" : "clear";
-}
-
-// Which of the alarm's traps it is: the one that all alarms have in common, or its own.
-const char* trapText(const LoggedNotification& entry) {
-    if (entry.trapOid == tamrel_notification::COMMON) return "common";
-    constexpr std::string_view OWN = tamrel_notification::OWN;
-    return entry.trapOid.compare(0, OWN.size(), OWN) == 0 ? "own" : "other";
-}
-
-std::optional<std::string> levelText(const LoggedNotification& entry) {
-    if (!entry.level) return std::nullopt;
-    return textOf(faultLevelOf(*entry.level));
-}
-
-// Why it was sent when it was; empty for the usual.
-std::string becauseText(const LoggedNotification& entry) {
-    switch (entry.because) {
-        case SentBecause::Held:
-            return "held while the alarm flapped";
-        case SentBecause::Asked:
-            return "entry " + std::to_string(entry.again) + " again";
-        default:
-            return "";
-    }
 }
 
 std::string joined(const std::vector<std::string>& names) {
@@ -158,19 +125,11 @@ json valueJson(const SnmpValue& value) {
     }
 }
 
-// In one line.
-std::string descriptionOf(const LoggedNotification& entry) {
-    const std::optional<Notification> trap = trapFrom(entry.trap);
-    if (!trap) return "(cannot be read)";
-    for (const unsigned int number : DESCRIPTIONS) {
-        const SnmpValue* value = alarmBinding(*trap, number);
-        if (value == nullptr || value->octets.empty()) continue;
-        std::string text = value->octets;
-        std::replace_if(
-            text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r' || c == '\t'; }, ' ');
-        return terminalText(text);
-    }
-    return "";
+// For a terminal, in one line.
+std::string lineOf(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r' || c == '\t'; }, ' ');
+    return terminalText(text);
 }
 
 json jsonOf(const LoggedNotification& entry) {
@@ -187,7 +146,7 @@ json jsonOf(const LoggedNotification& entry) {
                    {"destinations", entry.destinations},
                    {"held", entry.because == SentBecause::Held},
                    {"again", entry.again > 0 ? json(entry.again) : json()},
-                   {"text", descriptionOf(entry)},
+                   {"text", lineOf(descriptionOf(entry))},
                    {"bindings", json::array()}};
     const std::optional<Notification> trap = trapFrom(entry.trap);
     if (!trap) return object;
@@ -264,7 +223,7 @@ void printTraps(std::ostream& out, const NotificationLogFilter& filter) {
         const std::string because = becauseText(entry);
         out << fmt::format(ROW, entry.number, timeText(entry.time), entry.alarmId, kindText(entry),
                            levelText(entry).value_or("-"), trapText(entry), joined(entry.destinations),
-                           descriptionOf(entry) + (because.empty() ? "" : " (" + because + ")"));
+                           lineOf(descriptionOf(entry)) + (because.empty() ? "" : " (" + because + ")"));
     });
     if (!any) out << "no such traps\n";
 }
