@@ -23,6 +23,7 @@
 #include "host/agent/operator/status_service.h"
 #include "host/agent/reload/configuration_check.h"
 #include "host/agent/reload/reloader.h"
+#include "host/agent/web/status_page.h"
 #include "host/backend/backend.h"
 #include "host/base/device_config.h"
 #include "host/base/log_line.h"
@@ -137,13 +138,15 @@ struct Service {
     NotificationService notifications;
 };
 
-// Takes what operators and collectors ask for.
+// Takes what operators, collectors and browsers ask for.
 struct Operation {
     Operation(AgentLoop& loop, Service& service, ControlSocket socket, Reloader::Places places,
               const ServiceManager& manager)
         : reloader(loop, service.agent, service.notifications, std::move(places)),
           control(std::move(socket), loop, service.agent, service.notifications, reloader),
-          status(loop, service.agent, service.notifications, reloader) {
+          page(loop, service.agent, service.notifications, reloader),
+          status(loop, service.agent, service.notifications, reloader,
+                 [this](AgentThreadCall& caller) { return page.routes(caller); }) {
         reloader.onExchange = [this] { status.configure(); };
         reloader.onBegin = [&manager] { manager.reloading(); };
         reloader.onEnd = [&manager](const ReloadResult& result) {
@@ -153,6 +156,7 @@ struct Operation {
 
     Reloader reloader;
     const AgentControl control;
+    StatusPage page;
     StatusService status;
 };
 

@@ -39,10 +39,16 @@ void ManagedObject::refresh() {
     m_refreshing = true;  // the answer comes on this thread
 }
 
+void ManagedObject::refresh(std::function<void(const ReadOutcome&)> done) {
+    m_awaiting.push_back(std::move(done));
+    refresh();
+}
+
 void ManagedObject::refreshed(const ReadOutcome& outcome) {
     m_refreshing = false;
     noteOutcome(outcome);
     if (outcome.snapshot != nullptr) m_snapshots.put(outcome.snapshot, TableSnapshot::Clock::now());
+    for (const auto& done : std::exchange(m_awaiting, {})) done(outcome);
     if (onRefreshed) onRefreshed(outcome);
     if (outcome.snapshot == nullptr) return;
     // Frees what nobody goes on with.

@@ -52,6 +52,9 @@ public:
     void refresh();
     std::function<void(const ReadOutcome&)> onRefreshed;
 
+    // The same, and calls `done` with the outcome of that reading.
+    void refresh(std::function<void(const ReadOutcome&)> done);
+
     // Another shape of the same object, which outlives this one too. REQUIRES: the worker is held between two jobs.
     // Snapshots of the former shape stay valid for the walks that read them.
     void setShape(const MibObject& mib);
@@ -70,6 +73,7 @@ private:
     SnapshotStore m_snapshots;
     ObjectReader m_reader;
     bool m_refreshing = false;
+    std::vector<std::function<void(const ReadOutcome&)>> m_awaiting;  // its end
     FaultLine m_reading;
     ReadCounters m_counters;
     ObjectWorker m_worker;  // last: its jobs use the others

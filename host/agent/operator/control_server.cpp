@@ -27,11 +27,17 @@ MHD_Result addQueryItem(void* query, MHD_ValueKind, const char* name, const char
     return MHD_YES;
 }
 
+std::string headerOf(MHD_Connection* connection, const char* name) {
+    const char* const value = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name);
+    return value == nullptr ? "" : value;
+}
+
 MHD_Result send(MHD_Connection* connection, const ControlAnswer& answer) {
     MHD_Response* const response = MHD_create_response_from_buffer(
         answer.body.size(), const_cast<char*>(answer.body.data()), MHD_RESPMEM_MUST_COPY);
     if (response == nullptr) return MHD_NO;
     MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, answer.type.c_str());
+    for (const auto& [name, value] : answer.headers) MHD_add_response_header(response, name.c_str(), value.c_str());
     const MHD_Result queued = MHD_queue_response(connection, answer.status, response);
     MHD_destroy_response(response);
     return queued;
@@ -149,6 +155,8 @@ int ControlServer::serve(ControlServer& server, MHD_Connection* connection, cons
     }
     if (request->tooLarge) return send(connection, {MHD_HTTP_CONTENT_TOO_LARGE, "too long\n", "text/plain"});
     MHD_get_connection_values(connection, MHD_GET_ARGUMENT_KIND, addQueryItem, &request->request.query);
+    request->request.host = headerOf(connection, MHD_HTTP_HEADER_HOST);
+    request->request.ifNoneMatch = headerOf(connection, MHD_HTTP_HEADER_IF_NONE_MATCH);
     server.setAnswered(connection, true);
     const ControlAnswer answer = server.answer(method, path, request->request);
     server.setAnswered(connection, false);
@@ -157,10 +165,10 @@ int ControlServer::serve(ControlServer& server, MHD_Connection* connection, cons
 
 ControlAnswer ControlServer::answer(const std::string& method, const std::string& path,
                                     const ControlRequest& request) const {
-    bool pathKnown = false;
+    std::string allowed;
     for (const ControlRoute& route : m_routes) {
         if (route.path != path) continue;
-        pathKnown = true;
+        allowed += (allowed.empty() ? "" : ", ") + route.method;
         if (route.method != method) continue;
         try {
             return route.answer(request);
@@ -170,7 +178,9 @@ ControlAnswer ControlServer::answer(const std::string& method, const std::string
             return {MHD_HTTP_INTERNAL_SERVER_ERROR, std::string(error.what()) + "\n", "text/plain"};
         }
     }
-    if (pathKnown) return {MHD_HTTP_METHOD_NOT_ALLOWED, "no such method here\n", "text/plain"};
+    if (!allowed.empty()) {
+        return {MHD_HTTP_METHOD_NOT_ALLOWED, "no such method here\n", "text/plain", {{MHD_HTTP_HEADER_ALLOW, allowed}}};
+    }
     return {MHD_HTTP_NOT_FOUND, "nothing here\n", "text/plain"};
 }
 

@@ -33,12 +33,15 @@ namespace vrx {
 struct ControlRequest {
     std::string body;
     std::map<std::string, std::string> query;  // "?name=value" of the address
+    std::string host;                          // these headers; empty: it has none
+    std::string ifNoneMatch;
 };
 
 struct ControlAnswer {
     unsigned int status = 200;
     std::string body;
     std::string type = "application/json";
+    std::vector<std::pair<std::string, std::string>> headers = {};  // more of them
 };
 
 // What the caller has asked for cannot be: answered with 400 and the text.

@@ -2,8 +2,6 @@
 
 #include <utility>
 
-#include "host/agent/loop/agent_thread_call.h"
-#include "host/agent/operator/control_server.h"
 #include "host/base/log_line.h"
 #include "host/log_lines/start.h"
 
@@ -13,15 +11,21 @@ namespace {
 
 constexpr const char* CONTENT_TYPE = "text/plain; version=0.0.4; charset=utf-8";
 
+MetricsServer::Routes withMetrics(std::function<std::string()> text, MetricsServer::Routes more) {
+    return [text = std::move(text), more = std::move(more)](AgentThreadCall& caller) {
+        std::vector<ControlRoute> routes = more(caller);
+        routes.push_back({"GET", "/metrics", [&caller, text](const ControlRequest&) {
+                              return ControlAnswer{200, caller.call<std::string>(text), CONTENT_TYPE};
+                          }});
+        return routes;
+    };
+}
+
 }  // namespace
 
 struct MetricsServer::Listening {
-    Listening(AgentLoop& loop, const LocalAddress& at, const std::function<std::string()>& text)
-        : address(at.text()),
-          caller(loop),
-          server(ControlSocket(at), {{"GET", "/metrics", [this, text](const ControlRequest&) {
-                                          return ControlAnswer{200, caller.call<std::string>(text), CONTENT_TYPE};
-                                      }}}) {}
+    Listening(AgentLoop& loop, const LocalAddress& at, const Routes& routes)
+        : address(at.text()), caller(loop), server(ControlSocket(at), routes(caller)) {}
     ~Listening() { caller.end(); }  // before the server waits for its requests
     Listening(const Listening&) = delete;
     Listening& operator=(const Listening&) = delete;
@@ -31,8 +35,8 @@ struct MetricsServer::Listening {
     ControlServer server;  // last: its routes use the others
 };
 
-MetricsServer::MetricsServer(AgentLoop& loop, std::function<std::string()> text)
-    : m_loop(loop), m_text(std::move(text)) {}
+MetricsServer::MetricsServer(AgentLoop& loop, std::function<std::string()> text, Routes more)
+    : m_loop(loop), m_routes(withMetrics(std::move(text), std::move(more))) {}
 
 MetricsServer::~MetricsServer() = default;
 
@@ -40,7 +44,7 @@ void MetricsServer::listen(const std::optional<LocalAddress>& address) {
     const std::string before = m_listening == nullptr ? "" : m_listening->address;
     const std::string now = address ? address->text() : "";
     if (now == before) return;
-    m_listening = address ? std::make_unique<Listening>(m_loop, *address, m_text) : nullptr;
+    m_listening = address ? std::make_unique<Listening>(m_loop, *address, m_routes) : nullptr;
     if (address) {
         logLine<lines::METRICS_SERVED>(now);
     } else {

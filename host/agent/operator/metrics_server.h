@@ -1,25 +1,33 @@
-// The agent's status for collectors: GET /metrics in Prometheus text format on a socket of the machine itself.
+// The agent's status for collectors and browsers on a socket of the machine itself: GET /metrics in Prometheus text
+// format, and the routes that are given.
 //
-//     MetricsServer metrics(loop, [&] { return prometheusText(...); });
+//     MetricsServer metrics(loop, [&] { return prometheusText(...); }, [&](AgentThreadCall& caller) { return ...; });
 //     metrics.listen(parseLocalAddress("tcp:127.0.0.1:9161", root));
 //
-// Threads: agent thread, on which the text is made too; collectors wait on threads of the server's.
+// Threads: agent thread, on which the text is made too; clients wait on threads of the server's.
 #pragma once
 
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "host/agent/loop/agent_loop.h"
+#include "host/agent/loop/agent_thread_call.h"
+#include "host/agent/operator/control_server.h"
 #include "host/base/local_address.h"
 
 namespace vrx {
 
 class MetricsServer {
 public:
-    // `loop` and what `text` uses outlive the server.
-    MetricsServer(AgentLoop& loop, std::function<std::string()> text);
+    // What they do on the agent thread they do through `caller`, which outlives them: it lets them go when the server
+    // moves or ends.
+    using Routes = std::function<std::vector<ControlRoute>(AgentThreadCall& caller)>;
+
+    // `loop` and what `text` and the routes use outlive the server.
+    MetricsServer(AgentLoop& loop, std::function<std::string()> text, Routes more);
     ~MetricsServer();
     MetricsServer(const MetricsServer&) = delete;
     MetricsServer& operator=(const MetricsServer&) = delete;
@@ -32,7 +40,7 @@ private:
     struct Listening;
 
     AgentLoop& m_loop;
-    const std::function<std::string()> m_text;
+    const Routes m_routes;
     std::unique_ptr<Listening> m_listening;  // null: nowhere
 };
 

@@ -2,6 +2,7 @@
 
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "host/agent/assembly/agent.h"
 #include "host/agent/operator/agent_status.h"
@@ -12,11 +13,12 @@
 namespace vrx {
 
 StatusService::StatusService(AgentLoop& loop, const Agent& agent, const NotificationService& notifications,
-                             const Reloader& reloader)
+                             const Reloader& reloader, MetricsServer::Routes routes)
     : m_agent(agent),
       m_scalars(notifications),
       m_heartbeat(loop, agent.engine(), notifications),
-      m_metrics(loop, [&] { return prometheusText(agentStatus(agent, notifications, reloader)); }) {
+      m_metrics(
+          loop, [&] { return prometheusText(agentStatus(agent, notifications, reloader)); }, std::move(routes)) {
     try {
         configure();
     } catch (const std::system_error& error) {  // alarms matter more than that

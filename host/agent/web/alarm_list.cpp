@@ -1,0 +1,65 @@
+#include "host/agent/web/alarm_list.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "host/agent/objects/managed_object.h"
+
+namespace vrx {
+
+namespace {
+
+using std::chrono::seconds;
+
+constexpr seconds UNTOLD_AGE{10};  // of rows that may have changed unheard
+constexpr seconds UNUSED_AGE{60};  // of rows that nobody asks for
+constexpr seconds PAUSE{1};        // between two readings, at least
+constexpr int SHARE = 5;           // times as long as the reading took: the backend has other work
+
+}  // namespace
+
+AlarmList::AlarmList(AgentLoop& loop, ManagedObject* table, std::function<bool()> told)
+    : m_table(table), m_told(std::move(told)), m_state(std::make_shared<State>()), m_unused(loop, [this] {
+          m_state->last.rows = nullptr;
+          ++m_state->last.number;
+      }) {
+    if (m_table == nullptr) m_state->last.fault = "no module has an alarm table";
+}
+
+AlarmReading AlarmList::current() {
+    AlarmReading reading = m_state->last;
+    reading.stale = m_table != nullptr && isStale();
+    m_unused.start(UNUSED_AGE);
+    if (reading.stale && !m_state->reading && Clock::now() >= m_state->next) read();
+    return reading;
+}
+
+bool AlarmList::isStale() const {
+    const AlarmReading& last = m_state->last;
+    if (last.rows == nullptr || !last.fault.empty()) return true;
+    if (last.rows->changes() < m_table->snapshots().changes()) return true;
+    return !m_told() && Clock::now() - last.rows->taken() > UNTOLD_AGE;
+}
+
+void AlarmList::read() {
+    const auto begun = Clock::now();
+    const auto time = std::chrono::system_clock::now();
+    const std::weak_ptr<State> weak = m_state;
+    m_table->refresh([weak, begun, time](const ReadOutcome& outcome) {
+        const std::shared_ptr<State> state = weak.lock();
+        if (state == nullptr) return;
+        const auto now = Clock::now();
+        state->reading = false;
+        state->next = now + std::max<Clock::duration>(PAUSE, SHARE * (now - begun));
+        AlarmReading& last = state->last;
+        if (outcome.snapshot == nullptr && last.fault == outcome.failure) return;
+        last.fault = outcome.failure;
+        ++last.number;
+        if (outcome.snapshot == nullptr) return;
+        last.rows = outcome.snapshot;
+        last.time = time;
+    });
+    m_state->reading = true;
+}
+
+}  // namespace vrx

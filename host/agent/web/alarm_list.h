@@ -1,0 +1,58 @@
+// The active alarms for the status page: rows of the alarm table, which are read while somebody looks, and again when
+// they have changed. A reading takes as many backend calls as a walk of the table: who asks gets the last one, and a
+// later one the next time.
+//
+// Threads: agent thread.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "host/agent/loop/agent_loop.h"
+#include "host/agent/loop/timer.h"
+#include "host/agent/objects/table_snapshot.h"
+
+namespace vrx {
+
+class ManagedObject;
+
+struct AlarmReading {
+    SnapshotPointer rows;                        // null: they were not read yet
+    std::chrono::system_clock::time_point time;  // when they were
+    std::string fault;                           // why the last attempt to read them failed; empty: it did not
+    std::uint64_t number = 0;                    // another one when anything of the above changes
+    bool stale = true;                           // the alarms may have changed since
+};
+
+class AlarmList {
+public:
+    // `table` may be null: no module has it. `told`: whether every change of the table is heard of. What is given
+    // outlives the list.
+    AlarmList(AgentLoop& loop, ManagedObject* table, std::function<bool()> told);
+    AlarmList(const AlarmList&) = delete;
+    AlarmList& operator=(const AlarmList&) = delete;
+
+    AlarmReading current();
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    struct State {
+        AlarmReading last;
+        Clock::time_point next;  // no reading begins before
+        bool reading = false;
+    };
+
+    bool isStale() const;
+    void read();
+
+    ManagedObject* const m_table;
+    const std::function<bool()> m_told;
+    const std::shared_ptr<State> m_state;  // a reading may end after the list
+    LoopTimer m_unused;                    // nobody looks any more
+};
+
+}  // namespace vrx
