@@ -18,7 +18,9 @@ HOSTILE = ["<script>window.hacked = 1</script>", "</script><script>window.hacked
            "<style>*{display:none}</style><base href=//evil.example>", "{{7*7}} ${7*7} &lt;b&gt; %3Cscript%3E",
            "a\u2028b\u2029c \u202egnp.exe", "</textarea></title></li></ol><h1>x"]
 OWN_NUMBER = 999999
-WIDTHS = (320, 390, 1400)
+SIZES = ((320, 600), (390, 844), (1024, 768), (1280, 720), (1400, 1000), (2560, 1400))
+CLIPPED = ("Array.from(document.querySelectorAll('section')).filter(one => one.scrollHeight > one.clientHeight + 1)"
+           ".map(one => one.innerText.slice(0, 40))")
 
 # Texts whose contrast with what is behind them is below 4.5, as people read them.
 POOR_CONTRAST = """(() => {
@@ -49,10 +51,11 @@ class Looks(unittest.TestCase):
 
     def check_looks(self, browser):
         for dark in (False, True):
-            for width in WIDTHS:
-                browser.show(width, dark=dark)
+            for width, height in SIZES:
+                browser.show(width, height, dark=dark)
                 with self.subTest(width=width, dark=dark):
                     self.assertLessEqual(browser.evaluate("document.documentElement.scrollWidth"), width)
+                    self.assertEqual(browser.evaluate(CLIPPED), [])
                     self.assertEqual(browser.evaluate(POOR_CONTRAST), [])
         browser.show(1400)
 

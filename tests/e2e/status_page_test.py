@@ -5,6 +5,7 @@ import http.client
 import json
 import os
 import re
+import signal
 import socket
 import unittest
 
@@ -187,7 +188,8 @@ class Alarms(unittest.TestCase):
             self.assertEqual(ask("?filter=critical"), (1, [1]))
             self.assertEqual(ask("?filter=nowhere"), (0, []))
             self.assertEqual(ask("?limit=2"), (4, [3, 2]))
-            for query in ("level=bad", "sort=bad", "order=bad", "limit=0", "limit=1001", "limit=x", "limit=", "bad=1"):
+            for query in ("level=bad", "sort=bad", "order=bad", "limit=0", "limit=1001", "limit=x", "limit=", "bad=1",
+                          "filter=" + 33 * "a+"):
                 self.assertEqual(system.ask("/alarms.json?" + query)[0], 400, query)
 
     def test_an_unchanged_list_is_304_and_a_changed_one_is_not(self):
@@ -222,6 +224,22 @@ class Alarms(unittest.TestCase):
             system.backend.start()
             system.raise_disk(8)
             self.assertEqual(system.alarms(2)["fault"], "")
+
+    def test_a_backend_that_hangs_delays_no_answer(self):
+        with Page() as system:
+            system.raise_disk(7)
+            before = system.alarms(1)
+            system.raise_disk(8)
+            wait_for(lambda: system.json("/status.json")["alarms"]["active"] == 2, "the event")
+            os.kill(system.backend.pid, signal.SIGSTOP)
+            try:
+                for _ in range(3):  # the list is being read
+                    after = system.json("/alarms.json")
+                    self.assertEqual(dict(after, stale=False), before)
+                    self.assertTrue(after["stale"])
+            finally:
+                os.kill(system.backend.pid, signal.SIGCONT)
+            system.alarms(2)
 
     def test_texts_of_any_bytes_make_a_json_document(self):
         with Page(start=False) as system:

@@ -20,6 +20,7 @@ namespace vrx {
 namespace {
 
 constexpr std::size_t MOST_ALARMS = 1000;
+constexpr std::size_t MOST_WORDS = 32;                       // each is looked for in all alarms
 constexpr std::size_t MOST_BYTES = std::size_t{512} << 10U;  // of the alarms; the last one may go past it
 
 constexpr std::pair<const char*, AlarmQuery::Key> KEYS[] = {{"raised", AlarmQuery::Key::Raised},
@@ -81,7 +82,7 @@ std::int64_t secondsOf(std::string_view octets) {
     parts.tm_hour = at(4);
     parts.tm_min = at(5);
     parts.tm_sec = at(6);
-    const std::int64_t east = (at(9) * 60 + at(10)) * 60;
+    const int east = (at(9) * 60 + at(10)) * 60;
     return ::timegm(&parts) + (octets[8] == '+' ? -east : east);
 }
 
@@ -186,6 +187,7 @@ AlarmQuery alarmQueryOf(const std::map<std::string, std::string>& query) {
     for (const auto& [name, value] : query) {
         if (name == "filter") {
             result.words = split(lowered(value), ' ');
+            if (result.words.size() > MOST_WORDS) throw ControlFault("filter has too many words");
         } else if (name == "level") {
             for (const std::string& level : split(value, ',')) {
                 result.ofLevel.at(static_cast<std::size_t>(levelOf(level)) - 1) = true;

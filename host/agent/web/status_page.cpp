@@ -97,7 +97,7 @@ ControlAnswer notifications(const std::string& run, const ControlRequest& reques
         fault = error.what();
     }
     std::reverse(list.begin(), list.end());
-    const std::string body = jsonOf({{"fault", fault}, {"notifications", std::move(list)}}) + "\n";
+    std::string body = jsonOf({{"fault", fault}, {"notifications", std::move(list)}}) + "\n";
     return tagged(run + "-" + std::to_string(std::hash<std::string>()(body)), request, [&] { return body; });
 }
 

@@ -304,11 +304,14 @@
   let seen = null;      // when the agent answered last
   let missing = null;   // since when it does not
   let logged = "";      // which notifications are shown
+  let version = null;   // of the agent that this page is of
   let running = false, again = false, timer = 0;
 
   const turn = async () => {
     const path = alarmPath();
     const status = await ask("/status.json");
+    version = version || status.agent.version;
+    if (version !== status.agent.version) location.reload();
     showVerdict(status);
     showBackend(status);
     showCounts(status);
