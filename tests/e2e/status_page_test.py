@@ -11,7 +11,7 @@ import unittest
 
 from backend_client import RAISE_ALARM, STRING, BackendClient, cell, record, uint
 from export_test import alarm
-from harness import AGENT_CONFIG, TOPOLOGY, System, free_port, wait_for
+from harness import AGENT_CONFIG, TOPOLOGY, System, free_port, slowdown, wait_for
 from status_test import UnixConnection, fetch
 from stream_test import hung_up
 from trap_receiver import TrapReceiver
@@ -331,7 +331,8 @@ class ManyAlarms(unittest.TestCase):
             wait_for(lambda: hung_up(clients[0]), "the end of the oldest connection")
             self.assertIn("STRING", self.system.get(TOPOLOGY + ".1.1"))
             self.assertEqual(self.system.ask("/alarms.json")[0], 200)
-            self.assertLess(self.memory() - before, 64 << 20)
+            if slowdown() == 1:  # sanitizers keep what was freed
+                self.assertLess(self.memory() - before, 16 << 20)
 
 
 if __name__ == "__main__":
