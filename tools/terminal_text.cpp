@@ -10,15 +10,22 @@ namespace vrx {
 
 namespace {
 
+// Line and paragraph separator, and what embeds or isolates text of another direction: it would last to the end of the
+// line, beyond the text itself.
+bool isLineControl(std::string_view character) {
+    return (character >= "\u2028" && character <= "\u202E") || (character >= "\u2066" && character <= "\u2069");
+}
+
 std::string shown(std::string_view text, std::string_view plain) {
     std::string shown;
     while (!text.empty()) {
         const std::size_t octets = utf8CharacterLength(text);
         const std::string_view character = text.substr(0, std::max<std::size_t>(octets, 1));
-        if (octets > 0 && (!isControlCharacter(character) || plain.find(character) != std::string_view::npos)) {
+        const bool safe = octets > 0 && !isControlCharacter(character) && !isLineControl(character);
+        if (safe || plain.find(character) != std::string_view::npos) {
             shown += character;
         } else {
-            for (const char octet : character) shown += fmt::format("\\x{:02X}", static_cast<unsigned char>(octet));
+            shown += escapedOctets(character);
         }
         text.remove_prefix(character.size());
     }
@@ -26,6 +33,12 @@ std::string shown(std::string_view text, std::string_view plain) {
 }
 
 }  // namespace
+
+std::string escapedOctets(std::string_view text) {
+    std::string escaped;
+    for (const char octet : text) escaped += fmt::format("\\x{:02X}", static_cast<unsigned char>(octet));
+    return escaped;
+}
 
 std::string terminalText(std::string_view text) {
     return shown(text, "");

@@ -7,8 +7,11 @@
 
 namespace vrx {
 
-// The text with its control characters (C0, DEL, C1) and bytes that are no UTF-8 as "\x1B": one line, which says what
-// it is.
+// Each octet as "\x1B".
+std::string escapedOctets(std::string_view text);
+
+// The text with its control characters (C0, DEL, C1), those that change the direction of a line and bytes that are no
+// UTF-8 escaped: one line, which says what it is.
 std::string terminalText(std::string_view text);
 
 // The same with line ends and tabs as they are.

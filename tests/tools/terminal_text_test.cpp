@@ -27,6 +27,12 @@ TEST(TerminalText, ShowsEveryControlCharacter) {
     }
 }
 
+TEST(TerminalText, ShowsWhatWouldTurnTheRestOfTheLineAround) {
+    EXPECT_EQ(terminalText("a\u202Eb\u2066c\u2028"), "a\\xE2\\x80\\xAEb\\xE2\\x81\\xA6c\\xE2\\x80\\xA8");
+    const std::string harmless = "\u2027\u202F\u2065\u206A";
+    EXPECT_EQ(terminalText(harmless), harmless);
+}
+
 TEST(TerminalText, ShowsWhatIsNoUtf8) {
     EXPECT_EQ(terminalText("\x9B"
                            "31m"),
