@@ -9,6 +9,7 @@ find_package(nlohmann_json REQUIRED)
 pkg_check_modules(ACE REQUIRED IMPORTED_TARGET ACE)
 pkg_check_modules(MICROHTTPD REQUIRED IMPORTED_TARGET libmicrohttpd)
 pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
+pkg_check_modules(NCURSES REQUIRED IMPORTED_TARGET ncursesw)
 pkg_check_modules(TINYXML REQUIRED IMPORTED_TARGET tinyxml)
 # net-snmp-config names Perl and every system library; the three that a host links are enough.
 find_path(NETSNMP_INCLUDE_DIR net-snmp/net-snmp-config.h REQUIRED)

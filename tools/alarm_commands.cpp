@@ -43,9 +43,8 @@ ListedAlarm listedAlarm(const CTLVRecordV3& record) {
     alarm.raisedAt = uint64Of(record, alarm_tag::RAISED);
     alarm.parameters = textOf(record, alarm_tag::PARAMETERS);
     unsigned int number = 0;
-    std::string suggestion;
     CAlarmConfigParser::instance()->getAlarmInfo(alarm.alarmId, alarm.parameters, alarm.location, alarm.detail, number,
-                                                 alarm.name, suggestion);
+                                                 alarm.name, alarm.advice);
     return alarm;
 }
 
@@ -108,7 +107,8 @@ std::vector<ListedAlarm> listAlarms() {
         if (answer.records().empty()) return alarms;
         for (const CTLVRecordV3* row : answer.records()) {
             const ListedAlarm& alarm = alarms.emplace_back(listedAlarm(*row));
-            bytes += alarm.parameters.size() + alarm.name.size() + alarm.location.size() + alarm.detail.size();
+            bytes += alarm.parameters.size() + alarm.name.size() + alarm.location.size() + alarm.detail.size() +
+                     alarm.advice.size();
         }
         if (alarms.size() > LONGEST_LIST || bytes > MOST_LIST_BYTES) {
             throw std::runtime_error("the backend's list of alarms does not end: " + std::to_string(alarms.size()) +

@@ -36,6 +36,7 @@ struct ListedAlarm {
     std::string name;            // rendered; empty when the definitions do not know the alarm
     std::string location;
     std::string detail;
+    std::string advice;
 };
 
 // All active alarms, by serial number.

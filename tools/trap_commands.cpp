@@ -213,6 +213,14 @@ system_clock::time_point momentOf(const std::string& text, system_clock::time_po
     throw wrong;
 }
 
+TrapTexts trapTexts(const LoggedNotification& entry) {
+    const std::string because = becauseText(entry);
+    return {
+        timeText(entry.time),           kindText(entry),
+        levelText(entry).value_or("-"), trapText(entry),
+        joined(entry.destinations),     lineOf(descriptionOf(entry)) + (because.empty() ? "" : " (" + because + ")")};
+}
+
 void printTraps(std::ostream& out, const NotificationLogFilter& filter) {
     constexpr const char* ROW = "{:>8}  {:<23}  {:>20}  {:<5}  {:<8}  {:<6}  {:<12}  {}\n";
     bool any = false;
@@ -220,10 +228,9 @@ void printTraps(std::ostream& out, const NotificationLogFilter& filter) {
         if (!any)
             out << fmt::format(ROW, "NUMBER", "TIME", "ALARM ID", "KIND", "LEVEL", "TRAP", "DESTINATIONS", "TEXT");
         any = true;
-        const std::string because = becauseText(entry);
-        out << fmt::format(ROW, entry.number, timeText(entry.time), entry.alarmId, kindText(entry),
-                           levelText(entry).value_or("-"), trapText(entry), joined(entry.destinations),
-                           lineOf(descriptionOf(entry)) + (because.empty() ? "" : " (" + because + ")"));
+        const TrapTexts texts = trapTexts(entry);
+        out << fmt::format(ROW, entry.number, texts.time, entry.alarmId, texts.kind, texts.level, texts.trap,
+                           texts.destinations, texts.text);
     });
     if (!any) out << "no such traps\n";
 }

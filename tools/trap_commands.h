@@ -12,6 +12,18 @@
 
 namespace vrx {
 
+// An entry as people read it: local time with milliseconds, raise or clear, level, which of the alarm's traps it was,
+// where it went, and what happened, for a terminal.
+struct TrapTexts {
+    std::string time;
+    std::string kind;
+    std::string level;
+    std::string trap;
+    std::string destinations;
+    std::string text;
+};
+TrapTexts trapTexts(const LoggedNotification& entry);
+
 // As a table, for people.
 void printTraps(std::ostream& out, const NotificationLogFilter& filter);
 

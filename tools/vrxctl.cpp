@@ -26,6 +26,7 @@
 #include "tools/render_command.h"
 #include "tools/trap_commands.h"
 #include "tools/user_commands.h"
+#include "tools/watch/watch_command.h"
 
 namespace vrx {
 
@@ -50,6 +51,7 @@ constexpr struct {
     {"export", "write what receivers and people need of the definition files", make<ExportCommand>},
     {"decode", "show a TLV package as text", make<DecodeCommand>},
     {"status", "show the status of the agent", make<StatusCommand>},
+    {"watch", "follow agent, alarms and destinations on a screen, or as lines in a pipe", make<WatchCommand>},
     {"doctor", "find out why it does not work; changes and sends nothing", make<DoctorCommand>},
     {"traps", "list the traps that the agent has sent", make<TrapsCommand>},
     {"gaps", "find what a receiver of traps has missed, from snmptrapd's log", make<GapsCommand>},
