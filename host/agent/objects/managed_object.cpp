@@ -48,8 +48,8 @@ void ManagedObject::refreshed(const ReadOutcome& outcome) {
     m_refreshing = false;
     noteOutcome(outcome);
     if (outcome.snapshot != nullptr) m_snapshots.put(outcome.snapshot, TableSnapshot::Clock::now());
+    if (onRefreshed) onRefreshed(outcome);  // first: requests wait for it
     for (const auto& done : std::exchange(m_awaiting, {})) done(outcome);
-    if (onRefreshed) onRefreshed(outcome);
     if (outcome.snapshot == nullptr) return;
     // Frees what nobody goes on with.
     const auto purgeAfter = [this](std::chrono::milliseconds age) {
