@@ -332,9 +332,15 @@ TEST(AllocationFailure, SearchWithoutMemoryForTheIndexWalksTheCells) {
             for (unsigned short tag = 0; tag < 40; ++tag) {
                 append(record, makeCell(CTLVCell::TLV_TYPE_UINT, tag, {static_cast<unsigned char>(tag)}));
             }
-            if (!isMadeWithTheRecord) failAt(n);
             errno = EINTR;
+            if (!isMadeWithTheRecord) {
+                failAt(n);
+                EXPECT_TRUE(record.has(0));
+            }
+            failAt(1);  // which nothing comes to: the index is tried once
             for (unsigned short tag = 0; tag < 40; ++tag) EXPECT_EQ(*record[tag].data(), tag) << buckets;
+            EXPECT_TRUE(failing_memory::isFailureToCome()) << buckets << " " << n;
+            failAt(0);
             EXPECT_EQ(errno, EINTR);
             EXPECT_FALSE(record.has(40));
             EXPECT_EQ(errno, ENOENT);

@@ -217,6 +217,25 @@ TEST(MessagePackage, LongerRecordIsWrittenWithTheLow16BitsOfItsLengthAndAllCells
 
 // --- decode, good packages ---
 
+// As long as they are: what follows a value on the wire is not part of it.
+TEST(MessagePackage, DecodedNumbersEndWithTheirValue) {
+    CR8KPackageV3 package;
+    auto row = makeRecord(1);
+    const unsigned char wide[] = {1, 2, 3, 4, 5, 6, 7, 8};
+    for (unsigned short length = 0; length <= 8; ++length) {
+        append(*row, makeCell(CTLVCell::TLV_TYPE_UINT, length, Bytes(wide, wide + length)));
+    }
+    package.append(std::move(row));
+    CR8KPackageV3 decoded;
+    ASSERT_NE(decode(decoded, encoded(package)), FAILURE);
+    const CTLVRecordV3& read = *decoded.records().front();
+    unsigned long long number = 0;
+    for (unsigned short length = 0; length <= 8; ++length) {
+        if (length > 0) number |= static_cast<unsigned long long>(length) << (8 * (length - 1));
+        EXPECT_EQ(CTLVCell::ValueCast<unsigned long long>()(&read[length]), number) << length;
+    }
+}
+
 TEST(MessagePackage, DecodesOneTextCell) {
     const AceLogCapture log;
     CR8KPackageV3 package;
