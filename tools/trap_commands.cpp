@@ -18,6 +18,8 @@
 #include "host/snmp/hexadecimal.h"
 #include "tools/agent_call.h"
 #include "tools/terminal_text.h"
+#include "tools/trap_stream.h"
+#include "tools/trap_texts.h"
 
 namespace vrx {
 
@@ -28,140 +30,18 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::system_clock;
 
+std::string logPath() {
+    return productPath("state/notification_log.db");
+}
+
 NotificationLogReader openLog() {
-    return NotificationLogReader(productPath("state/notification_log.db"));
+    return NotificationLogReader(logPath());
 }
 
 LoggedNotification entryOf(std::uint64_t number) {
     const std::optional<LoggedNotification> entry = openLog().find(number);
     if (!entry) throw std::runtime_error("the notification log has no entry " + std::to_string(number));
     return *entry;
-}
-
-// Local time, with milliseconds.
-std::string timeText(system_clock::time_point time) {
-    const std::time_t whole = system_clock::to_time_t(std::chrono::floor<seconds>(time));
-    std::tm parts{};
-    ::localtime_r(&whole, &parts);
-    char text[32];
-    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
-    const auto rest = std::chrono::duration_cast<milliseconds>(time - std::chrono::floor<seconds>(time));
-    return fmt::format("{}.{:03}", std::string(text, length), rest.count());
-}
-
-// RFC 3339, in UTC.
-std::string utcText(system_clock::time_point time) {
-    const std::time_t whole = system_clock::to_time_t(std::chrono::floor<seconds>(time));
-    std::tm parts{};
-    ::gmtime_r(&whole, &parts);
-    char text[32];
-    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-    const auto rest = std::chrono::duration_cast<milliseconds>(time - std::chrono::floor<seconds>(time));
-    return fmt::format("{}.{:03}Z", std::string(text, length), rest.count());
-}
-
-std::string joined(const std::vector<std::string>& names) {
-    std::string text;
-    for (const std::string& name : names) text += (text.empty() ? "" : ",") + name;
-    return text;
-}
-
-struct TypeName {
-    unsigned char type;
-    const char* name;
-};
-constexpr TypeName TYPES[] = {
-    {ASN_NULL, "NULL"},           {ASN_INTEGER, "INTEGER"},     {ASN_COUNTER, "Counter32"},
-    {ASN_GAUGE, "Gauge32"},       {ASN_TIMETICKS, "TimeTicks"}, {ASN_COUNTER64, "Counter64"},
-    {ASN_IPADDRESS, "IpAddress"}, {ASN_OBJECT_ID, "OID"},       {ASN_OCTET_STR, "STRING"},
-};
-
-std::string typeText(unsigned char type) {
-    const auto* found =
-        std::find_if(std::begin(TYPES), std::end(TYPES), [type](const TypeName& one) { return one.type == type; });
-    return found == std::end(TYPES) ? fmt::format("type {}", type) : found->name;
-}
-
-// UTF-8 without control characters but those of line ends and tabs.
-bool isText(std::string octets) {
-    octets.erase(std::remove(octets.begin(), octets.end(), '\r'), octets.end());
-    return terminalLines(octets) == octets;
-}
-
-std::string valueText(const SnmpValue& value) {
-    switch (value.type) {
-        case ASN_NULL:
-            return "";
-        case ASN_INTEGER:
-            return std::to_string(static_cast<std::int64_t>(value.number));
-        case ASN_OCTET_STR:
-            return isText(value.octets) ? value.octets : "0x" + hexadecimal(value.octets);
-        case ASN_OBJECT_ID:
-            return oidText(oidOfOctets(value.octets));
-        case ASN_IPADDRESS: {
-            std::string text;
-            for (const char octet : value.octets) {
-                text += (text.empty() ? "" : ".") + std::to_string(static_cast<unsigned char>(octet));
-            }
-            return text;
-        }
-        default:
-            return std::to_string(value.number);
-    }
-}
-
-json valueJson(const SnmpValue& value) {
-    switch (value.type) {
-        case ASN_NULL:
-            return nullptr;
-        case ASN_INTEGER:
-            return static_cast<std::int64_t>(value.number);
-        case ASN_OCTET_STR:
-        case ASN_OBJECT_ID:
-        case ASN_IPADDRESS:
-            return valueText(value);
-        default:
-            return value.number;
-    }
-}
-
-// For a terminal, in one line.
-std::string lineOf(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r' || c == '\t'; }, ' ');
-    return terminalText(text);
-}
-
-json jsonOf(const LoggedNotification& entry) {
-    json object = {{"number", entry.number},
-                   {"time", utcText(entry.time)},
-                   {"event", entry.sequence},
-                   {"alarmId", entry.alarmId},
-                   {"serial", entry.serial},
-                   {"kind", kindText(entry)},
-                   {"level", entry.level ? json(*entry.level) : json()},
-                   {"levelName", levelText(entry) ? json(*levelText(entry)) : json()},
-                   {"trapOid", entry.trapOid},
-                   {"trap", trapText(entry)},
-                   {"destinations", entry.destinations},
-                   {"held", entry.because == SentBecause::Held},
-                   {"again", entry.again > 0 ? json(entry.again) : json()},
-                   {"text", lineOf(descriptionOf(entry))},
-                   {"bindings", json::array()}};
-    const std::optional<Notification> trap = trapFrom(entry.trap);
-    if (!trap) return object;
-    for (const NotificationBinding& binding : trap->bindings) {
-        object["bindings"].push_back({{"name", oidText(binding.name)},
-                                      {"type", typeText(binding.value.type)},
-                                      {"value", valueJson(binding.value)}});
-    }
-    return object;
-}
-
-// Texts come from files and backends of others: bytes that are no UTF-8 are replaced, not fatal, and a terminal gets
-// none of their control characters.
-void print(std::ostream& out, const json& document, int indent) {
-    out << document.dump(indent, ' ', true, json::error_handler_t::replace);
 }
 
 struct Unit {
@@ -213,24 +93,12 @@ system_clock::time_point momentOf(const std::string& text, system_clock::time_po
     throw wrong;
 }
 
-TrapTexts trapTexts(const LoggedNotification& entry) {
-    const std::string because = becauseText(entry);
-    return {
-        timeText(entry.time),           kindText(entry),
-        levelText(entry).value_or("-"), trapText(entry),
-        joined(entry.destinations),     lineOf(descriptionOf(entry)) + (because.empty() ? "" : " (" + because + ")")};
-}
-
 void printTraps(std::ostream& out, const NotificationLogFilter& filter) {
-    constexpr const char* ROW = "{:>8}  {:<23}  {:>20}  {:<5}  {:<8}  {:<6}  {:<12}  {}\n";
     bool any = false;
     openLog().list(filter, [&](const LoggedNotification& entry) {
-        if (!any)
-            out << fmt::format(ROW, "NUMBER", "TIME", "ALARM ID", "KIND", "LEVEL", "TRAP", "DESTINATIONS", "TEXT");
+        if (!any) out << trapTableHead();
         any = true;
-        const TrapTexts texts = trapTexts(entry);
-        out << fmt::format(ROW, entry.number, texts.time, entry.alarmId, texts.kind, texts.level, texts.trap,
-                           texts.destinations, texts.text);
+        out << trapTableRow(entry);
     });
     if (!any) out << "no such traps\n";
 }
@@ -241,7 +109,7 @@ void printTrapsAsJson(std::ostream& out, const NotificationLogFilter& filter) {
     const char* separator = "\n";
     openLog().list(filter, [&](const LoggedNotification& entry) {
         out << separator;
-        print(out, jsonOf(entry), -1);
+        out << dumped(jsonOf(entry));
         separator = ",\n";
     });
     out << "\n]\n";
@@ -250,7 +118,7 @@ void printTrapsAsJson(std::ostream& out, const NotificationLogFilter& filter) {
 void printTrap(std::ostream& out, std::uint64_t number) {
     const LoggedNotification entry = entryOf(number);
     constexpr const char* ROW = "{:<13} {}\n";
-    out << fmt::format(ROW, "number", entry.number) << fmt::format(ROW, "time", timeText(entry.time))
+    out << fmt::format(ROW, "number", entry.number) << fmt::format(ROW, "time", trapTexts(entry).time)
         << fmt::format(ROW, "alarm ID", entry.alarmId) << fmt::format(ROW, "serial", entry.serial)
         << fmt::format(ROW, "kind", kindText(entry)) << fmt::format(ROW, "level", levelText(entry).value_or("-"))
         << fmt::format(ROW, "event", entry.sequence)
@@ -267,8 +135,7 @@ void printTrap(std::ostream& out, std::uint64_t number) {
 }
 
 void printTrapAsJson(std::ostream& out, std::uint64_t number) {
-    print(out, jsonOf(entryOf(number)), 2);
-    out << "\n";
+    out << dumped(jsonOf(entryOf(number)), 2) << "\n";
 }
 
 void resendTrap(std::ostream& out, std::uint64_t number, const std::string& to) {
@@ -291,6 +158,10 @@ void TrapsCommand::define(OptionParser& command) {
     command.add("--kind", kind, "raise or clear").oneOf({"raise", "clear"});
     command.add("--destination", filter.destination, "sent to this destination");
     command.addFlag("--json", json, "as JSON");
+    command.addFlag("--follow", follow, "go on with each one as it is sent, for ever; as JSON, one a line");
+    command.add("--after", after, "follow from the entry after this number on (default: from now on)");
+    command.add("--cloudevents", source, "follow as CloudEvents 1.0 in JSON, with this as the source")
+        .valueName("SOURCE");
     show = &command.addCommand("show", "show one with all its variable bindings");
     show->add("NUMBER", number, "its number in the list").required();
     show->addFlag("--json", json, "as JSON");
@@ -309,8 +180,23 @@ int TrapsCommand::run() {
         if (!since.empty()) filter.since = momentOf(since, now);
         if (!until.empty()) filter.until = momentOf(until, now);
         if (!kind.empty()) filter.raised = kind == "raise";
+        if (follow || after || source) return runFollow();
         json ? printTrapsAsJson(std::cout, filter) : printTraps(std::cout, filter);
     }
+    return EX_OK;
+}
+
+int TrapsCommand::runFollow() {
+    if (!follow) throw std::invalid_argument("--after and --cloudevents are for --follow");
+    if (filter.until) throw std::invalid_argument("--follow has no end: no --until");
+    if (after && filter.last) throw std::invalid_argument("either --after or --last");
+    TrapStreamOptions options;
+    options.path = logPath();
+    options.filter = filter;
+    options.after = after;
+    options.source = source.value_or("");
+    options.format = source ? TrapStreamFormat::CloudEvents : json ? TrapStreamFormat::Json : TrapStreamFormat::Table;
+    followTraps(std::cout, options);
     return EX_OK;
 }
 

@@ -4,6 +4,8 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
+#include <optional>
 #include <ostream>
 #include <string>
 
@@ -11,18 +13,6 @@
 #include "tools/command.h"
 
 namespace vrx {
-
-// An entry as people read it: local time with milliseconds, raise or clear, level, which of the alarm's traps it was,
-// where it went, and what happened, for a terminal.
-struct TrapTexts {
-    std::string time;
-    std::string kind;
-    std::string level;
-    std::string trap;
-    std::string destinations;
-    std::string text;
-};
-TrapTexts trapTexts(const LoggedNotification& entry);
 
 // As a table, for people.
 void printTraps(std::ostream& out, const NotificationLogFilter& filter);
@@ -56,6 +46,12 @@ struct TrapsCommand : Command {
     std::uint64_t number = 0;
     std::string to;
     bool json = false;
+    bool follow = false;
+    std::optional<std::uint64_t> after;
+    std::optional<std::string> source;
+
+private:
+    int runFollow();
 };
 
 }  // namespace vrx

@@ -1,5 +1,6 @@
 #include "host/notification_log/notification_log_file.h"
 
+#include <algorithm>
 #include <sstream>
 
 namespace vrx {
@@ -29,13 +30,19 @@ constexpr const char* INSERT =
 constexpr const char* DELETE_OLD =
     "DELETE FROM notifications WHERE number <= (SELECT max(number) FROM notifications) - ?";
 
-// Each condition holds where its parameter is null.
+constexpr const char* DELETED_UP_TO = "SELECT ifnull(min(number) - 1, 0) FROM notifications";
+constexpr const char* NEWEST = "SELECT ifnull(max(number), 0) FROM notifications";
+
+// Each condition after the range of numbers holds where its parameter is null.
 constexpr const char* SELECT =
     "SELECT number, time_ms, because, again, sequence, alarm_id, serial, raised, level, trap_oid, trap, destinations "
-    "FROM (SELECT * FROM notifications WHERE ifnull(time_ms >= ?1, 1) AND ifnull(time_ms <= ?2, 1) AND "
-    "ifnull(alarm_id = ?3, 1) AND ifnull(serial = ?4, 1) AND ifnull(raised = ?5, 1) AND "
-    "ifnull(instr(',' || destinations || ',', ',' || ?6 || ','), 1) AND ifnull(number = ?7, 1) "
-    "ORDER BY number DESC LIMIT ifnull(?8, -1)) ORDER BY number";
+    "FROM (SELECT * FROM notifications WHERE number BETWEEN ?1 AND ?2 AND "
+    "ifnull(time_ms >= ?3, 1) AND ifnull(time_ms <= ?4, 1) AND "
+    "ifnull(alarm_id = ?5, 1) AND ifnull(serial = ?6, 1) AND ifnull(raised = ?7, 1) AND "
+    "ifnull(instr(',' || destinations || ',', ',' || ?8 || ','), 1) "
+    "ORDER BY number DESC LIMIT ifnull(?9, -1)) ORDER BY number";
+
+constexpr std::uint64_t LARGEST_NUMBER = INT64_MAX;
 
 std::string joined(const std::vector<std::string>& numbers) {
     std::string text;
@@ -59,10 +66,14 @@ system_clock::time_point timeOf(std::uint64_t count) {
         std::chrono::duration_cast<system_clock::duration>(milliseconds(static_cast<std::int64_t>(count))));
 }
 
-std::uint64_t versionOf(const SqliteDatabase& database) {
-    SqliteStatement select(database, "PRAGMA user_version");
+std::uint64_t numberFrom(const SqliteDatabase& database, const char* sql) {
+    SqliteStatement select(database, sql);
     SqliteStatement::Run row(select);
     return row.step() ? row.number(0) : 0;
+}
+
+std::uint64_t versionOf(const SqliteDatabase& database) {
+    return numberFrom(database, "PRAGMA user_version");
 }
 
 SqliteDatabase openForWriting(const std::string& path) {
@@ -90,6 +101,15 @@ LoggedNotification entryOf(const SqliteStatement::Run& row) {
     entry.destinations = split(row.text(column));
     return entry;
 }
+
+struct Rollback {
+    explicit Rollback(SqliteDatabase& one) : database(one) {}
+    Rollback(const Rollback&) = delete;
+    Rollback& operator=(const Rollback&) = delete;
+    ~Rollback() { database.rollBack(); }
+
+    SqliteDatabase& database;
+};
 
 void bindIfThere(SqliteStatement::Run& run, int parameter, std::optional<std::uint64_t> number) {
     if (number) run.bind(parameter, *number);
@@ -137,24 +157,52 @@ NotificationLogReader::NotificationLogReader(const std::string& path) : m_databa
 
 void NotificationLogReader::list(const NotificationLogFilter& filter,
                                  const std::function<void(const LoggedNotification& entry)>& each) {
-    SqliteStatement select(m_database, SELECT);
-    SqliteStatement::Run rows(select);
-    bindIfThere(rows, 1, millisecondsOf(filter.since));
-    bindIfThere(rows, 2, millisecondsOf(filter.until));
-    bindIfThere(rows, 3, filter.alarmId);
-    bindIfThere(rows, 4, filter.serial);
-    if (filter.raised) rows.bind(5, *filter.raised ? 1 : 0);
-    if (filter.destination) rows.bind(6, *filter.destination);
-    bindIfThere(rows, 8, filter.last);
-    while (rows.step()) each(entryOf(rows));
+    select(filter, 0, LARGEST_NUMBER, filter.last, each);
 }
 
 std::optional<LoggedNotification> NotificationLogReader::find(std::uint64_t number) {
+    std::optional<LoggedNotification> found;
+    if (number > LARGEST_NUMBER) return found;
+    select({}, number, number, std::nullopt, [&found](const LoggedNotification& entry) { found = entry; });
+    return found;
+}
+
+NotificationLogPart NotificationLogReader::after(std::uint64_t number, const NotificationLogFilter& filter,
+                                                 std::uint64_t most) {
+    m_database.execute("BEGIN");  // all of it as it is at one moment
+    const Rollback atTheEnd(m_database);
+    const std::uint64_t newest = numberFrom(m_database, NEWEST);
+    const std::uint64_t deleted = numberFrom(m_database, DELETED_UP_TO);
+    NotificationLogPart part;
+    part.isOfAnother = number > newest;
+    if (part.isOfAnother) number = 0;
+    part.gone = deleted > number && !part.isOfAnother ? deleted - number : 0;
+    const std::uint64_t before = std::max(number, deleted);
+    part.upTo = std::min(newest, before + std::min(most, LARGEST_NUMBER - before));
+    select(filter, before + 1, part.upTo, std::nullopt,
+           [&part](const LoggedNotification& entry) { part.entries.push_back(entry); });
+    return part;
+}
+
+std::uint64_t NotificationLogReader::newest() {
+    return numberFrom(m_database, NEWEST);
+}
+
+void NotificationLogReader::select(const NotificationLogFilter& filter, std::uint64_t from, std::uint64_t to,
+                                   const std::optional<std::uint64_t>& last,
+                                   const std::function<void(const LoggedNotification& entry)>& each) {
     SqliteStatement select(m_database, SELECT);
     SqliteStatement::Run rows(select);
-    rows.bind(7, number);
-    if (!rows.step()) return std::nullopt;
-    return entryOf(rows);
+    rows.bind(1, from);
+    rows.bind(2, to);
+    bindIfThere(rows, 3, millisecondsOf(filter.since));
+    bindIfThere(rows, 4, millisecondsOf(filter.until));
+    bindIfThere(rows, 5, filter.alarmId);
+    bindIfThere(rows, 6, filter.serial);
+    if (filter.raised) rows.bind(7, *filter.raised ? 1 : 0);
+    if (filter.destination) rows.bind(8, *filter.destination);
+    bindIfThere(rows, 9, last);
+    while (rows.step()) each(entryOf(rows));
 }
 
 }  // namespace vrx

@@ -70,6 +70,14 @@ struct NotificationLogFilter {
     std::optional<std::string> destination;  // that it went to
 };
 
+// A piece of the log, for who follows it.
+struct NotificationLogPart {
+    std::vector<LoggedNotification> entries;  // that the filter selects
+    std::uint64_t upTo = 0;                   // the next piece comes after this number
+    std::uint64_t gone = 0;                   // so many entries before this piece were deleted since
+    bool isOfAnother = false;                 // the log has never come to the number asked for: this is its beginning
+};
+
 class NotificationLogReader {
 public:
     // Throws SqliteError when there is no such file, or none of a notification log.
@@ -80,7 +88,18 @@ public:
 
     std::optional<LoggedNotification> find(std::uint64_t number);
 
+    // What comes after the entry of that number: those of the next `most` entries, 1 or more, that the filter selects.
+    // Its `last` does not count. The file is free again when this returns, however long the caller takes.
+    NotificationLogPart after(std::uint64_t number, const NotificationLogFilter& filter, std::uint64_t most);
+
+    // The number of the newest entry; 0 when there is none.
+    std::uint64_t newest();
+
 private:
+    void select(const NotificationLogFilter& filter, std::uint64_t from, std::uint64_t to,
+                const std::optional<std::uint64_t>& last,
+                const std::function<void(const LoggedNotification& entry)>& each);
+
     SqliteDatabase m_database;
 };
 

@@ -11,7 +11,7 @@
 #include "host/notification_log/notification_log_file.h"
 #include "tools/alarm_commands.h"
 #include "tools/status_text.h"
-#include "tools/trap_commands.h"
+#include "tools/trap_texts.h"
 
 namespace vrx {
 

@@ -1,0 +1,173 @@
+"""vrxctl traps --follow: each notification as a line, over ends of the agent, of the reader and of vrxctl itself."""
+
+import array
+import fcntl
+import glob
+import json
+import os
+import queue
+import signal
+import subprocess
+import termios
+import threading
+import unittest
+
+from backend_client import BackendClient
+from harness import PROGRAM_DIR, wait_for
+from trap_receiver import TrapReceiver
+from traps_test import COMMON, TrapSystem
+
+EX_DATAERR = 65
+PIPE_OCTETS = 65536
+WAL_PAGES = 1000  # after so many SQLite writes the log of changes back; a page has 4096 octets
+
+
+class Follower:
+    """vrxctl traps --follow, whose lines are collected."""
+
+    def __init__(self, system, *arguments, read=True):
+        self.process = subprocess.Popen(
+            [os.path.join(PROGRAM_DIR, "vrxctl"), "--root", system.path(), "traps", "--follow", *arguments],
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        self._lines = queue.Queue()
+        self.numbers = []
+        if read:
+            self.collect()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.kill()
+        self.process.wait()
+        for stream in (self.process.stdout, self.process.stderr):
+            stream.close()
+
+    def _collect(self):
+        try:
+            for line in self.process.stdout:
+                self._lines.put(line)
+        except ValueError:  # closed meanwhile
+            pass
+
+    def line(self):
+        return self._lines.get(timeout=60)
+
+    def unread(self):
+        waiting = array.array("i", [0])
+        fcntl.ioctl(self.process.stdout, termios.FIONREAD, waiting)
+        return waiting[0]
+
+    def collect(self):
+        threading.Thread(target=self._collect, daemon=True).start()
+
+    def read_to(self, number):
+        while not self.numbers or self.numbers[-1] < number:
+            line = json.loads(self.line())
+            assert (line["schema"], line["type"]) == ("vrx-traps/1", "notification"), line
+            self.numbers.append(line["number"])
+
+
+def raise_alarms(system, count):
+    with BackendClient(system.path("state", "backend.sock")) as backend:
+        backend.raise_alarms(count)
+
+
+def newest(system):
+    log = json.loads(system.vrxctl("traps", "--json", "--last", "1"))
+    return log[0]["number"] if log else 0
+
+
+class TrapStream(unittest.TestCase):
+    def setUp(self):
+        self.system = self.enterContext(TrapSystem())
+        receiver = self.enterContext(TrapReceiver())
+        self.system.add_destination(1, receiver.port, trap_type=COMMON)
+
+    def test_each_number_comes_once_over_kills_of_agent_and_reader(self):
+        numbers = []
+        for stop in ("agent", "follower", "both"):
+            with Follower(self.system, "--json", "--after", str(len(numbers))) as follower:
+                raise_alarms(self.system, 20)
+                follower.read_to(len(numbers) + 20)
+                if stop != "follower":
+                    self.system.agent.kill()
+                if stop == "agent":
+                    self.system.agent.start()
+                    raise_alarms(self.system, 5)
+                    follower.read_to(len(numbers) + len(follower.numbers) + 5)
+            if stop == "both":
+                self.system.agent.start()
+            numbers += follower.numbers
+            raise_alarms(self.system, 5)  # that nobody follows
+        wait_for(lambda: newest(self.system) >= 80, "80 entries")
+        last = newest(self.system)
+        with Follower(self.system, "--json", "--after", str(len(numbers))) as follower:
+            follower.read_to(last)
+            numbers += follower.numbers
+        self.assertEqual(numbers, list(range(1, last + 1)))
+
+    def test_a_line_has_what_the_list_has(self):
+        with Follower(self.system, "--json", "--after", "0") as follower:
+            self.system.raise_alarm()
+            line = json.loads(follower.line())
+        entry = json.loads(self.system.vrxctl("traps", "--json"))[0]
+        self.assertEqual(line, dict(entry, schema="vrx-traps/1", type="notification"))
+
+    def test_a_cloud_event_has_it_as_its_data(self):
+        with Follower(self.system, "--cloudevents", "urn:array:7", "--after", "0") as follower:
+            self.system.raise_alarm()
+            event = json.loads(follower.line())
+        self.assertEqual((event["specversion"], event["source"], event["type"], event["subject"], event["datacontenttype"]),
+                         ("1.0", "urn:array:7", "vrx.notification.raise", str(event["data"]["serial"]), "application/json"))
+        self.assertEqual(event["time"], event["data"]["time"])
+
+    def test_it_ends_when_nobody_reads_any_more(self):
+        with Follower(self.system, "--json", read=False) as follower:
+            follower.process.stdout.close()
+            self.assertEqual(follower.process.wait(timeout=60), 0)
+            self.assertEqual(follower.process.stderr.read(), "")
+
+    def test_a_reader_that_stops_keeps_the_agents_file_from_nothing(self):
+        with Follower(self.system, "--json", "--after", "0", read=False) as follower:
+            raise_alarms(self.system, 100)
+            wait_for(lambda: newest(self.system) >= 100, "more entries than a pipe takes")
+            wait_for(lambda: follower.unread() > PIPE_OCTETS - 4096, "a pipe that takes no more")
+            for _ in range(20):
+                raise_alarms(self.system, 200)
+            wait_for(lambda: newest(self.system) >= 4100, "all entries")
+            size = sum(map(os.path.getsize, glob.glob(self.system.path("state", "notification_log.db-wal"))))
+            self.assertLess(size, 2 * WAL_PAGES * 4096)
+            follower.collect()
+            follower.read_to(4100)
+        self.assertEqual(follower.numbers, list(range(1, 4101)))
+
+    def test_a_log_that_was_deleted_is_followed_from_its_beginning(self):
+        with Follower(self.system, "--json", "--after", "0") as follower:
+            raise_alarms(self.system, 3)
+            follower.read_to(3)
+            for path in glob.glob(self.system.path("state", "notification_log.db*")):
+                os.unlink(path)
+            raise_alarms(self.system, 2)
+            after = [json.loads(follower.line()) for _ in range(3)]
+        self.assertEqual([(line["type"], line.get("number", line.get("after"))) for line in after],
+                         [("new-log", 3), ("notification", 1), ("notification", 2)])
+
+    def test_a_person_sees_the_table_grow(self):
+        with Follower(self.system) as follower:
+            self.assertEqual(follower.line().split()[0], "NUMBER")
+            self.system.raise_alarm()
+            self.assertEqual(follower.line().split()[0], "1")
+            follower.process.send_signal(signal.SIGINT)
+            self.assertEqual(follower.process.wait(timeout=60), -signal.SIGINT)
+
+    def test_what_does_not_go_together_is_refused(self):
+        for arguments in (["--after", "1"], ["--cloudevents", "urn:x"], ["--follow", "--until", "1h"],
+                          ["--follow", "--after", "1", "--last", "1"]):
+            done = self.system.vrxctl("traps", *arguments, check=False)
+            self.assertEqual((done.returncode, done.stdout), (EX_DATAERR, ""), arguments)
+            self.assertTrue(done.stderr.startswith("vrxctl: "), done.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()
