@@ -97,12 +97,15 @@ GapReport TrapGaps::report(std::optional<std::time_t> begin) const {
             const std::pair first(sinceStart(heartbeat.time, heartbeat.upTime, run.start), std::uint64_t{0});
             return std::lower_bound(run.traps.begin(), run.traps.end(), first) - run.traps.begin();
         };
-        const auto compare = [&](std::time_t from, const Heartbeat& to, std::uint32_t sent, std::int64_t arrived) {
+        const auto compare = [&, series = &name](std::time_t from, const Heartbeat& to, std::uint32_t sent,
+                                                 std::int64_t arrived) {
             report.sent += sent;
+            arrived = std::max<std::int64_t>(arrived, 0);  // numbers of a log need not ascend with its times
             if (arrived >= sent) return;
-            const std::uint64_t missing = sent - static_cast<std::uint64_t>(std::max<std::int64_t>(arrived, 0));
+            const std::uint64_t missing = sent - static_cast<std::uint64_t>(arrived);
             report.missing += missing;
-            report.gaps.push_back({from, to.time, to.address, std::get<0>(name), std::get<1>(name), missing, sent});
+            report.gaps.push_back(
+                {from, to.time, to.address, std::get<0>(*series), std::get<1>(*series), missing, sent});
         };
         report.heartbeats += heartbeats.size();
         const Heartbeat* last = nullptr;
