@@ -14,13 +14,17 @@ import subprocess
 import time
 import unittest
 
-from backend_client import POWER_LOSS, BackendClient
+from backend_client import POWER_LOSS, RAISE_ALARM, BackendClient, record, text, uint
 from harness import AGENT_CONFIG, PROGRAM_DIR, System, free_port, values, wait_for
 from inform_receiver import InformReceiver, TrapDaemon
 from reload_test import reload
-from trap_receiver import COLD_START, TrapReceiver
+from trap_receiver import COLD_START, TrapReceiver, decode
 from traps_test import BOTH, COMMON_BASE, COMMON_TIME, COMMON_TRAP, NAMED_BASE, NAMED_TIME, NAMED_TRAP, TrapSystem
 from traps_test import expected_bindings
+from udp_relay import UdpRelay
+
+DISK_FAILED = 4295229443  # its location is that of its first parameters
+SERIAL, CATEGORY = COMMON_BASE + ".9.0", COMMON_BASE + ".11.0"
 
 AWAY = float(os.environ.get("VRX_INFORM_AWAY", "0"))
 ALARMS = int(os.environ.get("VRX_INFORM_ALARMS", "300"))
@@ -325,6 +329,89 @@ class Away(unittest.TestCase):
             self.assertEqual(once(receiver.serials()), list(range(1, 11)))
 
 
+class Window(unittest.TestCase):
+    """Over a path of some length that loses datagrams."""
+
+    SLOTS, CHANGES = 60, 5  # of each slot's alarm, raised and cleared by turns
+
+    def change_alarms(self, system):
+        """Raises and clears the alarm of each slot by turns: serial numbers by slot, in the order of their occurrences."""
+        serials = [[] for _ in range(self.SLOTS)]
+        with BackendClient(system.path("state", "backend.sock")) as backend:
+            for change in range(self.CHANGES):
+                for slot in range(self.SLOTS):
+                    if change % 2:
+                        backend.clear_alarm(serials[slot][-1])
+                    else:
+                        raised = backend.call(record(RAISE_ALARM, uint(1, DISK_FAILED, 8), uint(2, 3),
+                                                     text(8, "%d,CTE0,1" % slot)))
+                        serials[slot].append(int.from_bytes(raised[-4:], "little"))
+        return serials
+
+    def check(self, received, serials):
+        """received: (serial number, category) in the order of the acknowledgements' arrival, repetitions left in."""
+        for of_slot in serials:
+            expected = [(serial, category) for serial in of_slot for category in (1, 2)][:self.CHANGES]
+            came = [one for one in received if one[0] in of_slot]
+            first = [one for place, one in enumerate(came) if one not in came[:place]]
+            self.assertEqual(first, expected)
+            self.assertEqual(came, sorted(came, key=expected.index), "none after a later one of its alarm")
+
+    def run_through(self, port, lines, received):
+        with InformSystem(lines, config=AGENT_CONFIG + "vrxInformRetry 1000\nvrxInformWindow 16\n") as system:
+            serials = self.change_alarms(system)
+            everything = 1 + self.SLOTS * self.CHANGES
+            status = system.wait_inform(port, lambda inform: inform["acknowledged"] == everything, "all")
+            self.check(received(), serials)
+            self.assertEqual(status["sent"], everything)
+            self.assertGreater(status["resent"], 0)
+            self.assertTrue(is_balanced(status), status)
+
+    def test_each_alarms_order_is_kept_where_datagrams_are_lost_v2c(self):
+        with InformReceiver() as receiver, UdpRelay(receiver.port, delay=0.005, loss=0.05) as relay:
+            self.run_through(relay.port, sink(relay.port), lambda: [
+                (inform.trap.value(9), inform.trap.value(11)) for inform in receiver.informs() if inform.trap.bindings])
+
+    def test_each_alarms_order_is_kept_where_datagrams_are_lost_v3(self):
+        with TrapDaemon(DAEMON) as daemon, UdpRelay(daemon.port, delay=0.005, loss=0.05) as relay:
+            def received():
+                return [(int(line[SERIAL].split()[-1]), int(line[CATEGORY].split()[-1])) for line in daemon.lines()
+                        if SERIAL in line]
+            self.run_through(relay.port, session(relay.port), received)
+
+    def test_an_inform_that_is_lost_again_is_noticed_again(self):
+        class Forgetful(InformReceiver):
+            """Loses the answers to the first three messages of one inform."""
+            left = 3
+
+            def took(self, datagram, sender):
+                trap = decode(datagram)
+                self.lose = 1 if self.left > 0 and trap.bindings and trap.value(9) == 40 else 0
+                self.left -= self.lose
+                super().took(datagram, sender)
+
+        with Forgetful() as receiver, InformSystem(sink(receiver.port), config=AGENT_CONFIG +
+                                                   "vrxInformRetry 600000\n") as system:
+            with BackendClient(system.path("state", "backend.sock")) as backend:
+                backend.call(*[record(RAISE_ALARM, uint(1, DISK_FAILED, 8), uint(2, 3), text(8, "%d,CTE0,1" % slot))
+                               for slot in range(300)])
+            status = system.wait_inform(receiver.port, lambda inform: inform["acknowledged"] == 301, "all")
+            self.assertEqual((status["sent"], status["resent"]), (301, 3))
+            self.assertEqual(receiver.serials().count(40), 4)
+
+    def test_what_a_killed_agent_had_under_way_comes_again(self):
+        with InformReceiver() as receiver, UdpRelay(receiver.port, delay=0.005) as relay, \
+                InformSystem(sink(relay.port)) as system:
+            serials = self.change_alarms(system)
+            wait_for(lambda: len(receiver.informs()) > 50, "some informs")
+            system.agent.kill()
+            system.agent.start()
+            system.wait_inform(relay.port, lambda inform: inform["waiting"] == 0 and inform["acknowledged"] > 0, "all")
+            came = {(inform.trap.value(9), inform.trap.value(11)) for inform in receiver.informs() if inform.trap.bindings}
+            self.assertEqual(len(came), self.SLOTS * self.CHANGES)
+            self.assertEqual({serial for serial, _ in came}, {serial for of_slot in serials for serial in of_slot})
+
+
 class Isolation(unittest.TestCase):
     def test_a_dead_receiver_delays_neither_another_nor_traps(self):
         with InformReceiver() as alive, InformReceiver() as dead, TrapReceiver() as traps:
@@ -447,6 +534,8 @@ class Reloads(unittest.TestCase):
              "127.0.0.1:1999"),
             ("vrxInformTraps 2", "vrxInformTraps: it is none of 1, 3 and 4: 2"),
             ("vrxInformQueue 0", "vrxInformQueue: it is no number from 1 to 10000000: 0"),
+            ("vrxInformWindow 0", "vrxInformWindow: it is no number from 1 to 256: 0"),
+            ("vrxInformWindow 257", "vrxInformWindow: it is no number from 1 to 256: 257"),
             ("vrxInformRetry never", "vrxInformRetry: it is no number from 1 to 3600000: never"),
         ]
         with System(start=False) as system:

@@ -1,6 +1,6 @@
 // The way of informs to one receiver, and who opens it. The sender decides when an inform goes out and how long its
 // answer is waited for; a channel encodes it, finds out what the receiver's engine wants to know first, and says what
-// came of it.
+// came of it. Several may be under way.
 //
 // Threads: agent thread.
 #pragma once
@@ -33,9 +33,10 @@ struct InformOutcome {
         Unsendable,  // no message can be made of it, or none that goes into a datagram
     };
     Kind kind = Kind::NoAnswer;
-    bool wasSent = false;  // and not a question about the receiver's engine only
-    std::string text;      // of a failure
-    unsigned int cut = 0;  // texts that were shortened
+    bool wasSent = false;      // and not a question about the receiver's engine only
+    std::string text;          // of a failure
+    unsigned int cut = 0;      // texts that were shortened
+    std::uint64_t number = 0;  // of the inform
 };
 
 class InformChannel {
@@ -43,13 +44,20 @@ public:
     virtual ~InformChannel() = default;  // what is under way ends without an outcome
 
     // Sends the inform, in a message of at most `wanted` octets or the shortest that can be made (see
-    // notification_fitting.h), and waits for its answer. Throws std::bad_alloc, and nothing is under way.
-    // REQUIRES: none is under way.
+    // notification_fitting.h), and waits for its answer. Throws std::bad_alloc, and it is not under way.
+    // REQUIRES: it is not under way; others may be.
     virtual void send(const Inform& inform, std::size_t wanted, std::chrono::milliseconds patience) = 0;
 
-    // Goes on with what has arrived. Null while the inform is under way, then what came of it, until the next send().
-    // Throws std::bad_alloc, and may be called again.
+    // Sends one that is under way once more; the first answer counts, and the time begins anew. False when it cannot be
+    // sent now: then nothing has changed. Throws std::bad_alloc, and may be called again.
+    virtual bool sendAgain(std::uint64_t number) = 0;
+
+    // Goes on with what has arrived. What came of the inform that has come to its end first, until forget(); null when
+    // all are under way. Throws std::bad_alloc, and may be called again.
     virtual const InformOutcome* outcome() = 0;
+
+    // Of that inform.
+    virtual void forget() = 0;
 
     // What is known of the receiver's engine: its ID in hexadecimal digits, or "".
     virtual std::string engine() const = 0;

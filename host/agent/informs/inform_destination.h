@@ -42,9 +42,13 @@ struct InformPeer {
     }
 };
 
+// So many informs of a receiver are looked at, to find the next one to send.
+constexpr unsigned int LARGEST_INFORM_WINDOW = 256;
+
 struct InformPolicy {
     unsigned int trapType = 1;                         // which traps, as in the trap destination table
     std::size_t queueLimit = 20000;                    // informs that wait
+    unsigned int window = 32;                          // of these so many are under way at most
     std::chrono::milliseconds firstRetry{5000};        // how long the first answer is waited for; then twice as long
     std::chrono::milliseconds longestBackoff{30'000};  // and so on, up to this
     std::optional<unsigned int> retries;               // nothing: until it is acknowledged

@@ -1,5 +1,6 @@
 #include "host/agent/informs/inform_queue.h"
 
+#include <algorithm>
 #include <chrono>
 #include <random>
 #include <tuple>
@@ -82,12 +83,18 @@ struct InformQueue::Lane {
     std::uint64_t lastLoaded = 0;  // number of the last one that was in `first`
 
     bool wantsMore() const { return !complete && first.size() <= IN_MEMORY / 2; }
+
+    // The first one that has at least that number.
+    std::deque<Inform>::iterator from(std::uint64_t number) {
+        return std::lower_bound(first.begin(), first.end(), number,
+                                [](const Inform& inform, std::uint64_t least) { return inform.number < least; });
+    }
 };
 
 struct InformQueue::Round {
     Jobs jobs;  // in their order; those that could not be written come first
     bool written = false;
-    bool ready = false;  // some receiver has informs now
+    bool ready = false;  // some receiver has more informs in memory
     bool stopping = false;
 };
 
@@ -211,11 +218,13 @@ InformQueue::Added InformQueue::add(const std::string& receiver, const Notificat
     return result;
 }
 
-std::optional<Inform> InformQueue::first(const std::string& receiver) const {
+std::optional<Inform> InformQueue::first(const std::string& receiver, std::uint64_t after) const {
     const MutexLock lock(m_mutex);
     const auto lane = m_lanes.find(receiver);
-    if (lane == m_lanes.end() || lane->second->first.empty()) return std::nullopt;
-    return lane->second->first.front();
+    if (lane == m_lanes.end()) return std::nullopt;
+    const auto at = lane->second->from(after + 1);
+    if (at == lane->second->first.end()) return std::nullopt;
+    return *at;
 }
 
 void InformQueue::remove(const std::string& receiver, std::uint64_t number) {
@@ -223,13 +232,14 @@ void InformQueue::remove(const std::string& receiver, std::uint64_t number) {
     const auto found = m_lanes.find(receiver);
     if (found == m_lanes.end()) return;
     Lane& lane = *found->second;
-    if (lane.first.empty() || lane.first.front().number != number) return;
+    const auto at = lane.from(number);
+    if (at == lane.first.end() || at->number != number) return;
     Job job;
     job.kind = Job::Kind::Remove;
     job.lane = found->second;
     job.inform.number = number;
     m_jobs.push_back(std::move(job));
-    lane.first.pop_front();
+    lane.first.erase(at);
     --lane.standing.waiting;
     if (m_jobs.size() == 1) m_changed.notify_all();
 }
@@ -372,7 +382,7 @@ void InformQueue::taken(Round& round) {
             if (job.kind != Job::Kind::Add || job.inform.trap == nullptr) continue;
             Lane& lane = *job.lane;
             if (lane.complete && lane.first.size() < IN_MEMORY) {
-                round.ready = round.ready || lane.first.empty();
+                round.ready = true;
                 lane.first.push_back(job.inform);
                 lane.lastLoaded = job.inform.number;
             } else {
@@ -432,10 +442,8 @@ void InformQueue::refill(const std::shared_ptr<Lane>& lane) {
         }
     }
     if (!unreadable.empty()) logLine<lines::STORED_INFORMS_DAMAGED>(lane->name, unreadable.size());
-    bool ready = false;
     {
         const MutexLock lock(m_mutex);
-        ready = lane->first.empty() && !informs.empty();
         lane->first.insert(lane->first.end(), informs.begin(), informs.end());
         lane->lastLoaded = last;
         lane->complete = rows < IN_MEMORY;
@@ -443,7 +451,7 @@ void InformQueue::refill(const std::shared_ptr<Lane>& lane) {
         lane->standing.unreadable += unreadable.size();
         m_jobs.splice(m_jobs.end(), unreadable);
     }
-    if (ready) m_onReady();
+    if (!informs.empty()) m_onReady();
 }
 
 }  // namespace vrx

@@ -5,6 +5,7 @@
 //     InformQueue::Places places = queue.places(1, trap, [] { /* it is on disk */ });
 //     queue.add("nms.example.com:162", origin, upTime, places);
 //     while (const auto inform = queue.first(name)) { send(*inform); queue.remove(name, inform->number); }
+//     queue.first(name, inform->number);  // the one after that
 //
 // A thread of the queue's own does all that needs the disk: what came meanwhile becomes one transaction. Of each
 // receiver it keeps the first few informs in memory. While the file cannot be written everything stays in memory,
@@ -51,8 +52,7 @@ public:
         std::uint64_t unreadable = 0;  // came with the file, and were dropped
     };
 
-    // Opens or creates the file. `onReady` is called when first() has something to give where it had not. Throws
-    // SqliteError.
+    // Opens or creates the file. `onReady` is called when first() has more to give than it had. Throws SqliteError.
     InformQueue(const std::string& path, std::function<void()> onReady);
 
     ~InformQueue();
@@ -72,10 +72,11 @@ public:
     // Needs no memory. REQUIRES: the receiver is known, and there is a place.
     Added add(const std::string& receiver, const NotificationOrigin& origin, std::uint32_t upTime, Places& places);
 
-    // The inform to send now; nothing when none is in memory. Gives the same one until it is removed.
-    std::optional<Inform> first(const std::string& receiver) const;
+    // The first inform with a number above `after`; nothing when none is in memory. Gives the same one until it is
+    // removed.
+    std::optional<Inform> first(const std::string& receiver, std::uint64_t after = 0) const;
 
-    // The first one is done with. Soon on disk.
+    // It is done with. Soon on disk.
     void remove(const std::string& receiver, std::uint64_t number);
 
     // Events are numbered anew: those after `sequence` are new ones for all receivers. On disk when it returns. Throws

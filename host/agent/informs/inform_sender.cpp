@@ -25,12 +25,8 @@ constexpr milliseconds SHORTEST_SLEEP{1};
 constexpr unsigned int ATTEMPTS_WHOLE = 3;
 constexpr std::size_t SINGLE_PACKET = 1232;
 
-// How long the answer to an attempt is waited for, or a failed one rests.
-milliseconds patienceOf(const InformPolicy& policy, unsigned int attempts) {
-    milliseconds patience = policy.firstRetry;
-    for (; attempts > 0 && patience < policy.longestBackoff; --attempts) patience *= 2;
-    return std::min(patience, policy.longestBackoff);
-}
+// A repeated wait is shorter by at most this part of it.
+constexpr milliseconds::rep SHARE_OF_CHANCE = 8;
 
 void logState(const std::string& name, InformState state, const std::string& failure) {
     switch (state) {
@@ -60,6 +56,7 @@ InformSender::InformSender(AgentLoop& loop, InformTransport& transport, const st
     : m_transport(transport),
       m_firstUpTime(static_cast<std::uint32_t>(netsnmp_get_agent_uptime())),
       m_lastNumber(destination_check::HIGHEST_NUMBER),
+      m_random(std::random_device()()),
       m_scheduler(
           loop, [this] { takeTurn(); }, SHORTEST_SLEEP, resolveInterval, std::move(lookup)),
       m_queue(queuePath, [this] { m_scheduler.wake(); }) {}
@@ -234,7 +231,7 @@ void InformSender::takeTurn() {
     for (const std::string& key : keys) serve(key);
 }
 
-// Settles what came of the receiver's inform and sends its next one, unless one is under way or its time has not come.
+// Settles what came of the receiver's informs and sends its next ones, unless the time has not come.
 void InformSender::serve(const std::string& key) {
     InformDestination settings;
     {
@@ -244,95 +241,155 @@ void InformSender::serve(const std::string& key) {
         settings = found->settings;
     }
     Link& link = m_links[key];
-    if (link.underWay && !settle(key, link)) return;
-    const std::optional<Inform> inform = m_queue.first(settings.name());
-    if (!inform) return;
+    if (link.channel) settle(key, link, settings.policy);
+    while (link.window.hasRoom()) {
+        const std::optional<Inform> inform = m_queue.first(settings.name(), link.window.lastTaken());
+        if (!inform) break;
+        link.window.take(*inform);
+    }
+    if (link.channel) sendOvertaken(key, link);
+    if (link.window.next(settings.policy.window) == nullptr) return;
     if (link.notBefore > Clock::now()) return m_scheduler.sleepUntil(link.notBefore);
     const std::string address = m_scheduler.addressOf(settings.peer.host);
     if (address.empty()) {  // serve() comes again when there is one
         link.channel.reset();
+        link.window.restart();
         return noteState(key, link, InformState::Unresolved, "");
     }
-    if (!link.channel || !(link.peer == settings.peer) || link.address != address) {
-        link.peer = settings.peer;
-        link.address = address;
-        Expected<std::unique_ptr<InformChannel>> opened =
-            m_transport.open(settings.peer, address, [this] { m_scheduler.wake(); });
-        link.channel = opened ? *std::move(opened) : nullptr;
-        if (!opened) {
-            link.notBefore = Clock::now() + patienceOf(settings.policy, link.attempts++);
-            noteState(key, link, InformState::Failing, opened.failure());
-            return m_scheduler.sleepUntil(link.notBefore);
-        }
-    }
-    link.channel->send(*inform, wantedSize(link), patienceOf(settings.policy, link.attempts));
-    link.underWay = inform;  // it is, and not before: without memory it is sent again
+    if (open(key, link, settings, address)) sendNext(link, settings.policy);
 }
 
-// False while the outcome is awaited. A step that finds no memory is taken again in the next turn, those before it are
-// not: each does all or nothing.
-bool InformSender::settle(const std::string& key, Link& link) {
-    using Step = void (InformSender::*)(const std::string& key, Link& link, const InformOutcome& outcome);
-    static constexpr Step STEPS[] = {&InformSender::take, &InformSender::noteFate, &InformSender::noteOutcome};
-    const InformOutcome* const outcome = link.channel->outcome();
-    if (outcome == nullptr) return false;
-    for (; link.settled < std::size(STEPS); ++link.settled) {
-        const Step step = STEPS[link.settled];  // GCC 12's bounds check takes a wrong index where this is in the call
-        (this->*step)(key, link, *outcome);
-    }
+bool InformSender::open(const std::string& key, Link& link, const InformDestination& settings,
+                        const std::string& address) {
+    if (link.channel && link.peer == settings.peer && link.address == address) return true;
+    link.channel.reset();
+    link.window.restart();
     link.settled = 0;
-    link.underWay.reset();
-    return true;
+    link.peer = settings.peer;
+    link.address = address;
+    Expected<std::unique_ptr<InformChannel>> opened =
+        m_transport.open(settings.peer, address, [this] { m_scheduler.wake(); });
+    if (opened) {
+        link.channel = *std::move(opened);
+        link.unopened = 0;
+        return true;
+    }
+    link.notBefore = Clock::now() + patienceOf(settings.policy, link.unopened++);
+    noteState(key, link, InformState::Failing, opened.failure());
+    m_scheduler.sleepUntil(link.notBefore);
+    return false;
 }
 
-void InformSender::take(const std::string& key, Link& link, const InformOutcome& outcome) {
+void InformSender::sendNext(Link& link, const InformPolicy& policy) {
+    while (Entry* const entry = link.window.next(policy.window)) {
+        link.channel->send(entry->inform, wantedSize(*entry), patienceOf(policy, entry->attempts));
+        link.window.sent(*entry, Clock::now());  // it is, and not before: without memory it is sent again
+    }
+}
+
+void InformSender::sendOvertaken(const std::string& key, Link& link) {
+    while (Entry* const entry = link.window.overtaken()) {
+        const bool sent = link.channel->sendAgain(entry->inform.number);
+        link.window.sentEarly(*entry);
+        const MutexLock lock(m_mutex);
+        Destination* const found = m_account.find(key);
+        if (sent && found != nullptr) ++found->counters.resent;
+    }
+}
+
+std::size_t InformSender::wantedSize(const Entry& entry) const {
+    return entry.attempts < ATTEMPTS_WHOLE ? m_messageSize : std::min(m_messageSize, SINGLE_PACKET);
+}
+
+// How long the answer to an attempt is waited for, or a failed one rests.
+milliseconds InformSender::patienceOf(const InformPolicy& policy, unsigned int attempts) {
+    milliseconds patience = policy.firstRetry;
+    if (attempts == 0) return patience;
+    for (; attempts > 0 && patience < policy.longestBackoff; --attempts) patience *= 2;
+    patience = std::min(patience, policy.longestBackoff);
+    return patience - milliseconds(std::uniform_int_distribution<milliseconds::rep>(
+                          0, patience.count() / SHARE_OF_CHANCE)(m_random));
+}
+
+// Of all outcomes that are there. A step that finds no memory is taken again in the next turn, those before it are not:
+// each does all or nothing.
+void InformSender::settle(const std::string& key, Link& link, const InformPolicy& policy) {
+    using Step = void (InformSender::*)(const std::string& key, Link& link, Entry& entry, const InformOutcome& outcome);
+    static constexpr Step STEPS[] = {&InformSender::take, &InformSender::noteFate, &InformSender::noteOutcome};
+    while (const InformOutcome* const outcome = link.channel->outcome()) {
+        Entry* const entry = link.window.find(outcome->number);
+        for (; entry != nullptr && link.settled < std::size(STEPS); ++link.settled) {
+            const Step step =
+                STEPS[link.settled];  // GCC 12's bounds check takes a wrong index where this is in the call
+            (this->*step)(key, link, *entry, *outcome);
+        }
+        link.settled = 0;
+        if (entry != nullptr) close(link, *entry, outcome->kind, policy);
+        link.channel->forget();
+    }
+}
+
+void InformSender::take(const std::string& key, Link& link, Entry& entry, const InformOutcome& outcome) {
     using Kind = InformOutcome::Kind;
-    const std::uint64_t number = link.underWay->number;
     const MutexLock lock(m_mutex);
     Destination* const found = m_account.find(key);
     if (found == nullptr) return;
     Destination& destination = *found;
     const InformPolicy& policy = destination.settings.policy;
     const bool failed = outcome.kind == Kind::NoAnswer || outcome.kind == Kind::Failed;
-    const bool givenUp = failed && policy.retries && link.attempts >= *policy.retries;
+    const bool givenUp = failed && policy.retries && entry.attempts >= *policy.retries;
     destination.resolvedAddress = link.address;
-    if (!failed || givenUp) m_queue.remove(destination.name, number);
+    if (!failed || givenUp) m_queue.remove(destination.name, entry.inform.number);
     // Nothing from here on needs memory.
     InformCounters& counters = destination.counters;
-    if (outcome.wasSent) ++(link.sent == number ? counters.resent : counters.sent);
+    if (outcome.wasSent) ++(entry.wasSent ? counters.resent : counters.sent);
     if (outcome.kind == Kind::Acknowledged) ++counters.acknowledged;
     if (outcome.kind == Kind::Refused) counters.drop(InformDrop::Refused);
     if (outcome.kind == Kind::Unsendable) counters.drop(InformDrop::Unsendable);
     if (givenUp) counters.drop(InformDrop::GivenUp);
-    if (outcome.kind == Kind::Failed) link.notBefore = Clock::now() + patienceOf(policy, link.attempts);
-    link.attempts = !failed || givenUp ? 0 : link.attempts + 1;
-    if (outcome.wasSent) link.sent = number;
+    const Clock::time_point now = Clock::now();
+    if (outcome.kind == Kind::Failed) link.notBefore = now + patienceOf(policy, entry.attempts);
+    ++entry.attempts;
+    entry.isDone = !failed || givenUp;
+    entry.wasSent = entry.wasSent || outcome.wasSent;
 }
 
-std::size_t InformSender::wantedSize(const Link& link) const {
-    return link.attempts < ATTEMPTS_WHOLE ? m_messageSize : std::min(m_messageSize, SINGLE_PACKET);
+// Needs no memory.
+void InformSender::close(Link& link, Entry& entry, InformOutcome::Kind kind, const InformPolicy& policy) {
+    using Kind = InformOutcome::Kind;
+    if (kind == Kind::Acknowledged || kind == Kind::Refused) {
+        link.window.answered(entry, Clock::now(), policy.firstRetry);
+    } else if (kind == Kind::NoAnswer) {
+        link.window.unanswered(entry);
+    } else if (kind == Kind::Failed) {
+        link.window.failed();
+    }
+    if (entry.isDone) {
+        link.window.remove(entry);
+    } else {
+        link.window.release(entry);
+    }
 }
 
 // One line for each inform that does not go out as it is because of what is in it.
-void InformSender::noteFate(const std::string& key, Link& link, const InformOutcome& outcome) {
-    const Inform& inform = *link.underWay;
-    const bool shortened = outcome.wasSent && outcome.cut > 0 && link.cut != inform.number;
+void InformSender::noteFate(const std::string& key, Link&, Entry& entry, const InformOutcome& outcome) {
+    const bool shortened = outcome.wasSent && outcome.cut > 0 && !entry.shortened;
     const bool unsendable = outcome.kind == InformOutcome::Kind::Unsendable;
     if (!shortened && !unsendable) return;
     const MutexLock lock(m_mutex);
     Destination* const found = m_account.find(key);
     if (found == nullptr) return;
-    const std::string subject = subjectOf(*inform.trap);
+    const std::string subject = subjectOf(*entry.inform.trap);
     if (unsendable) {
         logLine<lines::INFORM_UNSENDABLE>(found->name, subject, outcome.text);
     } else {
         logLine<lines::INFORM_SHORTENED>(found->name, subject, outcome.cut);
         ++found->counters.shortened;
-        link.cut = inform.number;
+        entry.shortened = true;
     }
 }
 
-void InformSender::noteOutcome(const std::string& key, Link& link, const InformOutcome& outcome) {
+void InformSender::noteOutcome(const std::string& key, Link& link, Entry& entry, const InformOutcome& outcome) {
     using Kind = InformOutcome::Kind;
     switch (outcome.kind) {
         case Kind::Acknowledged:
@@ -342,6 +399,7 @@ void InformSender::noteOutcome(const std::string& key, Link& link, const InformO
         case Kind::Unsendable:
             return;  // tells nothing of the receiver
         case Kind::NoAnswer:
+            if (link.window.isAnsweredSince(entry)) return;  // one datagram was lost
             return noteState(key, link, InformState::Silent, "no answer");
         case Kind::Failed:
             return noteState(key, link, InformState::Failing, outcome.text);

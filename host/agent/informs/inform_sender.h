@@ -5,9 +5,11 @@
 //     informs.setDestinations(words.destinations, true);
 //     informs.submit(origin, *informs.destinations(), chosen, trap, [] { /* it is on disk everywhere */ });
 //
-// One inform is under way per receiver: that keeps their order, and what one receiver does touches no other. The first
-// answer is waited for as long as the policy says, then the inform is sent again and waited for twice as long, and so
-// on up to a limit; after an acknowledgement the next ones follow at once. Names are looked up in the background.
+// Of each receiver's informs several are under way, those of one alarm one after the other (inform_window.h); what one
+// receiver does touches no other. The first answer is waited for as long as the policy says, then the inform is sent
+// again and waited for twice as long, and so on up to a limit; after an acknowledgement the next ones follow at once.
+// Repeated waits are shorter by up to an eighth, at random: those of many agents that lost one receiver do not end
+// together. Names are looked up in the background.
 //
 // Threads: made, configured, stopped and destroyed on the agent thread, which also runs what it posts to the loop;
 // status() from any.
@@ -16,6 +18,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -26,6 +29,7 @@
 #include "host/agent/informs/inform_channel.h"
 #include "host/agent/informs/inform_queue.h"
 #include "host/agent/informs/inform_status.h"
+#include "host/agent/informs/inform_window.h"
 #include "host/agent/loop/agent_loop.h"
 #include "host/base/fault_line.h"
 #include "host/base/mutex.h"
@@ -81,13 +85,12 @@ private:
         InformPeer peer;  // of the channel
         std::string address;
         std::unique_ptr<InformChannel> channel;
-        std::optional<Inform> underWay;  // its outcome is awaited from the channel, or not settled yet
-        std::size_t settled = 0;         // so many of the steps that settle it
-        std::uint64_t sent = 0;          // number of the inform that went out last
-        std::uint64_t cut = 0;           // number of the last inform that is known to be shortened
-        unsigned int attempts = 0;       // at the first inform that came to nothing
+        InformWindow window;
+        std::size_t settled = 0;    // so many of the steps that settle the channel's outcome
+        unsigned int unopened = 0;  // attempts to open a channel
         Clock::time_point notBefore{};
     };
+    using Entry = InformWindow::Entry;
 
     std::map<std::string, std::string> retire(const InformQueue::Limits& gone) REQUIRES(m_mutex);
     std::shared_ptr<const TrapDestinationMap> adopt(const std::vector<InformDestination>& destinations,
@@ -100,11 +103,16 @@ private:
     // Agent thread.
     void takeTurn();
     void serve(const std::string& key);
-    bool settle(const std::string& key, Link& link);
-    void take(const std::string& key, Link& link, const InformOutcome& outcome);
-    std::size_t wantedSize(const Link& link) const;
-    void noteFate(const std::string& key, Link& link, const InformOutcome& outcome);
-    void noteOutcome(const std::string& key, Link& link, const InformOutcome& outcome);
+    void settle(const std::string& key, Link& link, const InformPolicy& policy);
+    bool open(const std::string& key, Link& link, const InformDestination& settings, const std::string& address);
+    void sendNext(Link& link, const InformPolicy& policy);
+    void sendOvertaken(const std::string& key, Link& link);
+    void take(const std::string& key, Link& link, Entry& entry, const InformOutcome& outcome);
+    static void close(Link& link, Entry& entry, InformOutcome::Kind kind, const InformPolicy& policy);
+    std::size_t wantedSize(const Entry& entry) const;
+    std::chrono::milliseconds patienceOf(const InformPolicy& policy, unsigned int attempts);
+    void noteFate(const std::string& key, Link& link, Entry& entry, const InformOutcome& outcome);
+    void noteOutcome(const std::string& key, Link& link, Entry& entry, const InformOutcome& outcome);
     void noteState(const std::string& key, const Link& link, InformState state, const std::string& failure);
 
     InformTransport& m_transport;
@@ -117,6 +125,7 @@ private:
     std::size_t m_messageSize = LONGEST_MESSAGE;  // agent thread only, as the next
     unsigned long m_lastNumber;                   // of a destination
     std::map<std::string, Link> m_links;          // by key
+    std::minstd_rand m_random;
 
     SendScheduler m_scheduler;
     InformQueue m_queue;  // after the scheduler: its thread wakes them

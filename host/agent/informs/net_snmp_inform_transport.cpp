@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <list>
 #include <utility>
 
 #include "host/agent/delivery/community_trap_encoder.h"
@@ -41,6 +42,12 @@ bool setText(const std::string& text, char*& field, std::size_t& length) {
     return field != nullptr;
 }
 
+// Of a message that was handed to the library: what its answer is told by. 0: none.
+using Cookie = std::uintptr_t;
+
+// Of one inform: a question, the inform, both once more for another engine, and those that are sent again early.
+constexpr std::size_t MOST_MESSAGES = 8;
+
 // What the library tells of a message that was sent.
 struct Arrival {
     bool ofQuestion = false;  // for the engine; else of the inform
@@ -52,6 +59,25 @@ struct Arrival {
     std::size_t engineLength = 0;  // 0: it names none that is usable
 };
 
+// An inform that is under way, or has come to its end.
+struct Passage {
+    Inform inform;
+    std::size_t wanted = LONGEST_MESSAGE;
+    std::chrono::milliseconds patience{};
+    unsigned int cut = 0;
+    bool asked = false;   // for the engine, or sent to it as it is known anew
+    bool asking = false;  // and the question is what was sent last
+    bool wasSent = false;
+    Cookie latest = 0;  // message
+    // All of them: the library takes an answer in SNMPv2c for that to the first message with its request ID.
+    std::array<Cookie, MOST_MESSAGES> messages{};
+    std::size_t sent = 0;
+    std::uint64_t engineTurn = 0;    // what was known of the engine when it was sent last
+    std::uint64_t answers = 0;       // that had come then
+    std::optional<Arrival> arrival;  // that nothing was made of yet
+    std::optional<InformOutcome> outcome;
+};
+
 class NetSnmpInformChannel : public InformChannel {
 public:
     NetSnmpInformChannel(InformUsers& users, InformPeer peer, SessionPointer session, std::function<void()> arrived)
@@ -59,7 +85,9 @@ public:
           m_peer(std::move(peer)),
           m_session(std::move(session)),
           m_arrived(std::move(arrived)),
-          m_engine(m_peer.engineId) {}
+          m_engine(m_peer.engineId) {
+        m_session->myvoid = this;
+    }
 
     // Closing the session tells of what is under way as if it had no answer.
     ~NetSnmpInformChannel() override {
@@ -68,27 +96,34 @@ public:
     }
 
     void send(const Inform& inform, std::size_t wanted, std::chrono::milliseconds patience) override;
+    bool sendAgain(std::uint64_t number) override;
     const InformOutcome* outcome() override;
+    void forget() override { m_ended.pop_front(); }
     std::string engine() const override { return hexadecimal(m_engine); }
 
 private:
-    static int answered(int operation, netsnmp_session*, int, netsnmp_pdu* pdu, void* self);
+    using Passages = std::list<Passage>;
+    using Failure = std::optional<InformOutcome>;  // nothing: it is under way
+
+    static int answered(int operation, netsnmp_session* session, int, netsnmp_pdu* pdu, void* cookie);
 
     bool isV3() const { return m_peer.version == SNMPV3; }
     std::string contextEngine() const {
         return m_peer.contextEngineId.empty() ? ownEngineId() : m_peer.contextEngineId;
     }
-    FittedNotification fitted() const;
+    FittedNotification fitted(const Passage& passage) const;
     void noteSize(const netsnmp_pdu& pdu);
-    void ask();
-    void transmit();
-    void hand(PduPointer pdu);
-    void goOn(const Arrival& arrival);
-    void takeAnswer(const Arrival& answer);
-    void takeReport(int type);
-    void takeEngine(const Arrival& answer);
-    void forgetEngine();
-    void finish(InformOutcome::Kind kind, const std::string& text = "");
+    Failure begin(Passage& passage);
+    Failure ask(Passage& passage);
+    Failure transmit(Passage& passage);
+    Failure hand(Passage& passage, PduPointer pdu);
+    void arrive(Cookie cookie, const Arrival& arrival);
+    Failure goOn(Passage& passage, const Arrival& arrival);
+    static Failure takeAnswer(const Passage& passage, const Arrival& answer);
+    Failure takeReport(Passage& passage, int type);
+    Failure takeEngine(Passage& passage, const Arrival& answer);
+    void forgetEngine(const Passage& passage);
+    static InformOutcome end(const Passage& passage, InformOutcome::Kind kind, const std::string& text = "");
 
     InformUsers& m_users;
     const InformPeer m_peer;
@@ -99,36 +134,40 @@ private:
 
     std::size_t m_receiverTakes = LONGEST_MESSAGE;  // octets of a message, as its engine said last
 
-    Inform m_inform;                         // the last one
-    std::optional<Arrival> m_arrival;        // that nothing was made of yet
-    std::optional<InformOutcome> m_outcome;  // nothing while it is under way
-    std::size_t m_wanted = LONGEST_MESSAGE;
-    unsigned int m_cut = 0;
+    Passages m_underWay;
+    Passages m_ended;  // in this order
+    Cookie m_lastCookie = 0;
+    std::uint64_t m_engineTurn = 0;  // how often the engine was forgotten
+    std::uint64_t m_answers = 0;
     bool m_closing = false;
-    bool m_asked = false;   // for the engine, which was not known
-    bool m_asking = false;  // and the question is what is under way
-    bool m_wasSent = false;
 };
 
 void NetSnmpInformChannel::send(const Inform& inform, std::size_t wanted, std::chrono::milliseconds patience) {
-    m_inform = inform;
-    m_arrival.reset();
-    m_outcome.reset();
-    m_wanted = wanted;
-    m_cut = 0;
-    m_asked = m_wasSent = false;
-    m_session->timeout = static_cast<long>(std::chrono::microseconds(patience).count());
-    if (isV3() && m_engine.empty()) {
-        ask();
-    } else {
-        transmit();
-    }
-    if (m_outcome) m_arrived();  // it could not be sent
+    Passages one(1);
+    Passage& passage = one.front();
+    passage.inform = inform;
+    passage.wanted = wanted;
+    passage.patience = patience;
+    passage.outcome = begin(passage);
+    const bool hasEnded = passage.outcome.has_value();  // it could not be sent
+    Passages& where = hasEnded ? m_ended : m_underWay;
+    where.splice(where.end(), one);
+    if (hasEnded) m_arrived();
+}
+
+bool NetSnmpInformChannel::sendAgain(std::uint64_t number) {
+    const auto at = std::find_if(m_underWay.begin(), m_underWay.end(),
+                                 [number](const Passage& passage) { return passage.inform.number == number; });
+    const bool isReady = at != m_underWay.end() && !at->asking && !at->arrival && !(isV3() && m_engine.empty());
+    return isReady && !transmit(*at);
+}
+
+NetSnmpInformChannel::Failure NetSnmpInformChannel::begin(Passage& passage) {
+    return isV3() && m_engine.empty() ? ask(passage) : transmit(passage);
 }
 
 // An empty request to nobody in particular: the engine answers it with a report that holds its ID.
-void NetSnmpInformChannel::ask() {
-    m_asked = m_asking = true;
+NetSnmpInformChannel::Failure NetSnmpInformChannel::ask(Passage& passage) {
     PduPointer pdu(snmp_pdu_create(SNMP_MSG_GET));
     // What the library noted of the last answer would make this a request to that engine.
     SNMP_FREE(m_session->securityEngineID);
@@ -139,34 +178,37 @@ void NetSnmpInformChannel::ask() {
         pdu->securityLevel = SNMP_SEC_LEVEL_NOAUTH;
         if (!setText("", pdu->securityName, pdu->securityNameLen)) pdu.reset();
     }
-    hand(std::move(pdu));
+    Failure failure = hand(passage, std::move(pdu));
+    passage.asked = passage.asking = true;
+    return failure;
 }
 
-FittedNotification NetSnmpInformChannel::fitted() const {
-    const Notification& trap = *m_inform.trap;
+FittedNotification NetSnmpInformChannel::fitted(const Passage& passage) const {
+    const Notification& trap = *passage.inform.trap;
     const std::optional<std::size_t> size =
         isV3() ? longestMessageV3(
                      trap, m_peer.name.size() + m_peer.contextName.size() + m_engine.size() + contextEngine().size())
                : longestMessage(trap, m_peer.name);
-    return {trap, size.value_or(0), std::min(m_wanted, m_receiverTakes)};
+    return {trap, size.value_or(0), std::min(passage.wanted, m_receiverTakes)};
 }
 
-void NetSnmpInformChannel::transmit() {
-    m_asking = false;
-    const FittedNotification trap = fitted();
-    if (trap.size() > LONGEST_MESSAGE) return finish(InformOutcome::Kind::Unsendable, tooLongText(trap));
-    m_cut = trap.cut();
-    PduPointer pdu = makeTrapPdu(trap.trap(), m_inform.upTime);
+NetSnmpInformChannel::Failure NetSnmpInformChannel::transmit(Passage& passage) {
+    passage.asking = false;
+    const FittedNotification trap = fitted(passage);
+    if (trap.size() > LONGEST_MESSAGE) return end(passage, InformOutcome::Kind::Unsendable, tooLongText(trap));
+    passage.cut = trap.cut();
+    PduPointer pdu = makeTrapPdu(trap.trap(), passage.inform.upTime);
     if (pdu) {
         pdu->command = SNMP_MSG_INFORM;
         pdu->flags |= UCD_MSG_FLAG_EXPECT_RESPONSE;
-        pdu->reqid = static_cast<long>(m_inform.number & REQUEST_IDS);
+        pdu->reqid = static_cast<long>(passage.inform.number & REQUEST_IDS);
     }
     if (isV3()) {
         Expected<InformUsers::Hold> user = m_users.acquire(m_engine, m_peer);
         if (!user) {
-            forgetEngine();
-            return finish(InformOutcome::Kind::Failed, user.failure());
+            passage.engineTurn = m_engineTurn;
+            forgetEngine(passage);
+            return end(passage, InformOutcome::Kind::Failed, user.failure());
         }
         m_user = *std::move(user);
         if (pdu) {
@@ -180,32 +222,41 @@ void NetSnmpInformChannel::transmit() {
             if (!complete) pdu.reset();
         }
     }
-    hand(std::move(pdu));
+    return hand(passage, std::move(pdu));
 }
 
-void NetSnmpInformChannel::hand(PduPointer pdu) {
-    if (!pdu) return finish(InformOutcome::Kind::Failed, "no memory");
+NetSnmpInformChannel::Failure NetSnmpInformChannel::hand(Passage& passage, PduPointer pdu) {
+    if (!pdu) return end(passage, InformOutcome::Kind::Failed, "no memory");
     const bool isInform = pdu->command == SNMP_MSG_INFORM;
-    if (snmp_async_send(m_session.get(), pdu.get(), &NetSnmpInformChannel::answered, this) == 0) {
+    const Cookie cookie = m_lastCookie + 1;
+    m_session->timeout = static_cast<long>(std::chrono::microseconds(passage.patience).count());
+    // A number that is never followed: the library may tell of a message when nothing else knows it any more.
+    void* const magic = reinterpret_cast<void*>(cookie);  // NOLINT(performance-no-int-to-ptr)
+    if (snmp_async_send(m_session.get(), pdu.get(), &NetSnmpInformChannel::answered, magic) == 0) {
         char* text = nullptr;
         int systemError = 0;
         int snmpError = 0;
         snmp_error(m_session.get(), &systemError, &snmpError, &text);
         const bool unsendable = isInform && isFaultOfPdu(snmpError, systemError);
-        return finish(unsendable ? InformOutcome::Kind::Unsendable : InformOutcome::Kind::Failed, takeErrorText(text));
+        return end(passage, unsendable ? InformOutcome::Kind::Unsendable : InformOutcome::Kind::Failed,
+                   takeErrorText(text));
     }
     (void)pdu.release();  // the library has it
-    m_wasSent = m_wasSent || isInform;
+    m_lastCookie = passage.latest = cookie;
+    passage.messages[passage.sent++ % passage.messages.size()] = cookie;
+    passage.engineTurn = m_engineTurn;
+    passage.answers = m_answers;
+    passage.wasSent = passage.wasSent || isInform;
+    return std::nullopt;
 }
 
 // Called by the library, which is at work with this session: needs no memory, and leaves the rest to outcome().
-int NetSnmpInformChannel::answered(int operation, netsnmp_session*, int, netsnmp_pdu* pdu, void* self) {
-    auto& channel = *static_cast<NetSnmpInformChannel*>(self);
+int NetSnmpInformChannel::answered(int operation, netsnmp_session* session, int, netsnmp_pdu* pdu, void* cookie) {
+    auto& channel = *static_cast<NetSnmpInformChannel*>(session->myvoid);
     const bool received = operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE;
     // Others tell of what the library does by itself, or of a failure that send() returns.
     if (channel.m_closing || (!received && operation != NETSNMP_CALLBACK_OP_TIMED_OUT)) return 1;
     Arrival arrival;
-    arrival.ofQuestion = channel.m_asking;
     arrival.timedOut = !received;
     if (received) {
         channel.noteSize(*pdu);
@@ -217,56 +268,74 @@ int NetSnmpInformChannel::answered(int operation, netsnmp_session*, int, netsnmp
             std::copy_n(pdu->securityEngineID, arrival.engineLength, arrival.engine.begin());
         }
     }
-    channel.m_arrival = arrival;
-    channel.m_arrived();
+    channel.arrive(reinterpret_cast<Cookie>(cookie), arrival);
     return 1;
 }
 
+// An answer counts whichever message it is to; that a message had none only when no other followed it.
+void NetSnmpInformChannel::arrive(Cookie cookie, const Arrival& arrival) {
+    if (!arrival.timedOut) ++m_answers;
+    for (Passage& passage : m_underWay) {
+        const bool isLatest = passage.latest == cookie;
+        const auto& all = passage.messages;
+        if (!isLatest && (arrival.timedOut || std::find(all.begin(), all.end(), cookie) == all.end())) continue;
+        if (passage.arrival && passage.arrival->command == SNMP_MSG_RESPONSE) continue;
+        passage.arrival = arrival;
+        passage.arrival->ofQuestion = isLatest && passage.asking;
+        m_arrived();
+    }
+}
+
 const InformOutcome* NetSnmpInformChannel::outcome() {
-    if (m_arrival) {
-        goOn(*m_arrival);
-        m_arrival.reset();
+    for (auto at = m_underWay.begin(); at != m_underWay.end();) {
+        const auto passage = at++;
+        if (!passage->arrival) continue;
+        passage->outcome = goOn(*passage, *passage->arrival);
+        passage->arrival.reset();
+        if (passage->outcome) m_ended.splice(m_ended.end(), m_underWay, passage);
     }
-    return m_outcome ? &*m_outcome : nullptr;
+    return m_ended.empty() ? nullptr : &*m_ended.front().outcome;
 }
 
-void NetSnmpInformChannel::goOn(const Arrival& arrival) {
+NetSnmpInformChannel::Failure NetSnmpInformChannel::goOn(Passage& passage, const Arrival& arrival) {
     if (arrival.timedOut) {
-        forgetEngine();
-        finish(InformOutcome::Kind::NoAnswer);
-    } else if (arrival.ofQuestion) {
-        takeEngine(arrival);
-    } else if (arrival.command == SNMP_MSG_REPORT) {
-        takeReport(arrival.reportType);
-    } else {
-        takeAnswer(arrival);
+        if (passage.answers == m_answers) forgetEngine(passage);  // else it answers, and one datagram was lost
+        return end(passage, InformOutcome::Kind::NoAnswer);
     }
+    if (arrival.ofQuestion) return takeEngine(passage, arrival);
+    if (arrival.command == SNMP_MSG_REPORT) return takeReport(passage, arrival.reportType);
+    return takeAnswer(passage, arrival);
 }
 
-void NetSnmpInformChannel::takeAnswer(const Arrival& answer) {
+NetSnmpInformChannel::Failure NetSnmpInformChannel::takeAnswer(const Passage& passage, const Arrival& answer) {
     if (answer.command != SNMP_MSG_RESPONSE) {
-        finish(InformOutcome::Kind::Failed, "the receiver answers with something else than a response");
-    } else if (answer.errorStatus != SNMP_ERR_NOERROR) {
-        finish(InformOutcome::Kind::Refused, snmp_errstring(static_cast<int>(answer.errorStatus)));
-    } else {
-        finish(InformOutcome::Kind::Acknowledged);
+        return end(passage, InformOutcome::Kind::Failed, "the receiver answers with something else than a response");
     }
+    if (answer.errorStatus != SNMP_ERR_NOERROR) {
+        return end(passage, InformOutcome::Kind::Refused, snmp_errstring(static_cast<int>(answer.errorStatus)));
+    }
+    return end(passage, InformOutcome::Kind::Acknowledged);
 }
 
 // The receiver's engine does not take the message as it is.
-void NetSnmpInformChannel::takeReport(int type) {
-    forgetEngine();
+NetSnmpInformChannel::Failure NetSnmpInformChannel::takeReport(Passage& passage, int type) {
     const bool isOther = type == SNMPERR_UNKNOWN_ENG_ID || type == SNMPERR_NOT_IN_TIME_WINDOW;
-    if (isOther && !m_asked && m_engine.empty()) return ask();
-    finish(InformOutcome::Kind::Failed, std::string("the receiver reports: ") + snmp_api_errstring(type));
+    const bool isForgotten = passage.engineTurn != m_engineTurn;  // for the report on another inform
+    forgetEngine(passage);
+    if (isOther && !passage.asked && (m_engine.empty() || isForgotten)) {
+        Failure failure = begin(passage);
+        passage.asked = true;
+        return failure;
+    }
+    return end(passage, InformOutcome::Kind::Failed, std::string("the receiver reports: ") + snmp_api_errstring(type));
 }
 
-void NetSnmpInformChannel::takeEngine(const Arrival& answer) {
+NetSnmpInformChannel::Failure NetSnmpInformChannel::takeEngine(Passage& passage, const Arrival& answer) {
     if (answer.command != SNMP_MSG_REPORT || answer.engineLength == 0) {
-        return finish(InformOutcome::Kind::Failed, "the receiver does not report its engine ID");
+        return end(passage, InformOutcome::Kind::Failed, "the receiver does not report its engine ID");
     }
     m_engine.assign(answer.engine.begin(), answer.engine.begin() + answer.engineLength);
-    transmit();
+    return transmit(passage);
 }
 
 void NetSnmpInformChannel::noteSize(const netsnmp_pdu& pdu) {
@@ -274,18 +343,20 @@ void NetSnmpInformChannel::noteSize(const netsnmp_pdu& pdu) {
     m_receiverTakes = std::min(LONGEST_MESSAGE, static_cast<std::size_t>(pdu.msgMaxSize));
 }
 
-// What is known of its time goes, and its ID, unless the configuration has it.
-void NetSnmpInformChannel::forgetEngine() {
-    if (!isV3() || m_engine.empty()) return;
+// What is known of its time goes, and its ID, unless the configuration has it. What was found out since the message was
+// sent stays.
+void NetSnmpInformChannel::forgetEngine(const Passage& passage) {
+    if (!isV3() || m_engine.empty() || passage.engineTurn != m_engineTurn) return;
     if (m_engine != ownEngineId()) {
         free_enginetime(reinterpret_cast<unsigned char*>(m_engine.data()), m_engine.size());
     }
+    ++m_engineTurn;
     m_user.reset();
     m_engine = m_peer.engineId;
 }
 
-void NetSnmpInformChannel::finish(InformOutcome::Kind kind, const std::string& text) {
-    m_outcome = InformOutcome{kind, m_wasSent, text, m_cut};
+InformOutcome NetSnmpInformChannel::end(const Passage& passage, InformOutcome::Kind kind, const std::string& text) {
+    return {kind, passage.wasSent, text, passage.cut, passage.inform.number};
 }
 
 }  // namespace

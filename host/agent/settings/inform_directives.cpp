@@ -298,6 +298,7 @@ struct PolicyWord {
 
 const PolicyWord POLICY_WORDS[] = {
     {"vrxInformQueue", "number", 1, LARGEST_QUEUE, [](InformPolicy& p, unsigned int v) { p.queueLimit = v; }},
+    {"vrxInformWindow", "number", 1, LARGEST_INFORM_WINDOW, [](InformPolicy& p, unsigned int v) { p.window = v; }},
     {"vrxInformRetry", "milliseconds", 1, LONGEST_WAIT,
      [](InformPolicy& p, unsigned int v) { p.firstRetry = std::chrono::milliseconds(v); }},
     {"vrxInformBackoff", "milliseconds", 1, LONGEST_WAIT,

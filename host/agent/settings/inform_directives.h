@@ -3,9 +3,10 @@
 //     informsink HOST [COMMUNITY [PORT]]
 //     trapsess -Ci [ARGUMENTS OF SNMPCMD] HOST[:PORT]
 //
-// and those that set what the lines after them get: vrxInformTraps, vrxInformQueue, vrxInformRetry, vrxInformBackoff.
-// The first two replace the library's own, which would open sessions and discover engine IDs while everything
-// waits, and whose parser exits the process on some lines. A trapsess without -Ci is a fault.
+// and those that set what the lines after them get: vrxInformTraps, vrxInformQueue, vrxInformWindow,
+// vrxInformRetry, vrxInformBackoff. The first two replace the library's own, which would open sessions and discover
+// engine IDs while everything waits, and whose parser exits the process on some lines. A trapsess without -Ci is a
+// fault.
 //
 // Threads: agent thread only.
 #pragma once

@@ -1,18 +1,22 @@
 // A transport that keeps informs instead of sending them, and says of them what the test wants.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
 #include <new>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "host/agent/informs/inform_sender.h"
+#include "host/notification_log/tamrel_notifications.h"
 #include "tests/agent/trap_test_tools.h"
 
 namespace vrx {
@@ -41,10 +45,24 @@ struct FakeInforms : InformTransport {
             std::optional<InformOutcome> outcome;
             if (answer != transport.answers.end()) outcome = answer->second;
             transport.sent[port].push_back({inform.number, inform.trap->oid.back(), patience, wanted});
-            given = std::move(outcome);
-            if (given) arrived();
+            underWay.push_back(inform.number);
+            if (outcome) give(inform.number, std::move(*outcome));
         }
-        const InformOutcome* outcome() override { return given ? &*given : nullptr; }
+        bool sendAgain(std::uint64_t number) override {
+            if (transport.sendsWithoutMemory > 0 && transport.sendsWithoutMemory-- > 0) throw std::bad_alloc();
+            transport.sentAgain[port].push_back(number);
+            return true;
+        }
+        const InformOutcome* outcome() override { return given.empty() ? nullptr : &given.front(); }
+        void forget() override { given.pop_front(); }
+        void give(std::uint64_t number, InformOutcome outcome) {
+            const auto at = std::find(underWay.begin(), underWay.end(), number);
+            if (at == underWay.end()) throw std::logic_error("not under way");
+            underWay.erase(at);
+            outcome.number = number;
+            given.push_back(std::move(outcome));
+            arrived();
+        }
         std::string engine() const override {
             if (transport.enginesWithoutMemory > 0 && transport.enginesWithoutMemory-- > 0) throw std::bad_alloc();
             return version == 3 ? "80001f" : "";
@@ -53,7 +71,8 @@ struct FakeInforms : InformTransport {
         unsigned int port;
         unsigned int version;
         std::function<void()> arrived;
-        std::optional<InformOutcome> given;  // of the inform that was sent last
+        std::vector<std::uint64_t> underWay;  // numbers, in the order in which they were sent
+        std::deque<InformOutcome> given;
     };
 
     Expected<std::unique_ptr<InformChannel>> open(const InformPeer& peer, const std::string& address,
@@ -62,11 +81,10 @@ struct FakeInforms : InformTransport {
         if (openFails) return Unexpected{"no socket"};
         return std::make_unique<Channel>(*this, peer, std::move(arrived));
     }
-    // The outcome of the inform that is under way, and the sender's turn after it.
-    void finish(unsigned int port, InformOutcome::Kind kind) {
-        Channel& channel = *channels.at(port);
-        channel.given = {kind, true, ""};
-        channel.arrived();
+    // The outcome of the inform that has been under way for longest, and the sender's turn after it.
+    void finish(unsigned int port, InformOutcome::Kind kind) { finish(port, channels.at(port)->underWay.at(0), kind); }
+    void finish(unsigned int port, std::uint64_t number, InformOutcome::Kind kind) {
+        channels.at(port)->give(number, {kind, true, ""});
         agent_check_and_process(0);
     }
     std::vector<unsigned long> events(unsigned int port) {
@@ -75,7 +93,8 @@ struct FakeInforms : InformTransport {
         return all;
     }
 
-    std::map<unsigned int, std::vector<Sent>> sent;  // by port, as the next two
+    std::map<unsigned int, std::vector<Sent>> sent;                // by port, as the next three
+    std::map<unsigned int, std::vector<std::uint64_t>> sentAgain;  // while they were under way
     std::map<unsigned int, InformOutcome> answers;
     std::map<unsigned int, Channel*> channels;
     std::vector<std::string> opened;
@@ -93,6 +112,24 @@ inline InformDestination receiver(unsigned int port, const std::string& host = "
     destination.policy.firstRetry = std::chrono::milliseconds(1);
     destination.policy.longestBackoff = std::chrono::milliseconds(4);
     return destination;
+}
+
+// A trap about an alarm, numbered like trapNumbered().
+inline std::shared_ptr<const Notification> alarmTrap(unsigned long number, std::uint32_t serial,
+                                                     const std::string& location, std::uint64_t alarm = 1) {
+    auto trap = std::make_shared<Notification>(*trapNumbered(number));
+    const auto bind = [&trap](unsigned int place, unsigned char type, std::uint64_t value, const std::string& octets) {
+        OidVector name = parseOid(tamrel_notification::COMMON_BASE);
+        name.insert(name.end(), {place, 0});
+        trap->bindings.push_back({name, {type, value, octets}});
+    };
+    constexpr unsigned char OCTETS = 0x04;
+    constexpr unsigned char UNSIGNED = 0x42;
+    constexpr unsigned char COUNTER64 = 0x46;
+    bind(tamrel_notification::LOCATION, OCTETS, 0, location);
+    bind(tamrel_notification::SERIAL, UNSIGNED, serial, "");
+    bind(tamrel_notification::ALARM, COUNTER64, alarm, "");
+    return trap;
 }
 
 }  // namespace vrx

@@ -91,6 +91,23 @@ std::vector<unsigned long> numbersTo(unsigned long last) {
 
 }  // namespace
 
+TEST_F(InformQueueTest, InformsBehindTheFirstAreGivenAndRemovedAndStayAwayAfterARestart) {
+    for (unsigned long long event = 1; event <= 5; ++event) add(NMS, event);
+    ASSERT_TRUE(waitUntil([&] { return m_settled == 5; }));
+    const std::uint64_t first = m_queue->first(NMS)->number;
+    const std::optional<Inform> second = m_queue->first(NMS, first);
+    ASSERT_TRUE(second.has_value());
+    EXPECT_EQ(second->trap->oid.back(), 2U);
+    m_queue->remove(NMS, second->number);
+    EXPECT_EQ(m_queue->first(NMS)->number, first);
+    EXPECT_EQ(m_queue->first(NMS, first)->trap->oid.back(), 3U);
+    EXPECT_FALSE(m_queue->first(NMS, first + 4).has_value());
+    m_queue->remove(NMS, second->number);  // it is not there
+    m_queue.reset();
+    open();
+    EXPECT_THAT(drain(NMS), ElementsAre(1, 3, 4, 5));
+}
+
 TEST_F(InformQueueTest, InformsComeOutAsTheyWentInForEachReceiverByItself) {
     EXPECT_EQ(add(NMS, 1), Added::Waiting);
     EXPECT_EQ(add(OTHER, 1), Added::Waiting);
@@ -105,7 +122,7 @@ TEST_F(InformQueueTest, TheFirstInformStaysUntilItIsRemoved) {
     ASSERT_TRUE(waitUntil([&] { return m_queue->first(NMS).has_value(); }));
     const std::uint64_t number = m_queue->first(NMS)->number;
     EXPECT_EQ(m_queue->first(NMS)->number, number);
-    m_queue->remove(NMS, number + 1);  // not the first one: nothing
+    m_queue->remove(NMS, number + 2);  // there is none: nothing
     EXPECT_EQ(m_queue->first(NMS)->number, number);
     EXPECT_EQ(m_queue->standing(NMS).waiting, 2U);
 }

@@ -65,8 +65,7 @@ protected:
             const std::uint64_t before = settled(status().counters);
             const InformCounters counted = status().counters;
             FakeInforms::Channel& channel = *m_transport.channels.at(PORT);
-            channel.given = outcome;
-            channel.arrived();
+            channel.give(channel.underWay.at(0), outcome);
             testing::internal::CaptureStderr();
             failing_memory::failAt(n);
             agent_check_and_process(0);

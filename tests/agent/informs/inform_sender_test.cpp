@@ -5,7 +5,9 @@
 
 #include <filesystem>
 #include <map>
+#include <set>
 #include <stdexcept>
+#include <string>
 
 #include "tests/agent/informs/fake_informs.h"
 
@@ -46,6 +48,34 @@ protected:
         }
         m_sender->submit({event, 0}, *all, chosen, std::move(trap), [this] { ++m_settled; });
     }
+    // Of an alarm at this place, with a serial number of its own.
+    void submitAlarm(unsigned long long event, const std::string& location) {
+        submit(event, alarmTrap(event, static_cast<std::uint32_t>(event), location));
+    }
+    // A receiver whose window is open, and nothing under way.
+    void openWindow(const InformDestination& destination, unsigned long long before = 1000) {
+        m_sender->setDestinations({destination}, true);
+        const unsigned int port = destination.peer.port;
+        acknowledgeAll(port);
+        for (unsigned long long event = before; event < before + 100; ++event) {
+            submitAlarm(event, "slot " + std::to_string(event));
+        }
+        ASSERT_TRUE(turnUntil([&] { return status().counters.waiting == 0; }));
+        m_transport.answers.clear();
+        m_transport.sent.clear();
+    }
+    std::uint64_t numberOf(unsigned int port, unsigned long event) {
+        for (const auto& sent : m_transport.sent[port]) {
+            if (sent.event == event) return sent.number;
+        }
+        return 0;
+    }
+    static InformDestination patient(unsigned int window = 32) {
+        InformDestination destination = receiver(2001);
+        destination.policy.firstRetry = destination.policy.longestBackoff = std::chrono::hours(1);
+        destination.policy.window = window;
+        return destination;
+    }
     InformDestinationStatus status(std::size_t place = 0) { return m_sender->status().destinations.at(place); }
     static std::uint64_t dropped(const InformCounters& counters, InformDrop reason) {
         return counters.dropped[static_cast<std::size_t>(reason)];
@@ -79,6 +109,114 @@ TEST_F(InformSenderTest, InformsGoOutOneAfterTheOther) {
     m_transport.finish(2001, Kind::Acknowledged);
     EXPECT_EQ(status().counters.acknowledged, 2U);
     EXPECT_EQ(status().state, InformState::Answering);
+    expectBalance();
+}
+
+TEST_F(InformSenderTest, SeveralAreUnderWayButOnlyOneOfEachAlarm) {
+    openWindow(patient());
+    submitAlarm(2001, "slot 1");
+    submitAlarm(2002, "slot 1");
+    submitAlarm(2003, "slot 2");
+    submitAlarm(2004, "slot 1");
+    submitAlarm(2005, "slot 3");
+    ASSERT_TRUE(turnUntil([&] { return m_transport.sent[2001].size() == 3; }));
+    EXPECT_THAT(m_transport.events(2001), ElementsAre(2001, 2003, 2005));
+    m_transport.finish(2001, numberOf(2001, 2005), Kind::Acknowledged);
+    m_transport.finish(2001, numberOf(2001, 2003), Kind::Acknowledged);
+    EXPECT_EQ(m_transport.sent[2001].size(), 3U);
+    m_transport.finish(2001, numberOf(2001, 2001), Kind::NoAnswer);
+    m_transport.finish(2001, numberOf(2001, 2001), Kind::Acknowledged);
+    m_transport.finish(2001, numberOf(2001, 2002), Kind::Refused);  // settled, too
+    m_transport.finish(2001, numberOf(2001, 2004), Kind::Acknowledged);
+    EXPECT_THAT(m_transport.events(2001), ElementsAre(2001, 2003, 2005, 2001, 2002, 2004));
+    EXPECT_EQ(status().counters.waiting, 0U);
+    expectBalance();
+}
+
+TEST_F(InformSenderTest, AReloadChangesTheWindow) {
+    openWindow(patient(4));
+    for (unsigned long long event = 2001; event <= 2100; ++event) submitAlarm(event, std::to_string(event));
+    ASSERT_TRUE(turnUntil([&] { return m_settled == 200 && m_transport.sent[2001].size() == 4; }));
+    EXPECT_EQ(m_transport.channels.at(2001)->underWay.size(), 4U);
+    m_sender->setDestinations({patient(2)}, true);
+    m_transport.finish(2001, Kind::Acknowledged);
+    m_transport.finish(2001, Kind::Acknowledged);
+    EXPECT_EQ(m_transport.sent[2001].size(), 4U);
+    m_transport.finish(2001, Kind::Acknowledged);
+    EXPECT_EQ(m_transport.sent[2001].size(), 5U);
+    m_sender->setDestinations({patient(32)}, true);
+    acknowledgeAll(2001);
+    while (!m_transport.channels.at(2001)->underWay.empty()) m_transport.finish(2001, Kind::Acknowledged);
+    ASSERT_TRUE(turnUntil([&] { return status().counters.waiting == 0; }));
+    EXPECT_EQ(m_transport.opened.size(), 1U);
+    expectBalance();
+}
+
+TEST_F(InformSenderTest, WhatOthersOvertookIsSentAgainAndSettledOnce) {
+    openWindow(patient());
+    for (unsigned long long event = 2001; event <= 2030; ++event) submitAlarm(event, std::to_string(event));
+    ASSERT_TRUE(turnUntil([&] { return m_transport.sent[2001].size() == 30; }));
+    m_transport.sendsWithoutMemory = 2;  // the turn that sends it again is taken again
+    for (unsigned long event = 2002; event <= 2018; ++event) {
+        m_transport.finish(2001, numberOf(2001, event), Kind::Acknowledged);
+    }
+    ASSERT_TRUE(turnUntil([&] { return !m_transport.sentAgain[2001].empty(); }));
+    EXPECT_THAT(m_transport.sentAgain[2001], ElementsAre(numberOf(2001, 2001)));
+    EXPECT_EQ(status().counters.resent, 1U);
+    while (!m_transport.channels.at(2001)->underWay.empty()) m_transport.finish(2001, Kind::Acknowledged);
+    EXPECT_EQ(status().counters.acknowledged, 130U);
+    EXPECT_EQ(status().counters.sent, 130U);
+    EXPECT_EQ(status().state, InformState::Answering);
+    expectBalance();
+}
+
+TEST_F(InformSenderTest, OneUnansweredInformAmongAnsweredOnesDoesNotMakeAReceiverSilent) {
+    openWindow(patient());
+    for (unsigned long long event = 2001; event <= 2003; ++event) submitAlarm(event, std::to_string(event));
+    ASSERT_TRUE(turnUntil([&] { return m_transport.sent[2001].size() == 3; }));
+    m_transport.finish(2001, numberOf(2001, 2002), Kind::Acknowledged);
+    m_transport.finish(2001, numberOf(2001, 2001), Kind::NoAnswer);
+    EXPECT_EQ(status().state, InformState::Answering);
+    m_transport.finish(2001, numberOf(2001, 2003), Kind::Acknowledged);
+    m_transport.finish(2001, numberOf(2001, 2001), Kind::NoAnswer);
+    EXPECT_EQ(status().state, InformState::Answering);
+    m_transport.finish(2001, numberOf(2001, 2001), Kind::NoAnswer);
+    EXPECT_EQ(status().state, InformState::Silent);
+}
+
+TEST_F(InformSenderTest, RepeatedWaitsAreShorterByUpToAnEighth) {
+    InformDestination destination = receiver(2001);
+    destination.policy.firstRetry = milliseconds(8000);
+    destination.policy.longestBackoff = milliseconds(16000);
+    m_sender->setDestinations({destination}, true);
+    submit(1);
+    ASSERT_TRUE(turnUntil([&] { return m_transport.sent[2001].size() == 1; }));
+    std::set<milliseconds> waits;
+    for (int i = 0; i < 50; ++i) {
+        m_transport.finish(2001, Kind::NoAnswer);
+        const milliseconds wait = m_transport.sent[2001].back().patience;
+        EXPECT_GE(wait, milliseconds(14000));
+        EXPECT_LE(wait, milliseconds(16000));
+        waits.insert(wait);
+    }
+    EXPECT_EQ(m_transport.sent[2001].front().patience, milliseconds(8000));
+    EXPECT_GT(waits.size(), 10U);
+}
+
+TEST_F(InformSenderTest, AnotherLifeSendsWhatWasUnderWayAndNotWhatWasAcknowledgedMeanwhile) {
+    openWindow(patient());
+    for (unsigned long long event = 2001; event <= 2010; ++event) submitAlarm(event, std::to_string(event));
+    ASSERT_TRUE(turnUntil([&] { return m_transport.sent[2001].size() == 10; }));
+    for (const unsigned long event : {2002UL, 2005UL, 2010UL}) {
+        m_transport.finish(2001, numberOf(2001, event), Kind::Acknowledged);
+    }
+    m_sender->stop();
+    m_transport.sent.clear();
+    acknowledgeAll(2001);
+    start();
+    m_sender->setDestinations({patient()}, true);
+    ASSERT_TRUE(turnUntil([&] { return status().counters.acknowledged == 7; }));
+    EXPECT_THAT(m_transport.events(2001), ElementsAre(2001, 2003, 2004, 2006, 2007, 2008, 2009));
     expectBalance();
 }
 

@@ -111,14 +111,17 @@ TEST_F(InformDirectivesTest, ArgumentsAreThoseOfSnmpcmd) {
 TEST_F(InformDirectivesTest, OurWordsHoldForTheLinesAfterThem) {
     read(
         "informsink 192.0.2.1 c\n"
-        "vrxInformTraps 3\nvrxInformQueue 50\nvrxInformRetry 200\nvrxInformBackoff 5000\n"
+        "vrxInformTraps 3\nvrxInformQueue 50\nvrxInformWindow 8\n"
+        "vrxInformRetry 200\nvrxInformBackoff 5000\n"
         "informsink 192.0.2.2 c\n"
         "vrxInformTraps 4\n"
         "trapsess -Ci -v2c -c c 192.0.2.3\n");
     ASSERT_EQ(m_words.destinations.size(), 3U);
     EXPECT_EQ(policy(0).trapType, 1U);
     EXPECT_EQ(policy(1).trapType, 3U);
+    EXPECT_EQ(policy(0).window, 32U);
     EXPECT_EQ(policy(1).queueLimit, 50U);
+    EXPECT_EQ(policy(1).window, 8U);
     EXPECT_EQ(policy(1).firstRetry, milliseconds(200));
     EXPECT_EQ(policy(1).longestBackoff, milliseconds(5000));
     EXPECT_EQ(policy(2).trapType, 4U);
