@@ -240,7 +240,7 @@ class ScreenTest(unittest.TestCase):
             self.assertEqual(terminal.wait_end(), 0)
 
     def test_terminals_that_are_not_known(self):
-        for kind in ("no-such-terminal", ""):
+        for kind in ("no-such-terminal", "", "dumb"):
             with Terminal(command(self.system), environment={"TERM": kind}) as terminal:
                 self.assertEqual(terminal.wait_end(), os.EX_DATAERR)
                 self.assertIn("--lines", terminal.text())

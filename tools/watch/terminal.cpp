@@ -13,6 +13,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "tools/watch/terminal_type.h"
 #include "tools/watch/text_columns.h"
 
 namespace vrx {
@@ -73,10 +74,10 @@ Terminal::Terminal(bool colours) : m_state(std::make_unique<State>()) {
     const sigset_t signals = signalSet();
     pthread_sigmask(SIG_BLOCK, &signals, &m_maskBefore);
     m_signals = FileDescriptor(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
-    m_state->screen = m_signals ? ::newterm(nullptr, stdout, stdin) : nullptr;
+    m_state->screen = m_signals && isScreenTerminal() ? ::newterm(nullptr, stdout, stdin) : nullptr;
     if (m_state->screen == nullptr) {
         pthread_sigmask(SIG_SETMASK, &m_maskBefore, nullptr);
-        throw std::runtime_error("the type of this terminal (TERM) is not known; --lines does without");
+        throw std::runtime_error("the type of this terminal (TERM) is none of a screen; --lines does without");
     }
     ::cbreak();
     ::noecho();
