@@ -42,7 +42,7 @@ std::string reason() {
 }
 
 // A line of its own within a message.
-std::string oneLine(std::string text) {
+std::string inOneLine(std::string text) {
     std::replace(text.begin(), text.end(), '\n', ' ');
     return text;
 }
@@ -103,7 +103,7 @@ void ServiceManager::tell(const std::string& message) const {
 }
 
 void ServiceManager::ready(const std::string& status) const {
-    tell("READY=1\nSTATUS=" + oneLine(status));
+    tell("READY=1\nSTATUS=" + inOneLine(status));
 }
 
 void ServiceManager::reloading() const {

@@ -33,12 +33,8 @@ std::vector<std::string> split(const std::string& text, char separator) {
     return pieces;
 }
 
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 bool isNumber(const std::string& text) {
-    return !text.empty() && std::all_of(text.begin(), text.end(), isDigit);
+    return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
 bool isOid(const std::string& text) {

@@ -9,9 +9,8 @@ namespace vrx {
 
 namespace {
 
-constexpr char VERSION = 1;
+constexpr char ENTRY_VERSION = 1;
 constexpr std::uint64_t SHORTEST_NAME = 2;
-constexpr std::uint64_t MAX_UNSIGNED32 = std::numeric_limits<std::uint32_t>::max();
 constexpr std::size_t ADDRESS_BYTES = 4;
 
 constexpr unsigned int GROUP_BITS = 7;
@@ -152,7 +151,7 @@ private:
 }  // namespace
 
 std::string bytesOf(const Notification& trap) {
-    std::string bytes(1, VERSION);
+    std::string bytes(1, ENTRY_VERSION);
     putName(bytes, trap.oid.data(), trap.oid.size());
     putNumber(bytes, trap.bindings.size());
     for (const NotificationBinding& binding : trap.bindings) {
@@ -168,7 +167,7 @@ std::optional<Notification> trapFrom(std::string_view bytes) {
     unsigned char version = 0;
     Notification trap;
     std::uint64_t count = 0;
-    const bool begins = reader.takeByte(version) && version == VERSION && reader.takeName(trap.oid) &&
+    const bool begins = reader.takeByte(version) && version == ENTRY_VERSION && reader.takeName(trap.oid) &&
                         trap.oid.size() != 1 && reader.takeNumber(count);
     constexpr std::size_t SMALLEST_BINDING = 4;
     if (!begins || count > reader.left() / SMALLEST_BINDING) return std::nullopt;

@@ -10,7 +10,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::system_clock;
 
-constexpr std::uint64_t VERSION = 1;
+constexpr std::uint64_t STORE_VERSION = 1;
 
 // Numbers are never given twice, also when the entries are gone (AUTOINCREMENT).
 constexpr const char* SCHEMA =
@@ -78,7 +78,7 @@ std::uint64_t versionOf(const SqliteDatabase& database) {
 
 SqliteDatabase openForWriting(const std::string& path) {
     SqliteDatabase database(path);
-    if (versionOf(database) > VERSION) throw SqliteError(path + ": of a younger version of this program");
+    if (versionOf(database) > STORE_VERSION) throw SqliteError(path + ": of a younger version of this program");
     database.execute(SCHEMA);
     return database;
 }
@@ -152,7 +152,7 @@ void NotificationLogFile::append(const std::vector<LoggedNotification>& entries,
 }
 
 NotificationLogReader::NotificationLogReader(const std::string& path) : m_database(SqliteDatabase::readOnly(path)) {
-    if (versionOf(m_database) != VERSION) throw SqliteError(path + ": no notification log of this version");
+    if (versionOf(m_database) != STORE_VERSION) throw SqliteError(path + ": no notification log of this version");
 }
 
 void NotificationLogReader::list(const NotificationLogFilter& filter,

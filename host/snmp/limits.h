@@ -2,10 +2,14 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <limits>
 
 namespace vrx {
 
 constexpr unsigned int SNMPV3 = 3;  // as destinations count versions, from 1 on; Net-SNMP's SNMP_VERSION_1 is 0
+
+constexpr std::uint64_t MAX_UNSIGNED32 = std::numeric_limits<std::uint32_t>::max();
 
 constexpr unsigned int HIGHEST_PORT = 65535;
 

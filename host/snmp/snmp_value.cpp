@@ -1,17 +1,11 @@
 #include "host/snmp/snmp_value.h"
 
 #include <cstdint>
-#include <limits>
 
+#include "host/snmp/limits.h"
 #include "host/snmp/net_snmp.h"
 
 namespace vrx {
-
-namespace {
-
-constexpr std::uint64_t MAX_UNSIGNED32 = std::numeric_limits<std::uint32_t>::max();
-
-}  // namespace
 
 bool setVarbind(netsnmp_variable_list* varbind, unsigned char type, std::uint64_t number, std::string_view octets) {
     switch (type) {

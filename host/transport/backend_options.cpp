@@ -10,7 +10,7 @@ namespace vrx {
 
 namespace {
 
-constexpr char SECTION[] = "BACKEND";
+constexpr char BACKEND_SECTION[] = "BACKEND";
 constexpr char DEFAULT_ADDRESS[] = "unix:state/backend.sock";
 
 constexpr unsigned long long LONGEST_DEADLINE_MS = 60'000;
@@ -23,14 +23,14 @@ constexpr unsigned long long MOST_CONNECTIONS = 32;  // the backend serves sever
 unsigned long long backendNumber(const std::string& key, unsigned long long standard, unsigned long long least,
                                  unsigned long long most) {
     std::string text;
-    CVRXXmlConfig::instance()->getDeviceItem(SECTION, key, text);
+    CVRXXmlConfig::instance()->getDeviceItem(BACKEND_SECTION, key, text);
     if (text.empty()) return standard;
     unsigned long long number = 0;
     const char* end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, number);
     if (error != std::errc() || stop != end || number < least || number > most)
-        throw std::invalid_argument("device configuration: " + std::string(SECTION) + "/" + key + " is \"" + text +
-                                    "\", which is no number from " + std::to_string(least) + " to " +
+        throw std::invalid_argument("device configuration: " + std::string(BACKEND_SECTION) + "/" + key + " is \"" +
+                                    text + "\", which is no number from " + std::to_string(least) + " to " +
                                     std::to_string(most));
     return number;
 }
@@ -38,7 +38,7 @@ unsigned long long backendNumber(const std::string& key, unsigned long long stan
 BackendOptions BackendOptions::fromDevice() {
     BackendOptions options;
     std::string address;
-    CVRXXmlConfig::instance()->getDeviceItem(SECTION, "ADDRESS", address);
+    CVRXXmlConfig::instance()->getDeviceItem(BACKEND_SECTION, "ADDRESS", address);
     options.address = parseLocalAddress(address.empty() ? DEFAULT_ADDRESS : address, VRX_Utility::getVRXRootEnv());
 
     const auto deadline = static_cast<unsigned long long>(options.callDeadline.count());

@@ -10,7 +10,7 @@ namespace vrx {
 
 namespace {
 
-constexpr char SECTION[] = "COMMAND";
+constexpr char COMMAND_SECTION[] = "COMMAND";
 
 struct CommandKey {
     const char* key;
@@ -28,13 +28,13 @@ constexpr CommandKey COMMAND_KEYS[] = {
 
 unsigned long long readCode(const std::string& key) {
     std::string value;
-    CVRXXmlConfig::instance()->getDeviceItem(SECTION, key, value);
+    CVRXXmlConfig::instance()->getDeviceItem(COMMAND_SECTION, key, value);
     unsigned long long code = 0;
     const char* end = value.data() + value.size();
     const auto [stop, error] = std::from_chars(value.data(), end, code);
     if (error != std::errc() || stop != end || code == 0)
-        throw std::invalid_argument("device configuration: " + std::string(SECTION) + "/" + key + " is \"" + value +
-                                    "\", which is no command code");
+        throw std::invalid_argument("device configuration: " + std::string(COMMAND_SECTION) + "/" + key + " is \"" +
+                                    value + "\", which is no command code");
     return code;
 }
 

@@ -5,13 +5,13 @@
 #include <vector>
 
 #include "host/agent/delivery/notification_pdu.h"
+#include "host/snmp/limits.h"
 
 namespace vrx {
 
 namespace {
 
 constexpr unsigned char SEQUENCE = ASN_SEQUENCE | ASN_CONSTRUCTOR;
-constexpr std::uint64_t MAX_UNSIGNED32 = std::numeric_limits<std::uint32_t>::max();
 
 // The library checks the first two sub-identifiers, which share a number, and the size of the others.
 bool writeName(BerWriter& out, const oid* name, std::size_t length) {

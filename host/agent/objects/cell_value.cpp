@@ -6,6 +6,7 @@
 #include <cstring>
 #include <limits>
 
+#include "host/snmp/limits.h"
 #include "vrxpub/vrx_little_endian.h"
 
 namespace vrx {
@@ -13,8 +14,6 @@ namespace vrx {
 static_assert(NO_VALUE == ASN_NULL);
 
 namespace {
-
-constexpr std::uint64_t MAX_UNSIGNED32 = std::numeric_limits<std::uint32_t>::max();
 
 struct Number {
     std::uint64_t bits;

@@ -12,12 +12,11 @@
 #include <system_error>
 
 #include "host/base/whole_file.h"
+#include "host/snmp/limits.h"
 
 namespace vrx {
 
 namespace {
-
-constexpr long long MAX_UNSIGNED32 = std::numeric_limits<unsigned int>::max();
 
 struct BaseType {
     const char* name;  // as smidump spells it

@@ -25,7 +25,7 @@ Value dropsOf(const InformCounters& counters) {
 }
 
 // clang-format off
-const StatusItem<Destination> DESTINATIONS[] = {
+const StatusItem<Destination> INFORM_DESTINATIONS[] = {
     {{"destination", Kind::Label, "destination"}, [](const Destination& d) -> Value { return d.name; }},
     {{"address"}, [](const Destination& d) -> Value { return d.address; }},
     {{"port"}, [](const Destination& d) -> Value { return d.port; }},
@@ -41,7 +41,7 @@ const StatusItem<Destination> DESTINATIONS[] = {
 };
 
 // Of receivers that are gone, added up.
-const StatusItem<InformCounters> FORMER[] = {
+const StatusItem<InformCounters> FORMER_INFORMS[] = {
     {{"", Kind::Label, "destination"}, [](const InformCounters&) -> Value { return "former"; }},
 };
 
@@ -73,11 +73,13 @@ const StatusItem<InformCounters> COUNTERS[] = {
 StatusSection informsStatus(const InformStatus& informs) {
     std::vector<InformCounters> counters;
     for (const Destination& destination : informs.destinations) counters.push_back(destination.counters);
-    return joined(statusSection("informs", DESTINATIONS, informs.destinations), statusSection("", COUNTERS, counters));
+    return joined(statusSection("informs", INFORM_DESTINATIONS, informs.destinations),
+                  statusSection("", COUNTERS, counters));
 }
 
 StatusSection formerInformsStatus(const InformStatus& informs) {
-    return joined(statusSection("former_informs", FORMER, informs.former), statusSection("", COUNTERS, informs.former));
+    return joined(statusSection("former_informs", FORMER_INFORMS, informs.former),
+                  statusSection("", COUNTERS, informs.former));
 }
 
 }  // namespace vrx

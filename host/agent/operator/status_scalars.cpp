@@ -30,12 +30,12 @@ struct Facts {
     TrapCounters traps;
 };
 
-struct Value {
+struct ScalarValue {
     std::uint64_t number = 0;
     std::string octets;  // instead, of OCTET STRINGs
 };
 
-using Result = std::optional<Value>;  // nothing: there is no such instance now
+using Result = std::optional<ScalarValue>;  // nothing: there is no such instance now
 
 struct Scalar {
     oid group;
@@ -65,12 +65,12 @@ Result dateOf(const std::optional<Moment>& moment) {
     if (!moment) return std::nullopt;
     Snmp_pp::OctetStr octets;
     CSnmpUtil::convertTime2DateTime(octets, std::chrono::system_clock::to_time_t(moment->time));
-    return Value{0, {reinterpret_cast<const char*>(octets.data()), octets.len()}};
+    return ScalarValue{0, {reinterpret_cast<const char*>(octets.data()), octets.len()}};
 }
 
 template <FaultLevel LEVEL>
 Result alarmsOf(const Facts& facts) {
-    return Value{facts.alarms.of(LEVEL), {}};
+    return ScalarValue{facts.alarms.of(LEVEL), {}};
 }
 
 constexpr oid GROUP_ALARMS = 1;
@@ -80,21 +80,21 @@ constexpr std::array GROUPS = {GROUP_ALARMS, GROUP_BACKEND, GROUP_TRAPS};
 
 // clang-format off
 const Scalar SCALARS[] = {
-    {GROUP_ALARMS,  1, ASN_GAUGE,     [](const Facts& f) -> Result { return Value{f.alarms.active, {}}; }},
+    {GROUP_ALARMS,  1, ASN_GAUGE,     [](const Facts& f) -> Result { return ScalarValue{f.alarms.active, {}}; }},
     {GROUP_ALARMS,  2, ASN_GAUGE,     alarmsOf<FaultLevel::Critical>},
     {GROUP_ALARMS,  3, ASN_GAUGE,     alarmsOf<FaultLevel::Major>},
     {GROUP_ALARMS,  4, ASN_GAUGE,     alarmsOf<FaultLevel::Minor>},
     {GROUP_ALARMS,  5, ASN_GAUGE,     alarmsOf<FaultLevel::Warning>},
-    {GROUP_ALARMS,  6, ASN_COUNTER,   [](const Facts& f) -> Result { return Value{f.alarms.changes, {}}; }},
-    {GROUP_ALARMS,  7, ASN_TIMETICKS, [](const Facts& f) -> Result { return Value{f.alarms.lastChange ? timeStampOf(*f.alarms.lastChange) : 0, {}}; }},
+    {GROUP_ALARMS,  6, ASN_COUNTER,   [](const Facts& f) -> Result { return ScalarValue{f.alarms.changes, {}}; }},
+    {GROUP_ALARMS,  7, ASN_TIMETICKS, [](const Facts& f) -> Result { return ScalarValue{f.alarms.lastChange ? timeStampOf(*f.alarms.lastChange) : 0, {}}; }},
     {GROUP_ALARMS,  8, ASN_OCTET_STR, [](const Facts& f) -> Result { return dateOf(f.alarms.lastChange); }},
-    {GROUP_ALARMS,  9, ASN_COUNTER64, [](const Facts& f) -> Result { return Value{f.alarms.lastEvent, {}}; }},
-    {GROUP_BACKEND, 1, ASN_INTEGER,   [](const Facts& f) -> Result { return Value{f.alarms.connected ? CONNECTED : AWAY, {}}; }},
-    {GROUP_BACKEND, 2, ASN_TIMETICKS, [](const Facts& f) -> Result { return Value{timeStampOf(f.alarms.since), {}}; }},
-    {GROUP_BACKEND, 3, ASN_COUNTER,   [](const Facts& f) -> Result { return Value{f.alarms.connections, {}}; }},
-    {GROUP_TRAPS,   1, ASN_COUNTER,   [](const Facts& f) -> Result { return Value{f.traps.sent, {}}; }},
-    {GROUP_TRAPS,   2, ASN_COUNTER,   [](const Facts& f) -> Result { return Value{f.traps.droppedInAll(), {}}; }},
-    {GROUP_TRAPS,   3, ASN_GAUGE,     [](const Facts& f) -> Result { return Value{f.traps.waiting, {}}; }},
+    {GROUP_ALARMS,  9, ASN_COUNTER64, [](const Facts& f) -> Result { return ScalarValue{f.alarms.lastEvent, {}}; }},
+    {GROUP_BACKEND, 1, ASN_INTEGER,   [](const Facts& f) -> Result { return ScalarValue{f.alarms.connected ? CONNECTED : AWAY, {}}; }},
+    {GROUP_BACKEND, 2, ASN_TIMETICKS, [](const Facts& f) -> Result { return ScalarValue{timeStampOf(f.alarms.since), {}}; }},
+    {GROUP_BACKEND, 3, ASN_COUNTER,   [](const Facts& f) -> Result { return ScalarValue{f.alarms.connections, {}}; }},
+    {GROUP_TRAPS,   1, ASN_COUNTER,   [](const Facts& f) -> Result { return ScalarValue{f.traps.sent, {}}; }},
+    {GROUP_TRAPS,   2, ASN_COUNTER,   [](const Facts& f) -> Result { return ScalarValue{f.traps.droppedInAll(), {}}; }},
+    {GROUP_TRAPS,   3, ASN_GAUGE,     [](const Facts& f) -> Result { return ScalarValue{f.traps.waiting, {}}; }},
 };
 // clang-format on
 
@@ -119,7 +119,7 @@ oid lastOf(oid group) {
 }
 
 // False without memory.
-bool setValue(netsnmp_variable_list* varbind, unsigned char type, const Value& value) {
+bool setValue(netsnmp_variable_list* varbind, unsigned char type, const ScalarValue& value) {
     constexpr std::uint64_t LOW = 0xFFFF'FFFF;
     if (type == ASN_OCTET_STR) {
         return snmp_set_var_typed_value(varbind, type, value.octets.data(), value.octets.size()) == 0;
