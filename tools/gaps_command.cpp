@@ -12,6 +12,7 @@
 
 #include "host/command_line/option_parser.h"
 #include "tools/terminal_text.h"
+#include "tools/time_text.h"
 #include "tools/trap_log.h"
 
 namespace vrx {
@@ -24,20 +25,6 @@ constexpr int SOME = 1;
 constexpr int UNKNOWN = 2;
 
 constexpr const char* STANDARD_INPUT = "-";
-
-// Local time, as the log has it; RFC 3339 in UTC.
-std::string timeText(std::time_t time) {
-    std::tm parts{};
-    ::localtime_r(&time, &parts);
-    char text[32];
-    return {text, std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts)};
-}
-std::string utcText(std::time_t time) {
-    std::tm parts{};
-    ::gmtime_r(&time, &parts);
-    char text[32];
-    return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts)};
-}
 
 bool readLog(const std::string& name, TrapLogReader& reader) {
     if (name == STANDARD_INPUT) return reader.read(std::cin);
@@ -62,7 +49,7 @@ void printGaps(std::ostream& out, const GapReport& report) {
     };
     if (!report.gaps.empty()) row("FROM", "TO", "AGENT", "DESTINATION", "MISSING", "OF");
     for (const TrapGap& gap : report.gaps) {
-        row(timeText(gap.from), timeText(gap.to), terminalText(gap.address), gap.destination, gap.missing, gap.sent);
+        row(localTime(gap.from), localTime(gap.to), terminalText(gap.address), gap.destination, gap.missing, gap.sent);
     }
     if (report.missing == 0) {
         out << fmt::format("none of {} traps is missing\n", report.sent);
@@ -74,8 +61,8 @@ void printGaps(std::ostream& out, const GapReport& report) {
 void printGapsAsJson(std::ostream& out, const GapReport& report) {
     nlohmann::json gaps = nlohmann::json::array();
     for (const TrapGap& gap : report.gaps) {
-        gaps.push_back({{"from", utcText(gap.from)},
-                        {"to", utcText(gap.to)},
+        gaps.push_back({{"from", utcTime(gap.from)},
+                        {"to", utcTime(gap.to)},
                         {"address", gap.address},
                         {"engine", gap.engine},
                         {"destination", gap.destination},

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "host/notification_log/notification_texts.h"
+#include "tools/time_text.h"
 #include "tools/trap_texts.h"
 
 namespace vrx {
@@ -107,7 +108,7 @@ void TrapStream::addEntry(const LoggedNotification& entry, std::string& lines) c
     lines += jsonLine("notification", jsonOf(entry),
                       {{"id", fmt::format("{}-{}", entry.number, entry.time.time_since_epoch().count())},
                        {"type", fmt::format("vrx.notification.{}", kindText(entry))},
-                       {"time", utcText(entry.time)},
+                       {"time", utcTime(entry.time)},
                        {"subject", std::to_string(entry.serial)}});
 }
 
@@ -119,7 +120,7 @@ void TrapStream::addGap(std::uint64_t gone, std::uint64_t next, std::string& lin
     lines += jsonLine("gap", {{"after", *m_after}, {"next", next}, {"gone", gone}},
                       {{"id", fmt::format("gap-{}-{}", *m_after, next)},
                        {"type", "vrx.notification.gap"},
-                       {"time", utcText(system_clock::now())}});
+                       {"time", utcTime(system_clock::now())}});
 }
 
 void TrapStream::addNewLog(std::string& lines) const {
@@ -131,7 +132,7 @@ void TrapStream::addNewLog(std::string& lines) const {
     lines += jsonLine("new-log", {{"after", *m_after}},
                       {{"id", fmt::format("new-log-{}-{}", *m_after, now.time_since_epoch().count())},
                        {"type", "vrx.notification.new-log"},
-                       {"time", utcText(now)}});
+                       {"time", utcTime(now)}});
 }
 
 // `attributes`: what a CloudEvent says besides.

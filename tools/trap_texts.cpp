@@ -10,13 +10,11 @@
 #include "host/notification_log/notification_texts.h"
 #include "host/snmp/hexadecimal.h"
 #include "tools/terminal_text.h"
+#include "tools/time_text.h"
 
 namespace vrx {
 
 using nlohmann::json;
-using std::chrono::milliseconds;
-using std::chrono::seconds;
-using std::chrono::system_clock;
 
 namespace {
 
@@ -38,17 +36,6 @@ bool isText(std::string octets) {
     return terminalLines(octets) == octets;
 }
 
-// Local time, with milliseconds.
-std::string timeText(system_clock::time_point time) {
-    const std::time_t whole = system_clock::to_time_t(std::chrono::floor<seconds>(time));
-    std::tm parts{};
-    ::localtime_r(&whole, &parts);
-    char text[32];
-    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
-    const auto rest = std::chrono::duration_cast<milliseconds>(time - std::chrono::floor<seconds>(time));
-    return fmt::format("{}.{:03}", std::string(text, length), rest.count());
-}
-
 // For a terminal, in one line.
 std::string lineOf(std::string text) {
     std::replace_if(
@@ -57,16 +44,6 @@ std::string lineOf(std::string text) {
 }
 
 }  // namespace
-
-std::string utcText(system_clock::time_point time) {
-    const std::time_t whole = system_clock::to_time_t(std::chrono::floor<seconds>(time));
-    std::tm parts{};
-    ::gmtime_r(&whole, &parts);
-    char text[32];
-    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-    const auto rest = std::chrono::duration_cast<milliseconds>(time - std::chrono::floor<seconds>(time));
-    return fmt::format("{}.{:03}Z", std::string(text, length), rest.count());
-}
 
 std::string joined(const std::vector<std::string>& names) {
     std::string text;
@@ -123,7 +100,7 @@ json valueJson(const SnmpValue& value) {
 
 json jsonOf(const LoggedNotification& entry) {
     json object = {{"number", entry.number},
-                   {"time", utcText(entry.time)},
+                   {"time", utcTime(entry.time)},
                    {"event", entry.sequence},
                    {"alarmId", entry.alarmId},
                    {"serial", entry.serial},
@@ -158,7 +135,7 @@ std::string trapTableHead() {
 TrapTexts trapTexts(const LoggedNotification& entry) {
     const std::string because = becauseText(entry);
     return {
-        timeText(entry.time),           kindText(entry),
+        localTime(entry.time),          kindText(entry),
         levelText(entry).value_or("-"), trapText(entry),
         joined(entry.destinations),     lineOf(descriptionOf(entry)) + (because.empty() ? "" : " (" + because + ")")};
 }

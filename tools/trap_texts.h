@@ -4,7 +4,6 @@
 // Threads: any.
 #pragma once
 
-#include <chrono>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
@@ -34,8 +33,7 @@ std::string trapTableRow(const LoggedNotification& entry);
 nlohmann::json jsonOf(const LoggedNotification& entry);
 std::string dumped(const nlohmann::json& document, int indent = -1);  // in one line without an indent
 
-std::string utcText(std::chrono::system_clock::time_point time);  // RFC 3339
-std::string joined(const std::vector<std::string>& names);        // "1,3"
+std::string joined(const std::vector<std::string>& names);  // "1,3"
 
 // Of a binding: the type's SMI name, and the value in one form for each type.
 std::string typeText(unsigned char type);

@@ -1,20 +1,16 @@
 #include "tools/watch/change_lines.h"
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <utility>
 
 #include "tools/terminal_text.h"
+#include "tools/time_text.h"
 
 namespace vrx {
 
 namespace {
-
-std::string timeText(Watched::Time time) {
-    return fmt::format("{:%Y-%m-%d %H:%M:%S}", fmt::localtime(std::chrono::system_clock::to_time_t(time)));
-}
 
 // What is in one list and not in the other.
 template <typename List>
@@ -87,7 +83,7 @@ std::vector<std::string> ChangeLines::next(std::shared_ptr<const Watched> watche
             addDropped(*watched);
         }
     }
-    const std::string time = timeText(watched->at) + " ";
+    const std::string time = localTime(std::chrono::system_clock::to_time_t(watched->at)) + " ";
     for (std::string& line : m_lines) line = terminalText(line).insert(0, time);
     m_last = std::move(watched);
     return std::exchange(m_lines, {});

@@ -1,6 +1,5 @@
 #include "tools/watch/screen.h"
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -8,6 +7,7 @@
 #include <utility>
 
 #include "host/base/utf8.h"
+#include "tools/time_text.h"
 #include "tools/watch/text_columns.h"
 
 namespace vrx {
@@ -33,16 +33,17 @@ const std::vector<std::string> HELP = {
     "> at the end of a line: it goes on, Enter shows all of it",
 };
 
-std::string timeText(Watched::Time time) {
-    return fmt::format("{:%Y-%m-%d %H:%M:%S}", fmt::localtime(std::chrono::system_clock::to_time_t(time)));
+std::string dateText(Watched::Time time) {
+    return localTime(std::chrono::system_clock::to_time_t(time));
 }
 
 std::string clockText(Watched::Time time) {
-    return fmt::format("{:%H:%M:%S}", fmt::localtime(std::chrono::system_clock::to_time_t(time)));
+    const std::string date = dateText(time);
+    return date.substr(date.find(' ') + 1);
 }
 
 std::string raisedText(const ListedAlarm& alarm) {
-    return timeText(std::chrono::system_clock::from_time_t(static_cast<std::time_t>(alarm.raisedAt)));
+    return localTime(static_cast<std::time_t>(alarm.raisedAt));
 }
 
 Style styleOf(FaultLevel level) {
@@ -330,9 +331,9 @@ std::vector<ScreenLine> Screen::header(std::size_t columns) const {
     const auto age = [&now](const char* path) { return durationText(statusField(now.status, path)); };
 
     if (now.agentAwaySince) {
-        addWrapped(fmt::format("vrx-agentd away since {}: {}", timeText(*now.agentAwaySince), now.agentFault),
+        addWrapped(fmt::format("vrx-agentd away since {}: {}", dateText(*now.agentAwaySince), now.agentFault),
                    Style::Trouble);
-        if (now.statusAt) addWrapped("what follows is of " + timeText(*now.statusAt), Style::Plain);
+        if (now.statusAt) addWrapped("what follows is of " + dateText(*now.statusAt), Style::Plain);
     } else if (!now.statusAt) {
         addWrapped("asking the agent", Style::Plain);
     } else {
