@@ -275,6 +275,13 @@ TEST_F(ReplaceEnumTest, UnknownValueStaysAndIsLogged) {
                 ElementsAre("warn 0x1002E not found enum value literal desc of key DiskState_9 in map"));
 }
 
+TEST_F(ReplaceEnumTest, AValueLongerThanItsTypeIsLookedUpWhole) {
+    const std::string value(300, '1');
+    writeEnumerations("<enum_type name='A'><enum_member value='1'>short</enum_member><enum_member value='" + value +
+                      "'>long</enum_member></enum_type>");
+    EXPECT_THAT(replaced({value}, {{0, "A"}}), ElementsAre("long"));
+}
+
 TEST_F(ReplaceEnumTest, EntriesOfOnePositionApplyInOrder) {
     writeEnumerations(
         "<enum_type name='A'><enum_member value='1'>2</enum_member></enum_type>"
