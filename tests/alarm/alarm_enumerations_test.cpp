@@ -232,6 +232,10 @@ TEST_F(AlarmEnumerationsTest, ParamDescIsTracedAndReadFromACopyOfTheHosts) {
     pairs.clear();
     EXPECT_THROW(parser.parseAlarmParamEnumDescPair(text, pairs), CVRX_Exception);
     EXPECT_THAT(pairs, IsEmpty());
+    EXPECT_EQ(host.log().lines().back(), "trace leave " + signature + ": NOK");
+    EXPECT_THROW(parser.parseAlarmParamEnumDescPair(nullptr, pairs), CVRX_Exception);
+    EXPECT_EQ(host.log().lines().size(), 6U);
+    EXPECT_EQ(host.log().lines().back(), "trace leave " + signature + ": NOK");
 }
 
 TEST_F(AlarmEnumerationsTest, NullParamDescIsRefused) {
