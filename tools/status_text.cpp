@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "tools/agent_call.h"
+#include "tools/terminal_text.h"
 
 namespace vrx {
 
@@ -84,7 +85,7 @@ std::string countsText(const StatusJson& counts) {
 
 std::string statusText(const StatusJson& value) {
     if (value.is_null()) return "-";
-    if (value.is_string()) return value.get<std::string>().empty() ? "-" : value.get<std::string>();
+    if (value.is_string()) return value.get<std::string>().empty() ? "-" : terminalText(value.get<std::string>());
     if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
     if (value.is_number()) return plainNumber(value);
     if (isHistogram(value)) return timesOf(value);

@@ -49,6 +49,13 @@ std::string wordsOf(const std::string& line) {
 
 }  // namespace
 
+// A reason may quote a name or an answer of somebody else.
+TEST(StatusTables, TextsOfOthersDoNotReachTheTerminalAsTheyAre) {
+    EXPECT_EQ(tablesOf(R"({"agent":{"note":"red \u001b[31m\nline"}})"),
+              "agent\n"
+              "  note                 red \\x1B[31m\\x0Aline\n");
+}
+
 TEST(StatusTables, ASectionIsALineForEachField) {
     EXPECT_EQ(tablesOf(R"({"agent":{"version":"1.2","modules":["/a.so","/b.so"],"uptime_seconds":7,"age":0.123456,)"
                        R"("taken":true,"at":null,"note":""}})"),
