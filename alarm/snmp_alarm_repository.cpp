@@ -62,6 +62,7 @@ int CAlarmRepository_Singleton::deleteAlarm(u_int serialNo) {
         if (found != m_places.end()) {
             m_serialNumbers.erase(found->second);
             m_places.erase(found);
+            if (m_places.empty()) freePlaces();
             m_size.fetch_sub(1, std::memory_order_relaxed);
             return 0;
         }
@@ -74,7 +75,7 @@ int CAlarmRepository_Singleton::deleteAlarm(u_int serialNo) {
 int CAlarmRepository_Singleton::clearAllAlarmItems() {
     CVRXDebugKitGuard guard(TAMREL_LOG_MODULE, "int CAlarmRepository_Singleton::clearAllAlarmItems()"_scope);
     const Lock lock(m_oMutex);
-    m_places.clear();
+    freePlaces();
     m_serialNumbers.clear();
     m_size.store(0, std::memory_order_relaxed);
     return 0;
@@ -94,4 +95,9 @@ int CAlarmRepository_Singleton::getAllAlarmItems(SERIALNO_LIST& items) {
     guard.setResult(false);
     guard.error(LOGCODE_GENERAL, __FUNCTION__, __LINE__, "alarm repository is empty.");
     return -1;
+}
+
+// An empty repository has no memory: the table that a storm needed goes with its alarms.
+void CAlarmRepository_Singleton::freePlaces() {
+    std::unordered_map<u_int, SERIALNO_LIST::iterator>().swap(m_places);
 }

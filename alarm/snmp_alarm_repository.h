@@ -37,6 +37,8 @@ private:
     CAlarmRepository_Singleton() = default;
     ~CAlarmRepository_Singleton() = default;
 
+    void freePlaces();
+
     static std::atomic<CAlarmRepository_Singleton*> m_AlarmRep;
 
     SERIALNO_LIST m_serialNumbers;                                // unique, none is 0
