@@ -70,7 +70,9 @@ private:
     bool m_good = false;
 };
 
-BackendClient::BackendClient(const BackendOptions& options) : m_options(options) {}
+BackendClient::BackendClient(const BackendOptions& options) : m_options(options) {
+    m_idle.reserve(options.connections);  // a lease gives its connection back without memory
+}
 
 BackendClient& BackendClient::ofProcess() {
     static BackendClient client(optionsOfProcess());
