@@ -516,7 +516,7 @@ TEST_F(AlarmDefinitionsTest, LoadedInstanceNeedsNoLock) {
 
 TEST_F(AlarmDefinitionsTest, DestructionGoesOnWhenTheLockFails) {
     ACE_Thread_Mutex& mutex = load().*(&OpenParser::m_oMutex);
-    FailingLock::makeFail(mutex);  // goes with the instance
+    makeEveryLockFail(mutex);
     CAlarmConfigParser::destroy();
     EXPECT_EQ(host.log().lines().back(), "trace leave static void CAlarmConfigParser::destroy(): OK");
     EXPECT_EQ(loadFailure(), "");
