@@ -93,6 +93,11 @@ class Terminal:
         wait_for(lambda: text not in self.text(), "without " + text)
         return self.text()
 
+    def wipe(self):
+        """What is on the screen by now is no answer to what comes next."""
+        self.read()
+        self._screen.erase_in_display(2)
+
     def press(self, keys):
         os.write(self._main, keys.encode())
 
