@@ -12,8 +12,10 @@ Where programs and sources are comes from TAMREL_BUILD_DIR and TAMREL_SOURCE_DIR
 is another place of the programs alone: in a cross build, scripts that run them under an emulator.
 """
 
+import errno
 import glob
 import os
+import random
 import re
 import shutil
 import signal
@@ -53,11 +55,28 @@ class Failure(Exception):
     """A program of the system did not do what the test needs before it can begin."""
 
 
+_ports_taken = []  # each port's name, as a socket of that name: it goes with this process
+
+
 def free_port(kind=socket.SOCK_DGRAM):
-    """A loopback port that nobody uses now."""
-    with socket.socket(socket.AF_INET, kind) as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
+    """A loopback port that nobody uses, and no test is given again while this process lives.
+
+    It is none that the kernel gives to clients: one of those could be a manager's before the program under test has it.
+    """
+    for port in random.sample(range(10000, 32768), 1000):
+        name = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        try:
+            name.bind("\0vrx-test-port-%d" % port)
+            with socket.socket(socket.AF_INET, kind) as probe:
+                probe.bind(("127.0.0.1", port))
+        except OSError as failure:
+            name.close()
+            if failure.errno != errno.EADDRINUSE:
+                raise
+        else:
+            _ports_taken.append(name)
+            return port
+    raise Failure("1,000 ports are in use")
 
 
 def wait_for(condition, what, seconds=START_SECONDS):
