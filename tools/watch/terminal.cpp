@@ -74,7 +74,10 @@ Terminal::Terminal(bool colours) : m_state(std::make_unique<State>()) {
     const sigset_t signals = signalSet();
     pthread_sigmask(SIG_BLOCK, &signals, &m_maskBefore);
     m_signals = FileDescriptor(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+    struct sigaction stopAction {};
+    ::sigaction(SIGTSTP, nullptr, &stopAction);
     m_state->screen = m_signals && isScreenTerminal() ? ::newterm(nullptr, stdout, stdin) : nullptr;
+    ::sigaction(SIGTSTP, &stopAction, nullptr);  // not the library's handler: see stop()
     if (m_state->screen == nullptr) {
         pthread_sigmask(SIG_SETMASK, &m_maskBefore, nullptr);
         throw std::runtime_error("the type of this terminal (TERM) is none of a screen; --lines does without");
