@@ -196,6 +196,15 @@ def draw():
     for level in range(max(levels.values()), -1, -1):
         for room in sorted(name for name in levels if levels[name] == level):
             print(f"{level:3}  {room:28} {tree.lines[room]:6}  -> {', '.join(sorted(table.rows[room])) or '-'}")
+    host = {room: lines for room, lines in tree.lines.items() if room.startswith("host/")}
+    largest = max(host, key=host.get)
+    print(f"largest room of the host: {largest}, {host[largest]} of {sum(host.values())} lines, "
+          f"{100 * host[largest] / sum(host.values()):.1f} %")
+    exceptions = [(owner, name) for owner, names in table.exceptions.items() for name in names]
+    upwards = [(owner, name) for owner, name in exceptions
+               if levels[room_of(name)] > levels[owner if owner in levels else room_of(owner)]]
+    print(f"{len(exceptions)} exceptions for single files, {len(upwards)} of them upwards: " +
+          ", ".join(f"{owner} -> {name}" for owner, name in upwards))
 
 
 if __name__ == "__main__":

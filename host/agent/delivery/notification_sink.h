@@ -1,7 +1,8 @@
 // Somewhere that the traps of alarm events go to: each sink has destinations of its own, among which the notification
 // handlers choose.
 //
-// Threads: destinations() from any; the rest from the event source's, one call at a time.
+// Threads: any, and one call of submit() at a time: of an event from the event source's, of what flapped from the agent
+// thread, of what is sent again from an operator's.
 #pragma once
 
 #include <functional>
