@@ -9,17 +9,18 @@ namespace vrx {
 
 namespace {
 
-using std::chrono::seconds;
-
-constexpr seconds UNTOLD_AGE{10};  // of rows that may have changed unheard
-constexpr seconds UNUSED_AGE{60};  // of rows that nobody asks for
-constexpr seconds PAUSE{1};        // between two readings, at least
-constexpr int SHARE = 5;           // times as long as the reading took: the backend has other work
+constexpr int SHARE = 5;  // a pause is that many times as long as the reading took: the backend has other work
 
 }  // namespace
 
-AlarmList::AlarmList(AgentLoop& loop, ManagedObject* table, std::function<bool()> told)
-    : m_table(table), m_told(std::move(told)), m_state(std::make_shared<State>()), m_unused(loop, [this] {
+AlarmList::AlarmList(AgentLoop& loop, ManagedObject* table, std::function<bool()> told, const AlarmListTimes& times,
+                     std::function<Clock::time_point()> now)
+    : m_table(table),
+      m_told(std::move(told)),
+      m_times(times),
+      m_now(std::move(now)),
+      m_state(std::make_shared<State>()),
+      m_unused(loop, [this] {
           m_state->last.rows = nullptr;
           ++m_state->last.number;
       }) {
@@ -29,8 +30,8 @@ AlarmList::AlarmList(AgentLoop& loop, ManagedObject* table, std::function<bool()
 AlarmReading AlarmList::current() {
     AlarmReading reading = m_state->last;
     reading.stale = m_table != nullptr && isStale();
-    m_unused.start(UNUSED_AGE);
-    if (reading.stale && !m_state->reading && Clock::now() >= m_state->next) read();
+    m_unused.start(m_times.unused);
+    if (reading.stale && !m_state->reading && m_now() >= m_state->next) read();
     return reading;
 }
 
@@ -38,19 +39,19 @@ bool AlarmList::isStale() const {
     const AlarmReading& last = m_state->last;
     if (last.rows == nullptr || !last.fault.empty()) return true;
     if (last.rows->changes() < m_table->snapshots().changes()) return true;
-    return !m_told() && Clock::now() - last.rows->taken() > UNTOLD_AGE;
+    return !m_told() && m_now() - last.rows->taken() > m_times.untold;
 }
 
 void AlarmList::read() {
-    const auto begun = Clock::now();
+    const auto begun = m_now();
     const auto time = std::chrono::system_clock::now();
     const std::weak_ptr<State> weak = m_state;
-    m_table->refresh([weak, begun, time](const ReadOutcome& outcome) {
+    m_table->refresh([this, weak, begun, time](const ReadOutcome& outcome) {
         const std::shared_ptr<State> state = weak.lock();
-        if (state == nullptr) return;
-        const auto now = Clock::now();
+        if (state == nullptr) return;  // so is the list
+        const auto now = m_now();
         state->reading = false;
-        state->next = now + std::max<Clock::duration>(PAUSE, SHARE * (now - begun));
+        state->next = now + std::max<Clock::duration>(m_times.pause, SHARE * (now - begun));
         AlarmReading& last = state->last;
         if (outcome.snapshot == nullptr && last.fault == outcome.failure) return;
         last.fault = outcome.failure;

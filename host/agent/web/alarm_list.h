@@ -27,19 +27,26 @@ struct AlarmReading {
     bool stale = true;                           // the alarms may have changed since
 };
 
+struct AlarmListTimes {
+    std::chrono::milliseconds untold{10'000};  // how old rows may get that may have changed unheard
+    std::chrono::milliseconds unused{60'000};  // how long rows are kept that nobody asks for
+    std::chrono::milliseconds pause{1'000};    // between two readings, at least
+};
+
 class AlarmList {
 public:
+    using Clock = std::chrono::steady_clock;
+
     // `table` may be null: no module has it. `told`: whether every change of the table is heard of. What is given
     // outlives the list.
-    AlarmList(AgentLoop& loop, ManagedObject* table, std::function<bool()> told);
+    AlarmList(AgentLoop& loop, ManagedObject* table, std::function<bool()> told, const AlarmListTimes& times = {},
+              std::function<Clock::time_point()> now = Clock::now);
     AlarmList(const AlarmList&) = delete;
     AlarmList& operator=(const AlarmList&) = delete;
 
     AlarmReading current();
 
 private:
-    using Clock = std::chrono::steady_clock;
-
     struct State {
         AlarmReading last;
         Clock::time_point next;  // no reading begins before
@@ -51,6 +58,8 @@ private:
 
     ManagedObject* const m_table;
     const std::function<bool()> m_told;
+    const AlarmListTimes m_times;
+    const std::function<Clock::time_point()> m_now;
     const std::shared_ptr<State> m_state;  // a reading may end after the list
     LoopTimer m_unused;                    // nobody looks any more
 };
