@@ -5,6 +5,7 @@ import contextlib
 import os
 import tempfile
 import unittest
+from xml.sax.saxutils import quoteattr
 
 from browser import Browser
 from export_test import alarm, definitions
@@ -112,7 +113,8 @@ class StatusPage(Looks):
                      "The disk in slot 7 of enclosure CTE0 cannot be used any more: it is not reachable.",
                      "What to do: Replace the disk in slot 7 of enclosure CTE0."):
             self.assertIn(text, shown)
-        browser.wait("document.title.startsWith('1 critical')")
+        browser.wait("document.title === '1 critical \u2013 vrx-storage'")
+        self.assertEqual(browser.text("h1"), ["vrx-storage"])
         browser.wait("document.getElementById('destinations').innerText.includes('2 sent')")
         browser.wait("document.getElementById('informs').innerText.includes('does not answer')")
         browser.wait("document.getElementById('notifications').innerText.includes('common trap to 1')")
@@ -155,6 +157,9 @@ class StatusPage(Looks):
         with open(system.path("conf", "alarm_definitions.xml"), encoding="utf-8") as file:
             shipped = file.read()
         system.write("conf/alarm_definitions.xml", shipped.replace("</eventDefinition>", "\n".join(own) + "</eventDefinition>", 1))
+        with open(system.path("conf", "device.xml"), encoding="utf-8") as file:
+            device = file.read()
+        system.write("conf/device.xml", device.replace('"vrx-storage"', quoteattr(HOSTILE[1]), 1))
         system.backend.start()
         system.agent.start()
         receiver = self.stack.enter_context(TrapReceiver())
@@ -164,6 +169,7 @@ class StatusPage(Looks):
         raise_many(system, [b"\xff\xfe\xed\xa0\x80,\x01\x1b[31m", b"%s,b" % (3000 * b"long ")], number=1 << 32 | OWN_NUMBER)
         self.open()
         self.wait_alarms(len(HOSTILE) + 2)
+        self.assertEqual(browser.evaluate("[document.title, document.querySelector('h1').textContent]"), 2 * [HOSTILE[1]])
         shown = "\n".join(browser.evaluate("Array.from(document.querySelectorAll('#list > li'), one => one.textContent)"))
         for text in HOSTILE:
             self.assertEqual(shown.count(text) >= 4, True, text)  # title, location, detail, advice

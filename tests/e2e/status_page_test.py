@@ -129,6 +129,7 @@ class Answers(unittest.TestCase):
             self.assertEqual({name: type(section) for name, section in shown.items()},
                              {name: type(section) for name, section in told.items()})
             self.assertEqual(shown["alarms"]["by_level"], told["alarms"]["by_level"])
+            self.assertEqual(shown["agent"]["system_name"], "vrx-storage")
 
     def test_malformed_requests_are_refused_and_the_next_is_answered(self):
         lines = [b"", b"\r\n", b"GET\r\n\r\n", b"GET / HTTP/9.9\r\n\r\n", b"\0\0\0\0\r\n\r\n", b"GET / HTTP/1.1\r\n\r\n",

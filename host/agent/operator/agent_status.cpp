@@ -1,3 +1,5 @@
+#include "platform/snmp_basic_impl.h"  // first: Net-SNMP's `oid` is a common name of parameters in SNMP++'s headers
+
 #include "host/agent/operator/agent_status.h"
 
 #include <unistd.h>
@@ -49,6 +51,7 @@ const StatusItem<AgentFacts> AGENT[] = {
     {{"version", Kind::Info, "vrx_agent_info", "The running agent: always 1."},
      [](const AgentFacts&) -> Value { return VRX_VERSION; }},
     {{"net_snmp", Kind::Info}, [](const AgentFacts&) -> Value { return netsnmp_get_version(); }},
+    {{"system_name"}, [](const AgentFacts&) -> Value { return GetSystemName(); }},
     {{"modules"}, modulesOf},
     {{"pid"}, [](const AgentFacts&) -> Value { return ::getpid(); }},
     {{"engine_id", Kind::Info}, [](const AgentFacts& f) -> Value { return f.engine.id; }},

@@ -103,7 +103,7 @@
     const text = troubles.slice(0, most).join("; ") + (troubles.length > most ? "; and " + (troubles.length - most) + " more" : "");
     byId("verdict").className = troubles.length > 0 ? "trouble" : "good";
     say(byId("verdict"), cut(text || "all is well"));
-    say(byId("about"), "version " + status.agent.version + ", up " + duration(status.agent.uptime_seconds) + "; seen at " + clock(new Date()));
+    say(byId("about"), "vrx-agentd " + status.agent.version + ", up " + duration(status.agent.uptime_seconds) + "; seen at " + clock(new Date()));
   };
 
   const showBackend = ({backend}) => {
@@ -231,12 +231,13 @@
     ...[["", one.location], ["", one.detail], ["What to do: ", one.advice]].filter(([, text]) => text !== "")
       .map(([title, text]) => make("p", {class: "text"}, title + text)));
 
-  const showCounts = ({alarms}) => {
+  const showCounts = ({agent, alarms}) => {
     for (const [level, number] of levelButtons) say(number, count(alarms.by_level[level]));
     const {critical, major} = alarms.by_level;
     const text = (critical > 0 ? critical + " critical, " : "") + (major > 0 ? major + " major, " : "");
-    const title = (text ? text.slice(0, -2) + " \u2013 " : "") + "vrx-agentd";
+    const title = (text ? text.slice(0, -2) + " \u2013 " : "") + cut(agent.system_name);
     if (document.title !== title) document.title = title;
+    say(byId("system"), cut(agent.system_name));
   };
   const showAlarms = (listed, status) => {
     const {rows, matching, alarms} = listed;
