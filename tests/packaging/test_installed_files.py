@@ -87,5 +87,26 @@ class InstalledFiles(Installation):
             self.assertTrue(self.at(variables[name]).exists(), name)
 
 
+class Documents(unittest.TestCase):
+    """Pages of docs/ that the packages install."""
+
+    def installed(self, package):
+        names = (SOURCE / "packaging/debian" / (package + ".docs")).read_text(encoding="utf-8").split()
+        return [SOURCE / name for name in names]
+
+    def test_pages_that_a_page_leads_to_are_installed_too(self):
+        pages = self.installed("vrx") + self.installed("libvrx-dev")
+        for page in pages:
+            links = re.findall(r"\]\(([a-z0-9-]+\.md)(?:#[^)]*)?\)", page.read_text(encoding="utf-8"))
+            self.assertEqual(sorted(set(links) - {one.name for one in pages}), [], page.name)
+
+    def test_pages_that_man_pages_name_are_installed_with_them(self):
+        pages = {"/usr/share/doc/vrx/" + page.name for page in self.installed("vrx")}
+        named = {path.replace("\\", "") for man in (SOURCE / "docs/man").iterdir()
+                 for path in re.findall(r"/usr/share/doc/vrx/[\w\\.-]+", man.read_text(encoding="utf-8"))}
+        self.assertIn("/usr/share/doc/vrx/receivers.md", named)
+        self.assertLessEqual(named, pages)
+
+
 if __name__ == "__main__":
     unittest.main()
