@@ -16,7 +16,7 @@ namespace vrx {
 
 namespace {
 
-const StatusJson STATUS = StatusJson::parse(
+const StatusJson WATCHED_STATUS = StatusJson::parse(
     R"({"agent":{"version":"1.2","pid":7,"uptime_seconds":93784,"last_reload_taken":true},)"
     R"("backend":{"connected":true,"since_seconds":1600.5},)"
     R"("alarms":{"active":3,"by_level":{"critical":1,"major":0,"minor":2,"warning":0},"last_change_seconds":7.5},)"
@@ -39,7 +39,8 @@ ListedAlarm alarm(std::uint32_t serial, const std::string& name, std::uint32_t l
 // Backend levels: 6 is critical, 5 major, 4 minor, 1 warning.
 const std::vector<ListedAlarm> ALARMS = {alarm(1, "Disk", 6, 100), alarm(2, "Fan", 1, 300), alarm(3, "Disk", 5, 200)};
 
-std::shared_ptr<Watched> watched(const StatusJson& status = STATUS, const std::vector<ListedAlarm>& alarms = ALARMS) {
+std::shared_ptr<Watched> watched(const StatusJson& status = WATCHED_STATUS,
+                                 const std::vector<ListedAlarm>& alarms = ALARMS) {
     auto made = std::make_shared<Watched>();
     made->at = std::chrono::system_clock::from_time_t(1000);
     made->statusAt = made->at;
@@ -172,16 +173,16 @@ TEST_F(WatchTest, WhatIsSelectedStaysSelectedWhenAlarmsCome) {
     EXPECT_EQ(selected(), "Slot 2");
     std::vector<ListedAlarm> more = ALARMS;
     more.push_back(alarm(4, "Disk", 6, 400));
-    screen.show(watched(STATUS, more));
+    screen.show(watched(WATCHED_STATUS, more));
     EXPECT_EQ(selected(), "Slot 4");  // the newest one again
     ASSERT_TRUE(screen.press({Key::Down, ""}));
     EXPECT_EQ(selected(), "Slot 2");
     more.push_back(alarm(5, "Disk", 6, 500));
-    screen.show(watched(STATUS, more));
+    screen.show(watched(WATCHED_STATUS, more));
     EXPECT_EQ(selected(), "Slot 2");
-    screen.show(watched(STATUS, {ALARMS[0]}));
+    screen.show(watched(WATCHED_STATUS, {ALARMS[0]}));
     EXPECT_EQ(selected(), "Slot 1");
-    screen.show(watched(STATUS, {}));
+    screen.show(watched(WATCHED_STATUS, {}));
     EXPECT_EQ(selected(), "");
     ASSERT_TRUE(screen.press({Key::Enter, ""}));
     ASSERT_TRUE(screen.press({Key::End, ""}));
@@ -210,7 +211,7 @@ TEST_F(WatchTest, ChangesAreLines) {
                                         "alarms active"}));
     EXPECT_EQ(next(changes, watched()), std::vector<std::string>());
 
-    auto found = watched(STATUS, {ALARMS[0], alarm(4, "a\x1B[2J", 6, 9)});
+    auto found = watched(WATCHED_STATUS, {ALARMS[0], alarm(4, "a\x1B[2J", 6, 9)});
     found->status["destinations"][0]["dropped"]["bad OID"] = 3;
     found->troubles = {"the backend is away"};
     EXPECT_EQ(next(changes, found),

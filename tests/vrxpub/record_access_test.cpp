@@ -6,7 +6,7 @@
 
 namespace {
 
-std::string bytesOf(const CTLVCell& cell) {
+std::string textOfCell(const CTLVCell& cell) {
     return {reinterpret_cast<const char*>(cell.data()), cell.length()};
 }
 
@@ -15,15 +15,15 @@ TEST(RecordAccess, NumbersAreWrittenLittleEndian) {
     tlv::setUint32(cell, 5, 0x01020304u);
     EXPECT_EQ(cell.tag(), 5);
     EXPECT_EQ(cell.type(), CTLVCell::TLV_TYPE_UINT);
-    EXPECT_EQ(bytesOf(cell), "\x04\x03\x02\x01");
+    EXPECT_EQ(textOfCell(cell), "\x04\x03\x02\x01");
     tlv::setUint64(cell, 6, 0x0102030405060708ull);
     EXPECT_EQ(cell.tag(), 6);
     EXPECT_EQ(cell.type(), CTLVCell::TLV_TYPE_UINT);
-    EXPECT_EQ(bytesOf(cell), "\x08\x07\x06\x05\x04\x03\x02\x01");
+    EXPECT_EQ(textOfCell(cell), "\x08\x07\x06\x05\x04\x03\x02\x01");
     tlv::setInt32(cell, 7, -2);
     EXPECT_EQ(cell.tag(), 7);
     EXPECT_EQ(cell.type(), CTLVCell::TLV_TYPE_INT);
-    EXPECT_EQ(bytesOf(cell), "\xFE\xFF\xFF\xFF");
+    EXPECT_EQ(textOfCell(cell), "\xFE\xFF\xFF\xFF");
 }
 
 TEST(RecordAccess, CellsAreAppendedInOrder) {
@@ -37,7 +37,7 @@ TEST(RecordAccess, CellsAreAppendedInOrder) {
     EXPECT_EQ(CTLVRecordV3::cellAt(first).length(), 8);
     EXPECT_EQ(CTLVRecordV3::cellAt(first->next_).tag(), 1);
     EXPECT_EQ(CTLVRecordV3::cellAt(first->next_).length(), 4);
-    EXPECT_EQ(bytesOf(record[3]), std::string("abc\0", 4));
+    EXPECT_EQ(textOfCell(record[3]), std::string("abc\0", 4));
     EXPECT_EQ(record[3].type(), CTLVCell::TLV_TYPE_STRING);
 }
 
