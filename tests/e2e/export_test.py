@@ -646,6 +646,15 @@ class ZabbixTest(Exported):
                           "TITLE": "vrxAlarmFaultTitle", "LEVEL": "vrxAlarmFaultLevel", "NUMBER": "vrxAlarmAlarmId",
                           "DETAIL": "vrxAlarmAdditionInfo"})
 
+    def test_triggers_of_several_items_name_items_of_the_template(self):
+        whole = self.whole()
+        keys = {item["key"] for item in whole["templates"][0]["items"]}
+        (trigger,) = whole["triggers"]
+        self.assertEqual(trigger["name"], "The alarm table cannot be read")
+        named = re.findall(r"/VRX storage system/(.*?),\{\$VRX", trigger["expression"])
+        self.assertEqual(len(named), 3)
+        self.assertLessEqual(set(named), keys)
+
     def test_traps_are_told_apart_as_numbers_and_as_names(self):
         patterns = {item["name"]: re.match(r'snmptrap\["(.*)"\]$', item["key"]).group(1)
                     for item in self.template()["items"] if item["type"] == "SNMP_TRAP"}

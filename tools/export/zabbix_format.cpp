@@ -322,6 +322,21 @@ std::string replaced(std::string text, const std::vector<std::pair<std::string, 
     return text;
 }
 
+// Of several items, so of none of them. It speaks only while agent and backend have been there all the time: else
+// others do.
+constexpr const char* TABLE_TRIGGER = R"(  triggers:
+    - uuid: 4473f9cfedaa4f299e4df80b78931681
+      expression: |
+        nodata(/VRX storage system/vrx.alarm.rows,{$VRX.GONE})=1 and
+        min(/VRX storage system/zabbix[host,snmp,available],{$VRX.GONE})=1 and
+        max(/VRX storage system/vrx.agent.backend.state,{$VRX.GONE})=1
+      name: 'The alarm table cannot be read'
+      priority: HIGH
+      description: 'The agent answers, but not for its alarms; problems of alarms show what was last known. Look at "vrxctl status" and the log there: the alarm definitions may be at fault.'
+      tags:
+        - {tag: scope, value: availability}
+)";
+
 // An OID as a regular expression finds it, also where Net-SNMP writes names for its first arcs.
 std::string oidPattern(std::string_view oid) {
     constexpr std::string_view ENTERPRISES = "1.3.6.1.4.1";
@@ -375,7 +390,7 @@ std::vector<ExportFile> zabbixFiles(const Catalogue& catalogue) {
                                                      {"AGENT_OBJECTS", snmp_object::AGENT_OBJECTS}});
     text += DISCOVERY;
     for (const Level& level : LEVELS) text += triggerPrototype(level);
-    return {{"vrx-zabbix.yaml", text + DISCOVERY_END + causes(catalogue) + VALUE_MAPS}};
+    return {{"vrx-zabbix.yaml", text + DISCOVERY_END + causes(catalogue) + VALUE_MAPS + TABLE_TRIGGER}};
 }
 
 }  // namespace vrx
