@@ -106,8 +106,7 @@ void checkDestinations(const Facts& facts, Report& report) {
         return;
     }
     if (facts.destinations->empty() && facts.directivesOf({"informsink", "trapsess"}).empty())
-        report.notChecked("trap destinations",
-                          "there is none: nobody is told of an alarm (docs/first-hour.md, step 4)");
+        report.notChecked("trap destinations", "there is none: nobody is told of an alarm (first-hour.md, step 4)");
     for (const auto& [number, row] : *facts.destinations)
         checkRow(subjectOf(std::to_string(number), row), row, facts, report);
 }

@@ -98,7 +98,7 @@ void checkListener(const std::string& text, const std::string& subject, const Fa
         case EADDRINUSE:
             if (runs || facts.agent.state == AgentFacts::State::Silent) return;
             report.fault(subject, "Another program has " + text + ".", "The agent does not start.",
-                         whoListens(listener) + "   # which? see docs/beside-snmpd.md for snmpd\n" + edit);
+                         whoListens(listener) + "   # which? see beside-snmpd.md for snmpd\n" + edit);
             return;
         case EADDRNOTAVAIL:
             report.fault(subject, "This machine does not have the address of " + text + ".",
