@@ -95,13 +95,13 @@ class Documents(unittest.TestCase):
         return [SOURCE / name for name in names]
 
     def test_pages_that_a_page_leads_to_are_installed_too(self):
-        pages = self.installed("vrx") + self.installed("libvrx-dev")
+        pages = self.installed("vrx-common") + self.installed("libvrx-dev")
         for page in pages:
             links = re.findall(r"\]\(([a-z0-9-]+\.md)(?:#[^)]*)?\)", page.read_text(encoding="utf-8"))
             self.assertEqual(sorted(set(links) - {one.name for one in pages}), [], page.name)
 
     def test_pages_that_man_pages_name_are_installed_with_them(self):
-        pages = {"/usr/share/doc/vrx/" + page.name for page in self.installed("vrx")}
+        pages = {"/usr/share/doc/vrx/" + page.name for page in self.installed("vrx-common")}
         named = {path.replace("\\", "") for man in (SOURCE / "docs/man").iterdir()
                  for path in re.findall(r"/usr/share/doc/vrx/[\w\\.-]+", man.read_text(encoding="utf-8"))}
         self.assertIn("/usr/share/doc/vrx/receivers.md", named)
