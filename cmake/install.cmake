@@ -35,7 +35,7 @@ foreach(page vrxctl.1 vrx-agentd.conf.5 vrx-alarm-definitions.5 vrx.7 vrx-agentd
     install(FILES docs/man/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
 endforeach()
 
-foreach(unit vrx-agentd vrx-backendd)
+foreach(unit vrx-agentd vrx-backendd vrx-stream@)
     configure_file(packaging/systemd/${unit}.service.in ${PROJECT_BINARY_DIR}/packaging/${unit}.service @ONLY)
     install(FILES ${PROJECT_BINARY_DIR}/packaging/${unit}.service DESTINATION ${TAMREL_UNIT_DIR})
 endforeach()

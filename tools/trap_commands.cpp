@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include "host/base/product_root.h"
 #include "host/command_line/option_parser.h"
@@ -17,7 +18,9 @@
 #include "host/notification_log/notification_texts.h"
 #include "host/snmp/hexadecimal.h"
 #include "tools/agent_call.h"
+#include "tools/syslog_line.h"
 #include "tools/terminal_text.h"
+#include "tools/trap_feed.h"
 #include "tools/trap_stream.h"
 #include "tools/trap_texts.h"
 
@@ -162,6 +165,11 @@ void TrapsCommand::define(OptionParser& command) {
     command.add("--after", after, "follow from the entry after this number on (default: from now on)");
     command.add("--cloudevents", source, "follow as CloudEvents 1.0 in JSON, with this as the source")
         .valueName("SOURCE");
+    command.add("--syslog", syslogHost, "follow as syslog messages (RFC 5424), with this as their host name")
+        .valueName("HOST");
+    command.add("--feed", feed,
+                "give the lines to this command of the shell, piece by piece, and again until it ends with 0");
+    command.add("--cursor", cursor, "of --feed: the file for the last number that the command has taken");
     show = &command.addCommand("show", "show one with all its variable bindings");
     show->add("NUMBER", number, "its number in the list").required();
     show->addFlag("--json", json, "as JSON");
@@ -180,24 +188,43 @@ int TrapsCommand::run() {
         if (!since.empty()) filter.since = momentOf(since, now);
         if (!until.empty()) filter.until = momentOf(until, now);
         if (!kind.empty()) filter.raised = kind == "raise";
-        if (follow || after || source) return runFollow();
+        if (follow || after || source || syslogHost || !feed.empty() || !cursor.empty()) return runFollow();
         json ? printTrapsAsJson(std::cout, filter) : printTraps(std::cout, filter);
     }
     return EX_OK;
 }
 
 int TrapsCommand::runFollow() {
-    if (!follow) throw std::invalid_argument("--after and --cloudevents are for --follow");
+    if (!follow) throw std::invalid_argument("--after, --cloudevents, --syslog, --feed and --cursor are for --follow");
     if (filter.until) throw std::invalid_argument("--follow has no end: no --until");
     if (after && filter.last) throw std::invalid_argument("either --after or --last");
+    if (json + source.has_value() + syslogHost.has_value() > 1) {
+        throw std::invalid_argument("one of --json, --cloudevents and --syslog");
+    }
     TrapStreamOptions options;
     options.path = logPath();
     options.filter = filter;
     options.after = after;
-    options.source = source.value_or("");
-    options.format = source ? TrapStreamFormat::CloudEvents : json ? TrapStreamFormat::Json : TrapStreamFormat::Table;
-    followTraps(std::cout, options);
-    return EX_OK;
+    if (json) options.format = TrapStreamFormat::Json;
+    if (source) {
+        options.format = TrapStreamFormat::CloudEvents;
+        options.source = *source;
+    }
+    if (syslogHost) {
+        if (!isSyslogHost(*syslogHost)) throw std::invalid_argument("\"" + *syslogHost + "\" is no host name");
+        options.format = TrapStreamFormat::Syslog;
+        options.source = *syslogHost;
+    }
+    if (feed.empty() && cursor.empty()) {
+        followTraps(std::cout, options);
+        return EX_OK;
+    }
+    if (feed.empty() || cursor.empty()) throw std::invalid_argument("--feed and --cursor belong together");
+    if (options.format == TrapStreamFormat::Table) {
+        throw std::invalid_argument("--feed needs --json, --cloudevents or --syslog");
+    }
+    if (filter.last) throw std::invalid_argument("--feed begins after the number in --cursor: no --last");
+    feedTraps(std::move(options), {feed, cursor});
 }
 
 }  // namespace vrx

@@ -49,6 +49,9 @@ struct TrapsCommand : Command {
     bool follow = false;
     std::optional<std::uint64_t> after;
     std::optional<std::string> source;
+    std::optional<std::string> syslogHost;
+    std::string feed;
+    std::string cursor;
 
 private:
     int runFollow();

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "host/notification_log/notification_texts.h"
+#include "tools/syslog_line.h"
 #include "tools/time_text.h"
 #include "tools/trap_texts.h"
 
@@ -105,11 +106,11 @@ void TrapStream::addEntry(const LoggedNotification& entry, std::string& lines) c
         lines += trapTableRow(entry);
         return;
     }
-    lines += jsonLine("notification", jsonOf(entry),
-                      {{"id", fmt::format("{}-{}", entry.number, entry.time.time_since_epoch().count())},
-                       {"type", fmt::format("vrx.notification.{}", kindText(entry))},
-                       {"time", utcTime(entry.time)},
-                       {"subject", std::to_string(entry.serial)}});
+    lines += line("notification", jsonOf(entry),
+                  {{"id", fmt::format("{}-{}", entry.number, entry.time.time_since_epoch().count())},
+                   {"type", fmt::format("vrx.notification.{}", kindText(entry))},
+                   {"time", utcTime(entry.time)},
+                   {"subject", std::to_string(entry.serial)}});
 }
 
 void TrapStream::addGap(std::uint64_t gone, std::uint64_t next, std::string& lines) const {
@@ -117,10 +118,10 @@ void TrapStream::addGap(std::uint64_t gone, std::uint64_t next, std::string& lin
         lines += fmt::format("({} entries before number {} are no longer in the log)\n", gone, next);
         return;
     }
-    lines += jsonLine("gap", {{"after", *m_after}, {"next", next}, {"gone", gone}},
-                      {{"id", fmt::format("gap-{}-{}", *m_after, next)},
-                       {"type", "vrx.notification.gap"},
-                       {"time", utcTime(system_clock::now())}});
+    lines += line("gap", {{"after", *m_after}, {"next", next}, {"gone", gone}},
+                  {{"id", fmt::format("gap-{}-{}", *m_after, next)},
+                   {"type", "vrx.notification.gap"},
+                   {"time", utcTime(system_clock::now())}});
 }
 
 void TrapStream::addNewLog(std::string& lines) const {
@@ -129,26 +130,29 @@ void TrapStream::addNewLog(std::string& lines) const {
         return;
     }
     const system_clock::time_point now = system_clock::now();
-    lines += jsonLine("new-log", {{"after", *m_after}},
-                      {{"id", fmt::format("new-log-{}-{}", *m_after, now.time_since_epoch().count())},
-                       {"type", "vrx.notification.new-log"},
-                       {"time", utcTime(now)}});
+    lines += line("new-log", {{"after", *m_after}},
+                  {{"id", fmt::format("new-log-{}-{}", *m_after, now.time_since_epoch().count())},
+                   {"type", "vrx.notification.new-log"},
+                   {"time", utcTime(now)}});
 }
 
 // `attributes`: what a CloudEvent says besides.
-std::string TrapStream::jsonLine(const char* type, const json& fields, const json& attributes) const {
-    json line = fields;
-    line["schema"] = SCHEMA;
-    line["type"] = type;
+std::string TrapStream::line(const char* type, const json& fields, const json& attributes) const {
+    if (m_options.format == TrapStreamFormat::Syslog) {
+        return syslogLine(m_options.source, type, attributes.at("time").get<std::string>(), fields) + "\n";
+    }
+    json document = fields;
+    document["schema"] = SCHEMA;
+    document["type"] = type;
     if (m_options.format == TrapStreamFormat::CloudEvents) {
         json event = attributes;
         event["specversion"] = "1.0";
         event["source"] = m_options.source;
         event["datacontenttype"] = "application/json";
-        event["data"] = std::move(line);
-        line = std::move(event);
+        event["data"] = std::move(document);
+        document = std::move(event);
     }
-    return dumped(line) + "\n";
+    return dumped(document) + "\n";
 }
 
 void followTraps(std::ostream& out, const TrapStreamOptions& options) {

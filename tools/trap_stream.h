@@ -23,14 +23,14 @@
 
 namespace vrx {
 
-enum class TrapStreamFormat { Table, Json, CloudEvents };
+enum class TrapStreamFormat { Table, Json, CloudEvents, Syslog };
 
 struct TrapStreamOptions {
     std::string path;  // of the notification log
     TrapStreamFormat format = TrapStreamFormat::Table;
     NotificationLogFilter filter;        // with `last` or `since`: entries that are there already come first
     std::optional<std::uint64_t> after;  // so do those after this number; else none does
-    std::string source;                  // of CloudEvents: the agent
+    std::string source;                  // the agent, as the source of CloudEvents or the host name in syslog
 };
 
 class TrapStream {
@@ -40,6 +40,9 @@ public:
     // What has come since the last call, in whole lines; empty when nothing has, or while there is no log. The log is
     // not held meanwhile: the agent's file does not grow for a reader that is slow.
     std::string next();
+
+    // The last number that was looked at; nothing while there is no log.
+    std::optional<std::uint64_t> upTo() const { return m_after; }
 
 private:
     using File = std::pair<dev_t, ino_t>;
@@ -51,12 +54,12 @@ private:
     void addEntry(const LoggedNotification& entry, std::string& lines) const;
     void addGap(std::uint64_t gone, std::uint64_t next, std::string& lines) const;
     void addNewLog(std::string& lines) const;
-    std::string jsonLine(const char* type, const nlohmann::json& fields, const nlohmann::json& attributes) const;
+    std::string line(const char* type, const nlohmann::json& fields, const nlohmann::json& attributes) const;
 
     const TrapStreamOptions m_options;
     std::optional<NotificationLogReader> m_reader;
-    std::optional<File> m_file;            // of the reader, or of the one before
-    std::optional<std::uint64_t> m_after;  // the last number that was looked at
+    std::optional<File> m_file;  // of the reader, or of the one before
+    std::optional<std::uint64_t> m_after;
 };
 
 // Writes what comes, each piece at once, until nobody reads it any more; then it returns. A log that cannot be read any

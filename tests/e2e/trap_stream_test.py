@@ -163,11 +163,121 @@ class TrapStream(unittest.TestCase):
             self.assertEqual(follower.process.wait(timeout=60), -signal.SIGINT)
 
     def test_what_does_not_go_together_is_refused(self):
-        for arguments in (["--after", "1"], ["--cloudevents", "urn:x"], ["--follow", "--until", "1h"],
-                          ["--follow", "--after", "1", "--last", "1"]):
+        feed = ["--feed", "cat", "--cursor", self.system.path("cursor")]
+        for arguments in (["--after", "1"], ["--cloudevents", "urn:x"], ["--syslog", "x"], ["--json", *feed],
+                          ["--follow", "--until", "1h"], ["--follow", "--after", "1", "--last", "1"],
+                          ["--follow", "--json", "--syslog", "x"], ["--follow", "--syslog", "two words"],
+                          ["--follow", "--json", "--feed", "cat"], ["--follow", "--json", *feed[2:]],
+                          ["--follow", *feed], ["--follow", "--json", "--last", "1", *feed]):
             done = self.system.vrxctl("traps", *arguments, check=False)
             self.assertEqual((done.returncode, done.stdout), (EX_DATAERR, ""), arguments)
             self.assertTrue(done.stderr.startswith("vrxctl: "), done.stderr)
+
+
+class Feed(unittest.TestCase):
+    """vrxctl traps --follow --feed: to a command, which may refuse."""
+
+    def setUp(self):
+        self.system = self.enterContext(TrapSystem())
+        receiver = self.enterContext(TrapReceiver())
+        self.system.add_destination(1, receiver.port, trap_type=COMMON)
+        self.taken, self.cursor = self.system.path("taken"), self.system.path("cursor")
+
+    def feed(self, command, *more, kind="--json"):
+        return Follower(self.system, kind, "--cursor", self.cursor, "--feed", command, *more)
+
+    def lines(self):
+        try:
+            with open(self.taken, encoding="utf-8") as file:
+                return file.read().splitlines()
+        except FileNotFoundError:
+            return []
+
+    def numbers(self):
+        return [json.loads(line)["number"] for line in self.lines()]
+
+    def kept(self):
+        try:
+            with open(self.cursor, encoding="utf-8") as file:
+                return int(file.read())
+        except FileNotFoundError:
+            return None
+
+    def wait_kept(self, number):
+        wait_for(lambda: self.kept() == number, "the number %d in the cursor" % number)
+
+    def test_the_command_gets_each_line_over_kills_of_agent_and_vrxctl(self):
+        raise_alarms(self.system, 5)  # before the first start
+        wait_for(lambda: newest(self.system) >= 5, "5 entries")
+        for _ in range(3):
+            with self.feed("cat >>" + self.taken):  # killed at the end of the block
+                raise_alarms(self.system, 20)
+                wait_for(lambda known=len(self.lines()): len(self.lines()) > known, "another line")
+            self.system.agent.kill()
+            self.system.agent.start()
+            raise_alarms(self.system, 5)
+        with self.feed("cat >>" + self.taken):
+            wait_for(lambda: newest(self.system) >= 80, "80 entries")
+            self.wait_kept(newest(self.system))
+            self.assertEqual(set(self.numbers()), set(range(1, newest(self.system) + 1)))
+            before = self.numbers()
+        with self.feed("cat >>" + self.taken):
+            raise_alarms(self.system, 1)
+            self.wait_kept(newest(self.system))
+            self.assertEqual(self.numbers(), before + [newest(self.system)], "what was taken does not come again")
+
+    def test_what_the_command_refuses_it_gets_again(self):
+        ready, refused = self.system.path("ready"), self.system.path("refused")
+        with self.feed("if [ -e %s ]; then cat >>%s; else cat >>%s; exit 3; fi" % (ready, self.taken, refused)) as feed:
+            raise_alarms(self.system, 3)
+            self.assertEqual(feed.process.stderr.readline(), "vrxctl: the command ended with 3; trying again\n")
+            self.assertEqual((self.kept(), self.lines()), (0, []))
+            with open(ready, "wb"):
+                pass
+            self.wait_kept(3)
+            self.assertEqual(self.numbers(), [1, 2, 3])
+
+    def test_a_command_that_outlives_vrxctl_has_whole_lines(self):
+        raise_alarms(self.system, 200)
+        wait_for(lambda: newest(self.system) >= 200, "200 entries")
+        with self.feed("kill -9 $PPID; cat >%s; mv %s %s" % (self.taken + ".part", self.taken + ".part", self.taken)) as feed:
+            self.assertEqual(feed.process.wait(timeout=60), -signal.SIGKILL)
+        wait_for(self.lines, "the command's end")
+        self.assertGreater(os.path.getsize(self.taken), PIPE_OCTETS)
+        self.assertEqual(self.numbers(), list(range(1, len(self.numbers()) + 1)))
+        self.assertEqual(self.kept(), 0)
+
+    def test_a_cursor_that_cannot_be_written_holds_nothing_up(self):
+        self.cursor = self.system.path("folder", "cursor")
+        os.mkdir(os.path.dirname(self.cursor))
+        with self.feed("cat >>" + self.taken) as feed:
+            wait_for(lambda: os.path.exists(self.cursor), "the cursor")
+            os.unlink(self.cursor)
+            os.rmdir(os.path.dirname(self.cursor))
+            raise_alarms(self.system, 1)
+            line = feed.process.stderr.readline()
+            self.assertIn(self.cursor, line)
+            self.assertTrue(line.endswith("; trying again\n"), line)
+            raise_alarms(self.system, 1)
+            wait_for(lambda: self.numbers() == [1, 2], "both lines")
+            os.mkdir(os.path.dirname(self.cursor))
+            wait_for(lambda: os.path.exists(self.cursor), "the cursor again")
+            self.wait_kept(2)
+
+    def test_a_cursor_that_is_none_is_refused(self):
+        for content in ("", "12", "12 \n", "-1\n", "x\n", "99999999999999999999\n"):
+            with open(self.cursor, "w", encoding="utf-8") as file:
+                file.write(content)
+            done = self.system.vrxctl("traps", "--follow", "--json", "--cursor", self.cursor, "--feed", "cat", check=False)
+            self.assertEqual((done.returncode, done.stdout), (EX_DATAERR, ""), content)
+            self.assertIn(self.cursor, done.stderr)
+
+    def test_a_line_may_be_a_syslog_message(self):
+        with self.feed("cat >>" + self.taken, kind="--syslog=array7"):
+            self.system.raise_alarm()
+            self.wait_kept(1)
+        entry = json.loads(self.system.vrxctl("traps", "--json"))[0]
+        self.assertRegex(self.lines()[0], r'^<131>1 %s array7 vrx - raise \[vrx@99871 .*\] %s$' % (entry["time"], entry["text"]))
 
 
 if __name__ == "__main__":

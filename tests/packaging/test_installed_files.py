@@ -19,7 +19,7 @@ class InstalledFiles(Installation):
         return found[0].read_text(encoding="utf-8")
 
     def test_the_units_name_programs_and_a_module_that_are_there(self):
-        for name in ("vrx-agentd", "vrx-backendd"):
+        for name in ("vrx-agentd", "vrx-backendd", "vrx-stream@"):
             lines = re.findall(r"^Exec\w+=(.*)$", self.unit(name), re.M)
             self.assertTrue(lines, name)
             for line in lines:
@@ -27,6 +27,11 @@ class InstalledFiles(Installation):
                     if word.startswith("/"):
                         self.assertTrue(self.at(word).is_file(), word)
             self.assertNotRegex(self.unit(name), "@[A-Z_]+@", "a path that CMake has not filled in")
+
+    def test_a_stream_keeps_its_place_in_the_state_folder(self):
+        command = re.search(r"^ExecStart=(.*)$", self.unit("vrx-stream@"), re.M).group(1)
+        cursor = re.search(r"--cursor=(\S+)", command).group(1)
+        self.assertEqual(os.path.dirname(cursor), os.readlink(self.root / "state"))
 
     def test_the_product_root_leads_to_configuration_and_state(self):
         links = {name: os.readlink(self.root / name) for name in ("conf", "etc", "state")}
