@@ -145,8 +145,10 @@ struct Operation {
         : reloader(loop, service.agent, service.notifications, std::move(places)),
           control(std::move(socket), loop, service.agent, service.notifications, reloader),
           page(loop, service.agent, service.notifications, reloader),
-          status(loop, service.agent, service.notifications, reloader,
-                 [this](AgentThreadCall& caller) { return page.routes(caller); }) {
+          status(
+              loop, service.agent, service.notifications, reloader,
+              [this](AgentThreadCall& caller) { return page.alarmMetrics(caller); },
+              [this](AgentThreadCall& caller) { return page.routes(caller); }) {
         reloader.onExchange = [this] { status.configure(); };
         reloader.onBegin = [&manager] { manager.reloading(); };
         reloader.onEnd = [&manager](const ReloadResult& result) {

@@ -177,10 +177,16 @@ scrape_configs:
   - job_name: vrx-metrics
     file_sd_configs:
       - files: [vrx-agents.json]
+  # Storage systems by the metrics of their agents alone, alarms included, over TLS: vrx-fleet.json has their addresses.
+  - job_name: vrx-fleet
+    scheme: https
+    # tls_config: {ca_file: vrx-agents-ca.pem, cert_file: vrx-collector.pem, key_file: vrx-collector.key}
+    file_sd_configs:
+      - files: [vrx-fleet.json]
 )";
 
-// While the table cannot be read, alarms stay as they were last seen: an agent that restarts, or loses its backend, is
-// not the end of its alarms.
+// While the table cannot be read, or its metrics have not all of it, alarms stay as they were last seen: an agent that
+// restarts, or loses its backend, is not the end of its alarms.
 constexpr const char* ALARM_RULES =
     R"YAML(# Rules of Prometheus, written by "vrxctl export prometheus"; vrx-rules-test.yml has their tests.
 groups:
@@ -189,13 +195,20 @@ groups:
       - record: vrx:alarm:row
         expr: |
           sum without (job, vrxAlarmFaultLevel) (label_replace(vrxAlarmFaultLevel_info, "level", "$1", "vrxAlarmFaultLevel", "(.*)"))
+          or
+          sum without (job, name, alarm_id) (label_replace(vrx_alarm{job="vrx-fleet"}, "title", "$1", "name", "(.*)"))
       - record: vrx:alarm:active
         expr: |
           vrx:alarm:row * on (number) group_left (cause) topk by (number) (1, vrx_alarm_definition_info)
           or on (instance, serial)
           vrx:alarm:row
           or
-          (vrx:alarm:active and on (instance) up{job="vrx-alarms"} == 0)
+          (vrx:alarm:active
+            and on (instance) (
+              up{job=~"vrx-alarms|vrx-fleet"} == 0
+              or vrx_alarms_current{job="vrx-fleet"} == 0
+              or vrx_alarms_left_out{job="vrx-fleet"} > 0)
+            unless on (instance, serial) vrx:alarm:row)
 )YAML";
 
 struct Level {
@@ -240,7 +253,7 @@ constexpr const char* AGENT_RULES =
           description: 'Alerts for its alarms show what was last known.'
           advice: 'Look at "systemctl status vrx-agentd" there, at the community in snmp.yml, and at snmp_exporter.'
       - alert: VrxBackendAway
-        expr: vrxAgentBackendState{vrxAgentBackendState="away"} == 1
+        expr: vrxAgentBackendState{vrxAgentBackendState="away"} == 1 or vrx_backend_connected{job="vrx-fleet"} == 0
         for: 1m
         labels: {severity: critical, vrxAgentBackendState: ""}
         annotations:
@@ -251,6 +264,8 @@ constexpr const char* AGENT_RULES =
         expr: |
           up{job="vrx-alarms"} == 0
           unless on (instance) (up{job="vrx-snmp"} == 0 or vrxAgentBackendState{vrxAgentBackendState="away"} == 1)
+          or
+          vrx_alarms_current{job="vrx-fleet"} == 0 unless on (instance) vrx_backend_connected == 0
         for: 5m
         labels: {severity: critical}
         annotations:
@@ -268,7 +283,7 @@ constexpr const char* AGENT_RULES =
   - name: vrx-metrics
     rules:
       - alert: VrxAgentMetricsGone
-        expr: up{job="vrx-metrics"} == 0
+        expr: up{job=~"vrx-metrics|vrx-fleet"} == 0
         for: 2m
         labels: {severity: critical}
         annotations:
@@ -296,6 +311,14 @@ constexpr const char* AGENT_RULES =
           summary: 'The agent at {{ $labels.instance }} cannot load its alarm definitions'
           description: 'No alarm is reported until it can.'
           advice: 'Check the files by "vrxctl lint".'
+      - alert: VrxAlarmsLeftOut
+        expr: vrx_alarms_left_out{job="vrx-fleet"} > 0
+        for: 5m
+        labels: {severity: warning}
+        annotations:
+          summary: 'The metrics of {{ $labels.instance }} lack {{ $value | printf "%.0f" }} active alarms'
+          description: 'The newest ones are there. Until all are, alerts for others stay, also when these end.'
+          advice: 'Raise vrxMetricsAlarms in vrx-agentd.conf.'
 )";
 
 constexpr const char* DEFINITIONS = R"(
@@ -429,6 +452,89 @@ constexpr const char* AGENT_TESTS =
               summary: 'The agent at b cannot load its alarm definitions'
               description: 'No alarm is reported until it can.'
               advice: 'Check the files by "vrxctl lint".'
+
+  # The agent is away, and back with one of its two alarms, which then ends.
+  - name: alarms among the metrics
+    interval: 1m
+    input_series:
+      - {series: 'up{job="vrx-fleet",instance="far"}', values: '1x2 0x2 1x10'}
+      - {series: 'vrx_alarms_current{job="vrx-fleet",instance="far"}', values: '1x2 stale _x2 1x10'}
+      - {series: 'vrx_alarm{job="vrx-fleet",instance="far",node="A",serial="1",alarm_id="9",number="0",level="major",name="Fan",location="Left.",detail="It stopped.",advice="Turn it."}', values: '1x2 stale _x2 1x2 stale'}
+      - {series: 'vrx_alarm{job="vrx-fleet",instance="far",node="A",serial="2",alarm_id="9",number="0",level="major",name="Fan"}', values: '1x2 stale'}
+      - {series: 'vrx_alarm{job="vrx-metrics",instance="near",node="B",serial="3",alarm_id="9",number="0",level="major",name="Fan"}', values: '1x16'}
+    promql_expr_test:
+      - expr: count(vrx:alarm:active)
+        eval_time: 1m
+        exp_samples: [{value: 2}]
+      - expr: count(vrx:alarm:active)
+        eval_time: 5m
+        exp_samples: [{value: 2}]
+      - expr: count(vrx:alarm:active)
+        eval_time: 7m
+        exp_samples: [{value: 1}]
+    alert_rule_test:
+      - eval_time: 5m
+        alertname: VrxAgentMetricsGone
+        exp_alerts:
+          - exp_labels: {severity: critical, job: vrx-fleet, instance: far}
+            exp_annotations:
+              summary: 'The metrics of the agent at far cannot be read'
+              advice: 'Look at "systemctl status vrx-agentd", and at vrxMetrics in vrx-agentd.conf.'
+      - eval_time: 7m
+        alertname: VrxAlarmMajor
+        exp_alerts:
+          - exp_labels: {severity: major, instance: far, node: A, serial: 1, number: 0, title: Fan, location: Left.}
+            exp_annotations: {summary: 'Fan: Left.', title: Fan, location: Left., detail: It stopped., advice: Turn it., cause: ''}
+      - eval_time: 10m
+        alertname: VrxAlarmMajor
+
+  - name: alarms that the metrics lack
+    interval: 1m
+    input_series:
+      - {series: 'up{job="vrx-fleet",instance="full"}', values: '1x20'}
+      - {series: 'up{job="vrx-fleet",instance="unread"}', values: '1x20'}
+      - {series: 'up{job="vrx-fleet",instance="cut off"}', values: '1x20'}
+      - {series: 'vrx_alarms_left_out{job="vrx-fleet",instance="full"}', values: '0x2 5x6 0x10'}
+      - {series: 'vrx_alarms_current{job="vrx-fleet",instance="unread"}', values: '1x2 0x6 1x10'}
+      - {series: 'vrx_backend_connected{job="vrx-fleet",instance="unread"}', values: '1x20'}
+      - {series: 'vrx_alarms_current{job="vrx-fleet",instance="cut off"}', values: '1x2 0x6 1x10'}
+      - {series: 'vrx_backend_connected{job="vrx-fleet",instance="cut off"}', values: '1x2 0x6 1x10'}
+      - {series: 'vrx_alarm{job="vrx-fleet",instance="full",serial="1",level="major",name="Fan"}', values: '1x2 stale'}
+      - {series: 'vrx_alarm{job="vrx-fleet",instance="unread",serial="1",level="major",name="Fan"}', values: '1x2 stale'}
+      - {series: 'vrx_alarm{job="vrx-fleet",instance="unread",serial="2",level="major",name="Fan"}', values: '1x20'}
+      - {series: 'vrx_alarm{job="vrx-fleet",instance="cut off",serial="1",level="major",name="Fan"}', values: '1x2 stale'}
+    promql_expr_test:
+      - expr: count(vrx:alarm:active)
+        eval_time: 8m
+        exp_samples: [{value: 4}]
+      - expr: count(vrx:alarm:active)
+        eval_time: 11m
+        exp_samples: [{value: 1}]
+    alert_rule_test:
+      - eval_time: 8m
+        alertname: VrxAlarmsLeftOut
+        exp_alerts:
+          - exp_labels: {severity: warning, job: vrx-fleet, instance: full}
+            exp_annotations:
+              summary: 'The metrics of full lack 5 active alarms'
+              description: 'The newest ones are there. Until all are, alerts for others stay, also when these end.'
+              advice: 'Raise vrxMetricsAlarms in vrx-agentd.conf.'
+      - eval_time: 8m
+        alertname: VrxAlarmsUnreadable
+        exp_alerts:
+          - exp_labels: {severity: critical, job: vrx-fleet, instance: unread}
+            exp_annotations:
+              summary: 'The alarm table of unread cannot be read'
+              description: 'The agent answers, but not for its alarms; alerts for them show what was last known.'
+              advice: 'Look at "vrxctl status" and the log there: the alarm definitions may be at fault.'
+      - eval_time: 8m
+        alertname: VrxBackendAway
+        exp_alerts:
+          - exp_labels: {severity: critical, job: vrx-fleet, instance: cut off}
+            exp_annotations:
+              summary: 'The agent of cut off has lost its management backend'
+              description: 'It learns of no alarms and sends no traps; alerts for alarms show what was last known.'
+              advice: 'Look at the management backend there, and at "vrxctl status".'
 )";
 
 std::string snmpModules() {

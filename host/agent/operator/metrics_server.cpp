@@ -11,11 +11,11 @@ namespace {
 
 constexpr const char* CONTENT_TYPE = "text/plain; version=0.0.4; charset=utf-8";
 
-MetricsServer::Routes withMetrics(std::function<std::string()> text, MetricsServer::Routes more) {
+MetricsServer::Routes withMetrics(MetricsServer::Text text, MetricsServer::Routes more) {
     return [text = std::move(text), more = std::move(more)](AgentThreadCall& caller) {
         std::vector<ControlRoute> routes = more(caller);
         routes.push_back({"GET", "/metrics", [&caller, text](const ControlRequest&) {
-                              return ControlAnswer{200, caller.call<std::string>(text), CONTENT_TYPE};
+                              return ControlAnswer{200, text(caller), CONTENT_TYPE};
                           }});
         return routes;
     };
@@ -35,7 +35,7 @@ struct MetricsServer::Listening {
     ControlServer server;  // last: its routes use the others
 };
 
-MetricsServer::MetricsServer(AgentLoop& loop, std::function<std::string()> text, Routes more)
+MetricsServer::MetricsServer(AgentLoop& loop, Text text, Routes more)
     : m_loop(loop), m_routes(withMetrics(std::move(text), std::move(more))) {}
 
 MetricsServer::~MetricsServer() = default;

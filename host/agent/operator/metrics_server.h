@@ -1,10 +1,10 @@
 // The agent's status for collectors and browsers on a socket of the machine itself: GET /metrics in Prometheus text
 // format, and the routes that are given.
 //
-//     MetricsServer metrics(loop, [&] { return prometheusText(...); }, [&](AgentThreadCall& caller) { return ...; });
+//     MetricsServer metrics(loop, [&](AgentThreadCall& caller) { return caller.call<std::string>(...); }, routes);
 //     metrics.listen(parseLocalAddress("tcp:127.0.0.1:9161", root));
 //
-// Threads: agent thread, on which the text is made too; clients wait on threads of the server's.
+// Threads: agent thread; clients wait on threads of the server's, on which the text is made.
 #pragma once
 
 #include <functional>
@@ -25,9 +25,10 @@ public:
     // What they do on the agent thread they do through `caller`, which outlives them: it lets them go when the server
     // moves or ends.
     using Routes = std::function<std::vector<ControlRoute>(AgentThreadCall& caller)>;
+    using Text = std::function<std::string(AgentThreadCall& caller)>;
 
     // `loop` and what `text` and the routes use outlive the server.
-    MetricsServer(AgentLoop& loop, std::function<std::string()> text, Routes more);
+    MetricsServer(AgentLoop& loop, Text text, Routes more);
     ~MetricsServer();
     MetricsServer(const MetricsServer&) = delete;
     MetricsServer& operator=(const MetricsServer&) = delete;

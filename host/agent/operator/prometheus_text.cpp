@@ -132,6 +132,10 @@ void addRow(Metrics& metrics, const StatusSection& section, const std::vector<St
 
 }  // namespace
 
+std::string labelValue(std::string_view text) {
+    return escaped(textOf(StatusValue(std::string(text))), true);
+}
+
 std::string prometheusText(const std::vector<StatusSection>& sections) {
     Metrics metrics;
     for (const StatusSection& section : sections) {

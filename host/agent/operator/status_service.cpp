@@ -13,12 +13,18 @@
 namespace vrx {
 
 StatusService::StatusService(AgentLoop& loop, const Agent& agent, const NotificationService& notifications,
-                             const Reloader& reloader, MetricsServer::Routes routes)
+                             const Reloader& reloader, MetricsServer::Text alarms, MetricsServer::Routes routes)
     : m_agent(agent),
       m_scalars(notifications),
       m_heartbeat(loop, agent.engine(), notifications),
       m_metrics(
-          loop, [&] { return prometheusText(agentStatus(agent, notifications, reloader)); }, std::move(routes)) {
+          loop,
+          [&, alarms = std::move(alarms)](AgentThreadCall& caller) {
+              return caller.call<std::string>(
+                         [&] { return prometheusText(agentStatus(agent, notifications, reloader)); }) +
+                     alarms(caller);
+          },
+          std::move(routes)) {
     try {
         configure();
     } catch (const std::system_error& error) {  // alarms matter more than that

@@ -1,6 +1,6 @@
 // What the agent tells of itself unasked or to others than vrxctl: objects, metrics, heartbeat.
 //
-//     StatusService status(loop, agent, notifications, reloader, [&](AgentThreadCall& caller) { return ...; });
+//     StatusService status(loop, agent, notifications, reloader, alarms, routes);
 //     reloader.onExchange = [&] { status.configure(); };
 //
 // Threads: agent thread.
@@ -17,10 +17,10 @@ class Reloader;
 
 class StatusService {
 public:
-    // All that is given outlives it. `routes` are served beside the metrics. A metrics address that cannot be listened
-    // at is an error in the log.
+    // All that is given outlives it. `routes` are served beside the metrics, `alarms` are among these. A metrics address
+    // that cannot be listened at is an error in the log.
     StatusService(AgentLoop& loop, const Agent& agent, const NotificationService& notifications,
-                  const Reloader& reloader, MetricsServer::Routes routes);
+                  const Reloader& reloader, MetricsServer::Text alarms, MetricsServer::Routes routes);
 
     // Takes the engine's configuration over. Throws std::system_error when the metrics' address cannot be listened at:
     // they stay where they are then.

@@ -57,6 +57,7 @@ const Word WORDS[] = {
      [](EngineLimits& l, unsigned long v) { l.notifications.heartbeats = std::chrono::seconds(v); }},
     {"vrxHeartbeat", "seconds, 0 for none", 0,
      [](EngineLimits& l, unsigned long v) { l.status.heartbeat = std::chrono::seconds(v); }},
+    {"vrxMetricsAlarms", "number, 0 for none", 0, [](EngineLimits& l, unsigned long v) { l.status.alarms = v; }},
 };
 
 struct TextWord {

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <optional>
 #include <string>
 
@@ -21,6 +22,7 @@ namespace vrx {
 // How the agent reports on itself.
 struct StatusSettings {
     std::optional<LocalAddress> metrics;   // where collectors may connect; none: nowhere
+    std::size_t alarms = 1000;             // that are among the metrics, at most
     std::chrono::seconds heartbeat{3600};  // between two log lines; 0: none
 };
 

@@ -7,6 +7,17 @@ namespace vrx::alarm_table {
 
 const OidVector ROOT = {1, 3, 6, 1, 4, 1, 99871, 2, 91, 10, 1, 1};
 
-enum Column : unsigned int { LOCATION = 2, ADVICE, TITLE, LEVEL = 6, NUMBER, RAISED, SERIAL, DETAIL, ALARM_ID = 12 };
+enum Column : unsigned int {
+    NODE = 1,
+    LOCATION,
+    ADVICE,
+    TITLE,
+    LEVEL = 6,
+    NUMBER,
+    RAISED,
+    SERIAL,
+    DETAIL,
+    ALARM_ID = 12
+};
 
 }  // namespace vrx::alarm_table

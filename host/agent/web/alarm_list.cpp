@@ -35,6 +35,15 @@ AlarmReading AlarmList::current() {
     return reading;
 }
 
+void AlarmList::whenRead(std::function<void(const AlarmReading& reading)> done) {
+    const AlarmReading reading = current();
+    if (reading.stale && m_state->reading) {
+        m_state->waiting.push_back(std::move(done));
+    } else {
+        done(reading);
+    }
+}
+
 bool AlarmList::isStale() const {
     const AlarmReading& last = m_state->last;
     if (last.rows == nullptr || !last.fault.empty()) return true;
@@ -53,12 +62,17 @@ void AlarmList::read() {
         state->reading = false;
         state->next = now + std::max<Clock::duration>(m_times.pause, SHARE * (now - begun));
         AlarmReading& last = state->last;
-        if (outcome.snapshot == nullptr && last.fault == outcome.failure) return;
-        last.fault = outcome.failure;
-        ++last.number;
-        if (outcome.snapshot == nullptr) return;
-        last.rows = outcome.snapshot;
-        last.time = time;
+        if (outcome.snapshot != nullptr || last.fault != outcome.failure) {
+            last.fault = outcome.failure;
+            ++last.number;
+        }
+        if (outcome.snapshot != nullptr) {
+            last.rows = outcome.snapshot;
+            last.time = time;
+        }
+        AlarmReading reading = last;
+        reading.stale = isStale();
+        for (const auto& done : std::exchange(state->waiting, {})) done(reading);
     });
     m_state->reading = true;
 }

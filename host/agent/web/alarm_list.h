@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "host/agent/loop/agent_loop.h"
 #include "host/agent/loop/timer.h"
@@ -46,11 +47,16 @@ public:
 
     AlarmReading current();
 
+    // Calls `done` with rows that are not stale once they are read; at once with the last ones where that cannot be
+    // yet.
+    void whenRead(std::function<void(const AlarmReading& reading)> done);
+
 private:
     struct State {
         AlarmReading last;
         Clock::time_point next;  // no reading begins before
         bool reading = false;
+        std::vector<std::function<void(const AlarmReading& reading)>> waiting;  // for its end
     };
 
     bool isStale() const;

@@ -4,7 +4,6 @@
 #include <charconv>
 #include <cstdint>
 #include <ctime>
-#include <optional>
 #include <sstream>
 #include <string_view>
 #include <tuple>
@@ -14,6 +13,7 @@
 #include "host/agent/operator/status_json.h"
 #include "host/agent/operator/status_model.h"
 #include "host/agent/tamrel/alarm_table.h"
+#include "host/agent/web/alarm_rows.h"
 
 namespace vrx {
 
@@ -70,62 +70,18 @@ std::size_t limitOf(const std::string& text) {
     return limit;
 }
 
-// Of a DateAndTime with its zone, in seconds since 1970; 0 when it is none.
-std::int64_t secondsOf(std::string_view octets) {
-    constexpr std::size_t LENGTH = 11;
-    if (octets.size() != LENGTH) return 0;
-    const auto at = [&](std::size_t i) { return static_cast<int>(static_cast<unsigned char>(octets[i])); };
-    std::tm parts{};
-    parts.tm_year = at(0) * 256 + at(1) - 1900;
-    parts.tm_mon = at(2) - 1;
-    parts.tm_mday = at(3);
-    parts.tm_hour = at(4);
-    parts.tm_min = at(5);
-    parts.tm_sec = at(6);
-    const int east = (at(9) * 60 + at(10)) * 60;
-    return ::timegm(&parts) + (octets[8] == '+' ? -east : east);
-}
-
 StatusValue timeText(std::int64_t seconds) {
     constexpr std::int64_t LAST = 7'258'118'400;  // the year 2200: nanoseconds of the system's clock go on to 2262
     if (seconds <= 0 || seconds >= LAST) return nullptr;
     return statusOf(std::chrono::system_clock::from_time_t(seconds));
 }
 
-// The columns of a snapshot that the page has.
-class Alarms {
-public:
-    explicit Alarms(const TableSnapshot& snapshot) : m_snapshot(snapshot) {
-        for (std::size_t i = 0; i < snapshot.columns(); ++i) {
-            const oid number = snapshot.columnName(i).back();
-            if (number < m_places.size()) m_places.at(number) = i;
-        }
-    }
-
-    std::string_view text(std::size_t row, alarm_table::Column column) const {
-        const auto place = m_places.at(column);
-        return place ? m_snapshot.value({*place, row}).octets : std::string_view();
-    }
-    std::uint64_t number(std::size_t row, alarm_table::Column column) const {
-        const auto place = m_places.at(column);
-        return place ? m_snapshot.value({*place, row}).number : 0;
-    }
-    FaultLevel level(std::size_t row) const {
-        const std::uint64_t level = number(row, alarm_table::LEVEL);
-        return level >= 1 && level <= FAULT_LEVELS ? static_cast<FaultLevel>(level) : FaultLevel::Warning;
-    }
-
-private:
-    const TableSnapshot& m_snapshot;
-    std::array<std::optional<std::size_t>, alarm_table::ALARM_ID + 1> m_places;
-};
-
 constexpr std::pair<const char*, alarm_table::Column> TEXTS[] = {{"title", alarm_table::TITLE},
                                                                  {"location", alarm_table::LOCATION},
                                                                  {"detail", alarm_table::DETAIL},
                                                                  {"advice", alarm_table::ADVICE}};
 
-bool matches(const Alarms& alarms, std::size_t row, const AlarmQuery& query) {
+bool matches(const AlarmRows& alarms, std::size_t row, const AlarmQuery& query) {
     const bool anyLevel = std::none_of(query.ofLevel.begin(), query.ofLevel.end(), [](bool wanted) { return wanted; });
     if (!anyLevel && !query.ofLevel.at(static_cast<std::size_t>(alarms.level(row)) - 1)) return false;
     if (query.words.empty()) return true;
@@ -146,12 +102,11 @@ struct Match {
     std::string_view text;
 };
 
-std::vector<Match> matching(const Alarms& alarms, std::size_t rows, const AlarmQuery& query) {
+std::vector<Match> matching(const AlarmRows& alarms, std::size_t rows, const AlarmQuery& query) {
     std::vector<Match> found;
     for (std::size_t row = 0; row < rows; ++row) {
         if (!matches(alarms, row, query)) continue;
-        Match match{
-            row, secondsOf(alarms.text(row, alarm_table::RAISED)), alarms.number(row, alarm_table::SERIAL), 0, {}};
+        Match match{row, alarms.raised(row), alarms.number(row, alarm_table::SERIAL), 0, {}};
         if (query.sort == AlarmQuery::Key::Level) match.rank = -static_cast<std::int64_t>(alarms.level(row));
         if (query.sort == AlarmQuery::Key::Title) match.text = alarms.text(row, alarm_table::TITLE);
         if (query.sort == AlarmQuery::Key::Location) match.text = alarms.text(row, alarm_table::LOCATION);
@@ -171,7 +126,7 @@ std::vector<Match> matching(const Alarms& alarms, std::size_t rows, const AlarmQ
     return found;
 }
 
-StatusValue alarmJson(const Alarms& alarms, const Match& match) {
+StatusValue alarmJson(const AlarmRows& alarms, const Match& match) {
     StatusValue alarm = {{"serial", match.serial},
                          {"level", textOf(alarms.level(match.row))},
                          {"raised", timeText(match.raised)},
@@ -211,7 +166,7 @@ std::string alarmsAsJson(const AlarmReading& reading, const AlarmQuery& query) {
     std::vector<Match> found;
     std::string list;
     if (read) {
-        const Alarms alarms(*reading.rows);
+        const AlarmRows alarms(*reading.rows);
         found = matching(alarms, reading.rows->rows(), query);
         const std::size_t most = std::min(found.size(), query.limit);
         for (std::size_t i = 0; i < most && list.size() < MOST_BYTES; ++i) {

@@ -109,7 +109,8 @@ StatusPage::StatusPage(AgentLoop& loop, const Agent& agent, const NotificationSe
       m_notifications(notifications),
       m_reloader(reloader),
       m_run(randomName()),
-      m_alarms(loop, alarmTableOf(agent), [&notifications] { return notifications.isCurrent(); }) {}
+      m_alarms(loop, alarmTableOf(agent), [&notifications] { return notifications.isCurrent(); }),
+      m_metrics(m_alarms, [&agent] { return agent.engine().limits().status.alarms; }) {}
 
 std::vector<ControlRoute> StatusPage::routes(AgentThreadCall& caller) {
     std::vector<std::pair<std::string, Route>> resources = {

@@ -17,6 +17,7 @@
 #include "host/agent/loop/agent_thread_call.h"
 #include "host/agent/operator/control_server.h"
 #include "host/agent/web/alarm_list.h"
+#include "host/agent/web/alarm_metrics.h"
 
 namespace vrx {
 
@@ -34,6 +35,9 @@ public:
     // For a server, which the page and `caller` outlive.
     std::vector<ControlRoute> routes(AgentThreadCall& caller);
 
+    // The alarms among the metrics; see AlarmMetrics.
+    std::string alarmMetrics(AgentThreadCall& caller) { return m_metrics.text(caller); }
+
 private:
     ControlAnswer status(AgentThreadCall& caller) const;
     ControlAnswer alarms(AgentThreadCall& caller, const ControlRequest& request);
@@ -43,6 +47,7 @@ private:
     const Reloader& m_reloader;
     const std::string m_run;  // tells ETags of this run from those of others
     AlarmList m_alarms;
+    AlarmMetrics m_metrics;
 };
 
 // Whether the Host header of a request is one of the loopback interface: "localhost", 127.0.0.0/8, "[::1]", any port.

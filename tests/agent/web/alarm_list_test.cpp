@@ -106,6 +106,45 @@ TEST_F(AlarmListTest, NobodyWaitsForAReadingALaterLookHasIt) {
     EXPECT_EQ(second.fault, "");
 }
 
+TEST_F(AlarmListTest, WhoWaitsGetsRowsThatAreReadNow) {
+    AlarmReading got;
+    int told = 0;
+    const auto wait = [&] {
+        m_list->whenRead([&](const AlarmReading& reading) {
+            got = reading;
+            ++told;
+        });
+    };
+    wait();
+    wait();
+    EXPECT_EQ(told, 0);
+    settle();
+    EXPECT_EQ(told, 2);
+    ASSERT_NE(got.rows, nullptr);
+    EXPECT_FALSE(got.stale);
+    const int before = m_handler.queries;
+    wait();  // nothing has changed
+    EXPECT_EQ(told, 3);
+    settle();
+    EXPECT_EQ(m_handler.queries, before);
+}
+
+TEST_F(AlarmListTest, WhoWaitsInVainOrTooEarlyGetsTheLastRows) {
+    const AlarmReading last = read();
+    m_handler.fails = true;
+    m_table.snapshots().markChanged();
+    pass(hours(1));
+    for (const bool early : {false, true}) {
+        AlarmReading got;
+        m_list->whenRead([&](const AlarmReading& reading) { got = reading; });
+        EXPECT_EQ(got.rows != nullptr, early);
+        settle();
+        EXPECT_EQ(got.rows, last.rows);
+        EXPECT_TRUE(got.stale);
+        EXPECT_NE(got.fault, "");
+    }
+}
+
 TEST_F(AlarmListTest, HoweverManyLookOneReadingIsUnderWay) {
     const std::uint64_t number = m_list->current().number;
     for (int i = 0; i < 5; ++i) m_list->current();
