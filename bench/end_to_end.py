@@ -1,9 +1,10 @@
-"""Our agent beside a stock Net-SNMP agent (tdata_agent) that serves the same rows from memory: walks, GETs, growth and
-memory, as CPU time of the agents' processes and as rows per second. Part of run.py.
+"""Our agent beside a stock Net-SNMP agent (tdata_agent) that serves the same rows from memory: walks, GETs, growth, scrapes
+and memory, as CPU time of the agents' processes and as rows per second; and at rest beside Debian's snmpd. Part of run.py.
 
 Programs come from TAMREL_BUILD_DIR, as in tests/e2e, whose harness starts them.
 """
 
+import http.client
 import json
 import os
 import shutil
@@ -31,6 +32,7 @@ REPETITIONS = 50
 EVENTS_SECONDS = 300  # for what many alarms raised at once are to the agent
 
 STOCK_CONFIG = "rocommunity public 127.0.0.1\ndontLogTCPWrappersConnects yes\n"  # a line per packet otherwise
+METRICS = "vrxMetrics unix:state/metrics.sock\n"
 WITHOUT_BOUND = "vrxAnswerRate 0\n"  # one address asks as fast as it can
 # Every walk reads the table anew, and goes on in what it read also where the machine is so busy that it takes minutes.
 ALWAYS_FRESH = (WITHOUT_BOUND +
@@ -48,6 +50,8 @@ class Sizes:
         self.growth_rounds = 1 if quick else 5
         self.informs = 50 if quick else 5_000
         self.connect = (100, 200) if quick else (5_000, 50_000)
+        self.scraped, self.scrapes = (100, 2) if quick else (1_000, 20)
+        self.rest_rounds, self.rest_seconds = (1, 1) if quick else (3, 10)
 
 
 def cpu_seconds(pid):
@@ -62,6 +66,25 @@ def resident_megabytes(pid):
             if line.startswith("VmRSS:"):
                 return int(line.split()[1]) / 1024
     raise RuntimeError("no resident size of %d" % pid)
+
+
+def proportional_megabytes(pid):
+    """Its own memory and its share of that which it has in common with others."""
+    with open("/proc/%d/smaps_rollup" % pid, encoding="ascii") as file:
+        return next(int(line.split()[1]) for line in file if line.startswith("Pss:")) / 1024
+
+
+def threads_of(pid):
+    return os.listdir("/proc/%d/task" % pid)
+
+
+def wake_ups(pid):
+    """How often its threads have waited for something and gone on."""
+    total = 0
+    for thread in threads_of(pid):
+        with open("/proc/%d/task/%s/status" % (pid, thread), encoding="ascii") as file:
+            total += next(int(line.split()[1]) for line in file if line.startswith("voluntary_ctxt_switches"))
+    return total
 
 
 class CpuTime:
@@ -315,6 +338,122 @@ def informs(sizes):
     ]
 
 
+class Snmpd:
+    """Debian's snmpd as it is without a configuration of its own."""
+
+    def __init__(self):
+        self._folder = tempfile.mkdtemp(prefix="snmpd-")
+        self.port = free_port()
+        config = os.path.join(self._folder, "snmpd.conf")
+        with open(config, "w", encoding="ascii") as file:
+            file.write(STOCK_CONFIG)
+        environment = {"MIBS": "", "SNMPCONFPATH": self._folder, "SNMP_PERSISTENT_DIR": self._folder}
+        self.agent = Program(shutil.which("snmpd", path=os.environ["PATH"] + ":/usr/sbin"),
+                             ["-f", "-Lf", os.path.join(self._folder, "log"), "-C", "-c", config, "-p",
+                              os.path.join(self._folder, "pid"), "udp:127.0.0.1:%d" % self.port],
+                             os.path.join(self._folder, "output"), environment)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.agent.stop()
+        shutil.rmtree(self._folder, ignore_errors=True)
+
+
+# A GET of sysUpTime.0 by SNMPv2c with the community "public".
+ASK_UPTIME = bytes.fromhex("302602010104067075626c6963a019020101020100020100300e300c06082b060102010103000500")
+
+
+def milliseconds_to_answer(program, port):
+    """From its start to its first answer."""
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as asking:
+        asking.settimeout(0.001)
+        begin = time.monotonic()
+        program.start(wait=False)
+        while time.monotonic() - begin < 60:
+            asking.sendto(ASK_UPTIME, ("127.0.0.1", port))
+            try:
+                asking.recv(2048)
+                return (time.monotonic() - begin) * 1000
+            except OSError:  # nobody is there yet
+                pass
+    raise RuntimeError("no answer")
+
+
+class Rest:
+    """Figures of a program that has nothing to do."""
+
+    def __init__(self):
+        self.start, self.memory, self.threads, self.wake_ups = [], [], [], []
+
+    def measure(self, program, port, seconds):
+        if program.running():
+            program.stop()
+        self.start.append(milliseconds_to_answer(program, port))
+        wait_idle(program)
+        before = wake_ups(program.pid)
+        time.sleep(seconds)
+        self.wake_ups.append((wake_ups(program.pid) - before) / seconds)
+        self.memory.append(proportional_megabytes(program.pid))
+        self.threads.append(len(threads_of(program.pid)))
+
+
+def at_rest(sizes):
+    """An agent with its backend inside it and ten alarms, and metrics that nobody asks for; snmpd beside it."""
+    ours, other = Rest(), Rest()
+    with System(embedded=True, extra_config=METRICS) as system, Snmpd() as snmpd:
+        with BackendClient(system.path("state", "backend.sock")) as backend:
+            backend.raise_alarms(10)
+        for _ in range(sizes.rest_rounds):
+            ours.measure(system.agent, system.port, sizes.rest_seconds)
+            other.measure(snmpd.agent, snmpd.port, sizes.rest_seconds)
+    rows = []
+    for what, target in (("start", 100), ("memory", None), ("threads", 8), ("wake_ups", 2)):
+        words = {"start": "from the start to the first answer, ms", "memory": "memory (PSS), MB", "threads": "threads",
+                 "wake_ups": "wake-ups a second"}[what]
+        rows.append(Row("agent with its backend at rest: " + words, statistics.median(getattr(ours, what)), at_most=target))
+        rows.append(Row("snmpd at rest: " + words, statistics.median(getattr(other, what))))
+    return rows
+
+
+class LocalConnection(http.client.HTTPConnection):
+    def __init__(self, path):
+        super().__init__("localhost", timeout=60)
+        self._path = path
+
+    def connect(self):
+        self.sock = socket.socket(socket.AF_UNIX)
+        self.sock.connect(self._path)
+
+
+def scrape(system):
+    connection = LocalConnection(system.path("state", "metrics.sock"))
+    connection.request("GET", "/metrics")
+    text = connection.getresponse().read()
+    connection.close()
+    return text
+
+
+def scrapes(sizes):
+    """Scrapes of metrics with all alarms among them against bulk walks of their table, both of rows that are read."""
+    rows = []
+    with System(extra_config=WITHOUT_BOUND + METRICS) as system:
+        raise_alarms(system, sizes.scraped)
+        wait_for(lambda: scrape(system).count(b"\nvrx_alarm{") == sizes.scraped, "all alarms among the metrics")
+        cost = Measured()
+        for _ in range(sizes.rounds):
+            spent = []
+            for ask in (lambda: scrape(system), lambda: load("walk", system.port, ALARM_TABLE, REPETITIONS)):
+                with CpuTime(system.agent) as cpu:
+                    for _ in range(sizes.scrapes):
+                        ask()
+                spent.append(cpu.seconds[0] * 1e3 / sizes.scrapes)
+            cost.add(*spent)
+        rows.append(Row.of("scrape with %d alarms, agent's CPU, ms; a bulk walk of them" % sizes.scraped, cost, at_most=1))
+    return rows
+
+
 def rows_of(quick):
     sizes = Sizes(quick)
     with System(extra_config=WITHOUT_BOUND) as system:
@@ -324,4 +463,4 @@ def rows_of(quick):
             memory = resident_megabytes(system.agent.pid)
             rows += compare_gets(system, stock, sizes)
             rows.append(Row("resident memory of the agent with %d alarms, MB" % sizes.rows, memory, at_most=60))
-    return rows + growth(sizes) + connecting(sizes) + informs(sizes)
+    return rows + scrapes(sizes) + at_rest(sizes) + growth(sizes) + connecting(sizes) + informs(sizes)

@@ -92,6 +92,7 @@ const Texts LINES = {
     R"([vrx-agentd])",
     R"(vrxMetrics tcp:127.0.0.1:9161)",
     R"(vrxMetrics unix:state/metrics.sock)",
+    R"(vrxMetrics tcp:[::]:9161 --certificate etc/a.pem --key etc/a.key --clients etc/b.pem)",
     R"(vrxRequestDeadline 5000)",
     R"(vrxInformTraps 4)",
     R"(vrxInformRetry 1000)",

@@ -18,11 +18,15 @@ bool startsWith(const std::string& text, const std::string& prefix) {
     return text.compare(0, prefix.size(), prefix) == 0;
 }
 
-bool isLoopback(const std::string& host) {
+enum class Hosts { Loopback, Any };
+
+bool isOf(Hosts hosts, const std::string& host) {
     in_addr v4{};
-    if (inet_pton(AF_INET, host.c_str(), &v4) == 1) return (ntohl(v4.s_addr) >> 24) == IN_LOOPBACKNET;
+    if (inet_pton(AF_INET, host.c_str(), &v4) == 1) {
+        return hosts == Hosts::Any || (ntohl(v4.s_addr) >> 24) == IN_LOOPBACKNET;
+    }
     in6_addr v6{};
-    return inet_pton(AF_INET6, host.c_str(), &v6) == 1 && IN6_IS_ADDR_LOOPBACK(&v6);
+    return inet_pton(AF_INET6, host.c_str(), &v6) == 1 && (hosts == Hosts::Any || IN6_IS_ADDR_LOOPBACK(&v6));
 }
 
 unsigned short parsePort(const std::string& text) {
@@ -46,18 +50,29 @@ LocalAddress parseUnix(const std::string& path, const std::string& root) {
     return address;
 }
 
-LocalAddress parseTcp(const std::string& hostAndPort) {
+LocalAddress parseTcp(const std::string& hostAndPort, Hosts hosts) {
     const std::size_t colon = hostAndPort.rfind(':');
     if (colon == std::string::npos) throw std::invalid_argument("\"tcp:\" needs HOST:PORT");
     std::string host = hostAndPort.substr(0, colon);
     if (host.size() > 2 && host.front() == '[' && host.back() == ']') host = host.substr(1, host.size() - 2);
     if (host == "localhost") host = "127.0.0.1";
-    if (!isLoopback(host)) throw std::invalid_argument("\"" + host + "\" is not a numeric loopback address");
+    if (!isOf(hosts, host)) {
+        throw std::invalid_argument("\"" + host + "\" is not a numeric " + (hosts == Hosts::Any ? "" : "loopback ") +
+                                    "address");
+    }
     LocalAddress address;
     address.kind = LocalAddress::Kind::Tcp;
     address.host = host;
     address.port = parsePort(hostAndPort.substr(colon + 1));
     return address;
+}
+
+LocalAddress parse(const std::string& text, const std::string& root, const std::string& what, Hosts hosts) try {
+    if (startsWith(text, UNIX_PREFIX)) return parseUnix(text.substr(sizeof(UNIX_PREFIX) - 1), root);
+    if (startsWith(text, TCP_PREFIX)) return parseTcp(text.substr(sizeof(TCP_PREFIX) - 1), hosts);
+    throw std::invalid_argument("\"" + text + "\" begins with neither \"unix:\" nor \"tcp:\"");
+} catch (const std::invalid_argument& fault) {
+    throw std::invalid_argument(what + ": " + fault.what());
 }
 
 }  // namespace
@@ -75,12 +90,12 @@ std::string LocalAddress::text() const {
     return "(no address)";
 }
 
-LocalAddress parseLocalAddress(const std::string& text, const std::string& root, const std::string& what) try {
-    if (startsWith(text, UNIX_PREFIX)) return parseUnix(text.substr(sizeof(UNIX_PREFIX) - 1), root);
-    if (startsWith(text, TCP_PREFIX)) return parseTcp(text.substr(sizeof(TCP_PREFIX) - 1));
-    throw std::invalid_argument("\"" + text + "\" begins with neither \"unix:\" nor \"tcp:\"");
-} catch (const std::invalid_argument& fault) {
-    throw std::invalid_argument(what + ": " + fault.what());
+LocalAddress parseLocalAddress(const std::string& text, const std::string& root, const std::string& what) {
+    return parse(text, root, what, Hosts::Loopback);
+}
+
+LocalAddress parseServerAddress(const std::string& text, const std::string& root, const std::string& what) {
+    return parse(text, root, what, Hosts::Any);
 }
 
 }  // namespace vrx

@@ -1,8 +1,9 @@
 // Where a server of this machine listens (the management backend, the agent for vrxctl and for collectors): a Unix
 // socket or a TCP port on the loopback interface.
 //
-// Only loopback addresses are accepted, because their protocols have neither authentication nor encryption, and only
-// numeric ones (and "localhost"), because a name look-up could outlast the deadline of a call.
+// Only loopback addresses are accepted, because their protocols have neither authentication nor encryption, but for
+// servers that have both, and only numeric ones (and "localhost"), because a name look-up could outlast the deadline of
+// a call.
 #pragma once
 
 #include <string>
@@ -25,5 +26,8 @@ struct LocalAddress {
 // std::invalid_argument with a text that names the fault, after `what`.
 LocalAddress parseLocalAddress(const std::string& text, const std::string& root,
                                const std::string& what = "backend address");
+
+// The same with any numeric address, for a server that knows its clients.
+LocalAddress parseServerAddress(const std::string& text, const std::string& root, const std::string& what);
 
 }  // namespace vrx

@@ -141,7 +141,7 @@ void checkMetrics(const Facts& facts, Report& report) {
     for (const Directive& line : facts.directivesOf({"vrxmetrics"})) {
         const std::string subject = fmt::format("{}:{}", directivesPath(), line.line);
         if (report.names(subject) || line.arguments.empty()) continue;
-        const LocalAddress address = parseLocalAddress(line.arguments[0], productPath(""));
+        const LocalAddress address = parseServerAddress(line.arguments[0], productPath(""), "vrxMetrics");
         const char* const why = "Collectors get no metrics, and alerts on them stay silent or fire all.";
         if (facts.agentAnswers()) {
             const Expected<FileDescriptor> socket =

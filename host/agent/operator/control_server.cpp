@@ -1,6 +1,8 @@
 #include "host/agent/operator/control_server.h"
 
 #include <fcntl.h>
+#include <gnutls/gnutls.h>
+#include <gnutls/x509.h>
 #include <microhttpd.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -43,6 +45,30 @@ MHD_Result send(MHD_Connection* connection, const ControlAnswer& answer) {
     return queued;
 }
 
+constexpr const char* TLS_VERSIONS = "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2";
+
+std::vector<MHD_OptionItem> tlsOptions(const TlsCredentials& tls) {
+    const auto option = [](MHD_OPTION name, const char* text) {
+        return MHD_OptionItem{name, 0, const_cast<char*>(text)};
+    };
+    return {option(MHD_OPTION_HTTPS_MEM_CERT, tls.certificate.c_str()),
+            option(MHD_OPTION_HTTPS_MEM_KEY, tls.key.c_str()),
+            option(MHD_OPTION_HTTPS_MEM_TRUST, tls.clients.c_str()),
+            option(MHD_OPTION_HTTPS_PRIORITIES, TLS_VERSIONS),
+            {MHD_OPTION_END, 0, nullptr}};
+}
+
+// The library asks for a certificate and takes any, or none.
+bool hasClientCertificate(MHD_Connection* connection) {
+    const MHD_ConnectionInfo* const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_GNUTLS_SESSION);
+    if (info == nullptr) return false;
+    std::string purpose = GNUTLS_KP_TLS_WWW_CLIENT;
+    gnutls_typed_vdata_st wanted{GNUTLS_DT_KEY_PURPOSE_OID, reinterpret_cast<unsigned char*>(purpose.data()), 0};
+    unsigned int faults = 0;
+    auto* const session = static_cast<gnutls_session_t>(info->tls_session);
+    return gnutls_certificate_verify_peers(session, &wanted, 1, &faults) == GNUTLS_E_SUCCESS && faults == 0;
+}
+
 }  // namespace
 
 // One request while its body comes in.
@@ -73,8 +99,8 @@ ControlSocket::~ControlSocket() {
 ControlSocket::ControlSocket(ControlSocket&& other) noexcept
     : m_path(std::exchange(other.m_path, {})), m_listener(std::move(other.m_listener)) {}
 
-ControlServer::ControlServer(ControlSocket socket, std::vector<ControlRoute> routes)
-    : m_routes(std::move(routes)), m_socket(std::move(socket)) {
+ControlServer::ControlServer(ControlSocket socket, std::vector<ControlRoute> routes, std::optional<TlsCredentials> tls)
+    : m_routes(std::move(routes)), m_socket(std::move(socket)), m_tls(std::move(tls)) {
     const auto handler = [](void* server, MHD_Connection* connection, const char* path, const char* method, const char*,
                             const char* upload, std::size_t* uploadSize, void** pending) {
         return serve(*static_cast<ControlServer*>(server), connection, path, method, upload, uploadSize, pending) != 0
@@ -95,12 +121,15 @@ ControlServer::ControlServer(ControlSocket socket, std::vector<ControlRoute> rou
     };
     const int listener = ::fcntl(m_socket.descriptor(), F_DUPFD_CLOEXEC, 0);  // the daemon closes its own
     if (listener < 0) throw std::system_error(errno, std::generic_category(), "control socket");
+    std::vector<MHD_OptionItem> more = {{MHD_OPTION_END, 0, nullptr}};
+    if (m_tls) more = tlsOptions(*m_tls);
+    const unsigned int flags = MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_THREAD_PER_CONNECTION | MHD_USE_POLL;
     m_daemon.reset(MHD_start_daemon(
-        MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_THREAD_PER_CONNECTION | MHD_USE_POLL, 0, nullptr, nullptr,
-        static_cast<MHD_AccessHandlerCallback>(handler), this, MHD_OPTION_LISTEN_SOCKET, listener,
-        MHD_OPTION_CONNECTION_LIMIT, MAX_CONNECTIONS, MHD_OPTION_CONNECTION_TIMEOUT, IDLE_SECONDS,
-        MHD_OPTION_NOTIFY_COMPLETED, static_cast<MHD_RequestCompletedCallback>(completed), nullptr,
-        MHD_OPTION_NOTIFY_CONNECTION, static_cast<MHD_NotifyConnectionCallback>(notify), this, MHD_OPTION_END));
+        m_tls ? flags | MHD_USE_TLS : flags, 0, nullptr, nullptr, static_cast<MHD_AccessHandlerCallback>(handler), this,
+        MHD_OPTION_LISTEN_SOCKET, listener, MHD_OPTION_CONNECTION_LIMIT, MAX_CONNECTIONS, MHD_OPTION_CONNECTION_TIMEOUT,
+        IDLE_SECONDS, MHD_OPTION_NOTIFY_COMPLETED, static_cast<MHD_RequestCompletedCallback>(completed), nullptr,
+        MHD_OPTION_NOTIFY_CONNECTION, static_cast<MHD_NotifyConnectionCallback>(notify), this, MHD_OPTION_ARRAY,
+        more.data(), MHD_OPTION_END));
     if (m_daemon == nullptr) {
         ::close(listener);
         throw std::system_error(EAGAIN, std::generic_category(), "control socket");
@@ -144,6 +173,9 @@ int ControlServer::serve(ControlServer& server, MHD_Connection* connection, cons
                          const char* upload, std::size_t* uploadSize, void** pending) {
     auto* request = static_cast<Pending*>(*pending);
     if (request == nullptr) {  // the head of a request; its body comes in later calls
+        if (server.m_tls && !hasClientCertificate(connection)) {
+            return send(connection, {MHD_HTTP_FORBIDDEN, "a certificate for clients is needed\n", "text/plain"});
+        }
         *pending = new Pending();
         return MHD_YES;
     }
@@ -157,6 +189,7 @@ int ControlServer::serve(ControlServer& server, MHD_Connection* connection, cons
     MHD_get_connection_values(connection, MHD_GET_ARGUMENT_KIND, addQueryItem, &request->request.query);
     request->request.host = headerOf(connection, MHD_HTTP_HEADER_HOST);
     request->request.ifNoneMatch = headerOf(connection, MHD_HTTP_HEADER_IF_NONE_MATCH);
+    request->request.overTls = server.m_tls.has_value();
     server.setAnswered(connection, true);
     const ControlAnswer answer = server.answer(method, path, request->request);
     server.setAnswered(connection, false);

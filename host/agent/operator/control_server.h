@@ -4,7 +4,9 @@
 //         {"GET", "/status", [](const ControlRequest&) { return ControlAnswer::json(status()); }},
 //     });
 //
-// Idle connections make room for new ones.
+// With credentials it is HTTPS (TLS 1.2 or later), for clients with a certificate of their authorities: others get 403,
+// whatever they ask for. Idle connections, also those that do not come to the end of a handshake, make room for new
+// ones.
 //
 // A Unix socket has mode 0600: only its owner and root can connect, and they may do everything. Bodies are JSON.
 //
@@ -16,11 +18,13 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "host/agent/settings/tls_credentials.h"
 #include "host/base/file_descriptor.h"
 #include "host/base/local_address.h"
 #include "host/base/mutex.h"
@@ -35,6 +39,7 @@ struct ControlRequest {
     std::map<std::string, std::string> query;  // "?name=value" of the address
     std::string host;                          // these headers; empty: it has none
     std::string ifNoneMatch;
+    bool overTls = false;  // by a client that has shown its certificate
 };
 
 struct ControlAnswer {
@@ -76,7 +81,8 @@ private:
 class ControlServer {
 public:
     // Answers from here on. Throws std::system_error when it cannot.
-    ControlServer(ControlSocket socket, std::vector<ControlRoute> routes);
+    ControlServer(ControlSocket socket, std::vector<ControlRoute> routes,
+                  std::optional<TlsCredentials> tls = std::nullopt);
     ~ControlServer();
     ControlServer(const ControlServer&) = delete;
     ControlServer& operator=(const ControlServer&) = delete;
@@ -97,6 +103,7 @@ private:
 
     const std::vector<ControlRoute> m_routes;
     const ControlSocket m_socket;
+    const std::optional<TlsCredentials> m_tls;
     Mutex m_mutex;
     std::list<std::pair<MHD_Connection*, Connection>> m_connections GUARDED_BY(m_mutex);  // the oldest first
     struct StopDaemon {

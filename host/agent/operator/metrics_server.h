@@ -2,7 +2,7 @@
 // format, and the routes that are given.
 //
 //     MetricsServer metrics(loop, [&](AgentThreadCall& caller) { return caller.call<std::string>(...); }, routes);
-//     metrics.listen(parseLocalAddress("tcp:127.0.0.1:9161", root));
+//     metrics.listen(parseLocalAddress("tcp:127.0.0.1:9161", root), std::nullopt);
 //
 // Threads: agent thread; clients wait on threads of the server's, on which the text is made.
 #pragma once
@@ -34,11 +34,13 @@ public:
     MetricsServer& operator=(const MetricsServer&) = delete;
 
     // Listens there and nowhere else from here on; without an address nowhere. Throws std::system_error when nobody can
-    // be listened to there, and everything stays as it was.
-    void listen(const std::optional<LocalAddress>& address);
+    // be listened to there, and it listens where it did.
+    void listen(const std::optional<LocalAddress>& address, const std::optional<TlsCredentials>& tls);
 
 private:
     struct Listening;
+
+    void listenAt(const LocalAddress& address, const std::optional<TlsCredentials>& tls);
 
     AgentLoop& m_loop;
     const Routes m_routes;

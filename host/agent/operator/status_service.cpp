@@ -20,9 +20,9 @@ StatusService::StatusService(AgentLoop& loop, const Agent& agent, const Notifica
       m_metrics(
           loop,
           [&, alarms = std::move(alarms)](AgentThreadCall& caller) {
-              return caller.call<std::string>(
-                         [&] { return prometheusText(agentStatus(agent, notifications, reloader)); }) +
-                     alarms(caller);
+              return caller.call<std::string>([&] {
+                  return prometheusText(agentStatus(agent, notifications, reloader));
+              }) + alarms(caller);
           },
           std::move(routes)) {
     try {
@@ -36,7 +36,7 @@ void StatusService::configure() {
     const StatusSettings& settings = m_agent.engine().limits().status;
     m_heartbeat.setPeriod(settings.heartbeat);
     try {
-        m_metrics.listen(settings.metrics);
+        m_metrics.listen(settings.metrics, settings.tls);
     } catch (const std::system_error& error) {
         throw std::system_error(error.code(), std::string("vrxMetrics: ") + error.what());
     }

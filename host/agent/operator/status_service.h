@@ -17,8 +17,8 @@ class Reloader;
 
 class StatusService {
 public:
-    // All that is given outlives it. `routes` are served beside the metrics, `alarms` are among these. A metrics address
-    // that cannot be listened at is an error in the log.
+    // All that is given outlives it. `routes` are served beside the metrics, `alarms` are among these. A metrics
+    // address that cannot be listened at is an error in the log.
     StatusService(AgentLoop& loop, const Agent& agent, const NotificationService& notifications,
                   const Reloader& reloader, MetricsServer::Text alarms, MetricsServer::Routes routes);
 

@@ -6,7 +6,9 @@
 #include <chrono>
 #include <cstdlib>
 #include <stdexcept>
+#include <vector>
 
+#include "host/command_line/option_parser.h"
 #include "host/snmp/net_snmp.h"
 
 namespace vrx {
@@ -66,11 +68,60 @@ struct TextWord {
     void (*set)(EngineLimits& limits, const std::string& text, const std::string& root);  // std::invalid_argument
 };
 
+// The words of a line; one in quotes may have blanks.
+std::vector<std::string> wordsOf(std::string line) {
+    std::vector<std::string> words;
+    std::string word(SNMP_MAXBUF, '\0');
+    for (char* rest = line.data(); rest != nullptr && *rest != '\0';) {
+        rest = copy_nword(rest, word.data(), static_cast<int>(word.size()));
+        words.emplace_back(word.c_str());
+    }
+    return words;
+}
+
+std::string belowRoot(const std::string& path, const std::string& root) {
+    return path.empty() || path.front() == '/' ? path : root + "/" + path;
+}
+
+void setMetrics(EngineLimits& limits, const std::string& line, const std::string& root) {
+    constexpr const char* WORD = "vrxMetrics";
+    std::string address;
+    TlsFiles files;
+    OptionParser options;
+    options.removeHelp();
+    options.add("ADDRESS", address).required();
+    options.add("--certificate", files.certificate);
+    options.add("--key", files.key);
+    options.add("--clients", files.clients);
+    const auto fault = [](const std::string& text) { return std::invalid_argument(std::string(WORD) + ": " + text); };
+    try {
+        options.parse(wordsOf(line));
+    } catch (const std::invalid_argument& error) {
+        throw fault(error.what());
+    }
+    StatusSettings& status = limits.status;
+    if (files.certificate.empty() && files.key.empty() && files.clients.empty()) {
+        status.metrics = parseLocalAddress(address, root, WORD);
+        status.tls.reset();
+        return;
+    }
+    if (files.certificate.empty() || files.key.empty() || files.clients.empty()) {
+        throw fault("TLS needs --certificate, --key and --clients");
+    }
+    const LocalAddress server = parseServerAddress(address, root, WORD);
+    if (server.kind != LocalAddress::Kind::Tcp) throw fault("TLS is for tcp: addresses");
+    for (std::string* file : {&files.certificate, &files.key, &files.clients}) *file = belowRoot(*file, root);
+    try {
+        status.tls = readTlsCredentials(files);
+    } catch (const std::invalid_argument& error) {
+        throw fault(error.what());
+    }
+    status.metrics = server;
+}
+
 const TextWord TEXT_WORDS[] = {
-    {"vrxMetrics", "unix:PATH or tcp:127.0.0.1:PORT",
-     [](EngineLimits& l, const std::string& text, const std::string& root) {
-         l.status.metrics = parseLocalAddress(text, root, "vrxMetrics");
-     }},
+    {"vrxMetrics", "unix:PATH, tcp:127.0.0.1:PORT or tcp:ADDRESS:PORT --certificate FILE --key FILE --clients FILE",
+     setMetrics},
 };
 
 EngineLimits* g_limits = nullptr;

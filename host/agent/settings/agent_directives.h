@@ -15,6 +15,7 @@
 #include "host/agent/requests/request_dispatcher.h"
 #include "host/agent/settings/notification_limits.h"
 #include "host/agent/settings/stream_limits.h"
+#include "host/agent/settings/tls_credentials.h"
 #include "host/base/local_address.h"
 
 namespace vrx {
@@ -22,6 +23,7 @@ namespace vrx {
 // How the agent reports on itself.
 struct StatusSettings {
     std::optional<LocalAddress> metrics;   // where collectors may connect; none: nowhere
+    std::optional<TlsCredentials> tls;     // of that; none: a local address, without TLS
     std::size_t alarms = 1000;             // that are among the metrics, at most
     std::chrono::seconds heartbeat{3600};  // between two log lines; 0: none
 };

@@ -57,7 +57,7 @@ ManagedObject* alarmTableOf(const Agent& agent) {
 
 ControlAnswer guarded(const Route& route, const ControlRequest& request) {
     ControlAnswer answer =
-        isLocalHost(request.host)
+        request.overTls || isLocalHost(request.host)
             ? route(request)
             : ControlAnswer{FORBIDDEN, "This page is for this machine alone: ask for it as localhost.\n",
                             "text/plain; charset=utf-8"};

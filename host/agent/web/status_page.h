@@ -6,7 +6,8 @@
 //     GET /notifications.json    the last notifications that were sent; the same
 //
 // docs/status-page.md has it for users. A request is refused unless its Host is a name or an address of the loopback
-// interface: a browser that has loaded a page of somebody else under another name may not read what is here.
+// interface: a browser that has loaded a page of somebody else under another name may not read what is here. Over TLS
+// the name is the certificate's.
 //
 // Threads: agent thread; routes run on the server's, and the texts are made there.
 #pragma once
