@@ -66,11 +66,14 @@ def documented_lines(section):
 
 
 def type_lines(lines, folder, moved):
-    """Types documented lines with paths of the machine moved to those of a test; packages must be installed already."""
+    """Types documented lines with paths of the machine moved to those of a test; packages must be installed already, and
+    units that are started be theirs."""
     for line in lines:
         if line.startswith("apt install "):
             subprocess.run(["dpkg-query", "-W", *line.split()[2:]], check=True, stdout=subprocess.DEVNULL)
-    script = "\n".join(line for line in lines if not line.startswith("apt "))
+        for unit in line.split()[2:] if line.startswith("systemctl ") else ():
+            subprocess.run(["dpkg-query", "-S", "/lib/systemd/system/%s.service" % unit], check=True, stdout=subprocess.DEVNULL)
+    script = "\n".join(line for line in lines if not line.startswith(("apt ", "systemctl ")))
     for there, here in moved.items():
         script = script.replace(there, here)
     return subprocess.run(["sh", "-ec", script], cwd=folder, check=True, stdout=subprocess.PIPE, text=True,
