@@ -649,6 +649,14 @@ class ZabbixTest(Exported):
                           "TITLE": "vrxAlarmFaultTitle", "LEVEL": "vrxAlarmFaultLevel", "NUMBER": "vrxAlarmAlarmId",
                           "DETAIL": "vrxAlarmAdditionInfo"})
 
+    def test_a_row_that_comes_or_leaves_while_columns_are_read_is_no_alarm(self):
+        """Of texts that may be empty nothing tells whether they were read: the first and the last column are numbers."""
+        (table,) = [item for item in self.template()["items"] if item["key"] == "vrx.alarm.table"]
+        macros = re.findall(r"\{#\w+\}", table["snmp_oid"])
+        (script,) = [step["parameters"][0] for step in table["preprocessing"]]
+        for macro in (macros[0], macros[-1]):
+            self.assertRegex(script, r"/\^\[[0-9]-[0-9]\]\+?\$/\.test\(row\['%s'\]\)" % re.escape(macro))
+
     def test_triggers_of_several_items_name_items_of_the_template(self):
         whole = self.whole()
         keys = {item["key"] for item in whole["templates"][0]["items"]}

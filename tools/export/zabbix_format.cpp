@@ -58,7 +58,7 @@ zabbix_export:
         - uuid: 58fe6fdbf9d6472ea354016900f44c68
           name: Alarm table
           type: SNMP_AGENT
-          snmp_oid: 'discovery[{#NODE},ALARM_ROW.1,{#LOCATION},ALARM_ROW.2,{#ADVICE},ALARM_ROW.3,{#TITLE},ALARM_ROW.4,{#LEVEL},ALARM_ROW.6,{#NUMBER},ALARM_ROW.7,{#DETAIL},ALARM_ROW.10]'
+          snmp_oid: 'discovery[{#LEVEL},ALARM_ROW.6,{#NODE},ALARM_ROW.1,{#LOCATION},ALARM_ROW.2,{#ADVICE},ALARM_ROW.3,{#TITLE},ALARM_ROW.4,{#DETAIL},ALARM_ROW.10,{#NUMBER},ALARM_ROW.7]'
           key: vrx.alarm.table
           delay: '{$VRX.INTERVAL}'
           history: '0'
@@ -83,7 +83,7 @@ zabbix_export:
                       text = plain(text || '').replace(/\{(?=\S)/g, '{ ');
                       return text.length <= length ? text : text.substring(0, length - 3).replace(/[\uD800-\uDBFF]$/, '') + '...';
                   }
-                  // A row that came or left while the table was read is not whole.
+                  // Columns are read one after the other: a row that came meanwhile lacks the first, one that left the last.
                   return JSON.stringify(JSON.parse(value).filter(function (row) {
                       return /^[1-4]$/.test(row['{#LEVEL}']) && /^[0-9]+$/.test(row['{#NUMBER}']);
                   }).map(function (row) {
