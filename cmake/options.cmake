@@ -5,7 +5,7 @@ set(TAMREL_SANITIZE "" CACHE STRING "Sanitizers, as -fsanitize takes them: addre
 option(TAMREL_FUZZER "Link fuzz targets with libFuzzer (clang only) instead of a replay program" OFF)
 option(TAMREL_TESTS "Build the tests (tests/, fuzz/)" ON)
 option(TAMREL_BENCHMARKS "Build the benchmarks (bench/)" ON)
-set(TAMREL_JOIN "" CACHE STRING "What is compiled several sources at a time (cmake/join.cmake): TESTS, SOURCES, both or neither")
+set(TAMREL_JOIN "" CACHE STRING "What is compiled several sources at a time (cmake/join.cmake): of TESTS, TOOLS, SOURCES")
 set(TAMREL_PRODUCT_ROOT ${CMAKE_INSTALL_FULL_DATADIR}/vrx CACHE STRING "Product root where neither --root nor VRX_ROOT names one")
 set(TAMREL_UNIT_DIR lib/systemd/system CACHE STRING "Where systemd's unit files are installed")
 

@@ -16,48 +16,46 @@ namespace vrx {
 
 namespace {
 
-using json = StatusJson;
-
-json ask(const std::string& method, const std::string& path) {
+StatusJson ask(const std::string& method, const std::string& path) {
     return parsedAnswer(callAgent(method, path));
 }
 
-void printItems(std::ostream& out, const json& items, const std::string& indent) {
+void printItems(std::ostream& out, const StatusJson& items, const std::string& indent) {
     for (const auto& [name, value] : items.items())
         out << fmt::format("{}{:<20} {}\n", indent, name, statusText(value));
 }
 
 // Every row under its first value; the others below.
-void printList(std::ostream& out, const json& rows) {
-    for (const json& row : rows) {
+void printList(std::ostream& out, const StatusJson& rows) {
+    for (const StatusJson& row : rows) {
         if (row.empty()) continue;
         out << "  " << statusText(row.front()) << "\n";
-        json others = row;
+        StatusJson others = row;
         others.erase(others.begin());
         printItems(out, others, "    ");
     }
 }
 
 // Of all members of a list.
-std::uint64_t sumOf(const json& status, const char* list, const char* field) {
+std::uint64_t sumOf(const StatusJson& status, const char* list, const char* field) {
     std::uint64_t sum = 0;
-    for (const json& row : status.value(list, json::array())) sum += row.value(field, std::uint64_t{0});
+    for (const StatusJson& row : status.value(list, StatusJson::array())) sum += row.value(field, std::uint64_t{0});
     return sum;
 }
 
-std::uint64_t droppedOf(const json& status, const char* list) {
+std::uint64_t droppedOf(const StatusJson& status, const char* list) {
     std::uint64_t sum = 0;
-    for (const json& row : status.value(list, json::array())) {
-        const json dropped = row.value("dropped", json::object());
-        for (const json& count : dropped) sum += count.get<std::uint64_t>();
+    for (const StatusJson& row : status.value(list, StatusJson::array())) {
+        const StatusJson dropped = row.value("dropped", StatusJson::object());
+        for (const StatusJson& count : dropped) sum += count.get<std::uint64_t>();
     }
     return sum;
 }
 
-void printInforms(std::ostream& out, const json& informs) {
+void printInforms(std::ostream& out, const StatusJson& informs) {
     constexpr const char* ROW = "  {:<35} {:>3}  {:<13} {:>12} {:>8}  {:<8}  {}\n";
     out << fmt::format(ROW, "destination", "ver", "state", "acknowledged", "waiting", "dropped", "last failure");
-    for (const json& inform : informs) {
+    for (const StatusJson& inform : informs) {
         out << fmt::format(ROW, statusText(inform.at("destination")), statusText(inform.at("version")),
                            statusText(inform.at("state")), statusText(inform.at("acknowledged")),
                            statusText(inform.at("waiting")), statusText(inform.at("dropped")),
@@ -65,11 +63,11 @@ void printInforms(std::ostream& out, const json& informs) {
     }
 }
 
-void printDestinations(std::ostream& out, const json& destinations) {
+void printDestinations(std::ostream& out, const StatusJson& destinations) {
     constexpr const char* ROW = "  {:>6}  {:<28} {:>3}  {:<13} {:>10} {:>10} {:>10} {:>8}  {:<8}  {}\n";
     out << fmt::format(ROW, "number", "address", "ver", "state", "sent", "filtered", "suppressed", "waiting", "dropped",
                        "reason");
-    for (const json& destination : destinations) {
+    for (const StatusJson& destination : destinations) {
         out << fmt::format(ROW, statusText(destination.at("number")),
                            statusText(destination.at("address")) + " " + statusText(destination.at("port")),
                            statusText(destination.at("version")), statusText(destination.at("state")),
@@ -92,15 +90,15 @@ void printStatus(std::ostream& out, bool all) {
 }
 
 void printStatusSummary(std::ostream& out, const std::string& answer) {
-    const json status = parsedAnswer(answer);
+    const StatusJson status = parsedAnswer(answer);
     const std::vector<std::string> troubles = troublesIn(status);
     const std::string who = fmt::format("vrx-agentd {}, up {}", statusText(statusField(status, "/agent/version")),
                                         durationText(statusField(status, "/agent/uptime_seconds")));
     out << who << (troubles.empty() ? ": all is well\n" : fmt::format(": {}\n", fmt::join(troubles, "; ")));
 
     const bool connected = statusField(status, "/backend/connected") == true;
-    const json informs = status.value("informs", json::array());
-    const json destinations = status.value("destinations", json::array());
+    const StatusJson informs = status.value("informs", StatusJson::array());
+    const StatusJson destinations = status.value("destinations", StatusJson::array());
     const auto line = [&](const char* title, const std::string& text) {
         out << fmt::format("  {:<12} {}\n", title, text);
     };
@@ -128,7 +126,7 @@ void printStatusSummary(std::ostream& out, const std::string& answer) {
 }
 
 void printStatusTables(std::ostream& out, const std::string& answer) {
-    const json status = parsedAnswer(answer);
+    const StatusJson status = parsedAnswer(answer);
     for (const auto& [title, section] : status.items()) {
         out << title << "\n";
         if (title == "destinations") {
@@ -146,19 +144,19 @@ void printStatusAsJson(std::ostream& out) {
 }
 
 bool reloadAgent(std::ostream& faults) {
-    const json answer = ask("POST", "/reload");
-    for (const json& fault : answer.at("faults")) faults << statusText(fault) << "\n";
+    const StatusJson answer = ask("POST", "/reload");
+    for (const StatusJson& fault : answer.at("faults")) faults << statusText(fault) << "\n";
     return answer.at("taken").get<bool>();
 }
 
 void printLogLevels(std::ostream& out) {
-    const json levels = ask("GET", "/log");
+    const StatusJson levels = ask("GET", "/log");
     for (const auto& [subsystem, level] : levels.items())
         out << fmt::format("{:<13} {}\n", subsystem, statusText(level));
 }
 
 void setLogLevel(const std::string& subsystem, const std::string& level) {
-    callAgent("POST", "/log", json{{"subsystem", subsystem}, {"level", level}}.dump());
+    callAgent("POST", "/log", StatusJson{{"subsystem", subsystem}, {"level", level}}.dump());
 }
 
 void StatusCommand::define(OptionParser& command) {

@@ -19,8 +19,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* SUBJECT = "agent";
-constexpr const char* RESTART = "systemctl restart vrx-agentd";
+constexpr const char* AGENT = "agent";
+constexpr const char* RESTART_AGENT = "systemctl restart vrx-agentd";
 
 struct Trouble {
     const char* begins;
@@ -46,7 +46,7 @@ constexpr Trouble TROUBLES[] = {
 // "trap destination 2 sending fails" is about "trap destination 2".
 std::string subjectOf(const Trouble& trouble, const std::string& text) {
     const std::string begin = trouble.begins;
-    if (begin.back() != ' ') return SUBJECT;
+    if (begin.back() != ' ') return AGENT;
     return text.substr(0, std::min(text.find(' ', begin.size()), text.size()));
 }
 
@@ -63,38 +63,38 @@ void checkAgent(const Facts& facts, Report& report) {
         case AgentFacts::State::Answers:
             return;
         case AgentFacts::State::OutOfReach:
-            report.notChecked(SUBJECT, facts.agent.fault);
+            report.notChecked(AGENT, facts.agent.fault);
             return;
         case AgentFacts::State::Away: {
             std::error_code error;
             const bool left = fs::is_socket(productPath("state/agent.sock"), error);
             report.fault(
-                SUBJECT,
-                std::string("It does not run") + (left ? ": it ended without notice (crash or kill -9)." : "."),
+                AGENT, std::string("It does not run") + (left ? ": it ended without notice (crash or kill -9)." : "."),
                 "No manager is answered, and no trap is sent.",
                 "systemctl start vrx-agentd\njournalctl -u vrx-agentd -n 20");
             return;
         }
         case AgentFacts::State::Silent:
-            report.fault(SUBJECT, "It runs and does not answer on its control socket: " + facts.agent.fault + ".",
+            report.fault(AGENT, "It runs and does not answer on its control socket: " + facts.agent.fault + ".",
                          "It hangs, or is stopped; managers are probably not answered, either.",
-                         "journalctl -u vrx-agentd -n 20\n" + std::string(RESTART));
+                         "journalctl -u vrx-agentd -n 20\n" + std::string(RESTART_AGENT));
     }
 }
 
 void checkAgentVersion(const Facts& facts, Report& report) {
     if (!facts.agentAnswers()) return;
     if (facts.agent.version != VRX_INSTALLED_VERSION) {
-        report.warning(SUBJECT,
+        report.warning(AGENT,
                        fmt::format("Version {} runs, {} is installed.", facts.agent.version, VRX_INSTALLED_VERSION),
-                       "What was mended since is not in force.", RESTART);
+                       "What was mended since is not in force.", RESTART_AGENT);
     }
     std::error_code error;
     const std::string program = fs::read_symlink(fmt::format("/proc/{}/exe", facts.agent.process), error).string();
     constexpr std::string_view DELETED = " (deleted)";
     if (!error && facts.agent.version == VRX_INSTALLED_VERSION && program.size() > DELETED.size() &&
         program.compare(program.size() - DELETED.size(), DELETED.size(), DELETED) == 0) {
-        report.warning(SUBJECT, "The program that runs has been replaced on disk.", "The former one runs on.", RESTART);
+        report.warning(AGENT, "The program that runs has been replaced on disk.", "The former one runs on.",
+                       RESTART_AGENT);
     }
 }
 
@@ -119,10 +119,10 @@ void checkAgentStatus(const Facts& facts, Report& report) {
         for (const Trouble& trouble : TROUBLES) {
             if (found == nullptr && text.rfind(trouble.begins, 0) == 0) found = &trouble;
         }
-        const std::string subject = found == nullptr ? SUBJECT : subjectOf(*found, text);
+        const std::string subject = found == nullptr ? AGENT : subjectOf(*found, text);
         // What has been found to be at fault need not be told again as what the agent makes of it.
-        if (subject != SUBJECT && report.names(subject)) continue;
-        if (found != nullptr && subject == SUBJECT && text.rfind("the backend", 0) == 0 && report.names("backend"))
+        if (subject != AGENT && report.names(subject)) continue;
+        if (found != nullptr && subject == AGENT && text.rfind("the backend", 0) == 0 && report.names("backend"))
             continue;
         std::string remedy = found == nullptr ? "vrxctl status" : found->remedy;
         if (remedy.rfind("vrxctl ", 0) == 0) remedy = facts.vrxctl(remedy.substr(7));
@@ -142,12 +142,12 @@ void checkLosses(const Facts& facts, Report& report) {
                        facts.vrxctl("list") + "   # what its receiver should know");
     }
     if (facts.agent.lostEvents != 0) {
-        report.warning(SUBJECT,
+        report.warning(AGENT,
                        fmt::format("{} events were lost: the backend no longer had them.", facts.agent.lostEvents),
                        "No receiver was told of them.", facts.vrxctl("list") + "   # what receivers should know");
     }
     if (facts.agent.lostLogEntries != 0) {
-        report.warning(SUBJECT, fmt::format("{} notifications are not in the log.", facts.agent.lostLogEntries),
+        report.warning(AGENT, fmt::format("{} notifications are not in the log.", facts.agent.lostLogEntries),
                        "They were sent, and cannot be looked up or sent again.", facts.vrxctl("status --all"));
     }
 }

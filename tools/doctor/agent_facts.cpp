@@ -18,7 +18,7 @@ namespace {
 using nlohmann::json;
 using std::chrono::system_clock;
 
-constexpr std::chrono::seconds PATIENCE{5};
+constexpr std::chrono::seconds STATUS_PATIENCE{5};
 
 // What the answer has there, or nothing: it may be that of an agent of another version.
 template <typename Value>
@@ -114,7 +114,7 @@ void read(const json& status, AgentFacts& agent) {
 AgentFacts gatherAgentFacts() {
     AgentFacts agent;
     try {
-        const std::string answer = callAgent("GET", "/status", {}, PATIENCE);
+        const std::string answer = callAgent("GET", "/status", {}, STATUS_PATIENCE);
         agent.troubles = troublesOf(answer);
         read(json::parse(answer), agent);
         readCommandLine(agent);

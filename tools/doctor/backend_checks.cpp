@@ -30,11 +30,11 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr milliseconds PATIENCE{3000};
-constexpr const char* SUBJECT = "backend";
+constexpr milliseconds BACKEND_PATIENCE{3000};
+constexpr const char* BACKEND = "backend";
 constexpr const char* WHY =
     "The table of alarms is an error, alarms cannot be cleared, and no trap is sent of what happens now.";
-constexpr const char* RESTART = "systemctl restart vrx-backendd\njournalctl -u vrx-backendd -n 20";
+constexpr const char* RESTART_BACKEND = "systemctl restart vrx-backendd\njournalctl -u vrx-backendd -n 20";
 
 // A request that is answered by whatever state the backend is in.
 int askStatus(const BackendOptions& options) {
@@ -48,19 +48,19 @@ int askStatus(const BackendOptions& options) {
 
 void checkAnswer(const BackendOptions& options, const Facts& facts, Report& report) {
     const std::string address = options.address.text();
-    const Expected<FileDescriptor> socket = connectSocket(options.address, Clock::now() + PATIENCE, -1);
+    const Expected<FileDescriptor> socket = connectSocket(options.address, Clock::now() + BACKEND_PATIENCE, -1);
     if (!socket) {
         if (!facts.mayLook && options.address.kind == LocalAddress::Kind::Unix) {
-            report.notChecked(SUBJECT, facts.usersFault);
+            report.notChecked(BACKEND, facts.usersFault);
         } else {
-            report.fault(SUBJECT, "It cannot be reached at " + address + ": " + socket.failure() + ".", WHY,
+            report.fault(BACKEND, "It cannot be reached at " + address + ": " + socket.failure() + ".", WHY,
                          "systemctl start vrx-backendd\njournalctl -u vrx-backendd -n 20");
         }
         return;
     }
     BackendOptions patient = options;
-    patient.callDeadline = std::max(options.callDeadline, PATIENCE);
-    patient.callDeadline = std::min(patient.callDeadline, 2 * PATIENCE);
+    patient.callDeadline = std::max(options.callDeadline, BACKEND_PATIENCE);
+    patient.callDeadline = std::min(patient.callDeadline, 2 * BACKEND_PATIENCE);
     constexpr int ATTEMPTS = 3;  // a machine that is busy for a moment is no slow backend
     int result = BACKEND_OK;
     milliseconds taken = milliseconds::max();
@@ -70,23 +70,23 @@ void checkAnswer(const BackendOptions& options, const Facts& facts, Report& repo
         taken = std::min(taken, std::chrono::duration_cast<milliseconds>(Clock::now() - begun));
     }
     if (result == BACKEND_UNKNOWN_COMMAND) {
-        report.fault(SUBJECT, "It does not know the command GET_BACKEND_STATUS by the configured number.",
+        report.fault(BACKEND, "It does not know the command GET_BACKEND_STATUS by the configured number.",
                      "The numbers of section COMMAND are not those of this backend: all calls fail, or do what was not "
                      "meant.",
                      "vi " + productPath("conf/device.xml") + "\nsystemctl restart vrx-backendd vrx-agentd");
     } else if (result != BACKEND_OK) {
-        report.fault(SUBJECT, fmt::format("It does not answer at {}: {}.", address, backendResultText(result)), WHY,
-                     RESTART);
+        report.fault(BACKEND, fmt::format("It does not answer at {}: {}.", address, backendResultText(result)), WHY,
+                     RESTART_BACKEND);
     } else if (taken > options.callDeadline) {
-        report.fault(SUBJECT,
+        report.fault(BACKEND,
                      fmt::format("An answer takes {} ms; the agent waits {} ms (CALL_DEADLINE_MS).", taken.count(),
                                  options.callDeadline.count()),
-                     WHY, RESTART);
+                     WHY, RESTART_BACKEND);
     } else if (taken > options.callDeadline / 2) {
-        report.warning(SUBJECT,
+        report.warning(BACKEND,
                        fmt::format("An answer takes {} ms; the agent waits {} ms at most (CALL_DEADLINE_MS).",
                                    taken.count(), options.callDeadline.count()),
-                       "Under load calls will fail, and with them reads of the table of alarms.", RESTART);
+                       "Under load calls will fail, and with them reads of the table of alarms.", RESTART_BACKEND);
     }
 }
 
@@ -114,7 +114,7 @@ void checkBackend(const Facts& facts, Report& report) {
 
 void checkAlarms(const Facts& facts, Report& report) {
     constexpr int ATTEMPTS = 3;  // alarms come and go between two looks
-    if (report.names(SUBJECT) || report.names(productPath("conf/device.xml"))) {
+    if (report.names(BACKEND) || report.names(productPath("conf/device.xml"))) {
         report.notChecked("alarms", "the backend cannot be asked");
         return;
     }

@@ -27,7 +27,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::chrono::seconds PATIENCE{30};
+constexpr std::chrono::seconds CHECK_PATIENCE{30};
 
 // Beside this program: in a folder of builds, or as installed.
 std::string installed(const std::vector<const char*>& places) {
@@ -49,7 +49,7 @@ std::vector<std::string> modulesOf(const Facts& facts) {
 CheckProcess::Outcome runToEnd(const std::vector<std::string>& command) {
     std::promise<CheckProcess::Outcome> ended;
     auto outcome = ended.get_future();
-    const CheckProcess process(command, PATIENCE,
+    const CheckProcess process(command, CHECK_PATIENCE,
                                [&](CheckProcess::Outcome result) { ended.set_value(std::move(result)); });
     return outcome.get();
 }

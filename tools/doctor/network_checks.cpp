@@ -27,7 +27,7 @@ namespace vrx {
 
 namespace {
 
-constexpr std::chrono::seconds PATIENCE{2};
+constexpr std::chrono::seconds CONNECT_PATIENCE{2};
 
 struct Listener {
     bool stream = false;
@@ -145,7 +145,7 @@ void checkMetrics(const Facts& facts, Report& report) {
         const char* const why = "Collectors get no metrics, and alerts on them stay silent or fire all.";
         if (facts.agentAnswers()) {
             const Expected<FileDescriptor> socket =
-                connectSocket(address, std::chrono::steady_clock::now() + PATIENCE, -1);
+                connectSocket(address, std::chrono::steady_clock::now() + CONNECT_PATIENCE, -1);
             if (!socket) {
                 report.fault(subject,
                              "The running agent does not listen on " + address.text() + ": " + socket.failure() + ".",

@@ -19,7 +19,7 @@ namespace vrx {
 
 namespace {
 
-constexpr std::chrono::seconds PATIENCE{5};
+constexpr std::chrono::seconds TRAP_PATIENCE{5};
 constexpr std::chrono::milliseconds PAUSE{50};
 
 std::optional<std::uint64_t> lastLogged() {
@@ -54,12 +54,12 @@ void sendTestTrap(const Facts& facts, unsigned int destination, Report& report) 
     }
     try {
         const nlohmann::json body{{"number", *entry}, {"to", std::to_string(destination)}};
-        callAgent("POST", "/traps/resend", body.dump(), PATIENCE);
+        callAgent("POST", "/traps/resend", body.dump(), TRAP_PATIENCE);
     } catch (const AgentCallError& error) {
         report.fault(subject, error.what(), why, facts.vrxctl("status"));
         return;
     }
-    const auto end = std::chrono::steady_clock::now() + PATIENCE;
+    const auto end = std::chrono::steady_clock::now() + TRAP_PATIENCE;
     for (;;) {
         const AgentFacts now = gatherAgentFacts();
         const auto sent = now.sentTraps.find(subject);

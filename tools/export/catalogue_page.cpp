@@ -101,7 +101,7 @@ constexpr const char* SCRIPT = R"(
 constexpr const char* STYLE_HASH = "KVXLsahDx9EoZeoHcfy9zUeQehjDi2xLD952I6l8ZHA=";
 constexpr const char* SCRIPT_HASH = "NlSNnz7006I8HegOTkumbSYIuPV057r82OaMWDrD2Zs=";
 
-constexpr const char* HEAD = R"(<!DOCTYPE html>
+constexpr const char* PAGE_HEAD = R"(<!DOCTYPE html>
 <html lang="en">
 <head>
 <meta charset="utf-8">
@@ -134,7 +134,7 @@ constexpr const char* HEAD = R"(<!DOCTYPE html>
 <section id="alarms" aria-label="Alarms">
 )";
 
-constexpr const char* TAIL = R"(</section>
+constexpr const char* PAGE_TAIL = R"(</section>
 </main>
 <script>{script}</script>
 </body>
@@ -204,12 +204,12 @@ std::string dateOf(const std::string& revision) {
 }  // namespace
 
 std::vector<ExportFile> catalogueFiles(const Catalogue& catalogue) {
-    std::string page = fmt::format(HEAD, fmt::arg("style_hash", STYLE_HASH), fmt::arg("script_hash", SCRIPT_HASH),
+    std::string page = fmt::format(PAGE_HEAD, fmt::arg("style_hash", STYLE_HASH), fmt::arg("script_hash", SCRIPT_HASH),
                                    fmt::arg("style", STYLE), fmt::arg("count", catalogue.alarms.size()),
                                    fmt::arg("date", dateOf(catalogue.revision)));
     std::set<std::string> ids;
     for (const CatalogueAlarm& alarm : catalogue.alarms) page += articleOf(alarm, catalogue, ids);
-    page += fmt::format(TAIL, fmt::arg("script", SCRIPT));
+    page += fmt::format(PAGE_TAIL, fmt::arg("script", SCRIPT));
     return {{"vrx-alarms.html", page}};
 }
 

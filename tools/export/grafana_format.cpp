@@ -30,7 +30,7 @@ struct Panel {
     std::vector<Query> queries;
 };
 
-constexpr int COLUMNS = 24;
+constexpr int GRID_COLUMNS = 24;
 
 const std::vector<Panel>& panels() {
     static const std::vector<Panel> PANELS = {
@@ -224,7 +224,7 @@ std::vector<ExportFile> grafanaFiles(const Catalogue& /*catalogue*/) {
     for (const Panel& panel : panels()) {
         placed.push_back(jsonOf(panel, static_cast<int>(placed.size()) + 1, x, y));
         x += panel.width;
-        if (x < COLUMNS) continue;
+        if (x < GRID_COLUMNS) continue;
         x = 0;
         y += panel.height;
     }

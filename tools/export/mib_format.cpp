@@ -28,7 +28,7 @@ constexpr std::size_t LONGEST_TITLE = 120;
 constexpr std::string_view LINE_COMMANDS[] = {"EVENT", "FORMAT", "EXEC",  "PREEXEC", "NODES",
                                               "MATCH", "REGEX",  "SDESC", "EDESC"};
 
-constexpr const char* HEAD = R"(VRX-TAMREL-ALARM-MIB DEFINITIONS ::= BEGIN
+constexpr const char* MODULE_HEAD = R"(VRX-TAMREL-ALARM-MIB DEFINITIONS ::= BEGIN
 
 -- Written by "vrxctl export mib" from the alarm definition file.
 -- Do not edit.
@@ -71,7 +71,7 @@ vrxTamrelAlarmCompliances OBJECT IDENTIFIER ::= {{ vrxTamrelAlarmConformance 2 }
 )";
 
 // Arguments count bindings from 0. The level is the event's: one severity for all is neither Normal nor the worst.
-constexpr const char* NOTIFICATION = R"(
+constexpr const char* ALARM_NOTIFICATION = R"(
 -- eventID {identifier}
 {name} NOTIFICATION-TYPE
     OBJECTS     {{
@@ -87,7 +87,7 @@ constexpr const char* NOTIFICATION = R"(
     ::= {{ vrxNamedAlarmPrefix {number} }}
 )";
 
-constexpr const char* TAIL = R"(
+constexpr const char* MODULE_TAIL = R"(
 vrxNamedAlarmNotificationGroup NOTIFICATION-GROUP
     NOTIFICATIONS {{
 {notifications}
@@ -168,18 +168,18 @@ std::vector<ExportFile> mibFiles(const Catalogue& catalogue) {
     std::vector<std::string> variables;
     for (const char* const variable : VARIABLES) variables.push_back(std::string("vrxNamedAlarm") + variable);
     const std::string objects = onePerLine(variables, 20);
-    std::string module =
-        fmt::format(HEAD, fmt::arg("variables", onePerLine(variables, 4)), fmt::arg("revision", catalogue.revision));
+    std::string module = fmt::format(MODULE_HEAD, fmt::arg("variables", onePerLine(variables, 4)),
+                                     fmt::arg("revision", catalogue.revision));
     std::vector<std::string> notifications;
     for (const CatalogueAlarm& alarm : catalogue.alarms) {
         module +=
-            fmt::format(NOTIFICATION, fmt::arg("identifier", alarm.identifier), fmt::arg("name", alarm.notification),
-                        fmt::arg("variables", objects), fmt::arg("description", descriptionOf(alarm)),
-                        fmt::arg("title", formatTitle(alarm.title)),
+            fmt::format(ALARM_NOTIFICATION, fmt::arg("identifier", alarm.identifier),
+                        fmt::arg("name", alarm.notification), fmt::arg("variables", objects),
+                        fmt::arg("description", descriptionOf(alarm)), fmt::arg("title", formatTitle(alarm.title)),
                         fmt::arg("number", alarm.alarmOid.substr(alarm.alarmOid.find('.') + 1)));
         notifications.push_back(alarm.notification);
     }
-    module += fmt::format(TAIL, fmt::arg("notifications", onePerLine(notifications, 20)));
+    module += fmt::format(MODULE_TAIL, fmt::arg("notifications", onePerLine(notifications, 20)));
     return {{"VRX-TAMREL-ALARM-MIB", module}};
 }
 

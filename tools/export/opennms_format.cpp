@@ -18,13 +18,13 @@ namespace vrx {
 
 namespace {
 
-constexpr const char* HEAD = R"(<?xml version="1.0" encoding="UTF-8"?>
+constexpr const char* EVENTS_HEAD = R"(<?xml version="1.0" encoding="UTF-8"?>
 <!-- Events of VRX storage systems, written by "vrxctl export opennms". Severity is the level of binding 6, Normal when
      binding 11 says that the alarm has ended. -->
 <events xmlns="http://xmlns.opennms.org/xsd/eventconf">
 )";
 
-constexpr const char* TAIL = "</events>\n";
+constexpr const char* EVENTS_TAIL = "</events>\n";
 
 // Children of an event have a fixed order. OpenNMS shows descriptions as HTML.
 constexpr const char* EVENT = R"(  <event>
@@ -59,20 +59,20 @@ constexpr const char* ALARM_DATA_ENDED =
     R"(    <alarm-data reduction-key="vrx-end:%nodeid%:%parm[#1]%:%parm[#7]%:%parm[#9]%" alarm-type="2" clear-key="vrx:%nodeid%:%parm[#1]%:%parm[#7]%:%parm[#9]%" auto-clean="false"/>
 )";
 
-struct Kind {
+struct EventKind {
     const char* name;
     const char* severity;
     unsigned int level;  // binding 6; 0: any
     bool isEnd;
 };
 
-constexpr Kind KINDS[] = {
+constexpr EventKind EVENT_KINDS[] = {
     {"critical", "Critical", 1, false}, {"major", "Major", 2, false}, {"minor", "Minor", 3, false},
     {"warning", "Warning", 4, false},   {"end", "Normal", 0, true},
 };
 
 constexpr std::size_t LONGEST_LABEL = 250;
-constexpr std::size_t LONGEST_CAUSE = 2000;
+constexpr std::size_t LONGEST_DESCRIPTION = 2000;
 
 // How OpenNMS matches a trap: of SNMPv2, RFC 3584, section 3.2, makes enterprise and specific trap of its OID.
 struct TrapNumbers {
@@ -91,10 +91,10 @@ TrapNumbers numbersOf(std::string_view oid) {
 
 // A text in HTML in XML, in an element whose %tokens% OpenNMS replaces.
 std::string descriptionText(const std::string& text) {
-    return replacedAll(markupText(markupText(shortened(oneLine(text), LONGEST_CAUSE))), "%", "%pctsign%");
+    return replacedAll(markupText(markupText(shortened(oneLine(text), LONGEST_DESCRIPTION))), "%", "%pctsign%");
 }
 
-std::string varbindsOf(const Kind& kind) {
+std::string varbindsOf(const EventKind& kind) {
     constexpr const char* VARBIND = "      <varbind><vbnumber>{}</vbnumber>{}</varbind>\n";
     std::string varbinds;
     if (kind.level != 0) varbinds = fmt::format(VARBIND, 6, fmt::format("<vbvalue>{}</vbvalue>", kind.level));
@@ -106,7 +106,7 @@ std::string varbindsOf(const Kind& kind) {
 void addEvents(std::string& text, std::string_view uei, std::string_view oid, const std::string& label,
                const std::string& cause) {
     const TrapNumbers numbers = numbersOf(oid);
-    for (const Kind& kind : KINDS)
+    for (const EventKind& kind : EVENT_KINDS)
         fmt::format_to(
             std::back_inserter(text), EVENT, fmt::arg("enterprise", numbers.enterprise),
             fmt::arg("specific", numbers.specific), fmt::arg("varbinds", varbindsOf(kind)),
@@ -143,13 +143,13 @@ void addHeartbeat(std::string& text) {
 }  // namespace
 
 std::vector<ExportFile> opennmsFiles(const Catalogue& catalogue) {
-    std::string text = HEAD;
+    std::string text = EVENTS_HEAD;
     addEvents(text, "anyAlarm", tamrel_notification::COMMON, "any alarm", "");
     for (const CatalogueAlarm& alarm : catalogue.alarms)
         addEvents(text, alarm.notification, alarm.oid, markupText(shortened(oneLine(alarm.title), LONGEST_LABEL)),
                   "&lt;p&gt;Cause: " + descriptionText(alarm.cause) + "&lt;/p&gt;");
     addHeartbeat(text);
-    text += TAIL;
+    text += EVENTS_TAIL;
     return {{"vrx.events.xml", std::move(text)}};
 }
 

@@ -211,14 +211,14 @@ groups:
             unless on (instance, serial) vrx:alarm:row)
 )YAML";
 
-struct Level {
+struct AlertLevel {
     const char* alert;
     const char* severity;
     const char* matcher;
 };
 
 // An alarm of another level would be a warning, as the agent counts it.
-constexpr Level LEVELS[] = {
+constexpr AlertLevel ALERT_LEVELS[] = {
     {"VrxAlarmCritical", "critical", "level=\"critical\""},
     {"VrxAlarmMajor", "major", "level=\"major\""},
     {"VrxAlarmMinor", "minor", "level=\"minor\""},
@@ -546,10 +546,10 @@ std::string snmpModules() {
     return text;
 }
 
-constexpr std::size_t LONGEST_CAUSE = 2000;
+constexpr std::size_t LONGEST_ANNOTATION = 2000;
 
 std::string causeOf(const CatalogueAlarm& alarm) {
-    return shortened(oneLine(alarm.cause), LONGEST_CAUSE);
+    return shortened(oneLine(alarm.cause), LONGEST_ANNOTATION);
 }
 
 // The first alarm of each number: a second series of one number would leave it to chance which cause is shown.
@@ -562,7 +562,7 @@ std::vector<const CatalogueAlarm*> byNumber(const Catalogue& catalogue) {
 
 std::string rules(const std::vector<const CatalogueAlarm*>& alarms) {
     std::string text = ALARM_RULES;
-    for (const Level& level : LEVELS)
+    for (const AlertLevel& level : ALERT_LEVELS)
         text += fmt::format(ALARM_ALERT, level.alert, level.matcher, level.severity) + ALARM_ANNOTATIONS;
     text += AGENT_RULES;
     if (!alarms.empty()) text += DEFINITIONS;
@@ -586,7 +586,7 @@ struct Occurrence {
     const CatalogueAlarm* alarm;
     std::size_t serial;
 
-    [[nodiscard]] const Level& level() const { return LEVELS[serial % std::size(LEVELS)]; }
+    [[nodiscard]] const AlertLevel& level() const { return ALERT_LEVELS[serial % std::size(ALERT_LEVELS)]; }
 };
 
 std::string seriesOf(const Occurrence& occurrence) {
@@ -627,7 +627,7 @@ std::string alarmTest(const std::vector<Occurrence>& occurrences) {
     for (const Occurrence& occurrence : occurrences)
         text += "      - {series: " + yamlText(seriesOf(occurrence)) + ", values: '1x2 stale'}\n";
     text += "    alert_rule_test:\n";
-    for (const Level& level : LEVELS) {
+    for (const AlertLevel& level : ALERT_LEVELS) {
         text += fmt::format("      - {{alertname: {}, eval_time: 4m}}\n", level.alert);
         text += fmt::format("      - alertname: {}\n        eval_time: 2m\n        exp_alerts:\n", level.alert);
         for (const Occurrence& occurrence : occurrences)

@@ -34,13 +34,13 @@ constexpr Kind KINDS[] = {
     {"Warning", "4|warning", false},   {"Normal", nullptr, true},
 };
 
-constexpr std::size_t LONGEST_TEXT = 2000;
+constexpr std::size_t LONGEST_LINE = 2000;
 
 // snmptt replaces variables before it makes "$$" a dollar, so "$$5" would be a dollar and binding 5. No variable begins
 // with a blank.
 std::string literal(const std::string& text) {
     std::string plain;
-    const std::string line = shortened(oneLine(text), LONGEST_TEXT);
+    const std::string line = shortened(oneLine(text), LONGEST_LINE);
     for (std::size_t i = 0; i < line.size(); ++i) {
         plain += line[i];
         if (line[i] != '$') continue;

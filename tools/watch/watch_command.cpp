@@ -33,7 +33,7 @@ namespace vrx {
 
 namespace {
 
-constexpr std::size_t NOTIFICATIONS = 100;  // that can be scrolled through
+constexpr std::size_t NOTIFICATIONS_KEPT = 100;  // that can be scrolled through
 constexpr std::chrono::milliseconds END_PATIENCE{200};
 
 // Looks again and again, in a thread of its own: keys are answered while an agent or a backend hangs.
@@ -71,7 +71,7 @@ public:
 private:
     void run() {
         try {
-            Watcher watcher(NOTIFICATIONS);
+            Watcher watcher(NOTIFICATIONS_KEPT);
             for (bool ending = false; !ending;) {
                 auto found = watcher.look();
                 MutexLock lock(m_mutex);
