@@ -22,7 +22,7 @@ class Sbom(unittest.TestCase):
         self.folder = pathlib.Path(folder.name)
 
     def make(self, licences=LICENCES, notices=NOTICES, created="1"):
-        multiarch = subprocess.run(["dpkg-architecture", "-qDEB_HOST_MULTIARCH"], stdout=subprocess.PIPE, text=True,
+        multiarch = subprocess.run(["g++", "-print-multiarch"], stdout=subprocess.PIPE, text=True,
                                    check=True).stdout.strip()
         return subprocess.run(
             [SOURCE / "packaging/sbom", "--objects", BUILD, "--version", "1.2.3", "--multiarch", multiarch, "--created", created,
