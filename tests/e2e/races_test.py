@@ -22,7 +22,8 @@ from trap_receiver import TrapReceiver
 
 SHUTDOWNS = int(os.environ.get("TAMREL_SHUTDOWNS", "10"))
 TURNS = 15            # of each actor at least, when all go on beside each other
-SECONDS_TO_END = 2.0 * slowdown()  # from SIGTERM, idle or under load
+SECONDS_TO_END = 2.0  # from SIGTERM, idle or under load, on a machine that has time for it
+BUSY = 4 * slowdown()  # it has a load of ours, other tests and a build; a call of the backend would be waited for 60 s
 EVENTS_PER_SECOND = 200
 AT_ONCE = 10          # alarms of one raise
 ACTIVE_AT_MOST = 100  # alarms: walks are to come to an end on slow builds, too
@@ -126,7 +127,7 @@ class EndUnderLoad(unittest.TestCase):
     def ends_in_time(self, program):
         code, seconds = seconds_to_end(program)
         self.assertEqual(code, 0, program.log()[-4000:])
-        self.assertLess(seconds, SECONDS_TO_END)
+        self.assertLess(seconds, SECONDS_TO_END * BUSY)
 
     def test_idle_programs_end_in_time(self):
         with System(agent_config=CONFIG) as system:
