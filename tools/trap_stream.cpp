@@ -65,13 +65,17 @@ std::optional<TrapStream::File> TrapStream::fileNow() const {
 
 bool TrapStream::open(std::string& lines) {
     const std::optional<File> file = fileNow();
-    if (!file) {
+    std::optional<NotificationLogReader> reader;
+    try {
+        if (file) reader.emplace(m_options.path);
+    } catch (const UnfinishedNotificationLog&) {  // as good as none
+    }
+    if (!reader) {
         if (!m_after) m_after = 0;  // all that the agent is going to write
         return false;
     }
-    NotificationLogReader reader(m_options.path);
     if (fileNow() != file) return false;  // another one meanwhile: the next call opens it
-    m_reader.emplace(std::move(reader));
+    m_reader = std::move(reader);
     if (m_file && m_file != file) {
         addNewLog(lines);
         m_after = 0;
@@ -159,7 +163,6 @@ void followTraps(std::ostream& out, const TrapStreamOptions& options) {
     constexpr milliseconds PAUSE{100};  // the agent writes entries as often
     constexpr milliseconds PAUSE_AFTER_FAULT{1000};
     TrapStream stream(options);
-    if (options.format == TrapStreamFormat::Table) out << trapTableHead() << std::flush;
     std::string fault;
     for (bool isFirst = true;; isFirst = false) {
         std::string lines;
@@ -171,6 +174,8 @@ void followTraps(std::ostream& out, const TrapStreamOptions& options) {
             if (fault != error.what()) std::cerr << "vrxctl: " << error.what() << "; trying again\n";
             fault = error.what();
         }
+        // Who sees the head sees what comes after it.
+        if (isFirst && options.format == TrapStreamFormat::Table) out << trapTableHead();
         out << lines << std::flush;
         if (!out) throw std::runtime_error("the lines cannot be written");
         const milliseconds pause = !fault.empty() ? PAUSE_AFTER_FAULT : lines.empty() ? PAUSE : milliseconds(0);

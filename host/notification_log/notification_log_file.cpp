@@ -152,7 +152,9 @@ void NotificationLogFile::append(const std::vector<LoggedNotification>& entries,
 }
 
 NotificationLogReader::NotificationLogReader(const std::string& path) : m_database(SqliteDatabase::readOnly(path)) {
-    if (versionOf(m_database) != STORE_VERSION) throw SqliteError(path + ": no notification log of this version");
+    const std::uint64_t version = versionOf(m_database);
+    if (version == 0) throw UnfinishedNotificationLog(path + ": no notification log yet");
+    if (version != STORE_VERSION) throw SqliteError(path + ": no notification log of this version");
 }
 
 void NotificationLogReader::list(const NotificationLogFilter& filter,

@@ -78,9 +78,15 @@ struct NotificationLogPart {
     bool isOfAnother = false;                 // the log has never come to the number asked for: this is its beginning
 };
 
+// The agent has begun the file and not finished its table yet: there is no entry.
+class UnfinishedNotificationLog : public SqliteError {
+public:
+    using SqliteError::SqliteError;
+};
+
 class NotificationLogReader {
 public:
-    // Throws SqliteError when there is no such file, or none of a notification log.
+    // Throws SqliteError when there is no such file, or none of a notification log; UnfinishedNotificationLog.
     explicit NotificationLogReader(const std::string& path);
 
     // In the order of their numbers.

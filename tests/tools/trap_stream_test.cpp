@@ -104,6 +104,14 @@ TEST_F(TrapStreamTest, WaitsForALogAndTellsAllOfIt) {
     EXPECT_THAT(told(stream.next()), ElementsAre("1"));
 }
 
+TEST_F(TrapStreamTest, ALogThatIsBeingMadeIsWaitedFor) {
+    std::ofstream(m_options.path).flush();
+    TrapStream stream(m_options);
+    EXPECT_EQ(stream.next(), "");
+    write(1);
+    EXPECT_THAT(told(stream.next()), ElementsAre("1"));
+}
+
 TEST_F(TrapStreamTest, TellsHowManyEntriesAreGone) {
     write(10, 3);
     m_options.after = 2;

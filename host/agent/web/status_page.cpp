@@ -93,6 +93,7 @@ ControlAnswer notifications(const std::string& run, const ControlRequest& reques
         filter.last = LAST_NOTIFICATIONS;
         NotificationLogReader(productPath("state/notification_log.db"))
             .list(filter, [&](const LoggedNotification& entry) { list.push_back(notificationJson(entry)); });
+    } catch (const UnfinishedNotificationLog&) {  // nothing was sent yet
     } catch (const SqliteError& error) {
         fault = error.what();
     }
