@@ -46,9 +46,8 @@ std::string CSNMP_Tamrel_Mib_Module::getMibFileName() {
 
 void CSNMP_Tamrel_Mib_Module::getSvcHandler(SNMP_HANDLER_LIST& handlers) {
     for (const tRegistration& row : REGISTRATIONS) {
-        std::unique_ptr<CSnmpHandler> handler(row.make());
-        handlers.emplace_back(row.oid, handler.get());
-        (void)handler.release();  // the host's, for the life of the process
+        std::string oid = row.oid;
+        handlers.emplace_back(std::move(oid), row.make());
     }
 }
 
