@@ -344,7 +344,7 @@ class Snmpd:
     def __init__(self):
         self._folder = tempfile.mkdtemp(prefix="snmpd-")
         self.port = free_port()
-        config = os.path.join(self._folder, "snmpd.conf")
+        config = os.path.join(self._folder, "given.conf")  # it writes its state to snmpd.conf of this folder
         with open(config, "w", encoding="ascii") as file:
             file.write(STOCK_CONFIG)
         environment = {"MIBS": "", "SNMPCONFPATH": self._folder, "SNMP_PERSISTENT_DIR": self._folder}
