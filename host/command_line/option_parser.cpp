@@ -9,6 +9,24 @@
 
 namespace vrx {
 
+namespace {
+
+// CLI11 takes "[a,b]" for a list of values. Here each word is one value, brackets and all ("[::1]"): while CLI11 looks
+// at a word that ends with a bracket, this ends it.
+constexpr char END_OF_WORD = '\x1f';
+
+std::string guarded(std::string word) {
+    if (!word.empty() && word.back() == ']') word += END_OF_WORD;
+    return word;
+}
+
+std::string unguarded(std::string& word) {
+    if (!word.empty() && word.back() == END_OF_WORD) word.pop_back();
+    return {};  // no fault
+}
+
+}  // namespace
+
 const OptionParser::Option& OptionParser::Option::required() const {
     m_option->required();
     return *this;
@@ -46,7 +64,7 @@ OptionParser::~OptionParser() = default;
 
 template <typename T>
 OptionParser::Option OptionParser::add(const std::string& name, T& value, const std::string& help) {
-    return Option(m_app->add_option(name, value, help));
+    return Option(m_app->add_option(name, value, help)->transform(CLI::Validator(unguarded, "")));
 }
 template OptionParser::Option OptionParser::add(const std::string&, std::string&, const std::string&);
 template OptionParser::Option OptionParser::add(const std::string&, std::vector<std::string>&, const std::string&);
@@ -89,9 +107,16 @@ void OptionParser::removeHelp() {
     m_app->set_help_flag();
 }
 
+void OptionParser::parseWords(std::vector<std::string> words) {
+    std::transform(words.begin(), words.end(), words.begin(), guarded);
+    std::reverse(words.begin(), words.end());  // CLI11 takes them from the back
+    m_app->parse(words);
+}
+
 std::optional<int> OptionParser::parse(int argc, char** argv) {
+    if (m_app->get_name().empty()) m_app->name(argv[0]);
     try {
-        m_app->parse(argc, argv);
+        parseWords({argv + 1, argv + argc});
         return std::nullopt;
     } catch (const CLI::ParseError& error) {
         return m_app->exit(error) == 0 ? EX_OK : EX_USAGE;
@@ -99,9 +124,8 @@ std::optional<int> OptionParser::parse(int argc, char** argv) {
 }
 
 void OptionParser::parse(std::vector<std::string> words) {
-    std::reverse(words.begin(), words.end());  // CLI11 takes them from the back
     try {
-        m_app->parse(words);
+        parseWords(std::move(words));
     } catch (const CLI::ParseError& error) {
         throw std::invalid_argument(error.what());
     }

@@ -63,6 +63,7 @@ public:
 
 private:
     explicit OptionParser(CLI::App* command);
+    void parseWords(std::vector<std::string> words);
 
     std::unique_ptr<CLI::App> m_own;  // none: the parser that it is a command of has it
     CLI::App* m_app;

@@ -4,6 +4,9 @@
 
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <stdexcept>
+
+#include "host/command_line/option_parser.h"
 
 namespace vrx {
 
@@ -19,6 +22,39 @@ TEST(JoinParameters, EscapesCommasAndAmpersandsInsideValues) {
 
 TEST(JoinParameters, NoParametersAreAnEmptyText) {
     EXPECT_EQ(joinParameters({}), "");
+}
+
+TEST(RaiseCommand, TakesParametersAsTheyAre) {
+    const std::vector<std::string> words = {"[::1]", "[7,8]", "[]", "a]", "{}", "%%", "", "clear"};
+    RaiseCommand command;
+    OptionParser parser;
+    command.define(parser);
+    std::vector<std::string> line = {"4295229443"};
+    line.insert(line.end(), words.begin(), words.end());
+    parser.parse(line);
+    EXPECT_EQ(command.request.parameters, words);
+}
+
+TEST(RaiseCommand, TakesAParameterThatIsABracketedOrEmptyText) {
+    for (const std::string word : {"[::1]", "[]", "{}", "%%", ""}) {
+        RaiseCommand command;
+        OptionParser parser;
+        command.define(parser);
+        parser.parse({"4295229443", word});
+        EXPECT_EQ(command.request.parameters, std::vector<std::string>{word});
+    }
+}
+
+TEST(RaiseCommand, SaysWhichNumberIsNone) {
+    RaiseCommand command;
+    OptionParser parser;
+    command.define(parser);
+    try {
+        parser.parse({"[4]"});
+        FAIL() << "taken as a number";
+    } catch (const std::invalid_argument& fault) {
+        EXPECT_STREQ(fault.what(), "Could not convert: ALARM-ID = [4]");
+    }
 }
 
 ListedAlarm listed() {
