@@ -128,6 +128,34 @@ class StatusPage(Looks):
         self.assertTrue(browser.evaluate("window.same"))
         self.check_harmless(browser, self.origin)
 
+    def test_it_asks_nothing_while_nobody_sees_it(self):
+        self.start()
+        browser = self.browser
+        self.open()
+        # What the page has yet to do: a headless browser shows all its pages, so the page is told that it is hidden.
+        browser.evaluate("""(() => {
+            window.due = new Set();
+            const later = window.setTimeout, never = window.clearTimeout;
+            window.setTimeout = (what, pause) => {
+                const timer = later(() => { window.due.delete(timer); what(); }, pause);
+                window.due.add(timer);
+                return timer;
+            };
+            window.clearTimeout = timer => { window.due.delete(timer); never(timer); };
+            window.show = shown => {
+                Object.defineProperty(document, "hidden", {value: !shown, configurable: true});
+                document.dispatchEvent(new Event("visibilitychange"));
+            };
+        })()""")
+        browser.wait("window.due.size === 1", "the page's next look")
+        self.assertEqual(browser.evaluate("show(false), window.due.size"), 0)
+        browser.wait("window.due.size === 0", "the end of a look that was under way")
+        browser.evaluate("show(true)")
+        browser.wait("window.due.size === 1", "the page's next look")
+        self.system.raise_disk(7)
+        self.wait_alarms(1)
+        self.check_harmless(browser, self.origin)
+
     def test_it_tells_that_agent_or_backend_are_gone(self):
         self.start()
         browser, system = self.browser, self.system

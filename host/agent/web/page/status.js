@@ -375,7 +375,11 @@
     }
   });
   document.addEventListener("visibilitychange", () => {
-    if (!document.hidden) look();
+    if (document.hidden) {
+      clearTimeout(timer);
+    } else {
+      look();
+    }
   });
   look();
 })();
