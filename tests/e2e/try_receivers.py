@@ -674,7 +674,8 @@ def alarms_become_problems(system, zabbix):
         system.vrxctl("clear", serial)
     for ended in (problem, hostile):
         zabbix.wait_recovered(ended)
-    check(not zabbix.problems(), "the problems of cleared alarms have recovered")
+    left = [problem["name"] for problem in zabbix.problems()]
+    check(not left, "the problems of cleared alarms have recovered", left)
 
 
 def every_alarm_becomes_a_problem(system, zabbix):
