@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
+#include <list>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -27,6 +28,7 @@
 #include "host/agent/traps/trap_sender.h"
 #include "host/base/file_descriptor.h"
 #include "host/base/logging.h"
+#include "host/snmp/limits.h"
 #include "host/transport/backend_protocol.h"
 #include "platform/notify_handler.h"
 #include "platform/notify_msg_handler.h"
@@ -58,6 +60,7 @@ public:
         ::setenv("SNMP_PERSISTENT_DIR", (m_root + "/net-snmp").c_str(), 1);
         ::setenv("SNMPCONFPATH", m_root.c_str(), 1);
         init_snmp("notification_bench");
+        addUser();
         openSink();
         loadModule();
     }
@@ -192,21 +195,24 @@ private:
 // The agent's whole way of an event, over a transport.
 class Way {
 public:
-    explicit Way(TrapTransport& transport)
+    explicit Way(TrapTransport& transport, unsigned int version = 2, int destinations = 1)
         : m_sender(m_loop, unpaced(), transport),
           m_ledger(surroundings().root() + "/notifications.db"),
           m_log(surroundings().root() + "/notification_log.db"),
           m_delivery(m_loop, {&m_sender}, m_ledger, m_log),
           m_binding(CNotifyHandler::instance()->handlers()),
           m_pipeline(CNotifyHandler::instance()->handlers(), m_binding, m_definitions, m_delivery, m_ledger, [] {}) {
-        tTrapDestInfo destination;
-        destination.index = "1";
-        destination.address = "127.0.0.1";
-        destination.port = surroundings().port();
-        destination.version = 2;
-        destination.trapType = 1;
-        destination.user = COMMUNITY;
-        m_sender.setDestinations({destination});
+        std::list<tTrapDestInfo> rows;
+        for (int i = 1; i <= destinations; ++i) {
+            tTrapDestInfo& row = rows.emplace_back();
+            row.index = std::to_string(i);
+            row.address = "127.0.0.1";
+            row.port = surroundings().port();
+            row.version = version;
+            row.trapType = 1;
+            row.user = version == SNMPV3 ? USER : COMMUNITY;
+        }
+        m_sender.setDestinations(rows);
         m_pipeline.onConnected({});
         turnUntilSent();
     }
@@ -224,7 +230,12 @@ public:
         turnUntilSent();
     }
 
-    std::uint64_t sent() const { return m_sender.status().destinations.front().counters.sent; }
+    // To all destinations.
+    std::uint64_t sent() const {
+        std::uint64_t sent = 0;
+        for (const auto& destination : m_sender.status().destinations) sent += destination.counters.sent;
+        return sent;
+    }
 
 private:
     static TrapOptions unpaced() {
@@ -251,13 +262,15 @@ private:
     unsigned long long m_sequence = 0;
 };
 
-void takeEvents(benchmark::State& state, TrapTransport& transport) {
+void takeEvents(benchmark::State& state, TrapTransport& transport, unsigned int version = 2, int destinations = 1) {
     const int events = static_cast<int>(state.range(0));
-    Way way(transport);
+    Way way(transport, version, destinations);
     const std::uint64_t before = way.sent();
     for (auto _ : state) way.take(events);
     state.SetItemsProcessed(state.iterations() * events);
-    if (way.sent() - before != static_cast<std::uint64_t>(state.items_processed())) state.SkipWithError("not all sent");
+    if (way.sent() - before != static_cast<std::uint64_t>(state.items_processed() * destinations)) {
+        state.SkipWithError("not all sent");
+    }
 }
 
 // Record to bindings, choice of destinations, queue, loop: all but the network.
@@ -274,10 +287,27 @@ void eventToSocket(benchmark::State& state) {
 }
 BENCHMARK(eventToSocket)->Arg(1)->Arg(EVENTS_AT_ONCE);
 
+void eventToEightDestinations(benchmark::State& state) {
+    NetSnmpTrapTransport transport;
+    takeEvents(state, transport, 2, 8);
+}
+BENCHMARK(eventToEightDestinations)->Arg(EVENTS_AT_ONCE);
+
+void eventToSecureDestination(benchmark::State& state) {
+    NetSnmpTrapTransport transport;
+    takeEvents(state, transport, SNMPV3);
+}
+BENCHMARK(eventToSecureDestination)->Arg(EVENTS_AT_ONCE);
+
 void readyPduOverCachedSession(benchmark::State& state) {
-    sendReadyPdus(state, trapOfAlarm(*alarmRecord()), surroundings().port());
+    sendReadyPdus(state, trapOfAlarm(*alarmRecord()), surroundings().port(), ReadyPdu::Community);
 }
 BENCHMARK(readyPduOverCachedSession);
+
+void readySecurePduOverCachedSession(benchmark::State& state) {
+    sendReadyPdus(state, trapOfAlarm(*alarmRecord()), surroundings().port(), ReadyPdu::Secure);
+}
+BENCHMARK(readySecurePduOverCachedSession);
 
 void readyPacketBySendto(benchmark::State& state) {
     constexpr std::size_t PACKET = 760;  // about what the trap takes

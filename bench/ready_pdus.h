@@ -8,8 +8,14 @@
 namespace vrx {
 
 constexpr const char* COMMUNITY = "traps";
+constexpr const char* USER = "traps";  // of SNMPv3: authenticated and encrypted
+
+// To the engine's users.
+void addUser();
+
+enum class ReadyPdu { Community, Secure };  // of SNMPv2c, of SNMPv3
 
 // Only the sending of PDUs of the same trap, which are made while the clock stands.
-void sendReadyPdus(benchmark::State& state, const Notification& trap, unsigned int port);
+void sendReadyPdus(benchmark::State& state, const Notification& trap, unsigned int port, ReadyPdu kind);
 
 }  // namespace vrx

@@ -6,36 +6,23 @@
 //
 // Prints one line: how many variables came, and the seconds. Asks 127.0.0.1 as community "public". An answer that does
 // not come within seconds, or is none, ends it with exit code 1.
-#include <arpa/inet.h>
-#include <sys/socket.h>
-#include <sys/time.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
 #include <string>
-#include <string_view>
+
+#include "bench/manager.h"
 
 namespace {
 
-using Bytes = std::basic_string<unsigned char>;
-using View = std::basic_string_view<unsigned char>;
-
-constexpr unsigned char INTEGER = 0x02;
-constexpr unsigned char OCTETS = 0x04;
 constexpr unsigned char OID = 0x06;
-constexpr unsigned char SEQUENCE = 0x30;
 constexpr unsigned char GET = 0xA0;
 constexpr unsigned char RESPONSE = 0xA2;
 constexpr unsigned char GETBULK = 0xA5;
 constexpr unsigned char NO_SUCH_OBJECT = 0x80;
 constexpr unsigned char END_OF_MIB_VIEW = 0x82;
-
-constexpr std::size_t LARGEST_MESSAGE = 65536;
-constexpr int ANSWER_SECONDS = 30;
 
 // Making requests
 
@@ -94,43 +81,6 @@ Bytes request(unsigned char kind, std::uint32_t number, std::uint32_t repetition
 
 // Reading answers
 
-class Reader {
-public:
-    explicit Reader(View bytes) : m_rest(bytes) {}
-
-    bool done() const { return m_rest.empty(); }
-
-    View take(unsigned char& tag) {
-        tag = byte();
-        std::size_t length = byte();
-        if (length >= 0x80) {
-            std::size_t octets = length & 0x7F;
-            for (length = 0; octets > 0; --octets) length = (length << 8) | byte();
-        }
-        if (length > m_rest.size()) throw std::runtime_error("an answer is cut");
-        const View content = m_rest.substr(0, length);
-        m_rest.remove_prefix(length);
-        return content;
-    }
-
-    View expect(unsigned char wanted) {
-        unsigned char tag = 0;
-        const View content = take(tag);
-        if (tag != wanted) throw std::runtime_error("an answer has an unexpected element");
-        return content;
-    }
-
-private:
-    unsigned char byte() {
-        if (m_rest.empty()) throw std::runtime_error("an answer is cut");
-        const unsigned char value = m_rest.front();
-        m_rest.remove_prefix(1);
-        return value;
-    }
-
-    View m_rest;
-};
-
 // The varbinds of an answer without an error.
 View varbindsOf(View message) {
     Reader outer(Reader(message).expect(SEQUENCE));
@@ -144,38 +94,6 @@ View varbindsOf(View message) {
     pdu.expect(INTEGER);
     return pdu.expect(SEQUENCE);
 }
-
-class Connection {
-public:
-    explicit Connection(int port) : m_socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in agent{};
-        agent.sin_family = AF_INET;
-        agent.sin_port = htons(static_cast<std::uint16_t>(port));
-        agent.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        const timeval wait{ANSWER_SECONDS, 0};
-        if (m_socket < 0 || ::setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait) != 0 ||
-            ::connect(m_socket, reinterpret_cast<const sockaddr*>(&agent), sizeof agent) != 0) {
-            throw std::runtime_error("no socket");
-        }
-    }
-    ~Connection() { ::close(m_socket); }
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
-
-    void send(const Bytes& message) {
-        if (::send(m_socket, message.data(), message.size(), 0) < 0) throw std::runtime_error("cannot send");
-    }
-
-    View receive() {
-        const ssize_t size = ::recv(m_socket, m_buffer, sizeof m_buffer, 0);
-        if (size <= 0) throw std::runtime_error("no answer");
-        return {m_buffer, static_cast<std::size_t>(size)};
-    }
-
-private:
-    int m_socket;
-    unsigned char m_buffer[LARGEST_MESSAGE];
-};
 
 unsigned long walk(Connection& agent, const Bytes& root, std::uint32_t repetitions) {
     unsigned long variables = 0;
@@ -203,19 +121,13 @@ unsigned long get(Connection& agent, const Bytes& name, unsigned long count, uns
     const Bytes first = request(GET, 0x01020304, 0, name);
     const std::size_t place = first.find(Bytes{0x02, 0x04, 0x01, 0x02, 0x03, 0x04});
     Bytes message = first;
-    unsigned long sent = 0;
-    const auto sendNext = [&] {
-        ++sent;
+    const auto send = [&](unsigned long number) {
         for (std::size_t i = 0; i < 4; ++i) {
-            message[place + 2 + i] = static_cast<unsigned char>((sent >> (8 * (3 - i))) & 0xFF);
+            message[place + 2 + i] = static_cast<unsigned char>((number >> (8 * (3 - i))) & 0xFF);
         }
         agent.send(message);
     };
-    while (sent < open && sent < count) sendNext();
-    for (unsigned long answered = 0; answered < count; ++answered) {
-        varbindsOf(agent.receive());
-        if (sent < count) sendNext();
-    }
+    ask(agent, count, open, send, varbindsOf);
     return count;
 }
 

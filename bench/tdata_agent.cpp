@@ -5,6 +5,8 @@
 //     tdata_agent --copy udp:127.0.0.1:1161 --table 1.3.6.1.4.1.99871.2.91.10.1.1 --scalar 1.3...2.0
 //                 --listen udp:127.0.0.1:1162 --state DIR
 //
+// With --agentx ADDRESS in place of --listen it is a subagent of the snmpd there.
+//
 // --table names the object's table, whose entries stand below TABLE.1.COLUMN.INDEX. Says "ready" on stderr when it
 // serves; ends on SIGTERM.
 #include <net-snmp/net-snmp-config.h>
@@ -191,22 +193,29 @@ void registerScalar(tRows& served) {
     }
 }
 
-// Reads DIR/tdata-agent.conf; the library keeps its own file in DIR/state.
+// No address for a subagent, whose master listens.
 void serve(tRows& served, const std::string& address) {
     registerTable(served);
     registerScalar(served);
-    netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, address.c_str());
-    if (init_master_agent() != 0) throw std::runtime_error("cannot listen on " + address);
+    if (!address.empty()) {
+        netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, address.c_str());
+        if (init_master_agent() != 0) throw std::runtime_error("cannot listen on " + address);
+    }
     std::fprintf(stderr, "%s: %zu rows, ready\n", NAME, served.rows.size());
     while (g_stop == 0) agent_check_and_process(1);
 }
 
-void startLibrary(const std::string& folder) {
+// Reads DIR/tdata-agent.conf; the library keeps its own file in DIR/state.
+void startLibrary(const std::string& folder, const std::string& master) {
     ::setenv("MIBS", "", 1);
     ::unsetenv("SNMPCONFPATH");
     netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_CONFIGURATION_DIR, folder.c_str());
     netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_PERSISTENT_DIR, (folder + "/state").c_str());
     snmp_enable_stderrlog();
+    if (!master.empty()) {
+        netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET, master.c_str());
+        netsnmp_enable_subagent();
+    }
     if (init_agent(NAME) != 0) throw std::runtime_error("the agent library cannot be initialised");
     init_vacm_vars();
     init_snmp(NAME);
@@ -220,16 +229,18 @@ int main(int argc, char** argv) {
     std::string table;
     std::string scalar;
     std::string listener;
+    std::string master;
     std::string folder;
     options.add("--copy", copied, "agent whose rows are served").required();
     options.add("--table", table, "OID of the table").required();
     options.add("--scalar", scalar, "OID of the scalar's instance").required();
-    options.add("--listen", listener, "address").required();
+    options.add("--listen", listener, "address");
+    options.add("--agentx", master, "address of the snmpd that it is a subagent of");
     options.add("--state", folder, "absolute folder with tdata-agent.conf").required();
     if (const std::optional<int> exitCode = options.parse(argc, argv)) return *exitCode;
     try {
         std::signal(SIGTERM, [](int) { g_stop = 1; });
-        startLibrary(folder);
+        startLibrary(folder, master);
         tRows served = copyRows(copied, table, scalar);
         serve(served, listener);
         snmp_shutdown(NAME);

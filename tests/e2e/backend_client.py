@@ -90,6 +90,11 @@ class BackendClient:
             self.call(*[record(RAISE_ALARM, uint(1, alarm_id, 8), uint(2, 3), text(8, parameters))] * now)
             count -= now
 
+    def raise_alarm(self, alarm_id=POWER_LOSS, parameters="someone,once"):
+        """One alarm: its serial number."""
+        answer = self.call(record(RAISE_ALARM, uint(1, alarm_id, 8), uint(2, 3), text(8, parameters)))
+        return int.from_bytes(answer[-4:], "little")
+
     def clear_alarm(self, serial):
         self.call(record(CLEAR_ALARM, uint(3, serial), text(7, "test")))
 
