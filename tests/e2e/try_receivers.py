@@ -21,7 +21,7 @@ import urllib.parse
 import urllib.request
 
 from export_test import alarm, documented_lines, hostile_definitions, many_definitions, type_lines
-from harness import AGENT_CONFIG, DESTINATIONS, PROGRAM_DIR, System, free_port, wait_for
+from harness import AGENT_CONFIG, DESTINATIONS, PROGRAM_DIR, Failure, System, free_port, wait_for
 from metrics_tls_test import Authority, TlsSystem
 from snmptt_test import Snmptrapd, Snmptt
 from traps_test import NAMED, TrapSystem
@@ -545,8 +545,13 @@ Include=%s
                         "the problem " + beginning, 120)[0]
 
     def wait_recovered(self, problem):
-        wait_for(lambda: [one for one in self.problems(active=False) if one["eventid"] == problem["eventid"]],
-                 "the end of the problem " + problem["name"], 120)
+        try:
+            wait_for(lambda: [one for one in self.problems(active=False) if one["eventid"] == problem["eventid"]],
+                     "the end of the problem " + problem["name"], 120)
+        except Failure as failure:
+            items = self.call("item.get", output=["name", "lastvalue", "lastclock", "state", "error"], host=self.host)
+            triggers = self.call("trigger.get", output=["description", "value", "state", "error"], host=self.host)
+            raise Failure("%s; at %d: %s, %s" % (failure, time.time(), items, triggers)) from failure
 
     def trigger_text(self, problem):
         (trigger,) = self.call("trigger.get", output=["comments"], expandComment=True, triggerids=[problem["objectid"]])
@@ -769,6 +774,7 @@ def main():
     if not os.path.exists(os.path.join(PROGRAM_DIR, "vrxctl")):
         print("try-receivers: no programs in " + PROGRAM_DIR, file=sys.stderr)
         return 1
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(128 + signal.SIGTERM))  # by way of all that ends what was started
     failed = []
     for name in sys.argv[1:]:
         print(name + ":", flush=True)
