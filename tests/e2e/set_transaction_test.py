@@ -50,8 +50,9 @@ class Gate:
 class OpenSet(unittest.TestCase):
     """Each test holds a SET open between its rows and the end of its clear."""
 
-    def begin(self, call_deadline=LONG_MS, config="", device=None):
-        self.system = System(start=False, agent_config=AGENT_CONFIG + "trapcommunity traps\n" + config,
+    def begin(self, call_deadline=LONG_MS, request_deadline=LONG_MS, config="", device=None):
+        deadline = "vrxRequestDeadline %d\n" % request_deadline
+        self.system = System(start=False, agent_config=AGENT_CONFIG + "trapcommunity traps\n" + deadline + config,
                              device={("BACKEND", "ADDRESS"): "unix:state/proxy.sock",
                                      ("BACKEND", "CALL_DEADLINE_MS"): call_deadline, **(device or {})},
                              backend_arguments=["--address", "unix:state/backend.sock"])
@@ -178,7 +179,7 @@ class OpenSet(unittest.TestCase):
         return removal
 
     def test_a_set_that_waits_for_another_ones_end_has_its_own_deadline(self):
-        self.begin(config="vrxRequestDeadline 400\n")
+        self.begin(request_deadline=400)
         self.alarms.raise_alarms(1)
         self.system.add_destination(1, 5162)
         before = self.rows()
