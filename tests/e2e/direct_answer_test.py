@@ -187,5 +187,71 @@ class DirectAnswers(unittest.TestCase):
             self.assertEqual(self.counted(self.both.ask_udp, message), self.counted(self.both.ask_tcp, message))
 
 
+class SecureAnswers(unittest.TestCase):
+    """The same of SNMPv3, whose answers the library encrypts: what its tools read of both."""
+
+    USERS = """
+createUser partial SHA-256 "partial-auth-pass" AES "partial-priv-pass"
+createUser reader SHA-512 "reader-auth-pass" AES "reader-priv-pass"
+view partial included .1.3.6.1.4.1.99871
+view partial excluded .%s.10.7
+view partial excluded .%s.4
+rouser partial noauth -V partial
+rouser reader noauth .1
+""" % (ALARMS, ALARMS)
+    REQUESTS = 60
+
+    @classmethod
+    def setUpClass(cls):
+        tcp_port = free_port(socket.SOCK_STREAM)
+        cls.system = System(extra_config=cls.USERS + "[snmp] sendMessageMaxSize 2000\nvrxFreshSnapshotAge 600000\nvrxWalkSnapshotAge 600000\n",
+                            agent_arguments=["--listen", "tcp:127.0.0.1:%d" % tcp_port])
+        cls.system.__enter__()
+        cls.addClassCleanup(cls.system.close)
+        with BackendClient(cls.system.path("state", "backend.sock")) as backend:
+            backend.raise_alarms(ALARM_COUNT)
+        cls.addresses = ("udp:127.0.0.1:%d" % cls.system.port, "tcp:127.0.0.1:%d" % tcp_port)
+
+    @staticmethod
+    def user(name="reader", level="authPriv", protocol="SHA-512"):
+        return ["-v3", "-l", level, "-u", name, "-a", protocol, "-A", name + "-auth-pass", "-x", "AES", "-X",
+                name + "-priv-pass"]
+
+    def answers(self, tool, *arguments, version, options=()):
+        done = [self.system.run(tool, *arguments, version=version, options=options, address=address, check=False)
+                for address in self.addresses]
+        return [(one.returncode, one.stdout, one.stderr.replace(address, "")) for one, address in
+                zip(done, self.addresses)]
+
+    def assert_same(self, *arguments, **more):
+        direct, engine = self.answers(*arguments, **more)
+        self.assertEqual(direct, engine, (arguments, more))
+        return direct[1]
+
+    def test_each_level(self):
+        for level in ("noAuthNoPriv", "authNoPriv", "authPriv"):
+            shown = self.assert_same("snmpget", CLEAR_ALARM, ALARMS + ".10.5", version=self.user(level=level))
+            self.assertIn("after an unexpected stop", shown)
+            walked = self.assert_same("snmpbulkwalk", ALARMS.rpartition(".")[0], version=self.user(level=level))
+            self.assertEqual(len(walked.splitlines()), 12 * ALARM_COUNT)
+
+    def test_requests_of_chance(self):
+        chance = random.Random(SEED)
+        users = (self.user(), self.user("partial", protocol="SHA-256"))
+        for _ in range(self.REQUESTS):
+            tool = chance.choice(("snmpget", "snmpgetnext", "snmpbulkget"))
+            options = ["-Cr%d" % chance.choice((1, 5, 50))] if tool == "snmpbulkget" else []
+            names = [DirectAnswers.chance_name(chance) for _ in range(chance.choice((1, 1, 3)))]
+            self.assert_same(tool, *names, version=chance.choice(users), options=options)
+
+    def test_answers_around_the_longest_message(self):
+        for repetitions in range(1, 60, 4):
+            self.assert_same("snmpbulkget", ALARMS + ".10", version=self.user(), options=["-Cr%d" % repetitions])
+
+    def test_contexts_and_other_engines(self):
+        for context in (["-n", "elsewhere"], ["-E", "0x8000000001020304"]):
+            self.assert_same("snmpget", CLEAR_ALARM, version=self.user() + context)
+
+
 if __name__ == "__main__":
     unittest.main()

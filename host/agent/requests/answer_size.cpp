@@ -25,12 +25,6 @@ struct FreeBuffer {
 };
 using Buffer = std::unique_ptr<unsigned char, FreeBuffer>;
 
-std::size_t boundOf(const netsnmp_session& session, const netsnmp_pdu& pdu) {
-    const std::size_t longest = longestMessage(session);
-    const auto real = static_cast<std::size_t>(pdu.msgMaxSize & REAL_BOUND);
-    return real == 0 ? longest : std::min(longest, real);
-}
-
 // The library encodes from the buffer's end, and forwards into buffers that it takes for larger than they are.
 int encode(netsnmp_session* session, netsnmp_pdu* pdu, unsigned char** buffer, std::size_t* size, std::size_t* used) {
     pdu->flags &= ~static_cast<u_long>(UCD_MSG_FLAG_FORWARD_ENCODE | UCD_MSG_FLAG_BULK_TOOBIG);
@@ -84,9 +78,11 @@ int refuse(netsnmp_session* session) {
 
 }  // namespace
 
-std::size_t longestMessage(const netsnmp_session& session) {
+std::size_t longestAnswer(const netsnmp_session& session, const netsnmp_pdu& request) {
     // The session's is the transport's, or less.
-    return std::min(session.sndMsgMaxSize, static_cast<std::size_t>(netsnmp_max_send_msg_size()));
+    const std::size_t longest = std::min(session.sndMsgMaxSize, static_cast<std::size_t>(netsnmp_max_send_msg_size()));
+    const auto real = static_cast<std::size_t>(request.msgMaxSize & REAL_BOUND);
+    return real == 0 ? longest : std::min(longest, real);
 }
 
 long mostBulkResponses() {
@@ -97,7 +93,7 @@ long mostBulkResponses() {
 }
 
 void boundAnswer(const netsnmp_session& session, netsnmp_pdu& request) {
-    const std::size_t bound = boundOf(session, request);
+    const std::size_t bound = longestAnswer(session, request);
     request.msgMaxSize = static_cast<long>(bound) | WITHOUT_BOUND;
     if (request.command != SNMP_MSG_GETBULK) return;
     request.msgMaxSize |= OF_GETBULK;
@@ -122,8 +118,8 @@ bool answerFits(netsnmp_session& session, netsnmp_pdu& set) {
     std::size_t size = SNMP_MIN_MAX_LEN;
     std::size_t used = 0;
     auto* buffer = static_cast<unsigned char*>(std::malloc(size));
-    const bool fits =
-        buffer != nullptr && encode(&session, answer, &buffer, &size, &used) == 0 && used <= boundOf(session, set);
+    const bool fits = buffer != nullptr && encode(&session, answer, &buffer, &size, &used) == 0 &&
+                      used <= longestAnswer(session, set);
     std::free(buffer);
     snmp_free_pdu(answer);
     return fits;
@@ -146,7 +142,7 @@ int buildMessage(netsnmp_session* session, netsnmp_pdu* pdu, unsigned char** buf
     const bool answer = pdu->command == SNMP_MSG_RESPONSE;
     if (answer && pdu->errstat == SNMP_ERR_TOOBIG && pdu->version != SNMP_VERSION_1) empty(*pdu);
     int result = encode(session, pdu, buffer, size, used);
-    const std::size_t bound = boundOf(*session, *pdu);
+    const std::size_t bound = longestAnswer(*session, *pdu);
     if (result != 0 || *used <= bound) return result;
     if (!answer) return refuse(session);
 

@@ -17,8 +17,8 @@ namespace vrx {
 
 constexpr std::size_t MOST_VARIABLES = 10'000;  // of an answer: the library's copies of a PDU have no more
 
-// Octets of the longest message that the session sends.
-std::size_t longestMessage(const netsnmp_session& session);
+// Octets of the longest message that the session sends and who asked takes.
+std::size_t longestAnswer(const netsnmp_session& session, const netsnmp_pdu& request);
 
 // The variables that the repetitions of a GETBULK are answered with at most, as the engine has it.
 long mostBulkResponses();

@@ -4,6 +4,7 @@
 
 #include "host/agent/objects/table_rules.h"
 #include "host/agent/requests/answer_size.h"
+#include "host/snmp/limits.h"
 #include "host/snmp/net_snmp.h"
 
 namespace vrx {
@@ -22,11 +23,22 @@ std::size_t repetitionsOf(const netsnmp_pdu& pdu, std::size_t variables) {
     return static_cast<std::size_t>(std::max(repetitions, 0L));
 }
 
+// Of SNMPv3: to this engine, whose keys are in the request's security state.
+bool isToOwnUser(const netsnmp_pdu& pdu) {
+    unsigned char own[SNMP_MAX_ENG_SIZE];
+    const std::size_t size = snmpv3_get_engineID(own, sizeof own);
+    return pdu.securityModel == SNMP_SEC_MODEL_USM && pdu.securityStateRef != nullptr &&
+           pdu.contextEngineIDLen == size && std::equal(own, own + size, pdu.contextEngineID);
+}
+
 bool isPlain(const netsnmp_pdu& pdu) {
-    if (pdu.version != SNMP_VERSION_1 && pdu.version != SNMP_VERSION_2c) return false;
+    if (pdu.version == SNMP_VERSION_3 ? !isToOwnUser(pdu)
+                                      : pdu.version != SNMP_VERSION_1 && pdu.version != SNMP_VERSION_2c) {
+        return false;
+    }
     if (pdu.contextNameLen != 0 || pdu.variables == nullptr) return false;
     if (pdu.command != SNMP_MSG_GETBULK) return true;
-    return pdu.version == SNMP_VERSION_2c && pdu.non_repeaters <= 0 && pdu.max_repetitions > 0;
+    return pdu.version != SNMP_VERSION_1 && pdu.non_repeaters <= 0 && pdu.max_repetitions > 0;
 }
 
 // Nothing else is registered within the object.
@@ -75,13 +87,18 @@ std::size_t DirectAnswer::send(PendingRead& transaction, netsnmp_session* sessio
     m_see = rules == nullptr || rules->seesSecrets(*pdu, mib) ? TableSnapshot::See::All
                                                               : TableSnapshot::See::WithoutSecrets;
     if (!collect(mib, snapshot, pdu)) return 0;
-    m_buffer.resize(longestMessage(*session));
+    const std::size_t longest = longestAnswer(*session, *pdu);
+    m_buffer.resize(longest);
     BerWriter out(m_buffer);
     if (!write(out, snapshot, *pdu)) return 0;
+    std::string_view message(reinterpret_cast<const char*>(out.data()), out.size());
+    if (pdu->version == SNMP_VERSION_3) message = secured(out, session, pdu);
+    if (message.empty() || message.size() > longest) return 0;
     if (pdu->command != SNMP_MSG_GET) data.spans = spans(snapshot, *pdu);
     void* address = pdu->transport_data;
     int addressLength = pdu->transport_data_length;
-    if (netsnmp_transport_send(transport, out.data(), static_cast<int>(out.size()), &address, &addressLength) <= 0) {
+    if (netsnmp_transport_send(transport, message.data(), static_cast<int>(message.size()), &address, &addressLength) <=
+        0) {
         return 0;
     }
 
@@ -90,7 +107,7 @@ std::size_t DirectAnswer::send(PendingRead& transaction, netsnmp_session* sessio
     snmp_increment_statistic_by(STAT_SNMPINTOTALREQVARS, static_cast<int>(m_instances.size()));
     snmp_increment_statistic(STAT_SNMPOUTPKTS);
     snmp_increment_statistic(STAT_SNMPOUTGETRESPONSES);
-    return out.size();
+    return message.size();
 }
 
 // Finds what the answer shows: all of it, or false.
@@ -157,10 +174,28 @@ bool DirectAnswer::write(BerWriter& out, const TableSnapshot& snapshot, const ne
     out.integer(ASN_INTEGER, 0);  // error status
     out.integer(ASN_INTEGER, pdu.reqid);
     out.header(SNMP_MSG_RESPONSE, 0);
+    if (pdu.version == SNMP_VERSION_3) return !out.overflowed();
     out.octets(ASN_OCTET_STR, {reinterpret_cast<const char*>(pdu.community), pdu.community_len});
     out.integer(ASN_INTEGER, pdu.version);
     out.header(SEQUENCE, 0);
     return !out.overflowed();
+}
+
+// The whole message; empty where the library cannot make it.
+std::string_view DirectAnswer::secured(const BerWriter& answer, netsnmp_session* session, netsnmp_pdu* pdu) {
+    if (m_secured.octets == nullptr) {
+        m_secured.octets = static_cast<unsigned char*>(std::malloc(LONGEST_MESSAGE));
+        if (m_secured.octets == nullptr) return {};
+        m_secured.size = LONGEST_MESSAGE;
+    }
+    const int asked = pdu->command;
+    pdu->command = SNMP_MSG_RESPONSE;  // the header tells whether a report may come of the message
+    std::size_t used = 0;
+    const int result = snmpv3_packet_realloc_rbuild(&m_secured.octets, &m_secured.size, &used, session, pdu,
+                                                    const_cast<unsigned char*>(answer.data()), answer.size());
+    pdu->command = asked;
+    if (result != SNMPERR_SUCCESS) return {};
+    return {reinterpret_cast<const char*>(m_secured.octets) + (m_secured.size - used), used};
 }
 
 // Each variable's name and the last one of its answer.
