@@ -1,20 +1,18 @@
-// A thread that writes to disk what others leave to it, soon after it came: at most every 100 ms, so that what comes
-// meanwhile shares a transaction.
+// Writes to disk what others leave to it, soon after it came: at most every 100 ms, so that what comes meanwhile shares
+// a transaction. One thread does it for all writers of the process: they use the same disk.
 //
 //     BackgroundWriter writer([this] { return wroteAll(); });
 //     queue.push_back(entry);
 //     writer.wake();
 //
 // `write` is called by the thread, one call at a time. What it throws for lack of memory, and false, the sign of a disk
-// that does not take it, mean that it is called again.
+// that does not take it, mean that it is called again; with false the other writers have their turn before.
 //
 // Threads: wake() from any, also under a lock that `write` takes; the rest from its owner's.
 #pragma once
 
 #include <functional>
-#include <thread>
-
-#include "host/base/mutex.h"
+#include <memory>
 
 namespace vrx {
 
@@ -33,16 +31,11 @@ public:
     void stop();
 
 private:
-    void run();
+    class Thread;
+    struct Work;
 
-    const std::function<bool()> m_write;
-
-    Mutex m_mutex;
-    ConditionVariable m_changed;
-    bool m_awake GUARDED_BY(m_mutex) = false;
-    bool m_stopping GUARDED_BY(m_mutex) = false;
-
-    std::thread m_thread;
+    const std::shared_ptr<Thread> m_thread;  // the last writer ends it
+    const std::shared_ptr<Work> m_work;
 };
 
 }  // namespace vrx

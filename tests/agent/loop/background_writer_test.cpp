@@ -5,6 +5,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <future>
 #include <mutex>
 #include <new>
 #include <thread>
@@ -133,6 +134,60 @@ TEST_F(BackgroundWriterTest, AStopWaitsForTheWriteUnderWay) {
     writer.stop();
     EXPECT_EQ(m_ended, 1);
     opener.join();
+}
+
+TEST_F(BackgroundWriterTest, AllWritersShareAThread) {
+    std::promise<std::thread::id> one;
+    std::promise<std::thread::id> other;
+    BackgroundWriter first([&one] {
+        one.set_value(std::this_thread::get_id());
+        return true;
+    });
+    BackgroundWriter second([&other] {
+        other.set_value(std::this_thread::get_id());
+        return true;
+    });
+    first.wake();
+    second.wake();
+    const std::thread::id thread = one.get_future().get();
+    EXPECT_EQ(thread, other.get_future().get());
+    EXPECT_NE(thread, std::this_thread::get_id());
+}
+
+TEST_F(BackgroundWriterTest, AWriterWhoseDiskTakesNothingDelaysNoOther) {
+    m_outcome = [](int) { return false; };
+    BackgroundWriter failing([this] { return write(); });
+    int written = 0;  // guarded by m_mutex
+    BackgroundWriter other([&] {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        ++written;
+        m_changed.notify_all();
+        return true;
+    });
+    failing.wake();
+    for (int round = 1; round <= 3; ++round) {
+        waitFor(m_ended, round);
+        other.wake();
+        waitFor(written, round);
+    }
+}
+
+TEST_F(BackgroundWriterTest, AStopLeavesTheOthersAtWork) {
+    BackgroundWriter writer([this] { return write(); });
+    hold(true);
+    writer.wake();
+    waitFor(m_begun, 1);
+    {
+        BackgroundWriter other([this] { return write(); });
+        other.wake();
+        other.stop();  // does not wait for the writer's write
+    }
+    hold(false);
+    waitFor(m_ended, 1);
+    writer.wake();
+    waitFor(m_ended, 2);
+    writer.stop();
+    EXPECT_EQ(m_begun, 2);
 }
 
 TEST_F(BackgroundWriterTest, AfterAStopNothingIsWritten) {
