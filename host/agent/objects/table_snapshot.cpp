@@ -15,16 +15,18 @@ constexpr std::size_t TEXT_BLOCK = 4UL * 1024UL;
 }  // namespace
 
 const char* TableSnapshot::Texts::add(std::string_view text) {
+    std::string_view& last = m_last[text.size() % m_last.size()];
+    if (last == text) return last.data();
     if (text.size() > m_left) {
         m_left = std::max(text.size(), TEXT_BLOCK);
         m_blocks.push_back(std::make_unique<char[]>(m_left));
         m_free = m_blocks.back().get();
     }
     std::memcpy(m_free, text.data(), text.size());
-    const char* const added = m_free;
+    last = {m_free, text.size()};
     m_free += text.size();
     m_left -= text.size();
-    return added;
+    return last.data();
 }
 
 TableSnapshot::TableSnapshot(const MibObject& object, std::uint64_t changes, Clock::time_point taken)

@@ -7,11 +7,13 @@
 //     if (at) snapshot.fill(*at, varbind);
 //
 // A scalar is one column (number 0) with one row. Values are converted when they are added, and kept compactly:
-// 16 bytes a cell and the texts.
+// 16 bytes a cell and the texts. Rows that follow one another with the same text in a column have it once: alarms of
+// one definition, raised by one fault, share most of theirs.
 //
 // Threads: one thread builds it; after finish() it is constant and may be read by any.
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -86,7 +88,10 @@ private:
         const char* add(std::string_view text);
 
     private:
+        static constexpr std::size_t REMEMBERED = 8;
+
         std::vector<std::unique_ptr<char[]>> m_blocks;
+        std::array<std::string_view, REMEMBERED> m_last;  // one of each length, but that lengths share places
         char* m_free = nullptr;
         std::size_t m_left = 0;
     };

@@ -55,6 +55,19 @@ TEST_F(TableSnapshotTest, WalksColumnByColumnInTheOrderOfRowNumbers) {
                                    "1.4.2", "1.4.30"));
 }
 
+TEST_F(TableSnapshotTest, ATextThatComesAgainInItsColumnIsKeptOnce) {
+    TableSnapshot rows(table(), 0, TableSnapshot::Clock::now());
+    const std::vector<const char*> texts = {"a fault", "another", "a fault", "a fault", "a third one", "a fault", ""};
+    for (std::uint32_t row = 0; row < texts.size(); ++row)
+        rows.add(row + 1, *makeRow(row + 1, textCell(1, texts[row])));
+    rows.finish();
+    const auto at = [&rows](std::size_t row) { return rows.value({0, row}).octets; };
+    for (std::size_t row = 0; row < texts.size(); ++row) EXPECT_EQ(at(row), texts[row]) << row;
+    EXPECT_EQ(at(2).data(), at(3).data());
+    EXPECT_EQ(at(3).data(), at(5).data()) << "a text of another length does not push it out";
+    EXPECT_NE(at(0).data(), at(1).data());
+}
+
 TEST_F(TableSnapshotTest, SteppingByInstanceGivesTheSameNames) {
     auto byName = snapshot.next(nullptr, 0, false);
     auto byStep = byName;
