@@ -1,6 +1,11 @@
 #include "tests/failing_memory.h"
 
+#include <dlfcn.h>
+#include <pthread.h>
+
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <new>
 
@@ -11,6 +16,7 @@ void* s_blocks[MAX_BLOCKS];
 std::size_t s_blockCount = 0;
 bool s_tracking = false;
 thread_local unsigned int s_failAt = 0;
+std::atomic<bool> s_failThreads{false};
 
 const void* s_watched = nullptr;
 std::size_t s_watchedSize = 0;
@@ -60,6 +66,9 @@ void failAt(unsigned int n) {
 bool isFailureToCome() {
     return s_failAt != 0;
 }
+void failThreads(bool fail) {
+    s_failThreads = fail;
+}
 void startTracking() {
     s_blockCount = 0;
     s_tracking = true;
@@ -87,6 +96,12 @@ bool isWiped() {
 }
 
 }  // namespace failing_memory
+
+extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
+                              void* argument) noexcept {
+    static const auto real = reinterpret_cast<decltype(&pthread_create)>(::dlsym(RTLD_NEXT, "pthread_create"));
+    return s_failThreads ? EAGAIN : real(thread, attributes, run, argument);
+}
 
 void* operator new(std::size_t size) {
     return allocate(size);

@@ -1,6 +1,7 @@
 // Memory under a test's control: a chosen allocation fails, blocks that are not given back are counted, and one block
 // is looked at when it is given back. A program with failing_memory.cpp among its sources gets the global operator new
-// and delete from there. No other thread may allocate in the time of a test that tracks allocations.
+// and delete, and pthread_create(), from there. No other thread may allocate in the time of a test that tracks
+// allocations.
 #pragma once
 
 #include <cstddef>
@@ -11,6 +12,9 @@ namespace failing_memory {
 void failAt(unsigned int n);
 // Whether the failure asked for is still to come.
 bool isFailureToCome();
+
+// No thread can be made, as when the system has no room for one; false: all are made again.
+void failThreads(bool fail);
 
 // Blocks that are allocated between the two calls and not given back yet, in the order of their allocation.
 void startTracking();

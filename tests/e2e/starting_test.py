@@ -127,6 +127,23 @@ class Starting(unittest.TestCase):
         with System(embedded=True) as system:
             self.assertEqual(values(system.get(STATUS)), [(STATUS, "INTEGER: 1")])
 
+    def test_an_object_has_a_thread_only_while_somebody_asks_for_it(self):
+        with System(extra_config="vrxMetrics unix:state/metrics.sock\n") as system:
+            def objects():
+                folder = "/proc/%d/task" % system.agent.pid
+                names = set()
+                for thread in os.listdir(folder):
+                    with open(os.path.join(folder, thread, "comm"), encoding="ascii") as file:
+                        names.add(file.read().strip())
+                return {name for name in names if name.startswith("vrx") and name != "vrx-agentd"}
+
+            system.get(SYS_NAME)
+            self.assertEqual(objects(), set())
+            system.get(STATUS)
+            self.assertEqual(objects(), {"vrxTopologyTabl"})
+            wait_for(lambda: not objects(), "the end of a thread without work")
+            self.assertEqual(values(system.get(STATUS)), [(STATUS, "INTEGER: 1")])
+
     def test_listeners_may_come_from_the_configuration(self):
         ports = [free_port(), free_port()]
         system = System(extra_config="agentAddress udp:127.0.0.1:%d,udp:127.0.0.1:%d\n" % tuple(ports))

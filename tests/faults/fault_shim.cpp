@@ -1,6 +1,6 @@
 // A library for LD_PRELOAD that makes calls of a program fail from outside: allocations, changes of files, look-ups of
-// names, datagrams. What fails is said in a small file that the test and the program both map (faults.py has the other
-// side).
+// names, datagrams, new threads. What fails is said in a small file that the test and the program both map (faults.py
+// has the other side).
 //
 // Allocations count where the caller is code of ours or of what we use in C++ (SQLite, too). Those that Net-SNMP, the C
 // library, the dynamic linker and the libraries below Net-SNMP make for themselves never fail: Net-SNMP does not
@@ -16,6 +16,7 @@
 #include <link.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <pthread.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -61,6 +62,7 @@ struct tControl {
     Number lookups;        // that hung
     Number deadPort;       // datagrams to it are not sent; 0: all are
     Number sendError;      // errno of these
+    Number noThreads;      // 1: none can be made
     char folder[256];      // files below it can fail
 };
 
@@ -343,6 +345,12 @@ ssize_t sendto(int socket, const void* data, std::size_t size, int flags, const 
 ssize_t sendmsg(int socket, const msghdr* message, int flags) {
     static const auto real = next(&sendmsg, "sendmsg");
     return sendingFails(message->msg_name) ? -1 : real(socket, message, flags);
+}
+
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument) noexcept {
+    static const auto real = next(&pthread_create, "pthread_create");
+    if (s_control != nullptr && s_control->noThreads != 0) return EAGAIN;
+    return real(thread, attributes, run, argument);
 }
 
 int getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** found) {

@@ -29,7 +29,8 @@ class Faults:
     """What the shim makes fail in one program; see tControl in fault_shim.cpp."""
 
     ALLOCATIONS, FILES = 0, 32  # each: failAt, forever, count, failed
-    FILE_ERROR, LOOKUP_DELAY, LOOKUPS, DEAD_PORT, SEND_ERROR, FOLDER, SIZE = 64, 72, 80, 88, 96, 104, 104 + 256
+    FILE_ERROR, LOOKUP_DELAY, LOOKUPS, DEAD_PORT, SEND_ERROR, NO_THREADS = 64, 72, 80, 88, 96, 104
+    FOLDER, SIZE = 112, 112 + 256
 
     def __init__(self, path):
         self.path = path
@@ -73,7 +74,12 @@ class Faults:
         self._put(self.SEND_ERROR, error)
         self._put(self.DEAD_PORT, port)
 
+    def fail_threads(self):
+        """No thread can be made."""
+        self._put(self.NO_THREADS, 1)
+
     def stop(self):
+        self._put(self.NO_THREADS, 0)
         self._put(self.ALLOCATIONS, 0)
         self._put(self.FILES, 0)
         self._put(self.LOOKUP_DELAY, 0)

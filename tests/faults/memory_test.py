@@ -1,5 +1,6 @@
 """Memory that runs out: in a request of each object and in a notification of each kind every allocation fails once, then
-all of them from one on. Nothing crashes or leaks, a SET is done whole or not at all, and the next request is answered.
+all of them from one on; or no thread can be made. Nothing crashes or leaks, a SET is done whole or not at all, and the
+next request is answered.
 
 TAMREL_FAULT_STRIDE is the distance between the allocations that fail in notifications (default 9; 1: every one).
 """
@@ -207,6 +208,40 @@ class Requests(unittest.TestCase):
                                  NO_ERROR)
 
         self.sweep(SET, [(column(2), snmp.unsigned(9))], check)
+
+
+class WithoutThreads(unittest.TestCase):
+    """No thread can be made when one is needed: what would wait for memory waits, the rest is answered or told of."""
+
+    def setUp(self):
+        self.system = FaultySystem(device={("TRAP", "RATE"): 0})
+        self.system.__enter__()
+        self.addCleanup(self.system.close)
+        self.manager = Manager(self.system.port)
+        self.addCleanup(self.manager.__exit__)
+
+    def test_a_reading_is_answered_or_told_of_and_the_next_one_is_served(self):
+        size = os.path.getsize(self.system.agent.log_path)
+        self.system.agent_faults.fail_threads()
+        self.manager.send(GET, [TOPOLOGY + ".8.1"])
+        answer = wait_for(lambda: self.manager.receive(0.05) or os.path.getsize(self.system.agent.log_path) > size,
+                          "an answer or a line")
+        self.assertTrue(answer is True or answer.error != NO_ERROR, answer)
+        self.system.agent_faults.stop()
+        self.assertEqual(self.manager.ask(GET, [TOPOLOGY + ".8.1"]).bindings[0][2], 1)
+
+    def test_a_set_is_carried_out_once_there_is_a_thread(self):
+        with TrapReceiver() as receiver:
+            self.system.agent_faults.fail_threads()
+            self.manager.send(SET, create(1, receiver.port))
+            self.assertIsNone(self.manager.receive(0.3))
+            self.system.agent_faults.stop()
+            self.assertEqual(wait_for(lambda: self.manager.receive(0.05), "the answer").error, NO_ERROR)
+            # An alarm's traps need no thread that is not there.
+            self.system.agent_faults.fail_threads()
+            with BackendClient(self.system.path("state", "backend.sock")) as backend:
+                backend.raise_alarms(1)
+            wait_for(lambda: len([trap for trap in receiver.traps() if trap.value(9) == 1]) == 2, "both traps")
 
 
 class RequestsOfUsers(unittest.TestCase):

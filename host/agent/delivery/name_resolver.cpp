@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <map>
+#include <new>
+#include <system_error>
 #include <thread>
 
 #include "host/base/memory_retry.h"
@@ -61,7 +63,7 @@ struct NameResolver::State {
     ConditionVariable changed;
     std::map<std::string, Name> names GUARDED_BY(mutex);
     bool stopping GUARDED_BY(mutex) = false;
-    bool ended GUARDED_BY(mutex) = false;
+    bool running GUARDED_BY(mutex) = false;  // the thread
 
     void run();
     bool serve();
@@ -77,20 +79,19 @@ std::map<std::string, NameResolver::State::Name>::iterator NameResolver::State::
 void NameResolver::State::run() {
     while (retryForever([this] { return serve(); })) {
     }
-    const MutexLock lock(mutex);
-    ended = true;
-    changed.notify_all();
 }
 
-// Waits for a name's time, or looks it up; false at the end. What finds no memory leaves the name due, and it is looked
-// up again.
+// Waits for a name's time, or looks it up; false when there is none to wait for any more. What finds no memory leaves
+// the name due, and it is looked up again.
 bool NameResolver::State::serve() {
     MutexLock lock(mutex);
-    if (stopping) return false;
+    if (stopping || names.empty()) {
+        running = false;
+        changed.notify_all();
+        return false;
+    }
     const auto next = firstDue();
-    if (next == names.end()) {
-        changed.wait(lock);
-    } else if (next->second.due > Clock::now()) {
+    if (next->second.due > Clock::now()) {
         const Clock::time_point due = next->second.due;  // the entry may go while this waits
         changed.wait_until(lock, due);
     } else {
@@ -122,14 +123,13 @@ NameResolver::NameResolver(seconds interval, Answer answer, Lookup lookup) : m_s
     m_state->interval = interval;
     m_state->answer = std::move(answer);
     m_state->lookup = std::move(lookup);
-    threadWithoutSignals([state = m_state] { state->run(); }).detach();
 }
 
 NameResolver::~NameResolver() {
     MutexLock lock(m_state->mutex);
     m_state->stopping = true;
     m_state->changed.notify_all();
-    m_state->changed.wait_for(lock, SHUTDOWN_GRACE, [this]() REQUIRES(m_state->mutex) { return m_state->ended; });
+    m_state->changed.wait_for(lock, SHUTDOWN_GRACE, [this]() REQUIRES(m_state->mutex) { return !m_state->running; });
 }
 
 void NameResolver::watch(const std::set<std::string>& names) {
@@ -144,6 +144,13 @@ void NameResolver::watch(const std::set<std::string>& names) {
         known.emplace(name, fresh);
     }
     m_state->changed.notify_all();
+    if (known.empty() || m_state->running) return;
+    try {
+        threadWithoutSignals([state = m_state] { state->run(); }).detach();
+        m_state->running = true;
+    } catch (const std::system_error&) {
+        throw std::bad_alloc();  // for whoever waits until there is memory: it is the same shortage
+    }
 }
 
 std::string NameResolver::systemLookup(const std::string& name) {

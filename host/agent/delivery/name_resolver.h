@@ -7,7 +7,7 @@
 // Each watched name is looked up at once, again every interval, and after a failure with pauses of 1 s to 1 min. The
 // answer is an IPv4 or IPv6 address as text, "" when there is none. IPv4 is preferred where a name has both.
 //
-// Threads: watch() from any; the answers come from the resolver's own thread.
+// Threads: watch() from any; the answers come from the resolver's own thread, which is there while names are watched.
 #pragma once
 
 #include <chrono>
@@ -25,7 +25,7 @@ public:
     using Answer = std::function<void(const std::string& name, const std::string& address)>;
     using Lookup = std::function<std::string(const std::string& name)>;
 
-    // `answer` must not throw, `lookup` may block. Throws std::system_error when no thread can be started.
+    // `answer` must not throw, `lookup` may block.
     NameResolver(std::chrono::seconds interval, Answer answer, Lookup lookup = systemLookup);
 
     // No answer comes any more. A look-up that blocks is left to end by itself after a moment.
@@ -33,7 +33,8 @@ public:
     NameResolver(const NameResolver&) = delete;
     NameResolver& operator=(const NameResolver&) = delete;
 
-    // From now on these names and no others.
+    // From now on these names and no others. Throws std::bad_alloc without memory, and when the system has no thread
+    // for them; asked again it goes on from there.
     void watch(const std::set<std::string>& names);
 
     // Blocks as long as the system's resolver does; "" when the name has no address.

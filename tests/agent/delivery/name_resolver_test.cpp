@@ -77,6 +77,15 @@ TEST_F(NameResolverTest, ForgetsNamesThatAreWatchedNoMore) {
     EXPECT_EQ(m_answers["a"].size(), then);
 }
 
+TEST_F(NameResolverTest, NamesThatComeAfterAllWereForgottenAreLookedUp) {
+    NameResolver resolver(LONG, answer(), [](const std::string& name) { return "address of " + name; });
+    for (std::size_t round = 1; round <= 3; ++round) {
+        resolver.watch({"a"});
+        EXPECT_EQ(waitForAnswers("a", round).size(), round);
+        resolver.watch({});
+    }
+}
+
 TEST_F(NameResolverTest, TheEndDoesNotWaitForALookUpThatHangs) {
     struct Gate {
         std::mutex mutex;

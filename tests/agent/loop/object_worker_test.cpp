@@ -41,6 +41,31 @@ TEST(ObjectWorker, RunsThemOnAThreadOfItsOwnWithAllSignalsBlocked) {
     EXPECT_TRUE(blocked);
 }
 
+TEST(ObjectWorker, ItsThreadEndsWhenNoJobHasComeForAWhileAndIsMadeAgain) {
+    ObjectWorker worker("test", std::chrono::milliseconds(0));
+    for (int round = 0; round < 3; ++round) {
+        std::promise<void> done;
+        worker.submit([&done] { done.set_value(); });
+        EXPECT_EQ(done.get_future().wait_for(LONG), std::future_status::ready);
+        EXPECT_TRUE(worker.waitStopped(Clock::now() + LONG)) << "the thread goes on, round " << round;
+    }
+}
+
+TEST(ObjectWorker, NoJobIsLostBetweenTheEndOfAThreadAndTheNext) {
+    constexpr int JOBS = 2000;
+    int ran = 0;
+    std::promise<void> done;
+    ObjectWorker worker("test", std::chrono::milliseconds(0));
+    for (int job = 1; job <= JOBS; ++job) {
+        worker.submit([&] {
+            if (++ran == JOBS) done.set_value();
+        });
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(done.get_future().wait_for(LONG), std::future_status::ready);
+    EXPECT_EQ(ran, JOBS);
+}
+
 TEST(ObjectWorker, AStopLetsTheRunningJobEndAndDropsTheOthers) {
     std::promise<void> begun;
     std::promise<void> goOn;
