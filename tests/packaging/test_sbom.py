@@ -2,6 +2,7 @@
 another one, a notice that is missing."""
 
 import json
+import os
 import pathlib
 import re
 import subprocess
@@ -21,13 +22,14 @@ class Sbom(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.folder = pathlib.Path(folder.name)
 
-    def make(self, licences=LICENCES, notices=NOTICES, created="1"):
+    def make(self, licences=LICENCES, notices=NOTICES, created="1", path=""):
         multiarch = subprocess.run(["g++", "-print-multiarch"], stdout=subprocess.PIPE, text=True,
                                    check=True).stdout.strip()
         return subprocess.run(
             [SOURCE / "packaging/sbom", "--objects", BUILD, "--version", "1.2.3", "--multiarch", multiarch, "--created", created,
              "--licences", licences, "--copyright", notices, *PROGRAMS, *LIBRARIES],
-            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False,
+            env=dict(os.environ, PATH=path + os.environ["PATH"]))
 
     def changed(self, file, pattern, replacement):
         text, changes = re.subn(pattern, replacement, file.read_text(encoding="utf-8"), flags=re.M)
@@ -60,6 +62,21 @@ class Sbom(unittest.TestCase):
         self.assertLessEqual({"libace-dev", "libcli11-dev", "libfmt-dev", "nlohmann-json3-dev", "libspdlog-dev"},
                              {packages[relation["relatedSpdxElement"]]["name"] for relation in bill["relationships"]
                               if relation["relationshipType"] == "CONTAINS"})
+
+    def test_headers_of_a_cross_compiler_have_the_row_of_their_library(self):
+        # A dpkg-query that takes the C library's headers for those that Debian has for its cross compilers.
+        query = self.folder / "dpkg-query"
+        query.write_text("""#!/bin/sh
+case "$*" in
+  --search*) /usr/bin/dpkg-query "$@" | sed 's/^libc6-dev[:a-z0-9]*: /libc6-dev-other-cross: /' ;;
+  *-other-cross) echo 'libc6-dev-other-cross|1cross1|all|cross-toolchain-base|1' ;;
+  *) exec /usr/bin/dpkg-query "$@" ;;
+esac
+""")
+        query.chmod(0o755)
+        done = self.make(path="%s:" % self.folder)
+        # The row is known; the copyright file of a package that is not installed is not.
+        self.assertEqual(done.stderr, 'sbom: libc6-dev-other-cross: its copyright file has no "GNU Lesser General Public"\n')
 
     def test_it_is_the_same_for_the_same_files(self):
         self.assertEqual(self.make().stdout, self.make().stdout)
