@@ -106,15 +106,27 @@ class PreviousVersion(unittest.TestCase):
         last = self.commit("0.1.0", "second")
         self.commit("0.2.0", "third")
         self.commit("0.2.0", "fourth")
-        self.assertEqual(self.found().stdout.split(), [last])
+        found = self.found()
+        self.assertEqual(found.stdout.split(), [last])
+        self.assertEqual(found.stderr, "previous-version: no tag of a version before 0.2.0: the last commit of 0.1.0, %s\n" % last[:12])
 
     def test_a_tag_of_another_version_comes_first(self):
         tagged = self.commit("0.1.0", "first")
-        self.git("tag", "v0.1.0")
+        self.git("tag", "--annotate", "--message", "0.1.0", "v0.1.0")
         self.commit("0.1.0", "second")
         self.commit("0.2.0", "third")
         self.git("tag", "v0.2.0")
-        self.assertEqual(self.found().stdout.split(), [tagged])
+        found = self.found()
+        self.assertEqual(found.stdout.split(), [tagged])
+        self.assertEqual(found.stderr, "previous-version: v0.1.0, %s\n" % tagged[:12])
+
+    def test_a_tag_of_a_candidate_is_no_version(self):
+        last = self.commit("0.1.0", "first")
+        self.git("tag", "v0.1.0-rc1")
+        self.commit("0.2.0", "second")
+        self.git("tag", "v0.2.0-rc1")
+        self.commit("0.2.0", "third")
+        self.assertEqual(self.found().stdout.split(), [last])
 
     def test_a_first_version_has_none(self):
         self.commit("0.1.0", "first")
