@@ -15,59 +15,70 @@ constexpr std::size_t TEXT_BLOCK = 4UL * 1024UL;
 }  // namespace
 
 const char* TableSnapshot::Texts::add(std::string_view text) {
-    std::string_view& last = m_last[text.size() % m_last.size()];
-    if (last == text) return last.data();
-    if (text.size() > m_left) {
-        m_left = std::max(text.size(), TEXT_BLOCK);
+    const char*& last = m_last[text.size() % m_last.size()];
+    if (last != nullptr && at(last) == text) return last;
+    const auto length = static_cast<std::uint32_t>(text.size());
+    const std::size_t size = sizeof length + text.size();
+    if (size > m_left) {
+        m_left = std::max(size, TEXT_BLOCK);
         m_blocks.push_back(std::make_unique<char[]>(m_left));
         m_free = m_blocks.back().get();
     }
-    std::memcpy(m_free, text.data(), text.size());
-    last = {m_free, text.size()};
-    m_free += text.size();
-    m_left -= text.size();
-    return last.data();
+    std::memcpy(m_free, &length, sizeof length);
+    std::memcpy(m_free + sizeof length, text.data(), text.size());
+    last = m_free;
+    m_free += size;
+    m_left -= size;
+    return last;
+}
+
+std::string_view TableSnapshot::Texts::at(const char* added) {
+    std::uint32_t length = 0;
+    std::memcpy(&length, added, sizeof length);
+    return {added + sizeof length, length};
 }
 
 TableSnapshot::TableSnapshot(const MibObject& object, std::uint64_t changes, Clock::time_point taken)
     : m_object(&object), m_changes(changes), m_taken(taken) {
     for (const MibColumn& column : object.columns) {
-        if (column.readable()) m_columns.push_back({&column, {}, {}});
+        if (column.readable()) m_columns.push_back({&column, {}, {}, {}});
     }
 }
 
-void TableSnapshot::Cell::set(unsigned char ofType, std::string_view octets, std::uint64_t ofNumber, Texts& texts) {
-    type = ofType;
-    length = static_cast<std::uint32_t>(octets.size());
-    if (length > 0) {
-        text = texts.add(octets);
-    } else {
-        number = ofNumber;
-    }
+void TableSnapshot::Column::add(unsigned char type, std::string_view octets, std::uint64_t number, bool isSecret) {
+    Content content{number};
+    if (!octets.empty()) content.text = texts.add(octets);
+    kinds.push_back({type, !octets.empty(), isSecret});
+    contents.push_back(content);
 }
 
 void TableSnapshot::reserve(std::size_t rows) {
     m_rows.reserve(rows);
-    for (Column& column : m_columns) column.cells.reserve(rows);
+    for (Column& column : m_columns) {
+        column.kinds.reserve(rows);
+        column.contents.reserve(rows);
+    }
 }
 
 void TableSnapshot::add(std::uint32_t number, const CTLVRecordV3& record) {
     const TableRules* const rules = tableRules(m_object->root);
     m_rows.push_back({number, static_cast<std::uint32_t>(m_rows.size())});
     for (Column& column : m_columns) {
-        Cell cell;
+        const bool isSecret = rules != nullptr && rules->isSecret(*column.mib, record);
         const auto found = record.find(static_cast<unsigned short>(column.mib->number));
-        if (found != record.end()) {
-            const CTLVCell& from = CTLVRecordV3::cellAt(found);
-            const auto text = column.mib->syntax.type == ASN_OCTET_STR ? textOfCell(from) : std::nullopt;
-            if (text) {  // most of a table's bytes: from the record to their place at once
-                cell.set(ASN_OCTET_STR, *text, 0, column.texts);
-            } else if (const auto value = valueOfCell(from, column.mib->syntax)) {
-                cell.set(value->type, value->octets, value->number, column.texts);
-            }
+        if (found == record.end()) {
+            column.add(NO_VALUE, {}, 0, isSecret);
+            continue;
         }
-        cell.secret = rules != nullptr && rules->isSecret(*column.mib, record);
-        column.cells.push_back(cell);
+        const CTLVCell& from = CTLVRecordV3::cellAt(found);
+        const auto text = column.mib->syntax.type == ASN_OCTET_STR ? textOfCell(from) : std::nullopt;
+        if (text) {  // most of a table's bytes: from the record to their place at once
+            column.add(ASN_OCTET_STR, *text, 0, isSecret);
+        } else if (const auto value = valueOfCell(from, column.mib->syntax)) {
+            column.add(value->type, value->octets, value->number, isSecret);
+        } else {
+            column.add(NO_VALUE, {}, 0, isSecret);
+        }
     }
 }
 
@@ -80,8 +91,9 @@ std::size_t TableSnapshot::finish() {
         m_rows.end());
     // Copying all cells for the sake of a few would cost more than it gives.
     for (Column& column : m_columns) {
-        std::vector<Cell>& cells = column.cells;
-        if (cells.capacity() - cells.size() > cells.size() / 8) cells.shrink_to_fit();
+        if (column.contents.capacity() - column.contents.size() <= column.contents.size() / 8) continue;
+        column.kinds.shrink_to_fit();
+        column.contents.shrink_to_fit();
     }
     return added - m_rows.size();
 }
@@ -106,7 +118,7 @@ TableSnapshot::Found TableSnapshot::find(const oid* suffix, std::size_t length, 
     if (!m_object->table) {
         if (suffix[0] != 0 || m_rows.empty()) return Found::NoSuchInstance;
         instance = {0, 0};
-        return cell(instance).type == ASN_NULL ? Found::NoSuchInstance : Found::Instance;
+        return kind(instance).type == ASN_NULL ? Found::NoSuchInstance : Found::Instance;
     }
     const auto column = std::find_if(m_columns.begin(), m_columns.end(),
                                      [suffix](const Column& candidate) { return candidate.mib->number == suffix[1]; });
@@ -114,7 +126,7 @@ TableSnapshot::Found TableSnapshot::find(const oid* suffix, std::size_t length, 
                                       [](const Row& candidate, oid number) { return candidate.number < number; });
     if (row == m_rows.end() || row->number != suffix[2]) return Found::NoSuchInstance;
     instance = {static_cast<std::size_t>(column - m_columns.begin()), static_cast<std::size_t>(row - m_rows.begin())};
-    return cell(instance).type == ASN_NULL ? Found::NoSuchInstance : Found::Instance;
+    return kind(instance).type == ASN_NULL ? Found::NoSuchInstance : Found::Instance;
 }
 
 std::optional<TableSnapshot::Instance> TableSnapshot::next(const oid* suffix, std::size_t length,
@@ -155,7 +167,7 @@ std::optional<TableSnapshot::Instance> TableSnapshot::nextColumn(std::size_t col
 std::optional<TableSnapshot::Instance> TableSnapshot::firstFrom(std::size_t column, std::size_t row) const {
     for (; column < m_columns.size(); ++column, row = 0) {
         for (; row < m_rows.size(); ++row) {
-            if (cell({column, row}).type != ASN_NULL) return Instance{column, row};
+            if (kind({column, row}).type != ASN_NULL) return Instance{column, row};
         }
     }
     return std::nullopt;
@@ -177,10 +189,11 @@ OidVector TableSnapshot::name(Instance instance) const {
 }
 
 TableSnapshot::Value TableSnapshot::value(Instance instance, See see) const {
-    const Cell& from = cell(instance);
-    if (from.secret && see == See::WithoutSecrets) return {from.type, 0, {}};
-    if (from.length > 0) return {from.type, 0, {from.text, from.length}};
-    return {from.type, from.number, {}};
+    const Kind of = kind(instance);
+    if (of.isSecret && see == See::WithoutSecrets) return {of.type, 0, {}};
+    const Content content = m_columns[instance.column].contents[m_rows[instance.row].cell];
+    if (of.isText) return {of.type, 0, Texts::at(content.text)};
+    return {of.type, content.number, {}};
 }
 
 bool TableSnapshot::fill(Instance instance, netsnmp_variable_list* varbind, See see) const {

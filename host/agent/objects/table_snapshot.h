@@ -7,7 +7,7 @@
 //     if (at) snapshot.fill(*at, varbind);
 //
 // A scalar is one column (number 0) with one row. Values are converted when they are added, and kept compactly:
-// 16 bytes a cell and the texts. Rows that follow one another with the same text in a column have it once: alarms of
+// 10 bytes a cell and the texts. Rows that follow one another with the same text in a column have it once: alarms of
 // one definition, raised by one fault, share most of theirs.
 //
 // Threads: one thread builds it; after finish() it is constant and may be read by any.
@@ -72,7 +72,7 @@ public:
 
     OidVector name(Instance instance) const;         // whole, root included
     OidVector columnName(std::size_t column) const;  // of which the column's instances stand below
-    unsigned char type(Instance instance) const { return cell(instance).type; }
+    unsigned char type(Instance instance) const { return kind(instance).type; }
     oid lastOfName(Instance instance) const { return m_object->table ? m_rows[instance.row].number : 0; }
     Value value(Instance instance, See see = See::All) const;
     [[nodiscard]] bool fill(Instance instance, netsnmp_variable_list* varbind,
@@ -82,30 +82,30 @@ public:
     static Found findName(const MibObject& object, const oid* suffix, std::size_t length);
 
 private:
-    // Texts one after the other in blocks that never move.
+    // Texts one after the other, each after its length, in blocks that never move.
     class Texts {
     public:
         const char* add(std::string_view text);
+        static std::string_view at(const char* added);
 
     private:
         static constexpr std::size_t REMEMBERED = 8;
 
         std::vector<std::unique_ptr<char[]>> m_blocks;
-        std::array<std::string_view, REMEMBERED> m_last;  // one of each length, but that lengths share places
+        std::array<const char*, REMEMBERED> m_last{};  // one of each length, but that lengths share places
         char* m_free = nullptr;
         std::size_t m_left = 0;
     };
 
-    struct Cell {
-        std::uint32_t length = 0;       // of a text
-        unsigned char type = NO_VALUE;  // NO_VALUE: no instance
-        bool secret = false;
-        union {
-            std::uint64_t number = 0;
-            const char* text;  // when length is not 0
-        };
-
-        void set(unsigned char ofType, std::string_view octets, std::uint64_t ofNumber, Texts& texts);
+    // A cell, in two parts, each of which is beside those of its column.
+    struct Kind {
+        unsigned char type;  // NO_VALUE: no instance
+        bool isText : 1;
+        bool isSecret : 1;
+    };
+    union Content {
+        std::uint64_t number;
+        const char* text;
     };
 
     struct Row {
@@ -115,12 +115,15 @@ private:
 
     // Walks go down the columns: each one's cells and texts lie together.
     struct Column {
+        void add(unsigned char type, std::string_view octets, std::uint64_t number, bool isSecret);
+
         const MibColumn* mib;
-        std::vector<Cell> cells;
+        std::vector<Kind> kinds;
+        std::vector<Content> contents;
         Texts texts;
     };
 
-    const Cell& cell(Instance instance) const { return m_columns[instance.column].cells[m_rows[instance.row].cell]; }
+    const Kind& kind(Instance instance) const { return m_columns[instance.column].kinds[m_rows[instance.row].cell]; }
     std::optional<Instance> firstFrom(std::size_t column, std::size_t row) const;
 
     const MibObject* m_object;
