@@ -432,7 +432,7 @@ class Zabbix:
         self.folder = folder
         self.database, self.frontend = (free_port(kind=1) for _ in range(2))
         self.traps = free_port()
-        self.host = ""  # the one that is monitored
+        self.host, self._host_id = "", ""  # the one that is monitored
         self._token, self._stack = None, contextlib.ExitStack()
 
     def _path(self, name, text=None):
@@ -536,8 +536,8 @@ Include=%s
                          rules={kind: {"createMissing": True, "updateExisting": True} for kind in kinds})
 
     def problems(self, active=True):
-        """Names, severities, texts and tags of problems; of those that have ended when asked."""
-        found = self.call("problem.get", output="extend", selectTags="extend", recent=not active)
+        """Names, severities, texts and tags of the host's problems; of those that have ended when asked."""
+        found = self.call("problem.get", output="extend", selectTags="extend", recent=not active, hostids=self._host_id)
         return [problem for problem in found if (problem["r_eventid"] == "0") == active]
 
     def wait_problem(self, beginning):
@@ -570,11 +570,11 @@ Include=%s
             self.call("host.delete", former[0]["hostid"])
         (template,) = self.call("template.get", output=["templateid"], filter={"host": "VRX storage system"})
         interface = {"type": 2, "main": 1, "useip": 1, "ip": "127.0.0.1", "dns": "", "port": str(port), "details": details}
-        self.call("host.create", host=host, interfaces=[interface], templates=[template],
-                  groups=self.call("hostgroup.get", output=["groupid"], filter={"name": "VRX"}),
-                  macros=[{"macro": "{$VRX.%s}" % name, "value": value}
-                          for name, value in (("INTERVAL", "2s"), ("GONE", "10s"), ("DROPPED", "10s"))])
-        self.host = host
+        created = self.call("host.create", host=host, interfaces=[interface], templates=[template],
+                            groups=self.call("hostgroup.get", output=["groupid"], filter={"name": "VRX"}),
+                            macros=[{"macro": "{$VRX.%s}" % name, "value": value}
+                                    for name, value in (("INTERVAL", "2s"), ("GONE", "10s"), ("DROPPED", "10s"))])
+        self.host, (self._host_id,) = host, created["hostids"]
 
     def values(self):
         """Last values of the host's items that have one, by name."""
