@@ -33,14 +33,14 @@ struct FakeTransport : TrapTransport {
     struct Channel : TrapChannel {
         Channel(FakeTransport& t, const TrapRoute& r) : transport(t), route(r) { ++transport.openChannels; }
         ~Channel() override { --transport.openChannels; }
-        TrapSendResult send(const Notification& trap, std::size_t wanted, std::uint32_t upTime) override {
+        TrapSendResult send(const Notification& trap, std::size_t most, std::uint32_t upTime) override {
             if (transport.sendsWithoutMemory > 0) {
                 --transport.sendsWithoutMemory;
                 if (transport.onLackOfMemory) transport.onLackOfMemory();
                 throw std::bad_alloc();
             }
             TrapSendResult result;
-            transport.wanted = wanted;
+            transport.wanted = most;
             if (transport.sendFails) {
                 result.failure = "network is unreachable";
                 result.unsendable = transport.unsendable;

@@ -29,6 +29,12 @@ const std::vector<std::string> REGISTERED = {
     "1.3.6.1.4.1.99871.2.91.10.4.1",
 };
 
+// Whether that is its class, and not one derived from it.
+template <typename Class, typename Object>
+bool isA(const Object& object) {
+    return typeid(object) == typeid(Class);
+}
+
 class SvcModuleTest : public testing::Test {
 protected:
     ~SvcModuleTest() override {
@@ -55,8 +61,8 @@ TEST_F(SvcModuleTest, CreationAppendsBothNotificationHandlersInOrder) {
     ASSERT_NE(module, nullptr);
     const std::list<INotifyMsgHandler*>& registered = host.dispatcher().handlers();
     ASSERT_EQ(registered.size(), 2u);
-    EXPECT_TRUE(typeid(*registered.front()) == typeid(CTamrelNotifyMsgHandler));
-    EXPECT_TRUE(typeid(*registered.back()) == typeid(CTamrelOIDBasedMsgHandler));
+    EXPECT_TRUE(isA<CTamrelNotifyMsgHandler>(*registered.front()));
+    EXPECT_TRUE(isA<CTamrelOIDBasedMsgHandler>(*registered.back()));
 }
 
 TEST_F(SvcModuleTest, CreationAppendsAfterHandlersOfOtherModules) {
@@ -66,8 +72,8 @@ TEST_F(SvcModuleTest, CreationAppendsAfterHandlersOfOtherModules) {
     const std::list<INotifyMsgHandler*>& registered = host.dispatcher().handlers();
     ASSERT_EQ(registered.size(), 3u);
     EXPECT_EQ(registered.front(), other);
-    EXPECT_TRUE(typeid(*(*std::next(registered.begin()))) == typeid(CTamrelNotifyMsgHandler));
-    EXPECT_TRUE(typeid(*registered.back()) == typeid(CTamrelOIDBasedMsgHandler));
+    EXPECT_TRUE(isA<CTamrelNotifyMsgHandler>(**std::next(registered.begin())));
+    EXPECT_TRUE(isA<CTamrelOIDBasedMsgHandler>(*registered.back()));
 }
 
 TEST_F(SvcModuleTest, InitReturnsTrue) {
@@ -77,7 +83,7 @@ TEST_F(SvcModuleTest, InitReturnsTrue) {
 
 TEST_F(SvcModuleTest, CreatorGivesTheModulesOwnClass) {
     std::unique_ptr<CSNMP_Svc_Module> module(SNMP_SvcModuleCreator());
-    EXPECT_TRUE(typeid(*module.get()) == typeid(CSNMP_Tamrel_Mib_Module));
+    EXPECT_TRUE(isA<CSNMP_Tamrel_Mib_Module>(*module));
 }
 
 TEST_F(SvcModuleTest, NewOidBasedHandlerHasNoOidYet) {
@@ -228,7 +234,7 @@ TEST_F(SvcModuleTest, DispatcherThatFailsLaterFailsTheLoadAndKeepsTheFirstHandle
     host.failDispatcherAtCall(2);
     EXPECT_THROW(SNMP_SvcModuleCreator(), std::runtime_error);
     ASSERT_EQ(host.dispatcher().handlers().size(), 1u);
-    EXPECT_TRUE(typeid(*host.dispatcher().handlers().front()) == typeid(CTamrelNotifyMsgHandler));
+    EXPECT_TRUE(isA<CTamrelNotifyMsgHandler>(*host.dispatcher().handlers().front()));
 }
 
 TEST_F(SvcModuleTest, NothingIsLoggedAndNothingButTheAlarmCommandIsConfigured) {

@@ -25,13 +25,11 @@ bool s_systemNameFails = false;
 }  // namespace
 
 // The linker sends the handlers' calls of GetSystemName() here: a host whose last answer for a trap may fail.
-extern "C" {
-std::string __real__Z13GetSystemNameB5cxx11v();  // NOLINT: the linker's names
-std::string __wrap__Z13GetSystemNameB5cxx11v();  // NOLINT
-}
-std::string __wrap__Z13GetSystemNameB5cxx11v() {
+std::string realSystemName() __asm__("__real__Z13GetSystemNameB5cxx11v");
+std::string wrappedSystemName() __asm__("__wrap__Z13GetSystemNameB5cxx11v");
+std::string wrappedSystemName() {
     if (s_systemNameFails) throw std::runtime_error("no system name");
-    return __real__Z13GetSystemNameB5cxx11v();
+    return realSystemName();
 }
 
 namespace {
