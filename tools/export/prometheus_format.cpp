@@ -187,6 +187,10 @@ scrape_configs:
 
 // While the table cannot be read, or its metrics have not all of it, alarms stay as they were last seen: an agent that
 // restarts, or loses its backend, is not the end of its alarms.
+//
+// To a Prometheus that was killed, series that ended meanwhile seem to go on for five minutes: nothing has marked their
+// end. So rows are those of the last scrape, which are as old as its "up", and what other rules have recorded is taken
+// from this evaluation ([1ms]) alone.
 constexpr const char* ALARM_RULES =
     R"YAML(# Rules of Prometheus, written by "vrxctl export prometheus"; vrx-rules-test.yml has their tests.
 groups:
@@ -194,21 +198,27 @@ groups:
     rules:
       - record: vrx:alarm:row
         expr: |
-          sum without (job, vrxAlarmFaultLevel) (label_replace(vrxAlarmFaultLevel_info, "level", "$1", "vrxAlarmFaultLevel", "(.*)"))
+          sum without (job, vrxAlarmFaultLevel) (label_replace(
+            vrxAlarmFaultLevel_info
+              unless (timestamp(vrxAlarmFaultLevel_info) < on (job, instance) group_left () timestamp(up)),
+            "level", "$1", "vrxAlarmFaultLevel", "(.*)"))
           or
-          sum without (job, name, alarm_id) (label_replace(vrx_alarm{job="vrx-fleet"}, "title", "$1", "name", "(.*)"))
+          sum without (job, name, alarm_id) (label_replace(
+            vrx_alarm{job="vrx-fleet"}
+              unless (timestamp(vrx_alarm{job="vrx-fleet"}) < on (job, instance) group_left () timestamp(up)),
+            "title", "$1", "name", "(.*)"))
       - record: vrx:alarm:active
         expr: |
-          vrx:alarm:row * on (number) group_left (cause) topk by (number) (1, vrx_alarm_definition_info)
+          last_over_time(vrx:alarm:row[1ms]) * on (number) group_left (cause) topk by (number) (1, vrx_alarm_definition_info)
           or on (instance, serial)
-          vrx:alarm:row
+          last_over_time(vrx:alarm:row[1ms])
           or
           (vrx:alarm:active
             and on (instance) (
               up{job=~"vrx-alarms|vrx-fleet"} == 0
               or vrx_alarms_current{job="vrx-fleet"} == 0
               or vrx_alarms_left_out{job="vrx-fleet"} > 0)
-            unless on (instance, serial) vrx:alarm:row)
+            unless on (instance, serial) last_over_time(vrx:alarm:row[1ms]))
 )YAML";
 
 struct AlertLevel {
@@ -227,7 +237,7 @@ constexpr AlertLevel ALERT_LEVELS[] = {
 
 // Long texts are annotations only: labels are an alert's identity.
 constexpr const char* ALARM_ALERT = R"(      - alert: {}
-        expr: vrx:alarm:active{{{}}}
+        expr: last_over_time(vrx:alarm:active{{{}}}[1ms])
         labels: {{severity: {}, level: "", detail: "", advice: "", cause: ""}}
         annotations:)";
 
@@ -486,6 +496,27 @@ constexpr const char* AGENT_TESTS =
           - exp_labels: {severity: major, instance: far, node: A, serial: 1, number: 0, title: Fan, location: Left.}
             exp_annotations: {summary: 'Fan: Left.', title: Fan, location: Left., detail: It stopped., advice: Turn it., cause: ''}
       - eval_time: 10m
+        alertname: VrxAlarmMajor
+
+  # Prometheus was away, so no scrape has told it of the ends of alarms, and series seem to go on for five minutes.
+  - name: alarms that ended while Prometheus was away
+    interval: 1m
+    input_series:
+      - {series: 'up{job="vrx-fleet",instance="far"}', values: '1x2 _x2 1x5'}
+      - {series: 'vrx_alarm{job="vrx-fleet",instance="far",serial="1",level="major",name="Fan"}', values: '1x2 _x7'}
+      - {series: 'vrx_alarm{job="vrx-fleet",instance="far",serial="2",level="minor",name="Fan"}', values: '1x2 _x2 1x5'}
+      - {series: 'up{job="vrx-alarms",instance="storage"}', values: '1x2 _x2 1x5'}
+      - {series: 'vrxAlarmFaultLevel_info{job="vrx-alarms",instance="storage",serial="1",vrxAlarmFaultLevel="major"}', values: '1x2 _x7'}
+      - {series: 'vrxAlarmFaultLevel_info{job="vrx-alarms",instance="storage",serial="2",vrxAlarmFaultLevel="minor"}', values: '1x2 _x2 1x5'}
+    promql_expr_test:
+      - expr: count(vrx:alarm:active)
+        eval_time: 2m
+        exp_samples: [{value: 4}]
+      - expr: count(vrx:alarm:active{level="minor"})
+        eval_time: 5m
+        exp_samples: [{value: 2}]
+    alert_rule_test:
+      - eval_time: 5m
         alertname: VrxAlarmMajor
 
   - name: alarms that the metrics lack
