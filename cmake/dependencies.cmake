@@ -2,6 +2,7 @@
 find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
 find_package(SQLite3 REQUIRED)
+find_package(OpenSSL REQUIRED COMPONENTS Crypto)
 find_package(spdlog REQUIRED)
 find_package(fmt REQUIRED)
 find_package(CLI11 REQUIRED)

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "host/agent/engine/engine_defaults.h"
+#include "host/agent/engine/kept_digests.h"
 #include "host/agent/engine/listener_address.h"
 #include "host/agent/engine/listener_session.h"
 #include "host/agent/engine/message_numbers.h"
@@ -109,6 +110,7 @@ SnmpEngine::SnmpEngine(const std::string& root, const std::string& state, const 
     setSwitch(NETSNMP_DS_AGENT_ROLE, 0);  // master
     setSwitch(NETSNMP_DS_AGENT_NO_ROOT_ACCESS, 1);
 
+    (void)keptDigests();
     if (init_agent(NAME) != 0) throw EngineError("Net-SNMP's agent library cannot be initialised");
     init_system_mib();
     init_snmp_mib();
