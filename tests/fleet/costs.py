@@ -11,7 +11,7 @@ from harness import wait_for
 from plan import Alarm
 
 sys.path.insert(0, os.path.join(SOURCE, "bench"))
-from end_to_end import cpu_seconds, proportional_megabytes, resident_megabytes, wait_idle  # noqa: E402
+from processes import cpu_seconds, proportional_megabytes, resident_megabytes, wait_idle  # noqa: E402
 
 READINGS, MOST_ALARMS_READ = 20, 20_000  # of an array, and fewer of a large one
 BY_EXPORTER = ("vrx_alarms", "vrx_agent")  # modules
