@@ -92,9 +92,9 @@ def wait_for(condition, what, seconds=START_SECONDS):
 
 
 def slowdown():
-    """How many times as long as others the programs of this build may take: 1 without sanitizers."""
+    """How many times as long as others the programs of this build may take: with sanitizers, or emulated."""
     with open(os.path.join(BUILD_DIR, "CMakeCache.txt"), encoding="utf-8") as cache:
-        return 5 if re.search(r"^TAMREL_SANITIZE:\w+=.", cache.read(), re.MULTILINE) else 1
+        return 5 if re.search(r"^(TAMREL_SANITIZE|CMAKE_TOOLCHAIN_FILE):\w+=.", cache.read(), re.MULTILINE) else 1
 
 
 def mib_path():
