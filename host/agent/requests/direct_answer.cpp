@@ -36,7 +36,7 @@ bool isPlain(const netsnmp_pdu& pdu) {
                                       : pdu.version != SNMP_VERSION_1 && pdu.version != SNMP_VERSION_2c) {
         return false;
     }
-    if (pdu.contextNameLen != 0 || pdu.variables == nullptr) return false;
+    if (pdu.contextNameLen != 0) return false;
     if (pdu.command != SNMP_MSG_GETBULK) return true;
     return pdu.version != SNMP_VERSION_1 && pdu.non_repeaters <= 0 && pdu.max_repetitions > 0;
 }
@@ -114,6 +114,7 @@ std::size_t DirectAnswer::send(PendingRead& transaction, netsnmp_session* sessio
 bool DirectAnswer::collect(const MibObject& mib, const TableSnapshot& snapshot, netsnmp_pdu* pdu) {
     std::size_t variables = 0;
     for (const netsnmp_variable_list* at = pdu->variables; at != nullptr; at = at->next_variable) ++variables;
+    if (variables == 0) return false;
     const std::size_t repetitions = repetitionsOf(*pdu, variables);
     if (repetitions == 0 || repetitions > MOST_VARIABLES / variables) return false;
     m_columns.assign(snapshot.columns(), Column());
