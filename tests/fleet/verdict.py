@@ -135,7 +135,7 @@ class Verdict:
         def seconds(delays):
             return " / ".join("%.0f" % quantile(delays, share) for share in (0.5, 0.99, 1)) if delays else ""
 
-        lines = ["| What | Way | Planned | Begin told | End told | Begin after: p50 / p99 / worst, s | End after: the same |",
+        lines = ["| Alarms, or alert of the rules | Way | Planned | Begin told | End told | Begin after: p50 / p99 / worst, s | End after: the same |",
                  "|---|---|---:|---:|---:|---:|---:|"]
         for (kind, way), row in self.rows.items():
             planned = "{:,}".format(row.planned) + (" (%d may be missed)" % row.may_be_missed if row.may_be_missed else "")
