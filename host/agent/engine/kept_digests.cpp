@@ -99,6 +99,10 @@ std::size_t keptDigests() {
     return t_digests.size();
 }
 
+void forgetDigests() {
+    t_digests.clear();
+}
+
 }  // namespace vrx
 
 extern "C" __attribute__((visibility("default"))) unsigned char* HMAC(const EVP_MD* evp_md, const void* key,

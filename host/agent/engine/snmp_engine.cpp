@@ -85,6 +85,7 @@ bool takeUser(const std::string& name) {
         usm_free_user(user);
         found = true;
     }
+    forgetDigests();
     return found;
 }
 

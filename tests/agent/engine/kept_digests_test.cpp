@@ -87,6 +87,8 @@ TEST(KeptDigests, AreThoseOfTheLibrarysMessages) {
             EXPECT_EQ(out.substr(0, 24), afresh(EVP_sha256(), key, data).substr(0, 24));
         }
         EXPECT_EQ(keptDigests(), 1U);
+        forgetDigests();
+        EXPECT_EQ(keptDigests(), 0U);
     });
 }
 
