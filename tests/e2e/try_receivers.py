@@ -419,8 +419,9 @@ def faults_become_alerts(monitoring):
 POSTGRES = "/usr/lib/postgresql/15/bin/"
 TRAP_ITEM = "17"
 # How the agent under test is polled: protocol 3 is SHA-256, 1 is AES-128.
-COMMUNITY = {"version": 2, "community": "public"}
-USER = {"version": 3, "contextname": "", "securityname": "admin", "securitylevel": 2, "authprotocol": 3,
+# Without combined requests, as the documentation says: with them the server may ask for zero repetitions for ever.
+COMMUNITY = {"version": 2, "bulk": 0, "community": "public"}
+USER = {"version": 3, "bulk": 0, "contextname": "", "securityname": "admin", "securitylevel": 2, "authprotocol": 3,
         "authpassphrase": "admin-auth-pass", "privprotocol": 1, "privpassphrase": "admin-priv-pass"}
 ZABBIX_SCHEMA, ZABBIX_PAGES = "/usr/share/zabbix-server-pgsql/", "/usr/share/zabbix"
 
