@@ -406,10 +406,13 @@ class Window(unittest.TestCase):
             wait_for(lambda: len(receiver.informs()) > 50, "some informs")
             system.agent.kill()
             system.agent.start()
-            system.wait_inform(relay.port, lambda inform: inform["waiting"] == 0 and inform["acknowledged"] > 0, "all")
-            came = {(inform.trap.value(9), inform.trap.value(11)) for inform in receiver.informs() if inform.trap.bindings}
-            self.assertEqual(len(came), self.SLOTS * self.CHANGES)
-            self.assertEqual({serial for serial, _ in came}, {serial for of_slot in serials for serial in of_slot})
+
+            def came():
+                return {(inform.trap.value(9), inform.trap.value(11)) for inform in receiver.informs()
+                        if inform.trap.bindings}
+            wait_for(lambda: len(came()) == self.SLOTS * self.CHANGES, "all")
+            system.wait_inform(relay.port, lambda inform: inform["waiting"] == 0, "all to be acknowledged")
+            self.assertEqual({serial for serial, _ in came()}, {serial for of_slot in serials for serial in of_slot})
 
 
 class Isolation(unittest.TestCase):
