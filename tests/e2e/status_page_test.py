@@ -285,8 +285,10 @@ class Notifications(unittest.TestCase):
 
     def test_a_log_that_cannot_be_read_is_told(self):
         with Page(extra="vrxNotificationLog 0\n") as system:
-            for end in ("", "-wal", "-shm"):
-                os.unlink(system.path("state", "notification_log.db" + end))
+            files = [system.path("state", "notification_log.db" + end) for end in ("", "-wal", "-shm")]
+            wait_for(lambda: all(os.path.exists(path) for path in files), "the notification log")
+            for path in files:
+                os.unlink(path)
             told = system.json("/notifications.json")
             self.assertEqual(told["notifications"], [])
             self.assertIn("notification_log.db", told["fault"])
