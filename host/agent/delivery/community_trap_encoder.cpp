@@ -13,6 +13,22 @@ namespace {
 
 constexpr unsigned char SEQUENCE = ASN_SEQUENCE | ASN_CONSTRUCTOR;
 
+// Parts of a message at most.
+constexpr std::size_t NUMBER = 6;
+constexpr std::size_t HEADER = 4;
+
+// What SNMPv3 has around a PDU beside what SNMPv2c has, names and IDs left out: RFC 3412 and 3414.
+constexpr std::size_t secureParts() {
+    constexpr std::size_t GLOBAL_DATA = HEADER + 2 * NUMBER + 3 + NUMBER;  // ID, size, flags, security model
+    constexpr std::size_t LONGEST_SIGNATURE = 48;                          // HMAC-SHA-512
+    constexpr std::size_t SALT = 8;
+    constexpr std::size_t LONGEST_PADDING = 8;
+    constexpr std::size_t SECURITY =  // engine ID, boots, time, user, signature, salt
+        2 * HEADER + HEADER + 2 * NUMBER + HEADER + HEADER + LONGEST_SIGNATURE + HEADER + SALT;
+    constexpr std::size_t SCOPED_PDU = HEADER + LONGEST_PADDING + HEADER + 2 * HEADER;
+    return GLOBAL_DATA + SECURITY + SCOPED_PDU;
+}
+
 // The library checks the first two sub-identifiers, which share a number, and the size of the others.
 bool writeName(BerWriter& out, const oid* name, std::size_t length) {
     constexpr oid ROOTS = 2;  // ccitt, iso and, with any number of children, joint-iso-ccitt
@@ -63,9 +79,8 @@ bool writeBinding(BerWriter& out, const NotificationBinding& binding) {
     return true;
 }
 
-// What stands around every PDU, after which nothing was written.
-void finish(BerWriter& out, unsigned char command, std::string_view community, long version) {
-    out.header(command, 0);
+// What stands around a PDU, after which nothing was written.
+void finish(BerWriter& out, std::string_view community, long version) {
     out.octets(ASN_OCTET_STR, community);
     out.integer(ASN_INTEGER, version);
     out.header(SEQUENCE, 0);
@@ -73,8 +88,7 @@ void finish(BerWriter& out, unsigned char command, std::string_view community, l
 
 }  // namespace
 
-bool writeTrap(BerWriter& out, const Notification& trap, std::string_view community, unsigned long upTime,
-               long requestId) {
+bool writeTrapPdu(BerWriter& out, const Notification& trap, unsigned long upTime, long requestId) {
     for (auto binding = trap.bindings.rbegin(); binding != trap.bindings.rend(); ++binding) {
         if (!writeBinding(out, *binding)) return false;
     }
@@ -90,7 +104,14 @@ bool writeTrap(BerWriter& out, const Notification& trap, std::string_view commun
     out.integer(ASN_INTEGER, 0);  // error index
     out.integer(ASN_INTEGER, 0);  // error status
     out.integer(ASN_INTEGER, requestId);
-    finish(out, SNMP_MSG_TRAP2, community, SNMP_VERSION_2c);
+    out.header(SNMP_MSG_TRAP2, 0);
+    return true;
+}
+
+bool writeTrap(BerWriter& out, const Notification& trap, std::string_view community, unsigned long upTime,
+               long requestId) {
+    if (!writeTrapPdu(out, trap, upTime, requestId)) return false;
+    finish(out, community, SNMP_VERSION_2c);
     return true;
 }
 
@@ -113,7 +134,8 @@ bool writeTrapV1(BerWriter& out, const Notification& trap, std::string_view comm
     std::memcpy(address, &agentAddress, sizeof address);
     out.octets(ASN_IPADDRESS, {address, sizeof address});
     if (!writeName(out, name.enterprise.data(), name.enterprise.size())) return false;
-    finish(out, SNMP_MSG_TRAP, community, SNMP_VERSION_1);
+    out.header(SNMP_MSG_TRAP, 0);
+    finish(out, community, SNMP_VERSION_1);
     return true;
 }
 
@@ -126,19 +148,15 @@ std::optional<std::size_t> longestMessage(const Notification& trap, std::string_
 }
 
 std::optional<std::size_t> longestMessageV3(const Notification& trap, std::size_t names) {
-    // RFC 3412 and 3414; what encloses the PDU of SNMPv2c is counted with that.
-    constexpr std::size_t NUMBER = 6;
-    constexpr std::size_t HEADER = 4;
-    constexpr std::size_t GLOBAL_DATA = HEADER + 2 * NUMBER + 3 + NUMBER;  // ID, size, flags, security model
-    constexpr std::size_t LONGEST_SIGNATURE = 48;                          // HMAC-SHA-512
-    constexpr std::size_t SALT = 8;
-    constexpr std::size_t LONGEST_PADDING = 8;
-    constexpr std::size_t SECURITY =  // engine ID, boots, time, user, signature, salt
-        2 * HEADER + HEADER + 2 * NUMBER + HEADER + HEADER + LONGEST_SIGNATURE + HEADER + SALT;
-    constexpr std::size_t SCOPED_PDU = HEADER + LONGEST_PADDING + HEADER + 2 * HEADER;
     const std::optional<std::size_t> plain = longestMessage(trap, "");
     if (!plain) return std::nullopt;
-    return *plain + GLOBAL_DATA + SECURITY + SCOPED_PDU + names;
+    return *plain + secureParts() + names;
+}
+
+std::size_t mostAroundPduV3(std::size_t names) {
+    constexpr std::size_t LONGER_NUMBERS = 2 * NUMBER + 2 * HEADER;  // request ID and time, and headers for them
+    constexpr std::size_t PLAIN_PARTS = HEADER + NUMBER + HEADER;    // of SNMPv2c: message, version, community
+    return LONGER_NUMBERS + PLAIN_PARTS + secureParts() + names;
 }
 
 }  // namespace vrx

@@ -1,5 +1,5 @@
-// A trap as the bytes of a whole SNMPv1 or SNMPv2c message, the same that Net-SNMP makes of the PDUs of
-// notification_pdu.h: but for each variable the library takes a kilobyte and copies it twice.
+// A trap as the bytes of a whole SNMPv1 or SNMPv2c message, or of a PDU for SNMPv3, the same that Net-SNMP makes of the
+// PDUs of notification_pdu.h: but for each variable the library takes a kilobyte and copies it twice.
 //
 // Each is false where the library has to do it: a value of an unusual type or range. What was written then means
 // nothing. A message that is too long for the buffer is an overflow of the writer, whose size tells how long it is.
@@ -17,7 +17,10 @@
 
 namespace vrx {
 
-// SNMPv2-Trap-PDU.
+// SNMPv2-Trap-PDU, for a message of SNMPv3.
+bool writeTrapPdu(BerWriter& out, const Notification& trap, unsigned long upTime, long requestId);
+
+// With one.
 bool writeTrap(BerWriter& out, const Notification& trap, std::string_view community, unsigned long upTime,
                long requestId);
 
@@ -29,5 +32,8 @@ bool writeTrapV1(BerWriter& out, const Notification& trap, std::string_view comm
 // any security level, with names and IDs that have `names` octets together. Nothing where writeTrap() is false.
 std::optional<std::size_t> longestMessage(const Notification& trap, std::string_view community);
 std::optional<std::size_t> longestMessageV3(const Notification& trap, std::size_t names);
+
+// longestMessageV3() is below the octets of any of the trap's PDUs and these.
+std::size_t mostAroundPduV3(std::size_t names);
 
 }  // namespace vrx

@@ -184,19 +184,11 @@ bool DirectAnswer::write(BerWriter& out, const TableSnapshot& snapshot, const ne
 
 // The whole message; empty where the library cannot make it.
 std::string_view DirectAnswer::secured(const BerWriter& answer, netsnmp_session* session, netsnmp_pdu* pdu) {
-    if (m_secured.octets == nullptr) {
-        m_secured.octets = static_cast<unsigned char*>(std::malloc(LONGEST_MESSAGE));
-        if (m_secured.octets == nullptr) return {};
-        m_secured.size = LONGEST_MESSAGE;
-    }
     const int asked = pdu->command;
     pdu->command = SNMP_MSG_RESPONSE;  // the header tells whether a report may come of the message
-    std::size_t used = 0;
-    const int result = snmpv3_packet_realloc_rbuild(&m_secured.octets, &m_secured.size, &used, session, pdu,
-                                                    const_cast<unsigned char*>(answer.data()), answer.size());
+    const std::string_view message = m_secured.around(answer, session, pdu);
     pdu->command = asked;
-    if (result != SNMPERR_SUCCESS) return {};
-    return {reinterpret_cast<const char*>(m_secured.octets) + (m_secured.size - used), used};
+    return message;
 }
 
 // Each variable's name and the last one of its answer.

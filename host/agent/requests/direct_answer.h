@@ -10,7 +10,6 @@
 // Threads: agent thread only.
 #pragma once
 
-#include <cstdlib>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,6 +17,7 @@
 
 #include "host/agent/requests/pending_read.h"
 #include "host/snmp/ber_writer.h"
+#include "host/snmp/secure_message.h"
 
 namespace vrx {
 
@@ -29,17 +29,6 @@ public:
 
 private:
     using Instance = TableSnapshot::Instance;
-
-    // Of the library's kind: it may grow it.
-    struct MessageBuffer {
-        MessageBuffer() = default;
-        ~MessageBuffer() { std::free(octets); }
-        MessageBuffer(const MessageBuffer&) = delete;
-        MessageBuffer& operator=(const MessageBuffer&) = delete;
-
-        unsigned char* octets = nullptr;
-        std::size_t size = 0;
-    };
 
     // What is known of a column of the object, for the time of a request.
     struct Column {
@@ -60,7 +49,7 @@ private:
     std::vector<Instance> m_instances;  // in the answer's order
     std::vector<Column> m_columns;
     std::vector<unsigned char> m_buffer;
-    MessageBuffer m_secured;
+    SecureMessage m_secured;
     TableSnapshot::See m_see = TableSnapshot::See::All;
 };
 

@@ -3,6 +3,8 @@
 #include <arpa/inet.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+
 #include "host/agent/delivery/community_trap_encoder.h"
 #include "host/agent/delivery/name_resolver.h"
 #include "host/agent/delivery/net_snmp_errors.h"
@@ -44,25 +46,13 @@ void setTooLong(TrapSendResult& result, const FittedNotification& fitted) {
     result.failure = tooLongText(fitted);
 }
 
-// A session of the library, which encodes and sends: SNMPv3.
+// A session of the library. Our own bytes leave through its socket. Whatever cannot be written or sent that way goes
+// through the session after all, which says why it fails.
 class SessionChannel : public TrapChannel {
-public:
-    // `names`: octets of all names and IDs in a message.
-    SessionChannel(SessionPointer session, std::size_t names) : m_session(std::move(session)), m_names(names) {}
-
-    TrapSendResult send(const Notification& trap, std::size_t wanted, std::uint32_t upTime) override {
-        TrapSendResult result;
-        const FittedNotification fitted(trap, longestMessageV3(trap, m_names).value_or(0), wanted);
-        result.cut = fitted.cut();
-        if (fitted.size() > LONGEST_MESSAGE) {
-            setTooLong(result, fitted);
-        } else {
-            encodeAndSend(fitted.trap(), upTime, result);
-        }
-        return result;
-    }
-
 protected:
+    SessionChannel(SessionPointer session, std::shared_ptr<TrapBuffers> buffers)
+        : m_session(std::move(session)), m_buffers(std::move(buffers)) {}
+
     void encodeAndSend(const Notification& trap, std::uint32_t upTime, TrapSendResult& result) {
         PduPointer pdu = makePdu(trap, upTime, result.leftOut);
         if (!pdu) {
@@ -83,27 +73,84 @@ protected:
         return makeTrapPdu(trap, upTime);
     }
 
-    void* session() const { return m_session.get(); }
+    bool sendBytes(const void* octets, std::size_t size) {
+        netsnmp_transport* const transport = snmp_sess_transport(m_session.get());
+        void* toRemote = nullptr;  // the session's peer
+        int length = 0;
+        return netsnmp_transport_send(transport, octets, static_cast<int>(size), &toRemote, &length) > 0;
+    }
+
+    netsnmp_session* session() const { return snmp_sess_session(m_session.get()); }
+    TrapBuffers& buffers() const { return *m_buffers; }
 
 private:
     SessionPointer m_session;
-    const std::size_t m_names;
+    std::shared_ptr<TrapBuffers> m_buffers;
 };
 
-// SNMPv1 and SNMPv2c: our own bytes through the session's socket. Whatever cannot be written or sent that way goes
-// through the session after all, which says why it fails.
-class CommunityChannel : public SessionChannel {
+// SNMPv3.
+class UserChannel : public SessionChannel {
 public:
-    CommunityChannel(SessionPointer session, std::string community, std::shared_ptr<TrapBuffer> buffer)
-        : SessionChannel(std::move(session), 0), m_community(std::move(community)), m_buffer(std::move(buffer)) {}
+    // `names`: octets of all names and IDs in a message.
+    UserChannel(SessionPointer session, std::size_t names, std::shared_ptr<TrapBuffers> buffers)
+        : SessionChannel(std::move(session), std::move(buffers)), m_names(names) {}
 
     TrapSendResult send(const Notification& trap, std::size_t wanted, std::uint32_t upTime) override {
         TrapSendResult result;
-        BerWriter whole(*m_buffer);
+        BerWriter pdu(buffers().plain);
+        const bool written = writeTrapPdu(pdu, trap, upTime, snmp_get_next_reqid());
+        if (written && pdu.size() + mostAroundPduV3(m_names) <= std::min(wanted, LONGEST_MESSAGE)) {
+            if (!sendPdu(pdu)) encodeAndSend(trap, upTime, result);
+            return result;
+        }
+        const FittedNotification fitted(trap, longestMessageV3(trap, m_names).value_or(0), wanted);
+        result.cut = fitted.cut();
+        if (fitted.size() > LONGEST_MESSAGE) {
+            setTooLong(result, fitted);
+        } else {
+            encodeAndSend(fitted.trap(), upTime, result);
+        }
+        return result;
+    }
+
+private:
+    // The session has what the library puts around its own PDUs.
+    bool sendPdu(const BerWriter& pdu) {
+        netsnmp_session* const own = session();
+        netsnmp_pdu header{};
+        header.version = SNMP_VERSION_3;
+        header.command = SNMP_MSG_TRAP2;
+        header.msgid = snmp_get_next_msgid();
+        header.securityModel = own->securityModel;
+        header.securityLevel = own->securityLevel;
+        header.securityName = own->securityName;
+        header.securityNameLen = own->securityNameLen;
+        header.securityEngineID = own->securityEngineID;
+        header.securityEngineIDLen = own->securityEngineIDLen;
+        header.contextEngineID = own->contextEngineID;
+        header.contextEngineIDLen = own->contextEngineIDLen;
+        header.contextName = own->contextName;
+        header.contextNameLen = own->contextNameLen;
+        const std::string_view message = buffers().secure.around(pdu, own, &header);
+        return !message.empty() && sendBytes(message.data(), message.size());
+    }
+
+    const std::size_t m_names;
+};
+
+// SNMPv1 and SNMPv2c.
+class CommunityChannel : public SessionChannel {
+public:
+    CommunityChannel(SessionPointer session, std::string community, std::shared_ptr<TrapBuffers> buffers)
+        : SessionChannel(std::move(session), std::move(buffers)), m_community(std::move(community)) {}
+
+    TrapSendResult send(const Notification& trap, std::size_t wanted, std::uint32_t upTime) override {
+        TrapSendResult result;
+        BerWriter whole(buffers().plain);
         if (!write(whole, trap, upTime, result.leftOut)) {
             encodeAndSend(trap, upTime, result);
         } else if (whole.size() <= wanted && !whole.overflowed()) {
-            if (!sendBytes(whole)) encodeAndSend(trap, upTime, result);
+            if (!sendBytes(whole.data(), whole.size())) encodeAndSend(trap, upTime, result);
         } else {
             sendShorter(FittedNotification(trap, whole.size(), wanted), upTime, result);
         }
@@ -119,32 +166,25 @@ protected:
 
 private:
     void sendShorter(const FittedNotification& fitted, std::uint32_t upTime, TrapSendResult& result) {
-        BerWriter out(*m_buffer);
+        BerWriter out(buffers().plain);
         (void)write(out, fitted.trap(), upTime, result.leftOut);  // it could be written
         result.cut = fitted.cut();
         if (out.overflowed()) {
             setTooLong(result, fitted);
-        } else if (!sendBytes(out)) {
+        } else if (!sendBytes(out.data(), out.size())) {
             encodeAndSend(fitted.trap(), upTime, result);
         }
     }
 
-    bool sendBytes(const BerWriter& out) {
-        netsnmp_transport* const transport = snmp_sess_transport(session());
-        void* toRemote = nullptr;  // the session's peer
-        int length = 0;
-        return netsnmp_transport_send(transport, out.data(), static_cast<int>(out.size()), &toRemote, &length) > 0;
-    }
-
     std::string m_community;
-    std::shared_ptr<TrapBuffer> m_buffer;
 };
 
 class V1Channel : public CommunityChannel {
 public:
-    V1Channel(SessionPointer session, std::string community, std::shared_ptr<TrapBuffer> buffer,
+    V1Channel(SessionPointer session, std::string community, std::shared_ptr<TrapBuffers> buffers,
               std::uint32_t agentAddress)
-        : CommunityChannel(std::move(session), std::move(community), std::move(buffer)), m_agentAddress(agentAddress) {}
+        : CommunityChannel(std::move(session), std::move(community), std::move(buffers)),
+          m_agentAddress(agentAddress) {}
 
 protected:
     PduPointer makePdu(const Notification& trap, std::uint32_t upTime, unsigned int& leftOut) override {
@@ -162,7 +202,8 @@ bool hasKey(const oid* protocol, std::size_t length, const oid* none, std::size_
     return protocol != nullptr && snmp_oid_compare(protocol, length, none, noneLength) != 0 && keyLength > 0;
 }
 
-Expected<std::unique_ptr<TrapChannel>> openUser(const TrapRoute& route, netsnmp_session& wanted) {
+Expected<std::unique_ptr<TrapChannel>> openUser(const TrapRoute& route, netsnmp_session& wanted,
+                                                const std::shared_ptr<TrapBuffers>& buffers) {
     std::string user = route.name;
     std::string engine = ownEngineId();
     auto* const engineId = reinterpret_cast<u_char*>(engine.data());
@@ -178,7 +219,7 @@ Expected<std::unique_ptr<TrapChannel>> openUser(const TrapRoute& route, netsnmp_
     wanted.contextEngineIDLen = engine.size();
     SessionPointer session(snmp_sess_open(&wanted));
     if (!session) return Unexpected{openingError(wanted)};
-    return std::make_unique<SessionChannel>(std::move(session), user.size() + 2 * engine.size());
+    return std::make_unique<UserChannel>(std::move(session), user.size() + 2 * engine.size(), buffers);
 }
 
 }  // namespace
@@ -218,9 +259,8 @@ Expected<std::unique_ptr<TrapChannel>> NetSnmpTrapTransport::openCommunity(const
     wanted.community_len = community.size();
     SessionPointer session(snmp_sess_open(&wanted));
     if (!session) return Unexpected{openingError(wanted)};
-    if (m_buffer == nullptr) m_buffer = std::make_shared<TrapBuffer>(LONGEST_MESSAGE);
-    if (route.version != 1) return std::make_unique<CommunityChannel>(std::move(session), route.name, m_buffer);
-    return std::make_unique<V1Channel>(std::move(session), route.name, m_buffer,
+    if (route.version != 1) return std::make_unique<CommunityChannel>(std::move(session), route.name, m_buffers);
+    return std::make_unique<V1Channel>(std::move(session), route.name, m_buffers,
                                        isIpv6Address(route.address) ? 0 : localAddressTowards(route));
 }
 
@@ -231,7 +271,8 @@ Expected<std::unique_ptr<TrapChannel>> NetSnmpTrapTransport::open(const TrapRout
     snmp_sess_init(&wanted);
     wanted.peername = peer->data();
     wanted.sndMsgMaxSize = LONGEST_MESSAGE;
-    return route.version == SNMPV3 ? openUser(route, wanted) : openCommunity(route, wanted);
+    if (m_buffers == nullptr) m_buffers = std::make_shared<TrapBuffers>();
+    return route.version == SNMPV3 ? openUser(route, wanted, m_buffers) : openCommunity(route, wanted);
 }
 
 }  // namespace vrx

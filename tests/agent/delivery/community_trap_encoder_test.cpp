@@ -180,6 +180,17 @@ TEST(TrapMessage, LeavesUnusualNamesToTheLibrary) {
     expectLeftToTheLibrary(trapWith({}, {3, 1, 2}));
 }
 
+TEST(TrapMessage, OfSnmpV3IsNeverLongerThanItsPduAndWhatIsAroundIt) {
+    constexpr std::size_t NAMES = 40;
+    std::vector<unsigned char> buffer(ROOM);
+    for (std::size_t length = 0; length < 66'000; length = length < 300 ? length + 1 : length * 2 - 30) {
+        const Notification trap = trapWith({octets(ASN_OCTET_STR, std::string(length, 'x'))});
+        BerWriter pdu(buffer);
+        ASSERT_TRUE(writeTrapPdu(pdu, trap, 0, 0));
+        EXPECT_GE(pdu.size() + mostAroundPduV3(NAMES), longestMessageV3(trap, NAMES).value_or(ROOM * 2)) << length;
+    }
+}
+
 TEST(TrapMessage, ThatDoesNotFitIsCountedAllTheSame) {
     const Notification trap = trapWith({octets(ASN_OCTET_STR, "text"), number(ASN_COUNTER64, 1)});
     std::vector<unsigned char> enough(ROOM);
