@@ -42,14 +42,24 @@ std::string draftOf(const std::string& path) {
     return path + ".new";
 }
 
-void writeDraft(const WholeFile& file, bool isPrivate) {
-    const std::string draft = draftOf(file.path);
+FileDescriptor makeDraft(const std::string& draft, bool isPrivate) {
     if (::unlink(draft.c_str()) != 0 && errno != ENOENT) fail(draft);
     constexpr mode_t OWNERS_ALONE = S_IRUSR | S_IWUSR;
     constexpr mode_t AS_THE_PROCESS_GIVES = 0666;
-    const FileDescriptor out(::open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                                    isPrivate ? OWNERS_ALONE : AS_THE_PROCESS_GIVES));
+    FileDescriptor out(::open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                              isPrivate ? OWNERS_ALONE : AS_THE_PROCESS_GIVES));
     if (!out) fail(draft);
+    return out;
+}
+
+void fill(const FileDescriptor& out, const std::string& content, const std::string& draft) {
+    writeAll(out.get(), content, draft);
+    if (::fsync(out.get()) != 0) fail(draft);
+}
+
+void writeDraft(const WholeFile& file, bool isPrivate) {
+    const std::string draft = draftOf(file.path);
+    const FileDescriptor out = makeDraft(draft, isPrivate);
     struct stat before {};
     const bool replaces = ::stat(file.path.c_str(), &before) == 0;
     if (replaces) {
@@ -58,8 +68,7 @@ void writeDraft(const WholeFile& file, bool isPrivate) {
         if (foreign && ::fchown(out.get(), before.st_uid, before.st_gid) != 0) fail(draft);
         if (::fchmod(out.get(), before.st_mode & PERMISSIONS) != 0) fail(draft);
     }
-    writeAll(out.get(), file.content, draft);
-    if (::fsync(out.get()) != 0) fail(draft);
+    fill(out, file.content, draft);
 }
 
 }  // namespace
@@ -107,11 +116,24 @@ void replaceWholeFiles(const std::vector<WholeFile>& files, bool isPrivate) {
         for (const WholeFile& file : files) ::unlink(draftOf(file.path).c_str());
         throw;
     }
-    for (const WholeFile& file : files) {
-        const std::filesystem::path parent = std::filesystem::path(file.path).parent_path();
-        const FileDescriptor folder(::open(parent.empty() ? "." : parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        if (!folder || ::fsync(folder.get()) != 0) fail(file.path);
+    for (const WholeFile& file : files) syncFolderOf(file.path);
+}
+
+std::string writePrivateDraft(const std::string& path, const std::string& content) {
+    std::string draft = draftOf(path);
+    try {
+        fill(makeDraft(draft, true), content, draft);
+    } catch (const std::system_error&) {
+        ::unlink(draft.c_str());
+        throw;
     }
+    return draft;
+}
+
+void syncFolderOf(const std::string& path) {
+    const std::filesystem::path parent = std::filesystem::path(path).parent_path();
+    const FileDescriptor folder(::open(parent.empty() ? "." : parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder || ::fsync(folder.get()) != 0) fail(path);
 }
 
 }  // namespace vrx

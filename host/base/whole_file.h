@@ -33,4 +33,10 @@ struct WholeFile {
 // that the process gives. All are written before the first takes its place.
 void replaceWholeFiles(const std::vector<WholeFile>& files, bool isPrivate);
 
+// The two halves of it, for who puts the file in its place otherwise. The first writes PATH.new, which is the process's
+// own and nobody else may read, whoever had the file before, and gives its path; the other one brings to disk what was
+// renamed in the file's folder. Throw std::system_error.
+[[nodiscard]] std::string writePrivateDraft(const std::string& path, const std::string& content);
+void syncFolderOf(const std::string& path);
+
 }  // namespace vrx

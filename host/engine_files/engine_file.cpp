@@ -2,8 +2,10 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <sstream>
 #include <system_error>
 #include <thread>
@@ -42,6 +44,18 @@ std::string idFault(const std::string& content) {
         ++ids;
     }
     return ids == 1 ? "" : "it does not hold one engine ID";
+}
+
+void renameFile(const std::string& from, const std::string& to) {
+    if (std::rename(from.c_str(), to.c_str()) != 0) throw std::system_error(errno, std::generic_category(), to);
+}
+
+bool isWholeState(const std::string& path) {
+    try {
+        return engine_file::readState(path).has_value();
+    } catch (const WholeFileError&) {
+        return false;
+    }
 }
 
 }  // namespace
@@ -102,6 +116,23 @@ void keepLastGoodCopy(const std::string& path) {
         return;  // damaged since it was read: the copy that there is stays
     }
     if (content) replaceWholeFile(lastGoodCopy(path), *content);
+}
+
+// Where two files cannot change places the one before is copied, which takes two syncs more.
+void replaceState(const std::string& path, const std::string& content) {
+    const std::string draft = writePrivateDraft(path, content);
+    try {
+        if (isWholeState(path) && ::renameat2(AT_FDCWD, draft.c_str(), AT_FDCWD, path.c_str(), RENAME_EXCHANGE) == 0) {
+            renameFile(draft, lastGoodCopy(path));
+        } else {
+            keepLastGoodCopy(path);
+            renameFile(draft, path);
+        }
+    } catch (const std::system_error&) {
+        ::unlink(draft.c_str());
+        throw;
+    }
+    syncFolderOf(path);
 }
 
 std::optional<std::string> readEngineId(const std::string& path) {

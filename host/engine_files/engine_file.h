@@ -33,6 +33,11 @@ std::string lastGoodCopy(const std::string& path);
 // Keeps the file that is there, when it is whole, as its last good copy. Throws std::system_error.
 void keepLastGoodCopy(const std::string& path);
 
+// Puts `content` in the place of the file, which becomes its own last good copy when it is whole; on disk when this
+// returns. The new file is the process's own and nobody else may read it. Throws std::system_error, and the file is
+// there, with the old content or the new.
+void replaceState(const std::string& path, const std::string& content);
+
 // The line that names the engine ID; nothing where the file does not exist. Throws WholeFileError, also for a file that
 // does not hold one whole ID.
 [[nodiscard]] std::optional<std::string> readEngineId(const std::string& path);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 
 #include "tests/base/temporary_root.h"
 
@@ -75,6 +76,26 @@ TEST(EngineFileTest, TheCopyStaysWhereTheFileIsNotWhole) {
     root.write("state.conf", COUNT);
     engine_file::keepLastGoodCopy(file);
     EXPECT_EQ(root.read("state.conf.last"), whole);
+}
+
+TEST(EngineFileTest, AReplacedStateIsTheLastGoodCopy) {
+    const TemporaryRoot root;
+    const std::string first = std::string(COUNT) + END;
+    const std::string second = first + "# more\n";
+    const std::string file = root.pathOf("state.conf");
+    engine_file::replaceState(file, first);
+    EXPECT_EQ(root.read("state.conf"), first);
+    EXPECT_FALSE(std::filesystem::exists(file + ".last"));
+    std::filesystem::permissions(file, std::filesystem::perms(0644));  // as a restore may leave it
+    engine_file::replaceState(file, second);
+    EXPECT_EQ(root.read("state.conf"), second);
+    EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms(0600));
+    EXPECT_EQ(root.read("state.conf.last"), first);
+    EXPECT_FALSE(std::filesystem::exists(file + ".new"));
+    root.write("state.conf", COUNT);
+    engine_file::replaceState(file, second);
+    EXPECT_EQ(root.read("state.conf"), second);
+    EXPECT_EQ(root.read("state.conf.last"), first);
 }
 
 TEST(EngineFileTest, OneHoldsTheStateAtATime) {

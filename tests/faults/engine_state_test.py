@@ -2,7 +2,9 @@
 cannot be kept does not happen, a failure is told, and what was kept before stays.
 """
 
+import errno
 import os
+import socket
 import unittest
 
 from faults import FaultySystem
@@ -22,9 +24,12 @@ class EngineState(unittest.TestCase):
         self.agent, self.faults = self.system.agent, self.system.agent_faults
         self.state = self.system.path("state", "net-snmp")
 
+    def kept_path(self):
+        return os.path.join(self.state, "vrx-agentd.conf")
+
     def kept(self):
         """(count of starts, the users' lines without the last word, an empty text in one of two spellings)"""
-        with open(os.path.join(self.state, "vrx-agentd.conf"), encoding="utf-8") as file:
+        with open(self.kept_path(), encoding="utf-8") as file:
             lines = file.read().splitlines()
         starts = [int(line.split()[1]) for line in lines if line.startswith("engineBoots ")]
         self.assertEqual(len(starts), 1)
@@ -94,6 +99,46 @@ class EngineState(unittest.TestCase):
                 break
         else:
             self.fail("changes without end")
+
+    def test_a_start_syncs_the_file_and_its_folder_once(self):
+        self.assertTrue(self.start())
+        self.agent.stop()
+        self.faults.fail_change(self.state, LONGEST)
+        self.assertTrue(self.start())
+        # Written, synced, in its place, the one before beside it, the folder synced.
+        self.assertEqual(self.faults.changes(), (5, 0))
+
+    def test_files_that_cannot_change_places_are_copied(self):
+        """As on file systems that know no such renaming."""
+        self.assertTrue(self.start())
+        self.agent.stop()
+        before = read(self.kept_path())
+        self.faults.fail_change(self.state, 3, error=errno.EINVAL)
+        self.assertTrue(self.start())
+        self.assertEqual(self.faults.changes()[1], 1)
+        self.faults.stop()
+        self.assertEqual(read(self.kept_path() + ".last"), before)
+        self.assertEqual(self.kept()[0], 2)
+        self.agent.kill()
+        self.assertTrue(self.start())
+        self.assertEqual(self.kept()[0], 3)
+
+    def test_a_start_that_has_answered_is_counted_whenever_it_is_killed(self):
+        ask = bytes.fromhex("302602010104067075626c6963a019020101020100020100300e300c06082b060102010103000500")  # a GET
+        for starts in range(1, 6):
+            self.agent.start(wait=False)
+            with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as asking:
+                asking.settimeout(0.001)
+                wait_for(lambda: self.answers(asking, ask), "an answer")
+            self.agent.kill()
+            self.assertEqual(self.kept()[0], starts)
+
+    def answers(self, asking, message):
+        try:
+            asking.sendto(message, ("127.0.0.1", self.system.port))
+            return asking.recv(2048)
+        except OSError:  # nobody is there yet
+            return None
 
     def test_an_end_that_cannot_store_says_so_and_leaves_what_was_kept(self):
         self.assertTrue(self.start())

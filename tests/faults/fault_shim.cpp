@@ -326,6 +326,11 @@ int rename(const char* from, const char* to) noexcept {
     return pathFails(to) ? -1 : real(from, to);
 }
 
+int renameat2(int fromFolder, const char* from, int toFolder, const char* to, unsigned int flags) noexcept {
+    static const auto real = next(&renameat2, "renameat2");
+    return pathFails(to) ? -1 : real(fromFolder, from, toFolder, to, flags);
+}
+
 // What is written through the C library's streams goes past write() above: a stream that fails writes to a full disk.
 FILE* fopen(const char* path, const char* mode) {
     static const auto real = next(&fopen, "fopen");

@@ -35,11 +35,12 @@ class Exports(unittest.TestCase):
         names = {re.match(r"(?:.* for )?([\w.]+)", symbol).group(1) for symbol in symbols}
         self.assertEqual(sorted(name for name in names - words - LIBRARIES if not name.startswith("__")), [])
 
-    def test_the_agent_has_its_own_signatures(self):
-        """In place of libcrypto's function: host/agent/engine/kept_digests.h."""
+    def test_the_agent_has_functions_in_place_of_libraries_own(self):
+        """Of libcrypto's and Net-SNMP's: host/agent/engine/kept_digests.h, engine_state.h."""
         agent = os.path.join(os.environ["TAMREL_BUILD_DIR"], "bin", "vrx-agentd")
         symbols = subprocess.run(["nm", "-D", "--defined-only", agent], capture_output=True, text=True, check=True).stdout
         self.assertIn(" T HMAC\n", symbols)
+        self.assertIn(" T read_config_store\n", symbols)
 
 
 if __name__ == "__main__":

@@ -140,7 +140,9 @@ SnmpEngine::SnmpEngine(const std::string& root, const std::string& state, const 
     encodeBackwards();
     checkScopedPdus();
     setDefaultView();
-    m_state.useDraft();
+    m_state.useScratch();
+    // Soon: the count of starts must survive the hardest end, or v3 managers reject the next start.
+    m_state.storeMeanwhile();
 }
 
 EngineIdentity SnmpEngine::identity() const {
@@ -235,8 +237,7 @@ void SnmpEngine::listen(std::vector<std::string> addresses, RequestDispatcher& d
         m_listeners.push_back(*opened);
         logLine<lines::LISTENING>(address);
     }
-    // At once: the count of starts must survive the hardest end, or v3 managers reject the next start.
-    const std::string unkept = m_state.store();
+    const std::string unkept = m_state.stored();
     if (!unkept.empty()) throw EngineError("no start whose number cannot be kept: " + unkept);
 }
 

@@ -48,7 +48,8 @@ public:
     static constexpr const char* DEFAULT_LISTENER = "udp:127.0.0.1:1161";
 
     // Both paths are absolute. `root` is the product root, of which the configuration is read; `state` exists and gets
-    // the engine's own folders. `served`: the MIB modules beside the agent's own.
+    // the engine's own folders. `served`: the MIB modules beside the agent's own. The count of starts is on its way to
+    // disk when it returns.
     SnmpEngine(const std::string& root, const std::string& state, const MibModules& served = {});
     ~SnmpEngine();
     SnmpEngine(const SnmpEngine&) = delete;
@@ -78,8 +79,8 @@ public:
 
     // Opens a listener on each address ("udp:127.0.0.1:1161", "udp6:[::1]:1161", "tcp:..."); on those of the
     // configuration's agentAddress when there are none, on DEFAULT_LISTENER when that is missing too. The dispatcher
-    // gets all requests and outlives the engine. Throws EngineError, also when the count of starts cannot be stored:
-    // with one that SNMPv3 managers have seen before they would reject the next start.
+    // gets all requests and outlives the engine. The count of starts is on disk when this returns. Throws EngineError,
+    // also when it cannot be stored: with one that SNMPv3 managers have seen before they would reject the next start.
     void listen(std::vector<std::string> addresses, RequestDispatcher& dispatcher);
 
     // Reads the configuration again: communities, users, views, limits. Listeners stay, and so does the count of
