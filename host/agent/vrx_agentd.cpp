@@ -173,16 +173,13 @@ public:
           m_operation(m_loop, m_service, std::move(m_controlSocket), {m_root, checkCommand(m_root, line.modules)},
                       m_manager) {
         m_reload = [this] { m_operation.reloader.request(); };
+        m_service.notifications.onDefinitionsRead = [this] { ready(); };
     }
 
-    void run() {
-        logLine<lines::READY>();
-        m_manager.ready(SERVING);
-        m_watchdog.emplace(m_loop, m_manager);
-        m_loop.run();
-    }
+    void run() { m_loop.run(); }
 
     void end() {
+        m_service.notifications.onDefinitionsRead = [] {};  // not ready any more
         m_manager.stopping();
         m_operation.reloader.stop();
         m_service.notifications.stop();
@@ -194,6 +191,13 @@ public:
     }
 
 private:
+    // Requests that need no alarm definitions are answered before.
+    void ready() {
+        logLine<lines::READY>();
+        m_manager.ready(SERVING);
+        m_watchdog.emplace(m_loop, m_manager);
+    }
+
     const ServiceManager m_manager = ServiceManager::fromEnvironment();
     // Before all else, so that an end in the midst of the start is one like any other; and before any thread: all of
     // them leave the signals to the watch.

@@ -1,6 +1,8 @@
 """Alarms while the definition files cannot be loaded: nothing is lost, and nobody is told that there are no alarms."""
 
+import fcntl
 import os
+import signal
 import unittest
 
 from backend_client import BackendClient
@@ -104,6 +106,42 @@ class WithoutDefinitions(unittest.TestCase):
             put_back(system)
             system.vrxctl("reload")
             self.assertEqual(len(system.walk(ALARMS + ".9").splitlines()), MANY)
+
+
+class SlowDefinitions(unittest.TestCase):
+    """Whoever opens the file waits for as long as the test holds its lease."""
+
+    def setUp(self):
+        self.addCleanup(signal.signal, signal.SIGIO, signal.signal(signal.SIGIO, signal.SIG_IGN))  # somebody waits
+
+    def test_what_needs_no_definitions_is_answered_before_they_are_there(self):
+        with TrapSystem() as system, TrapReceiver() as receiver:
+            system.add_destination(1, receiver.port)
+            system.agent.stop()
+            with open(system.path(*DEFINITIONS), "r+", encoding="utf-8") as held:
+                fcntl.fcntl(held, fcntl.F_SETLEASE, fcntl.F_WRLCK)
+                system.agent.start(wait=False)
+                wait_for(lambda: "vrx-under-test" in system.run("snmpget", "1.3.6.1.2.1.1.5.0", check=False).stdout, "it")
+                with BackendClient(system.path("state", "backend.sock")) as backend:
+                    backend.raise_alarms(1)
+                self.assertEqual((lines_with(system, "[agent] ready"), told(receiver)), ([], ([], [])))
+                fcntl.fcntl(held, fcntl.F_SETLEASE, fcntl.F_UNLCK)
+            system.agent.wait_ready()
+            wait_for(lambda: all(told(receiver)), "both traps")
+            self.assertEqual(len(system.walk(ALARMS + ".9").splitlines()), 1)
+
+    def test_the_agent_ends_when_they_are_there(self):
+        with TrapSystem() as system:
+            system.agent.stop()
+            with open(system.path(*DEFINITIONS), "r+", encoding="utf-8") as held:
+                fcntl.fcntl(held, fcntl.F_SETLEASE, fcntl.F_WRLCK)
+                system.agent.start(wait=False)
+                wait_for(lambda: "vrx-under-test" in system.run("snmpget", "1.3.6.1.2.1.1.5.0", check=False).stdout, "it")
+                system.agent.process.terminate()
+                fcntl.fcntl(held, fcntl.F_SETLEASE, fcntl.F_UNLCK)
+            self.assertEqual(system.agent.process.wait(60), 0)
+            self.assertEqual(lines_with(system, "[agent] ready"), [])
+            system.agent.start()
 
 
 class Lines(unittest.TestCase):

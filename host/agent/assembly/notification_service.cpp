@@ -3,6 +3,7 @@
 #include <chrono>
 #include <exception>
 #include <list>
+#include <new>
 #include <string>
 
 #include "host/base/fault_line.h"
@@ -67,7 +68,9 @@ NotificationService::NotificationService(AgentLoop& loop, std::function<void()> 
       m_alarms(m_pipeline),
       m_source(m_alarms),
       m_reader(std::make_shared<DestinationReader>(m_sender)),
-      m_nextAttempt(loop, [this] { begin(); }) {}
+      m_nextAttempt(loop, [this] { begin(); }),
+      m_definitionsRead(loop, [this] { onDefinitionsRead(); }),
+      m_loader("definitions", std::chrono::milliseconds(0)) {}
 
 NotificationService::~NotificationService() {
     try {
@@ -79,7 +82,13 @@ NotificationService::~NotificationService() {
 
 void NotificationService::start() {
     m_running = true;
-    (void)m_definitions.fault();
+    m_loader.submit([this] {
+        try {
+            (void)m_definitions.fault();
+        } catch (const std::bad_alloc&) {  // who needs them tries again
+        }
+        m_definitionsRead.request();
+    });
     setTrapDestinationListener([reader = m_reader] { reader->read(); });
     begin();
 }

@@ -15,7 +15,9 @@
 
 #include "host/agent/informs/inform_sender.h"
 #include "host/agent/informs/net_snmp_inform_transport.h"
+#include "host/agent/loop/object_worker.h"
 #include "host/agent/loop/timer.h"
+#include "host/agent/loop/wakeup.h"
 #include "host/agent/notifications/active_alarms.h"
 #include "host/agent/notifications/event_ledger.h"
 #include "host/agent/notifications/notification_delivery.h"
@@ -54,8 +56,12 @@ public:
     NotificationService& operator=(const NotificationService&) = delete;
 
     // Sends coldStart, then asks the backend for events; both wait while the list of trap destinations cannot be read.
-    // Alarm definitions that cannot be loaded are a log line: what needs them waits.
+    // The alarm definitions are loaded by a thread of its own, and what needs them waits; ones that cannot be loaded
+    // are a log line. Throws std::bad_alloc, also without a thread.
     void start();
+
+    // What the loop does when the definitions have been read, or cannot be. To be set before it runs.
+    std::function<void()> onDefinitionsRead;
 
     // No notification is handled while somebody holds it; events wait. It waits for the one under way.
     Mutex& handling() { return m_pipeline.handling(); }
@@ -116,6 +122,8 @@ private:
     std::shared_ptr<DestinationReader> m_reader;  // shared with the listener of the list, which another thread may run
     LoopTimer m_nextAttempt;                      // to read that list
     bool m_running = false;
+    LoopWakeup m_definitionsRead;
+    ObjectWorker m_loader;  // of the definitions; last: it uses the others
 };
 
 }  // namespace vrx
