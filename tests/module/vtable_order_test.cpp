@@ -24,6 +24,9 @@
 #include "tests/fake_host/fake_host.h"
 #include "tests/module/loaded_module.h"
 
+// Of AddressSanitizer's runtime, in a build that has it.
+extern "C" [[gnu::weak]] int __asan_address_is_poisoned(const volatile void* address);
+
 namespace {
 
 const std::string DESTRUCTOR = "destructor";
@@ -95,6 +98,11 @@ std::set<std::string> namesOf(void* function) {
     return found;
 }
 
+// Whether a word stands in a red zone: Clang's AddressSanitizer counts the one after a table into its symbol's size.
+bool isRedZone(const void* word) {
+    return __asan_address_is_poisoned != nullptr && __asan_address_is_poisoned(word) != 0;
+}
+
 // The slots of an object's class. The table's size is that of its symbol: two words (offset, type) stand before the
 // slots.
 std::vector<std::set<std::string>> slotsOf(const void* object) {
@@ -104,7 +112,7 @@ std::vector<std::set<std::string>> slotsOf(const void* object) {
     if (dladdr1(table - 2, &info, &extra, RTLD_DL_SYMENT) == 0 || extra == nullptr) return {};
     const std::size_t words = static_cast<ElfW(Sym)*>(extra)->st_size / sizeof(void*);
     std::vector<std::set<std::string>> slots;
-    for (std::size_t i = 0; i + 2 < words; ++i) slots.push_back(namesOf(table[i]));
+    for (std::size_t i = 0; i + 2 < words && !isRedZone(table + i); ++i) slots.push_back(namesOf(table[i]));
     return slots;
 }
 
