@@ -39,12 +39,12 @@ bool readOctets(const Agentpp::Vbx& binding, SnmpValue& value) {
     unsigned char usual[USUAL_OCTETS];
     Snmp_pp::SmiUINT32 length = 0;
     if (binding.get_value(usual, length, sizeof usual) == SNMP_CLASS_SUCCESS && length < sizeof usual) {
-        value.octets.assign(usual, usual + length);
+        value.octets.assign(reinterpret_cast<const char*>(usual), length);
         return true;
     }
     Snmp_pp::OctetStr octets;
     if (binding.get_value(octets) != SNMP_CLASS_SUCCESS || !octets.valid()) return false;
-    value.octets.assign(octets.data(), octets.data() + octets.len());
+    value.octets.assign(reinterpret_cast<const char*>(octets.data()), octets.len());
     return true;
 }
 
@@ -93,10 +93,12 @@ OidVector oidOf(const Snmp_pp::Oid& name) {
     const Snmp_pp::SmiUINT32 length = name.len();
     if (length < SHORTEST_NAME || length > LONGEST_OID) return {};
     OidVector ids(length);
+    oid all = 0;
     for (Snmp_pp::SmiUINT32 i = 0; i < length; ++i) {
         ids[i] = name[i];
-        if (ids[i] > std::numeric_limits<std::uint32_t>::max()) return {};
+        all |= ids[i];
     }
+    if (all > std::numeric_limits<std::uint32_t>::max()) return {};
     return ids;
 }
 
