@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/snmp/oid_vector.h"
@@ -17,9 +18,33 @@ struct NotificationBinding {
     SnmpValue value;  // NO_VALUE where the handler gave none
 };
 
+// A place for what senders make of a notification once, for all destinations. A copy has none: it may be changed.
+//
+// Threads: agent thread.
+class EncodedBindings {
+public:
+    EncodedBindings() = default;
+    ~EncodedBindings() = default;
+    EncodedBindings(const EncodedBindings& /*other*/) {}
+    EncodedBindings& operator=(const EncodedBindings& /*other*/) {
+        m_octets.clear();
+        return *this;
+    }
+
+    // In BER, one after the other; empty while nobody has kept them.
+    const std::string& octets() const { return m_octets; }
+
+    // Also of a notification that many share, which stays what it is.
+    void keep(std::string octets) const { m_octets = std::move(octets); }
+
+private:
+    mutable std::string m_octets;
+};
+
 struct Notification {
     OidVector oid;  // snmpTrapOID; empty when the handler's was no object identifier
     std::vector<NotificationBinding> bindings;
+    EncodedBindings encoded{};
 };
 
 }  // namespace vrx

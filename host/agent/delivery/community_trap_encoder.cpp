@@ -79,6 +79,20 @@ bool writeBinding(BerWriter& out, const NotificationBinding& binding) {
     return true;
 }
 
+// All of them; the first time they are kept for other destinations.
+bool writeBindings(BerWriter& out, const Notification& trap) {
+    const std::string& kept = trap.encoded.octets();
+    if (!kept.empty()) {
+        out.bytes(kept);
+        return true;
+    }
+    for (auto binding = trap.bindings.rbegin(); binding != trap.bindings.rend(); ++binding) {
+        if (!writeBinding(out, *binding)) return false;
+    }
+    if (!out.overflowed()) trap.encoded.keep({reinterpret_cast<const char*>(out.data()), out.size()});
+    return true;
+}
+
 // What stands around a PDU, after which nothing was written.
 void finish(BerWriter& out, std::string_view community, long version) {
     out.octets(ASN_OCTET_STR, community);
@@ -89,9 +103,7 @@ void finish(BerWriter& out, std::string_view community, long version) {
 }  // namespace
 
 bool writeTrapPdu(BerWriter& out, const Notification& trap, unsigned long upTime, long requestId) {
-    for (auto binding = trap.bindings.rbegin(); binding != trap.bindings.rend(); ++binding) {
-        if (!writeBinding(out, *binding)) return false;
-    }
+    if (!writeBindings(out, trap)) return false;
     std::size_t end = out.size();
     if (!writeName(out, trap.oid.data(), trap.oid.size())) return false;
     out.name(SNMP_TRAP_OID.data(), SNMP_TRAP_OID.size());

@@ -4,7 +4,9 @@
 // Each is false where the library has to do it: a value of an unusual type or range. What was written then means
 // nothing. A message that is too long for the buffer is an overflow of the writer, whose size tells how long it is.
 //
-// Threads: none of their own.
+// The bindings of SNMPv2-Trap-PDUs are encoded once, and kept with the trap.
+//
+// Threads: agent thread.
 #pragma once
 
 #include <cstddef>

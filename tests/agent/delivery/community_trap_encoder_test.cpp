@@ -180,6 +180,39 @@ TEST(TrapMessage, LeavesUnusualNamesToTheLibrary) {
     expectLeftToTheLibrary(trapWith({}, {3, 1, 2}));
 }
 
+// What was kept of the trap that it is a copy of is not of this one.
+TEST(TrapMessage, OfACopyHasTheCopysBindings) {
+    const Notification trap = trapWith({octets(ASN_OCTET_STR, "text"), number(ASN_COUNTER64, 1)});
+    expectSame(trap);
+    Notification copy = trap;
+    copy.bindings.front().value.octets = "another";
+    expectSame(copy);
+    copy = trap;
+    copy.bindings.pop_back();
+    expectSame(copy);
+    Notification moved = std::move(copy);
+    moved.bindings.pop_back();
+    expectSame(moved);
+    expectSame(trap);
+}
+
+TEST(TrapMessage, HasTheSameBindingsForEveryDestination) {
+    const Notification trap = trapWith(valuesOfEveryKind());
+    EXPECT_EQ(trap.encoded.octets(), "");
+    std::vector<unsigned char> small(100);
+    BerWriter none(small);
+    ASSERT_TRUE(writeTrap(none, trap, COMMUNITY, 1, 1));
+    EXPECT_TRUE(none.overflowed());
+    EXPECT_EQ(trap.encoded.octets(), "");  // not all of them were written
+    for (int destination = 0; destination < 2; ++destination) {
+        expectSame(trap);
+        EXPECT_NE(trap.encoded.octets(), "");
+    }
+    BerWriter again(small);
+    ASSERT_TRUE(writeTrap(again, trap, COMMUNITY, 1, 1));
+    EXPECT_EQ(again.size(), none.size());
+}
+
 TEST(TrapMessage, OfSnmpV3IsNeverLongerThanItsPduAndWhatIsAroundIt) {
     constexpr std::size_t NAMES = 40;
     std::vector<unsigned char> buffer(ROOM);
