@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "bench/ready_pdus.h"
+#include "host/agent/engine/kept_digests.h"
 #include "host/agent/loop/agent_loop.h"
 #include "host/agent/notifications/event_ledger.h"
 #include "host/agent/notifications/notification_delivery.h"
@@ -59,6 +60,7 @@ public:
         ::setenv("MIBS", "", 1);
         ::setenv("SNMP_PERSISTENT_DIR", (m_root + "/net-snmp").c_str(), 1);
         ::setenv("SNMPCONFPATH", m_root.c_str(), 1);
+        if constexpr (KEEPS_DIGESTS) (void)keptDigests();  // as in the agent
         init_snmp("notification_bench");
         addUser();
         openSink();
