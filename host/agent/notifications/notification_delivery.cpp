@@ -23,7 +23,9 @@ std::string joined(const std::vector<std::string>& names) {
 }  // namespace
 
 std::string destinationName(const tTrapDestInfo& info) {
-    const std::string lastOfTable = trapDestinationKey(std::to_string(destination_check::HIGHEST_NUMBER));
+    // Outlives all threads.
+    static const std::string& lastOfTable =
+        *new std::string(trapDestinationKey(std::to_string(destination_check::HIGHEST_NUMBER)));
     if (trapDestinationKey(info.index) <= lastOfTable) return info.index;
     return destination_check::addressAndPort(info.address, info.port);
 }
@@ -227,7 +229,7 @@ void NotificationDelivery::submit(std::size_t sink, const NotificationOrigin& or
 std::vector<std::string> NotificationDelivery::namesOf(const Delivery& delivery) {
     std::vector<std::string> names;
     for (const tTrapDestInfo& info : delivery.chosen) {
-        if (delivery.held.count(trapDestinationKey(info.index)) != 0) continue;
+        if (!delivery.held.empty() && delivery.held.count(trapDestinationKey(info.index)) != 0) continue;
         std::string name = destinationName(info);
         if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(std::move(name));
     }
