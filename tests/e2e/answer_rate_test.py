@@ -10,9 +10,8 @@ from datagrams_test import ber, snmp_datagrams, snmp_engine
 from direct_answer_test import Both
 from harness import TOPOLOGY, System, free_port, wait_for
 
-RATE = 20_000
+RATE = 5_000  # an agent on a slow machine makes more
 AHEAD = 10 * RATE
-LARGEST = 65507
 CONFIG = """
 rocommunity public 127.0.0.0/8
 createUser open
@@ -59,16 +58,17 @@ class AnswerRates(unittest.TestCase):
             octets = len(answer)
 
     def until_none_comes(self, address, data):
-        """All octets that came to two ports, and that they are no more than the rate allows."""
+        """To two ports together; they are what the rate allows, but for one answer."""
         links = [self.peer(address), self.peer(address)]
         start = time.monotonic()
-        total = 0
+        total, largest = 0, 0
         for turn in range(2000):
             octets = self.got(links[turn % 2], data)
             if octets == 0:
-                self.assertLess(total, AHEAD + RATE * (time.monotonic() - start) + LARGEST)
-                return total
-            total += octets
+                self.assertGreater(total, AHEAD - largest)
+                self.assertLess(total, AHEAD + RATE * (time.monotonic() - start) + largest)
+                return None
+            total, largest = total + octets, max(largest, octets)
         return self.fail("%d octets came" % total)
 
     @staticmethod
@@ -82,10 +82,10 @@ class AnswerRates(unittest.TestCase):
     def test_each_address_has_its_own_whatever_its_ports_and_versions(self):
         for number, data in enumerate(self.requests(), start=2):
             address = "127.0.0.%d" % number
-            self.assertGreater(self.until_none_comes(address, data), AHEAD - LARGEST)
+            self.until_none_comes(address, data)
         self.assertGreater(self.held_back(), 0)
-        self.assertIn("requests from 127.0.0.2 are dropped: answers to it make more than 20000 octets a second "
-                      "(vrxAnswerRate)", self.system.agent.log())
+        self.assertIn("requests from 127.0.0.2 are dropped: answers to it make more than %d octets a second "
+                      "(vrxAnswerRate)" % RATE, self.system.agent.log())
 
     def held_back(self):
         rows = json.loads(self.system.vrxctl("status", "--json"))["requests"]
@@ -112,12 +112,12 @@ class AnswerRates(unittest.TestCase):
 
     def test_a_reload_changes_the_bound(self):
         data = next(self.requests())
-        self.until_none_comes("127.0.0.1", data)
+        self.until_none_comes("127.0.0.8", data)
         self.system.write("etc/vrx-agentd.conf", CONFIG.replace("Rate %d" % RATE, "Rate 0"))
         self.system.vrxctl("reload")
         self.system.getnext(TOPOLOGY)
         for _ in range(100):
-            self.assertGreater(self.got(self.peer("127.0.0.1"), data), 0)
+            self.assertGreater(self.got(self.peer("127.0.0.8"), data), 0)
 
 
 if __name__ == "__main__":
