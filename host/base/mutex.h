@@ -8,7 +8,7 @@
 //     MutexLock lock(m_mutex);
 //     m_changed.wait(lock, [this]() REQUIRES(m_mutex) { return m_count > 0; });
 //
-// tests/locks compiles every user with Clang.
+// Builds by Clang hold every user to it (tests/locks).
 //
 // Threads: any.
 #pragma once

@@ -2,26 +2,18 @@
 """Clang holds the locks of the host to their annotations (host/base/mutex.h): what is guarded is touched with its mutex
 held, a function that wants a mutex held is called so, and locks are taken in one order.
 
-Nothing is built: each source that has a lock is parsed with the definitions of the build in TAMREL_BUILD_DIR.
+Whatever build uses Clang looks at all sources so: warnings_test.py. Here is shown that it finds what it is to find.
 """
-import concurrent.futures
-import itertools
-import json
 import os
 import pathlib
 import re
-import shlex
 import subprocess
-import tempfile
 import unittest
 
 SOURCE = pathlib.Path(os.environ.get("TAMREL_SOURCE_DIR") or pathlib.Path(__file__).resolve().parents[2])
-BUILD = pathlib.Path(os.environ.get("TAMREL_BUILD_DIR") or SOURCE / "build" / "release")
 CHECKED = ("host/", "tools/")
 ANNOTATIONS = "host/base/mutex.h"
 CHECKS = ["-Wthread-safety", "-Wthread-safety-beta", "-Werror"]  # beta: the order of locks
-OWN_INCLUDE = re.compile(r'^#include "([^"]+)"', re.MULTILINE)
-STANDARD_INCLUDE = re.compile(r"^#include <[a-z_]+>$", re.MULTILINE)
 BARE_LOCK = re.compile(r"\bstd::(?:\w*mutex|\w+_lock|lock_guard|condition_variable\w*)\b")
 DECLARED_MUTEX = re.compile(r"^\s*(?:mutable )?Mutex (\w+)(?: ACQUIRED_BEFORE\([^)]*\))?;", re.MULTILINE)
 # The same code is right, and wrong without one word of it.
@@ -65,26 +57,6 @@ Counter counter;
 """
 
 
-class Definitions:
-    """What all sources are parsed with: every definition and include folder that the build gives to one of them."""
-
-    def __init__(self):
-        words = []
-        for entry in json.loads((BUILD / "compile_commands.json").read_text(encoding="utf-8")):
-            # Joined sources stand below the build, in a folder of the same name.
-            if any(os.path.relpath(entry["file"], root).startswith(CHECKED) for root in (SOURCE, BUILD)):
-                words += self._definitions_of(shlex.split(entry["command"]))
-        self.words = [word for entry in dict.fromkeys(words) for word in entry]
-
-    @staticmethod
-    def _definitions_of(command):
-        for word, following in zip(command, command[1:] + [""]):
-            if word in ("-I", "-isystem"):
-                yield word, following
-            elif re.match(r"-I.|-D.|-std=", word):
-                yield (word,)
-
-
 def clang(arguments, text=None):
     return subprocess.run(["clang++", *arguments], input=text, capture_output=True, text=True, check=False)
 
@@ -96,46 +68,6 @@ class ThreadSafetyTest(unittest.TestCase):
                                 cwd=SOURCE, check=True, capture_output=True, text=True).stdout.split("\n")
         cls.texts = {name: (SOURCE / name).read_text(encoding="utf-8") for name in listed
                      if name.startswith(CHECKED) and (SOURCE / name).is_file()}
-        cls.definitions = Definitions().words
-        folder = tempfile.TemporaryDirectory()
-        cls.addClassCleanup(folder.cleanup)
-        cls.folder = pathlib.Path(folder.name)
-
-    def with_locks(self):
-        """The sources that see a lock, by themselves or through headers."""
-        seeing = {ANNOTATIONS}
-        while True:
-            more = {name for name, text in self.texts.items() if seeing.intersection(OWN_INCLUDE.findall(text))} - seeing
-            if not more:
-                return sorted(name for name in seeing if name.endswith(".cpp"))
-            seeing |= more
-
-    @staticmethod
-    def rooms_of(sources):
-        """The sources of a room are parsed as one, as the build does (cmake/join.cmake): the headers are most of each."""
-        rooms = [list(names) for _, names in itertools.groupby(sources, os.path.dirname)]
-        return sorted(rooms, key=len, reverse=True)
-
-    def precompiled(self, sources):
-        """Headers of the standard library are parsed once: most of the time goes there."""
-        included = {line for name in sources for line in STANDARD_INCLUDE.findall(self.texts[name])}
-        header = self.folder / "standard.pch"
-        made = clang([*self.definitions, "-x", "c++-header", "-", "-o", str(header)], "\n".join(sorted(included)))
-        self.assertEqual(made.returncode, 0, made.stderr)
-        return header
-
-    def test_sources_keep_to_their_annotations(self):
-        sources = self.with_locks()
-        self.assertGreater(len(sources), 20)
-        header = self.precompiled(sources)
-
-        def check(together):
-            return clang([*CHECKS, *self.definitions, "-include-pch", str(header), "-x", "c++", "-fsyntax-only", "-"],
-                         "".join(f'#include "{name}"\n' for name in together))
-
-        with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-            faults = [result.stderr for result in pool.map(check, self.rooms_of(sources)) if result.returncode != 0]
-        self.assertEqual(faults, [], "\n".join(faults))
 
     def test_locks_are_annotated_ones(self):
         bare = {name: BARE_LOCK.findall(text) for name, text in self.texts.items() if name != ANNOTATIONS}
