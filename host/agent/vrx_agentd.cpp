@@ -122,9 +122,11 @@ std::unique_ptr<Backend> startBackend() {
 // Answers requests and sends what alarms make, from its start on.
 struct Service {
     Service(AgentLoop& loop, const std::string& root, const CommandLine& line)
-        : agent(loop, root, line.modules), notifications(loop, [this] { agent.markAllChanged(); }) {
+        : agent(loop, root, line.modules), notifications(loop, [this] { agent.markEventsChanged(); }) {
         agent.setAlarmFeedLive([this] { return notifications.isCurrent(); });
         agent.setAlarmsObstacle([this] { return notifications.definitionsFault(); });
+        notifications.onEvent = [this](const AlarmEvent& event) { agent.noteEvent(event); };
+        notifications.onGap = [this] { agent.markAllChanged(); };
         notifications.setLimits(agent.engine().limits().notifications);
         agent.listen(line.listeners);
         notifications.setInforms(agent.engine().informs(), agent.engine().configurationFaults().empty());

@@ -1,9 +1,12 @@
 """What a manager reads: the four objects by every kind of request, views, ends of tables, a slow and a dead backend."""
 
+import contextlib
+import json
 import os
 import random
 import signal
 import socket
+import sqlite3
 import subprocess
 import threading
 import time
@@ -406,6 +409,45 @@ class QuietTimes(unittest.TestCase):
         for serial in range(1, self.ALARMS):
             self.system.set(CLEAR_ALARM, "u", str(serial))
             self.assertEqual(self.serials(), list(range(serial + 1, self.ALARMS + 1)))
+
+    def status(self):
+        return json.loads(self.system.vrxctl("status", "--json"))
+
+    def differences(self):
+        (table,) = [each for each in self.status()["objects"] if each["name"] == "vrxAlarmTable"]
+        return table["differences"]
+
+    def test_a_change_of_a_large_table_costs_a_call_for_its_row(self):
+        self.alarms.raise_alarms(1000 - self.ALARMS)
+        self.start_in_quiet()
+        active = set(range(1, 1001))
+        begin = self.status()["events"]["handled"]
+        for turn in range(1, 11):
+            self.alarms.raise_alarms(1)
+            self.alarms.clear_alarm(7 * turn)
+            active = active - {7 * turn} | {1000 + turn}
+            wait_for(lambda: self.status()["events"]["handled"] == begin + 2 * turn, "both events")
+            self.assertEqual(self.calls(lambda: self.assertEqual(self.serials(), sorted(active))), 2)
+            self.assertEqual(self.calls(self.serials), 0)
+        shown = self.system.bulkwalk(ALARM_TABLE)
+        self.assertEqual(self.differences(), 0)
+        self.system.agent.stop()
+        self.system.agent.start()
+        self.assertEqual(self.system.bulkwalk(ALARM_TABLE), shown)
+
+    def test_a_change_without_an_event_is_found_and_counted(self):
+        self.alarms.raise_alarms(1000 - self.ALARMS)
+        self.system.write("etc/vrx-agentd.conf", AGENT_CONFIG + "vrxFreshSnapshotAge 0\nvrxQuietSnapshotAge 3000\n")
+        self.start_in_quiet()
+        for serial in range(500, 510):  # a slow machine may read all rows between the first two steps
+            self.alarms.raise_alarms(1)
+            wait_for(lambda: 501 + serial in self.serials(), "the alarm")
+            with contextlib.closing(sqlite3.connect(self.system.path("state", "backend.db"))) as store, store:
+                store.execute("DELETE FROM active_alarms WHERE serial = ?", (serial,))
+            wait_for(lambda: serial not in self.serials(), "its end")
+            if self.differences() > 0:
+                break
+        self.assertEqual(self.differences(), 1)
 
     def test_without_a_subscription_each_walk_reads(self):
         self.system.set_device({("COMMAND", "SUBSCRIBE_ALARM"): 2999})  # which the running backend does not know

@@ -49,6 +49,14 @@ void Agent::markAllChanged() {
     for (const auto& object : m_objects) object->snapshots().markChanged();
 }
 
+void Agent::markEventsChanged() {
+    for (const auto& object : m_objects) object->snapshots().markRowsChanged();
+}
+
+void Agent::noteEvent(const AlarmEvent& event) {
+    for (ManagedObject* table : m_alarmTables) table->snapshots().eventRows().add(event.sequence, event.serial);
+}
+
 std::vector<ManagedObject*> Agent::alarmTables() const {
     const unsigned long long activeAlarms = BackendCommands::fromDevice().getCurrentAlarm;
     std::vector<ManagedObject*> tables;
@@ -59,7 +67,8 @@ std::vector<ManagedObject*> Agent::alarmTables() const {
 }
 
 void Agent::setAlarmFeedLive(const std::function<bool()>& told) {
-    for (ManagedObject* table : alarmTables()) table->snapshots().setChangeFeedLive(told);
+    m_alarmTables = alarmTables();
+    for (ManagedObject* table : m_alarmTables) table->snapshots().setChangeFeedLive(told);
 }
 
 void Agent::setAlarmsObstacle(const std::function<std::optional<std::string>()>& obstacle) {

@@ -24,6 +24,7 @@
 #include "host/agent/requests/object_registration.h"
 #include "host/agent/requests/request_dispatcher.h"
 #include "host/snmp/usm_users.h"
+#include "host/transport/alarm_event.h"
 
 namespace vrx {
 
@@ -41,6 +42,11 @@ public:
 
     // The objects' values have changed, or may have: what was read before is stale. Any thread.
     void markAllChanged();
+
+    // The same by an alarm's event, which noteEvent() has told before: the alarm's row and no other has changed. Any
+    // thread, after setAlarmFeedLive().
+    void noteEvent(const AlarmEvent& event);
+    void markEventsChanged();
 
     // Asked whether markAllChanged() tells every change of the active alarms soon (see
     // SnapshotStore::setChangeFeedLive). Throws std::invalid_argument for command codes that are faulty.
@@ -81,6 +87,7 @@ private:
     UsmUsers m_users;
     ModuleLoader m_loader;
     std::vector<std::unique_ptr<ManagedObject>> m_objects;
+    std::vector<ManagedObject*> m_alarmTables;
     std::unique_ptr<RequestDispatcher> m_dispatcher;
     std::vector<std::unique_ptr<ObjectRegistration>> m_registrations;
 };

@@ -54,6 +54,21 @@ private:
     FaultLine m_reading;
 };
 
+void NotificationService::Feed::onConnected(const BackendState& state) {
+    m_service.onGap();
+    m_service.m_alarms.onConnected(state);
+}
+
+void NotificationService::Feed::onEvent(const AlarmEvent& event, const CTLVRecordV3& record) {
+    event.serial == 0 ? m_service.onGap() : m_service.onEvent(event);  // 0: whose row it changed is not known
+    m_service.m_alarms.onEvent(event, record);
+}
+
+void NotificationService::Feed::onDisconnected() {
+    m_service.onGap();
+    m_service.m_alarms.onDisconnected();
+}
+
 NotificationService::NotificationService(AgentLoop& loop, std::function<void()> alarmsChanged)
     : m_sender(loop, TrapOptions::fromDevice(), m_transport),
       m_informs(loop, m_informTransport, VRX_Utility::getVRXRootEnv() + "/state/informs.db",
@@ -66,7 +81,7 @@ NotificationService::NotificationService(AgentLoop& loop, std::function<void()> 
       m_pipeline(CNotifyHandler::instance()->handlers(), m_binding, m_definitions, m_delivery, m_ledger,
                  std::move(alarmsChanged)),
       m_alarms(m_pipeline),
-      m_source(m_alarms),
+      m_source(m_feed),
       m_reader(std::make_shared<DestinationReader>(m_sender)),
       m_nextAttempt(loop, [this] { begin(); }),
       m_definitionsRead(loop, [this] { onDefinitionsRead(); }),

@@ -60,6 +60,11 @@ public:
     // are a log line. Throws std::bad_alloc, also without a thread.
     void start();
 
+    // Called from the event source's thread before anybody else is told: an event has come; events may have been
+    // missed. To be set before start().
+    std::function<void(const AlarmEvent&)> onEvent;
+    std::function<void()> onGap;
+
     // What the loop does when the definitions have been read, or cannot be. To be set before it runs.
     std::function<void()> onDefinitionsRead;
 
@@ -104,6 +109,19 @@ public:
 private:
     class DestinationReader;
 
+    // First to hear of the alarms.
+    class Feed : public AlarmEventSource::Listener {
+    public:
+        explicit Feed(NotificationService& service) : m_service(service) {}
+        std::optional<HandledEvent> lastHandledEvent() override { return m_service.m_alarms.lastHandledEvent(); }
+        void onConnected(const BackendState& state) override;
+        void onEvent(const AlarmEvent& event, const CTLVRecordV3& record) override;
+        void onDisconnected() override;
+
+    private:
+        NotificationService& m_service;
+    };
+
     void begin();
     void storeProgress();
 
@@ -118,6 +136,7 @@ private:
     NotificationDelivery m_delivery;
     NotificationPipeline m_pipeline;
     ActiveAlarms m_alarms;
+    Feed m_feed{*this};
     AlarmEventSource m_source;
     std::shared_ptr<DestinationReader> m_reader;  // shared with the listener of the list, which another thread may run
     LoopTimer m_nextAttempt;                      // to read that list

@@ -13,7 +13,8 @@ ManagedObject::ManagedObject(const MibObject& mib, CSnmpHandler& handler, AgentL
       m_handler(handler),
       m_loop(loop),
       m_snapshots(limits),
-      m_reader(mib, handler, [this] { return m_snapshots.changes(); }),
+      m_reader(
+          mib, handler, [this] { return m_snapshots.changes(); }, m_snapshots.eventRows()),
       m_worker(mib.name) {}
 
 void ManagedObject::setShape(const MibObject& mib) {
@@ -32,8 +33,9 @@ ReadOutcome ManagedObject::attempt(const std::function<SnapshotPointer()>& read)
 
 void ManagedObject::refresh() {
     if (m_refreshing) return;
-    m_worker.submit([this] {
-        const ReadOutcome outcome = attempt([this] { return m_reader.whole(); });
+    const SnapshotPointer before = m_snapshots.feedIsLive() ? m_snapshots.last() : nullptr;
+    m_worker.submit([this, before, wholeAge = m_snapshots.limits().quietAge] {
+        const ReadOutcome outcome = attempt([&] { return m_reader.current(before, wholeAge); });
         m_loop.post([this, outcome] { refreshed(outcome); });
     });
     m_refreshing = true;  // the answer comes on this thread

@@ -3,6 +3,7 @@
 
 #include "host/agent/objects/object_reader.h"
 
+#include <algorithm>
 #include <exception>
 #include <limits>
 #include <string>
@@ -25,6 +26,9 @@ constexpr std::chrono::milliseconds REREAD_TIME{250};
 
 constexpr std::size_t BATCH_ROWS = 50;  // that one backend call gives, at one moment
 
+// Rows that are read one by one since all were read: what they take of memory is bounded.
+constexpr std::size_t MOST_REPLACED = 256;
+
 const OidVector ENTERPRISE = {1, 3, 6, 1, 4, 1, 99871, 2};  // requests name rows below it
 
 std::unique_ptr<CTLVRecordV3> newRecord() {
@@ -40,10 +44,12 @@ std::string rowOid(const MibObject& object, std::uint64_t number) {
 
 }  // namespace
 
-ObjectReader::ObjectReader(const MibObject& object, CSnmpHandler& handler, std::function<std::uint64_t()> changes)
+ObjectReader::ObjectReader(const MibObject& object, CSnmpHandler& handler, std::function<std::uint64_t()> changes,
+                           const EventRows& eventRows)
     : m_object(&object),
       m_handler(handler),
       m_changes(std::move(changes)),
+      m_eventRows(eventRows),
       m_table(dynamic_cast<CSnmpTableBase*>(&handler)),
       m_batch(m_table != nullptr && isBelow(object.root.data(), object.root.size(), ENTERPRISE)),
       m_large(m_batch) {}
@@ -68,6 +74,15 @@ std::unique_ptr<CR8KPackageV3> ObjectReader::query(const CR8KPackageV3& request)
     }
     if (result != 0) throw ReadError(resultText(m_object->root, result));
     return response;
+}
+
+std::unique_ptr<CR8KPackageV3> ObjectReader::row(std::uint32_t number) {
+    CR8KPackageV3 request;
+    auto record = newRecord();
+    appendUint64(*record, CSnmpTableBase::REQUEST_TYPE_TAG, CSnmpTableBase::REQUEST_GET);
+    appendText(*record, CSnmpTableBase::REQUEST_OID_TAG, rowOid(*m_object, number));
+    request.append(std::move(record));
+    return query(request);
 }
 
 std::unique_ptr<CR8KPackageV3> ObjectReader::records() {
@@ -118,9 +133,12 @@ void ObjectReader::addRows(const CR8KPackageV3& response, TableSnapshot& snapsho
 SnapshotPointer ObjectReader::whole() {
     const auto begin = TableSnapshot::Clock::now();
     while (true) {
-        const std::optional<std::uint64_t> event = m_large ? lastBackendEvent() : std::nullopt;
+        const std::uint64_t forgotten = m_eventRows.forgotten();
+        std::optional<std::uint64_t> event;
+        if (m_large) event = lastBackendEvent();
         const std::uint64_t changes = m_changes();
-        auto snapshot = std::make_shared<TableSnapshot>(*m_object, changes, TableSnapshot::Clock::now());
+        const auto now = TableSnapshot::Clock::now();
+        auto snapshot = std::make_shared<TableSnapshot>(*m_object, changes, now);
         snapshot->reserve(m_rows + BATCH_ROWS);
         if (m_batch) {
             addBatches(*snapshot);
@@ -131,20 +149,66 @@ SnapshotPointer ObjectReader::whole() {
         m_rows = snapshot->rows();
         const bool compared = m_large;
         m_large = m_batch && m_rows >= BATCH_ROWS;
-        const bool oneMoment = m_changes() == changes && (!m_large || (compared && lastBackendEvent() == event));
+        const bool comparedSame = m_large && compared && lastBackendEvent() == event;
+        if (comparedSame && event) snapshot->setOrigin({event.value_or(0), forgotten, now, 0});
+        const bool oneMoment = m_changes() == changes && (!m_large || comparedSame);
         if (oneMoment || TableSnapshot::Clock::now() - begin >= REREAD_TIME) return snapshot;
     }
+}
+
+SnapshotPointer ObjectReader::current(const SnapshotPointer& before, std::chrono::milliseconds wholeAge) {
+    if (before == nullptr || !before->origin()) return whole();
+    try {
+        if (SnapshotPointer snapshot = broughtUpToDate(*before, wholeAge)) return snapshot;
+    } catch (const ReadError&) {  // whether the table can be read is for the whole of it to tell
+    }
+    SnapshotPointer snapshot = whole();
+    const auto& now = snapshot->origin();
+    const bool sameMoment =
+        now && now->event == before->origin()->event && now->forgotten == before->origin()->forgotten;
+    if (sameMoment && before->origin()->replaced > 0 && !snapshot->showsSameAs(*before)) ++m_differences;
+    return snapshot;
+}
+
+// Null when that cannot be, or takes as many backend calls as all rows do.
+SnapshotPointer ObjectReader::broughtUpToDate(const TableSnapshot& before, std::chrono::milliseconds wholeAge) {
+    TableSnapshot::Origin origin = *before.origin();
+    const auto begin = TableSnapshot::Clock::now();
+    while (TableSnapshot::Clock::now() - begin < REREAD_TIME) {
+        const std::uint64_t changes = m_changes();
+        const auto now = TableSnapshot::Clock::now();
+        if (m_eventRows.forgotten() != origin.forgotten || now - origin.wholeSince >= wholeAge) return nullptr;
+        const std::optional<std::uint64_t> event = lastBackendEvent();
+        const auto numbers = event ? m_eventRows.between(origin.event, *event) : std::nullopt;
+        if (!numbers || numbers->size() * BATCH_ROWS > before.rows() ||
+            origin.replaced + numbers->size() > MOST_REPLACED) {
+            return nullptr;
+        }
+        auto snapshot = std::make_shared<TableSnapshot>(before, changes, now, numbers->size());
+        for (const std::uint32_t number : *numbers) {
+            const auto response = row(number);
+            const auto& records = response->records();
+            const auto found = std::find_if(records.begin(), records.end(), [&](const CTLVRecordV3* record) {
+                return rowNumber(*m_object, *record, 0) == number;
+            });
+            snapshot->replace(number, found == records.end() ? nullptr : *found);
+        }
+        const bool oneMoment = numbers->empty() || lastBackendEvent() == event;
+        if (m_eventRows.forgotten() != origin.forgotten) return nullptr;
+        if (!oneMoment) continue;
+        origin.event = *event;
+        origin.replaced += numbers->size();
+        snapshot->setOrigin(origin);
+        m_rows = snapshot->rows();
+        return snapshot;
+    }
+    return nullptr;
 }
 
 SnapshotPointer ObjectReader::rows(const std::vector<std::uint32_t>& numbers) {
     auto snapshot = std::make_shared<TableSnapshot>(*m_object, m_changes(), TableSnapshot::Clock::now());
     for (const std::uint32_t number : numbers) {
-        CR8KPackageV3 request;
-        auto record = newRecord();
-        appendUint64(*record, CSnmpTableBase::REQUEST_TYPE_TAG, CSnmpTableBase::REQUEST_GET);
-        appendText(*record, CSnmpTableBase::REQUEST_OID_TAG, rowOid(*m_object, number));
-        request.append(std::move(record));
-        const auto response = query(request);
+        const auto response = row(number);
         for (const CTLVRecordV3* row : response->records()) {
             if (rowNumber(*m_object, *row, 0) == number) snapshot->add(number, *row);
         }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -11,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/agent/objects/event_rows.h"
 #include "host/agent/objects/mib_model.h"
 #include "host/agent/objects/table_snapshot.h"
 #include "module/snmp_handler.h"
@@ -27,8 +29,9 @@ public:
 
 class ObjectReader {
 public:
-    // `changes` counts the object's changes, for any thread. Object and handler outlive the reader.
-    ObjectReader(const MibObject& object, CSnmpHandler& handler, std::function<std::uint64_t()> changes);
+    // `changes` counts the object's changes, for any thread. Object, handler and `eventRows` outlive the reader.
+    ObjectReader(const MibObject& object, CSnmpHandler& handler, std::function<std::uint64_t()> changes,
+                 const EventRows& eventRows);
 
     // `obstacle` is asked before the handler is: a text is why the object cannot be read. Before the first reading.
     void setObstacle(std::function<std::optional<std::string>()> obstacle) { m_obstacle = std::move(obstacle); }
@@ -43,6 +46,14 @@ public:
     // one moment. A table of several batches tells that by the backend's events too: notifications of changes may come
     // after the reading. Throws ReadError.
     SnapshotPointer whole();
+
+    // The same, by way of `before`, an earlier snapshot or null: when the rows that have changed since are known, only
+    // these are read. All are once the last time that all were is `wholeAge` ago. Throws ReadError.
+    SnapshotPointer current(const SnapshotPointer& before, std::chrono::milliseconds wholeAge);
+
+    // How often the whole object, read for its age, was not what reading changed rows had made of it: never, with a
+    // backend that tells every change. Any thread.
+    std::uint64_t differences() const { return m_differences; }
 
     // Only these rows, of a table that readsRows(). Throws ReadError.
     SnapshotPointer rows(const std::vector<std::uint32_t>& numbers);
@@ -59,6 +70,8 @@ public:
     std::uint64_t badRecords() const;
 
 private:
+    SnapshotPointer broughtUpToDate(const TableSnapshot& before, std::chrono::milliseconds wholeAge);
+    std::unique_ptr<CR8KPackageV3> row(std::uint32_t number);
     std::unique_ptr<CR8KPackageV3> query(const CR8KPackageV3& request);
     std::unique_ptr<CR8KPackageV3> batchAfter(std::uint64_t row);
     void addBatches(TableSnapshot& snapshot);
@@ -67,6 +80,7 @@ private:
     const MibObject* m_object;
     CSnmpHandler& m_handler;
     std::function<std::uint64_t()> m_changes;
+    const EventRows& m_eventRows;
     std::function<std::optional<std::string>()> m_obstacle;
     CSnmpTableBase* m_table;  // the handler, if it reads in batches
     bool m_batch;             // and gives them one by one
@@ -75,6 +89,7 @@ private:
 
     std::atomic<std::uint64_t> m_duplicates{0};
     std::atomic<std::uint64_t> m_unnumbered{0};
+    std::atomic<std::uint64_t> m_differences{0};
 };
 
 }  // namespace vrx

@@ -37,7 +37,7 @@ bool SnapshotStore::answers(std::uint64_t changes, TimePoint started, std::uint6
                             TimePoint arrived) const {
     if (changes < changesThen) return false;
     const auto age = arrived - started;
-    return age <= m_limits.freshAge || (age <= m_limits.quietAge && m_told && m_told());
+    return age <= m_limits.freshAge || (age <= m_limits.quietAge && feedIsLive());
 }
 
 void SnapshotStore::put(SnapshotPointer snapshot, TimePoint now) {

@@ -9,7 +9,7 @@
 // Memory: at most `kept` snapshots are held, beside those that requests hold just now; past it the walks in the oldest
 // one go on in a fresh one.
 //
-// Threads: agent thread only, except changes().
+// Threads: agent thread only, except changes() and what marks them.
 #pragma once
 
 #include <atomic>
@@ -21,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/agent/objects/event_rows.h"
 #include "host/agent/objects/table_snapshot.h"
 #include "host/snmp/oid_vector.h"
 
@@ -66,9 +67,17 @@ public:
     // "yes" or back comes with a markChanged().
     void setChangeFeedLive(std::function<bool()> told) { m_told = std::move(told); }
 
+    bool feedIsLive() const { return m_told && m_told(); }
+
     // The object's values have changed, or may have: what was read before is stale.
-    void markChanged() { ++m_changes; }
+    void markChanged() {
+        m_eventRows.forget();
+        ++m_changes;
+    }
+    // The same of rows that eventRows() has been told.
+    void markRowsChanged() { ++m_changes; }
     std::uint64_t changes() const { return m_changes.load(); }  // any thread
+    EventRows& eventRows() { return m_eventRows; }
 
     // Forgets what is past its age.
     void purge(TimePoint now);
@@ -94,6 +103,7 @@ private:
     SnapshotLimits m_limits;
     std::function<bool()> m_told;
     std::atomic<std::uint64_t> m_changes{0};
+    EventRows m_eventRows;
     SnapshotPointer m_last;
     std::list<Walk> m_walks;  // the last used first
 };

@@ -10,7 +10,7 @@ namespace vrx {
 
 namespace {
 
-constexpr std::size_t TEXT_BLOCK = 4UL * 1024UL;
+constexpr std::size_t BLOCK_OF_FEW_ROWS = 256;
 
 }  // namespace
 
@@ -20,8 +20,8 @@ const char* TableSnapshot::Texts::add(std::string_view text) {
     const auto length = static_cast<std::uint32_t>(text.size());
     const std::size_t size = sizeof length + text.size();
     if (size > m_left) {
-        m_left = std::max(size, TEXT_BLOCK);
-        m_blocks.push_back(std::make_unique<char[]>(m_left));
+        m_left = std::max(size, m_block);
+        m_blocks.emplace_back(new char[m_left]);
         m_free = m_blocks.back().get();
     }
     std::memcpy(m_free, &length, sizeof length);
@@ -45,6 +45,56 @@ TableSnapshot::TableSnapshot(const MibObject& object, std::uint64_t changes, Clo
     }
 }
 
+TableSnapshot::TableSnapshot(const TableSnapshot& base, std::uint64_t changes, Clock::time_point taken,
+                             std::size_t replaced)
+    : m_object(base.m_object), m_changes(changes), m_taken(taken), m_rows(base.m_rows) {
+    m_columns.reserve(base.m_columns.size());
+    for (const Column& column : base.m_columns) {
+        m_columns.push_back({column.mib, {}, {}, Texts(column.texts, BLOCK_OF_FEW_ROWS)});
+        Column& copy = m_columns.back();
+        copy.kinds.reserve(column.kinds.size() + replaced);
+        copy.kinds = column.kinds;
+        copy.contents.reserve(column.contents.size() + replaced);
+        copy.contents = column.contents;
+    }
+}
+
+// The cells of a row that is gone stay: a snapshot is brought up to date a few times only.
+void TableSnapshot::replace(std::uint32_t number, const CTLVRecordV3* record) {
+    const auto at =
+        std::lower_bound(m_rows.begin(), m_rows.end(), number,
+                         [](const Row& candidate, std::uint32_t wanted) { return candidate.number < wanted; });
+    const bool isThere = at != m_rows.end() && at->number == number;
+    if (record == nullptr) {
+        if (isThere) m_rows.erase(at);
+        return;
+    }
+    const Row row{number, m_columns.empty() ? 0 : static_cast<std::uint32_t>(m_columns.front().kinds.size())};
+    if (isThere) {
+        *at = row;
+    } else {
+        m_rows.insert(at, row);
+    }
+    addCells(*record);
+}
+
+bool TableSnapshot::showsSameAs(const TableSnapshot& other) const {
+    if (m_object != other.m_object || rows() != other.rows()) return false;
+    for (std::size_t column = 0; column < m_columns.size(); ++column) {
+        for (std::size_t row = 0; row < m_rows.size(); ++row) {
+            const Instance at{column, row};
+            const Value mine = value(at);
+            const Value others = other.value(at);
+            if (m_rows[row].number != other.m_rows[row].number || mine.type != others.type ||
+                mine.number != others.number || mine.octets != others.octets ||
+                kind(at).isSecret != other.kind(at).isSecret) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
 void TableSnapshot::Column::add(unsigned char type, std::string_view octets, std::uint64_t number, bool isSecret) {
     Content content{number};
     if (!octets.empty()) content.text = texts.add(octets);
@@ -61,8 +111,12 @@ void TableSnapshot::reserve(std::size_t rows) {
 }
 
 void TableSnapshot::add(std::uint32_t number, const CTLVRecordV3& record) {
-    const TableRules* const rules = tableRules(m_object->root);
     m_rows.push_back({number, static_cast<std::uint32_t>(m_rows.size())});
+    addCells(record);
+}
+
+void TableSnapshot::addCells(const CTLVRecordV3& record) {
+    const TableRules* const rules = tableRules(m_object->root);
     for (Column& column : m_columns) {
         const bool isSecret = rules != nullptr && rules->isSecret(*column.mib, record);
         const auto found = record.find(static_cast<unsigned short>(column.mib->number));

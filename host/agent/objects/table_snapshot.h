@@ -54,10 +54,27 @@ public:
     // values were asked for.
     TableSnapshot(const MibObject& object, std::uint64_t changes, Clock::time_point taken);
 
+    // A later moment: the rows of `base`, of which replace() changes `replaced`; finish() is not called. Texts are
+    // shared.
+    TableSnapshot(const TableSnapshot& base, std::uint64_t changes, Clock::time_point taken, std::size_t replaced);
+    void replace(std::uint32_t number, const CTLVRecordV3* record);  // null: no such row any more
+
     void reserve(std::size_t rows);  // to come; a hint
     void add(std::uint32_t number, const CTLVRecordV3& record);
     // Puts the rows in order. Of rows with one number the first that was added stays; the count of the others returns.
     std::size_t finish();
+
+    // Of which event of the backend's it shows the moment.
+    struct Origin {
+        std::uint64_t event = 0;
+        std::uint64_t forgotten = 0;     // EventRows::forgotten()
+        Clock::time_point wholeSince{};  // when all its rows were read
+        std::size_t replaced = 0;        // rows since then
+    };
+    void setOrigin(const Origin& origin) { m_origin = origin; }
+    const std::optional<Origin>& origin() const { return m_origin; }  // nothing: it is not known
+
+    bool showsSameAs(const TableSnapshot& other) const;  // names and values
 
     std::size_t rows() const { return m_rows.size(); }
     std::size_t columns() const { return m_columns.size(); }  // readable ones
@@ -85,13 +102,17 @@ private:
     // Texts one after the other, each after its length, in blocks that never move.
     class Texts {
     public:
+        Texts() = default;
+        explicit Texts(const Texts& shared, std::size_t block) : m_block(block), m_blocks(shared.m_blocks) {}
         const char* add(std::string_view text);
         static std::string_view at(const char* added);
 
     private:
         static constexpr std::size_t REMEMBERED = 8;
+        static constexpr std::size_t BLOCK = 4UL * 1024UL;
 
-        std::vector<std::unique_ptr<char[]>> m_blocks;
+        std::size_t m_block = BLOCK;
+        std::vector<std::shared_ptr<char[]>> m_blocks;
         std::array<const char*, REMEMBERED> m_last{};  // one of each length, but that lengths share places
         char* m_free = nullptr;
         std::size_t m_left = 0;
@@ -123,6 +144,7 @@ private:
         Texts texts;
     };
 
+    void addCells(const CTLVRecordV3& record);
     const Kind& kind(Instance instance) const { return m_columns[instance.column].kinds[m_rows[instance.row].cell]; }
     std::optional<Instance> firstFrom(std::size_t column, std::size_t row) const;
 
@@ -131,6 +153,7 @@ private:
     Clock::time_point m_taken;
     std::vector<Column> m_columns;  // the readable ones
     std::vector<Row> m_rows;
+    std::optional<Origin> m_origin;
 };
 
 using SnapshotPointer = std::shared_ptr<const TableSnapshot>;

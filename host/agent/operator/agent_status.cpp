@@ -179,6 +179,8 @@ const StatusItem<const ManagedObject*> OBJECTS[] = {
      [](const ManagedObject* const& o) -> Value { return o->reader().badRecords(); }},
     {{"duplicate_rows", Kind::Counter, "vrx_object_duplicate_rows_total", "Rows that were skipped: another one had their index."},
      [](const ManagedObject* const& o) -> Value { return o->reader().duplicates(); }},
+    {{"differences", Kind::Counter, "vrx_object_differences_total", "Reads of all rows that were not what single changed rows had made of the former ones."},
+     [](const ManagedObject* const& o) -> Value { return o->reader().differences(); }},
 };
 
 struct RequestFacts {

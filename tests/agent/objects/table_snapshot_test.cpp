@@ -3,6 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <map>
+#include <memory>
+#include <random>
+#include <set>
+#include <string>
+
 #include "tests/agent/mib_samples.h"
 
 namespace vrx {
@@ -53,6 +59,57 @@ TEST_F(TableSnapshotTest, WalksColumnByColumnInTheOrderOfRowNumbers) {
     }
     EXPECT_THAT(names, ElementsAre("1.1.2", "1.1.7", "1.1.30", "1.2.2", "1.2.7", "1.2.30", "1.3.2", "1.3.7", "1.3.30",
                                    "1.4.2", "1.4.30"));
+}
+
+// Of three hundred rows some are changed, added and taken away, again and again: it is what reading all of them gives.
+TEST_F(TableSnapshotTest, ReplacedRowsMakeWhatReadingAllOfThemMakes) {
+    std::mt19937 random(1);
+    std::map<std::uint32_t, std::unique_ptr<CTLVRecordV3>> rows;
+    const auto change = [&] {
+        const auto number = static_cast<std::uint32_t>(1 + random() % 300);
+        if (random() % 3 == 0) {
+            rows.erase(number);
+        } else {
+            const std::string text(random() % 400, static_cast<char>('a' + random() % 26));
+            rows[number] = random() % 4 == 0 ? makeRow(number, textCell(1, text.c_str()))
+                                             : makeRow(number, textCell(1, text.c_str()), numberCell(2, random() % 9),
+                                                       numberCell(4, random()));
+        }
+        return number;
+    };
+    const auto read = [&] {
+        auto snapshot = std::make_unique<TableSnapshot>(table(), 0, TableSnapshot::Clock::now());
+        for (const auto& [number, record] : rows) snapshot->add(number, *record);
+        snapshot->finish();
+        return snapshot;
+    };
+    for (int i = 0; i < 500; ++i) change();
+    std::unique_ptr<const TableSnapshot> last = read();
+    for (int round = 0; round < 40; ++round) {
+        const auto base = std::move(last);
+        const auto baseAgain = read();
+        std::set<std::uint32_t> changed;
+        for (std::size_t count = random() % 8; count > 0; --count) changed.insert(change());
+        auto next = std::make_unique<TableSnapshot>(*base, 1, TableSnapshot::Clock::now(), changed.size());
+        for (const std::uint32_t number : changed) {
+            next->replace(number, rows.count(number) == 0 ? nullptr : rows.at(number).get());
+        }
+        EXPECT_TRUE(next->showsSameAs(*read())) << round;
+        EXPECT_TRUE(base->showsSameAs(*baseAgain)) << "its own rows are as they were";
+        last = std::move(next);  // the one before goes, and its texts stay
+    }
+}
+
+TEST_F(TableSnapshotTest, ADifferenceOfOneValueIsSeen) {
+    TableSnapshot same(snapshot, 1, TableSnapshot::Clock::now(), 1);
+    EXPECT_TRUE(same.showsSameAs(snapshot));
+    const auto row = makeRow(7, textCell(1, ""), numberCell(2, 8), numberCell(3, 1));
+    same.replace(7, row.get());
+    EXPECT_FALSE(same.showsSameAs(snapshot));
+    TableSnapshot fewer(snapshot, 1, TableSnapshot::Clock::now(), 1);
+    fewer.replace(7, nullptr);
+    EXPECT_FALSE(fewer.showsSameAs(snapshot));
+    EXPECT_EQ(fewer.rows(), 2U);
 }
 
 TEST_F(TableSnapshotTest, ATextThatComesAgainInItsColumnIsKeptOnce) {
