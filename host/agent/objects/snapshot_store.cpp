@@ -30,7 +30,10 @@ bool SnapshotStore::goesOn(const Walk& walk, const OidVector& name) {
 
 SnapshotPointer SnapshotStore::fresh(TimePoint now) const {
     if (m_last == nullptr || !answers(m_last->changes(), m_last->taken(), changes(), now)) return nullptr;
-    return m_last;
+    const auto& origin = m_last->origin();
+    const auto whole = origin ? origin->wholeSince : m_last->taken();
+    const bool isYoung = now - m_last->taken() <= m_limits.freshAge || now - whole <= m_limits.quietAge;
+    return isYoung ? m_last : nullptr;
 }
 
 bool SnapshotStore::answers(std::uint64_t changes, TimePoint started, std::uint64_t changesThen,

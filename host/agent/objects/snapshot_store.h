@@ -3,7 +3,8 @@
 // - A client that goes on where an answer of ours to it ended is in a walk, and stays in the walk's snapshot until that
 //   is `walkAge` old: one walk sees one moment.
 // - Everybody else gets a snapshot that is at most `freshAge` old and was begun after the last change that was heard
-// of. While every change is heard of soon it may be `quietAge` old: nothing has changed since.
+// of. While every change is heard of soon it may be `quietAge` old: nothing has changed since. Where only changed rows
+// have been read, that counts from when all were.
 // - When neither exists the object has to be read again.
 //
 // Memory: at most `kept` snapshots are held, beside those that requests hold just now; past it the walks in the oldest

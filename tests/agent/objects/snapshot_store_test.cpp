@@ -30,6 +30,8 @@ protected:
         return snapshot;
     }
 
+    SnapshotStore::TimePoint at(int time) const { return start + milliseconds(time); }
+
     static OidVector name(oid row) {
         OidVector result = SAMPLE_TABLE;
         result.insert(result.end(), {1, 1, row});
@@ -60,6 +62,19 @@ TEST_F(SnapshotStoreTest, WhileChangesAreToldItIsFreshForLonger) {
     store.put(snapshot, start);
     EXPECT_EQ(store.fresh(start + milliseconds(5'000)), snapshot);
     EXPECT_EQ(store.fresh(start + milliseconds(5'001)), nullptr);
+}
+
+TEST_F(SnapshotStoreTest, ChangedRowsThatWereReadDoNotMakeTheOthersYounger) {
+    store.setChangeFeedLive([] { return true; });
+    const auto snapshot = std::make_shared<TableSnapshot>(*taken(start), store.changes(), at(4'000), 0);
+    snapshot->setOrigin({1, 0, at(0), 0});
+    store.put(snapshot, at(4'000));
+    EXPECT_EQ(store.fresh(at(5'000)), snapshot);
+    EXPECT_EQ(store.fresh(at(5'001)), nullptr);
+    const auto later = std::make_shared<TableSnapshot>(*snapshot, store.changes(), at(4'900), 0);
+    later->setOrigin({2, 0, at(0), 0});
+    store.put(later, at(4'900));
+    EXPECT_EQ(store.fresh(at(5'800)), later);
 }
 
 TEST_F(SnapshotStoreTest, AChangeMakesItStaleAtOnceAlsoWhileChangesAreTold) {
