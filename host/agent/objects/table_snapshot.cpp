@@ -20,9 +20,10 @@ const char* TableSnapshot::Texts::add(std::string_view text) {
     const auto length = static_cast<std::uint32_t>(text.size());
     const std::size_t size = sizeof length + text.size();
     if (size > m_left) {
-        m_left = std::max(size, m_block);
-        m_blocks.emplace_back(new char[m_left]);
+        const std::size_t room = std::max(size, m_block);
+        m_blocks.push_back(std::shared_ptr<char[]>(new char[room]));  // not emplaced: it has an owner if that throws
         m_free = m_blocks.back().get();
+        m_left = room;
     }
     std::memcpy(m_free, &length, sizeof length);
     std::memcpy(m_free + sizeof length, text.data(), text.size());
