@@ -140,7 +140,7 @@ class SlowDefinitions(unittest.TestCase):
                 system.agent.process.terminate()
                 fcntl.fcntl(held, fcntl.F_SETLEASE, fcntl.F_UNLCK)
             self.assertEqual(system.agent.process.wait(60), 0)
-            self.assertEqual(lines_with(system, "[agent] ready"), [])
+            self.assertEqual(lines_with(system, "]")[-1:], lines_with(system, "[agent] alarm events: "))
             system.agent.start()
 
 
