@@ -25,6 +25,10 @@ else()
     # Clang counts a format that comes with its va_list among these; GCC knows better. Clang alone reads the annotations of
     # locks (host/base/mutex.h); beta is the order of locks.
     target_compile_options(tamrel_flags INTERFACE -Wno-format-nonliteral -Wthread-safety -Wthread-safety-beta)
+    # From 19 on it tells of templates that headers of libraries use among themselves: std::stable_sort, fmt, nlohmann.
+    if(CMAKE_CXX_COMPILER_VERSION VERSION_GREATER_EQUAL 19)
+        target_compile_options(tamrel_flags INTERFACE -Wno-deprecated-declarations)
+    endif()
 endif()
 if(TAMREL_SANITIZE)
     target_compile_options(tamrel_flags INTERFACE -fsanitize=${TAMREL_SANITIZE} -fno-sanitize-recover=all

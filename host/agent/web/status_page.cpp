@@ -126,7 +126,7 @@ std::vector<ControlRoute> StatusPage::routes(AgentThreadCall& caller) {
     }
     std::vector<ControlRoute> routes;
     for (const auto& [path, route] : resources) {
-        const auto answer = [route = route](const ControlRequest& request) { return guarded(route, request); };
+        const auto answer = [asked = route](const ControlRequest& request) { return guarded(asked, request); };
         for (const char* method : {"GET", "HEAD"}) routes.push_back({method, path, answer});
     }
     return routes;
