@@ -129,7 +129,7 @@ class Program:
     def _is_ready(self):
         if self.process.poll() is not None:
             raise Failure("%s ended with %d before it was ready:\n%s" % (self.name, self.process.returncode, self.log()))
-        return re.search(r"\[(?:agent|backend)\] ready$", self.log(since_start=True), re.MULTILINE) is not None
+        return re.search(r"(?<!:) ready$", self.log(since_start=True), re.MULTILINE) is not None
 
     def log(self, since_start=False):
         with open(self.log_path, "rb") as log:
