@@ -104,18 +104,21 @@ std::unique_ptr<CR8KPackageV3> ObjectReader::batchAfter(std::uint64_t row) {
     return query(request);
 }
 
-// Batch by batch, so that the records of a large table are never all there at once.
-void ObjectReader::addBatches(TableSnapshot& snapshot) {
+// Batch by batch, so that the records of a large table are never all there at once. Gives how many had records.
+std::size_t ObjectReader::addBatches(TableSnapshot& snapshot) {
+    std::size_t batches = 0;
     const BatchesRead read = readBatches(0, [&](unsigned long long row) -> std::optional<Batch> {
         if (row > std::numeric_limits<std::uint32_t>::max()) return std::nullopt;  // after it no request can go on
         const auto batch = batchAfter(row);
         const auto& records = batch->records();
         if (records.empty()) return std::nullopt;
+        ++batches;
         addRows(*batch, snapshot);
         return Batch{records.size(), records.back()->identifier()};
     });
     if (read.end == BatchEnd::TooMany) throw ReadError("more than " + std::to_string(LONGEST_LIST) + " rows");
     if (read.end == BatchEnd::NoProgress) throw ReadError("no rows after number " + std::to_string(read.after));
+    return batches;
 }
 
 void ObjectReader::addRows(const CR8KPackageV3& response, TableSnapshot& snapshot) {
@@ -140,15 +143,16 @@ SnapshotPointer ObjectReader::whole() {
         const auto now = TableSnapshot::Clock::now();
         auto snapshot = std::make_shared<TableSnapshot>(*m_object, changes, now);
         snapshot->reserve(m_rows + BATCH_ROWS);
+        std::size_t batches = 0;
         if (m_batch) {
-            addBatches(*snapshot);
+            batches = addBatches(*snapshot);
         } else {
             addRows(*records(), *snapshot);
         }
         m_duplicates += snapshot->finish();
         m_rows = snapshot->rows();
         const bool compared = m_large;
-        m_large = m_batch && m_rows >= BATCH_ROWS;
+        m_large = batches > 1;  // each is of a moment of its own
         const bool comparedSame = m_large && compared && lastBackendEvent() == event;
         if (comparedSame && event) snapshot->setOrigin({event.value_or(0), forgotten, now, 0});
         const bool oneMoment = m_changes() == changes && (!m_large || comparedSame);

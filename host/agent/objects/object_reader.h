@@ -74,7 +74,7 @@ private:
     std::unique_ptr<CR8KPackageV3> row(std::uint32_t number);
     std::unique_ptr<CR8KPackageV3> query(const CR8KPackageV3& request);
     std::unique_ptr<CR8KPackageV3> batchAfter(std::uint64_t row);
-    void addBatches(TableSnapshot& snapshot);
+    std::size_t addBatches(TableSnapshot& snapshot);
     void addRows(const CR8KPackageV3& response, TableSnapshot& snapshot);
 
     const MibObject* m_object;
@@ -84,7 +84,7 @@ private:
     std::function<std::optional<std::string>()> m_obstacle;
     CSnmpTableBase* m_table;  // the handler, if it reads in batches
     bool m_batch;             // and gives them one by one
-    bool m_large;             // it had more than a batch of rows when it was read last, or was not read yet
+    bool m_large;             // it came in more than one batch when it was read last, or was not read yet
     std::size_t m_rows = 0;   // when it was read last
 
     std::atomic<std::uint64_t> m_duplicates{0};
