@@ -19,7 +19,6 @@ function(tamrel_join target)
         set(at_a_time ${count})
     endif()
 
-    # Without -Wshadow (options.cmake): those after a source see what it includes, the "oid" of Net-SNMP for one.
     set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
     # A test is a class of its own, whose fixture is in an unnamed namespace.
     target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)

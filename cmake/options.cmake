@@ -13,8 +13,7 @@ add_library(tamrel_flags INTERFACE)
 target_include_directories(tamrel_flags INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(tamrel_flags INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2
-    -Wcast-align -Wundef -Werror
-    $<$<NOT:$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>>:-Wshadow>)  # joined sources: cmake/join.cmake
+    -Wcast-align -Wundef -Wshadow -Werror)
 # Reports, traces and profiles show lines; more than that is for debuggers, and a third of an optimising compiler's time.
 if(TAMREL_SANITIZE OR NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
     target_compile_options(tamrel_flags INTERFACE -g1)

@@ -73,8 +73,8 @@ class Vbx : public Snmp_pp::Vb {
 public:
     Vbx() = default;
     Vbx(const Snmp_pp::Vb& other) : Snmp_pp::Vb(other) {}
-    Vbx(const Snmp_pp::Oid& oid) : Snmp_pp::Vb(oid) {}
-    Vbx(const Snmp_pp::Oid& oid, const Snmp_pp::SnmpSyntax& value) : Snmp_pp::Vb(oid) { set_value(value); }
+    Vbx(const Snmp_pp::Oid& name) : Snmp_pp::Vb(name) {}
+    Vbx(const Snmp_pp::Oid& name, const Snmp_pp::SnmpSyntax& value) : Snmp_pp::Vb(name) { set_value(value); }
 
     // By value: keep the result in a variable before taking a text from it.
     Oidx get_oid() const { return Oidx(Snmp_pp::Vb::get_oid()); }

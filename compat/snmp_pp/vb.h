@@ -28,7 +28,7 @@ namespace Snmp_pp {
 class Vb {
 public:
     Vb() = default;
-    Vb(const Oid& oid) : m_oid(oid) {}
+    Vb(const Oid& name) : m_oid(name) {}
     Vb(const Vb& other);
     ~Vb() = default;
     Vb& operator=(const Vb& other);

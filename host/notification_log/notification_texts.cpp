@@ -13,8 +13,8 @@ const char* kindText(const LoggedNotification& entry) {
 
 const char* trapText(const LoggedNotification& entry) {
     if (entry.trapOid == tamrel_notification::COMMON) return "common";
-    constexpr std::string_view OWN = tamrel_notification::OWN;
-    return entry.trapOid.compare(0, OWN.size(), OWN) == 0 ? "own" : "other";
+    constexpr std::string_view OWN_TRAPS = tamrel_notification::OWN;
+    return entry.trapOid.compare(0, OWN_TRAPS.size(), OWN_TRAPS) == 0 ? "own" : "other";
 }
 
 std::optional<std::string> levelText(const LoggedNotification& entry) {

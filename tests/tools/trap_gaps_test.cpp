@@ -108,13 +108,13 @@ private:
     std::string upTime(std::uint64_t ticks) const {
         const std::uint32_t shown = static_cast<std::uint32_t>(ticks);
         if (style.ticks) return std::to_string(shown);
-        const unsigned int seconds = shown / 100;
-        const unsigned int days = seconds / 86400;
+        const unsigned int whole = shown / 100;
+        const unsigned int days = whole / 86400;
         const std::string before = style.quick ? fmt::format("{}:", days)
                                    : days > 0  ? fmt::format("{} days, ", days)
                                                : "";
-        const std::string text = fmt::format("{}{}:{:02}:{:02}.{:02}", before, seconds / 3600 % 24, seconds / 60 % 60,
-                                             seconds % 60, shown % 100);
+        const std::string text =
+            fmt::format("{}{}:{:02}:{:02}.{:02}", before, whole / 3600 % 24, whole / 60 % 60, whole % 60, shown % 100);
         if (style.quick || style.v1) return text;
         return "(" + std::to_string(shown) + ") " + text;
     }

@@ -138,8 +138,8 @@ void printReport(std::ostream& out, const Report& report) {
 }
 
 void printReportAsJson(std::ostream& out, const Report& report) {
-    using json = nlohmann::ordered_json;
-    json findings = json::array();
+    using Json = nlohmann::ordered_json;
+    Json findings = Json::array();
     for (const Finding& finding : report.findings()) {
         findings.push_back({{"severity", textOf(finding.severity)},
                             {"check", finding.check},
@@ -148,17 +148,17 @@ void printReportAsJson(std::ostream& out, const Report& report) {
                             {"why", finding.why},
                             {"remedy", finding.remedy}});
     }
-    json unchecked = json::array();
+    Json unchecked = Json::array();
     for (const Unchecked& one : report.unchecked()) {
         unchecked.push_back({{"check", one.check}, {"subject", one.subject}, {"reason", one.reason}});
     }
-    const json whole = {{"faults", report.count(Severity::Fault)},
+    const Json whole = {{"faults", report.count(Severity::Fault)},
                         {"warnings", report.count(Severity::Warning)},
                         {"checks", report.checks()},
                         {"findings", findings},
                         {"not_checked", unchecked},
                         {"done", report.done()}};
-    out << whole.dump(2, ' ', true, json::error_handler_t::replace) << "\n";
+    out << whole.dump(2, ' ', true, Json::error_handler_t::replace) << "\n";
 }
 
 }  // namespace vrx

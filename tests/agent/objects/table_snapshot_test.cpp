@@ -78,10 +78,10 @@ TEST_F(TableSnapshotTest, ReplacedRowsMakeWhatReadingAllOfThemMakes) {
         return number;
     };
     const auto read = [&] {
-        auto snapshot = std::make_unique<TableSnapshot>(table(), 0, TableSnapshot::Clock::now());
-        for (const auto& [number, record] : rows) snapshot->add(number, *record);
-        snapshot->finish();
-        return snapshot;
+        auto whole = std::make_unique<TableSnapshot>(table(), 0, TableSnapshot::Clock::now());
+        for (const auto& [number, record] : rows) whole->add(number, *record);
+        whole->finish();
+        return whole;
     };
     for (int i = 0; i < 500; ++i) change();
     std::unique_ptr<const TableSnapshot> last = read();
