@@ -13,6 +13,7 @@ ALARM = "4295229443"  # Disk Failed, of a slot
 UNDEFINED = "4295229999"
 CRITICAL, MAJOR, WARNING = "6", "5", "1"
 CONFIG = "trapcommunity public\n"
+ENTERS_ALTERNATE_SCREEN = b"\x1b[?47h"
 LEAVES_ALTERNATE_SCREEN = b"\x1b[?47l"
 # What ncurses sends to this terminal: cursor, erasing, attributes, modes, scrolling, character sets.
 SEQUENCES = re.compile(rb"\x1b(?:\[[?]?[0-9;]*[A-Za-z]|[78=>M]|[()][B0])")
@@ -209,7 +210,8 @@ class ScreenTest(unittest.TestCase):
                 end(terminal)
                 self.assertEqual(terminal.wait_end(), codes[name])
                 self.assertEqual(terminal.settings(), terminal.before)
-                self.assertIn(LEAVES_ALTERNATE_SCREEN, terminal.output[-60:])
+                self.assertGreater(terminal.output.rfind(LEAVES_ALTERNATE_SCREEN),
+                                   terminal.output.rfind(ENTERS_ALTERNATE_SCREEN))
                 self.assertNotIn(b"\x1b[?25l", terminal.output[terminal.output.rfind(b"\x1b[?25h"):])
 
     def test_a_terminal_that_goes_ends_it(self):
