@@ -11,7 +11,7 @@ pkg_check_modules(ACE REQUIRED IMPORTED_TARGET ACE)
 pkg_check_modules(MICROHTTPD REQUIRED IMPORTED_TARGET libmicrohttpd)
 pkg_check_modules(GNUTLS REQUIRED IMPORTED_TARGET gnutls)
 pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
-pkg_check_modules(NCURSES REQUIRED IMPORTED_TARGET ncursesw)
+pkg_check_modules(NCURSES REQUIRED ncursesw)
 pkg_check_modules(TINYXML REQUIRED IMPORTED_TARGET tinyxml)
 # net-snmp-config names Perl and every system library; the three that a host links are enough.
 find_path(NETSNMP_INCLUDE_DIR net-snmp/net-snmp-config.h REQUIRED)

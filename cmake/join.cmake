@@ -1,6 +1,6 @@
 # tamrel_join(<target> <what>...): the compiler reads several sources of the target as one where TAMREL_JOIN names one of
-# <what>: TESTS and TOOLS are four sources of a folder at a time, SOURCES is all of a folder. Most of what a source costs is
-# headers, and the library templates that it instantiates anew: four tests as one take two thirds of their time, the eleven
+# <what>: TESTS and TOOLS are eight sources of a folder at a time, SOURCES is all of a folder. Most of what a source costs is
+# headers, and the library templates that it instantiates anew: eight tests as one take half of their time, the eleven
 # sources of tools/export under the sanitizers a third. The presets debug, coverage, fuzz and arm64 join nothing, and so does
 # the package: each source compiles alone, too.
 function(tamrel_join target)
@@ -9,7 +9,7 @@ function(tamrel_join target)
     set(at_a_time)
     foreach(what IN LISTS ARGN)
         if(what IN_LIST TAMREL_JOIN)
-            set(at_a_time 4)  # what is being written is soon compiled
+            set(at_a_time 8)  # what is being written is soon compiled
         endif()
     endforeach()
     if(count EQUAL 1 OR NOT at_a_time)

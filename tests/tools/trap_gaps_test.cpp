@@ -25,7 +25,7 @@ std::string clockText(std::time_t time) {
 }
 
 // How snmptrapd writes: with its options, and with our MIB modules or without.
-struct Style {
+struct LineStyle {
     const char* name;
     bool v1;
     bool mibs;
@@ -34,7 +34,7 @@ struct Style {
     bool ticks;    // -Ot
     const char* prefix = "VRX-AGENT-MIB::";
 };
-const Style STYLES[] = {
+const LineStyle STYLES[] = {
     {"v2c", false, false, false, false, false},
     {"v2c -On", false, false, true, false, false},
     {"v2c MIBs", false, true, false, false, false},
@@ -46,7 +46,7 @@ const Style STYLES[] = {
     {"v2c -Os", false, true, false, false, false, ""},
     {"v2c -Of", false, true, false, false, false, ".iso.org.enterprises.vrxAgentObjects.vrxAgentHeartbeats."},
 };
-const Style& V2C = STYLES[0];
+const LineStyle& V2C = STYLES[0];
 
 // One agent's messages to one destination, as a receiver logs them.
 struct Stream {
@@ -61,7 +61,7 @@ struct Stream {
     std::uint32_t traps = 0;
     std::time_t epoch = EPOCH;  // of the run
     std::time_t begun = EPOCH;  // of the series
-    Style style = V2C;
+    LineStyle style = V2C;
 
     // At so many hundredths of a second after the start.
     std::string trap(std::uint64_t ticks, const std::string& text = "Disk Failed") {
@@ -184,7 +184,7 @@ bool isBeat(std::size_t record) {
 }  // namespace
 
 TEST(TrapGaps, EveryStyleOfTheLogIsUnderstood) {
-    for (const Style& style : STYLES) {
+    for (const LineStyle& style : STYLES) {
         SCOPED_TRACE(style.name);
         Stream stream;
         stream.style = style;
