@@ -190,10 +190,11 @@ class Storage(unittest.TestCase):
         self.assertEqual(len(lines[0]), len(lines[1]))
 
     def remembered(self):
-        """The number of the last event that is done with, on disk."""
+        """The number of the last event that is done with, on disk. The row comes with the first."""
         database = sqlite3.connect("file:%s/notifications.db?mode=ro" % self.state, uri=True)
         try:
-            return database.execute("SELECT done FROM ledger").fetchone()[0]
+            row = database.execute("SELECT done FROM ledger").fetchone()
+            return row[0] if row else 0
         finally:
             database.close()
 
